@@ -1,0 +1,36 @@
+/* The logging daemon's datagrams. Byte-level description: docs/protocol.md. */
+#ifndef ZOR_MLOG_WIRE_H
+#define ZOR_MLOG_WIRE_H
+
+#include <stdint.h>
+
+#define ZOR_MLOG_SERVER_NAME "mlogServer"
+#define ZOR_MLOG_DATA_MAX 1016
+#define ZOR_MLOG_HEAD_SIZE 8u
+
+/* Datagram types. */
+#define ZOR_MLOG_LINE 1u
+#define ZOR_MLOG_SET_STAT 2u
+#define ZOR_MLOG_GET_STAT 4u
+#define ZOR_MLOG_POWER_OFF 10u
+
+/* One datagram: sent with exactly 8 + length bytes, integers in host order. */
+typedef struct ZOR_MLOG_MSG {
+  uint32_t type;
+  uint32_t length;
+  char data[ZOR_MLOG_DATA_MAX];
+} ZOR_MLOG_MSG;
+
+#define ZOR_MLOG_STAT_TEXT_SIZE 256
+
+typedef struct ZOR_MLOG_STAT {
+  char name[ZOR_MLOG_STAT_TEXT_SIZE];
+  char value[ZOR_MLOG_STAT_TEXT_SIZE];
+  uint32_t reserved;
+} ZOR_MLOG_STAT;
+
+/* The circular log file. */
+#define ZOR_MLOG_FILE_MAX 0x200000l
+#define ZOR_MLOG_FILE_HEADER_SIZE 63
+
+#endif

@@ -1,0 +1,66 @@
+/* Message header access and the process-wide bus context. */
+#ifndef ZOR_MSG_HEAD_H
+#define ZOR_MSG_HEAD_H
+
+#include <stdint.h>
+#include <stdio.h>
+#include <zor/export.h>
+#include <zor/msg_wire.h>
+
+ZOR_BEGIN_DECLS
+
+struct UvMsgWatcher;
+
+/* The application's dispatch entry: the message, which it must not free, and its body length in bytes. */
+typedef void (*ZOR_MSG_PROC)(ZOR_MSG_HEAD *msg, uint32_t bodyLength);
+
+/* A queue of messages; a queue is identified by the address of its head pointer. */
+typedef struct ZOR_MSG_QUEUE_NODE {
+  struct ZOR_MSG_QUEUE_NODE *next;
+  ZOR_MSG_HEAD *msg;
+  uintptr_t extra;
+} ZOR_MSG_QUEUE_NODE;
+
+/* Context flag word. */
+#define ZOR_MSG_FLAG_SWAP UINT32_C(0x2)              /* the peer's byte order differs */
+#define ZOR_MSG_FLAG_BOARD_MASK UINT32_C(0x1c000000) /* this process's board number */
+#define ZOR_MSG_FLAG_BOARD_SHIFT 26
+#define ZOR_MSG_FLAG_PEER_BOARD_MASK UINT32_C(0xe0000000) /* board of the last message received */
+
+/* The bus context: one per process, used from the loop's thread only. */
+typedef struct ZOR_MSG_CTX {
+  char appName[ZOR_MSG_NAME_SIZE];
+  int socketFd; /* -1 when not connected */
+  ZOR_MSG_PROC messageProc;
+  uint32_t traceFdEnabled;
+  FILE *traceStream;
+  int traceFd; /* -1 at start; 0 after ZOR_MSG_Destroy */
+  ZOR_MSG_QUEUE_NODE *pending;
+  uint32_t flags;
+  struct UvMsgWatcher *watcher;
+  uint32_t sequence; /* last number handed out */
+} ZOR_MSG_CTX;
+
+ZOR_API extern ZOR_MSG_CTX g_stMsgCtx;
+
+/* The name that trace lines print: "" until registration, then the context's name. */
+ZOR_API extern const char *m_aucAppName;
+
+/* The library's version, "V1.01". */
+ZOR_API const char *ZOR_MSG_GetVersion(void);
+
+/* Reverses the byte order of type, sequence, data and body length in place. Null is ignored. */
+ZOR_API void ZOR_MSG_HeaderEndianSwap(ZOR_MSG_HEAD *header);
+
+/* Always 0: bodies are never converted by the bus. The argument is ignored. */
+ZOR_API uint32_t ZOR_MSG_BodyNeedEndianSwap(const void *message);
+
+/* The header in front of a body, null for null. */
+ZOR_API ZOR_MSG_HEAD *ZOR_MSG_GetMsgHead(void *body);
+
+/* The body behind a header; null when the header is null or its body length is 0. */
+ZOR_API void *ZOR_MSG_GetMsgByHead(ZOR_MSG_HEAD *header);
+
+ZOR_END_DECLS
+
+#endif

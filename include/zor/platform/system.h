@@ -1,0 +1,24 @@
+/* Random numbers, wall-clock text and privileges. */
+#ifndef ZOR_PLATFORM_SYSTEM_H
+#define ZOR_PLATFORM_SYSTEM_H
+
+#include <stdint.h>
+#include <zor/export.h>
+
+ZOR_BEGIN_DECLS
+
+/* A random number, hard to guess and evenly spread over all 32 bits. */
+ZOR_API uint32_t ZOR_UTIL_GenRandomInteger(void);
+
+/* The current UTC time as "YYYY-MM-DDThh:mm:ssZ" in a static buffer of the calling thread. */
+ZOR_API const char *ZOR_UTIL_GetCurrUTCTimeStamp(void);
+
+/* Regains the privileges that the process gave up. Returns 0, or 1 when the system refuses. */
+ZOR_API uint32_t ZOR_UTIL_UpRootPrivileges(void);
+
+/* Gives up raised privileges until ZOR_UTIL_UpRootPrivileges. Returns 0, or 1 when the system refuses. */
+ZOR_API uint32_t ZOR_UTIL_DropAndroidRootPrivileges(void);
+
+ZOR_END_DECLS
+
+#endif

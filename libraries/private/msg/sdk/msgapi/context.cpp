@@ -1,0 +1,10 @@
+#include "sdk/msgapi/context.h"
+
+#include <cstddef>
+
+ZOR_MSG_CTX g_stMsgCtx = {{}, -1, nullptr, 0, nullptr, -1, nullptr, 0, nullptr, 0};
+
+const char *m_aucAppName = "";
+
+static_assert(sizeof(void *) != 4 || sizeof(ZOR_MSG_CTX) == 48);
+static_assert(sizeof(void *) != 4 || offsetof(ZOR_MSG_CTX, sequence) == 44);

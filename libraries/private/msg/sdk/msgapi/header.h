@@ -1,0 +1,42 @@
+// The 40-byte header on its way out and in: board bits, byte order, and the flag of a body that lies in a file.
+#ifndef SDK_MSGAPI_HEADER_H
+#define SDK_MSGAPI_HEADER_H
+
+#include <zor/msg_head.h>
+
+#include <cstdint>
+
+namespace zor {
+
+// The place of the body, also when it is empty.
+inline void *BodyOf(ZOR_MSG_HEAD *header) noexcept {
+  return header + 1;
+}
+inline const void *BodyOf(const ZOR_MSG_HEAD *header) noexcept {
+  return header + 1;
+}
+
+// Brings an arrived header into host order, notes the sender's board in the context and reduces the type word to the
+// message type. Returns 1 when the body lies in a file. Changes the header in place: once for each message.
+std::uint32_t FixUpReceivedHeader(ZOR_MSG_HEAD &header, ZOR_MSG_CTX &context) noexcept;
+
+std::uint32_t OwnBoard(const ZOR_MSG_CTX &context) noexcept;
+std::uint32_t PeerBoard(const ZOR_MSG_CTX &context) noexcept;
+
+// While it lives the header is in wire form: own board bits in place, byte order swapped when the peer wants that.
+// Afterwards the header is in host order and its type word reduced to the message type.
+class OutgoingHeader {
+ public:
+  OutgoingHeader(ZOR_MSG_HEAD &header, const ZOR_MSG_CTX &context) noexcept;
+  OutgoingHeader(const OutgoingHeader &) = delete;
+  OutgoingHeader &operator=(const OutgoingHeader &) = delete;
+  ~OutgoingHeader();
+
+ private:
+  ZOR_MSG_HEAD &header_;
+  bool swapped_;
+};
+
+}  // namespace zor
+
+#endif

@@ -1,0 +1,47 @@
+// Child processes of a test: programs, and functions run in a fork. Whatever still runs is killed at the end.
+#ifndef TESTS_SUPPORT_CHILD_H
+#define TESTS_SUPPORT_CHILD_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace zor::test {
+
+// Polls until the condition holds; false when the deadline passes first.
+bool WaitUntil(const std::function<bool()> &condition, std::chrono::milliseconds deadline = std::chrono::seconds(10));
+
+class Child {
+ public:
+  // Runs a program with its standard output in a pipe.
+  static Child Program(const std::vector<std::string> &arguments);
+  // Runs a function in a fork; its result is the exit status.
+  static Child Function(const std::function<int()> &body);
+
+  Child(Child &&other) noexcept;
+  Child &operator=(Child &&other) = delete;
+  ~Child();
+
+  pid_t pid() const { return pid_; }
+  // Reads the program's output up to and with the given text; false on end of file or after the deadline.
+  bool WaitForOutput(const std::string &text, std::chrono::milliseconds deadline = std::chrono::seconds(10));
+  // All that was read from the program's output so far.
+  const std::string &output() const { return output_; }
+  void Signal(int number) const;
+  // Waits for the end: the exit status, 128 + the signal that ended it, or -1 after the deadline.
+  int Wait(std::chrono::milliseconds deadline = std::chrono::seconds(10));
+
+ private:
+  Child(pid_t pid, int fd) : pid_(pid), fd_(fd) {}
+
+  pid_t pid_;
+  int fd_;
+  std::string output_;
+};
+
+}  // namespace zor::test
+
+#endif

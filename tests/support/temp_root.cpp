@@ -1,0 +1,27 @@
+#include "support/temp_root.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+namespace zor::test {
+
+TempRoot::TempRoot() {
+  char name[] = "/tmp/zor.XXXXXX";
+  if (::mkdtemp(name) == nullptr) {
+    std::perror("mkdtemp");
+    std::abort();
+  }
+  root_ = name;
+  for (const char *directory : {"/var/run/msg", "/var/run/notify", "/var/mlog"}) {
+    std::filesystem::create_directories(Path(directory));
+  }
+  ::setenv("ZOR_ROOT", name, 1);
+}
+
+TempRoot::~TempRoot() {
+  std::error_code ignored;
+  std::filesystem::remove_all(root_, ignored);
+}
+
+}  // namespace zor::test

@@ -1,0 +1,26 @@
+// A private system: a temporary directory that holds every fixed path of this process and its children.
+#ifndef TESTS_SUPPORT_TEMP_ROOT_H
+#define TESTS_SUPPORT_TEMP_ROOT_H
+
+#include <string>
+
+namespace zor::test {
+
+class TempRoot {
+ public:
+  // Makes the directory with the fixed directories in it and points ZOR_ROOT at it.
+  TempRoot();
+  ~TempRoot();
+  TempRoot(const TempRoot &) = delete;
+  TempRoot &operator=(const TempRoot &) = delete;
+
+  // Where a fixed path such as "/var/msgsvr" lies.
+  std::string Path(const std::string &fixed) const { return root_ + fixed; }
+
+ private:
+  std::string root_;
+};
+
+}  // namespace zor::test
+
+#endif
