@@ -1,0 +1,161 @@
+#include "sdk/loop/msg_watcher.h"
+
+#include <zor/status.h>
+
+#include <utility>
+
+#include "base/alloc.h"
+#include "base/list.h"
+#include "sdk/loop/msg_read.h"
+#include "sdk/msgapi/message_track.h"
+
+namespace zor {
+namespace {
+
+constexpr std::uint32_t kRawChunkSize = 1024;
+constexpr std::uint32_t kNoReply = 1;
+
+// A received block; its length may be less than a bus header's, since the watcher's owner decides what a header is.
+struct Received {
+  MallocPtr<ZOR_MSG_HEAD> message;
+  std::uint64_t length = 0;
+};
+
+MallocPtr<ZOR_MSG_HEAD> NewBlock(std::uint32_t length) {
+  return MallocPtr<ZOR_MSG_HEAD>(static_cast<ZOR_MSG_HEAD *>(GuardedCalloc(length)));
+}
+
+// Handlers of raw chunks are given no length, so the rest of the block is zero.
+std::uint32_t ReadRawChunk(const UvMsgWatcher &watcher, Received &received) {
+  received = {NewBlock(kRawChunkSize), kRawChunkSize};
+  if (received.message == nullptr) return ZOR_E_NO_MEMORY;
+  return ReadChunk(watcher.io.fd, received.message.get(), kRawChunkSize);
+}
+
+// An owner that fails has freed the message and left null. Its own status is not passed on: it may be one that stands
+// for the state of the descriptor here.
+std::uint32_t FixUp(const UvMsgWatcher &watcher, Received &received) {
+  ZOR_MSG_HEAD *message = received.message.release();
+  const std::uint32_t status = watcher.fixUp(&message);
+  received.message.reset(message);
+  return status == ZOR_OK && message != nullptr ? ZOR_OK : ZOR_E_IO;
+}
+
+// A payload that is refused stays on the descriptor and is read as headers from then on.
+std::uint32_t ReadPayload(const UvMsgWatcher &watcher, std::uint32_t payloadLength, Received &received) {
+  if (payloadLength > ZOR_MSG_RECV_BODY_MAX) return ZOR_E_NO_MEMORY;
+  const std::uint64_t headerLength = received.length;
+  received.length += payloadLength;
+  received.message = GuardedRegrow(std::move(received.message), headerLength, received.length);
+  if (received.message == nullptr) return ZOR_E_NO_MEMORY;
+  char *payload = static_cast<char *>(static_cast<void *>(received.message.get())) + headerLength;
+  return ReadExactly(watcher.io.fd, payload, payloadLength, kNextPieceWaitMs);
+}
+
+std::uint32_t ReadWholeMessage(const UvMsgWatcher &watcher, Received &received) {
+  if (watcher.headerLength == 0 || watcher.getPayloadLength == nullptr) return ZOR_E_IO;
+  received = {NewBlock(watcher.headerLength), watcher.headerLength};
+  if (received.message == nullptr) return ZOR_E_NO_MEMORY;
+  std::uint32_t status = ReadExactly(watcher.io.fd, received.message.get(), watcher.headerLength, 0);
+  if (status != ZOR_OK) return status;
+  std::uint32_t needsFixUp = 0;
+  const std::uint32_t payloadLength = watcher.getPayloadLength(received.message.get(), &needsFixUp);
+  if (payloadLength == 0) return ZOR_OK;
+  status = ReadPayload(watcher, payloadLength, received);
+  if (status != ZOR_OK || needsFixUp == 0 || watcher.fixUp == nullptr) return status;
+  return FixUp(watcher, received);
+}
+
+// Takes the record off its watcher and stops its guard. This comes before its callback: a loop run from inside the
+// callback must neither match the record again nor fire its guard.
+MallocPtr<UvPendingReply> TakeOff(UvPendingReply *record) {
+  if (record->watcher != nullptr) Unlink(record->watcher->pending, record);
+  ZOR_UTIL_TimerDel(record->timer);
+  record->timer = nullptr;
+  return MallocPtr<UvPendingReply>(record);
+}
+
+void DeliverReply(UvPendingReply *waiting, const Received &received) {
+  const MallocPtr<UvPendingReply> record = TakeOff(waiting);
+  if (record->replyCallback == nullptr) return;
+  const MessageTrack track("msg_watcher.cpp", *received.message, static_cast<std::size_t>(received.length));
+  track.Start(__LINE__);
+  record->replyCallback(received.message.get(), ZOR_OK, record->replyData);
+  track.End(__LINE__);
+}
+
+// Touches nothing of the watcher after a handler: it may have been deleted.
+void Dispatch(UvMsgWatcher &watcher, const Received &received) {
+  ZOR_MSG_HEAD *message = received.message.get();
+  if (watcher.matchReply != nullptr) {
+    UvPendingReply *waiting = Find(watcher.pending, [&](const UvPendingReply &record) {
+      return watcher.matchReply(message, record.key1, record.key2) != 0;
+    });
+    if (waiting != nullptr) return DeliverReply(waiting, received);
+  }
+  if (watcher.defaultHandler != nullptr) watcher.defaultHandler(message);
+}
+
+// The end of file is silent too, and the loop calls again: only the watcher's owner knows what its loss means.
+void OnReadable(UvIO *watcher, std::uint32_t) {
+  ReadAndDispatchMessage(*static_cast<UvMsgWatcher *>(static_cast<void *>(watcher)));
+}
+
+void OnNoReply(void *data) {
+  const MallocPtr<UvPendingReply> record = TakeOff(static_cast<UvPendingReply *>(data));
+  if (record->replyCallback != nullptr) record->replyCallback(nullptr, kNoReply, record->replyData);
+}
+
+// The guard lives on the loop of its watcher: the default loop may be a passing one, whose end frees its timers.
+UvTimer *StartGuard(UvPendingReply &record, std::uint32_t timeoutMs) {
+  MallocPtr<UvTimer> timer = GuardedNew<UvTimer>();
+  if (timer == nullptr || ZOR_UV_TimerInit(record.watcher->io.header.loop, timer.get()) != ZOR_OK) return nullptr;
+  ZOR_UV_TimerStart(timer.get(), timeoutMs, 1, OnNoReply, &record);
+  return timer.release();
+}
+
+UvIO *IoOf(UvMsgWatcher *watcher) {
+  return watcher == nullptr ? nullptr : &watcher->io;
+}
+
+}  // namespace
+
+std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher) noexcept {
+  Received received;
+  const bool raw = (watcher.io.header.flags & UV_WATCHER_RAW) != 0;
+  const std::uint32_t status = raw ? ReadRawChunk(watcher, received) : ReadWholeMessage(watcher, received);
+  if (status == ZOR_OK) Dispatch(watcher, received);
+  return status;
+}
+
+}  // namespace zor
+
+void ZOR_UV_MsgInit(UvLoop *loop, UvMsgWatcher *watcher, int32_t fd, UV_MSG_HANDLER defaultHandler) {
+  if (ZOR_UV_IOInit(loop, zor::IoOf(watcher), fd, zor::OnReadable) != ZOR_OK) return;
+  watcher->io.header.flags |= UV_WATCHER_MSG;
+  watcher->defaultHandler = defaultHandler;
+  watcher->pending = nullptr;
+}
+
+uint32_t ZOR_UV_MsgStart(UvMsgWatcher *watcher) {
+  return ZOR_UV_IOStart(zor::IoOf(watcher), UV_READABLE);
+}
+
+uint32_t ZOR_UV_MsgDelete(UvMsgWatcher *watcher) {
+  return ZOR_UV_IODelete(zor::IoOf(watcher));
+}
+
+uint32_t ZOR_UV_MsgStartWatcher(UvMsgWatcher *watcher, uint32_t key1, uint32_t key2, uint32_t timeoutMs,
+                                void *replyData, UV_MSG_REPLY replyCallback) {
+  if (watcher == nullptr || replyCallback == nullptr) return ZOR_E_IO;
+  zor::MallocPtr<UvPendingReply> record = zor::GuardedNew<UvPendingReply>();
+  if (record == nullptr) return ZOR_E_NO_MEMORY;
+  record->key1 = key1;
+  record->key2 = key2;
+  record->replyData = replyData;
+  record->replyCallback = replyCallback;
+  record->watcher = watcher;
+  record->timer = zor::StartGuard(*record, timeoutMs);  // without one the request waits for its reply without limit
+  zor::Append(watcher->pending, record.release());
+  return ZOR_OK;
+}

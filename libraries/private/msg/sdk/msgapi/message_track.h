@@ -1,0 +1,30 @@
+// The pair of "track" lines around the handling of one message.
+#ifndef SDK_MSGAPI_MESSAGE_TRACK_H
+#define SDK_MSGAPI_MESSAGE_TRACK_H
+
+#include <zor/msg_wire.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zor {
+
+// Keeps the header's values, because a handler may reuse the block for its answer.
+class MessageTrack {
+ public:
+  // file: the source file that the lines name. blockLength: bytes of the block; what a shorter block lacks prints as 0.
+  MessageTrack(const char *file, const ZOR_MSG_HEAD &msg, std::size_t blockLength = sizeof(ZOR_MSG_HEAD)) noexcept;
+
+  void Start(std::uint32_t line) const noexcept { Print("start", line); }
+  void End(std::uint32_t line) const noexcept { Print("end", line); }
+
+ private:
+  void Print(const char *stage, std::uint32_t line) const noexcept;
+
+  const char *file_;
+  ZOR_MSG_HEAD header_ = {};
+};
+
+}  // namespace zor
+
+#endif
