@@ -1,0 +1,36 @@
+// The command line, which is the same for every server: --help, --settings FILE, --verbose.
+#ifndef COMMON_COMMAND_LINE_H
+#define COMMON_COMMAND_LINE_H
+
+#include <optional>
+#include <string>
+
+#include "common/exit_code.h"
+
+namespace zor::daemon {
+
+// What --help says about a server.
+struct Program {
+  const char *name;
+  const char *purpose;       // one sentence
+  const char *settingsPath;  // a fixed path, where the settings are looked for when --settings is not given
+  const char *settingsHelp;  // lines of "  key = default   what it does\n"
+  const char *verboseHelp;   // what --verbose does, in a few words
+};
+
+struct CommandLine {
+  std::string settingsPath;    // ready to open
+  bool settingsGiven = false;  // the path stood on the command line, so the file must exist
+  bool verbose = false;
+  std::optional<ExitCode> exit;  // set when there is nothing to run: after --help, or after a wrong argument
+};
+
+// Reads the arguments of main. Prints the help on standard output, or what is wrong on standard error.
+CommandLine ReadCommandLine(const Program &program, int count, char **arguments);
+
+// Says on standard output, in one flushed line, that the server now listens at a fixed path.
+void SayListening(const Program &program, const char *fixedPath);
+
+}  // namespace zor::daemon
+
+#endif

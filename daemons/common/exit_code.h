@@ -1,0 +1,17 @@
+// How a server ends. The same numbers for all of them; --help prints the table.
+#ifndef COMMON_EXIT_CODE_H
+#define COMMON_EXIT_CODE_H
+
+namespace zor::daemon {
+
+enum ExitCode : int {
+  kExitOk = 0,        // stopped by SIGTERM or SIGINT, or --help
+  kExitFailure = 1,   // the system refused something that the server cannot do without
+  kExitUsage = 2,     // wrong command line
+  kExitSettings = 3,  // the settings file cannot be read or holds a mistake
+  kExitBusy = 4,      // another process listens on the server's path
+};
+
+}  // namespace zor::daemon
+
+#endif

@@ -1,0 +1,99 @@
+#include "common/local_socket.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "common/paths.h"
+
+namespace zor::daemon {
+namespace {
+
+sockaddr_un AddressOf(const std::string &path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return address;
+}
+
+const sockaddr *Generic(const sockaddr_un *address) {
+  return reinterpret_cast<const sockaddr *>(address);
+}
+
+// Whether some process still holds the socket at the path. A full backlog (EAGAIN) or another type (EPROTOTYPE) is a
+// living one too.
+bool SomebodyListens(const std::string &path, int type) {
+  const Fd probe(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const sockaddr_un address = AddressOf(path);
+  return ::connect(probe.get(), Generic(&address), sizeof address) == 0 || (errno != ECONNREFUSED && errno != ENOENT);
+}
+
+}  // namespace
+
+LocalSocket::~LocalSocket() {
+  if (fd_.valid() && IsMine()) ::unlink(path_.c_str());
+}
+
+ExitCode LocalSocket::Open(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log) {
+  path_ = FixedPath(fixedPath);
+  if (path_.empty() || path_.size() >= sizeof(sockaddr_un::sun_path)) {
+    log.Print("%s: too long for the address of a socket beneath ZOR_ROOT", fixedPath.c_str());
+    return kExitFailure;
+  }
+  if (const ExitCode code = Lock(fixedPath, log); code != kExitOk) return code;
+  if (const ExitCode code = RemoveStale(fixedPath, type, log); code != kExitOk) return code;
+  if (Bind(type, mode)) return kExitOk;
+  log.PrintErrno("%s: cannot listen", fixedPath.c_str());
+  return kExitFailure;
+}
+
+ExitCode LocalSocket::Lock(const std::string &fixedPath, ProblemLog &log) {
+  lock_.reset(::open((path_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!lock_.valid()) {
+    log.PrintErrno("%s.lock", fixedPath.c_str());
+    return kExitFailure;
+  }
+  if (::flock(lock_.get(), LOCK_EX | LOCK_NB) == 0) return kExitOk;
+  log.Print("%s: another %s is running", fixedPath.c_str(), log.program().c_str());
+  return kExitBusy;
+}
+
+ExitCode LocalSocket::RemoveStale(const std::string &fixedPath, int type, ProblemLog &log) {
+  struct stat status = {};
+  if (::lstat(path_.c_str(), &status) != 0) return kExitOk;
+  if (!S_ISSOCK(status.st_mode)) {
+    log.Print("%s: is in the way and not a socket", fixedPath.c_str());
+    return kExitFailure;
+  }
+  if (SomebodyListens(path_, type)) {
+    log.Print("%s: another process is listening there", fixedPath.c_str());
+    return kExitBusy;
+  }
+  if (::unlink(path_.c_str()) == 0 || errno == ENOENT) return kExitOk;
+  log.PrintErrno("%s: cannot be replaced", fixedPath.c_str());
+  return kExitFailure;
+}
+
+bool LocalSocket::Bind(int type, mode_t mode) {
+  Fd fd(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const sockaddr_un address = AddressOf(path_);
+  if (!fd.valid() || ::bind(fd.get(), Generic(&address), sizeof address) != 0) return false;
+  fd_ = std::move(fd);
+  struct stat status = {};
+  if (::lstat(path_.c_str(), &status) != 0) return false;
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
+  if (::chmod(path_.c_str(), mode) != 0) return false;
+  return type == SOCK_DGRAM || ::listen(fd_.get(), SOMAXCONN) == 0;
+}
+
+bool LocalSocket::IsMine() const {
+  struct stat status = {};
+  return ::lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
+}
+
+}  // namespace zor::daemon

@@ -1,0 +1,27 @@
+// SIGTERM and SIGINT as a descriptor that becomes readable, so that a server stops between two events and never inside
+// one. Making it also ignores SIGPIPE.
+#ifndef COMMON_STOP_SIGNAL_H
+#define COMMON_STOP_SIGNAL_H
+
+#include "common/fd.h"
+
+namespace zor::daemon {
+
+class StopSignal {
+ public:
+  // Blocks both signals from here on: make it before anything that a signal must not interrupt.
+  StopSignal();
+
+  // False, with errno, when the system gave no descriptor.
+  bool valid() const { return fd_.valid(); }
+  int fd() const { return fd_.get(); }
+  // Takes a signal that has arrived; false when there is none. Does not wait.
+  bool Take();
+
+ private:
+  Fd fd_;
+};
+
+}  // namespace zor::daemon
+
+#endif
