@@ -1,0 +1,108 @@
+#include "common/output_queue.h"
+
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace zor::daemon {
+namespace {
+
+// Messages that one system call takes from the queue.
+constexpr size_t kGatherMax = 64;
+
+size_t CostOf(size_t messageSize) {
+  return messageSize + sizeof(OutputQueue::Message) + 2 * sizeof(void *);
+}
+
+ssize_t SendMessage(int socket, const msghdr &message) {
+  ssize_t count;
+  do {
+    count = ::sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+  } while (count < 0 && errno == EINTR);
+  return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? 0 : count;
+}
+
+ssize_t SendWithDescriptor(int socket, msghdr &message, int descriptor) {
+  alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int))> control{};
+  message.msg_control = control.data();
+  message.msg_controllen = control.size();
+  cmsghdr *head = CMSG_FIRSTHDR(&message);
+  head->cmsg_level = SOL_SOCKET;
+  head->cmsg_type = SCM_RIGHTS;
+  head->cmsg_len = CMSG_LEN(sizeof(int));
+  std::memcpy(CMSG_DATA(head), &descriptor, sizeof descriptor);
+  return SendMessage(socket, message);
+}
+
+iovec VectorOf(std::span<const std::byte> bytes) {
+  return {const_cast<std::byte *>(bytes.data()), bytes.size()};
+}
+
+}  // namespace
+
+ssize_t SendNow(int socket, std::span<const std::byte> bytes, int descriptor) {
+  iovec vector = VectorOf(bytes);
+  msghdr message = {};
+  message.msg_iov = &vector;
+  message.msg_iovlen = 1;
+  return descriptor < 0 ? SendMessage(socket, message) : SendWithDescriptor(socket, message, descriptor);
+}
+
+bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, Fd &&descriptor) {
+  const size_t cost = CostOf(message.size());
+  if (cost > maxBytes_ - bytes_ || (descriptor.valid() && descriptors_ == kMaxDescriptors)) return false;
+  bytes_ += cost;
+  if (descriptor.valid()) ++descriptors_;
+  messages_.push_back({{message.begin(), message.end()}, sent, std::move(descriptor)});
+  return true;
+}
+
+OutputQueue::State OutputQueue::Flush(int socket) {
+  while (!messages_.empty()) {
+    const ssize_t count = SendFront(socket);
+    if (count < 0) return State::kBroken;
+    if (count == 0) return State::kBlocked;
+    Advance(static_cast<size_t>(count));
+  }
+  return State::kDrained;
+}
+
+// As many messages as one call takes, but one with a descriptor alone: its receiver expects the descriptor with the
+// first byte that it reads.
+ssize_t OutputQueue::SendFront(int socket) {
+  std::array<iovec, kGatherMax> vectors;
+  size_t used = 0;
+  for (const Message &message : messages_) {
+    if (used == vectors.size() || (used > 0 && message.descriptor.valid())) break;
+    vectors[used++] = VectorOf(std::span(message.bytes).subspan(message.sent));
+    if (message.descriptor.valid()) break;
+  }
+  msghdr gathered = {};
+  gathered.msg_iov = vectors.data();
+  gathered.msg_iovlen = used;
+  const int descriptor = messages_.front().descriptor.get();
+  return descriptor < 0 ? SendMessage(socket, gathered) : SendWithDescriptor(socket, gathered, descriptor);
+}
+
+void OutputQueue::Advance(size_t count) {
+  while (count > 0) {
+    Message &front = messages_.front();
+    if (front.descriptor.valid()) {
+      front.descriptor.reset();
+      --descriptors_;
+    }
+    const size_t taken = std::min(count, front.bytes.size() - front.sent);
+    front.sent += taken;
+    count -= taken;
+    if (front.sent < front.bytes.size()) return;
+    bytes_ -= CostOf(front.bytes.size());
+    messages_.pop_front();
+  }
+}
+
+}  // namespace zor::daemon
