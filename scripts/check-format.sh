@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Fails when a source file is not formatted as .clang-format says. The major version is pinned: others format otherwise.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+tool=clang-format-14
+command -v "$tool" >/dev/null || tool=clang-format
+case $("$tool" --version) in
+  *' 14.'*) ;;
+  *)
+    echo "check-format: clang-format 14 is needed" >&2
+    exit 1
+    ;;
+esac
+git ls-files -z '*.c' '*.h' '*.cpp' | xargs -0 "$tool" --dry-run --Werror

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Runs clang-tidy with the checked-in profile over the libraries and the servers. Usage: lint.sh [FILE...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh lint
+[ -f build/dev/compile_commands.json ] || cmake --preset dev
+if [ $# -eq 0 ]; then
+  mapfile -t files < <(git ls-files 'platform/*.cpp' 'libraries/*.cpp' 'serviceapi/*.cpp' 'daemons/*.cpp' 'tools/*.cpp')
+  set -- "${files[@]}"
+fi
+printf '%s\0' "$@" | xargs -0 -n 4 -P "$(nproc)" clang-tidy -p build/dev --quiet
