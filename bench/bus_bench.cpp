@@ -1,0 +1,107 @@
+// Requests and one-way messages through the message server, beside a bare relay. Usage: bus_bench MSGSVR
+#include <unistd.h>
+#include <zor/msg.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "bare_relay.h"
+#include "harness.h"
+
+namespace {
+
+using namespace zor::bench;
+
+constexpr std::uint32_t kEcho = 0x4001;
+constexpr std::uint32_t kCount = 0x4002;
+constexpr std::uint32_t kAsk = 0x4003;
+constexpr std::uint32_t kTimeoutMs = 10000;
+
+ZOR_MSG_HEAD *Echo(ZOR_MSG_HEAD *msg) {
+  return ZOR_MSG_MsgResponseBuilder(msg, 0, ZOR_MSG_GetMsgByHead(msg), msg->bodyLength);
+}
+
+void Ignore(ZOR_MSG_HEAD *) {}
+
+void Provider() {
+  Require(ZOR_MSG_Init("provider") == ZOR_OK, "the provider joins the bus");
+  ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
+  ZOR_MSG_RegSyncMsgProc(kEcho, Echo, 0, nullptr);
+  ZOR_MSG_RegMsgProc(kCount, Ignore, 0, nullptr);
+  ZOR_MSG_RegSyncMsgProc(kAsk, Echo, 0, nullptr);
+  ZOR_MSG_GetAndDispatch();
+}
+
+void Call(std::uint32_t type, const std::vector<char> &body) {
+  void *request = ZOR_MSG_GetMsgBlock(static_cast<std::uint32_t>(body.size()));
+  Require(request != nullptr, "a message block");
+  if (!body.empty()) std::memcpy(request, body.data(), body.size());
+  ZOR_MSG_SetMsgProfile(request, "provider", type, static_cast<std::uint32_t>(body.size()));
+  ZOR_MSG_HEAD *reply = nullptr;
+  Require(ZOR_MSG_SendAndRecv(ZOR_MSG_GetMsgHead(request), &reply, kTimeoutMs) == ZOR_OK, "a request is answered");
+  Require(reply->bodyLength == body.size(), "the reply is as long as the request");
+  std::free(reply);
+  std::free(ZOR_MSG_GetMsgHead(request));
+}
+
+void CompareRequests(std::size_t bodyLength, const System &system) {
+  const std::size_t count = bodyLength > ZOR_MSG_INLINE_BODY_MAX ? 600 : 4000;
+  const std::vector<char> body(bodyLength, 'x');
+  BareRelay bare(bodyLength, ZOR_MSG_INLINE_BODY_MAX, system.root() + "/var/run/msg");
+  std::vector<double> ours, p50, p99, ratio, ratio99;
+  for (int round = 0; round < kRounds; ++round) {
+    const Cost theirs = TimeEach(count, [&] { bare.Call(); });
+    const Cost mine = TimeEach(count, [&] { Call(kEcho, body); });
+    ours.push_back(mine.mean);
+    p50.push_back(mine.p50);
+    p99.push_back(mine.p99);
+    ratio.push_back(mine.mean / theirs.mean);
+    ratio99.push_back(mine.p99 / theirs.p99);
+  }
+  std::printf("%-10zu %10.0f %9.1f %9.1f %8.2f %8.2f\n", bodyLength, 1e9 / Median(ours), Median(p50) / 1e3,
+              Median(p99) / 1e3, Median(ratio), Median(ratio99));
+}
+
+void CompareOneWay(std::size_t bodyLength) {
+  constexpr std::size_t kMessages = 20000;
+  const std::vector<char> body(bodyLength, 'x');
+  BareStream bare(bodyLength);
+  std::vector<double> ours, ratio;
+  for (int round = 0; round < kRounds; ++round) {
+    const double theirs = TimeAll(1, [&] { bare.Send(kMessages); });
+    const double mine = TimeAll(1, [&] {
+      for (std::size_t i = 1; i < kMessages; ++i) {
+        Require(ZOR_MSG_SendMsgDataWithData("provider", kCount, body.data(), static_cast<std::uint32_t>(bodyLength),
+                                            0) == ZOR_OK,
+                "a one-way send");
+      }
+      Call(kAsk, {});
+    });
+    ours.push_back(mine / kMessages);
+    ratio.push_back(mine / theirs);
+  }
+  std::printf("%-10zu %10.0f %28s %8.2f\n", bodyLength, 1e9 / Median(ours), "", Median(ratio));
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: bus_bench MSGSVR\n");
+    return 2;
+  }
+  PinToOneProcessor();
+  const System system(argv[1]);
+  const Process provider(Provider);
+  Require(ZOR_MSG_Init("consumer") == ZOR_OK, "the consumer joins the bus");
+  while (ZOR_MSG_GetNumOfProcesses("provider") == 0) ::usleep(1000);
+
+  std::printf("requests, beside a bare relay (median of %d rounds)\n", kRounds);
+  std::printf("%-10s %10s %9s %9s %8s %8s\n", "body", "calls/s", "p50 us", "p99 us", "ratio", "p99");
+  for (const std::size_t length : {0, 64, 1024, 2048, 16 << 10, 256 << 10}) CompareRequests(length, system);
+  std::printf("\none-way messages\n%-10s %10s %28s %8s\n", "body", "msgs/s", "", "ratio");
+  for (const std::size_t length : {0, 64, 1024}) CompareOneWay(length);
+  return 0;
+}

@@ -1,0 +1,73 @@
+// Measuring: one processor, several rounds, ratios inside a round, medians over the rounds. Machines are noisy; what
+// two alternatives cost in the same moment of the same machine can be compared, what they cost on two days cannot.
+#ifndef BENCH_HARNESS_H
+#define BENCH_HARNESS_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace zor::bench {
+
+constexpr int kRounds = 9;
+
+// Keeps this process and all that it starts on one processor.
+void PinToOneProcessor();
+
+// Monotonic nanoseconds.
+double Now();
+
+double Median(std::vector<double> values);
+double Percentile(std::vector<double> values, double fraction);
+
+// What one call costs: nanoseconds, from the durations of many.
+struct Cost {
+  double mean = 0;
+  double p50 = 0;
+  double p99 = 0;
+};
+Cost CostOf(const std::vector<double> &durations);
+
+// Times every one of count calls, after a few that warm up.
+Cost TimeEach(std::size_t count, const std::function<void()> &call);
+
+// Nanoseconds per call, from the duration of count of them.
+double TimeAll(std::size_t count, const std::function<void()> &call);
+
+// Runs a function in a child process; the destructor kills it.
+class Process {
+ public:
+  explicit Process(const std::function<void()> &body);
+  ~Process();
+  Process(const Process &) = delete;
+  Process &operator=(const Process &) = delete;
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_;
+};
+
+// A temporary system root with a message server running in it.
+class System {
+ public:
+  explicit System(const std::string &msgsvr);
+  ~System();
+  System(const System &) = delete;
+  System &operator=(const System &) = delete;
+  pid_t server() const { return server_; }
+  const std::string &root() const { return root_; }
+
+ private:
+  std::string root_;
+  pid_t server_;
+};
+
+// Ends the program with a line when the condition does not hold: a benchmark of something broken is no figure.
+void Require(bool condition, const char *what);
+
+}  // namespace zor::bench
+
+#endif

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Builds the release preset and runs every benchmark; prints the tables of docs/benchmarks.md.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh tests
+cmake --preset release >/dev/null
+cmake --build --preset release >/dev/null
+build=build/release
+msgsvr=$build/daemons/msgsvr/msgsvr
+
+"$build/bench/bus_bench" "$msgsvr"
+echo
+"$build/bench/loop_bench"
+echo
+"$build/bench/trace_bench" 2>&1
+echo
+"$build/bench/memory_bench" "$msgsvr"
+echo
+echo "sizes, stripped (bytes)"
+for file in "$build"/libraries/private/msg/libmsgapi.so "$build"/platform/libzorplatform.so "$build"/daemons/*/*svr \
+  "$build"/daemons/*/*server; do
+  copy=$(mktemp)
+  strip -o "$copy" "$file"
+  printf '%-20s %8d\n' "$(basename "$file")" "$(stat -c %s "$copy")"
+  rm -f "$copy"
+done
