@@ -6,7 +6,6 @@
 #include <zor/platform/file.h>
 
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -60,7 +59,7 @@ int RegisteredClient(const char *name) {
           "connect");
   ZOR_MSG_HEAD head = {};
   head.type = ZOR_MSG_REGISTER_APP;
-  std::strncpy(head.source, name, sizeof head.source - 1);
+  std::snprintf(head.source, sizeof head.source, "%s", name);
   Require(::write(fd, &head, sizeof head) == sizeof head, "register");
   Require(::read(fd, &head, sizeof head) == sizeof head, "the registration is answered");
   return fd;
