@@ -20,7 +20,8 @@ std::string_view NameView(const NameField &field) noexcept {
 }
 
 void SetName(NameField &field, const char *text) noexcept {
-  Store(field, text == nullptr ? std::string_view() : std::string_view(text, strnlen(text, sizeof(NameField))));
+  if (text == nullptr) text = "";
+  Store(field, std::string_view(text, strnlen(text, sizeof(NameField))));
 }
 
 void CopyName(NameField &field, const NameField &from) noexcept {
