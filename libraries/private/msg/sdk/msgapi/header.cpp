@@ -57,14 +57,14 @@ std::uint32_t PeerBoard(const ZOR_MSG_CTX &context) noexcept {
 }
 
 OutgoingHeader::OutgoingHeader(ZOR_MSG_HEAD &header, const ZOR_MSG_CTX &context) noexcept
-    : header_(header), swapped_((context.flags & ZOR_MSG_FLAG_SWAP) != 0) {
+    : header_(header), type_(header.type), swapped_((context.flags & ZOR_MSG_FLAG_SWAP) != 0) {
   header_.type = (header_.type & ~ZOR_MSG_BOARD_MASK) | (OwnBoard(context) << ZOR_MSG_BOARD_SHIFT);
   if (swapped_) ZOR_MSG_HeaderEndianSwap(&header_);
 }
 
 OutgoingHeader::~OutgoingHeader() {
   if (swapped_) ZOR_MSG_HeaderEndianSwap(&header_);
-  header_.type &= ZOR_MSG_TYPE_MASK;
+  header_.type = type_ & typeMask_;
 }
 
 }  // namespace zor

@@ -24,7 +24,7 @@ std::uint32_t OwnBoard(const ZOR_MSG_CTX &context) noexcept;
 std::uint32_t PeerBoard(const ZOR_MSG_CTX &context) noexcept;
 
 // While it lives the header is in wire form: own board bits in place, byte order swapped when the peer wants that.
-// Afterwards the header is in host order and its type word reduced to the message type.
+// Afterwards the header is in host order and its type word reduced to the message type, unless the send was cancelled.
 class OutgoingHeader {
  public:
   OutgoingHeader(ZOR_MSG_HEAD &header, const ZOR_MSG_CTX &context) noexcept;
@@ -32,8 +32,13 @@ class OutgoingHeader {
   OutgoingHeader &operator=(const OutgoingHeader &) = delete;
   ~OutgoingHeader();
 
+  // Nothing was written: the caller shall find its type word as it was.
+  void Cancel() noexcept { typeMask_ = ~UINT32_C(0); }
+
  private:
   ZOR_MSG_HEAD &header_;
+  std::uint32_t type_;
+  std::uint32_t typeMask_ = ZOR_MSG_TYPE_MASK;
   bool swapped_;
 };
 

@@ -1,0 +1,81 @@
+#include <zor/msg_build.h>
+#include <zor/status.h>
+
+#include <cstring>
+
+#include "base/text.h"
+#include "sdk/msgapi/context.h"
+#include "sdk/msgapi/header.h"
+
+namespace {
+
+// From these lengths on the size of the block would not fit into the callers' arithmetic; nothing is printed then.
+constexpr uint32_t kResponseLengthEnd = 0x7fffffd7;
+constexpr uint32_t kDupLengthEnd = 0xffffffd7;
+
+// A block for a body of the given length, its header zero but for that length.
+zor::MessagePtr NewMessage(uint32_t bodyLength) {
+  zor::MessagePtr msg(
+      static_cast<ZOR_MSG_HEAD *>(zor::GuardedAlloc(ZOR_MSG_HEAD_SIZE + static_cast<uint64_t>(bodyLength))));
+  if (msg == nullptr) return nullptr;
+  *msg = {};
+  msg->bodyLength = bodyLength;
+  return msg;
+}
+
+}  // namespace
+
+void ZOR_MSG_SimpleBuilder(ZOR_MSG_HEAD *header, const char *destination, uint32_t type, uint32_t dataWord) {
+  if (header == nullptr) return;
+  *header = {};
+  header->type = type;
+  header->sequence = zor::NextSequence();
+  header->data = dataWord;
+  zor::SetName(header->destination, destination);
+}
+
+ZOR_MSG_HEAD *ZOR_MSG_MsgResponseBuilder(const ZOR_MSG_HEAD *request, uint32_t dataWord, const void *data,
+                                         uint32_t dataLength) {
+  if (request == nullptr || (data != nullptr && dataLength >= kResponseLengthEnd)) return nullptr;
+  zor::MessagePtr reply = NewMessage(data == nullptr ? 0 : dataLength);
+  if (reply == nullptr) return nullptr;
+  if (data == nullptr) zor::NextSequence();  // a header-only answer costs a number, which nobody gets
+  reply->type = request->type;
+  reply->sequence = request->sequence;
+  reply->data = dataWord;
+  zor::CopyName(reply->destination, request->source);
+  if (data != nullptr) std::memcpy(zor::BodyOf(reply.get()), data, dataLength);
+  return reply.release();
+}
+
+ZOR_MSG_HEAD *ZOR_MSG_Dup(const ZOR_MSG_HEAD *msg) {
+  if (msg == nullptr || msg->bodyLength >= kDupLengthEnd) return nullptr;
+  zor::MessagePtr copy = NewMessage(msg->bodyLength);
+  if (copy == nullptr) return nullptr;
+  *copy = *msg;
+  std::memcpy(zor::BodyOf(copy.get()), zor::BodyOf(msg), msg->bodyLength);
+  return copy.release();
+}
+
+void *ZOR_MSG_GetMsgBlock(uint32_t dataLength) {
+  zor::MessagePtr msg = NewMessage(dataLength);
+  return msg == nullptr ? nullptr : zor::BodyOf(msg.release());
+}
+
+void *ZOR_MSG_GetMsgBlockEx(void *buffer, uint32_t size) {
+  if (buffer == nullptr || size < ZOR_MSG_HEAD_SIZE) return nullptr;
+  auto *header = static_cast<ZOR_MSG_HEAD *>(buffer);
+  *header = {};
+  header->bodyLength = size - ZOR_MSG_HEAD_SIZE;
+  return zor::BodyOf(header);
+}
+
+uint32_t ZOR_MSG_SetMsgProfile(void *body, const char *destination, uint32_t type, uint32_t dataLength) {
+  if (body == nullptr) return ZOR_E_ARGUMENT;
+  ZOR_MSG_HEAD *header = ZOR_MSG_GetMsgHead(body);
+  if (destination != nullptr) zor::SetName(header->destination, destination);
+  header->type = type;
+  if (dataLength > header->bodyLength) return ZOR_E_ARGUMENT;
+  header->bodyLength = dataLength;
+  return ZOR_OK;
+}

@@ -1,0 +1,145 @@
+#include <sys/socket.h>
+#include <unistd.h>
+#include <zor/mlog.h>
+#include <zor/msg_bus.h>
+#include <zor/status.h>
+#include <zor/trace.h>
+
+#include <cerrno>
+#include <cstddef>
+
+#include "base/text.h"
+#include "base/wait.h"
+#include "sdk/msgapi/body_file.h"
+#include "sdk/msgapi/context.h"
+#include "sdk/msgapi/header.h"
+
+ZOR_MSG_SEND_HOOK g_pfMsgSendHook = nullptr;
+
+namespace zor {
+namespace {
+
+constexpr int kWritableWithinMs = 10000;
+
+// Where bytes go.
+struct Target {
+  int fd;
+  const sockaddr *address;
+  socklen_t addressLength;
+};
+
+// The number of bytes taken, or the negated errno.
+ssize_t Write(const Target &to, const char *from, std::size_t length, int flags) {
+  const ssize_t count = ::sendto(to.fd, from, length, flags | MSG_NOSIGNAL, to.address, to.addressLength);
+  return count >= 0 ? count : -errno;
+}
+
+std::uint32_t AwaitWritable(const Target &to, const ZOR_MSG_HEAD &header) {
+  WaitResult result;
+  do {
+    result = WaitWritable(to.fd, kWritableWithinMs);
+  } while (result == WaitResult::kInterrupted);
+  if (result == WaitResult::kReady) return ZOR_OK;
+  const int error = errno;
+  mlog_print("msg", ZOR_MLOG_FATAL,
+             "Send msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] with fd [%d] select with "
+             "errno [%d].\n",
+             header.type, g_stMsgCtx.appName, header.data, header.bodyLength, header.destination, header.source, to.fd,
+             error);
+  return ZOR_E_NOT_WRITABLE;
+}
+
+void TraceSend(const ZOR_MSG_HEAD &header) {
+  ZOR_TRACE_PrintInfo("transfer_send.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
+                      "Send msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] on board [%d] ...",
+                      header.type, g_stMsgCtx.appName, header.data, header.bodyLength, header.destination,
+                      header.source, OwnBoard(g_stMsgCtx));
+}
+
+void LogWriteError(const ZOR_MSG_HEAD &header, int error) {
+  mlog_print("msg", ZOR_MLOG_FATAL,
+             "Send msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] on board [%d] return "
+             "err:[%d].\n",
+             header.type, g_stMsgCtx.appName, header.data, header.bodyLength, header.destination, header.source,
+             OwnBoard(g_stMsgCtx), error);
+}
+
+// Writes what is left after a first write that gave the result `count`.
+std::uint32_t WriteRest(const Target &to, const char *bytes, std::size_t length, ssize_t count,
+                        const ZOR_MSG_HEAD &header) {
+  for (std::size_t done = 0;; count = Write(to, bytes + done, length - done, 0)) {
+    if (count >= 0) {
+      done += static_cast<std::size_t>(count);
+      if (done >= length) return ZOR_OK;
+      continue;
+    }
+    if (count == -EPIPE) return ZOR_E_PEER_GONE;
+    LogWriteError(header, static_cast<int>(-count));
+    if (count != -EINTR && count != -EAGAIN) return ZOR_E_IO;
+  }
+}
+
+// Writes a whole block. A descriptor that nobody has waited for is tried first: it is nearly always writable, and only
+// one that is not, or that is not open, is waited for.
+std::uint32_t Transmit(const Target &to, ZOR_MSG_HEAD &block, bool waited) {
+  const ZOR_MSG_HEAD header = block;
+  const auto *bytes = static_cast<const char *>(static_cast<const void *>(&block));
+  const std::size_t length = std::size_t{ZOR_MSG_HEAD_SIZE} + header.bodyLength;
+  OutgoingHeader wire(block, g_stMsgCtx);
+  ssize_t count = Write(to, bytes, length, waited ? 0 : MSG_DONTWAIT);
+  if (!waited && (count == -EAGAIN || count == -EBADF)) {
+    const std::uint32_t status = AwaitWritable(to, header);
+    if (status != ZOR_OK) {
+      wire.Cancel();
+      return status;
+    }
+    count = Write(to, bytes, length, 0);
+  }
+  TraceSend(header);
+  return WriteRest(to, bytes, length, count, header);
+}
+
+std::uint32_t SendByFile(const Target &to, const ZOR_MSG_HEAD &msg) {
+  std::uint32_t status = AwaitWritable(to, msg);  // first: an unwritable socket leaves no file
+  if (status != ZOR_OK) return status;
+  MessagePtr block;
+  status = MoveBodyToFile(msg, block);
+  if (status != ZOR_OK) return status;
+  status = Transmit(to, *block, true);
+  if (status != ZOR_OK) RemoveBodyFile(*block);
+  return status;
+}
+
+}  // namespace
+}  // namespace zor
+
+uint32_t ZOR_MSG_Send(ZOR_MSG_HEAD *msg) {
+  if (msg == nullptr) return ZOR_E_ARGUMENT;
+  const int fd = g_stMsgCtx.socketFd;
+  if (fd < 0) {
+    ZOR_TRACE_PrintInfo("transfer_send.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
+                        "msgapi fail to send, fd=%d not init, pid=%d\n", fd, ::getpid());
+    return ZOR_E_NOT_CONNECTED;
+  }
+  zor::CopyName(msg->source, g_stMsgCtx.appName);
+  return ZOR_MSG_SendEx(fd, msg);
+}
+
+uint32_t ZOR_MSG_SendEx(int fd, ZOR_MSG_HEAD *msg) {
+  if (g_pfMsgSendHook != nullptr) {
+    int handled = 0;
+    const uint32_t status = g_pfMsgSendHook(msg, &handled, &fd);
+    if (handled != 0) return status;
+  }
+  return ZOR_MSG_SendTo(fd, msg, nullptr, 0);
+}
+
+uint32_t ZOR_MSG_SendTo(int fd, ZOR_MSG_HEAD *msg, const struct sockaddr *address, uint32_t addressLength) {
+  if (msg == nullptr || fd < 0) return ZOR_E_ARGUMENT;
+  const zor::Target to = {fd, address, addressLength};
+  return msg->bodyLength > ZOR_MSG_INLINE_BODY_MAX ? zor::SendByFile(to, *msg) : zor::Transmit(to, *msg, false);
+}
+
+uint32_t ZOR_MSG_SendRealTimeMsg(void *) {
+  return ZOR_OK;
+}
