@@ -1,0 +1,104 @@
+// The way of a received message: the filter traces it and calls the application's message procedure; the default
+// procedure runs the handlers of its type in order and sends their answers; what no handler took goes to the first
+// built-in rule that wants it.
+#include <zor/msg_dispatch.h>
+
+#include <zor/msg_bus.h>
+#include <zor/sockbase.h>
+#include <zor/trace.h>
+
+#include <array>
+#include <cstdio>
+
+#include "base/text.h"
+#include "sdk/msgapi/context.h"
+#include "sdk/msgapi/handler_table.h"
+#include "sdk/msgapi/message_track.h"
+#include "sdk/msgapi/safe_exit.h"
+
+namespace zor {
+namespace {
+
+constexpr char kTraceLabel[] = "msgapi";
+
+struct BuiltInRule {
+  bool (*applies)(const ZOR_MSG_HEAD &msg);
+  void (*act)(ZOR_MSG_HEAD &msg);
+};
+
+constexpr std::array kBuiltInRules = {
+    BuiltInRule{IsSafeExitRequest, SafeExit},
+};
+
+void RunBuiltInRule(ZOR_MSG_HEAD &msg) {
+  for (const BuiltInRule &rule : kBuiltInRules) {
+    if (rule.applies(msg)) return rule.act(msg);
+  }
+}
+
+void TraceMatch(const HandlerEntry &entry, const ZOR_MSG_HEAD &head) {
+  const auto *function = entry.proc != nullptr ? reinterpret_cast<const void *>(entry.proc)
+                                               : reinterpret_cast<const void *>(entry.syncProc);
+  ZOR_TRACE_PrintInfo("dispatch.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
+                      "Match msg type:[0x%x] app:[%s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] with function %p "
+                      "[%s].",
+                      head.type, g_stMsgCtx.appName, head.data, head.bodyLength, head.destination, head.source,
+                      function, kTraceLabel);
+}
+
+// A handler that answers inside the request's own block gives back the request, which is not its to give away.
+void SendReply(ZOR_MSG_HEAD *reply, const ZOR_MSG_HEAD *msg, const ZOR_MSG_HEAD &request) {
+  MessagePtr owner(reply == msg ? nullptr : reply);
+  if (reply == nullptr) return;
+  reply->type = request.type;
+  CopyName(reply->destination, request.source);
+  ZOR_MSG_Send(reply);
+}
+
+// True when at least one handler of the message's type ran. The request is the header as it was before the first.
+bool RunHandlers(ZOR_MSG_HEAD *msg, const ZOR_MSG_HEAD &request) {
+  bool handled = false;
+  const HandlerWalk walk;
+  for (const HandlerEntry *entry : walk) {
+    if (entry->dead || entry->type != request.type) continue;
+    if (entry->proc == nullptr && entry->syncProc == nullptr) continue;
+    TraceMatch(*entry, request);
+    if (entry->proc != nullptr) entry->proc(msg);
+    if (entry->syncProc != nullptr && !entry->dead) SendReply(entry->syncProc(msg), msg, request);
+    handled = true;
+  }
+  return handled;
+}
+
+}  // namespace
+}  // namespace zor
+
+void ZOR_MSG_RegisterMsgProc(ZOR_MSG_PROC proc) {
+  g_stMsgCtx.messageProc = proc;
+}
+
+void ZOR_MSG_MsgFilterProc(ZOR_MSG_HEAD *msg, uint32_t) {
+  if (msg == nullptr) return;
+  const zor::MessageTrack track("dispatch.cpp", *msg);
+  track.Start(__LINE__);
+  if (msg->bodyLength > ZOR_MSG_DISPATCH_BODY_MAX) {
+    std::printf("[msg] error msg datalen = %d \r\n", static_cast<int>(msg->bodyLength));
+    return;
+  }
+  if (g_stMsgCtx.messageProc != nullptr) g_stMsgCtx.messageProc(msg, msg->bodyLength);
+  track.End(__LINE__);
+}
+
+uint32_t ZOR_MSG_GetAndDispatch(void) {
+  return ZOR_UTIL_SockBaseStart(0);
+}
+
+void ZOR_MSG_DefaultMsgProc(ZOR_MSG_HEAD *msg, uint32_t) {
+  if (msg == nullptr) return;
+  const ZOR_MSG_HEAD head = *msg;
+  const bool handled = zor::RunHandlers(msg, head);
+  ZOR_TRACE_PrintInfo("dispatch.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
+                      "Process msg type:[0x%x] app:[%s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] finished.",
+                      head.type, g_stMsgCtx.appName, head.data, head.bodyLength, head.destination, head.source);
+  if (!handled) zor::RunBuiltInRule(*msg);
+}
