@@ -1,0 +1,120 @@
+#include <sys/socket.h>
+#include <unistd.h>
+#include <zor/trace.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "base/wait.h"
+#include "notifyclient/notify_reboot.h"
+#include "notifyclient/notify_transfer.h"
+
+namespace zor::notify {
+namespace {
+
+constexpr int kWritableTimeoutMs = 10'000;
+constexpr std::uint32_t kFailuresBeforeReboot = 10;
+
+// Sends in a row that found the socket not writable. Outlives the client, which a failing process may well re-create.
+constinit std::uint32_t failureCount;
+
+// Writes the next piece. The notification channel may have been switched to a descriptor that is no socket.
+ssize_t WritePiece(int fd, const std::byte *data, std::size_t length) {
+  const ssize_t count = ::send(fd, data, length, MSG_NOSIGNAL);
+  return count < 0 && errno == ENOTSOCK ? ::write(fd, data, length) : count;
+}
+
+std::uint32_t ReportNotWritable(const ZOR_NOTIFY_MSG &msg, WaitResult result) {
+  const bool timedOut = result == WaitResult::kTimedOut;
+  ++failureCount;
+  std::printf("Send notify msg err %d:%d, type=0x%x, src=[%d], dest=[%d], ack=[%d], failed time = [%d]\n",
+              timedOut ? 0 : -1, timedOut ? 0 : errno, msg.msg_type, msg.source_id, msg.des_id, msg.ack_tag,
+              failureCount);
+  return ZOR_NOTIFY_E_NOT_WRITABLE;
+}
+
+std::uint32_t ReportWriteError(int fd, const ZOR_NOTIFY_MSG &msg, std::size_t sent, ssize_t result) {
+  const auto sentLength = static_cast<std::uint32_t>(sent);
+  if (errno == EPIPE) {
+    std::printf("notifyclient fail to write notify: fd=%d, data_len=%u, send_len=%u, errno=EPIPE, ret=%d.\n", fd,
+                msg.data_len, sentLength, static_cast<int>(result));
+    return ZOR_NOTIFY_E_TIMEOUT;
+  }
+  std::printf("notifyclient fail to write notify: fd=%d, data_len=%u, send_len=%u, errno=%d, ret=%d.\n", fd,
+              msg.data_len, sentLength, errno, static_cast<int>(result));
+  return ZOR_NOTIFY_E_IO;
+}
+
+std::uint32_t WriteAll(int fd, const ZOR_NOTIFY_MSG &msg) {
+  const auto *bytes = static_cast<const std::byte *>(static_cast<const void *>(&msg));
+  const std::size_t length = ZOR_NOTIFY_HEAD_SIZE + std::size_t{msg.data_len};
+  for (std::size_t sent = 0; sent < length;) {
+    const ssize_t count = WritePiece(fd, bytes + sent, length - sent);
+    if (count >= 0) {
+      sent += static_cast<std::size_t>(count);
+    } else if (errno == EAGAIN) {
+      WaitWritable(fd, kWritableTimeoutMs);
+    } else if (errno != EINTR) {
+      return ReportWriteError(fd, msg, sent, count);
+    }
+  }
+  return ZOR_NOTIFY_OK;
+}
+
+WaitResult AwaitWritable(int fd) {
+  WaitResult result;
+  do {
+    result = WaitWritable(fd, kWritableTimeoutMs);
+  } while (result == WaitResult::kInterrupted);
+  return result;
+}
+
+}  // namespace
+
+NotifyPtr NewMessage(std::uint32_t destination, std::uint32_t type, std::uint64_t dataLength) noexcept {
+  NotifyPtr msg(static_cast<ZOR_NOTIFY_MSG *>(GuardedCalloc(ZOR_NOTIFY_HEAD_SIZE + dataLength)));
+  if (msg == nullptr) return nullptr;
+  msg->msg_type = type;
+  msg->seq = NextSequence();
+  msg->source_id = g_stClient.mid;
+  msg->des_id = destination;
+  msg->ack_tag = ZOR_NOTIFY_ACK_REQUEST;
+  msg->data_len = static_cast<std::uint32_t>(dataLength);
+  return msg;
+}
+
+void PutData(ZOR_NOTIFY_MSG &msg, std::uint32_t offset, const void *data, std::uint32_t length) noexcept {
+  if (data != nullptr && length != 0) std::memcpy(DataOf(msg) + offset, data, length);
+}
+
+std::uint32_t Send(const ZOR_NOTIFY_MSG &msg) noexcept {
+  const std::lock_guard lock(SendMutex());
+  const int fd = g_stClient.fd;
+  ZOR_TRACE_PrintInfo("notify_send.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
+                      "notifyclient NotifyMsgSend, pid:%d, thread id:%d, type=0x%x, src=[%d], dest=[%d] seq=%d, "
+                      "sync_tag=%d, data_len=%d, fd=%d\n",
+                      ::getpid(), ::gettid(), msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag,
+                      msg.data_len, fd);
+  if (failureCount >= kFailuresBeforeReboot) {
+    std::printf("error: notifyclient failed more than 10 times, reboot devie!!");
+    std::fflush(stdout);  // the device is about to go down
+    StartReboot();
+  }
+  if (const WaitResult result = AwaitWritable(fd); result != WaitResult::kReady) return ReportNotWritable(msg, result);
+  if (const std::uint32_t status = WriteAll(fd, msg); status != ZOR_NOTIFY_OK) {
+    std::printf(
+        "notifyclient NotifyMsgSend fail to send, type=0x%x, src=[%d], dest=[%d] seq=%d, sync_tag=%d, "
+        "data_len=%d, ulRetVal=%d, fd=%d\n",
+        msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, status, fd);
+    return status;
+  }
+  ZOR_TRACE_PrintInfo("notify_send.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
+                      "notifyclient NotifyMsgSend leave, type=0x%x, src=[%d], dest=[%d] seq=%d, sync_tag=%d, "
+                      "data_len=%d, fd=%d\n",
+                      msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, fd);
+  failureCount = 0;
+  return ZOR_NOTIFY_OK;
+}
+
+}  // namespace zor::notify

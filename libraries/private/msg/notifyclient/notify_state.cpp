@@ -1,0 +1,93 @@
+#include "notifyclient/notify_state.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "base/list.h"
+
+namespace zor::notify {
+namespace {
+
+struct Membership {
+  const UvWatcher *wanted;
+  bool found;
+};
+
+// The watcher, or null once its loop has been destroyed and has freed it.
+SockBase *LiveWatcher() {
+  Client &client = g_stClient;
+  if (client.watcher == nullptr) return nullptr;
+  Membership membership = {&client.watcher->io.header, false};
+  ZOR_UV_WatcherIterateItem(client.loop, &membership, [](UvWatcher *watcher, void *arg) {
+    auto *sought = static_cast<Membership *>(arg);
+    if (watcher == sought->wanted) sought->found = true;
+  });
+  return membership.found ? client.watcher : nullptr;
+}
+
+void FreePendingMessage(void *item) {
+  std::free(static_cast<PendingNotify *>(item)->msg);
+}
+
+}  // namespace
+
+constinit Client g_stClient{};
+
+std::mutex &SendMutex() noexcept {
+  static constinit std::mutex mutex;
+  return mutex;
+}
+
+std::uint32_t NextSequence() noexcept {
+  return std::atomic_ref(g_stClient.sequence).fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+void Destroy() noexcept {
+  SockBase *watcher = LiveWatcher();
+  if (watcher != nullptr) ::shutdown(watcher->io.fd, SHUT_RDWR);  // wakes a thread that is stuck in a write
+  const std::lock_guard lock(SendMutex());
+  // Deleting the watcher closes its descriptor; a second close could hit a file that another thread has just opened.
+  if (watcher != nullptr) {
+    ZOR_UTIL_SockBaseDelete(watcher);
+  } else if (IsConnected()) {
+    ::close(g_stClient.fd);
+  }
+  ZOR_UTIL_ListDeleteAll(&g_stClient.handlers, nullptr);
+  ZOR_UTIL_ListDeleteAll(&g_stClient.pending, FreePendingMessage);
+  g_stClient = Client();
+}
+
+void SetDescriptor(std::int32_t fd) noexcept {
+  const std::lock_guard lock(SendMutex());
+  g_stClient.fd = fd;
+}
+
+bool StartWatching(SOCK_EVENT_PROC eventProc) noexcept {
+  Client &client = g_stClient;
+  client.loop = ZOR_UV_LoopGetDefault();
+  return ZOR_UTIL_SockBaseReg(client.fd, 0, eventProc, ZOR_SOCK_MODE_READ, &client, &client.watcher) == 0;
+}
+
+void StopWatching() noexcept {
+  SockBase *watcher = LiveWatcher();
+  g_stClient.watcher = nullptr;
+  if (watcher == nullptr) return;
+  ZOR_UV_IOStop(&watcher->io, UV_READABLE | UV_WRITABLE | UV_EXCEPTIONAL);
+  watcher->io.fd = -1;  // keeps the deletion from closing it
+  ZOR_UTIL_SockBaseDelete(watcher);
+}
+
+Handler *FindHandler(std::uint32_t type) noexcept {
+  return Find(g_stClient.handlers, [type](const Handler &handler) { return handler.type == type; });
+}
+
+void AppendPending(NotifyPtr msg) noexcept {
+  auto entry = GuardedNew<PendingNotify>();
+  if (entry == nullptr) return;
+  entry->msg = msg.release();
+  Append(g_stClient.pending, entry.release());
+}
+
+}  // namespace zor::notify

@@ -1,0 +1,235 @@
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <zor/notifyclt.h>
+#include <zor/paths.h>
+#include <zor/platform/file.h>
+#include <zor/trace.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "base/fixed_path.h"
+#include "base/list.h"
+#include "base/unique_fd.h"
+#include "notifyclient/notify_dispatch.h"
+#include "notifyclient/notify_module.h"
+#include "notifyclient/notify_state.h"
+#include "notifyclient/notify_transfer.h"
+
+static_assert(sizeof(ZOR_NOTIFY_MSG) == ZOR_NOTIFY_HEAD_SIZE);
+static_assert(offsetof(ZOR_NOTIFY_MSG, msg_type) == 0);
+static_assert(offsetof(ZOR_NOTIFY_MSG, seq) == 4);
+static_assert(offsetof(ZOR_NOTIFY_MSG, source_id) == 8);
+static_assert(offsetof(ZOR_NOTIFY_MSG, des_id) == 12);
+static_assert(offsetof(ZOR_NOTIFY_MSG, sync_tag) == 16);
+static_assert(offsetof(ZOR_NOTIFY_MSG, ack_tag) == 20);
+static_assert(offsetof(ZOR_NOTIFY_MSG, data_len) == 24);
+static_assert(offsetof(ZOR_NOTIFY_MSG, sub_data_len1) == 28);
+static_assert(offsetof(ZOR_NOTIFY_MSG, sub_data_len2) == 32);
+static_assert(offsetof(ZOR_NOTIFY_MSG, request_word) == 36);
+static_assert(offsetof(ZOR_NOTIFY_MSG, reserved) == 40);
+static_assert(offsetof(ZOR_NOTIFY_MSG, async_flag) == 44);
+
+namespace zor::notify {
+namespace {
+
+// A socket bound to the path of this process, or an invalid descriptor.
+UniqueFd BoundSocket() {
+  UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd.valid()) return {};
+  const int on = 1;
+  if (::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) return {};
+  char path[64];
+  std::snprintf(path, sizeof path, ZOR_PATH_NOTIFY_DIR "/client%05d", ::getpid());
+  const auto address = FixedSocketAddress(path);
+  if (!address) return {};
+  ::unlink(address->sun_path);
+  if (::bind(fd.get(), reinterpret_cast<const sockaddr *>(&*address), sizeof *address) != 0) return {};
+  ZOR_UTIL_RemoveAndroidWPerm(address->sun_path, "775");
+  return fd;
+}
+
+// errno says why it failed.
+bool ConnectToServer(int fd) {
+  const auto address = FixedSocketAddress(ZOR_PATH_NOTIFY_SERVER);
+  if (!address) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
+  int result;
+  do {
+    result = ::connect(fd, reinterpret_cast<const sockaddr *>(&*address), sizeof *address);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+// Every Init asks for the hook and no Destroy takes it away, so it is looked for first. On the loop itself: a
+// remembered address would dangle once the loop has been destroyed.
+bool EnsureDrainHook() {
+  bool present = false;
+  ZOR_UV_WatcherIterateItem(nullptr, &present, [](UvWatcher *watcher, void *found) {
+    if ((watcher->flags & UV_WATCHER_IDLE) == 0 || (watcher->flags & UV_WATCHER_DELETED) != 0) return;
+    if (reinterpret_cast<UvIdle *>(watcher)->idleCallback == DrainPending) *static_cast<bool *>(found) = true;
+  });
+  return present || ZOR_UV_IdleStart(nullptr, DrainPending) != nullptr;
+}
+
+std::uint32_t FailInit(std::uint32_t status) {
+  Destroy();
+  return status;
+}
+
+bool IsAnswer(const ZOR_NOTIFY_MSG &msg, const ZOR_NOTIFY_MSG &request) {
+  return msg.msg_type == request.msg_type && msg.seq == request.seq;
+}
+
+// Receives until the answer comes and keeps everything else for the idle hook.
+std::uint32_t AwaitAnswer(const ZOR_NOTIFY_MSG &request, NotifyPtr &answer) {
+  for (;;) {
+    NotifyPtr msg;
+    const std::uint32_t status = Receive(msg);
+    if (status == ZOR_NOTIFY_E_SERVER_GONE) {
+      std::printf("error: notify server dead when recv, destory client, my pid=%d!\n", ::getpid());
+      Destroy();
+    }
+    if (status != ZOR_NOTIFY_OK) return status;
+    ZOR_TRACE_PrintInfo(
+        "notifyclient.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
+        "recv msg_type = %x, seq_num = %x data_len=%x ack_tag=%x, wait for msg_type = %x, seq_num = %x \n",
+        msg->msg_type, msg->seq, msg->data_len, msg->ack_tag, request.msg_type, request.seq);
+    if (IsAnswer(*msg, request)) {
+      answer = std::move(msg);
+      return ZOR_NOTIFY_OK;
+    }
+    AppendPending(std::move(msg));
+  }
+}
+
+// A copy of the answer's data for the caller, null for an answer without data.
+std::uint32_t CopyData(ZOR_NOTIFY_MSG &answer, MallocPtr<void> &data) {
+  if (answer.data_len > ZOR_NOTIFY_DATA_MAX) {
+    std::printf("notifyclient data len too long: %x, msg %x from %d to %d.\n", answer.data_len, answer.msg_type,
+                answer.source_id, answer.des_id);
+    return ZOR_NOTIFY_E_NO_MEMORY;
+  }
+  if (answer.data_len == 0) return ZOR_NOTIFY_OK;
+  data.reset(GuardedAlloc(answer.data_len));
+  if (data == nullptr) return ZOR_NOTIFY_E_NO_MEMORY;
+  std::memcpy(data.get(), DataOf(answer), answer.data_len);
+  return ZOR_NOTIFY_OK;
+}
+
+// The entry of a type, made when there is none; null without memory.
+Handler *EnsureHandler(std::uint32_t type) {
+  if (Handler *known = FindHandler(type)) return known;
+  auto handler = GuardedNew<Handler>();
+  if (handler == nullptr) return nullptr;
+  handler->type = type;
+  Append(g_stClient.handlers, handler.get());
+  return handler.release();
+}
+
+}  // namespace
+}  // namespace zor::notify
+
+using namespace zor::notify;
+
+uint32_t ZOR_NOTIFYCLT_Init(uint32_t mid) {
+  if (!IsModuleId(mid)) return ZOR_NOTIFY_E_MID;
+  if (IsConnected()) return ZOR_NOTIFY_OK;
+  g_stClient.mid = mid;
+  zor::UniqueFd fd = BoundSocket();
+  if (!fd.valid()) return ZOR_NOTIFY_E_CONNECT;
+  if (!ConnectToServer(fd.get())) {
+    const int error = errno;
+    Destroy();
+    ZOR_TRACE_PrintInfo("notifyclient.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
+                        "Connect to notify server failed %d.\n", error);
+    return ZOR_NOTIFY_E_CONNECT;
+  }
+  SetDescriptor(fd.release());
+  const uint32_t status = ZOR_NOTIFYCLT_PostSimpleAsynNotify(ZOR_NOTIFY_MID_SERVER, ZOR_NOTIFY_TYPE_REGISTER, mid, 0);
+  if (status != ZOR_NOTIFY_OK) {
+    std::printf("notifyclient: Register to notify server failed %x, pid=%d.\n", status, ::getpid());
+    return FailInit(ZOR_NOTIFY_E_SERVER_GONE);
+  }
+  if (!StartWatching(OnReadable) || !EnsureDrainHook()) return FailInit(ZOR_NOTIFY_E_NO_MEMORY);
+  return ZOR_NOTIFY_OK;
+}
+
+uint32_t ZOR_NOTIFYCLT_InitByName(const char *name) {
+  const uint32_t mid = ConnectingModuleId(name);
+  return mid == 0 ? ZOR_NOTIFY_OK : ZOR_NOTIFYCLT_Init(mid);
+}
+
+void ZOR_NOTIFYCLT_Destroy(void) {
+  Destroy();
+}
+
+void ZOR_NOTIFYCLT_SwitchSock(int32_t fd) {
+  const bool watched = g_stClient.watcher != nullptr;
+  StopWatching();
+  SetDescriptor(fd);
+  if (watched && IsConnected()) StartWatching(OnReadable);
+}
+
+void *ZOR_NOTIFYCLT_RegSyncMsgProc(uint32_t type, ZOR_NOTIFY_SYNC_PROC proc) {
+  Handler *handler = EnsureHandler(type);
+  if (handler != nullptr) handler->syncProc = proc;
+  return handler;
+}
+
+void *ZOR_NOTIFYCLT_RegAsyncMsgProc(uint32_t type, ZOR_NOTIFY_ASYNC_PROC proc) {
+  Handler *handler = EnsureHandler(type);
+  if (handler != nullptr) handler->asyncProc = proc;
+  return handler;
+}
+
+void ZOR_NOTIYCLT_RegMsgProc(ZOR_NOTIFY_DEFAULT_SYNC_PROC syncProc, ZOR_NOTIFY_DEFAULT_ASYNC_PROC asyncProc) {
+  g_stClient.defaultSync = syncProc;
+  g_stClient.defaultAsync = asyncProc;
+}
+
+uint32_t ZOR_NOTIFYCLT_SendSynNotify(uint32_t destination, uint32_t type, const void *data, uint32_t length,
+                                     void **answer, uint32_t *answerLength) {
+  const NotifyPtr request = NewMessage(destination, type, length);
+  if (request == nullptr) return ZOR_NOTIFY_E_NO_MEMORY;
+  request->sync_tag = 1;
+  request->request_word = answerLength == nullptr ? 0 : *answerLength;
+  PutData(*request, 0, data, length);
+  if (const uint32_t status = Send(*request); status != ZOR_NOTIFY_OK) return status;
+
+  NotifyPtr reply;
+  if (const uint32_t status = AwaitAnswer(*request, reply); status != ZOR_NOTIFY_OK) return status;
+  zor::MallocPtr<void> copy;
+  if (const uint32_t status = CopyData(*reply, copy); status != ZOR_NOTIFY_OK) return status;
+  if (answerLength != nullptr) *answerLength = reply->data_len;
+  if (answer != nullptr) *answer = copy.release();
+  return ZOR_NOTIFY_OK;
+}
+
+uint32_t ZOR_NOTIFYCLT_PostAsynNotify(uint32_t destination, uint32_t type, const void *part1, uint32_t length1,
+                                      const void *part2, uint32_t length2) {
+  const NotifyPtr msg = NewMessage(destination, type, uint64_t{length1} + length2);
+  if (msg == nullptr) return ZOR_NOTIFY_E_NO_MEMORY;
+  msg->sub_data_len1 = length1;
+  msg->sub_data_len2 = length2;
+  msg->async_flag = 1;
+  PutData(*msg, 0, part1, length1);
+  PutData(*msg, length1, part2, length2);
+  return Send(*msg);
+}
+
+uint32_t ZOR_NOTIFYCLT_PostSimpleAsynNotify(uint32_t destination, uint32_t type, uint32_t value1, uint32_t value2) {
+  const NotifyPtr msg = NewMessage(destination, type, sizeof value1 + sizeof value2);
+  if (msg == nullptr) return ZOR_NOTIFY_E_NO_MEMORY;
+  msg->sub_data_len1 = sizeof value1;
+  msg->sub_data_len2 = sizeof value2;
+  PutData(*msg, 0, &value1, sizeof value1);
+  PutData(*msg, sizeof value1, &value2, sizeof value2);
+  return Send(*msg);
+}
