@@ -1,0 +1,35 @@
+#include <zor/mlog.h>
+
+#include <strings.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace zor {
+namespace {
+
+constexpr char kShareKey[] = "[SHARE]";
+constexpr std::size_t kShareKeyLength = sizeof kShareKey - 1;
+constexpr int kLineSize = 1024;
+
+struct FileCloser {
+  void operator()(std::FILE *file) const noexcept { std::fclose(file); }
+};
+
+}  // namespace
+}  // namespace zor
+
+int32_t mlog_use_share_partion(void) {
+  const std::unique_ptr<std::FILE, zor::FileCloser> file(std::fopen("mlogcfg", "re"));
+  if (file == nullptr) return 0;
+  int32_t used = 0;
+  char line[zor::kLineSize];
+  while (std::fgets(line, sizeof line, file.get()) != nullptr) {
+    if (::strncasecmp(line, zor::kShareKey, zor::kShareKeyLength) != 0) continue;
+    const char *equals = std::strchr(line + zor::kShareKeyLength, '=');
+    if (equals != nullptr) used = std::strtol(equals + 1, nullptr, 10) != 0 ? 1 : 0;
+  }
+  return used;
+}
