@@ -1,4 +1,4 @@
-/* The logging daemon's datagrams. Byte-level description: docs/protocol.md. */
+/* The logging daemon's datagrams and its file. Byte-level description: docs/protocol.md. */
 #ifndef ZOR_MLOG_WIRE_H
 #define ZOR_MLOG_WIRE_H
 
@@ -9,10 +9,10 @@
 #define ZOR_MLOG_HEAD_SIZE 8u
 
 /* Datagram types. */
-#define ZOR_MLOG_LINE 1u
-#define ZOR_MLOG_SET_STAT 2u
-#define ZOR_MLOG_GET_STAT 4u
-#define ZOR_MLOG_POWER_OFF 10u
+#define ZOR_MLOG_LINE 1u       /* a text line and its NUL; no answer */
+#define ZOR_MLOG_SET_STAT 2u   /* a statistics record to keep; no answer */
+#define ZOR_MLOG_GET_STAT 4u   /* a record with a name; answered with the value filled in */
+#define ZOR_MLOG_POWER_OFF 10u /* no data; answered when everything is saved */
 
 /* One datagram: sent with exactly 8 + length bytes, integers in host order. */
 typedef struct ZOR_MLOG_MSG {
@@ -23,13 +23,14 @@ typedef struct ZOR_MLOG_MSG {
 
 #define ZOR_MLOG_STAT_TEXT_SIZE 256
 
+/* A statistics record; both texts end in a NUL. */
 typedef struct ZOR_MLOG_STAT {
   char name[ZOR_MLOG_STAT_TEXT_SIZE];
   char value[ZOR_MLOG_STAT_TEXT_SIZE];
-  uint32_t reserved;
+  uint32_t reserved; /* zero */
 } ZOR_MLOG_STAT;
 
-/* The circular log file. */
+/* The circular log file: a text header of 63 characters, then data up to 2 MiB in all. */
 #define ZOR_MLOG_FILE_MAX 0x200000l
 #define ZOR_MLOG_FILE_HEADER_SIZE 63
 
