@@ -1,0 +1,97 @@
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "mlogapi/log_daemon.h"
+#include "support/temp_root.h"
+
+namespace {
+
+using zor::test::LogDaemon;
+using zor::test::TempRoot;
+
+ZOR_MLOG_STAT RecordOf(const ZOR_MLOG_MSG &msg) {
+  ZOR_MLOG_STAT stat;
+  memcpy(&stat, msg.data, sizeof stat);
+  return stat;
+}
+
+TEST(MlogStat, SetSendsTheRecordCutToItsFields) {
+  const TempRoot root;
+  LogDaemon daemon;
+  EXPECT_EQ(set_mlog_stat_info("reboots", std::string(300, 'v').c_str()), 0);
+  const ZOR_MLOG_MSG msg = daemon.Next();
+  EXPECT_EQ(msg.type, ZOR_MLOG_SET_STAT);
+  EXPECT_EQ(msg.length, 516u);
+  EXPECT_STREQ(RecordOf(msg).name, "reboots");
+  EXPECT_EQ(RecordOf(msg).value, std::string(255, 'v'));
+  EXPECT_EQ(RecordOf(msg).reserved, 0u);
+  EXPECT_EQ(daemon.sender(), "/var/mlog/STAT_" + std::to_string(::getpid()));
+}
+
+TEST(MlogStat, GetCopiesTheAnswerAsFarAsItFits) {
+  const TempRoot root;
+  const struct {
+    int32_t size;
+    uint32_t length;
+    const char *expected;
+  } cases[] = {{16, 516, "answered"}, {5, 516, "answ"}, {1, 516, ""}, {16, 515, "before"}, {16, 0, "before"}};
+  for (const auto &each : cases) {
+    LogDaemon daemon;
+    daemon.AnswerOnce([&each](const ZOR_MLOG_MSG &request) {
+      EXPECT_EQ(request.type, ZOR_MLOG_GET_STAT);
+      EXPECT_STREQ(RecordOf(request).name, "reboots");
+      ZOR_MLOG_MSG answer = {request.type, each.length, {}};
+      strcpy(answer.data + ZOR_MLOG_STAT_TEXT_SIZE, "answered");
+      return answer;
+    });
+    char value[16] = "before";
+    EXPECT_EQ(get_mlog_stat_info("reboots", value, each.size), 0);
+    EXPECT_STREQ(value, each.expected) << each.size << " " << each.length;
+  }
+}
+
+TEST(MlogStat, AValueWithoutTerminatorIsBoundedByItsField) {
+  const TempRoot root;
+  LogDaemon daemon;
+  daemon.AnswerOnce([](const ZOR_MLOG_MSG &request) {
+    ZOR_MLOG_MSG answer = {request.type, sizeof(ZOR_MLOG_STAT), {}};
+    memset(answer.data, 'v', sizeof answer.data);
+    return answer;
+  });
+  char value[600];
+  EXPECT_EQ(get_mlog_stat_info("x", value, sizeof value), 0);
+  EXPECT_EQ(value, std::string(255, 'v'));
+}
+
+TEST(MlogStat, NoAnswerIsNoErrorButNoDaemonIs) {
+  const TempRoot root;
+  char value[16] = "before";
+  EXPECT_EQ(get_mlog_stat_info("x", value, sizeof value), -1);
+  EXPECT_EQ(set_mlog_stat_info("x", "y"), -1);
+  EXPECT_EQ(inform_mlogger_power_off(), -1);
+  const LogDaemon silent;
+  EXPECT_EQ(get_mlog_stat_info("x", value, sizeof value), 0);
+  EXPECT_STREQ(value, "before");
+  EXPECT_EQ(get_mlog_stat_info("x", value, 0), -1);
+  EXPECT_EQ(get_mlog_stat_info(nullptr, value, 1), -1);
+  EXPECT_EQ(set_mlog_stat_info("x", nullptr), -1);
+}
+
+TEST(MlogStat, PowerOffWaitsForTheAnswer) {
+  const TempRoot root;
+  LogDaemon daemon;
+  daemon.AnswerOnce([](const ZOR_MLOG_MSG &request) {
+    EXPECT_EQ(request.type, ZOR_MLOG_POWER_OFF);
+    EXPECT_EQ(request.length, 0u);
+    return request;
+  });
+  EXPECT_EQ(inform_mlogger_power_off(), 0);
+  EXPECT_EQ(daemon.sender(), "/var/mlog/FLUSH_" + std::to_string(::getpid()));
+  EXPECT_FALSE(std::filesystem::exists(root.Path(daemon.sender())));
+}
+
+}  // namespace
