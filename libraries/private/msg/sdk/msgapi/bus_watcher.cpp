@@ -1,0 +1,87 @@
+#include "sdk/msgapi/bus_watcher.h"
+
+#include <zor/msg_dispatch.h>
+#include <zor/status.h>
+#include <zor/trace.h>
+#include <zor/uv_io.h>
+
+#include <utility>
+
+#include "sdk/loop/msg_watcher.h"
+#include "sdk/msgapi/body_file.h"
+#include "sdk/msgapi/context.h"
+#include "sdk/msgapi/header.h"
+
+namespace zor {
+namespace {
+
+// The loop that the watcher was put on. Who destroys that loop frees the watcher, and the context does not learn of it.
+UvLoop *g_busLoop = nullptr;
+
+void FindBusWatcher(UvWatcher *watcher, void *found) {
+  if (watcher == &g_stMsgCtx.watcher->io.header) *static_cast<bool *>(found) = true;
+}
+
+std::uint32_t FixUpHeader(ZOR_MSG_HEAD *header, std::uint32_t *bodyInFile) {
+  *bodyInFile = FixUpReceivedHeader(*header, g_stMsgCtx);
+  ZOR_TRACE_PrintInfo("bus_watcher.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
+                      "recvd msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] on board %d with "
+                      "flags 0x%x ...",
+                      header->type, g_stMsgCtx.appName, header->data, header->bodyLength, header->destination,
+                      header->source, PeerBoard(g_stMsgCtx), g_stMsgCtx.flags);
+  return header->bodyLength;
+}
+
+std::uint32_t AnswersRequest(const ZOR_MSG_HEAD *msg, std::uint32_t type, std::uint32_t sequence) {
+  return ((msg->type ^ type) & ZOR_MSG_TYPE_MASK) == 0 && msg->sequence == sequence ? 1 : 0;
+}
+
+std::uint32_t RestoreBody(ZOR_MSG_HEAD **msg) {
+  MessagePtr block(*msg);
+  const std::uint32_t status = RestoreFileBody(block);
+  *msg = block.release();
+  return status;
+}
+
+void Dispatch(ZOR_MSG_HEAD *msg) {
+  ZOR_MSG_MsgFilterProc(msg, msg->bodyLength);
+}
+
+// A socket at its end stays readable for ever: it is not looked at any more, so that the loop can sleep. It stays in
+// the context, and sends go on to report that the server has gone.
+void OnReadable(UvIO *io, std::uint32_t) {
+  auto *watcher = static_cast<UvMsgWatcher *>(static_cast<void *>(io));
+  if (ReadAndDispatchMessage(*watcher) == ZOR_E_PEER_GONE) ZOR_UV_IOStop(io, UV_READABLE);
+}
+
+}  // namespace
+
+std::uint32_t StartBusWatcher(int fd) noexcept {
+  MallocPtr<UvMsgWatcher> watcher = GuardedNew<UvMsgWatcher>();
+  if (watcher == nullptr) return ZOR_E_NO_MEMORY;
+  watcher->headerLength = ZOR_MSG_HEAD_SIZE;
+  watcher->getPayloadLength = FixUpHeader;
+  watcher->matchReply = AnswersRequest;
+  watcher->fixUp = RestoreBody;
+  ZOR_UV_MsgInit(nullptr, watcher.get(), fd, Dispatch);
+  if (watcher->io.header.loop == nullptr) return ZOR_E_ARGUMENT;
+  watcher->io.ioCallback = OnReadable;
+  g_busLoop = watcher->io.header.loop;
+  g_stMsgCtx.watcher = watcher.release();  // the loop's from here on
+  return ZOR_UV_MsgStart(g_stMsgCtx.watcher);
+}
+
+// Not ZOR_UV_MsgDelete, which shuts the connection down: a forked child that leaves the bus must not cut off its
+// parent.
+void StopBusWatcher() noexcept {
+  if (g_stMsgCtx.watcher == nullptr) return;
+  bool alive = false;
+  ZOR_UV_WatcherIterateItem(g_busLoop, &alive, FindBusWatcher);
+  UvMsgWatcher *watcher = std::exchange(g_stMsgCtx.watcher, nullptr);
+  if (!alive) return;
+  ZOR_UV_IOStop(&watcher->io, UV_READABLE | UV_WRITABLE | UV_EXCEPTIONAL);
+  watcher->io.fd = -1;  // the next socket may get the same number
+  ZOR_UV_WatcherDelete(&watcher->io.header);
+}
+
+}  // namespace zor

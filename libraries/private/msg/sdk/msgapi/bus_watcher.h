@@ -1,0 +1,18 @@
+// The message watcher that reads the bus socket on the default loop.
+#ifndef SDK_MSGAPI_BUS_WATCHER_H
+#define SDK_MSGAPI_BUS_WATCHER_H
+
+#include <cstdint>
+
+namespace zor {
+
+// Puts the socket on the default loop and the watcher into the context. ZOR_E_NO_MEMORY; ZOR_E_ARGUMENT when the loop
+// cannot take a descriptor of that number.
+std::uint32_t StartBusWatcher(int fd) noexcept;
+
+// Takes the watcher off the socket, which stays open. Safe inside a handler that this very watcher dispatched.
+void StopBusWatcher() noexcept;
+
+}  // namespace zor
+
+#endif

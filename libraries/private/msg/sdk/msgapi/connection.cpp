@@ -1,0 +1,119 @@
+// The life of the connection. Init connects and registers; whatever goes wrong after the connection stands is not
+// reported but leaves the bus destroyed, which callers see at their next send. They rely on being able to start while
+// the server refuses them.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+#include <zor/msg_bus.h>
+#include <zor/msg_dispatch.h>
+#include <zor/notifyclt.h>
+#include <zor/paths.h>
+#include <zor/status.h>
+#include <zor/uv_io.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <optional>
+#include <utility>
+
+#include "base/fixed_path.h"
+#include "base/text.h"
+#include "base/unique_fd.h"
+#include "sdk/msgapi/bus_watcher.h"
+#include "sdk/msgapi/context.h"
+#include "sdk/msgapi/queue.h"
+#include "sdk/msgapi/registration.h"
+
+namespace zor {
+namespace {
+
+constexpr timeval kSlaveSendTimeout = {1, 0};
+
+UniqueFd OpenSocket(int domain) {
+  UniqueFd fd(::socket(domain, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int on = 1;
+  if (fd.valid()) ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  return fd;
+}
+
+template <class Address>
+bool Connect(int fd, const Address &address) {
+  const auto *generic = static_cast<const sockaddr *>(static_cast<const void *>(&address));
+  int result;
+  do {
+    result = ::connect(fd, generic, sizeof address);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+UniqueFd ConnectLocal() {
+  UniqueFd fd = OpenSocket(AF_UNIX);
+  const std::optional<sockaddr_un> address = FixedSocketAddress(ZOR_PATH_MSGSVR);
+  return fd.valid() && address && Connect(fd.get(), *address) ? std::move(fd) : UniqueFd();
+}
+
+UniqueFd ConnectRemote(const char *ipv4Text, std::uint16_t port) {
+  UniqueFd fd = OpenSocket(AF_INET);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  if (!fd.valid() || ::inet_aton(ipv4Text, &address.sin_addr) == 0) return UniqueFd();
+  ::setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &kSlaveSendTimeout, sizeof kSlaveSendTimeout);
+  return Connect(fd.get(), address) ? std::move(fd) : UniqueFd();
+}
+
+void FindDrainHook(UvWatcher *watcher, void *found) {
+  if ((watcher->flags & (UV_WATCHER_IDLE | UV_WATCHER_DELETED)) != UV_WATCHER_IDLE) return;
+  const auto *idle = static_cast<const UvIdle *>(static_cast<const void *>(watcher));
+  if (idle->idleCallback == DrainPending) *static_cast<bool *>(found) = true;
+}
+
+// The hook outlives the connection, and is looked up on the loop itself: a remembered one may have gone with its loop.
+void StartDrainHook() {
+  bool found = false;
+  ZOR_UV_WatcherIterateItem(nullptr, &found, FindDrainHook);
+  if (!found) ZOR_UV_IdleStart(nullptr, DrainPending);
+}
+
+}  // namespace
+}  // namespace zor
+
+uint32_t ZOR_MSG_Init(const char *appName) {
+  if (g_stMsgCtx.socketFd >= 0) return ZOR_OK;
+  std::signal(SIGPIPE, SIG_IGN);
+  zor::SetName(g_stMsgCtx.appName, appName);
+  zor::UniqueFd fd = zor::ConnectLocal();
+  if (!fd.valid()) return ZOR_E_CONNECT;
+  uint32_t status = zor::StartBusWatcher(fd.get());
+  if (status != ZOR_OK) return status;
+  g_stMsgCtx.socketFd = fd.release();
+  if (zor::Register() != ZOR_OK) ZOR_MSG_Destroy();
+  status = ZOR_NOTIFYCLT_InitByName(appName);
+  if (status != ZOR_OK) ZOR_MSG_Destroy();
+  zor::StartDrainHook();
+  return status;
+}
+
+uint32_t ZOR_MSG_InitSlaveApp(const char *appName, const char *ipv4Text, uint16_t port) {
+  zor::SetName(g_stMsgCtx.appName, appName);
+  if (ipv4Text == nullptr) return ZOR_E_ARGUMENT;
+  zor::UniqueFd fd = zor::ConnectRemote(ipv4Text, port);
+  if (!fd.valid()) return ZOR_E_CONNECT;
+  g_stMsgCtx.socketFd = fd.release();
+  const uint32_t status = zor::Register();
+  if (status != ZOR_OK) ZOR_MSG_Destroy();
+  return status;
+}
+
+void ZOR_MSG_Destroy(void) {
+  zor::StopBusWatcher();
+  zor::StopReports();
+  ZOR_MSG_QueueDestroy(&g_stMsgCtx.pending);
+  if (g_stMsgCtx.traceStream != nullptr) std::fclose(g_stMsgCtx.traceStream);
+  if (g_stMsgCtx.socketFd > 0) ::close(g_stMsgCtx.socketFd);
+  g_stMsgCtx = {};  // the trace descriptor becomes 0, not -1
+  g_stMsgCtx.socketFd = -1;
+}

@@ -1,0 +1,75 @@
+#include "sdk/msgapi/registration.h"
+
+#include <zor/msg_build.h>
+#include <zor/msg_request.h>
+#include <zor/status.h>
+#include <zor/uv_timer.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+#include "base/bytes.h"
+#include "base/text.h"
+#include "sdk/msgapi/context.h"
+#include "sdk/msgapi/header.h"
+#include "trace/trace.h"
+
+namespace zor {
+namespace {
+
+constexpr std::uint64_t kPeriodMaxMs = 0x7fffffff;
+
+void SendReport(void *) {
+  ZOR_MSG_SendSimpleMsg(nullptr, ZOR_MSG_TIMED_REPORT, 0);
+}
+
+void StopIfReport(UvWatcher *watcher, void *) {
+  if ((watcher->flags & UV_WATCHER_TIMER) == 0) return;
+  auto *timer = static_cast<UvTimer *>(static_cast<void *>(watcher));
+  if (timer->callback == SendReport) ZOR_UTIL_TimerDel(timer);
+}
+
+// A reply too short for the period asks for no report.
+void StartReports(std::string_view body) {
+  StopReports();
+  if (body.size() < sizeof(ZOR_MSG_REGISTER_REPLY)) return;
+  if (LoadU32(body.data() + offsetof(ZOR_MSG_REGISTER_REPLY, reportSwitch)) == 0) return;
+  const std::uint64_t seconds = LoadU32(body.data() + offsetof(ZOR_MSG_REGISTER_REPLY, reportSeconds));
+  ZOR_UTIL_TimerAdd(static_cast<std::uint32_t>(std::min(seconds * 1000, kPeriodMaxMs)), 0, SendReport, nullptr);
+}
+
+// Also without settings: this call is what puts the granted name into the trace lines.
+void ApplyTraceSettings(std::string_view body) {
+  body.remove_prefix(std::min(body.size(), sizeof(ZOR_MSG_REGISTER_REPLY)));
+  TraceMsgInitRespProc(body.empty() ? nullptr : body.data(), static_cast<std::uint32_t>(body.size()));
+}
+
+void SetPeerByteOrder(bool differs) {
+  g_stMsgCtx.flags = (g_stMsgCtx.flags & ~ZOR_MSG_FLAG_SWAP) | (differs ? ZOR_MSG_FLAG_SWAP : 0);
+}
+
+}  // namespace
+
+std::uint32_t Register() noexcept {
+  ZOR_MSG_HEAD request = {};
+  request.type = ZOR_MSG_REGISTER_APP;
+  CopyName(request.source, g_stMsgCtx.appName);
+  ZOR_MSG_HEAD *answer = nullptr;
+  const std::uint32_t status = ZOR_MSG_SendAndRecv(&request, &answer, 0);
+  const MessagePtr reply(answer);
+  if (status != ZOR_OK) return status;
+  if (reply == nullptr) return ZOR_E_ARGUMENT;
+  const std::string_view body(static_cast<const char *>(BodyOf(answer)), reply->bodyLength);
+  SetPeerByteOrder(reply->data != 0);  // before the settings, whose levels are swapped accordingly
+  CopyName(g_stMsgCtx.appName, reply->destination);
+  StartReports(body);
+  ApplyTraceSettings(body);
+  return g_stMsgCtx.appName[0] != '\0' ? ZOR_OK : ZOR_E_REFUSED;
+}
+
+void StopReports() noexcept {
+  ZOR_UV_WatcherIterateItem(nullptr, nullptr, StopIfReport);
+}
+
+}  // namespace zor
