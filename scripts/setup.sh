@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages that are missing for a purpose, and nothing when none is.
+# Usage: setup.sh [demo | tests | lint]   (demo: what building and running needs; the others add to it)
+set -euo pipefail
+
+packages=(cmake ninja-build g++)
+tests=(libgtest-dev libgmock-dev clang-format-14)
+case ${1:-demo} in
+  demo) ;;
+  tests) packages+=("${tests[@]}") ;;
+  lint) packages+=("${tests[@]}" clang-tidy) ;;
+  *)
+    echo "usage: setup.sh [demo | tests | lint]" >&2
+    exit 2
+    ;;
+esac
+
+is_installed() {
+  [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+missing=()
+for package in "${packages[@]}"; do
+  is_installed "$package" || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+if [ "$(id -u)" -ne 0 ]; then
+  echo "setup: as root: apt-get install ${missing[*]}" >&2
+  exit 1
+fi
+
+install() {
+  apt-get -qq update && apt-get -qq install -y --no-install-recommends "${missing[@]}"
+}
+
+echo "setup: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+# A mirror that fails once is common, one that fails twice is worth reading about.
+install >"$log" 2>&1 || { sleep 5 && install >"$log" 2>&1; } || {
+  cat "$log" >&2
+  exit 1
+}
