@@ -12,23 +12,28 @@ bool IsField(const void *destination, size_t size) {
   return destination != nullptr && size != 0 && size <= ZOR_BOUNDED_MAX;
 }
 
+// A field may be copied onto itself.
+bool Overlap(const void *a, const void *b, size_t count) {
+  const auto first = reinterpret_cast<uintptr_t>(a);
+  const auto second = reinterpret_cast<uintptr_t>(b);
+  if (first == second) return false;
+  return first > second ? first - second < count : second - first < count;
+}
+
 }  // namespace
 
 int memcpy_s(void *destination, size_t size, const void *source, size_t count) {
   if (!IsField(destination, size)) return EINVAL;
-  const auto *from = static_cast<const char *>(source);
-  const auto *to = static_cast<const char *>(destination);
-  const bool overlaps = from != nullptr && from < to + count && to < from + count && from != to;
-  if (from == nullptr || count > size || overlaps) {
+  if (source == nullptr || count > size || Overlap(destination, source, count)) {
     std::memset(destination, 0, size);
-    return from == nullptr ? EINVAL : ERANGE;
+    return source == nullptr ? EINVAL : ERANGE;
   }
-  if (from != to) std::memcpy(destination, source, count);
+  std::memmove(destination, source, count);
   return 0;
 }
 
 int memset_s(void *destination, size_t size, int value, size_t count) {
-  if (destination == nullptr || size > ZOR_BOUNDED_MAX) return EINVAL;
+  if (!IsField(destination, size)) return EINVAL;
   std::memset(destination, value, std::min(count, size));
   return count > size ? ERANGE : 0;
 }
@@ -59,14 +64,6 @@ int snprintf_s(char *destination, size_t size, size_t count, const char *format,
   va_start(arguments, format);
   const int length = std::vsnprintf(destination, room, format, arguments);
   va_end(arguments);
+  if (length < 0) destination[0] = '\0';
   return length >= 0 && static_cast<size_t>(length) < room ? length : -1;
-}
-
-int sscanf_s(const char *text, const char *format, ...) {
-  if (text == nullptr || format == nullptr) return -1;
-  va_list arguments;
-  va_start(arguments, format);
-  const int fields = std::vsscanf(text, format, arguments);
-  va_end(arguments);
-  return fields;
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -11,7 +12,8 @@
 
 namespace {
 
-constexpr off_t kReadMax = 0x8000000;
+constexpr size_t kReadMax = 0x8000000;
+constexpr size_t kLeastRead = 4095;
 constexpr mode_t kNewFileMode = 0640;
 constexpr mode_t kOthersWrite = 0002;
 
@@ -35,28 +37,54 @@ struct FreeDeleter {
 };
 using Block = std::unique_ptr<char, FreeDeleter>;
 
-// Reads until length bytes or the end of the file; false on an error.
-bool ReadUpTo(int fd, char *to, size_t length, size_t *count) {
-  *count = 0;
-  while (*count < length) {
-    const ssize_t step = ::read(fd, to + *count, length - *count);
-    if (step == 0) break;
-    if (step > 0) {
-      *count += static_cast<size_t>(step);
-    } else if (errno != EINTR) {
-      return false;
-    }
+// Opens a regular file and nothing else. A pipe would block, and a device is not ours to truncate or remove.
+int OpenRegular(const char *path, int flags, off_t *size) {
+  const int fd = ::open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, kNewFileMode);
+  struct stat status = {};
+  if (fd < 0) return -1;
+  if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    ::close(fd);
+    return -1;
   }
-  return true;
+  *size = status.st_size;
+  return fd;
+}
+
+// The bytes of a file while they are being read: capacity bytes and room for a NUL.
+struct Content {
+  Block bytes;
+  size_t length = 0;
+  size_t capacity = 0;
+
+  bool Grow(size_t size) {
+    auto *grown = static_cast<char *>(std::realloc(bytes.get(), size + 1));
+    if (grown == nullptr) return false;
+    bytes.release();
+    bytes.reset(grown);
+    capacity = size;
+    return true;
+  }
+};
+
+// Reads to the end of the file, whatever size it announced: files of the kernel announce none.
+uint32_t ReadToEnd(int fd, Content *content) {
+  while (content->length <= kReadMax) {
+    if (content->length == content->capacity && !content->Grow(2 * content->capacity)) break;
+    const ssize_t step = ::read(fd, content->bytes.get() + content->length, content->capacity - content->length);
+    if (step == 0) return ZOR_FILE_OK;
+    if (step < 0 && errno != EINTR) return ZOR_FILE_E_IO;
+    if (step > 0) content->length += static_cast<size_t>(step);
+  }
+  return ZOR_FILE_E_NO_MEMORY;
 }
 
 bool WriteAll(int fd, const char *from, size_t length) {
   while (length > 0) {
     const ssize_t step = ::write(fd, from, length);
-    if (step >= 0) {
+    if (step > 0) {
       from += step;
       length -= static_cast<size_t>(step);
-    } else if (errno != EINTR) {
+    } else if (step == 0 || errno != EINTR) {
       return false;
     }
   }
@@ -69,18 +97,18 @@ uint32_t ZOR_UTIL_ReadFileToBuf(const char *path, void **buffer, uint32_t *lengt
   if (buffer != nullptr) *buffer = nullptr;
   if (length != nullptr) *length = 0;
   if (path == nullptr || buffer == nullptr || length == nullptr) return ZOR_FILE_E_ARGUMENT;
-  const File file(::open(path, O_RDONLY | O_CLOEXEC));
-  struct stat status = {};
-  if (file.fd() < 0 || ::fstat(file.fd(), &status) != 0 || !S_ISREG(status.st_mode)) return ZOR_FILE_E_IO;
-  if (status.st_size > kReadMax) return ZOR_FILE_E_NO_MEMORY;
-  const auto size = static_cast<size_t>(status.st_size);
-  Block block(static_cast<char *>(std::malloc(size + 1)));
-  if (block == nullptr) return ZOR_FILE_E_NO_MEMORY;
-  size_t count = 0;
-  if (!ReadUpTo(file.fd(), block.get(), size, &count)) return ZOR_FILE_E_IO;
-  block.get()[count] = '\0';
-  *length = static_cast<uint32_t>(count);
-  *buffer = block.release();
+  off_t announced = 0;
+  const File file(OpenRegular(path, O_RDONLY, &announced));
+  if (file.fd() < 0) return ZOR_FILE_E_IO;
+  if (announced > static_cast<off_t>(kReadMax)) return ZOR_FILE_E_NO_MEMORY;
+  Content content;
+  // One byte more than announced, so that the end of the file shows without another block.
+  if (!content.Grow(std::max(static_cast<size_t>(announced), kLeastRead) + 1)) return ZOR_FILE_E_NO_MEMORY;
+  const uint32_t result = ReadToEnd(file.fd(), &content);
+  if (result != ZOR_FILE_OK) return result;
+  content.bytes.get()[content.length] = '\0';
+  *length = static_cast<uint32_t>(content.length);
+  *buffer = content.bytes.release();
   return ZOR_FILE_OK;
 }
 
@@ -93,7 +121,8 @@ char *ZOR_UTIL_StrFileToBuf(const char *path) {
 
 uint32_t ZOR_UTIL_WriteBufToFile(const char *path, const void *buffer, uint32_t length) {
   if (path == nullptr || (buffer == nullptr && length != 0)) return ZOR_FILE_E_ARGUMENT;
-  File file(::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kNewFileMode));
+  off_t ignored = 0;
+  File file(OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, &ignored));
   if (file.fd() < 0) return ZOR_FILE_E_IO;
   const bool written = WriteAll(file.fd(), static_cast<const char *>(buffer), length);
   if (file.Close() && written) return ZOR_FILE_OK;

@@ -1,17 +1,12 @@
 #include <zor/platform/system.h>
 
-#include <sys/random.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <cstdlib>
 #include <ctime>
 
 uint32_t ZOR_UTIL_GenRandomInteger(void) {
-  uint32_t number = 0;
-  while (::getrandom(&number, sizeof number, 0) != sizeof number) {
-    if (errno != EINTR) continue;
-  }
-  return number;
+  return ::arc4random();
 }
 
 const char *ZOR_UTIL_GetCurrUTCTimeStamp(void) {

@@ -22,20 +22,22 @@ ZOR_BEGIN_DECLS
  */
 ZOR_API size_t ZOR_UTIL_FixedPath(const char *path, char *out, size_t size);
 
-/* Reads a whole file into a new malloc block, which is NUL-terminated one byte past its length. An empty file gives an
-   empty block. On failure *buffer is null and *length 0. Returns 0, ZOR_FILE_E_ARGUMENT, ZOR_FILE_E_NO_MEMORY (also
-   above 128 MiB) or ZOR_FILE_E_IO. */
+/* Reads a whole regular file into a new malloc block, which the caller frees and which is NUL-terminated one byte past
+   its length. An empty file gives an empty block. On failure *buffer is null and *length 0. Returns 0;
+   ZOR_FILE_E_ARGUMENT for null; ZOR_FILE_E_NO_MEMORY, also above 128 MiB; ZOR_FILE_E_IO when the file cannot be opened
+   or read or is not a regular one. */
 ZOR_API uint32_t ZOR_UTIL_ReadFileToBuf(const char *path, void **buffer, uint32_t *length);
 
-/* Reads a text file into a new NUL-terminated malloc block; null when that fails. */
+/* The same as text: a new NUL-terminated malloc block, which the caller frees; null when that fails. */
 ZOR_API char *ZOR_UTIL_StrFileToBuf(const char *path);
 
-/* Creates or replaces a file with the given bytes, readable by its owner and group. A file that could not be
-   written whole is removed. Returns 0, ZOR_FILE_E_ARGUMENT or ZOR_FILE_E_IO. */
+/* Creates or overwrites a regular file with the given bytes; a new one is readable by its owner and group. A file that
+   could not be written whole is removed; a symbolic link or anything else that bears the name is refused and stays.
+   Returns 0; ZOR_FILE_E_ARGUMENT for a null path, or a null buffer with a length; ZOR_FILE_E_IO. */
 ZOR_API uint32_t ZOR_UTIL_WriteBufToFile(const char *path, const void *buffer, uint32_t length);
 
 /* Gives the file the permissions named by an octal text such as "775", less the write permission for others.
-   Returns 0, ZOR_FILE_E_ARGUMENT or ZOR_FILE_E_IO. */
+   Returns 0; ZOR_FILE_E_ARGUMENT for null or a text that is no such number; ZOR_FILE_E_IO. */
 ZOR_API uint32_t ZOR_UTIL_RemoveAndroidWPerm(const char *path, const char *mode);
 
 ZOR_END_DECLS

@@ -1,7 +1,8 @@
 /*
  * Singly linked lists. An item begins with its link, so any record whose first member is a pointer to the next one can
  * be an item. A list is identified by the address of its head pointer; an empty list has a null head.
- * Items are separate malloc blocks wherever the list releases them.
+ * Items are separate malloc blocks wherever the list releases them. An item is on one list, once. Callbacks must not
+ * change the list that is being walked.
  */
 #ifndef ZOR_PLATFORM_LIST_H
 #define ZOR_PLATFORM_LIST_H

@@ -7,10 +7,11 @@
 
 ZOR_BEGIN_DECLS
 
-/* A random number, hard to guess and evenly spread over all 32 bits. */
+/* A random number, hard to guess and evenly spread over all 32 bits. Cannot fail. */
 ZOR_API uint32_t ZOR_UTIL_GenRandomInteger(void);
 
-/* The current UTC time as "YYYY-MM-DDThh:mm:ssZ" in a static buffer of the calling thread. */
+/* The current UTC time as "YYYY-MM-DDThh:mm:ssZ" in a static buffer of the calling thread; "" when it has no such
+   text. */
 ZOR_API const char *ZOR_UTIL_GetCurrUTCTimeStamp(void);
 
 /* Regains the privileges that the process gave up. Returns 0, or 1 when the system refuses. */
