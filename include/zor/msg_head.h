@@ -1,4 +1,11 @@
-/* Message header access and the process-wide bus context. */
+/*
+ * Message header access and the process-wide bus context.
+ *
+ * 1. A message is one malloc block: the 40-byte header, then the body. Whoever receives it owns it and releases it with
+ *    one free() of the header's address. Blocks that a caller lays out himself must be aligned for 32-bit words.
+ * 2. Every copy of a name is cut to 11 characters and terminated.
+ * 3. The context has no lock: it belongs to the thread that runs the loop.
+ */
 #ifndef ZOR_MSG_HEAD_H
 #define ZOR_MSG_HEAD_H
 
@@ -23,39 +30,42 @@ typedef struct ZOR_MSG_QUEUE_NODE {
 
 /* Context flag word. */
 #define ZOR_MSG_FLAG_SWAP UINT32_C(0x2)              /* the peer's byte order differs */
-#define ZOR_MSG_FLAG_BOARD_MASK UINT32_C(0x1c000000) /* this process's board number */
+#define ZOR_MSG_FLAG_BOARD_MASK UINT32_C(0x1c000000) /* this process's board number; 0 unless the application sets it \
+                                                      */
 #define ZOR_MSG_FLAG_BOARD_SHIFT 26
 #define ZOR_MSG_FLAG_PEER_BOARD_MASK UINT32_C(0xe0000000) /* board of the last message received */
 
-/* The bus context: one per process, used from the loop's thread only. */
+/* The bus context: one per process. */
 typedef struct ZOR_MSG_CTX {
-  char appName[ZOR_MSG_NAME_SIZE];
-  int socketFd; /* -1 when not connected */
+  char appName[ZOR_MSG_NAME_SIZE]; /* the daemon's own name; the granted one once registered */
+  int socketFd;                    /* -1 when not connected */
   ZOR_MSG_PROC messageProc;
-  uint32_t traceFdEnabled;
+  uint32_t traceFdEnabled; /* nonzero: ZOR_MSG_TraceProc keeps a stream on the descriptor it is given */
   FILE *traceStream;
-  int traceFd; /* -1 at start; 0 after ZOR_MSG_Destroy */
-  ZOR_MSG_QUEUE_NODE *pending;
+  int traceFd;                 /* -1 at start; 0 after ZOR_MSG_Destroy */
+  ZOR_MSG_QUEUE_NODE *pending; /* messages that came while a request waited for its reply */
   uint32_t flags;
-  struct UvMsgWatcher *watcher;
-  uint32_t sequence; /* last number handed out */
+  struct UvMsgWatcher *watcher; /* reads the socket; owned by the loop */
+  uint32_t sequence;            /* last number handed out */
 } ZOR_MSG_CTX;
 
+/* Starts as all zeros but for the two descriptors, which are -1. */
 ZOR_API extern ZOR_MSG_CTX g_stMsgCtx;
 
-/* The name that trace lines print: "" until registration, then the context's name. */
+/* The name that trace lines bear: "" until registration, then the context's name. */
 ZOR_API extern const char *m_aucAppName;
 
 /* The library's version, "V1.01". */
 ZOR_API const char *ZOR_MSG_GetVersion(void);
 
-/* Reverses the byte order of type, sequence, data and body length in place. Null is ignored. */
+/* Reverses the byte order of type, sequence, data and body length in place; names and body stay. Null is ignored. */
 ZOR_API void ZOR_MSG_HeaderEndianSwap(ZOR_MSG_HEAD *header);
 
-/* Always 0: bodies are never converted by the bus. The argument is ignored. */
+/* Always 0: the bus never converts a body, and an application that sends binary ones between boards of different byte
+   order does so itself. The argument is ignored. */
 ZOR_API uint32_t ZOR_MSG_BodyNeedEndianSwap(const void *message);
 
-/* The header in front of a body, null for null. */
+/* The header in front of a body; null for null. */
 ZOR_API ZOR_MSG_HEAD *ZOR_MSG_GetMsgHead(void *body);
 
 /* The body behind a header; null when the header is null or its body length is 0. */

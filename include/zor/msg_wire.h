@@ -1,6 +1,11 @@
 /*
  * The bus wire format: the message header, the message types that the bus itself knows, and the bodies of
  * registration and restful requests. Byte-level description: docs/protocol.md.
+ *
+ * 1. Integers are 32 bits wide (one is 64) and in the sender's byte order. A receiver that the server told of another
+ *    byte order swaps the header's four integers and the trace levels, nothing else.
+ * 2. Names and texts are fields of fixed size. They are NUL-terminated when well formed; a receiver must not rely on
+ * it.
  */
 #ifndef ZOR_MSG_WIRE_H
 #define ZOR_MSG_WIRE_H
@@ -10,9 +15,9 @@
 /* Application names: at most 11 characters and the terminating NUL, wherever one is stored or sent. */
 #define ZOR_MSG_NAME_SIZE 12
 
-/* Type word. */
+/* Type word: the message type, a flag, and the sender's board number. Bits 20 to 27 are carried without a meaning. */
 #define ZOR_MSG_TYPE_MASK UINT32_C(0x000fffff)
-#define ZOR_MSG_BODY_IN_FILE UINT32_C(0x10000000)
+#define ZOR_MSG_BODY_IN_FILE UINT32_C(0x10000000) /* the body is the path of the file that holds the real one */
 #define ZOR_MSG_BOARD_MASK UINT32_C(0xe0000000)
 #define ZOR_MSG_BOARD_SHIFT 29
 
@@ -24,30 +29,30 @@
 #define ZOR_MSG_FILE_PATH_SIZE 260u         /* body length of a message whose body lies in a file */
 #define ZOR_ALLOC_MAX 0x800000u             /* the allocation guard: 8 MiB */
 
-/* The header. Integers are in the sender's byte order; names are NUL-terminated when well formed. */
+/* The header of every message; bodyLength bytes of body follow. */
 typedef struct ZOR_MSG_HEAD {
   uint32_t type;
   uint32_t sequence;
-  char source[ZOR_MSG_NAME_SIZE];
+  char source[ZOR_MSG_NAME_SIZE];      /* always written by the sending library */
   char destination[ZOR_MSG_NAME_SIZE]; /* empty: the message server itself */
-  uint32_t data;
+  uint32_t data;                       /* one value that needs no body: a result, an event number, a count */
   uint32_t bodyLength;
 } ZOR_MSG_HEAD;
 
-/* Message types of the bus. */
-#define ZOR_MSG_SEND_FAILED_NOTICE 0x108u
-#define ZOR_MSG_RESTFUL_REGISTER 0x109u
-#define ZOR_MSG_RESTFUL_REQUEST_A 0x10Au
-#define ZOR_MSG_RESTFUL_REQUEST 0x10Du
-#define ZOR_MSG_RESTFUL_REQUEST_B 0x10Eu
-#define ZOR_MSG_REGISTER_APP 0x701u
-#define ZOR_MSG_SUBSCRIBE_EVENT 0x702u
-#define ZOR_MSG_UNSUBSCRIBE_EVENT 0x703u
-#define ZOR_MSG_GET_PROCESS_NUM 0x705u
-#define ZOR_MSG_SAFE_EXIT 0x706u
-#define ZOR_MSG_TIMED_REPORT 0x708u
-#define ZOR_MSG_SYNC_WAIT 0x5018u
-#define ZOR_MSG_SYNC_POST 0x5019u
+/* Message types of the bus. "Name body": one name field of ZOR_MSG_NAME_SIZE bytes. */
+#define ZOR_MSG_SEND_FAILED_NOTICE 0x108u /* from the server: nobody of that name; data is the type that was sent */
+#define ZOR_MSG_RESTFUL_REGISTER 0x109u   /* to the server: the pattern list that this daemon answers, with its NUL */
+#define ZOR_MSG_RESTFUL_REQUEST_A 0x10Au  /* restful request */
+#define ZOR_MSG_RESTFUL_REQUEST 0x10Du    /* restful request; the type that ZOR_MSG_BuildRestfulReqMsg gives */
+#define ZOR_MSG_RESTFUL_REQUEST_B 0x10Eu  /* restful request */
+#define ZOR_MSG_REGISTER_APP 0x701u       /* to the server: source asks for a name; the reply's destination grants it */
+#define ZOR_MSG_SUBSCRIBE_EVENT 0x702u    /* to the server: subscribes the named daemon to event data; name body */
+#define ZOR_MSG_UNSUBSCRIBE_EVENT 0x703u  /* to the server: ends that subscription; name body */
+#define ZOR_MSG_GET_PROCESS_NUM 0x705u    /* to the server: how many processes bear the name; name body */
+#define ZOR_MSG_SAFE_EXIT 0x706u          /* to a daemon: end; to the server: name body */
+#define ZOR_MSG_TIMED_REPORT 0x708u       /* to the server: the sign of life that the registration reply asked for */
+#define ZOR_MSG_SYNC_WAIT 0x5018u         /* to the server: wait at the barrier that the body names */
+#define ZOR_MSG_SYNC_POST 0x5019u         /* to the server: open the barrier that the body names */
 #define ZOR_MSG_EVENT_FIRST 0x2DA00u
 #define ZOR_MSG_EVENT_LAST 0x2DAFFu
 
@@ -58,8 +63,8 @@ typedef struct ZOR_MSG_HEAD {
 typedef struct ZOR_MSG_RESTFUL_HEAD {
   uint32_t word0;
   uint32_t word1;
-  char prefix[ZOR_MSG_RESTFUL_NAME_SIZE];
-  char name[ZOR_MSG_RESTFUL_NAME_SIZE];
+  char prefix[ZOR_MSG_RESTFUL_NAME_SIZE]; /* selects the registration */
+  char name[ZOR_MSG_RESTFUL_NAME_SIZE];   /* selects the procedure in its table */
 } ZOR_MSG_RESTFUL_HEAD;
 
 /* Registration reply body: these two words, then the trace settings. */
@@ -68,15 +73,15 @@ typedef struct ZOR_MSG_REGISTER_REPLY {
   uint32_t reportSeconds; /* the period */
 } ZOR_MSG_REGISTER_REPLY;
 
-/* Trace settings: this head, then entries. */
+/* Trace settings: this head, then entries up to the end of the body. */
 #define ZOR_TRACE_OUTPUT_TEXT_SIZE 32
 #define ZOR_TRACE_SETTINGS_HEAD_SIZE 48u
 
 typedef struct ZOR_TRACE_SETTINGS_HEAD {
-  uint32_t outputIndex; /* 0 stdout, 1 file; used when outputText is empty */
+  uint32_t outputIndex; /* 0 stdout, 1 file; used when outputText is empty; never byte-swapped */
   uint32_t reserved;
-  uint64_t fileMaxKiB; /* never byte-swapped */
-  char outputText[ZOR_TRACE_OUTPUT_TEXT_SIZE];
+  uint64_t fileMaxKiB;                         /* never byte-swapped */
+  char outputText[ZOR_TRACE_OUTPUT_TEXT_SIZE]; /* as for ZOR_TRACE_SetOutputByString */
 } ZOR_TRACE_SETTINGS_HEAD;
 
 typedef struct ZOR_TRACE_SETTINGS_ENTRY {

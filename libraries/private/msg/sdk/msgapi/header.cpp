@@ -1,17 +1,8 @@
 #include "sdk/msgapi/header.h"
 
-#include <cstddef>
 #include <initializer_list>
 
 #include "base/bytes.h"
-
-static_assert(sizeof(ZOR_MSG_HEAD) == ZOR_MSG_HEAD_SIZE);
-static_assert(offsetof(ZOR_MSG_HEAD, type) == 0);
-static_assert(offsetof(ZOR_MSG_HEAD, sequence) == 4);
-static_assert(offsetof(ZOR_MSG_HEAD, source) == 8);
-static_assert(offsetof(ZOR_MSG_HEAD, destination) == 20);
-static_assert(offsetof(ZOR_MSG_HEAD, data) == 32);
-static_assert(offsetof(ZOR_MSG_HEAD, bodyLength) == 36);
 
 const char *ZOR_MSG_GetVersion(void) {
   return "V1.01";
