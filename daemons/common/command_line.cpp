@@ -1,6 +1,8 @@
 #include "common/command_line.h"
 
+#include <fcntl.h>
 #include <getopt.h>
+#include <unistd.h>
 
 #include <cstdio>
 
@@ -31,9 +33,19 @@ constexpr option kOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
+// A file opened on a standard descriptor that the caller had closed would be written into by every line printed.
+void FillStandardDescriptors() {
+  int fd;
+  do {
+    fd = ::open("/dev/null", O_RDWR);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) ::close(fd);
+}
+
 }  // namespace
 
 CommandLine ReadCommandLine(const Program &program, int count, char **arguments) {
+  FillStandardDescriptors();
   CommandLine line;
   line.settingsPath = FixedPath(program.settingsPath);
   for (int found; (found = ::getopt_long(count, arguments, "", kOptions, nullptr)) != -1;) {

@@ -25,7 +25,8 @@ struct CommandLine {
   std::optional<ExitCode> exit;  // set when there is nothing to run: after --help, or after a wrong argument
 };
 
-// Reads the arguments of main. Prints the help on standard output, or what is wrong on standard error.
+// Reads the arguments of main; call it first, since it also opens standard descriptors that are closed. Prints the help
+// on standard output, or what is wrong on standard error.
 CommandLine ReadCommandLine(const Program &program, int count, char **arguments);
 
 // Says on standard output, in one flushed line, that the server now listens at a fixed path.

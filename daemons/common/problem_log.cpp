@@ -16,7 +16,11 @@ namespace {
 constexpr size_t kLineMax = 1024;
 
 bool WriteLine(const std::string &program, const std::string &text) {
-  const std::string line = (program + ": " + text).substr(0, kLineMax - 1) + '\n';
+  std::string line = (program + ": " + text).substr(0, kLineMax - 1);
+  // Texts quote what peers send: no byte of it may end the line or steer the operator's terminal.
+  std::ranges::replace_if(
+      line, [](unsigned char byte) { return byte < ' ' || byte == 0x7f; }, '?');
+  line += '\n';
   pollfd entry = {STDERR_FILENO, POLLOUT, 0};
   if (::poll(&entry, 1, 0) != 1 || (entry.revents & POLLOUT) == 0) return false;
   ssize_t count;

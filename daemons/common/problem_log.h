@@ -20,7 +20,7 @@ class ProblemLog {
   ~ProblemLog();
 
   const std::string &program() const { return program_; }
-  // One line; the newline is added here.
+  // One line; the newline is added here. Control characters in it become '?'.
   void Print(const char *format, ...) __attribute__((format(printf, 2, 3)));
   // The same followed by ": " and the text of errno.
   void PrintErrno(const char *format, ...) __attribute__((format(printf, 2, 3)));
