@@ -1,0 +1,125 @@
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zor/mlog_wire.h>
+#include <zor/paths.h>
+
+#include <cstdio>
+#include <string>
+
+#include "common/command_line.h"
+#include "common/fd.h"
+#include "common/local_socket.h"
+#include "common/paths.h"
+#include "common/problem_log.h"
+#include "common/settings.h"
+#include "common/stop_signal.h"
+#include "mlogserver/circular_log.h"
+#include "mlogserver/server.h"
+#include "mlogserver/stat_table.h"
+
+namespace zor::mlogserver {
+namespace {
+
+constexpr char kSocketPath[] = ZOR_PATH_MLOG_DIR ZOR_MLOG_SERVER_NAME;
+constexpr char kDefaultLogFile[] = "/online/log/mlog.log";
+constexpr uint64_t kDefaultMaxStatistics = 256;
+constexpr uint64_t kLargestMaxStatistics = 65536;
+
+constexpr daemon::Program kProgram = {
+    "mlogserver",
+    "Keeps the log lines and statistics of the system's daemons.",
+    "/etc/zor/mlogserver.conf",
+    "  log_file = /online/log/mlog.log  the circular file, 2 MiB at most\n"
+    "  max_statistics = 256             how many statistics are kept\n",
+    "keep the progress lines of the log file on standard output",
+};
+
+// Every daemon makes and removes a socket of its own there, whoever it runs as; as in /tmp, only its own.
+constexpr mode_t kClientDirectoryMode = 01777;
+constexpr mode_t kSocketMode = 0666;
+// Log lines are not for everybody to read.
+constexpr mode_t kUmask = 0027;
+
+// While it lives, what the process prints on standard output goes nowhere: the library reports every write to the
+// circular file there, which an operator wants to see only when he asks for it.
+class MutedOutput {
+ public:
+  explicit MutedOutput(bool muted) {
+    if (!muted) return;
+    std::fflush(stdout);
+    saved_.reset(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+    const daemon::Fd nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    if (nowhere.valid()) ::dup2(nowhere.get(), STDOUT_FILENO);
+  }
+  MutedOutput(const MutedOutput &) = delete;
+  MutedOutput &operator=(const MutedOutput &) = delete;
+  ~MutedOutput() {
+    std::fflush(stdout);
+    if (saved_.valid()) ::dup2(saved_.get(), STDOUT_FILENO);
+  }
+
+ private:
+  daemon::Fd saved_;
+};
+
+struct Configuration {
+  std::string logFile;
+  size_t maxStatistics;
+};
+
+bool Configure(const daemon::CommandLine &line, daemon::ProblemLog &problems, Configuration *configuration) {
+  daemon::Settings settings = daemon::Settings::FromFile(line.settingsPath, line.settingsGiven);
+  configuration->logFile = settings.Text("log_file", kDefaultLogFile);
+  configuration->maxStatistics =
+      static_cast<size_t>(settings.Number("max_statistics", kDefaultMaxStatistics, 1, kLargestMaxStatistics));
+  if (!configuration->logFile.starts_with('/')) settings.AddMistake("log_file must be an absolute path");
+  return settings.CheckAndReport(problems);
+}
+
+bool OpenLog(const std::string &fixedPath, bool muted, CircularLog *log) {
+  const MutedOutput output(muted);
+  const std::string path = daemon::FixedPath(fixedPath);
+  return !path.empty() && daemon::MakeDirectory(daemon::ParentOf(fixedPath)) && log->Open(path);
+}
+
+int Main(int count, char **arguments) {
+  const daemon::CommandLine line = daemon::ReadCommandLine(kProgram, count, arguments);
+  if (line.exit) return *line.exit;
+  daemon::ProblemLog problems(kProgram.name);
+  Configuration configuration;
+  if (!Configure(line, problems, &configuration)) return daemon::kExitSettings;
+
+  ::umask(kUmask);
+  daemon::StopSignal stop;
+  if (!stop.valid()) {
+    problems.PrintErrno("no descriptor for signals");
+    return daemon::kExitFailure;
+  }
+  if (!daemon::MakeDirectory(ZOR_PATH_MLOG_DIR, kClientDirectoryMode)) {
+    problems.PrintErrno(ZOR_PATH_MLOG_DIR);
+    return daemon::kExitFailure;
+  }
+  daemon::LocalSocket socket;
+  if (const daemon::ExitCode code = socket.Open(kSocketPath, SOCK_DGRAM, kSocketMode, problems);
+      code != daemon::kExitOk) {
+    return code;
+  }
+  CircularLog log;
+  if (!OpenLog(configuration.logFile, !line.verbose, &log)) {
+    problems.PrintErrno("%s", configuration.logFile.c_str());
+    return daemon::kExitFailure;
+  }
+  daemon::SayListening(kProgram, kSocketPath);
+  const MutedOutput output(!line.verbose);
+  StatTable stats(configuration.maxStatistics);
+  return Server(socket.fd(), log, stats, problems).Run(stop);
+}
+
+}  // namespace
+}  // namespace zor::mlogserver
+
+int main(int count, char **arguments) {
+  return zor::mlogserver::Main(count, arguments);
+}
