@@ -1,0 +1,296 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <zor/mlog.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/capture.h"
+#include "support/child.h"
+#include "support/temp_root.h"
+
+namespace {
+
+using testing::HasSubstr;
+using zor::test::Capture;
+using zor::test::Child;
+using zor::test::TempRoot;
+using zor::test::WaitUntil;
+
+constexpr char kReady[] = "mlogserver: listening on /var/mlog/mlogServer\n";
+
+std::string Read(const std::string &path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+Child Start(const std::vector<std::string> &options = {}) {
+  std::vector<std::string> arguments = {MLOGSERVER};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  return Child::Program(arguments);
+}
+
+class MlogServer : public testing::Test {
+ protected:
+  // Starts the server and waits until it listens.
+  void Serve(const std::vector<std::string> &options = {}) {
+    server_ = std::make_unique<Child>(Start(options));
+    ASSERT_TRUE(server_->WaitForOutput(kReady)) << errors_.Text();
+  }
+  std::string WriteSettings(const std::string &text) {
+    const std::string path = root_.Path("/settings");
+    std::ofstream(path) << text;
+    return path;
+  }
+  int Stop() {
+    server_->Signal(SIGTERM);
+    return server_->Wait();
+  }
+  bool LogHolds(const std::string &text) {
+    return WaitUntil([&] { return Log().find(text) != std::string::npos; });
+  }
+  std::string Log() { return Read(root_.Path("/online/log/mlog.log")); }
+  // Whether the server still answers a client that behaves.
+  bool IsAlive() {
+    char value[16] = "";
+    return set_mlog_stat_info("alive", "yes") == 0 && get_mlog_stat_info("alive", value, sizeof value) == 0 &&
+           std::string(value) == "yes";
+  }
+
+  TempRoot root_;
+  Capture errors_{STDERR_FILENO};
+  std::unique_ptr<Child> server_;
+};
+
+class Client {
+ public:
+  explicit Client(const char *name) : name_(name) { EXPECT_EQ(mlog_socket_open(name, &fd_), 0); }
+  Client(const Client &) = delete;
+  Client &operator=(const Client &) = delete;
+  ~Client() { mlog_socket_close(fd_, name_); }
+
+  int32_t fd() const { return fd_; }
+  int32_t Send(const void *data, size_t length) const {
+    return mlog_socket_send(fd_, data, static_cast<uint32_t>(length), ZOR_MLOG_SERVER_NAME);
+  }
+
+ private:
+  const char *name_;
+  int32_t fd_ = -1;
+};
+
+ZOR_MLOG_MSG GetStat(const std::string &name) {
+  ZOR_MLOG_MSG msg = {ZOR_MLOG_GET_STAT, sizeof(ZOR_MLOG_STAT), {}};
+  name.copy(msg.data, ZOR_MLOG_STAT_TEXT_SIZE - 1);
+  return msg;
+}
+
+TEST_F(MlogServer, KeepsLinesAndSaysNothingMoreThanWhereItListens) {
+  Serve();
+  mlog_print("wlan", ZOR_MLOG_WARNING, "channel %d", 11);
+  EXPECT_TRUE(LogHolds("[wlan][WARN]:channel 11\n"));
+  mlog_print("cut", ZOR_MLOG_INFO, "%s", std::string(2000, 'x').c_str());
+  mlog_print("next", ZOR_MLOG_INFO, "line");
+  EXPECT_TRUE(LogHolds("[next][INFO]:line\n"));
+  EXPECT_THAT(Log(), HasSubstr("x\n[")) << "a line that was cut ends in a newline too";
+  EXPECT_EQ(Stop(), 0);
+  EXPECT_FALSE(server_->WaitForOutput("never printed"));
+  EXPECT_EQ(server_->output(), kReady);
+  EXPECT_EQ(errors_.Text(), "");
+  EXPECT_FALSE(std::filesystem::exists(root_.Path("/var/mlog/mlogServer")));
+}
+
+TEST_F(MlogServer, ShowsProgressOnlyWhenAsked) {
+  Serve({"--verbose"});
+  mlog_print("t", ZOR_MLOG_INFO, "x");
+  EXPECT_TRUE(LogHolds(":x\n"));
+  EXPECT_EQ(Stop(), 0);
+  EXPECT_TRUE(server_->WaitForOutput("[func mlog_file_write:line 204]"));
+}
+
+TEST_F(MlogServer, KeepsStatisticsUpToItsLimit) {
+  Serve({"--settings", WriteSettings("# small\nmax_statistics = 2\n")});
+  for (const char *name : {"one", "two", "three"}) EXPECT_EQ(set_mlog_stat_info(name, name), 0);
+  EXPECT_EQ(set_mlog_stat_info("one", "changed"), 0);
+  const char *const expected[][2] = {{"one", "changed"}, {"two", "two"}, {"three", ""}, {"unknown", ""}};
+  for (const auto &[name, text] : expected) {
+    char value[16] = "before";
+    EXPECT_EQ(get_mlog_stat_info(name, value, sizeof value), 0);
+    EXPECT_STREQ(value, text) << name;
+  }
+  EXPECT_THAT(errors_.Text(), HasSubstr("too many statistics, \"three\""));
+}
+
+TEST_F(MlogServer, HasSavedEveryLineWhenItAnswersThePowerOffNotice) {
+  Serve();
+  for (int i = 0; i < 300; ++i) mlog_print("t", ZOR_MLOG_INFO, "line %d.", i);
+  EXPECT_EQ(inform_mlogger_power_off(), 0);
+  EXPECT_THAT(Log(), HasSubstr(":line 299.\n"));
+  EXPECT_THAT(Log(), HasSubstr(":line 0.\n"));
+}
+
+TEST_F(MlogServer, TakesWhatIsQueuedBeforeItStops) {
+  Serve();
+  server_->Signal(SIGSTOP);
+  for (int i = 0; i < 5; ++i) mlog_print("t", ZOR_MLOG_INFO, "line %d.", i);
+  server_->Signal(SIGTERM);
+  server_->Signal(SIGCONT);
+  EXPECT_EQ(server_->Wait(), 0);
+  EXPECT_THAT(Log(), HasSubstr(":line 4.\n"));
+}
+
+TEST_F(MlogServer, GoesOnInTheFileOfItsPredecessor) {
+  Serve();
+  mlog_print("t", ZOR_MLOG_INFO, "before");
+  EXPECT_EQ(Stop(), 0);
+  Serve();
+  mlog_print("t", ZOR_MLOG_INFO, "after");
+  EXPECT_TRUE(LogHolds(":after\n"));
+  EXPECT_THAT(Log(), HasSubstr(":before\n"));
+}
+
+TEST_F(MlogServer, ReportsMalformedDatagramsAndServesOn) {
+  Serve();
+  const Client client("hostile");
+  const auto send = [&client](uint32_t type, uint32_t length, size_t size, char fill) {
+    const uint32_t head[2] = {type, length};
+    std::vector<char> bytes(std::max(size, sizeof head), fill);
+    memcpy(bytes.data(), head, sizeof head);
+    EXPECT_EQ(client.Send(bytes.data(), size), 0);
+  };
+  send(1, 4, 0, 'x');
+  send(1, 4, 7, 'x');
+  send(1, 0, 8, 'x');
+  send(1, 4, 11, 'x');
+  send(1, 4, 13, 'x');
+  send(1, 0xffffffff, 8, 'x');
+  send(1, 4, 12, '\0');
+  send(1, 2000, 2008, 'x');
+  send(2, 516, 524, 'n');
+  send(2, 515, 523, '\0');
+  send(2, 516, 524, '\0');
+  send(4, 0, 8, 'x');
+  send(4, 516, 524, 'n');
+  send(10, 1, 9, 'x');
+  send(3, 0, 8, 'x');
+  EXPECT_TRUE(IsAlive());
+  const std::string errors = errors_.Text();
+  EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 15) << errors;
+  EXPECT_THAT(errors, HasSubstr("mlogserver: malformed datagram of 2008 bytes from "));
+  EXPECT_EQ(Log().size(), 64u) << "nothing but the header of a new file";
+}
+
+TEST_F(MlogServer, LimitsWhatAFloodOfGarbageMakesItPrint) {
+  Serve();
+  const Client client("flood");
+  for (int i = 0; i < 5000; ++i) client.Send("garbage", 7);
+  EXPECT_TRUE(IsAlive());
+  const std::string errors = errors_.Text();
+  EXPECT_LT(std::count(errors.begin(), errors.end(), '\n'), 1000);
+  EXPECT_EQ(Stop(), 0);
+  EXPECT_THAT(errors_.Text(), HasSubstr("more problems not shown"));
+}
+
+TEST_F(MlogServer, DoesNotWaitForAClientThatReadsNoAnswers) {
+  Serve();
+  const Client client("slow");
+  const ZOR_MLOG_MSG msg = GetStat("alive");
+  for (int i = 0; i < 2000; ++i) ASSERT_EQ(mlog_send_msg(client.fd(), &msg, ZOR_MLOG_SERVER_NAME), 0);
+  EXPECT_TRUE(IsAlive());
+  EXPECT_THAT(errors_.Text(), HasSubstr("/var/mlog/slow\" is given up"));
+}
+
+TEST_F(MlogServer, AnswersOnlySocketsOfItsClients) {
+  Serve();
+  int ends[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends), 0);
+  ZOR_MLOG_MSG msg = GetStat("alive");
+  EXPECT_EQ(mlog_send_msg(ends[0], &msg, ZOR_MLOG_SERVER_NAME), 0);
+  EXPECT_TRUE(IsAlive());
+  EXPECT_THAT(errors_.Text(), HasSubstr("no answer to \"\""));
+  for (int fd : ends) ::close(fd);
+}
+
+TEST_F(MlogServer, RefusesToStartBesideAnother) {
+  Serve();
+  Child second = Start();
+  EXPECT_EQ(second.Wait(), 4);
+  EXPECT_THAT(errors_.Text(), HasSubstr("/var/mlog/mlogServer: another mlogserver is running\n"));
+  EXPECT_TRUE(IsAlive());
+  EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(MlogServer, LeavesTheSocketOfAnotherProgramAlone) {
+  const Client other(ZOR_MLOG_SERVER_NAME);
+  EXPECT_EQ(Start().Wait(), 4);
+  EXPECT_THAT(errors_.Text(), HasSubstr("another process is listening there\n"));
+  EXPECT_EQ(mlog_print("t", ZOR_MLOG_INFO, "x"), 0);
+  ZOR_MLOG_MSG msg;
+  EXPECT_EQ(mlog_recv_msg(other.fd(), &msg, 5, nullptr, 0), 0);
+}
+
+TEST_F(MlogServer, ReplacesASocketThatNobodyHolds) {
+  Serve();
+  server_->Signal(SIGKILL);
+  EXPECT_EQ(server_->Wait(), 128 + SIGKILL);
+  EXPECT_TRUE(std::filesystem::exists(root_.Path("/var/mlog/mlogServer")));
+  Serve();
+  EXPECT_TRUE(IsAlive());
+}
+
+TEST_F(MlogServer, MakesTheDirectoriesThatItNeeds) {
+  std::filesystem::remove_all(root_.Path("/var"));
+  Serve({"--settings", WriteSettings("log_file = /data/logs/lines\n")});
+  mlog_print("t", ZOR_MLOG_INFO, "x");
+  EXPECT_TRUE(WaitUntil([&] { return Read(root_.Path("/data/logs/lines")).ends_with(":x\n"); }));
+}
+
+TEST_F(MlogServer, LosesLinesButNotItsLifeWhenTheMediumIsFull) {
+  std::filesystem::create_directories(root_.Path("/online/log"));
+  std::filesystem::create_symlink("/dev/full", root_.Path("/online/log/mlog.log"));
+  Serve();
+  mlog_print("t", ZOR_MLOG_INFO, "x");
+  EXPECT_TRUE(WaitUntil([&] { return errors_.Text().find("cannot be written") != std::string::npos; }));
+  EXPECT_TRUE(IsAlive());
+  EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(MlogServer, SaysWhyItDoesNotStart) {
+  const struct {
+    std::vector<std::string> options;
+    int status;
+    const char *text;
+  } cases[] = {
+      {{"--nonsense"}, 2, "--help"},
+      {{"extra"}, 2, "unexpected argument: extra"},
+      {{"--settings", root_.Path("/none")}, 3, "No such file"},
+      {{"--settings", WriteSettings("max_statistics = 0\nlog_file = here\nlog_fil = x\nwords\n")}, 3, ":1: max_"},
+      {{"--settings", root_.Path("/var")}, 3, "/var: "},
+  };
+  for (const auto &each : cases) {
+    Capture errors(STDERR_FILENO);
+    EXPECT_EQ(Start(each.options).Wait(), each.status);
+    EXPECT_THAT(errors.Text(), HasSubstr(each.text));
+  }
+  std::ofstream(root_.Path("/online")) << "in the way";
+  EXPECT_EQ(Start().Wait(), 1);
+  EXPECT_THAT(errors_.Text(), HasSubstr("/online/log/mlog.log: Not a directory"));
+}
+
+TEST_F(MlogServer, ExplainsItself) {
+  Child help = Start({"--help"});
+  EXPECT_TRUE(help.WaitForOutput("max_statistics = 256"));
+  EXPECT_EQ(help.Wait(), 0);
+  EXPECT_THAT(help.output(), HasSubstr("usage: mlogserver "));
+}
+
+}  // namespace
