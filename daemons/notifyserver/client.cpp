@@ -1,0 +1,102 @@
+#include "notifyserver/client.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace zor::notifyserver {
+namespace {
+
+// An input buffer that has grown for a long frame is given back after it.
+constexpr size_t kKeptInputBytes = 4096;
+
+pid_t PeerPid(int socket) {
+  ucred credentials = {};
+  socklen_t size = sizeof credentials;
+  return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 ? credentials.pid : 0;
+}
+
+}  // namespace
+
+Client::Client(daemon::Fd socket, daemon::EventPoll &poll, std::vector<Client *> &ended, const Limits &limits)
+    : socket_(std::move(socket)),
+      poll_(poll),
+      endedClients_(ended),
+      pid_(PeerPid(socket_.get())),
+      output_(limits.queueBytes) {}
+
+std::string Client::Label() const {
+  const std::string name = registered() ? "module " + std::to_string(mid) : "an unregistered client";
+  return name + " (pid " + std::to_string(pid_) + ")";
+}
+
+void Client::Read(std::span<std::byte> scratch) {
+  const ssize_t count = ::recv(socket_.get(), scratch.data(), scratch.size(), MSG_DONTWAIT);
+  if (count > 0) {
+    input_.insert(input_.end(), scratch.begin(), scratch.begin() + count);
+  } else if (count == 0 || errno == ECONNRESET) {  // reset: it closed without reading everything
+    End();
+  } else if (errno != EAGAIN && errno != EINTR) {
+    End(std::strerror(errno));
+  }
+}
+
+void Client::CompactInput() {
+  input_.erase(input_.begin(), input_.begin() + static_cast<ptrdiff_t>(consumed_));
+  consumed_ = 0;
+  if (input_.empty() && input_.capacity() > kKeptInputBytes) std::vector<std::byte>().swap(input_);
+}
+
+void Client::Deliver(std::span<const std::byte> message) {
+  if (!reachable()) {
+    ++lost_;
+    return;
+  }
+  size_t sent = 0;
+  const bool wasEmpty = output_.empty();
+  if (wasEmpty) {
+    const ssize_t count = daemon::SendNow(socket_.get(), message);
+    if (count < 0) {
+      ++lost_;
+      BreakOutput();
+      return;
+    }
+    sent = static_cast<size_t>(count);
+    if (sent == message.size()) return;
+  }
+  if (!output_.Push(message, sent)) {
+    ++lost_;
+    End("its output queue is full");
+  } else if (wasEmpty) {
+    WaitForOutput(true);
+  }
+}
+
+void Client::Flush() {
+  if (!reachable()) return;
+  const auto state = output_.Flush(socket_.get());
+  if (state == daemon::OutputQueue::State::kDrained) WaitForOutput(false);
+  if (state == daemon::OutputQueue::State::kBroken) BreakOutput();
+}
+
+void Client::End(std::string reason) {
+  if (ended_) return;
+  ended_ = true;
+  reason_ = std::move(reason);
+  endedClients_.push_back(this);
+}
+
+// The peer reads no more. What it sent before may still lie in the socket, so it ends only when that has been read.
+void Client::BreakOutput() {
+  outputBroken_ = true;
+  WaitForOutput(false);
+}
+
+void Client::WaitForOutput(bool on) {
+  const uint32_t events = on ? uint32_t{EPOLLIN} | uint32_t{EPOLLOUT} : uint32_t{EPOLLIN};
+  if (!poll_.Change(socket_.get(), events, this)) End(std::strerror(errno));
+}
+
+}  // namespace zor::notifyserver

@@ -1,0 +1,91 @@
+// A connection to the server and all that the server holds for it.
+//
+// A client ends in the middle of a turn of the loop, for instance because a message to it finds its queue full while
+// another client's frame is routed. So ending only marks it and puts it on a list; it is released after the turn.
+#ifndef NOTIFYSERVER_CLIENT_H
+#define NOTIFYSERVER_CLIENT_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "common/event_poll.h"
+#include "common/fd.h"
+#include "common/output_queue.h"
+#include "notifyserver/limits.h"
+
+namespace zor::notifyserver {
+
+class Client;
+
+// A request on its way: who will answer it, and by what the answer is known.
+struct Request {
+  uint32_t type;
+  uint32_t sequence;
+  uint32_t module;  // as the requester addressed it
+  const Client *answerer;
+};
+
+class Client {
+ public:
+  // The client adds itself to ended when it has ended.
+  Client(daemon::Fd socket, daemon::EventPoll &poll, std::vector<Client *> &ended, const Limits &limits);
+  Client(const Client &) = delete;
+  Client &operator=(const Client &) = delete;
+
+  bool Watch() { return poll_.Add(socket_.get(), EPOLLIN, this); }
+
+  bool registered() const { return mid != 0; }
+  // How log lines call it.
+  std::string Label() const;
+
+  // Reads what has come, at most as much as the scratch space holds. End of file ends the client.
+  void Read(std::span<std::byte> scratch);
+  // What has been read and not yet consumed.
+  std::span<std::byte> input() { return std::span(input_).subspan(consumed_); }
+  void Consume(size_t count) { consumed_ += count; }
+  // Forgets what has been consumed.
+  void CompactInput();
+
+  // Sends a message, at once as far as the socket takes it. A client that leaves too much unread is ended.
+  void Deliver(std::span<const std::byte> message);
+  // Sends what is queued, as far as the socket takes it.
+  void Flush();
+
+  // Ends the client. An empty reason is an ordinary end.
+  void End(std::string reason = "");
+  bool ended() const { return ended_; }
+  // Whether a message may still reach it.
+  bool reachable() const { return !ended_ && !outputBroken_; }
+  const std::string &reason() const { return reason_; }
+  // Messages to it that were or would be lost if it ended now.
+  size_t Lost() const { return lost_ + output_.messages().size(); }
+
+  uint32_t mid = 0;  // 0 until it has registered
+  std::deque<Request> requests;
+
+ private:
+  void BreakOutput();
+  void WaitForOutput(bool on);
+
+  daemon::Fd socket_;
+  daemon::EventPoll &poll_;
+  std::vector<Client *> &endedClients_;
+  pid_t pid_ = 0;
+  std::vector<std::byte> input_;
+  size_t consumed_ = 0;
+  daemon::OutputQueue output_;
+  bool outputBroken_ = false;
+  bool ended_ = false;
+  std::string reason_;
+  size_t lost_ = 0;
+};
+
+}  // namespace zor::notifyserver
+
+#endif

@@ -1,0 +1,55 @@
+// The notification server: routes notifications between modules by their ids.
+#include <zor/notify_wire.h>
+#include <zor/paths.h>
+
+#include "common/command_line.h"
+#include "common/problem_log.h"
+#include "common/settings.h"
+#include "notifyserver/server.h"
+
+namespace {
+
+using zor::notifyserver::Limits;
+
+constexpr zor::daemon::Program kProgram = {
+    "notifyserver",
+    "Routes notifications between modules, by module id, at " ZOR_PATH_NOTIFY_SERVER ".",
+    "/etc/zor/notifyserver.conf",
+    "  max_clients = 128         connections at one time\n"
+    "  max_data_bytes = 8388608  data of one notification; a client that sends more is cut off\n"
+    "  queue_bytes = 9437184     output that one client may leave unread before it is cut off; more than\n"
+    "                            max_data_bytes\n",
+    "also report who comes and goes, and notifications and answers without a destination",
+};
+
+constexpr size_t kMaxQueueBytes = 64u << 20;
+// Beside the longest data: a header, and what it costs to keep a message.
+constexpr size_t kQueueOverhead = 4096;
+
+Limits ReadLimits(zor::daemon::Settings &settings) {
+  Limits limits = {};
+  limits.maxClients = settings.Number("max_clients", 128, 1, 65536);
+  limits.maxDataBytes = settings.Number("max_data_bytes", ZOR_NOTIFY_DATA_MAX, 64, ZOR_NOTIFY_DATA_MAX);
+  limits.queueBytes = settings.Number("queue_bytes", 9437184, kQueueOverhead, kMaxQueueBytes);
+  if (limits.queueBytes < limits.maxDataBytes + kQueueOverhead) {
+    settings.AddMistake("queue_bytes must exceed max_data_bytes by " + std::to_string(kQueueOverhead));
+  }
+  return limits;
+}
+
+}  // namespace
+
+int main(int count, char **arguments) {
+  const auto line = zor::daemon::ReadCommandLine(kProgram, count, arguments);
+  if (line.exit) return *line.exit;
+  zor::daemon::ProblemLog log(kProgram.name);
+  auto settings = zor::daemon::Settings::FromFile(line.settingsPath, line.settingsGiven);
+  const Limits limits = ReadLimits(settings);
+  if (!settings.CheckAndReport(log)) return zor::daemon::kExitSettings;
+
+  zor::notifyserver::Server server(limits, log, line.verbose);
+  if (const auto code = server.Open(); code != zor::daemon::kExitOk) return code;
+  zor::daemon::SayListening(kProgram, ZOR_PATH_NOTIFY_SERVER);
+  server.Run();
+  return zor::daemon::kExitOk;
+}

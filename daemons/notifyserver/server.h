@@ -1,0 +1,57 @@
+// The loop of the server: one thread that takes connections, reads frames and writes what sockets did not take at once.
+// Everything is non-blocking; one turn reads at most one buffer from each client, so that no client starves another.
+#ifndef NOTIFYSERVER_SERVER_H
+#define NOTIFYSERVER_SERVER_H
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "common/event_poll.h"
+#include "common/exit_code.h"
+#include "common/local_socket.h"
+#include "common/problem_log.h"
+#include "common/stop_signal.h"
+#include "notifyserver/client.h"
+#include "notifyserver/limits.h"
+#include "notifyserver/router.h"
+
+namespace zor::notifyserver {
+
+class Server {
+ public:
+  Server(const Limits &limits, daemon::ProblemLog &log, bool verbose)
+      : limits_(limits), log_(log), router_(log, verbose) {}
+
+  // Listens at the fixed path. Prints what went wrong.
+  daemon::ExitCode Open();
+  // Serves until a stop signal arrives.
+  void Run();
+
+ private:
+  // False once the stop signal has arrived.
+  bool Turn();
+  void Accept();
+  void PauseListening(bool on);
+  void Serve(Client &client, uint32_t events);
+  void ReadFrames(Client &client);
+  void ReleaseEnded();
+  void LogEnd(const Client &client);
+
+  Limits limits_;
+  daemon::ProblemLog &log_;
+  daemon::StopSignal stop_;
+  daemon::LocalSocket listener_;
+  daemon::EventPoll poll_;
+  Router router_;
+  std::unordered_map<const Client *, std::unique_ptr<Client>> clients_;
+  std::vector<Client *> ended_;
+  bool listeningPaused_ = false;
+  std::array<std::byte, 65536> scratch_;
+};
+
+}  // namespace zor::notifyserver
+
+#endif
