@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
-#include <zor/msg_head.h>
 #include <zor/paths.h>
 
 #include <algorithm>
@@ -156,18 +155,6 @@ SocketPair::SocketPair() {
   Check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), "socketpair");
   near = BusPeer(ends[0]);
   far = BusPeer(ends[1]);
-}
-
-LoopbackBus::LoopbackBus(const char *ownName) {
-  int ends[2];
-  Check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), "socketpair");
-  g_stMsgCtx.socketFd = ends[0];
-  std::snprintf(g_stMsgCtx.appName, sizeof g_stMsgCtx.appName, "%s", ownName);
-  peer = BusPeer(ends[1]);
-}
-
-LoopbackBus::~LoopbackBus() {
-  if (g_stMsgCtx.socketFd >= 0) ::close(std::exchange(g_stMsgCtx.socketFd, -1));
 }
 
 ScriptedServer::ScriptedServer(const TempRoot &root, Script script)
