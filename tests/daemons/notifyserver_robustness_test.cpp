@@ -1,0 +1,174 @@
+#include <sys/socket.h>
+
+#include <random>
+
+#include "daemons/notifyserver_fixture.h"
+
+namespace zor::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr uint32_t kCms = 8;
+constexpr uint32_t kWeb = 26;
+constexpr uint32_t kType = 0x55;
+
+class NotifyServerRobustness : public NotifyServerTest {};
+
+// One request of web to cms and back.
+void ExpectConversation(const BusPeer &web, const BusPeer &cms, uint32_t number) {
+  const NotifyFrame request = MakeRequest(kType, number, kWeb, kCms, "ask");
+  web.Send(request.Bytes());
+  ASSERT_TRUE(ReceiveNotify(cms));
+  cms.Send(MakeAnswer(request, "answer").Bytes());
+  const auto answer = ReceiveNotify(web);
+  ASSERT_TRUE(answer);
+  ASSERT_EQ(answer->Bytes(), MakeAnswer(request, "answer").Bytes());
+}
+
+NotifyFrame WithTags(uint32_t sync, uint32_t ack) {
+  NotifyFrame frame = MakeAsync(kType, kWeb, kCms);
+  frame.head.sync_tag = sync;
+  frame.head.ack_tag = ack;
+  return frame;
+}
+
+NotifyFrame WithLengths(uint32_t data, uint32_t part1, uint32_t part2) {
+  NotifyFrame frame = MakeAsync(kType, kWeb, kCms, "ab");
+  frame.head.data_len = data;
+  frame.head.sub_data_len1 = part1;
+  frame.head.sub_data_len2 = part2;
+  return frame;
+}
+
+TEST_F(NotifyServerRobustness, MalformedFrameEndsItsSenderAlone) {
+  Start();
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  const struct {
+    NotifyFrame frame;
+    const char *reason;
+  } faults[] = {
+      {WithLengths(0x800001, 0, 0), "oversized"},
+      {WithLengths(0xffffffff, 0, 0), "oversized"},
+      {WithLengths(2, 2, 1), "parts longer than its data"},
+      {WithLengths(2, 0xffffffff, 3), "parts longer than its data"},
+      {WithTags(2, 1), "neither a notification"},
+      {WithTags(0, 2), "neither a notification"},
+      {WithTags(1, 0), "neither a notification"},
+      {MakeRegistration(9), "second id"},
+  };
+  for (const auto &fault : faults) {
+    const BusPeer client = Register(kWeb);
+    client.Send(fault.frame.Bytes());
+    EXPECT_TRUE(client.ClosedByOther());
+    ExpectConversation(web, cms, 1);
+  }
+  EXPECT_TRUE(cms.NothingArrived());
+  const std::string log = Stop();
+  for (const auto &fault : faults) EXPECT_THAT(log, HasSubstr(fault.reason));
+  EXPECT_THAT(log, HasSubstr("notifyserver: module 26 (pid "));
+}
+
+TEST_F(NotifyServerRobustness, ClientMustRegisterFirstAndUnderAnIdThatModulesHave) {
+  Start();
+  NotifyFrame empty = MakeRegistration(kWeb);
+  empty.data.clear();
+  empty.head.data_len = empty.head.sub_data_len1 = empty.head.sub_data_len2 = 0;
+  for (const NotifyFrame &frame : {MakeRegistration(0), MakeRegistration(30), MakeRegistration(103), empty,
+                                   MakeAsync(kType, kWeb, kCms), MakeRequest(kType, 1, kWeb, kCms)}) {
+    const BusPeer client = Connect();
+    client.Send(frame.Bytes());
+    EXPECT_TRUE(client.ClosedByOther());
+  }
+  // One that has not registered cannot even make the server wait for long data.
+  const BusPeer client = Connect();
+  client.Send(WithLengths(65, 0, 0).Bytes());
+  EXPECT_TRUE(client.ClosedByOther());
+  EXPECT_THAT(Stop(), HasSubstr("an unregistered client (pid "));
+}
+
+TEST_F(NotifyServerRobustness, SlowReaderIsCutOffWhileOthersGoOn) {
+  Start("max_data_bytes = 1000\nqueue_bytes = 8192\n");
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  BusPeer slow = Register(1);
+  BusPeer flood = Register(2);
+  const NotifyFrame asked = MakeRequest(kType, 1, kWeb, 1);
+  web.Send(asked.Bytes());
+  const std::string piece = MakeAsync(kType, 2, 1, std::string(1000, 'x')).Bytes();
+  int pieces = 0;
+  while (web.NothingArrived() && pieces < 10'000) {
+    flood.Send(piece);
+    Settle(flood, 2);
+    ++pieces;
+  }
+  // What ended the flood is the answer to the request that the slow reader never saw.
+  const auto answer = ReceiveNotify(web);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->Bytes(), MakeAnswer(asked).Bytes());
+  ExpectConversation(web, cms, 2);
+
+  int received = 0;
+  slow.Receive(48);
+  while (slow.Receive(piece.size()).size() == piece.size()) ++received;
+  EXPECT_LT(received, pieces);
+  const std::string log = Stop();
+  EXPECT_THAT(log, testing::ContainsRegex("module 1 \\(pid [0-9]+\\) cut off: its output queue is full, [1-9][0-9]* "
+                                          "messages lost"));
+  EXPECT_THAT(log, Not(HasSubstr("module 2")));
+}
+
+TEST_F(NotifyServerRobustness, StoppedReaderDoesNotDelayItsSender) {
+  Start();
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  const std::string piece = MakeAsync(kType, kWeb, kCms, std::string(10'000, 'x')).Bytes();
+  for (int count = 0; count < 500; ++count) web.Send(piece);  // within the queue, beyond the socket
+  Settle(web, kWeb);
+  for (int count = 0; count < 500; ++count) ASSERT_EQ(cms.Receive(piece.size()), piece);
+}
+
+TEST_F(NotifyServerRobustness, FullHouseRefusesTheNextConnection) {
+  Start("max_clients = 2\n");
+  const BusPeer cms = Register(kCms);
+  BusPeer web = Register(kWeb);
+  EXPECT_TRUE(Connect().ClosedByOther());
+  web.Close();
+  EXPECT_TRUE(WaitUntil([this] {
+    const BusPeer next = Connect();
+    next.Send(MakeRegistration(kWeb).Bytes());
+    next.Send(MakeRequest(1, 1, kWeb, 30).Bytes());
+    return ReceiveNotify(next).has_value();
+  }));
+}
+
+TEST_F(NotifyServerRobustness, HonestClientsTalkOnDuringAStormOfGarbage) {
+  Start();
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  std::mt19937 engine(20'240'601);
+  const auto random = [&engine](uint32_t below) { return static_cast<uint32_t>(engine()) % below; };
+  for (uint32_t round = 0; round < 300; ++round) {
+    const BusPeer noise = random(3) == 0 ? Connect() : Register(1 + random(7));
+    NotifyFrame frame = MakeAsync(kType, 0, 0);
+    ZOR_NOTIFY_MSG &head = frame.head;
+    for (uint32_t *word : {&head.msg_type, &head.des_id, &head.sync_tag, &head.ack_tag, &head.data_len,
+                           &head.sub_data_len1, &head.sub_data_len2}) {
+      if (random(3) == 0) *word = random(random(2) == 0 ? 120 : UINT32_MAX);
+    }
+    frame.data.assign(random(200), static_cast<char>(random(256)));
+    // What is addressed to the two would reach them, as it should.
+    if (frame.head.des_id == kCms || frame.head.des_id == kWeb) frame.head.des_id = 0;
+    const std::string bytes = frame.Bytes();
+    noise.Send(std::string_view(bytes).substr(0, random(static_cast<uint32_t>(bytes.size()) + 1)));
+    ExpectConversation(web, cms, round);
+  }
+  EXPECT_TRUE(cms.NothingArrived());
+  EXPECT_TRUE(web.NothingArrived());
+  Stop();
+}
+
+}  // namespace
+}  // namespace zor::test

@@ -1,0 +1,139 @@
+#include <zor/notify_wire.h>
+
+#include "daemons/notifyserver_fixture.h"
+
+namespace zor::test {
+namespace {
+
+constexpr uint32_t kCms = 8;
+constexpr uint32_t kDevice = 9;
+constexpr uint32_t kWeb = 26;
+constexpr uint32_t kType = 0x55;
+
+class NotifyServerRouting : public NotifyServerTest {
+ protected:
+  NotifyServerRouting() { Start(); }
+};
+
+void ExpectFrame(const BusPeer &client, const NotifyFrame &expected) {
+  const auto frame = ReceiveNotify(client);
+  ASSERT_TRUE(frame);
+  EXPECT_EQ(frame->Bytes(), expected.Bytes());
+}
+
+TEST_F(NotifyServerRouting, NotificationArrivesUnchangedButForItsSource) {
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  NotifyFrame sent = MakeAsync(kType, kDevice /* a lie */, kCms, "one", "two");
+  sent.head.seq = 7;
+  sent.head.async_flag = 1;
+  web.Send(sent.Bytes());
+  sent.head.source_id = kWeb;
+  ExpectFrame(cms, sent);
+}
+
+TEST_F(NotifyServerRouting, AnswerGoesToTheClientThatAsked) {
+  const BusPeer cms = Register(kCms);
+  const BusPeer olderWeb = Register(kWeb);
+  const BusPeer web = Register(kWeb);
+  NotifyFrame request = MakeRequest(kType, 7, kWeb, kCms, "ask");
+  request.head.request_word = 99;
+  web.Send(request.Bytes());
+  ExpectFrame(cms, request);
+  cms.Send(MakeAnswer(request, "answer").Bytes());
+  ExpectFrame(web, MakeAnswer(request, "answer"));
+  EXPECT_TRUE(olderWeb.NothingArrived());
+}
+
+TEST_F(NotifyServerRouting, OldestClientOfAModuleGetsItsMessagesUntilItLeaves) {
+  BusPeer first = Register(kCms);
+  const BusPeer second = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  web.Send(MakeAsync(kType, kWeb, kCms, "1").Bytes());
+  ExpectFrame(first, MakeAsync(kType, kWeb, kCms, "1"));
+  first.Close();
+  // The request that finds the first one gone is answered without data; from then on the second one is asked.
+  const NotifyFrame request = MakeRequest(kType, 1, kWeb, kCms);
+  ASSERT_TRUE(WaitUntil([&] {
+    web.Send(request.Bytes());
+    return !second.NothingArrived() || !ReceiveNotify(web, std::chrono::milliseconds(20));
+  }));
+  ExpectFrame(second, request);
+}
+
+TEST_F(NotifyServerRouting, RequestThatNobodyCanAnswerIsAnsweredWithoutDataAtOnce) {
+  const BusPeer web = Register(kWeb);
+  for (const uint32_t destination : {kCms, kWeb, ZOR_NOTIFY_MID_SERVER, 0u, 103u, 0xffffffffu}) {
+    const NotifyFrame request = MakeRequest(kType, destination, kWeb, destination, "ask");
+    web.Send(request.Bytes());
+    ExpectFrame(web, MakeAnswer(request));
+  }
+}
+
+TEST_F(NotifyServerRouting, RequestsLeftOpenByAModuleThatDiesAreAnsweredWithoutData) {
+  BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  const BusPeer device = Register(kDevice);
+  const NotifyFrame requests[] = {MakeRequest(kType, 1, kWeb, kCms), MakeRequest(kType, 2, kWeb, kCms),
+                                  MakeRequest(kType, 1, kDevice, kCms)};
+  web.Send(requests[0].Bytes() + requests[1].Bytes());
+  device.Send(requests[2].Bytes());
+  for (int count = 0; count < 3; ++count) ASSERT_TRUE(ReceiveNotify(cms));
+  cms.Send(MakeAnswer(requests[1], "last word").Bytes());
+  cms.Close();
+  ExpectFrame(web, MakeAnswer(requests[1], "last word"));
+  ExpectFrame(web, MakeAnswer(requests[0]));
+  ExpectFrame(device, MakeAnswer(requests[2]));
+}
+
+TEST_F(NotifyServerRouting, AnswerThatWasNotAskedForIsDropped) {
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  const BusPeer device = Register(kDevice);
+  const NotifyFrame request = MakeRequest(kType, 7, kWeb, kCms);
+  web.Send(request.Bytes());
+  ExpectFrame(cms, request);
+  device.Send(MakeAnswer(request, "forged").Bytes());
+  Settle(device, kDevice);
+  cms.Send(MakeAnswer(request, "true").Bytes() + MakeAnswer(request, "twice").Bytes());
+  Settle(cms, kCms);
+  ExpectFrame(web, MakeAnswer(request, "true"));
+  EXPECT_TRUE(web.NothingArrived());
+}
+
+TEST_F(NotifyServerRouting, RequestsWithoutNumberPushOutTheOldest) {
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  constexpr uint32_t kKept = 64;
+  for (uint32_t number = 0; number <= kKept; ++number) web.Send(MakeRequest(kType, number, kWeb, kCms).Bytes());
+  ExpectFrame(web, MakeAnswer(MakeRequest(kType, 0, kWeb, kCms)));
+  for (uint32_t number = 0; number <= kKept; ++number) {
+    cms.Send(MakeAnswer(MakeRequest(kType, number, kWeb, kCms), "late").Bytes());
+  }
+  ExpectFrame(web, MakeAnswer(MakeRequest(kType, 1, kWeb, kCms), "late"));
+}
+
+TEST_F(NotifyServerRouting, LongestNotificationPassesWhole) {
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  std::string data(ZOR_NOTIFY_DATA_MAX, '\0');
+  for (size_t index = 0; index < data.size(); ++index) data[index] = static_cast<char>(index * 31 >> 5);
+  const NotifyFrame sent = MakeAsync(kType, kWeb, kCms, data);
+  web.Send(sent.Bytes());  // nobody reads at the other end yet: the server takes it all the same
+  Settle(web, kWeb);
+  EXPECT_TRUE(ReceiveNotify(cms)->Bytes() == sent.Bytes());
+}
+
+TEST_F(NotifyServerRouting, LastWordsOfAClientAreDelivered) {
+  const BusPeer cms = Register(kCms);
+  {
+    const BusPeer web = Register(kWeb);
+    cms.Send(MakeAsync(kType, kCms, kWeb, "unread").Bytes());
+    Settle(cms, kCms);
+    web.Send(MakeAsync(kType, kWeb, kCms, "bye").Bytes());
+  }
+  ExpectFrame(cms, MakeAsync(kType, kWeb, kCms, "bye"));
+}
+
+}  // namespace
+}  // namespace zor::test
