@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 #include <zor/systime.h>
@@ -13,7 +12,6 @@
 #include "base/fixed_path.h"
 #include "base/list.h"
 #include "base/text.h"
-#include "base/unique_fd.h"
 #include "base/wait.h"
 
 namespace {
@@ -73,24 +71,6 @@ TEST(ListView, AllowsItsBodyToReleaseTheItem) {
   }
   EXPECT_EQ(sum, 6);
   EXPECT_EQ(head, nullptr);
-}
-
-bool IsOpen(int fd) {
-  return ::fcntl(fd, F_GETFD) >= 0;
-}
-
-TEST(UniqueFd, ClosesOnceAndMovesOwnership) {
-  int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  {
-    zor::UniqueFd first(ends[0]);
-    zor::UniqueFd second(ends[1]);
-    second = std::move(first);
-    EXPECT_FALSE(IsOpen(ends[1]));
-    EXPECT_FALSE(first.valid());
-    EXPECT_EQ(second.get(), ends[0]);
-  }
-  EXPECT_FALSE(IsOpen(ends[0]));
 }
 
 TEST(Waits, TellReadinessTimeOutAndBadDescriptorsApart) {
