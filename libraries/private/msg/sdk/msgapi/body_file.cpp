@@ -24,6 +24,14 @@ namespace {
 
 using PathText = char[ZOR_MSG_FILE_PATH_SIZE + 1];
 
+// The C library returns large blocks to the system as they are freed, and fresh pages for each long body cost more than
+// all the rest of its journey. Once a block of this size has been freed it keeps the pages of smaller ones.
+void KeepPagesOfLongBodies() {
+  constexpr std::uint64_t kKeptBlockSize = 0x100000;
+  static bool done = false;
+  if (!std::exchange(done, true)) MallocPtr<void>(GuardedAlloc(kKeptBlockSize)).reset();
+}
+
 // The path in a message's body, which need be neither complete nor terminated.
 void CopyPath(const ZOR_MSG_HEAD &msg, PathText &path) {
   const std::size_t length = std::min(msg.bodyLength, ZOR_MSG_FILE_PATH_SIZE);
@@ -61,16 +69,28 @@ ssize_t ReadUpTo(int fd, char *to, std::size_t length) {
   return static_cast<ssize_t>(done);
 }
 
+// Room for a body that is read in at once, and so is not cleared first. Only a size that is refused goes through the
+// guard of growing blocks, for its line.
+MessagePtr GrowForFile(MessagePtr arrived, std::uint64_t size) {
+  if (ZOR_MSG_HEAD_SIZE + size > ZOR_ALLOC_MAX) {
+    return GuardedRegrow(std::move(arrived), ZOR_MSG_HEAD_SIZE, ZOR_MSG_HEAD_SIZE + size);
+  }
+  MessagePtr whole = NewMessageBlock(size);
+  if (whole != nullptr) *whole = *arrived;
+  return whole;
+}
+
 }  // namespace
 
 std::uint32_t MoveBodyToFile(const ZOR_MSG_HEAD &msg, MessagePtr &block) noexcept {
+  KeepPagesOfLongBodies();
   PathText path = {};
   std::snprintf(path, sizeof path, ZOR_PATH_MSG_FILE_FORMAT, ZOR_UTIL_GenRandomInteger());
   if (ZOR_UTIL_WriteBufToFile(FixedPath(path).c_str(), BodyOf(&msg), msg.bodyLength) != ZOR_FILE_OK) {
     std::puts("\n----------------msg write file failed--------------------");
     return ZOR_E_BODY_FILE;
   }
-  block.reset(static_cast<ZOR_MSG_HEAD *>(GuardedAlloc(ZOR_MSG_HEAD_SIZE + ZOR_MSG_FILE_PATH_SIZE)));
+  block = NewMessageBlock(ZOR_MSG_FILE_PATH_SIZE);
   if (block == nullptr) return ZOR_E_NOT_WRITABLE;
   *block = msg;
   block->type |= ZOR_MSG_BODY_IN_FILE;
@@ -94,8 +114,9 @@ std::uint32_t RestoreFileBody(MessagePtr &msg) noexcept {
   std::uint64_t size = 0;
   const UniqueFd file = OpenRegular(place.c_str(), size);
   if (!file.valid()) return ZOR_E_IO;
+  KeepPagesOfLongBodies();
   // Read straight into the message: a large body is copied once only.
-  MessagePtr whole = GuardedRegrow(std::move(arrived), ZOR_MSG_HEAD_SIZE, ZOR_MSG_HEAD_SIZE + size);
+  MessagePtr whole = GrowForFile(std::move(arrived), size);
   const ssize_t length =
       whole == nullptr ? 0 : ReadUpTo(file.get(), static_cast<char *>(BodyOf(whole.get())), static_cast<size_t>(size));
   if (length < 0) return ZOR_E_IO;

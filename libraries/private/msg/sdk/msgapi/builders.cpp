@@ -15,8 +15,7 @@ constexpr uint32_t kDupLengthEnd = 0xffffffd7;
 
 // A block for a body of the given length, its header zero but for that length.
 zor::MessagePtr NewMessage(uint32_t bodyLength) {
-  zor::MessagePtr msg(
-      static_cast<ZOR_MSG_HEAD *>(zor::GuardedAlloc(ZOR_MSG_HEAD_SIZE + static_cast<uint64_t>(bodyLength))));
+  zor::MessagePtr msg = zor::NewMessageBlock(bodyLength);
   if (msg == nullptr) return nullptr;
   *msg = {};
   msg->bodyLength = bodyLength;
