@@ -1,0 +1,85 @@
+#include "msgsvr/body_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zor/paths.h>
+#include <zor/platform/system.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace zor::msgsvr {
+namespace {
+
+// The name of the file below the message directory; empty when the body names anything else.
+std::string_view FileName(std::span<const std::byte> body) {
+  constexpr std::string_view kDirectory = ZOR_PATH_MSG_FILE_DIR;
+  const std::string_view path = TextOf(body);
+  if (body.size() > ZOR_MSG_FILE_PATH_SIZE || path.size() == body.size()) return {};
+  if (!path.starts_with(kDirectory)) return {};
+  const std::string_view name = path.substr(kDirectory.size());
+  if (name == "." || name == ".." || name.find('/') != name.npos) return {};
+  return name;
+}
+
+std::span<const std::byte> BodyOf(std::span<const std::byte> frame) {
+  return frame.subspan(ZOR_MSG_HEAD_SIZE);
+}
+
+bool HasBodyFile(std::span<const std::byte> frame) {
+  uint32_t type;
+  if (frame.size() < ZOR_MSG_HEAD_SIZE) return false;
+  std::memcpy(&type, frame.data(), sizeof type);
+  return (type & ZOR_MSG_BODY_IN_FILE) != 0;
+}
+
+}  // namespace
+
+bool BodyFiles::IsAcceptable(const Client &sender, const Frame &frame) const {
+  const std::string_view name = FileName(frame.body());
+  struct stat status = {};
+  return sender.peer.local && !name.empty() && ::lstat(PathOf(name).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+         status.st_uid == sender.peer.uid;
+}
+
+void BodyFiles::Remove(std::span<const std::byte> frame) const {
+  if (HasBodyFile(frame)) ::unlink(PathOf(FileName(BodyOf(frame))).c_str());
+}
+
+std::optional<std::vector<std::byte>> BodyFiles::Duplicate(const Frame &frame) const {
+  constexpr int kAttempts = 8;  // a random name may be taken
+  const std::string from = PathOf(FileName(frame.body()));
+  std::array<char, ZOR_MSG_FILE_PATH_SIZE> path{};
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    std::snprintf(path.data(), path.size(), ZOR_PATH_MSG_FILE_FORMAT, ZOR_UTIL_GenRandomInteger());
+    const std::string to = PathOf(FileName(std::as_bytes(std::span(path))));
+    if (::link(from.c_str(), to.c_str()) == 0) {
+      Frame copy = frame;
+      copy.head.bodyLength = static_cast<uint32_t>(path.size());
+      std::vector<std::byte> bytes(sizeof copy.head + path.size());
+      std::memcpy(bytes.data(), &copy.head, sizeof copy.head);
+      std::memcpy(bytes.data() + sizeof copy.head, path.data(), path.size());
+      return bytes;
+    }
+    if (errno != EEXIST) break;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::vector<std::byte>> BodyFiles::Read(const Frame &frame, size_t maxBytes) const {
+  const daemon::Fd file(::open(PathOf(FileName(frame.body())).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file.valid()) return std::nullopt;
+  std::vector<std::byte> content(maxBytes);
+  ssize_t count;
+  do {
+    count = ::read(file.get(), content.data(), content.size());
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) return std::nullopt;
+  content.resize(static_cast<size_t>(count));
+  return content;
+}
+
+}  // namespace zor::msgsvr

@@ -1,0 +1,126 @@
+#include "msgsvr/delivery.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace zor::msgsvr {
+namespace {
+
+constexpr std::array<std::byte, 2> kDescriptorFrame{};
+
+}  // namespace
+
+void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
+  const bool continues = runTo_ == &to && run_.data() + run_.size() == frame.bytes.data();
+  if (!continues) {
+    FlushRun();
+    runFrom_ = &from;
+    runTo_ = &to;
+    run_ = frame.bytes.first(0);
+  }
+  run_ = {run_.data(), run_.size() + frame.bytes.size()};
+  from.lastTarget = to.id;
+}
+
+void Delivery::FlushRun() {
+  if (run_.empty()) return;
+  std::span<const std::byte> lost = std::exchange(run_, {});
+  lost = lost.subspan(Write(*runTo_, lost));
+  while (!lost.empty()) {
+    const size_t size = FrameSize(lost);
+    Undelivered(*runFrom_, lost.first(size));
+    lost = lost.subspan(size);
+  }
+}
+
+bool Delivery::Send(Client &to, std::span<const std::byte> frame) {
+  FlushRun();
+  return Write(to, frame) == frame.size();
+}
+
+void Delivery::Reply(Client &to, const Frame &request, uint32_t data, std::span<const std::byte> body) {
+  Send(to, BuildFrame(request.type(), request.head.sequence, to.name, data, body));
+}
+
+void Delivery::Refuse(Client &from, std::span<const std::byte> frame) {
+  ZOR_MSG_HEAD head;
+  std::memcpy(&head, frame.data(), sizeof head);
+  const uint32_t type = head.type & ZOR_MSG_TYPE_MASK;
+  // A notice that nobody takes must not be answered with another.
+  if (type == ZOR_MSG_SEND_FAILED_NOTICE) return;
+  Send(from, BuildFrame(ZOR_MSG_SEND_FAILED_NOTICE, head.sequence, from.name, type));
+}
+
+void Delivery::Undelivered(Client &from, std::span<const std::byte> frame) {
+  bus_.files.Remove(frame);
+  Refuse(from, frame);
+}
+
+void Delivery::PassDescriptor(Client &from, daemon::Fd descriptor) {
+  FlushRun();
+  Client *to = bus_.Find(from.lastTarget);
+  if (to == nullptr || !to->peer.local) {
+    bus_.log.Print("%s: a descriptor is lost, its latest message has no receiver here", from.Label().c_str());
+    return;
+  }
+  if (to->output.empty()) {
+    const ssize_t sent = daemon::SendNow(to->socket.get(), kDescriptorFrame, descriptor.get());
+    if (sent == static_cast<ssize_t>(kDescriptorFrame.size())) return;
+    if (sent < 0) return bus_.End(*to);
+    if (sent > 0) descriptor.reset();
+    if (to->output.Push(kDescriptorFrame, static_cast<size_t>(sent), std::move(descriptor))) return Queued(*to);
+  } else if (to->output.Push(kDescriptorFrame, 0, std::move(descriptor))) {
+    return;
+  }
+  Overflow(*to, {});
+}
+
+void Delivery::FlushQueue(Client &client) {
+  if (client.ended || client.output.empty()) return;
+  const auto state = client.output.Flush(client.socket.get());
+  if (state == daemon::OutputQueue::State::kBroken) return bus_.End(client);
+  if (state == daemon::OutputQueue::State::kDrained) bus_.poll.Change(client.socket.get(), kClientEvents, &client);
+}
+
+// How much of the frames has been taken, in whole frames.
+size_t Delivery::Write(Client &to, std::span<const std::byte> frames) {
+  if (to.ended) return 0;
+  if (!to.output.empty()) return Queue(to, frames, 0);
+  const ssize_t sent = daemon::SendNow(to.socket.get(), frames);
+  if (sent == static_cast<ssize_t>(frames.size())) return frames.size();
+  if (sent < 0) {
+    bus_.End(to);
+    return 0;
+  }
+  const size_t taken = Queue(to, frames, static_cast<size_t>(sent));
+  if (!to.ended) Queued(to);
+  return taken;
+}
+
+size_t Delivery::Queue(Client &to, std::span<const std::byte> frames, size_t sent) {
+  for (size_t offset = 0; offset < frames.size();) {
+    const size_t size = FrameSize(frames.subspan(offset));
+    const size_t begun = sent > offset ? sent - offset : 0;
+    if (begun < size && !to.output.Push(frames.subspan(offset, size), begun)) {
+      Overflow(to, frames.subspan(offset));
+      return offset;
+    }
+    offset += size;
+  }
+  if (to.output.bytes() > to.output.maxBytes() / 2) congested_ = &to;
+  return frames.size();
+}
+
+// The queue holds something now: it goes on when the socket is writable.
+void Delivery::Queued(Client &to) {
+  bus_.poll.Change(to.socket.get(), kClientEvents | EPOLLOUT, &to);
+}
+
+void Delivery::Overflow(Client &to, std::span<const std::byte> rest) {
+  size_t lost = to.output.messages().size();
+  for (; !rest.empty(); rest = rest.subspan(FrameSize(rest))) ++lost;
+  bus_.CutOff(to, "its output queue is full, " + std::to_string(lost) + " messages lost");
+}
+
+}  // namespace zor::msgsvr

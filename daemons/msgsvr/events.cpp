@@ -1,0 +1,37 @@
+#include "msgsvr/events.h"
+
+namespace zor::msgsvr {
+
+std::optional<size_t> EventBit(uint32_t eventNumber) {
+  const uint32_t bit = eventNumber >= ZOR_MSG_EVENT_FIRST ? eventNumber - ZOR_MSG_EVENT_FIRST : eventNumber;
+  if (bit >= EventSet{}.size()) return std::nullopt;
+  return bit;
+}
+
+void Drop(EventSet &events, size_t bit) {
+  if (bit == 0) {
+    events.reset();
+  } else {
+    events.reset(bit);
+  }
+}
+
+bool NamedSubscriptions::Add(const AppName &name, size_t bit) {
+  if (byName_.size() >= kMaxNames && !byName_.contains(name)) return false;
+  byName_[name].set(bit);
+  return true;
+}
+
+void NamedSubscriptions::Remove(const AppName &name, size_t bit) {
+  const auto entry = byName_.find(name);
+  if (entry == byName_.end()) return;
+  Drop(entry->second, bit);
+  if (entry->second.none()) byName_.erase(entry);
+}
+
+bool NamedSubscriptions::IsWanted(const AppName &name, size_t bit) const {
+  const auto entry = byName_.find(name);
+  return entry != byName_.end() && Wants(entry->second, bit);
+}
+
+}  // namespace zor::msgsvr

@@ -1,0 +1,16 @@
+#include "msgsvr/holds.h"
+
+namespace zor::msgsvr {
+
+void Holds::Add(Client &sender, const Client &reader, Clock::time_point now) {
+  if (sender.held) return;
+  sender.held = true;
+  holds_.push_back({&sender, &reader, now + kLongest});
+}
+
+bool Holds::IsOver(const Hold &hold, Clock::time_point now) {
+  const daemon::OutputQueue &queue = hold.reader->output;
+  return hold.sender->ended || hold.reader->ended || now >= hold.until || queue.bytes() <= queue.maxBytes() / 4;
+}
+
+}  // namespace zor::msgsvr

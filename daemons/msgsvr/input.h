@@ -1,0 +1,26 @@
+// Reading from a client's socket.
+#ifndef MSGSVR_INPUT_H
+#define MSGSVR_INPUT_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <span>
+
+#include "common/fd.h"
+
+namespace zor::msgsvr {
+
+struct Received {
+  ssize_t count = -1;  // 0 at the end of the stream; -1 with errno
+  daemon::Fd descriptor;
+  bool excessive = false;  // more than one descriptor came, or something else that nobody asked for; all is closed
+};
+
+// One read, without waiting. The kernel ends a read after the bytes that carry a descriptor, so that a descriptor
+// always belongs to the last bytes.
+Received Receive(int socket, std::span<std::byte> buffer);
+
+}  // namespace zor::msgsvr
+
+#endif

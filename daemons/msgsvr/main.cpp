@@ -1,0 +1,84 @@
+// msgsvr: the message server of the bus.
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <zor/paths.h>
+
+#include <algorithm>
+
+#include "common/command_line.h"
+#include "common/local_socket.h"
+#include "common/paths.h"
+#include "common/stop_signal.h"
+#include "msgsvr/server.h"
+#include "msgsvr/tcp_listener.h"
+
+namespace {
+
+using namespace zor;  // NOLINT(google-build-using-namespace): the whole program
+
+constexpr daemon::Program kProgram = {
+    "msgsvr",
+    "The message server: grants daemons their names on the bus and passes messages between them.",
+    "/etc/zor/msgsvr.conf",
+    msgsvr::kSettingsHelp,
+    "say on standard error who registers and who leaves",
+};
+
+// Daemons of other users on the bus are members of the server's group; a new file in the directory gets that group.
+constexpr mode_t kSocketMode = 0660;
+constexpr mode_t kMessageDirectoryMode = 02770;
+
+// Descriptors for other things than clients' connections: those on their way from one client to another.
+constexpr rlim_t kOtherDescriptors = 256;
+
+void RaiseDescriptorLimit(size_t maxClients) {
+  rlimit limit;
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  const rlim_t wanted = std::min<rlim_t>(limit.rlim_max, maxClients + kOtherDescriptors);
+  if (limit.rlim_cur >= wanted) return;
+  limit.rlim_cur = wanted;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+bool MakeDirectories(daemon::ProblemLog &log) {
+  if (daemon::MakeDirectory(ZOR_PATH_MSG_FILE_DIR, kMessageDirectoryMode)) return true;
+  log.PrintErrno("%s: cannot be made", ZOR_PATH_MSG_FILE_DIR);
+  return false;
+}
+
+int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, bool verbose) {
+  daemon::StopSignal stop;
+  RaiseDescriptorLimit(settings.maxClients);
+  if (!MakeDirectories(log)) return daemon::kExitFailure;
+  daemon::LocalSocket local;
+  if (const auto code = local.Open(ZOR_PATH_MSGSVR, SOCK_STREAM, kSocketMode, log); code != daemon::kExitOk)
+    return code;
+  msgsvr::TcpListener tcp;
+  if (!settings.tcp.empty()) {
+    tcp = msgsvr::ListenTcp(settings.tcp);
+    if (!tcp.socket.valid()) {
+      log.PrintErrno("tcp = %s: cannot listen", settings.tcp.c_str());
+      return daemon::kExitFailure;
+    }
+  }
+  msgsvr::Bus bus(settings, daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR), log);
+  bus.verbose = verbose;
+  msgsvr::Server server(bus, stop, local.fd(), tcp.socket.get());
+  daemon::SayListening(kProgram, ZOR_PATH_MSGSVR);
+  if (tcp.socket.valid()) daemon::SayListening(kProgram, tcp.address.c_str());
+  if (server.Run()) return daemon::kExitOk;
+  log.PrintErrno("cannot run");
+  return daemon::kExitFailure;
+}
+
+}  // namespace
+
+int main(int count, char **arguments) {
+  const daemon::CommandLine line = daemon::ReadCommandLine(kProgram, count, arguments);
+  if (line.exit) return *line.exit;
+  daemon::ProblemLog log(kProgram.name);
+  daemon::Settings file = daemon::Settings::FromFile(line.settingsPath, line.settingsGiven);
+  const msgsvr::BusSettings settings = msgsvr::ReadSettings(file);
+  if (!file.CheckAndReport(log)) return daemon::kExitSettings;
+  return Run(settings, log, line.verbose);
+}

@@ -1,0 +1,120 @@
+#include "msgsvr/requests.h"
+
+#include <algorithm>
+
+#include "msgsvr/registration.h"
+
+namespace zor::msgsvr {
+namespace {
+
+// The longest request to the server, a list of restful patterns, may come in a file.
+constexpr size_t kMaxFileBody = 8192;
+
+}  // namespace
+
+const Requests::Entry Requests::kEntries[] = {
+    {ZOR_MSG_SUBSCRIBE_EVENT, &Requests::Subscribe},
+    {ZOR_MSG_UNSUBSCRIBE_EVENT, &Requests::Unsubscribe},
+    {ZOR_MSG_GET_PROCESS_NUM, &Requests::CountProcesses},
+    {ZOR_MSG_SAFE_EXIT, &Requests::SafeExit},
+    {ZOR_MSG_TIMED_REPORT, &Requests::Report},
+    {ZOR_MSG_RESTFUL_REGISTER, &Requests::RegisterPatterns},
+    {ZOR_MSG_SYNC_WAIT, &Requests::SyncWait},
+    {ZOR_MSG_SYNC_POST, &Requests::SyncPost},
+    {ZOR_MSG_SEND_FAILED_NOTICE, &Requests::Ignore},
+};
+
+void Requests::Register(Client &from, const Frame &frame) {
+  const auto wanted = AppName::FromField(frame.head.source);
+  if (from.registered()) bus_.names.Remove(from.name, from);
+  from.name = wanted && wanted->IsGrantable() ? *wanted : AppName();
+  if (from.registered()) bus_.names.Add(from.name, from);
+  if (bus_.verbose) bus_.log.Print("%s registers", from.Label().c_str());
+  from.reportPeriod = std::chrono::seconds(bus_.settings.reportSeconds.Get(from.name));
+  from.lastReport = Clock::now();
+  delivery_.Reply(from, frame, 0, RegistrationBody(bus_.settings, from.name));
+}
+
+bool Requests::Handle(Client &from, const Frame &frame) {
+  const auto *entry = std::find_if(std::begin(kEntries), std::end(kEntries),
+                                   [&](const Entry &candidate) { return candidate.type == frame.type(); });
+  if (entry == std::end(kEntries)) return false;
+  if (!frame.bodyInFile()) {
+    (this->*entry->handle)(from, frame, frame.body());
+    return true;
+  }
+  // The router lets only acceptable files come here.
+  const auto content = bus_.files.Read(frame, kMaxFileBody);
+  bus_.files.Remove(frame.bytes);
+  if (content) (this->*entry->handle)(from, frame, *content);
+  return true;
+}
+
+void Requests::Subscribe(Client &from, const Frame &frame, Body body) {
+  const auto event = EventOf(from, frame);
+  const AppName name(TextOf(body));
+  if (!event) return;
+  if (name.empty() || name == from.name) {
+    from.events.set(*event);
+  } else if (!bus_.subscriptions.Add(name, *event)) {
+    bus_.log.Print("%s: no room for a subscription for another daemon", from.Label().c_str());
+  }
+}
+
+void Requests::Unsubscribe(Client &from, const Frame &frame, Body body) {
+  const auto event = EventOf(from, frame);
+  const AppName name(TextOf(body));
+  if (!event) return;
+  if (name.empty() || name == from.name) {
+    Drop(from.events, *event);
+    bus_.subscriptions.Remove(from.name, *event);
+    return;
+  }
+  for (Client *bearer : bus_.names.Bearers(name)) Drop(bearer->events, *event);
+  bus_.subscriptions.Remove(name, *event);
+}
+
+void Requests::CountProcesses(Client &from, const Frame &frame, Body body) {
+  const auto bearers = bus_.names.Bearers(AppName(TextOf(body)));
+  delivery_.Reply(from, frame, static_cast<uint32_t>(bearers.size()));
+}
+
+// The daemon has been asked to exit and may or may not have obeyed, so it stays reachable while it is connected. What
+// others subscribed for it ends with its last process.
+void Requests::SafeExit(Client &, const Frame &, Body body) {
+  const AppName name(TextOf(body));
+  const auto bearers = bus_.names.Bearers(name);
+  if (bearers.empty()) bus_.subscriptions.Forget(name);
+  for (Client *bearer : bearers) bearer->leaving = true;
+}
+
+void Requests::Report(Client &from, const Frame &, Body) {
+  from.lastReport = Clock::now();
+  from.reportMissed = false;
+}
+
+void Requests::RegisterPatterns(Client &from, const Frame &, Body body) {
+  if (bus_.patterns.Add(from, TextOf(body))) return;
+  bus_.log.Print("%s: too many restful patterns, the latest are not registered", from.Label().c_str());
+}
+
+void Requests::SyncWait(Client &from, const Frame &frame, Body body) {
+  if (bus_.barriers.Wait({&from, AppName(TextOf(body)), frame.head.sequence})) delivery_.Reply(from, frame);
+}
+
+// The one who posts does not wait for an answer and gets none.
+void Requests::SyncPost(Client &, const Frame &, Body body) {
+  for (const auto &waiter : bus_.barriers.Post(AppName(TextOf(body)))) {
+    delivery_.Send(*waiter.client, BuildFrame(ZOR_MSG_SYNC_WAIT, waiter.sequence, waiter.client->name, 0));
+  }
+}
+
+void Requests::Ignore(Client &, const Frame &, Body) {}
+
+std::optional<size_t> Requests::EventOf(const Client &from, const Frame &frame) {
+  const auto event = EventBit(frame.head.data);
+  if (!event) bus_.log.Print("%s: no such event: 0x%x", from.Label().c_str(), frame.head.data);
+  return event;
+}
+
+}  // namespace zor::msgsvr

@@ -1,0 +1,46 @@
+// Requests to the server itself.
+#ifndef MSGSVR_REQUESTS_H
+#define MSGSVR_REQUESTS_H
+
+#include <span>
+
+#include "msgsvr/delivery.h"
+
+namespace zor::msgsvr {
+
+class Requests {
+ public:
+  Requests(Bus &bus, Delivery &delivery) : bus_(bus), delivery_(delivery) {}
+
+  // Grants the sender the name that it asks for and tells it its settings.
+  void Register(Client &from, const Frame &frame);
+  // Does what a registered client asks the server for. False when the type is none of the server's.
+  bool Handle(Client &from, const Frame &frame);
+
+ private:
+  using Body = std::span<const std::byte>;
+  struct Entry {
+    uint32_t type;
+    void (Requests::*handle)(Client &from, const Frame &frame, Body body);
+  };
+  static const Entry kEntries[];
+
+  void Subscribe(Client &from, const Frame &frame, Body body);
+  void Unsubscribe(Client &from, const Frame &frame, Body body);
+  void CountProcesses(Client &from, const Frame &frame, Body body);
+  void SafeExit(Client &from, const Frame &frame, Body body);
+  void Report(Client &from, const Frame &frame, Body body);
+  void RegisterPatterns(Client &from, const Frame &frame, Body body);
+  void SyncWait(Client &from, const Frame &frame, Body body);
+  void SyncPost(Client &from, const Frame &frame, Body body);
+  void Ignore(Client &from, const Frame &frame, Body body);
+
+  std::optional<size_t> EventOf(const Client &from, const Frame &frame);
+
+  Bus &bus_;
+  Delivery &delivery_;
+};
+
+}  // namespace zor::msgsvr
+
+#endif

@@ -1,0 +1,116 @@
+#include "msgsvr/router.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace zor::msgsvr {
+namespace {
+
+bool IsEvent(const Frame &frame) {
+  static const AppName kBroker("mic");  // events with items are sent to this name, those with a text to none
+  return frame.type() > ZOR_MSG_EVENT_FIRST && frame.type() <= ZOR_MSG_EVENT_LAST &&
+         (frame.destination.empty() || frame.destination == kBroker);
+}
+
+bool IsRestful(uint32_t type) {
+  return type == ZOR_MSG_RESTFUL_REQUEST_A || type == ZOR_MSG_RESTFUL_REQUEST || type == ZOR_MSG_RESTFUL_REQUEST_B;
+}
+
+}  // namespace
+
+size_t Router::Route(Client &from, std::span<std::byte> bytes) {
+  size_t used = 0;
+  while (!from.ended) {
+    Parsed parsed = ParseFrame(bytes.subspan(used));
+    if (parsed.state == Parsed::State::kPartial) break;
+    if (parsed.state == Parsed::State::kMalformed) {
+      bus_.CutOff(from, parsed.reason);
+      break;
+    }
+    used += parsed.frame.bytes.size();
+    RouteFrame(from, parsed.frame);
+  }
+  delivery_.FlushRun();
+  return used;
+}
+
+void Router::RouteFrame(Client &from, Frame &frame) {
+  if (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty()) return requests_.Register(from, frame);
+  if (!from.registered()) return bus_.CutOff(from, "it has no name and sends messages");
+  frame.SetSource(from.name);
+  from.lastTarget = 0;
+  if (frame.bodyInFile() && !IsWellSent(from, frame)) return;
+  if (IsEvent(frame)) return PublishEvent(from, frame);
+  if (!frame.destination.empty()) return ForwardTo(from, bus_.names.Oldest(frame.destination), frame);
+  if (!requests_.Handle(from, frame)) RouteUnnamed(from, frame);
+}
+
+void Router::RouteUnnamed(Client &from, const Frame &frame) {
+  if (IsRestful(frame.type())) return ForwardTo(from, RestfulTarget(frame), frame);
+  ForwardTo(from, bus_.names.Oldest(bus_.settings.RouteOf(frame.type())), frame);
+}
+
+void Router::ForwardTo(Client &from, Client *to, const Frame &frame) {
+  // A daemon on another board cannot read this one's files.
+  if (to == nullptr || (frame.bodyInFile() && !to->peer.local)) return delivery_.Undelivered(from, frame.bytes);
+  delivery_.Forward(from, *to, frame);
+}
+
+bool Router::IsWellSent(Client &from, const Frame &frame) {
+  if (bus_.files.IsAcceptable(from, frame)) return true;
+  bus_.log.Print("%s: refused a message of type 0x%x: its body is no message file of its own", from.Label().c_str(),
+                 frame.type());
+  delivery_.Refuse(from, frame.bytes);
+  return false;
+}
+
+void Router::PublishEvent(Client &from, const Frame &frame) {
+  CollectSubscribers(frame);
+  if (frame.bodyInFile()) return PublishEventInFile(from, frame);
+  for (Client *subscriber : subscribers_) delivery_.Send(*subscriber, frame.bytes);
+}
+
+// Each receiver deletes the file that it gets, so each gets one of its own. All of them exist before the first
+// receiver is told, and the one that came with the event goes to the last.
+void Router::PublishEventInFile(Client &from, const Frame &frame) {
+  if (subscribers_.empty()) return bus_.files.Remove(frame.bytes);
+  std::vector<std::vector<std::byte>> copies(subscribers_.size());
+  copies.back().assign(frame.bytes.begin(), frame.bytes.end());
+  for (size_t i = 0; i + 1 < copies.size(); ++i) {
+    if (auto copy = bus_.files.Duplicate(frame)) {
+      copies[i] = std::move(*copy);
+    } else {
+      bus_.log.PrintErrno("%s: an event from %s is lost, its body file cannot be shared",
+                          subscribers_[i]->Label().c_str(), from.Label().c_str());
+    }
+  }
+  for (size_t i = 0; i < copies.size(); ++i) {
+    if (!copies[i].empty() && !delivery_.Send(*subscribers_[i], copies[i])) bus_.files.Remove(copies[i]);
+  }
+}
+
+void Router::CollectSubscribers(const Frame &frame) {
+  const size_t bit = frame.type() - ZOR_MSG_EVENT_FIRST;
+  subscribers_.clear();
+  for (Client &client : bus_.clients) {
+    if (client.ended || !client.registered() || (frame.bodyInFile() && !client.peer.local)) continue;
+    const bool named = bus_.subscriptions.IsWanted(client.name, bit) && bus_.names.Oldest(client.name) == &client;
+    if (named || Wants(client.events, bit)) subscribers_.push_back(&client);
+  }
+}
+
+Client *Router::RestfulTarget(const Frame &frame) const {
+  std::vector<std::byte> content;
+  std::span<const std::byte> body = frame.body();
+  if (frame.bodyInFile()) {
+    content = bus_.files.Read(frame, ZOR_MSG_RESTFUL_HEAD_SIZE).value_or(std::vector<std::byte>());
+    body = content;
+  }
+  if (body.size() < ZOR_MSG_RESTFUL_HEAD_SIZE) return nullptr;
+  const auto prefix = TextOf(body.subspan(offsetof(ZOR_MSG_RESTFUL_HEAD, prefix), ZOR_MSG_RESTFUL_NAME_SIZE));
+  const auto name = TextOf(body.subspan(offsetof(ZOR_MSG_RESTFUL_HEAD, name), ZOR_MSG_RESTFUL_NAME_SIZE));
+  if (prefix.size() == ZOR_MSG_RESTFUL_NAME_SIZE || name.size() == ZOR_MSG_RESTFUL_NAME_SIZE) return nullptr;
+  return bus_.patterns.Find(prefix, name);
+}
+
+}  // namespace zor::msgsvr

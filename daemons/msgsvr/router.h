@@ -1,0 +1,42 @@
+// Where frames go. The order of decisions: an unregistered client may only register; an event goes to its subscribers;
+// a named destination gets its message; what the server knows it does itself; a restful request goes by its path; the
+// rest goes by the route table.
+#ifndef MSGSVR_ROUTER_H
+#define MSGSVR_ROUTER_H
+
+#include <span>
+#include <vector>
+
+#include "msgsvr/delivery.h"
+#include "msgsvr/requests.h"
+
+namespace zor::msgsvr {
+
+class Router {
+ public:
+  explicit Router(Bus &bus) : bus_(bus), delivery_(bus), requests_(bus, delivery_) {}
+
+  // Routes every whole frame of the bytes. Returns how many bytes those were; the sender may have ended meanwhile.
+  size_t Route(Client &from, std::span<std::byte> bytes);
+
+  Delivery &delivery() { return delivery_; }
+
+ private:
+  void RouteFrame(Client &from, Frame &frame);
+  void RouteUnnamed(Client &from, const Frame &frame);
+  void ForwardTo(Client &from, Client *to, const Frame &frame);
+  void PublishEvent(Client &from, const Frame &frame);
+  void PublishEventInFile(Client &from, const Frame &frame);
+  void CollectSubscribers(const Frame &frame);
+  Client *RestfulTarget(const Frame &frame) const;
+  bool IsWellSent(Client &from, const Frame &frame);
+
+  Bus &bus_;
+  Delivery delivery_;
+  Requests requests_;
+  std::vector<Client *> subscribers_;  // of the event at hand
+};
+
+}  // namespace zor::msgsvr
+
+#endif

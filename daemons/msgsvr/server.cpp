@@ -1,0 +1,196 @@
+#include "msgsvr/server.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace zor::msgsvr {
+namespace {
+
+constexpr std::chrono::seconds kReportCheck{1};
+constexpr int kMissedReports = 3;  // before a daemon counts as stuck
+
+Peer PeerOf(int socket, bool local) {
+  ucred credentials{-1, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+  socklen_t size = sizeof credentials;
+  if (local) ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size);
+  return {local, credentials.uid, credentials.pid};
+}
+
+// Small messages go out at once, and a board that has lost its power is noticed.
+void SetUpTcp(int socket) {
+  const int on = 1;
+  ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  ::setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+}
+
+bool IsZero(std::span<const std::byte> bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](std::byte byte) { return byte == std::byte{0}; });
+}
+
+}  // namespace
+
+bool Server::Run() {
+  if (!Watch()) return false;
+  while (running_) Turn();
+  for (Client &client : bus_.clients) bus_.End(client);
+  bus_.Sweep();
+  return true;
+}
+
+bool Server::Watch() {
+  spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  return spare_.valid() && bus_.poll.valid() && bus_.poll.Add(stop_.fd(), EPOLLIN, &stop_) &&
+         bus_.poll.Add(local_.fd, EPOLLIN, &local_) && (tcp_.fd < 0 || bus_.poll.Add(tcp_.fd, EPOLLIN, &tcp_));
+}
+
+void Server::Turn() {
+  for (const epoll_event &event : bus_.poll.Wait(TimeoutMs())) TakeEvent(event);
+  ReadReady();
+  LookAfterTime();
+  bus_.Sweep();
+}
+
+void Server::TakeEvent(const epoll_event &event) {
+  if (event.data.ptr == &stop_) {
+    if (stop_.Take()) running_ = false;
+  } else if (event.data.ptr == &local_ || event.data.ptr == &tcp_) {
+    Accept(*static_cast<const Listener *>(event.data.ptr));
+  } else {
+    Client &client = *static_cast<Client *>(event.data.ptr);
+    if ((event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0) client.hungUp = true;
+    if ((event.events & EPOLLOUT) != 0) router_.delivery().FlushQueue(client);
+    if ((event.events & ~static_cast<uint32_t>(EPOLLOUT)) != 0) MarkReadable(client);
+  }
+}
+
+void Server::Accept(const Listener &listener) {
+  for (;;) {
+    daemon::Fd socket(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC));
+    if (socket.valid()) {
+      Admit(std::move(socket), listener.local);
+    } else if (errno == EMFILE || errno == ENFILE) {
+      return AcceptWithoutDescriptors(listener);
+    } else if (errno != ECONNABORTED && errno != EINTR) {
+      return;
+    }
+  }
+}
+
+// A caller that stays in the backlog would keep the listener readable and the loop busy.
+void Server::AcceptWithoutDescriptors(const Listener &listener) {
+  bus_.log.PrintErrno("turned a client away");
+  spare_.reset();
+  daemon::Fd(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC)).reset();
+  spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
+void Server::Admit(daemon::Fd socket, bool local) {
+  if (bus_.clients.size() >= bus_.settings.maxClients) {
+    bus_.log.Print("turned a client away, %zu are connected", bus_.clients.size());
+    return;
+  }
+  if (!local) SetUpTcp(socket.get());
+  const Peer peer = PeerOf(socket.get(), local);
+  Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++lastId_, bus_.settings.queueBytes);
+  if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) bus_.CutOff(client, std::strerror(errno));
+}
+
+void Server::MarkReadable(Client &client) {
+  client.readable = true;
+  if (client.queued || client.held || client.ended) return;
+  client.queued = true;
+  ready_.push_back(&client);
+}
+
+void Server::ReadReady() {
+  std::swap(ready_, reading_);
+  for (Client *client : reading_) {
+    client->queued = false;
+    if (client->ended || client->held) continue;
+    Read(*client);
+    if (Client *slow = router_.delivery().TakeCongested(); slow != nullptr && slow != client) {
+      holds_.Add(*client, *slow, Clock::now());
+    }
+    if (client->readable) MarkReadable(*client);
+  }
+  reading_.clear();
+}
+
+void Server::Read(Client &client) {
+  const size_t kept = client.partial.size();
+  std::copy(client.partial.begin(), client.partial.end(), buffer_.begin());
+  const std::span<std::byte> room = std::span(buffer_).subspan(kept);
+  Received received = Receive(client.socket.get(), room);
+  if (received.count < 0 && errno == EAGAIN) {
+    client.readable = false;
+    return;
+  }
+  if (received.count <= 0) return bus_.End(client);
+  // Less than there was room for means that nothing is left; unless a descriptor ended the read, or the end of the
+  // stream is still to be seen, which no further event will announce.
+  const auto count = static_cast<size_t>(received.count);
+  client.readable = count == room.size() || received.descriptor.valid() || client.hungUp;
+  if (received.excessive) return bus_.CutOff(client, "it sent more than one descriptor at a time");
+  Take(client, std::span(buffer_).first(kept + count), received);
+}
+
+void Server::Take(Client &client, std::span<std::byte> bytes, Received &received) {
+  bytes = bytes.subspan(TakeHalfDescriptor(client, bytes));
+  bytes = bytes.subspan(router_.Route(client, bytes));
+  client.partial.clear();
+  if (client.ended) return;
+  if (received.descriptor.valid()) return TakeDescriptor(client, bytes, std::move(received.descriptor));
+  client.partial.assign(bytes.begin(), bytes.end());
+}
+
+// The descriptor came with the first of its two bytes, because the buffer ended there.
+size_t Server::TakeHalfDescriptor(Client &client, std::span<const std::byte> bytes) {
+  if (!client.halfDescriptor.valid()) return 0;
+  TakeDescriptor(client, bytes.first(2), std::move(client.halfDescriptor));
+  return 2;
+}
+
+// Behind the last whole frame there must be the two zero bytes that carry a descriptor, and nothing else.
+void Server::TakeDescriptor(Client &client, std::span<const std::byte> rest, daemon::Fd descriptor) {
+  if (!client.registered() || rest.empty() || rest.size() > 2 || !IsZero(rest)) {
+    return bus_.CutOff(client, "it sent a descriptor out of place");
+  }
+  if (rest.size() == 2) return router_.delivery().PassDescriptor(client, std::move(descriptor));
+  client.halfDescriptor = std::move(descriptor);
+  client.partial.assign(rest.begin(), rest.end());
+}
+
+int Server::TimeoutMs() const {
+  if (!ready_.empty()) return 0;
+  if (!holds_.empty()) return 10;
+  if (bus_.settings.reportSeconds.empty()) return -1;
+  return static_cast<int>(std::chrono::milliseconds(kReportCheck).count());
+}
+
+void Server::LookAfterTime() {
+  if (holds_.empty() && bus_.settings.reportSeconds.empty()) return;
+  const Clock::time_point now = Clock::now();
+  holds_.Release(now, [this](Client &sender) {
+    if (sender.readable) MarkReadable(sender);
+  });
+  if (!bus_.settings.reportSeconds.empty() && now - reportsChecked_ >= kReportCheck) CheckReports(now);
+}
+
+void Server::CheckReports(Clock::time_point now) {
+  reportsChecked_ = now;
+  for (Client &client : bus_.clients) {
+    if (client.ended || client.reportMissed || client.reportPeriod.count() == 0) continue;
+    if (now - client.lastReport <= kMissedReports * client.reportPeriod) continue;
+    client.reportMissed = true;
+    bus_.log.Print("%s: no report for %d periods of %lld s", client.Label().c_str(), kMissedReports,
+                   static_cast<long long>(client.reportPeriod.count()));
+  }
+}
+
+}  // namespace zor::msgsvr

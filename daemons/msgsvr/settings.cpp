@@ -1,0 +1,162 @@
+#include "msgsvr/settings.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace zor::msgsvr {
+
+const char kSettingsHelp[] =
+    "  queue_bytes = 1048576     output that one client may leave unread before it is cut off\n"
+    "  max_clients = 256         connections at one time\n"
+    "  tcp =                     ADDRESS:PORT (IPv4) to listen at for daemons on other boards; port 0: any\n"
+    "  route.TYPE = NAME         the daemon for requests of that type without destination; TYPE is a number or a\n"
+    "                            range such as 0x5025-0x502B; no NAME: nobody. Configuration and device list\n"
+    "                            requests go to cms, login control to lctrl, unless set here\n"
+    "Told to a daemon when it registers; NAME is a daemon's, or * for all others:\n"
+    "  report.NAME = 0           seconds between the reports that it is to send, 0 for none\n"
+    "  trace_output.NAME =       stdout, file, or ADDRESS:PORT\n"
+    "  trace_file_kib.NAME = 0   size limit of its trace file; 1024 and less leave the default of 1024\n"
+    "  trace.NAME =              MODULE=LEVEL ..., the module all for the rest; levels: none fatal error\n"
+    "                            warning info debug, or a number\n";
+
+namespace {
+
+constexpr size_t kMinQueueBytes = 16384;  // holds some of the longest messages
+constexpr size_t kMaxQueueBytes = 64u << 20;
+constexpr size_t kMaxTraceLevels = 64;  // so that the registration reply stays short
+
+struct DefaultRoute {
+  uint32_t first;
+  uint32_t last;
+  const char *daemon;
+};
+
+constexpr auto kDefaultRoutes = std::to_array<DefaultRoute>({
+    {0x5001, 0x5001, "cms"},     // dynamic applications
+    {0x5009, 0x5009, "cms"},     // configuration
+    {0x500F, 0x500F, "cms"},     //
+    {0x5025, 0x502B, "cms"},     //
+    {0x5033, 0x5033, "cms"},     //
+    {0x5035, 0x5035, "cms"},     //
+    {0x503F, 0x5040, "cms"},     //
+    {0x504D, 0x504D, "cms"},     // dynamic applications
+    {0x26E00, 0x26E10, "cms"},   // device lists
+    {0x2CF01, 0x2CF05, "lctrl"}  // login control
+});
+
+struct LevelName {
+  std::string_view name;
+  uint32_t level;
+};
+
+constexpr auto kLevelNames = std::to_array<LevelName>(
+    {{"none", 0}, {"fatal", 1}, {"error", 2}, {"warning", 4}, {"info", 8}, {"debug", 16}, {"all", 16}});
+
+bool ParseWord(std::string_view text, uint32_t *word, uint64_t most = UINT32_MAX) {
+  uint64_t number;
+  if (!daemon::ParseNumber(text, &number) || number > most) return false;
+  *word = static_cast<uint32_t>(number);
+  return true;
+}
+
+bool ParseRange(std::string_view text, Route *route) {
+  const size_t dash = text.find('-');
+  const std::string_view last = dash == text.npos ? text : text.substr(dash + 1);
+  return ParseWord(text.substr(0, dash), &route->first, ZOR_MSG_TYPE_MASK) &&
+         ParseWord(last, &route->last, ZOR_MSG_TYPE_MASK) && route->first <= route->last;
+}
+
+bool FitsName(std::string_view text) {
+  return text == AppName(text).text();
+}
+
+bool ParseLevel(std::string_view text, uint32_t *level) {
+  const auto named =
+      std::find_if(kLevelNames.begin(), kLevelNames.end(), [&](const LevelName &known) { return known.name == text; });
+  if (named == kLevelNames.end()) return ParseWord(text, level);
+  *level = named->level;
+  return true;
+}
+
+std::optional<std::vector<TraceLevel>> ParseLevels(std::string_view text) {
+  std::vector<TraceLevel> levels;
+  for (size_t start; (start = text.find_first_not_of(" \t")) != text.npos;) {
+    text.remove_prefix(start);
+    const std::string_view item = text.substr(0, text.find_first_of(" \t"));
+    text.remove_prefix(item.size());
+    const size_t equals = item.find('=');
+    uint32_t level;
+    if (equals == item.npos || equals == 0 || !FitsName(item.substr(0, equals)) ||
+        !ParseLevel(item.substr(equals + 1), &level) || levels.size() == kMaxTraceLevels) {
+      return std::nullopt;
+    }
+    levels.push_back({AppName(item.substr(0, equals)), level});
+  }
+  // A daemon that is told a level for all forgets what it was told before.
+  std::stable_partition(levels.begin(), levels.end(), [](const TraceLevel &l) { return l.module.text() == "all"; });
+  return levels;
+}
+
+void ReadRoutes(daemon::Settings &settings, BusSettings &result) {
+  for (const auto &[range, daemon] : settings.WithPrefix("route.")) {
+    Route route{};
+    if (!ParseRange(range, &route) || !FitsName(daemon)) settings.AddMistake("route." + range + ": not a route");
+    route.daemon = AppName(daemon);
+    result.routes.push_back(route);
+  }
+  for (const DefaultRoute &route : kDefaultRoutes) {
+    result.routes.push_back({route.first, route.last, AppName(route.daemon)});
+  }
+}
+
+// Settings of one kind for daemons: parse returns nothing for a value that is none.
+template <typename Value, typename Parse>
+void ReadPerDaemon(daemon::Settings &settings, const std::string &prefix, PerDaemon<Value> &result, Parse parse) {
+  for (const auto &[daemon, text] : settings.WithPrefix(prefix)) {
+    const std::optional<Value> value = parse(text);
+    if (value && !daemon.empty() && FitsName(daemon)) {
+      result.Set(daemon, *value);
+    } else {
+      settings.AddMistake(prefix + daemon + ": cannot be " + text);
+    }
+  }
+}
+
+std::optional<uint32_t> ParseSeconds(const std::string &text) {
+  uint32_t seconds;
+  return ParseWord(text, &seconds) ? std::optional(seconds) : std::nullopt;
+}
+
+std::optional<uint64_t> ParseSize(const std::string &text) {
+  uint64_t size;
+  return daemon::ParseNumber(text, &size) ? std::optional(size) : std::nullopt;
+}
+
+std::optional<std::string> ParseOutput(const std::string &text) {
+  return text.size() < ZOR_TRACE_OUTPUT_TEXT_SIZE ? std::optional(text) : std::nullopt;
+}
+
+}  // namespace
+
+AppName BusSettings::RouteOf(uint32_t type) const {
+  const auto route = std::find_if(routes.begin(), routes.end(), [&](const Route &candidate) {
+    return type >= candidate.first && type <= candidate.last;
+  });
+  return route == routes.end() ? AppName() : route->daemon;
+}
+
+BusSettings ReadSettings(daemon::Settings &settings) {
+  BusSettings result{};
+  result.queueBytes = settings.Number("queue_bytes", 1048576, kMinQueueBytes, kMaxQueueBytes);
+  result.maxClients = settings.Number("max_clients", 256, 1, 65536);
+  result.tcp = settings.Text("tcp", "");
+  ReadRoutes(settings, result);
+  ReadPerDaemon(settings, "report.", result.reportSeconds, ParseSeconds);
+  ReadPerDaemon(settings, "trace_output.", result.traceOutput, ParseOutput);
+  ReadPerDaemon(settings, "trace_file_kib.", result.traceFileKiB, ParseSize);
+  ReadPerDaemon(settings, "trace.", result.traceLevels, ParseLevels);
+  return result;
+}
+
+}  // namespace zor::msgsvr

@@ -1,0 +1,21 @@
+// The listening socket for daemons on other boards.
+#ifndef MSGSVR_TCP_LISTENER_H
+#define MSGSVR_TCP_LISTENER_H
+
+#include <string>
+
+#include "common/fd.h"
+
+namespace zor::msgsvr {
+
+struct TcpListener {
+  daemon::Fd socket;
+  std::string address;  // ADDRESS:PORT with the real port
+};
+
+// Listens at an IPv4 ADDRESS:PORT. Without a valid socket, and with errno, when that is not possible.
+TcpListener ListenTcp(const std::string &address);
+
+}  // namespace zor::msgsvr
+
+#endif
