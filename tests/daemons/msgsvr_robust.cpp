@@ -1,0 +1,153 @@
+// Hostile, broken and stopped clients.
+#include <sys/socket.h>
+
+#include <filesystem>
+#include <random>
+
+#include "msgsvr_fixture.h"
+
+namespace zor::test {
+namespace {
+
+// Fills the socket and the server's queue of a client that does not read, until the server has ended it.
+void FloodUntilGone(const WireClient &sender, const std::string &destination) {
+  const Message message = MakeMessage(kType, "", destination, 0, std::string(1000, 'x'));
+  for (;;) {
+    for (int i = 0; i < 50; ++i) sender.Send(message);
+    const Message probe = MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, NameBody(destination));
+    sender.Send(probe);
+    Message answer;
+    do answer = sender.Next();
+    while (IsNotice(answer, kType));
+    if (answer.header.type != ZOR_MSG_GET_PROCESS_NUM || answer.header.data == 0) return;
+  }
+}
+
+// Random bytes, half of them laid out like messages: known types and names, small lengths.
+class Garbage {
+ public:
+  std::string Next() {
+    std::string bytes(Word(3000), '\0');
+    for (char &byte : bytes) byte = static_cast<char>(Word(256));
+    if (Word(2) == 0) return bytes;
+    for (size_t at = 0; at + ZOR_MSG_HEAD_SIZE <= bytes.size();) {
+      const Message message = NextMessage();
+      bytes.replace(at, ZOR_MSG_HEAD_SIZE, message.Bytes());
+      at += ZOR_MSG_HEAD_SIZE + message.header.bodyLength;
+    }
+    return bytes;
+  }
+
+ private:
+  uint32_t Word(uint32_t below) { return static_cast<uint32_t>(random_()) % below; }
+
+  Message NextMessage() {
+    constexpr uint32_t kTypes[] = {0x701, 0x702, 0x703,  0x705,  0x706,   0x708, 0x109,
+                                   0x10A, 0x10D, 0x5018, 0x5019, 0x2DA05, 0x108};
+    const uint32_t flag = Word(8) == 0 ? ZOR_MSG_BODY_IN_FILE : 0;
+    const uint32_t type = kTypes[Word(static_cast<uint32_t>(std::size(kTypes)))];
+    Message message = MakeMessage(type | flag, "fuzz", Word(2) == 0 ? "" : "asker", Word(0x30000));
+    message.header.bodyLength = Word(300);
+    return message;
+  }
+
+  std::mt19937 random_{12345};
+};
+
+TEST_F(MsgsvrTest, EndsAClientWithAMalformedFrameAndNobodyElse) {
+  Start();
+  const WireClient honest = Client("honest");
+  Message oversized = MakeMessage(kType, "", "honest");
+  Message endless = MakeMessage(kType, "", "twelve_chars");
+  for (const uint32_t length : {2049u, 0x200001u, 0x8000001u, 0xffffffffu}) {
+    const WireClient client = Client("bad");
+    oversized.header.bodyLength = length;
+    client.Send(oversized);
+    EXPECT_TRUE(client.ClosedByOther()) << length;
+  }
+  const WireClient client = Client("bad");
+  client.Send(endless);
+  EXPECT_TRUE(client.ClosedByOther());
+  honest.Send(MakeMessage(kType, "", "honest", 0, std::string(2048, 'x')));
+  EXPECT_EQ(honest.Next().body.size(), 2048u);
+}
+
+TEST_F(MsgsvrTest, CutsOffAReaderThatHasStoppedAndSaysWhatItLost) {
+  StartOwn("queue_bytes = 100000\n");
+  if (IsSkipped()) return;
+  const WireClient stopped = Client("stopped");
+  const WireClient sender = Client("sender");
+  const WireClient others[] = {Client("one"), Client("two")};
+  Child traffic = Child::Function([&] {
+    for (int i = 0; i < 2000; ++i) {
+      others[0].Send(MakeMessage(kType, "", "two"));
+      if (!others[1].ReceiveMessage()) return 1;
+    }
+    return 0;
+  });
+  FloodUntilGone(sender, "stopped");
+  EXPECT_EQ(traffic.Wait(), 0) << "others go on meanwhile";
+  EXPECT_TRUE(LogHolds("msgsvr: stopped (pid " + std::to_string(::getpid()) + ") cut off: its output queue is full, "));
+  EXPECT_TRUE(LogHolds(" messages lost\n"));
+}
+
+TEST_F(MsgsvrTest, RemovesTheFilesThatAStoppedReaderLeaves) {
+  StartOwn("queue_bytes = 100000\n");
+  if (IsSkipped()) return;
+  std::optional<WireClient> stopped = Client("stopped");
+  const WireClient sender = Client("sender");
+  // What the kernel took is the client's own, so fill its socket before the file comes.
+  const int small = 1;
+  ::setsockopt(stopped->fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+  for (int i = 0; i < 300; ++i) sender.Send(MakeMessage(kType, "", "stopped", 0, std::string(1000, 'x')));
+  const std::string path = MakeMessageFile("msg_file_1", "content");
+  sender.Send(MakeFileMessage(kType, "stopped", path));
+  FloodUntilGone(sender, "stopped");
+  EXPECT_FALSE(std::filesystem::exists(RealPath(path)));
+}
+
+TEST_F(MsgsvrTest, SurvivesGarbageWhileHonestDaemonsTalk) {
+  Start();
+  const WireClient asker = Client("asker");
+  const WireClient answerer = Client("answerer");
+  Garbage garbage;
+  for (int round = 0; round < 300; ++round) {
+    const WireClient client = Connect();
+    if (round % 3 != 0) client.Register("fuzz");
+    client.Send(garbage.Next());
+    asker.Send(MakeMessage(kType, "", "answerer", static_cast<uint32_t>(round)));
+    const Message request = answerer.Next();
+    ASSERT_EQ(request.header.data, static_cast<uint32_t>(round));
+    answerer.Send(MakeMessage(kType + 1, "", "asker", static_cast<uint32_t>(round)));
+    Message reply;
+    do reply = asker.Next();
+    while (reply.header.type != kType + 1 && reply.header.type != 0);
+    ASSERT_EQ(reply.header.data, static_cast<uint32_t>(round));
+  }
+}
+
+TEST_F(MsgsvrTest, TurnsAwayClientsBeyondItsLimit) {
+  StartOwn("max_clients = 2\n");
+  if (IsSkipped()) return;
+  WireClient first = Client("first");
+  const WireClient second = Client("second");
+  EXPECT_TRUE(Connect().ClosedByOther());
+  first.Close();
+  EXPECT_TRUE(WaitUntil([&] {
+    const WireClient third = Connect();
+    third.Send(MakeMessage(ZOR_MSG_REGISTER_APP, "third", ""));
+    return third.ReceiveMessage().has_value();
+  }));
+}
+
+TEST_F(MsgsvrTest, SaysWhichDaemonHasStoppedReporting) {
+  StartOwn("report.stuck = 1\n");
+  if (IsSkipped()) return;
+  const WireClient stuck = Client("stuck");
+  const WireClient quiet = Client("quiet");
+  EXPECT_TRUE(LogHolds("stuck (pid " + std::to_string(::getpid()) + "): no report for 3 periods of 1 s"));
+  EXPECT_EQ(LogText().find("quiet"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace zor::test

@@ -1,0 +1,39 @@
+// A client of a real message server that writes and reads raw frames, so that a test sees what is on the wire and can
+// send what the library never would.
+#ifndef TESTS_SUPPORT_WIRE_CLIENT_H
+#define TESTS_SUPPORT_WIRE_CLIENT_H
+
+#include <cstdint>
+#include <string>
+
+#include "support/scripted_server.h"
+
+namespace zor::test {
+
+class WireClient : public BusPeer {
+ public:
+  // Connects to the local socket at a path.
+  static WireClient Connect(const std::string &path);
+  // Connects to a port of the loopback address.
+  static WireClient ConnectTcp(uint16_t port);
+
+  // Asks for a name; the server's answer.
+  Message Register(const std::string &name) const;
+  // Sends a message and waits for the next one that arrives.
+  Message Ask(const Message &message) const;
+  // The next message; an empty one, with a note for the test, when none comes.
+  Message Next() const;
+
+  // Sends bytes with descriptors attached: two zero bytes and one descriptor in a well-formed frame.
+  void SendDescriptors(const std::string &bytes, const int *descriptors, size_t count) const;
+  void SendDescriptor(int descriptor) const { SendDescriptors(std::string(2, '\0'), &descriptor, 1); }
+  // Reads two zero bytes and the descriptor that comes with them; -1 when anything else comes.
+  int ReceiveDescriptor() const;
+
+ private:
+  explicit WireClient(int fd) : BusPeer(fd) {}
+};
+
+}  // namespace zor::test
+
+#endif
