@@ -1,0 +1,41 @@
+// Idle hooks: called in every iteration, before the wait.
+#include <zor/status.h>
+
+#include "base/alloc.h"
+#include "sdk/loop/loop.h"
+#include "sdk/loop/watcher.h"
+
+namespace zor {
+
+// Neither the started nor the deleted bit is looked at: a deleted hook runs until it is swept.
+void RunIdleHooks(UvLoop &loop) noexcept {
+  for (Walk walk(loop); UvWatcher *watcher = walk.Next();) {
+    if ((watcher->flags & UV_WATCHER_IDLE) == 0) continue;
+    auto &hook = RecordOf<UvIdle>(watcher);
+    if (hook.idleCallback == nullptr) continue;
+    const CallFrame frame(watcher);
+    hook.idleCallback(&hook, watcher->flags);
+  }
+}
+
+}  // namespace zor
+
+uint32_t ZOR_UV_IdleInit(UvLoop *loop, UvIdle *watcher) {
+  if (watcher == nullptr) return ZOR_E_ARGUMENT;
+  const uint32_t status = ZOR_UV_WatcherInit(loop, &watcher->header, UV_WATCHER_IDLE);
+  if (status == ZOR_OK) watcher->idleCallback = nullptr;
+  return status;
+}
+
+UvIdle *ZOR_UV_IdleStart(UvLoop *loop, UV_IDLE_CALLBACK callback) {
+  if (callback == nullptr) return nullptr;
+  auto hook = zor::GuardedNew<UvIdle>();
+  if (hook == nullptr || ZOR_UV_IdleInit(loop, hook.get()) != ZOR_OK) return nullptr;
+  hook->idleCallback = callback;
+  ZOR_UV_WatcherStart(&hook->header);
+  return hook.release();
+}
+
+uint32_t ZOR_UV_IdleStop(UvIdle *watcher) {
+  return watcher == nullptr ? ZOR_E_ARGUMENT : ZOR_UV_WatcherDelete(&watcher->header);
+}

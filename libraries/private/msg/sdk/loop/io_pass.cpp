@@ -1,0 +1,67 @@
+#include "sdk/loop/io_pass.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zor/trace.h>
+
+#include <cerrno>
+
+#include "sdk/loop/descriptor_set.h"
+#include "sdk/loop/loop.h"
+#include "sdk/loop/watcher.h"
+
+namespace zor {
+
+bool IsOpenDescriptor(std::int32_t fd) noexcept {
+  struct stat ignored = {};
+  return ::fstat(fd, &ignored) == 0;
+}
+
+DescriptorPasses::DescriptorPasses(UvLoop &loop) noexcept
+    : loop_(loop), watchesAll_(ZOR_TRACE_IsModuleEnabled("sockbase", ZOR_TRACE_INFO) != 0) {}
+
+void DescriptorPasses::Run(std::uint32_t event, const fd_set &ready) noexcept {
+  loop_.flags &= ~UV_LOOP_SKIP_PASS;
+  const std::uint64_t deletions = deletionCount;
+  if (swept_ == deletions && !watchesAll_ && IsEmpty(ready, loop_.maxFd)) return;
+  swept_.reset();
+  for (Walk walk(loop_); UvWatcher *watcher = walk.Next();) {
+    if ((watcher->flags & UV_WATCHER_DELETED) != 0) {
+      SweepWatcher(loop_, watcher);
+    } else if ((watcher->flags & UV_WATCHER_IO) != 0) {
+      auto &io = RecordOf<UvIO>(watcher);
+      Visit(io, event, Contains(ready, io.fd));
+      if ((loop_.flags & UV_LOOP_SKIP_PASS) != 0) return;
+    }
+  }
+  swept_ = deletions;
+}
+
+void DescriptorPasses::Visit(UvIO &watcher, std::uint32_t event, bool ready) noexcept {
+  const bool doubted = ready ? !proved_ : watchesAll_ && watcher.fd != -1;
+  if (doubted && !IsOpenDescriptor(watcher.fd)) {
+    ZOR_TRACE_PrintInfo("io_pass.cpp", __LINE__, 0, "sockbase", ZOR_TRACE_INFO, "Invalid fd %d:%d detected.\n",
+                        watcher.fd, errno);
+    ZOR_TRACE_PrintInfo("io_pass.cpp", __LINE__, 0, "sockbase", ZOR_TRACE_INFO, "get pid %d in Invalid fd.\n",
+                        static_cast<int>(::getpid()));
+    return;
+  }
+  if (ready && watcher.ioCallback != nullptr) Call(watcher, event);
+}
+
+void DescriptorPasses::Call(UvIO &watcher, std::uint32_t event) noexcept {
+  if (loop_.forcedEvents != nullptr) DropForcedEvent(loop_, watcher, event);
+  const CallFrame frame(&watcher.header);
+  const UV_IO_CALLBACK callback = watcher.ioCallback;
+  const std::int32_t fd = watcher.fd;
+  proved_ = false;
+  ZOR_TRACE_PrintInfo("io_pass.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[start io %lld:%d:%d] proc %p",
+                      static_cast<long long>(loop_.iteration), static_cast<int>(event), fd,
+                      reinterpret_cast<void *>(callback));
+  callback(&watcher, event);
+  ZOR_TRACE_PrintInfo("io_pass.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[end io %lld:%d:%d] proc %p",
+                      static_cast<long long>(loop_.iteration), static_cast<int>(event), fd,
+                      reinterpret_cast<void *>(callback));
+}
+
+}  // namespace zor

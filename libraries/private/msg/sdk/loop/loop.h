@@ -1,0 +1,60 @@
+// What the parts of one loop iteration share.
+#ifndef SDK_LOOP_LOOP_H
+#define SDK_LOOP_LOOP_H
+
+#include <zor/uv_io.h>
+
+#include <cstdint>
+
+namespace zor {
+
+// While set, this loop is the default loop: a synchronous spawn runs a private loop.
+extern UvLoop *defaultLoopOverride;
+
+// Null stands for the default loop.
+inline UvLoop *LoopOrDefault(UvLoop *loop) noexcept {
+  return loop != nullptr ? loop : ZOR_UV_LoopGetDefault();
+}
+
+// A run of a loop. Runs nest, on the same loop or on different ones. Every iteration of any run has a turn number of
+// its own.
+class Run {
+ public:
+  explicit Run(const UvLoop &loop) noexcept;
+  ~Run();
+  Run(const Run &) = delete;
+  Run &operator=(const Run &) = delete;
+
+  void BeginTurn() noexcept;
+  // The turn that the loop is in; of nested runs the innermost. 0 outside a run.
+  static std::uint64_t TurnOf(const UvLoop &loop) noexcept;
+  static bool InProgress(std::uint64_t turn) noexcept;
+
+ private:
+  const UvLoop &loop_;
+  std::uint64_t turn_ = 0;
+  Run *const outer_;
+};
+
+// The timer pass, which also computes how long the wait may last. Returns the flags of all watchers of the list, those
+// that callbacks have added included, or'ed together: what the idle pass need not look for.
+std::uint32_t RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept;
+
+// The idle pass.
+void RunIdleHooks(UvLoop &loop) noexcept;
+
+// Waits for descriptors or the time-out and calls what is due. Any other status than 0 ends the run.
+std::uint32_t WaitAndDispatch(UvLoop &loop) noexcept;
+
+// Runs the forced events that are queued now; those that their callbacks queue wait for the next iteration. True when
+// a callback was called.
+bool RunForcedEvents(UvLoop &loop) noexcept;
+// Takes away the first forced event of this watcher that a real event has made needless.
+void DropForcedEvent(UvLoop &loop, const UvIO &watcher, std::uint32_t events) noexcept;
+
+// Frees at once what was handed over for deferred freeing.
+void FreeAllNow(UvLoop &loop) noexcept;
+
+}  // namespace zor
+
+#endif

@@ -1,0 +1,130 @@
+// The wait of an iteration and what follows from its outcome.
+#include <sys/select.h>
+#include <unistd.h>
+#include <zor/status.h>
+#include <zor/trace.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include "base/list.h"
+#include "sdk/loop/clock.h"
+#include "sdk/loop/descriptor_set.h"
+#include "sdk/loop/io_pass.h"
+#include "sdk/loop/loop.h"
+#include "sdk/loop/watcher.h"
+
+namespace zor {
+namespace {
+
+constexpr UvTime kForcedWait = {0, 1};
+constexpr UvTime kLastLook = {0, 100};
+
+struct ReadySets {
+  fd_set readable;
+  fd_set exceptional;
+  fd_set writable;
+};
+
+// The kernel need not copy a set in which it can find nothing.
+fd_set *NullIfEmpty(fd_set &set, std::int32_t maxFd) {
+  return IsEmpty(set, maxFd) ? nullptr : &set;
+}
+
+// The kernel overwrites what it is given, so sets and time-out are copies.
+int Select(const UvLoop &loop, UvTime timeout, ReadySets &ready) {
+  ready = {loop.readSet, loop.exceptSet, loop.writeSet};
+  struct timeval remaining = {timeout.seconds, timeout.microseconds};
+  const std::int32_t maxFd = std::min(loop.maxFd, FD_SETSIZE - 1);
+  return ::select(maxFd + 1, NullIfEmpty(ready.readable, maxFd), NullIfEmpty(ready.writable, maxFd),
+                  NullIfEmpty(ready.exceptional, maxFd), &remaining);
+}
+
+// Whether no timer is due before the idle period ends. Compares whole seconds only.
+bool MayEndRun(const UvLoop &loop) {
+  return loop.idleTimeMs != 0 && FromMilliseconds(loop.idleTimeMs).seconds <= loop.selectTimeout.seconds;
+}
+
+void Sweep(UvLoop &loop) {
+  for (Walk walk(loop); UvWatcher *watcher = walk.Next();) {
+    if ((watcher->flags & UV_WATCHER_DELETED) != 0) SweepWatcher(loop, watcher);
+  }
+}
+
+bool IsBad(std::int32_t fd) {
+  return fd >= 0 && !IsOpenDescriptor(fd) && errno == EBADF;
+}
+
+void Disarm(UvLoop &loop, UvIO &watcher) {
+  ZOR_TRACE_PrintInfo("select.cpp", __LINE__, 0, "sockbase", ZOR_TRACE_INFO, "Bogus fd %d with flag %d detected.\n",
+                      watcher.fd, static_cast<int>(watcher.header.flags));
+  ZOR_TRACE_PrintInfo("select.cpp", __LINE__, 0, "sockbase", ZOR_TRACE_INFO, "get pid %d in Bogus fd.\n",
+                      static_cast<int>(::getpid()));
+  RemoveFrom(loop.readSet, watcher.fd);
+  watcher.fd = -1;
+}
+
+bool DisarmBadWatchers(UvLoop &loop) {
+  bool found = false;
+  for (UvWatcher *watcher : ListView<UvWatcher>(loop.watchers)) {
+    if ((watcher->flags & UV_WATCHER_IO) == 0) continue;
+    auto &io = RecordOf<UvIO>(watcher);
+    if (!IsBad(io.fd)) continue;
+    Disarm(loop, io);
+    found = true;
+  }
+  return found;
+}
+
+// Bits that no watcher stands for any more, such as the write bit of a watcher disarmed before: select would fail on
+// them for ever.
+void DropBadBits(UvLoop &loop) {
+  for (std::int32_t fd = 0; fd <= loop.maxFd; ++fd) {
+    if (!IsBad(fd)) continue;
+    for (fd_set *set : {&loop.readSet, &loop.exceptSet, &loop.writeSet}) RemoveFrom(*set, fd);
+  }
+}
+
+std::uint32_t OnTimeOut(UvLoop &loop, bool mayEndRun) {
+  ReadySets ready;
+  if (mayEndRun && Select(loop, kLastLook, ready) == 0) return ZOR_E_TIMEOUT;
+  RunForcedEvents(loop);
+  Sweep(loop);
+  return ZOR_OK;
+}
+
+std::uint32_t OnFailure(UvLoop &loop, int error) {
+  if (error == EBADF) {
+    if (!DisarmBadWatchers(loop)) DropBadBits(loop);
+    return ZOR_OK;
+  }
+  if (error == EINTR) return ZOR_OK;
+  std::printf("Sock base select err %d.\n", error);
+  return ZOR_E_IO;
+}
+
+// Forced events come first; when one ran, the ready descriptors are left to the next select.
+void OnReady(UvLoop &loop, const ReadySets &ready) {
+  if (RunForcedEvents(loop)) return;
+  DescriptorPasses passes(loop);
+  passes.Run(UV_READABLE, ready.readable);
+  passes.Run(UV_EXCEPTIONAL, ready.exceptional);
+  passes.Run(UV_WRITABLE, ready.writable);
+}
+
+}  // namespace
+
+std::uint32_t WaitAndDispatch(UvLoop &loop) noexcept {
+  const bool mayEndRun = MayEndRun(loop);
+  UvTime wait = kForcedWait;
+  if (loop.forcedEvents == nullptr) wait = loop.selectTimeout = Normalised(loop.selectTimeout);
+  ReadySets ready;
+  const int count = Select(loop, wait, ready);
+  if (count < 0) return OnFailure(loop, errno);
+  if (count == 0) return OnTimeOut(loop, mayEndRun);
+  OnReady(loop, ready);
+  return ZOR_OK;
+}
+
+}  // namespace zor

@@ -1,0 +1,165 @@
+// Timers: examined once per iteration in the order of registration, never sorted.
+#include <zor/uv_timer.h>
+
+#include <zor/status.h>
+#include <zor/trace.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "base/alloc.h"
+#include "sdk/loop/clock.h"
+#include "sdk/loop/loop.h"
+#include "sdk/loop/watcher.h"
+
+namespace zor {
+namespace {
+
+constexpr std::uint32_t kShortestFirstPeriodMs = 10;
+constexpr std::uint32_t kLongestFirstPeriodMs = 0x7fffffff;
+
+bool Before(UvTime one, UvTime other) {
+  return one.seconds != other.seconds ? one.seconds < other.seconds : one.microseconds < other.microseconds;
+}
+
+UvTime Expiry(const UvTimer &timer) {
+  return {timer.expirySeconds, timer.expiryMicroseconds};
+}
+
+void SetExpiry(UvTimer &timer, UvTime expiry) {
+  timer.expirySeconds = expiry.seconds;
+  timer.expiryMicroseconds = expiry.microseconds;
+}
+
+void Call(const UvLoop &loop, const UvTimer &timer) {
+  void *const data = timer.header.data;
+  const UV_TIMER_CALLBACK callback = timer.callback;
+  ZOR_TRACE_PrintInfo("timer.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[start timer %lld:%p:%p]",
+                      static_cast<long long>(loop.iteration), data, reinterpret_cast<void *>(callback));
+  callback(data);
+  ZOR_TRACE_PrintInfo("timer.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[end timer %lld:%p:%p]",
+                      static_cast<long long>(loop.iteration), data, reinterpret_cast<void *>(callback));
+}
+
+// Calls a timer that is due. True when it goes on: its next expiry counts from the start of the iteration, so lateness
+// is not made up.
+bool Fire(const UvLoop &loop, UvTimer &timer) {
+  const CallFrame frame(&timer.header);
+  Call(loop, timer);
+  if (frame.freed()) return false;
+  if (timer.repeatCount == 1) {  // also when the callback has started it anew for one firing
+    timer.callback = nullptr;
+    return false;
+  }
+  if (timer.repeatCount != 0) --timer.repeatCount;
+  if (timer.intervalMs == 0) return false;  // parked by its own callback
+  SetExpiry(timer, After(loop.now, timer.intervalMs));
+  return true;
+}
+
+// Looks at one timer; true when it has an expiry to wait for. A timer whose callback is on the stack is not due in a
+// nested run, since it is re-armed only when the callback has returned.
+bool Examine(const UvLoop &loop, UvTimer &timer) {
+  if (timer.callback == nullptr) {
+    ZOR_TRACE_PrintInfo("timer.cpp", __LINE__, 0, "timer", ZOR_TRACE_INFO, "delete timer %p now ...",
+                        static_cast<void *>(&timer));
+    ZOR_UV_TimerDelete(&timer);
+    return false;
+  }
+  if (timer.intervalMs == 0 || CallFrame::Holds(&timer.header)) return false;
+  return Before(loop.now, Expiry(timer)) || Fire(loop, timer);
+}
+
+// The time left until a nested run has perhaps already passed it.
+UvTime TimeUntil(UvTime expiry, UvTime now) {
+  UvTime left = {};
+  if (Before(now, expiry)) ZOR_UTIL_TimerGetIntv(&expiry, &now, &left);
+  return left;
+}
+
+}  // namespace
+
+// Neither the started nor the deleted bit is looked at: a deleted timer may fire until it is swept. A timer that a
+// callback adds is visited in the same pass, behind the last watcher too, or the wait would be too long for it.
+std::uint32_t RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept {
+  std::uint32_t seen = 0;
+  std::optional<UvTime> earliest;
+  for (Walk walk(loop, Walk::Appended::kFollowed); UvWatcher *watcher = walk.Next();) {
+    seen |= watcher->flags;
+    if ((watcher->flags & UV_WATCHER_TIMER) == 0) continue;
+    auto &timer = RecordOf<UvTimer>(watcher);
+    if (!Examine(loop, timer)) continue;
+    if (!earliest || Before(Expiry(timer), *earliest)) earliest = Expiry(timer);
+  }
+  timeout = loop.idleTimeMs != 0 ? FromMilliseconds(loop.idleTimeMs) : kEndless;
+  if (!earliest) return seen;
+  const UvTime left = TimeUntil(*earliest, loop.now);
+  if (Before(left, timeout)) timeout = left;
+  return seen;
+}
+
+}  // namespace zor
+
+uint32_t ZOR_UV_TimerInit(UvLoop *loop, UvTimer *timer) {
+  if (timer == nullptr) return ZOR_E_ARGUMENT;
+  const uint32_t status = ZOR_UV_WatcherInit(loop, &timer->header, UV_WATCHER_TIMER);
+  if (status != ZOR_OK) return status;
+  timer->callback = nullptr;
+  timer->intervalMs = 0;
+  return ZOR_OK;
+}
+
+uint32_t ZOR_UV_TimerStart(UvTimer *timer, uint32_t intervalMs, uint32_t repeatCount, UV_TIMER_CALLBACK callback,
+                           void *data) {
+  if (timer == nullptr) return ZOR_E_ARGUMENT;
+  timer->intervalMs = intervalMs;
+  timer->repeatCount = repeatCount;
+  timer->callback = callback;
+  timer->header.data = data;
+  if (intervalMs != 0) zor::SetExpiry(*timer, zor::After(zor::MonotonicNow(), intervalMs));
+  ZOR_UV_WatcherStart(&timer->header);
+  return ZOR_OK;
+}
+
+uint32_t ZOR_UV_TimerDelete(UvTimer *timer) {
+  return timer == nullptr ? ZOR_E_ARGUMENT : ZOR_UV_WatcherDelete(&timer->header);
+}
+
+uint32_t ZOR_UV_RunTimers(UvLoop *loop, UvTime *timeoutOut) {
+  UvLoop *running = zor::LoopOrDefault(loop);
+  if (running == nullptr || timeoutOut == nullptr) return ZOR_E_ARGUMENT;
+  zor::RunTimerPass(*running, *timeoutOut);
+  return ZOR_OK;
+}
+
+UvTimer *ZOR_UTIL_TimerAdd(uint32_t intervalMs, uint32_t repeatCount, UV_TIMER_CALLBACK callback, void *data) {
+  auto timer = zor::GuardedNew<UvTimer>();
+  if (timer == nullptr || ZOR_UV_TimerInit(nullptr, timer.get()) != ZOR_OK) return nullptr;
+  ZOR_UV_TimerStart(timer.get(), intervalMs, repeatCount, callback, data);
+  return timer.release();
+}
+
+void ZOR_UTIL_TimerDel(UvTimer *timer) {
+  if (timer != nullptr) timer->callback = nullptr;
+}
+
+// The bounds hold for the first expiry only; later ones follow the period as it was given.
+void ZOR_UTIL_TimerChgPeriod(UvTimer *timer, uint32_t periodMs) {
+  if (timer == nullptr) return;
+  timer->intervalMs = periodMs;
+  const uint32_t firstMs = std::clamp(periodMs, zor::kShortestFirstPeriodMs, zor::kLongestFirstPeriodMs);
+  zor::SetExpiry(*timer, periodMs == 0 ? zor::kEndless : zor::After(zor::MonotonicNow(), firstMs));
+}
+
+// Clamps the seconds alone: an earlier time that is later by seconds but not by microseconds gives the difference of
+// the microseconds.
+void ZOR_UTIL_TimerGetIntv(const UvTime *later, const UvTime *earlier, UvTime *out) {
+  if (later == nullptr || earlier == nullptr || out == nullptr) return;
+  UvTime interval = {std::max(later->seconds - earlier->seconds, 0), later->microseconds - earlier->microseconds};
+  if (interval.microseconds < 0) {
+    const bool borrow = interval.seconds > 0;
+    interval.seconds -= borrow ? 1 : 0;
+    interval.microseconds = borrow ? interval.microseconds + zor::kMicrosecondsPerSecond : 0;
+  }
+  *out = interval;
+}

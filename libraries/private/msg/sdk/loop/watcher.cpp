@@ -1,0 +1,117 @@
+#include "sdk/loop/watcher.h"
+
+#include <zor/status.h>
+#include <zor/trace.h>
+
+#include <cstdlib>
+
+#include "base/list.h"
+#include "sdk/loop/loop.h"
+
+namespace zor {
+namespace {
+
+// The guards of the requests still fire once each; they must not look for their watcher then.
+void DetachPendingReplies(UvMsgWatcher &watcher) {
+  for (UvPendingReply *pending : ListView<UvPendingReply>(watcher.pending)) pending->watcher = nullptr;
+}
+
+void DropForcedEvents(UvLoop &loop, const UvIO &watcher) {
+  for (UvForcedEvent *event : ListView<UvForcedEvent>(loop.forcedEvents)) {
+    if (event->watcher == &watcher) ZOR_UTIL_ListDeleteItem(&loop.forcedEvents, event, nullptr);
+  }
+}
+
+}  // namespace
+
+Walk *Walk::innermost_ = nullptr;
+CallFrame *CallFrame::innermost_ = nullptr;
+std::uint64_t deletionCount = 0;
+
+Walk::Walk(const UvLoop &loop, Appended appended) noexcept
+    : loop_(loop), appended_(appended), next_(loop.watchers), outer_(innermost_) {
+  innermost_ = this;
+}
+
+void Walk::OnAppend(const UvLoop &loop, UvWatcher *watcher) noexcept {
+  for (Walk *walk = innermost_; walk != nullptr; walk = walk->outer_) {
+    const bool follows = walk->appended_ == Appended::kFollowed && &walk->loop_ == &loop;
+    if (follows && walk->next_ == nullptr) walk->next_ = watcher;
+  }
+}
+
+void Walk::OnUnlink(const UvWatcher *watcher) noexcept {
+  for (Walk *walk = innermost_; walk != nullptr; walk = walk->outer_) {
+    if (walk->next_ == watcher) walk->next_ = watcher->next;
+  }
+}
+
+CallFrame::~CallFrame() {
+  innermost_ = outer_;
+  if (freed_) Free(watcher_);
+}
+
+CallFrame *CallFrame::Find(const UvWatcher *watcher) noexcept {
+  CallFrame *frame = innermost_;
+  while (frame != nullptr && frame->watcher_ != watcher) frame = frame->outer_;
+  return frame;
+}
+
+void CallFrame::Free(UvWatcher *watcher) noexcept {
+  if (CallFrame *frame = Find(watcher); frame != nullptr) {
+    frame->freed_ = true;
+  } else {
+    std::free(watcher);
+  }
+}
+
+void RemoveWatcher(UvLoop &loop, UvWatcher *watcher) noexcept {
+  Walk::OnUnlink(watcher);
+  Unlink(loop.watchers, watcher);
+  if ((watcher->flags & UV_WATCHER_MSG) != 0) DetachPendingReplies(RecordOf<UvMsgWatcher>(watcher));
+  if ((watcher->flags & UV_WATCHER_IO) != 0) DropForcedEvents(loop, RecordOf<UvIO>(watcher));
+  CallFrame::Free(watcher);
+}
+
+void SweepWatcher(UvLoop &loop, UvWatcher *watcher) noexcept {
+  ZOR_TRACE_PrintInfo("watcher.cpp", __LINE__, 0, "loop", ZOR_TRACE_DEBUG,
+                      "Delete handle %p with flag %x data %p now ...", static_cast<void *>(watcher), watcher->flags,
+                      watcher->data);
+  RemoveWatcher(loop, watcher);
+}
+
+}  // namespace zor
+
+uint32_t ZOR_UV_WatcherInit(UvLoop *loop, UvWatcher *watcher, uint32_t kind) {
+  UvLoop *owner = zor::LoopOrDefault(loop);
+  if (watcher == nullptr || owner == nullptr) return ZOR_E_ARGUMENT;
+  *watcher = {nullptr, owner, kind | UV_WATCHER_LISTED, nullptr};
+  zor::Append(owner->watchers, watcher);
+  zor::Walk::OnAppend(*owner, watcher);
+  return ZOR_OK;
+}
+
+uint32_t ZOR_UV_WatcherStart(UvWatcher *watcher) {
+  if (watcher == nullptr) return ZOR_E_ARGUMENT;
+  if ((watcher->flags & UV_WATCHER_ACTIVE) != 0) return ZOR_OK;
+  watcher->flags = (watcher->flags | UV_WATCHER_ACTIVE) & ~UV_WATCHER_DELETED;
+  if ((watcher->flags & UV_WATCHER_LISTED) != 0) ++watcher->loop->activeCount;
+  return ZOR_OK;
+}
+
+uint32_t ZOR_UV_WatcherDelete(UvWatcher *watcher) {
+  if (watcher == nullptr) return ZOR_E_ARGUMENT;
+  const bool counted = (watcher->flags & UV_WATCHER_ACTIVE) != 0 && (watcher->flags & UV_WATCHER_LISTED) != 0;
+  if (counted) --watcher->loop->activeCount;
+  ++zor::deletionCount;
+  watcher->flags = (watcher->flags | UV_WATCHER_DELETED) & ~UV_WATCHER_ACTIVE;
+  return ZOR_OK;
+}
+
+uint32_t ZOR_UV_WatcherIterateItem(UvLoop *loop, void *arg, UV_WATCHER_VISITOR visitor) {
+  const UvLoop *visited = zor::LoopOrDefault(loop);
+  if (visited == nullptr) return ZOR_E_ARGUMENT;
+  if (visitor == nullptr) return ZOR_E_IO;
+  for (zor::Walk walk(*visited); UvWatcher *watcher = walk.Next();) visitor(watcher, arg);
+  return ZOR_OK;
+}

@@ -1,0 +1,87 @@
+// The watcher list and its two rules of safety. Callbacks may delete any watcher, run the loop again or destroy it
+// while the list is being walked and while callbacks are on the stack:
+// - a walk is a cursor that an unlinking moves on, so it never steps onto a freed record;
+// - a record whose callback is on the stack is unlinked at once, but freed only when that callback has returned.
+#ifndef SDK_LOOP_WATCHER_H
+#define SDK_LOOP_WATCHER_H
+
+#include <zor/uv_io.h>
+
+#include <cstdint>
+
+namespace zor {
+
+// The record that a watcher header opens.
+template <class Record>
+Record &RecordOf(UvWatcher *watcher) noexcept {
+  return *static_cast<Record *>(static_cast<void *>(watcher));
+}
+
+// A walk in list order. The next watcher is chosen before the current one is handed out: what is appended while the
+// last one is handed out is not visited, unless the walk follows appended watchers.
+class Walk {
+ public:
+  enum class Appended { kMissedByLast, kFollowed };
+
+  explicit Walk(const UvLoop &loop, Appended appended = Appended::kMissedByLast) noexcept;
+  ~Walk() { innermost_ = outer_; }
+  Walk(const Walk &) = delete;
+  Walk &operator=(const Walk &) = delete;
+
+  // The next watcher, null at the end.
+  UvWatcher *Next() noexcept {
+    UvWatcher *watcher = next_;
+    if (watcher != nullptr) next_ = watcher->next;
+    return watcher;
+  }
+
+  // What every change of a list tells the walks over it.
+  static void OnAppend(const UvLoop &loop, UvWatcher *watcher) noexcept;
+  static void OnUnlink(const UvWatcher *watcher) noexcept;
+
+ private:
+  static Walk *innermost_;
+
+  const UvLoop &loop_;
+  const Appended appended_;
+  UvWatcher *next_;
+  Walk *const outer_;
+};
+
+// A callback of this watcher is on the stack.
+class CallFrame {
+ public:
+  explicit CallFrame(UvWatcher *watcher) noexcept : watcher_(watcher), outer_(innermost_) { innermost_ = this; }
+  ~CallFrame();
+  CallFrame(const CallFrame &) = delete;
+  CallFrame &operator=(const CallFrame &) = delete;
+
+  // The watcher was freed while its callback ran: the record is still there, but belongs to no loop.
+  bool freed() const noexcept { return freed_; }
+
+  static bool Holds(const UvWatcher *watcher) noexcept { return innermost_ != nullptr && Find(watcher) != nullptr; }
+  // Frees the record, now or when the last callback of it has returned.
+  static void Free(UvWatcher *watcher) noexcept;
+
+ private:
+  static CallFrame *Find(const UvWatcher *watcher) noexcept;
+
+  static CallFrame *innermost_;
+
+  UvWatcher *const watcher_;
+  CallFrame *const outer_;
+  bool freed_ = false;
+};
+
+// How many deletions there have been, on any loop. While it stands still, a list that was swept needs no sweep.
+extern std::uint64_t deletionCount;
+
+// Takes a watcher off its loop, with every forced event and pending reply that names it, and frees it.
+void RemoveWatcher(UvLoop &loop, UvWatcher *watcher) noexcept;
+
+// The same for a deleted watcher that a walk has come upon, with its trace line.
+void SweepWatcher(UvLoop &loop, UvWatcher *watcher) noexcept;
+
+}  // namespace zor
+
+#endif
