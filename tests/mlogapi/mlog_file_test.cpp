@@ -110,6 +110,7 @@ TEST_F(MlogFile, TakesOverFromASoundHeaderOnly) {
       {"[overturn=001][offset=-000000100][uploadoffset=001^0000000000]\n", 1, 63, 0},
       {"[overturn=1000][offset=0000000100][uploadoffset=1000^0000000090]\n", 0, 63, 0},
       {"[overturn=007][offset=0000000100][uploadoffset=xxx^0000000090]\n", 0, 63, 0},
+      {"torn", 0, 63, 0},
   };
   for (const auto &each : cases) {
     const File file = OpenWith(each.header + std::string(50, 'd'));
@@ -119,15 +120,7 @@ TEST_F(MlogFile, TakesOverFromASoundHeaderOnly) {
     EXPECT_EQ(file->uploadOffset, each.uploadOffset) << each.header;
   }
   EXPECT_THAT(output_.Text(), HasSubstr("mlog_file_header_read:sscanf_s failed!"));
-}
-
-TEST_F(MlogFile, AShortFileStartsAnew) {
-  File file = OpenWith("torn");
-  ASSERT_NE(file, nullptr);
   EXPECT_THAT(output_.Text(), HasSubstr("read log file failure"));
-  EXPECT_EQ(Write(file, "data"), 0);
-  file.reset();
-  EXPECT_EQ(Content(), "[overturn=000][offset=0000000067][uploadoffset=000^0000000000]\ndata");
 }
 
 TEST_F(MlogFile, TheThousandthRoundStaysInsideTheHeader) {
@@ -145,27 +138,6 @@ TEST_F(MlogFile, ReportsAFailedSeek) {
   ::close(fileno(file->stream));
   EXPECT_EQ(Write(file, "lost"), -1);
   EXPECT_THAT(output_.Text(), HasSubstr("[func mlog_file_write:line 188] fseek failed\n"));
-}
-
-TEST_F(MlogFile, RefusesWhatCannotBeOpened) {
-  EXPECT_EQ(mlog_file_constructor(nullptr), nullptr);
-  EXPECT_EQ(mlog_file_constructor(root_.Path("/var").c_str()), nullptr);
-  EXPECT_EQ(mlog_file_constructor(root_.Path("/none/log").c_str()), nullptr);
-  EXPECT_EQ(mlog_file_write(nullptr, "x", 1), -1);
-  EXPECT_EQ(mlog_file_write(Open().get(), nullptr, 1), -1);
-  EXPECT_EQ(mlog_file_open(nullptr), -1);
-  EXPECT_EQ(mlog_file_open(root_.Path("/none").c_str()), -1);
-  mlog_file_destructor(nullptr);
-  mlog_file_close(-1);
-}
-
-TEST_F(MlogFile, IsReadThroughADescriptorThatCannotWrite) {
-  Open();
-  const int32_t fd = mlog_file_open(path_.c_str());
-  char header[63];
-  EXPECT_EQ(::read(fd, header, sizeof header), 63);
-  EXPECT_EQ(::write(fd, "x", 1), -1);
-  mlog_file_close(fd);
 }
 
 }  // namespace

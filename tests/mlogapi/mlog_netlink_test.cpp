@@ -69,24 +69,4 @@ TEST_F(MlogNetlink, OnlyAWholeRecordIsReceived) {
   EXPECT_EQ(output.Text(), "recvmsg error (20) , stat_netlink_receive \nrecvmsg error (-1) , stat_netlink_receive \n");
 }
 
-TEST_F(MlogNetlink, SaysWhyItCannotSend) {
-  Capture errors(2);
-  EXPECT_EQ(stat_netlink_send(-1, "x", 1), -1);
-  EXPECT_THAT(errors.Text(), testing::StartsWith("\nsend msg fail :\n: "));
-}
-
-TEST_F(MlogNetlink, OpensOrSaysThatThisKernelHasNoSuchChannel) {
-  Capture errors(2);
-  int32_t fd = -1;
-  if (mlog_netlink_open(&fd) == 0) {
-    ::close(fd);
-  } else {
-    EXPECT_EQ(fd, -1);
-    EXPECT_THAT(errors.Text(), testing::StartsWith("\n netlink socket fail :: "));
-  }
-  EXPECT_EQ(mlog_netlink_open(nullptr), -1);
-  EXPECT_EQ(ZOR_Netlink_SendToKernel(nullptr, 0, 5), 1u);
-  EXPECT_EQ(ZOR_Netlink_SendToKernel("x", 1, 0), 1u);
-}
-
 }  // namespace

@@ -1,6 +1,6 @@
-// The other end of the logger client, as far as a test needs it.
-#ifndef TESTS_MLOGAPI_LOG_DAEMON_H
-#define TESTS_MLOGAPI_LOG_DAEMON_H
+// A socket among those of the log: the daemon that a client under test talks to, or a client of the daemon under test.
+#ifndef TESTS_MLOGAPI_LOG_SOCKET_H
+#define TESTS_MLOGAPI_LOG_SOCKET_H
 
 #include <gtest/gtest.h>
 #include <zor/mlog.h>
@@ -11,17 +11,23 @@
 
 namespace zor::test {
 
-class LogDaemon {
+class LogSocket {
  public:
-  LogDaemon() { EXPECT_EQ(mlog_socket_open(ZOR_MLOG_SERVER_NAME, &fd_), 0); }
-  LogDaemon(const LogDaemon &) = delete;
-  LogDaemon &operator=(const LogDaemon &) = delete;
-  ~LogDaemon() {
+  explicit LogSocket(const char *name = ZOR_MLOG_SERVER_NAME) : name_(name) {
+    EXPECT_EQ(mlog_socket_open(name, &fd_), 0);
+  }
+  LogSocket(const LogSocket &) = delete;
+  LogSocket &operator=(const LogSocket &) = delete;
+  ~LogSocket() {
     if (answering_.joinable()) answering_.join();
-    mlog_socket_close(fd_, ZOR_MLOG_SERVER_NAME);
+    mlog_socket_close(fd_, name_);
   }
 
   int32_t fd() const { return fd_; }
+  // Sends bytes to the daemon.
+  int32_t Send(const void *data, size_t length) const {
+    return mlog_socket_send(fd_, data, static_cast<uint32_t>(length), ZOR_MLOG_SERVER_NAME);
+  }
   // The next datagram; type 0 when none comes.
   ZOR_MLOG_MSG Next() {
     ZOR_MLOG_MSG msg;
@@ -38,6 +44,7 @@ class LogDaemon {
   }
 
  private:
+  const char *name_;
   int32_t fd_ = -1;
   char sender_[128] = {};
   std::thread answering_;
