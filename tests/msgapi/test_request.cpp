@@ -5,9 +5,11 @@
 #include <zor/trace.h>
 #include <zor/uv.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/capture.h"

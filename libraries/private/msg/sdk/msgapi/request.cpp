@@ -76,7 +76,7 @@ bool SetAside(MessagePtr message) {
       "Backup not matched msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] return %x.", msg.type,
       g_stMsgCtx.appName, msg.data, msg.bodyLength, msg.destination, msg.source, status);
   if (status != ZOR_OK) return false;
-  message.release();
+  static_cast<void>(message.release());  // the queue's now
   return true;
 }
 
