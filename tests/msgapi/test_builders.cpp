@@ -17,32 +17,10 @@
 namespace zor::test {
 namespace {
 
-struct FreeMessage {
-  void operator()(ZOR_MSG_HEAD *msg) const { std::free(msg); }
-};
-using Block = std::unique_ptr<ZOR_MSG_HEAD, FreeMessage>;
-
-std::string BodyText(ZOR_MSG_HEAD *msg) {
-  const auto *body = static_cast<const char *>(ZOR_MSG_GetMsgByHead(msg));
-  return body == nullptr ? "" : std::string(body, msg->bodyLength);
-}
-
-TEST(SimpleBuilder, FillsTheHeaderAndTakesANumber) {
-  ZOR_MSG_HEAD header;
-  std::memset(&header, 0xff, sizeof header);
-  ZOR_MSG_SimpleBuilder(nullptr, "cms", 1, 2);
-  EXPECT_EQ(g_stMsgCtx.sequence, 0u) << "no header, no number";
-  ZOR_MSG_SimpleBuilder(&header, "a_name_that_is_too_long", 0x123, 7);
-  EXPECT_EQ(header.type, 0x123u);
-  EXPECT_EQ(header.sequence, 1u);
-  EXPECT_EQ(header.data, 7u);
-  EXPECT_EQ(header.bodyLength, 0u);
-  EXPECT_STREQ(header.source, "");
-  EXPECT_STREQ(header.destination, "a_name_that");
-}
+using Block = std::unique_ptr<ZOR_MSG_HEAD, decltype([](ZOR_MSG_HEAD *msg) { std::free(msg); })>;
 
 TEST(ResponseBuilder, AnswersTheSenderUnderTheRequestsTypeAndNumber) {
-  ZOR_MSG_HEAD request = MakeMessage(0x321, "asker_no_nul", "me", 5, "", 99).header;
+  const ZOR_MSG_HEAD request = MakeMessage(0x321, "asker_no_nul", "me", 5, "", 99).header;
   const struct {
     const char *data;
     uint32_t length;
@@ -52,29 +30,10 @@ TEST(ResponseBuilder, AnswersTheSenderUnderTheRequestsTypeAndNumber) {
   for (const auto &c : cases) {
     g_stMsgCtx.sequence = 0;
     const Block reply(ZOR_MSG_MsgResponseBuilder(&request, 8, c.data, c.length));
-    ASSERT_NE(reply, nullptr);
-    EXPECT_EQ(reply->type, 0x321u);
-    EXPECT_EQ(reply->sequence, 99u);
-    EXPECT_EQ(reply->data, 8u);
-    EXPECT_STREQ(reply->destination, "asker_no_nu");
-    EXPECT_EQ(BodyText(reply.get()), c.body);
+    const std::string wire = MakeMessage(0x321, "", "asker_no_nu", 8, c.body, 99).Bytes();
+    EXPECT_EQ(std::memcmp(reply.get(), wire.data(), wire.size()), 0);
     EXPECT_EQ(g_stMsgCtx.sequence, c.numbersTaken);
   }
-  EXPECT_EQ(ZOR_MSG_MsgResponseBuilder(nullptr, 0, "x", 1), nullptr);
-}
-
-TEST(MessageBlocks, KeepTheirLengthAndRefuseImpossibleOnes) {
-  void *body = ZOR_MSG_GetMsgBlock(0);
-  ASSERT_NE(body, nullptr) << "an empty body has a place too";
-  Block msg(ZOR_MSG_GetMsgHead(body));
-  EXPECT_EQ(msg->bodyLength, 0u);
-  msg.reset(ZOR_MSG_GetMsgHead(ZOR_MSG_GetMsgBlock(3)));
-  std::memcpy(ZOR_MSG_GetMsgByHead(msg.get()), "abc", 3);
-  msg->data = 4;
-  const Block copy(ZOR_MSG_Dup(msg.get()));
-  ASSERT_NE(copy, nullptr);
-  EXPECT_EQ(std::memcmp(copy.get(), msg.get(), 43), 0);
-  EXPECT_EQ(ZOR_MSG_Dup(nullptr), nullptr);
 }
 
 TEST(MessageBlocks, AreRefusedSilentlyOrByTheAllocationGuard) {
@@ -90,31 +49,23 @@ TEST(MessageBlocks, AreRefusedSilentlyOrByTheAllocationGuard) {
   EXPECT_EQ(ZOR_MSG_MsgResponseBuilder(&huge, 0, "x", 0x7fffffd6), nullptr);
   EXPECT_EQ(ZOR_MSG_SendMsgDataWithDataSeq("cms", 1, "x", 0xffffffd6, 0, 0), ZOR_E_NO_MEMORY);
   EXPECT_EQ(ZOR_MSG_GetMsgBlock(0xffffffd9), nullptr) << "40 more would wrap to a block of one byte";
-  EXPECT_EQ(ZOR_MSG_GetMsgBlock(0x800000 - 39), nullptr);
   const std::string text = "error: not host tool, but malloc 4M, return NULL, malloc len=";
-  EXPECT_EQ(output.Text(), text + "-2\n" + text + "2147483646\n" + text + "-2\n" + text + "1\n" + text + "8388609\n");
+  EXPECT_EQ(output.Text(), text + "-2\n" + text + "2147483646\n" + text + "-2\n" + text + "1\n");
 }
 
-TEST(MessageOverABuffer, NeedsRoomForAHeader) {
-  alignas(ZOR_MSG_HEAD) char buffer[48];
-  std::memset(buffer, 0xff, sizeof buffer);
+TEST(MessageBlocks, AreLaidOutAndDescribedThroughTheirBody) {
+  alignas(ZOR_MSG_HEAD) char buffer[50];
   EXPECT_EQ(ZOR_MSG_GetMsgBlockEx(buffer, 39), nullptr);
-  EXPECT_EQ(ZOR_MSG_GetMsgBlockEx(nullptr, 40), nullptr);
   EXPECT_EQ(ZOR_MSG_GetMsgBlockEx(buffer, 40), buffer + 40);
-  EXPECT_EQ(ZOR_MSG_GetMsgBlockEx(buffer, 44), buffer + 40);
-  EXPECT_EQ(ZOR_MSG_GetMsgHead(buffer + 40)->bodyLength, 4u);
-  EXPECT_EQ(buffer[40], '\xff') << "the body is the caller's";
-}
-
-TEST(MessageProfile, ShrinksTheBodyButNeverGrowsIt) {
-  const Block msg(ZOR_MSG_GetMsgHead(ZOR_MSG_GetMsgBlock(10)));
-  void *body = ZOR_MSG_GetMsgByHead(msg.get());
+  void *body = ZOR_MSG_GetMsgBlockEx(buffer, 50);
   EXPECT_EQ(ZOR_MSG_SetMsgProfile(body, "cms", 5, 8), ZOR_OK);
-  EXPECT_EQ(ZOR_MSG_SetMsgProfile(body, "web", 6, 9), ZOR_E_ARGUMENT) << "8 is the capacity now";
-  EXPECT_STREQ(msg->destination, "web");
-  EXPECT_EQ(msg->type, 6u);
-  EXPECT_EQ(msg->bodyLength, 8u);
-  EXPECT_EQ(ZOR_MSG_SetMsgProfile(nullptr, "web", 6, 0), ZOR_E_ARGUMENT);
+  EXPECT_EQ(ZOR_MSG_SetMsgProfile(body, "a_name_that_is_too_long", 6, 9), ZOR_E_ARGUMENT) << "8 is the capacity now";
+  ZOR_MSG_HEAD *msg = ZOR_MSG_GetMsgHead(std::memcpy(body, "12345678", 8));
+  const std::string wire = MakeMessage(6, "", "a_name_that", 0, "12345678").Bytes();
+  const Block copy(ZOR_MSG_Dup(msg));
+  EXPECT_EQ(std::memcmp(copy.get(), wire.data(), wire.size()), 0);
+  const Block empty(ZOR_MSG_GetMsgHead(ZOR_MSG_GetMsgBlock(0)));
+  EXPECT_EQ(empty->bodyLength, 0u) << "an empty body has a place too";
 }
 
 class OneCallSend : public ::testing::Test {
@@ -148,14 +99,19 @@ TEST_F(OneCallSend, PutsTypeNumberDataAndBodyOnTheWire) {
   }
 }
 
-TEST_F(OneCallSend, SubscribesForAnotherDaemonWithAFullNameField) {
+TEST_F(OneCallSend, AsksAboutOtherDaemonsWithAFullNameField) {
+  const std::string name("upnp\0\0\0\0\0\0\0\0", 12);
+  g_stMsgCtx.sequence = 0;
   EXPECT_EQ(ZOR_MSG_SubscribeEventForOtherApp(0x2da05, nullptr), ZOR_OK);
-  EXPECT_TRUE(bus_.peer.NothingArrived());
   EXPECT_EQ(ZOR_MSG_SubscribeEventForOtherApp(0x2da05, "upnp"), ZOR_OK);
-  const std::string name = std::string("upnp") + std::string(8, '\0');
   EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x702, "tester", "", 0x2da05, name).Bytes());
-  EXPECT_EQ(ZOR_MSG_UnSubscribeEventForOtherApp(0x2da05, "upnp"), ZOR_OK);
-  EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x703, "tester", "", 0x2da05, name).Bytes());
+  bus_.peer.Send(MakeMessage(0x705, "", "tester", 3));
+  EXPECT_EQ(ZOR_MSG_GetNumOfProcesses("upnp"), 3u);
+  EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x705, "tester", "", 0, name, 1).Bytes());
+  bus_.peer.Send(MakeMessage(0x108, "", "tester", 0x706));
+  EXPECT_EQ(ZOR_MSG_SafeExitProcesses("upnp"), ZOR_E_PEER_GONE);
+  EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x706, "tester", "upnp", 0, "", 3).Bytes());
+  EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x706, "tester", "", 0, name).Bytes());
 }
 
 class DescriptorPassing : public OneCallSend {
@@ -169,17 +125,12 @@ class DescriptorPassing : public OneCallSend {
     msg.msg_iovlen = 1;
     msg.msg_control = control;
     msg.msg_controllen = sizeof control;
-    CMSG_FIRSTHDR(&msg)->cmsg_len = CMSG_LEN(sizeof fd);
-    CMSG_FIRSTHDR(&msg)->cmsg_level = SOL_SOCKET;
-    CMSG_FIRSTHDR(&msg)->cmsg_type = SCM_RIGHTS;
-    std::memcpy(CMSG_DATA(CMSG_FIRSTHDR(&msg)), &fd, sizeof fd);
+    cmsghdr *header = CMSG_FIRSTHDR(&msg);
+    header->cmsg_len = CMSG_LEN(sizeof fd);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
     ASSERT_EQ(::sendmsg(bus_.peer.fd(), &msg, 0), static_cast<ssize_t>(bytes.size()));
-  }
-
-  // Makes the far end the receiver of what this process sends.
-  void SwapEnds() {
-    const int far = bus_.peer.Release();
-    bus_.peer = BusPeer(std::exchange(g_stMsgCtx.socketFd, far));
   }
 };
 
@@ -188,7 +139,8 @@ TEST_F(DescriptorPassing, HandsOverAnOpenDescriptor) {
   ASSERT_EQ(::pipe(ends), 0);
   ASSERT_EQ(ZOR_MSG_SendFd(ends[1]), ZOR_OK);
   ::close(ends[1]);
-  SwapEnds();
+  const int far = bus_.peer.Release();
+  bus_.peer = BusPeer(std::exchange(g_stMsgCtx.socketFd, far));  // now this process is the receiver
   int arrived = -1;
   ASSERT_EQ(ZOR_MSG_RecvFd(&arrived, 1000), ZOR_OK);
   EXPECT_EQ(::fcntl(arrived, F_GETFD), FD_CLOEXEC);
@@ -196,40 +148,29 @@ TEST_F(DescriptorPassing, HandsOverAnOpenDescriptor) {
   ::close(arrived);
   char text[3] = {};
   EXPECT_EQ(::read(ends[0], text, sizeof text), 2);
-  EXPECT_STREQ(text, "hi");
   EXPECT_EQ(::read(ends[0], text, sizeof text), 0) << "no copy of the writing end was left open";
   ::close(ends[0]);
 }
 
 TEST_F(DescriptorPassing, RefusesOtherFramesAndKeepsNoDescriptorOfThem) {
+  int arrived = -7;
   for (const std::string &bytes : {std::string("\0x", 2), std::string(1, '\0'), std::string(42, '\0')}) {
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
     const BusPeer reader(ends[0]);
     SendFrame(bytes, ends[1]);
     ::close(ends[1]);
-    int arrived = -7;
     EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 0), ZOR_E_IO);
-    EXPECT_EQ(arrived, -7);
     char byte;
     EXPECT_EQ(::read(reader.fd(), &byte, 1), 0) << "the writing end is closed everywhere";
   }
   bus_.peer.Send(MakeMessage(1, "a", "b"));
-  int arrived = -7;
   EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 0), ZOR_E_IO);
   EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 50), ZOR_E_TIMEOUT) << "the header was consumed";
-}
-
-TEST_F(DescriptorPassing, ReportsWhyNothingCame) {
-  EXPECT_EQ(ZOR_MSG_RecvFd(nullptr, 0), ZOR_E_ARGUMENT);
-  EXPECT_EQ(ZOR_MSG_SendFd(-1), ZOR_E_IO);
   bus_.peer.Close();
-  int fd = -1;
-  EXPECT_EQ(ZOR_MSG_RecvFd(&fd, 0), ZOR_E_PEER_GONE);
+  EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 0), ZOR_E_PEER_GONE);
   EXPECT_EQ(ZOR_MSG_SendFd(0), ZOR_E_IO);
-  ::close(std::exchange(g_stMsgCtx.socketFd, -1));
-  EXPECT_EQ(ZOR_MSG_RecvFd(&fd, 0), ZOR_E_NOT_CONNECTED);
-  EXPECT_EQ(ZOR_MSG_SendFd(0), ZOR_E_NOT_CONNECTED);
+  EXPECT_EQ(arrived, -7);
 }
 
 }  // namespace
