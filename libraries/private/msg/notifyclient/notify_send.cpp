@@ -75,9 +75,12 @@ WaitResult AwaitWritable(int fd) {
 NotifyPtr NewMessage(std::uint32_t destination, std::uint32_t type, std::uint64_t dataLength) noexcept {
   NotifyPtr msg(static_cast<ZOR_NOTIFY_MSG *>(GuardedCalloc(ZOR_NOTIFY_HEAD_SIZE + dataLength)));
   if (msg == nullptr) return nullptr;
+  {
+    const std::lock_guard lock(SendMutex());
+    msg->seq = ++g_stClient.sequence;
+    msg->source_id = g_stClient.mid;
+  }
   msg->msg_type = type;
-  msg->seq = NextSequence();
-  msg->source_id = g_stClient.mid;
   msg->des_id = destination;
   msg->ack_tag = ZOR_NOTIFY_ACK_REQUEST;
   msg->data_len = static_cast<std::uint32_t>(dataLength);

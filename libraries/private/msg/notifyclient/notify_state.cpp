@@ -3,8 +3,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-
 #include "base/list.h"
 
 namespace zor::notify {
@@ -38,10 +36,6 @@ constinit Client g_stClient{};
 std::mutex &SendMutex() noexcept {
   static constinit std::mutex mutex;
   return mutex;
-}
-
-std::uint32_t NextSequence() noexcept {
-  return std::atomic_ref(g_stClient.sequence).fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
 void Destroy() noexcept {

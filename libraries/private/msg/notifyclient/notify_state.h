@@ -1,8 +1,8 @@
 // The one notification client of the process: its connection, its handlers and what came in while a request waited.
 //
-// All of it belongs to the loop's thread, except the descriptor and the sequence counter: other threads send too. They
-// read the descriptor with SendMutex held, and it changes only with SendMutex held, so that nothing is ever written to
-// a number that meanwhile carries another file.
+// All of it belongs to the loop's thread, except what every sender needs: other threads send too. They use the own id,
+// the descriptor and the sequence counter with SendMutex held. The connection is closed or replaced only with it held,
+// so that nothing is ever written to a number that meanwhile carries another file.
 #ifndef NOTIFYCLIENT_NOTIFY_STATE_H
 #define NOTIFYCLIENT_NOTIFY_STATE_H
 
@@ -50,9 +50,6 @@ struct Client {
 extern Client g_stClient;
 
 std::mutex &SendMutex() noexcept;
-
-// The number of the next own message; safe in every thread.
-std::uint32_t NextSequence() noexcept;
 
 inline bool IsConnected() noexcept {
   return g_stClient.fd >= 0;
