@@ -1,12 +1,11 @@
 #include "daemons/notifyserver_fixture.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <zor/paths.h>
 
 #include <csignal>
 #include <fstream>
+
+#include "support/wire_client.h"
 
 namespace zor::test {
 
@@ -30,20 +29,8 @@ std::string NotifyServerTest::Stop() {
   return text;
 }
 
-int NotifyServerTest::ExitCodeOf(const std::vector<std::string> &arguments) {
-  std::vector<std::string> all = {NOTIFYSERVER};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  const Capture output(STDERR_FILENO);
-  return Child::Program(all).Wait();
-}
-
 BusPeer NotifyServerTest::Connect() const {
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  root_.Path(ZOR_PATH_NOTIFY_SERVER).copy(address.sun_path, sizeof address.sun_path - 1);
-  EXPECT_EQ(::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-  return BusPeer(fd);
+  return WireClient::Connect(root_.Path(ZOR_PATH_NOTIFY_SERVER));
 }
 
 BusPeer NotifyServerTest::Register(uint32_t mid) const {

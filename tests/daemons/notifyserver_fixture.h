@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -22,8 +23,6 @@ class NotifyServerTest : public testing::Test {
   void Start(const std::string &settings = "");
   // Stops it and returns what it has logged.
   std::string Stop();
-  // Starts another one in the same place and waits for its end.
-  static int ExitCodeOf(const std::vector<std::string> &arguments);
 
   // A connection that has sent nothing yet.
   BusPeer Connect() const;

@@ -1,9 +1,10 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <zor/trace.h>
 
 #include <cstdlib>
-#include <memory>
+#include <optional>
 #include <ostream>
 
 #include "notifyclient/notify_fixture.h"
@@ -22,75 +23,56 @@ NotifyFrame NextAnswer(uint32_t sequence, std::string data) {
 
 struct Reply {
   uint32_t status;
-  void *data;
   uint32_t length;
+  std::optional<std::string> data;  // none: a null block
 };
 
 Reply Request() {
-  Reply reply = {0, nullptr, 0x1234};
-  reply.status = ZOR_NOTIFYCLT_SendSynNotify(9, kType, "ask", 3, &reply.data, &reply.length);
+  void *block = nullptr;
+  uint32_t length = 0x1234;
+  const uint32_t status = ZOR_NOTIFYCLT_SendSynNotify(9, kType, "ask", 3, &block, &length);
+  Reply reply = {status, length, std::nullopt};
+  if (block != nullptr) reply.data.emplace(static_cast<const char *>(block), length);
+  std::free(block);
   return reply;
 }
 
 class NotifyRequest : public SwitchedClient {};
 
-TEST_F(NotifyRequest, AnswerComesBackInABlockOfTheCaller) {
-  peer().Send(NextAnswer(1, "answer").Bytes());
-  const Reply reply = Request();
-  const std::unique_ptr<void, decltype(&std::free)> owner(reply.data, &std::free);
-  ASSERT_EQ(reply.status, ZOR_NOTIFY_OK);
-  EXPECT_EQ(std::string(static_cast<char *>(reply.data), reply.length), "answer");
-
+TEST_F(NotifyRequest, OnlyTypeAndSequenceMakeAnAnswer) {
+  NotifyFrame odd = NextAnswer(1, "answer");
+  odd.head.ack_tag = 1;
+  odd.head.sync_tag = 0;
+  odd.head.source_id = 77;
+  peer().Send(NextAnswer(2, "late").Bytes() + odd.Bytes() + NextAnswer(2, "").Bytes());
+  ZOR_TRACE_SetPackageLevel("all", ZOR_TRACE_DEBUG);
+  Capture output;
+  EXPECT_EQ(Request().data, "answer");
+  EXPECT_THAT(output.Text(), HasSubstr("recv msg_type = 55, seq_num = 1 data_len=6 ack_tag=1, wait for msg_type = 55, "
+                                       "seq_num = 1 \n"));
   const auto request = ReceiveNotify(peer());
   ASSERT_TRUE(request);
   const uint32_t expected[12] = {kType, 1, 0, 9, 1, 1, 3, 0, 0, 0x1234, 0, 0};
   EXPECT_EQ(request->Bytes(), std::string(reinterpret_cast<const char *>(expected), sizeof expected) + "ask");
-}
 
-TEST_F(NotifyRequest, AnswerWithoutDataIsANullBlock) {
-  peer().Send(NextAnswer(1, "").Bytes());
-  int untouched = 0;
-  void *data = &untouched;
-  uint32_t length = 7;
-  EXPECT_EQ(ZOR_NOTIFYCLT_SendSynNotify(9, kType, nullptr, 0, &data, &length), ZOR_NOTIFY_OK);
-  EXPECT_EQ(data, nullptr);
-  EXPECT_EQ(length, 0u);
-}
-
-TEST_F(NotifyRequest, CallerMayTakeNeitherDataNorLength) {
-  peer().Send(NextAnswer(1, "answer").Bytes());
-  EXPECT_EQ(ZOR_NOTIFYCLT_SendSynNotify(9, kType, nullptr, 0, nullptr, nullptr), ZOR_NOTIFY_OK);
-  EXPECT_EQ(ReceiveNotify(peer())->head.request_word, 0u);
-}
-
-TEST_F(NotifyRequest, OnlyTypeAndSequenceMakeAnAnswer) {
-  NotifyFrame odd = NextAnswer(1, "odd");
-  odd.head.ack_tag = 1;
-  odd.head.sync_tag = 0;
-  odd.head.source_id = 77;
-  peer().Send(NextAnswer(2, "late").Bytes() + odd.Bytes());
-  const Reply reply = Request();
-  const std::unique_ptr<void, decltype(&std::free)> owner(reply.data, &std::free);
-  EXPECT_EQ(reply.length, 3u);
+  const Reply empty = Request();
+  EXPECT_EQ(empty.data, std::nullopt);
+  EXPECT_EQ(empty.length, 0u);
 }
 
 TEST_F(NotifyRequest, AnswerInPiecesIsJoinedAndMentioned) {
   const std::string bytes = NextAnswer(1, "answer").Bytes();
+  const auto everythingRead = [this] {
+    int unread = 1;
+    return ::ioctl(peer().fd(), SIOCOUTQ, &unread) == 0 && unread == 0;
+  };
   const Child sender = Child::Function([&] {
     peer().Send(std::string_view(bytes).substr(0, 50));
-    // The rest follows once the first piece has been read, so the reader sees two.
-    peer().Send(WaitUntil([&] {
-      int unread = 1;
-      return ::ioctl(peer().fd(), SIOCOUTQ, &unread) == 0 && unread == 0;
-    })
-                    ? std::string_view(bytes).substr(50)
-                    : std::string_view());
+    if (WaitUntil(everythingRead)) peer().Send(std::string_view(bytes).substr(50));
     return 0;
   });
   Capture output;
-  const Reply reply = Request();
-  const std::unique_ptr<void, decltype(&std::free)> owner(reply.data, &std::free);
-  EXPECT_EQ(std::string(static_cast<char *>(reply.data), reply.length), "answer");
+  EXPECT_EQ(Request().data, "answer");
   EXPECT_THAT(output.Text(), HasSubstr("want len=6, got len=2, msg type=0x55, src=9, dest=0!\n"));
   EXPECT_THAT(output.Text(), HasSubstr("want len=6, got len=4, msg type=0x55, src=9, dest=0!\n"));
 }
@@ -98,7 +80,6 @@ TEST_F(NotifyRequest, AnswerInPiecesIsJoinedAndMentioned) {
 struct Damage {
   const char *name;
   std::string bytes;
-  bool closes;
   uint32_t status;
   const char *text;
 };
@@ -116,35 +97,30 @@ std::string Lying(uint32_t length) {
 class NotifyDamage : public SwitchedClient, public testing::WithParamInterface<Damage> {};
 
 TEST_P(NotifyDamage, EndsTheRequestAndLeavesTheResultAlone) {
+  const bool serverGone = GetParam().status == ZOR_NOTIFY_E_SERVER_GONE;
   peer().Send(GetParam().bytes);
-  if (GetParam().closes) ::shutdown(peer().fd(), SHUT_WR);
+  if (serverGone) ::shutdown(peer().fd(), SHUT_WR);
   Capture output;
   const Reply reply = Request();
   EXPECT_EQ(reply.status, GetParam().status);
-  EXPECT_EQ(reply.data, nullptr);
+  EXPECT_EQ(reply.data, std::nullopt);
   EXPECT_EQ(reply.length, 0x1234u);
   EXPECT_THAT(output.Text(), HasSubstr(GetParam().text));
-  const bool destroyed = GetParam().status == ZOR_NOTIFY_E_SERVER_GONE;
-  EXPECT_EQ(output.Text().find("destory client") != std::string::npos, destroyed);
+  EXPECT_EQ(output.Text().find("destory client") != std::string::npos, serverGone);
   ReceiveNotify(peer());
-  EXPECT_EQ(destroyed, peer().ClosedByOther(std::chrono::milliseconds(destroyed ? 10'000 : 10)));
+  EXPECT_EQ(peer().ClosedByOther(std::chrono::milliseconds(serverGone ? 10'000 : 10)), serverGone);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Stream, NotifyDamage,
-    testing::Values(Damage{"ServerGone", "", true, ZOR_NOTIFY_E_SERVER_GONE, "peer dead when read head"},
-                    Damage{"TornHeader", std::string(47, 'x'), false, ZOR_NOTIFY_E_IO, "got len=47!\n"},
-                    Damage{"ServerGoneInTheData", Lying(6), true, ZOR_NOTIFY_E_SERVER_GONE, "peer dead when read body"},
-                    Damage{"DataTooLong", Lying(0x800001), false, ZOR_NOTIFY_E_NO_MEMORY,
+    testing::Values(Damage{"ServerGone", "", ZOR_NOTIFY_E_SERVER_GONE, "peer dead when read head"},
+                    Damage{"TornHeader", std::string(47, 'x'), ZOR_NOTIFY_E_IO, "got len=47!\n"},
+                    Damage{"ServerGoneInTheData", Lying(6), ZOR_NOTIFY_E_SERVER_GONE, "peer dead when read body"},
+                    Damage{"DataTooLong", Lying(0x800001), ZOR_NOTIFY_E_NO_MEMORY,
                            "ooo notifyclient data Length too long: 800001, msg 55 from 9 to 0.\n"},
-                    Damage{"BlockTooLong", Lying(0x800000), false, ZOR_NOTIFY_E_NO_MEMORY,
+                    Damage{"BlockTooLong", Lying(0x800000), ZOR_NOTIFY_E_NO_MEMORY,
                            "error: not host tool, but malloc 4M, return NULL, malloc len=8388657\n"}),
     [](const auto &damage) { return damage.param.name; });
-
-TEST(NotifyRequestUnconnected, IsNotWritable) {
-  const Capture output;
-  EXPECT_EQ(Request().status, ZOR_NOTIFY_E_NOT_WRITABLE);
-}
 
 }  // namespace
 }  // namespace zor::test
