@@ -68,7 +68,8 @@ bool ProblemLog::MayPrint() {
 }
 
 void ProblemLog::PrintLimited(const std::string &text) {
-  const std::string before = leftOut_ == 0 ? "" : "(" + std::to_string(leftOut_) + " more problems not shown) ";
+  const std::string before =
+      leftOut_ == 0 ? "" : std::string("(").append(std::to_string(leftOut_)) + " more problems not shown) ";
   if (!MayPrint() || !WriteLine(program_, before + text)) {
     ++leftOut_;
     return;

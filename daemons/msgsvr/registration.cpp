@@ -11,8 +11,8 @@ static_assert(sizeof(ZOR_TRACE_SETTINGS_ENTRY) == 20);
 
 template <typename Record>
 void Append(std::vector<std::byte> &body, const Record &record) {
-  const auto *bytes = reinterpret_cast<const std::byte *>(&record);
-  body.insert(body.end(), bytes, bytes + sizeof record);
+  body.resize(body.size() + sizeof record);
+  std::memcpy(body.data() + body.size() - sizeof record, &record, sizeof record);
 }
 
 ZOR_TRACE_SETTINGS_HEAD TraceHead(const BusSettings &settings, const AppName &daemon) {
