@@ -1,0 +1,95 @@
+#!/usr/bin/env bash
+# Builds the servers and the example daemons, runs them in a fresh ZOR_ROOT and shows them talking. The exit status is 0
+# only when everything that the examples do was seen to work. Needs Debian 12, and root only when packages are missing.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+say() { printf '\n== %s\n' "$*"; }
+
+fail() {
+  printf 'FAILED %s\n' "$*"
+  exit 1
+}
+
+expect() { # WHAT COMMAND...: the command must succeed
+  "${@:2}" >/dev/null || fail "$1"
+  printf 'ok %s\n' "$1"
+}
+
+say 'packages and build'
+scripts/setup.sh demo
+build=build/release
+mkdir -p build
+{ cmake --preset release && cmake --build --preset release --target msgsvr notifyserver mlogserver provider consumer; } \
+  >build/demo.log 2>&1 || {
+  cat build/demo.log
+  fail 'build'
+}
+echo "ok built in $build"
+
+ZOR_ROOT=$(mktemp -d)
+export ZOR_ROOT
+declare -A pids=()
+clean_up() {
+  {
+    for pid in "${pids[@]}"; do kill -KILL "$pid" || true; done
+    wait
+  } 2>/dev/null
+  rm -rf "$ZOR_ROOT"
+}
+trap clean_up EXIT
+
+is_running() { kill -0 "${pids[$1]}" 2>/dev/null; }
+
+start() { # NAME READY-TEXT COMMAND...: runs it in the background, its output in NAME.out
+  local out=$ZOR_ROOT/$1.out
+  "${@:3}" >>"$out" 2>&1 &
+  pids[$1]=$!
+  for _ in $(seq 200); do
+    if grep -qF "$2" "$out"; then return; fi
+    if ! is_running "$1"; then break; fi
+    sleep 0.05
+  done
+  cat "$out"
+  fail "$1 did not say: $2"
+}
+
+ended_well() { # NAME: it ends soon, with exit status 0
+  for _ in $(seq 200); do
+    if ! is_running "$1"; then break; fi
+    sleep 0.05
+  done
+  if is_running "$1"; then return 1; fi
+  wait "${pids[$1]}"
+}
+
+say 'servers'
+cat >"$ZOR_ROOT/msgsvr.conf" <<'SETTINGS'
+trace.cms = demo=info
+trace.web = demo=info
+SETTINGS
+start msgsvr 'msgsvr: listening on /var/msgsvr' "$build/daemons/msgsvr/msgsvr" --settings "$ZOR_ROOT/msgsvr.conf"
+start notifyserver 'notifyserver: listening on /var/run/notify/notifyserver' "$build/daemons/notifyserver/notifyserver"
+start mlogserver 'mlogserver: listening on /var/mlog/mlogServer' "$build/daemons/mlogserver/mlogserver"
+servers=(msgsvr notifyserver mlogserver)
+for server in "${servers[@]}"; do cat "$ZOR_ROOT/$server.out"; done
+
+say 'two daemons talk (lines of the provider begin with "cms:")'
+transcript=$ZOR_ROOT/provider.out
+start provider 'cms: registered' "$build/examples/provider"
+consumer_status=0
+timeout 60 "$build/examples/consumer" >>"$transcript" 2>&1 || consumer_status=$?
+tr -d '\r' <"$transcript"
+[ "$consumer_status" -eq 0 ] || fail "the consumer ended with status $consumer_status"
+
+say 'what is left'
+expect 'the provider has exited as it was asked to' ended_well provider
+for server in "${servers[@]}"; do
+  kill -TERM "${pids[$server]}"
+  expect "$server has stopped cleanly" ended_well "$server"
+done
+expect 'the trace line was printed' grep -qF 'a trace line of web' "$transcript"
+expect 'the log line is in the circular file' grep -aF 'a log line of web' "$ZOR_ROOT/online/log/mlog.log"
+expect 'no body file is left' test -z "$(ls -A "$ZOR_ROOT/var/run/msg")"
+
+printf '\ndemo: everything worked\n'
