@@ -28,9 +28,10 @@ constexpr size_t kQueueOverhead = 4096;
 
 Limits ReadLimits(zor::daemon::Settings &settings) {
   Limits limits = {};
-  limits.maxClients = settings.Number("max_clients", 128, 1, 65536);
-  limits.maxDataBytes = settings.Number("max_data_bytes", ZOR_NOTIFY_DATA_MAX, 64, ZOR_NOTIFY_DATA_MAX);
-  limits.queueBytes = settings.Number("queue_bytes", 9437184, kQueueOverhead, kMaxQueueBytes);
+  limits.maxClients = static_cast<size_t>(settings.Number("max_clients", 128, 1, 65536));
+  limits.maxDataBytes =
+      static_cast<size_t>(settings.Number("max_data_bytes", ZOR_NOTIFY_DATA_MAX, 64, ZOR_NOTIFY_DATA_MAX));
+  limits.queueBytes = static_cast<size_t>(settings.Number("queue_bytes", 9437184, kQueueOverhead, kMaxQueueBytes));
   if (limits.queueBytes < limits.maxDataBytes + kQueueOverhead) {
     settings.AddMistake("queue_bytes must exceed max_data_bytes by " + std::to_string(kQueueOverhead));
   }
