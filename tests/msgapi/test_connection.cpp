@@ -173,6 +173,10 @@ TEST_F(Connection, AnAsynchronousReplyMustMatchTypeAndNumber) {
   ASSERT_TRUE(RunLoopUntil([] { return answer != 0; }));
   EXPECT_EQ(answer, 3u);
   EXPECT_EQ(g_dispatched, (std::vector<uint32_t>{request.sequence + 1, request.sequence}));
+  const auto noteEnd = [](ZOR_MSG_HEAD *reply, uint32_t status, void *) { answer = reply == nullptr ? status : 9; };
+  ASSERT_EQ(ZOR_MSG_AsyncSendAndRecv(&request, noteEnd, 20, nullptr), ZOR_OK);
+  ZOR_MSG_Destroy();
+  EXPECT_TRUE(RunLoopUntil([] { return answer == 1; })) << "its time-out survives the bus";
 }
 
 TEST_F(Connection, AHandlerMayDestroyTheBusThatCalledIt) {
