@@ -3,7 +3,7 @@
 # Usage: setup.sh [demo | tests | lint]   (demo: what building and running needs; the others add to it)
 set -euo pipefail
 
-packages=(cmake ninja-build g++)
+packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev)
 tests=(libgtest-dev libgmock-dev clang-format-14)
 case ${1:-demo} in
   demo) ;;

@@ -11,6 +11,7 @@ ZOR_BEGIN_DECLS
 /* Statuses of the file functions. */
 #define ZOR_FILE_OK UINT32_C(0)
 #define ZOR_FILE_E_ARGUMENT UINT32_C(0x10001)
+#define ZOR_FILE_E_NO_ACCOUNT UINT32_C(0x10002)
 #define ZOR_FILE_E_NO_MEMORY UINT32_C(0x10006)
 #define ZOR_FILE_E_IO UINT32_C(0x10007)
 
@@ -39,6 +40,10 @@ ZOR_API uint32_t ZOR_UTIL_WriteBufToFile(const char *path, const void *buffer, u
 /* Gives the file the permissions named by an octal text such as "775", less the write permission for others.
    Returns 0; ZOR_FILE_E_ARGUMENT for null or a text that is no such number; ZOR_FILE_E_IO. */
 ZOR_API uint32_t ZOR_UTIL_RemoveAndroidWPerm(const char *path, const char *mode);
+
+/* Gives the file to the account of that name and to the account's own group; a symbolic link itself, not its target.
+   Returns 0; ZOR_FILE_E_ARGUMENT for null; ZOR_FILE_E_NO_ACCOUNT; ZOR_FILE_E_IO. */
+ZOR_API uint32_t ZOR_UTIL_ChangeFileUGid(const char *path, const char *account);
 
 ZOR_END_DECLS
 

@@ -1,0 +1,19 @@
+# The libraries that ours stand on, as imported targets: SQLite::SQLite3, Zor::cJSON and Zor::tirpc. Found by their
+# files, not through pkg-config, so that a cross build needs no more than its own search path.
+find_package(SQLite3 3.37 REQUIRED)
+
+function(zor_find_library name header library suffix package)
+  find_path(${name}_INCLUDE_DIR ${header} PATH_SUFFIXES ${suffix})
+  find_library(${name}_LIBRARY ${library})
+  mark_as_advanced(${name}_INCLUDE_DIR ${name}_LIBRARY)
+  if(NOT ${name}_INCLUDE_DIR OR NOT ${name}_LIBRARY)
+    message(FATAL_ERROR "${name} is missing: install ${package}")
+  endif()
+  add_library(Zor::${name} UNKNOWN IMPORTED GLOBAL)
+  set_target_properties(Zor::${name} PROPERTIES
+    IMPORTED_LOCATION ${${name}_LIBRARY}
+    INTERFACE_INCLUDE_DIRECTORIES ${${name}_INCLUDE_DIR})
+endfunction()
+
+zor_find_library(cJSON cjson/cJSON.h cjson "" libcjson-dev)
+zor_find_library(tirpc rpc/xdr.h tirpc tirpc libtirpc-dev)

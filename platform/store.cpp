@@ -1,0 +1,214 @@
+#include "store.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+#include <zor/platform/config.h>
+#include <zor/platform/file.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+namespace zor::platform {
+
+// SQLite keeps these texts as they are written here, and files that come from elsewhere are compared with them.
+const char *const kTables[] = {
+    "CREATE TABLE parameters (id INTEGER NOT NULL, instance INTEGER NOT NULL, value BLOB NOT NULL,"
+    " PRIMARY KEY (id, instance)) STRICT, WITHOUT ROWID",
+    "CREATE TABLE objects (class INTEGER NOT NULL, instance INTEGER NOT NULL,"
+    " PRIMARY KEY (class, instance)) STRICT, WITHOUT ROWID",
+    "CREATE TABLE object_values (class INTEGER NOT NULL, instance INTEGER NOT NULL, name TEXT NOT NULL,"
+    " value TEXT NOT NULL, PRIMARY KEY (class, instance, name)) STRICT, WITHOUT ROWID",
+    "CREATE TABLE app_data (item INTEGER PRIMARY KEY, value BLOB NOT NULL) STRICT",
+    nullptr,
+};
+
+namespace {
+
+constexpr int kBusyTimeoutMs = 5000;
+// Its group are the daemons that share the configuration; nobody else is to read pass phrases.
+constexpr mode_t kStoreMode = 0660;
+
+std::mutex storeMutex;
+sqlite3 *storeConnection = nullptr;
+
+void CloseConnection() {
+  sqlite3_close(storeConnection);
+  storeConnection = nullptr;
+}
+
+void BeforeFork() {
+  storeMutex.lock();
+  CloseConnection();
+}
+
+void AfterFork() {
+  storeMutex.unlock();
+}
+
+bool FixedStorePath(char (&path)[PATH_MAX]) {
+  return ZOR_UTIL_FixedPath(ZOR_STORE_PATH, path, sizeof path) != 0;
+}
+
+int CreateTables(sqlite3 *db) {
+  int result = Execute(db, "BEGIN");
+  for (const char *const *table = kTables; *table != nullptr && result == SQLITE_OK; ++table) {
+    result = Execute(db, *table);
+  }
+  char version[64];
+  std::snprintf(version, sizeof version, "PRAGMA user_version = %d; COMMIT", kStoreVersion);
+  return result == SQLITE_OK ? Execute(db, version) : result;
+}
+
+// Two processes that come at the same time both make a file; the first one to name it wins.
+int CreateStore(const char *path) {
+  char building[PATH_MAX];
+  if (std::snprintf(building, sizeof building, "%s.%d", path, static_cast<int>(::getpid())) >= PATH_MAX) {
+    return SQLITE_CANTOPEN;
+  }
+  ::unlink(building);  // left by a process that died here
+  int result = CreateStoreFile(building, kStoreMode);
+  if (result == SQLITE_OK && ::link(building, path) != 0 && errno != EEXIST) result = SQLITE_CANTOPEN;
+  ::unlink(building);
+  return result;
+}
+
+int CheckVersion(sqlite3 *db) {
+  Statement version(db, "PRAGMA user_version");
+  const int result = version.Find();
+  if (result != SQLITE_OK) return result;
+  return version.Number(0) == kStoreVersion ? SQLITE_OK : SQLITE_NOTADB;
+}
+
+int OpenFile(const char *path, Database *db) {
+  sqlite3 *opened = nullptr;
+  const int result = sqlite3_open_v2(path, &opened, SQLITE_OPEN_READWRITE, nullptr);
+  db->reset(opened);
+  if (result == SQLITE_OK) sqlite3_busy_timeout(opened, kBusyTimeoutMs);
+  return result;
+}
+
+uint32_t StatusOf(int result) {
+  switch (result & 0xff) {
+    case SQLITE_OK:
+      return ZOR_STORE_OK;
+    case kNotFound:
+      return ZOR_STORE_E_NOT_FOUND;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return ZOR_STORE_E_BUSY;
+    case SQLITE_NOMEM:
+    case SQLITE_TOOBIG:
+      return ZOR_STORE_E_NO_MEMORY;
+    default:
+      return ZOR_STORE_E_IO;
+  }
+}
+
+}  // namespace
+
+Statement &Statement::Keep(int result) {
+  if (result_ == SQLITE_OK) result_ = result;
+  return *this;
+}
+
+Statement &Statement::Bind(uint32_t number) {
+  return Keep(sqlite3_bind_int64(statement_, next_++, number));
+}
+
+Statement &Statement::Bind(const char *text) {
+  return Keep(sqlite3_bind_text(statement_, next_++, text, -1, SQLITE_STATIC));
+}
+
+Statement &Statement::Bind(const void *bytes, uint32_t size) {
+  return Keep(sqlite3_bind_blob64(statement_, next_++, bytes, size, SQLITE_STATIC));
+}
+
+int Statement::Run() {
+  const int result = Step();
+  return result == SQLITE_DONE ? SQLITE_OK : result;
+}
+
+int Statement::Find() {
+  const int result = Step();
+  if (result == SQLITE_DONE) return kNotFound;
+  return result == SQLITE_ROW ? SQLITE_OK : result;
+}
+
+void Statement::Reset() {
+  sqlite3_reset(statement_);
+  next_ = 1;
+}
+
+const char *Statement::Text(int column) const {
+  return reinterpret_cast<const char *>(sqlite3_column_text(statement_, column));
+}
+
+// Immediate: two processes that read first and write then would wait for each other.
+Transaction::Transaction(sqlite3 *db) : db_(db), result_(Execute(db, "BEGIN IMMEDIATE")) {}
+
+Transaction::~Transaction() {
+  if (sqlite3_get_autocommit(db_) == 0) Execute(db_, "ROLLBACK");
+}
+
+int Transaction::End(int workResult) {
+  return workResult == SQLITE_OK ? Execute(db_, "COMMIT") : workResult;
+}
+
+int Execute(sqlite3 *db, const char *sql) {
+  return sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+}
+
+int CreateStoreFile(const char *path, mode_t mode) {
+  const int fd = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+  if (fd < 0) return SQLITE_CANTOPEN;
+  ::close(fd);
+  Database db;
+  int result = OpenFile(path, &db);
+  if (result == SQLITE_OK) result = CreateTables(db.get());
+  return result;
+}
+
+int OpenStore(Database *db) {
+  char path[PATH_MAX];
+  if (!FixedStorePath(path)) return SQLITE_CANTOPEN;
+  int result = SQLITE_OK;
+  if (::access(path, F_OK) != 0 && errno == ENOENT) result = CreateStore(path);
+  if (result == SQLITE_OK) result = OpenFile(path, db);
+  if (result == SQLITE_OK) result = CheckVersion(db->get());
+  if (result == SQLITE_OK) result = Execute(db->get(), "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
+  return result;
+}
+
+uint32_t Conclude(const char *path, sqlite3 *db, int result) {
+  const uint32_t status = StatusOf(result);
+  if (status == ZOR_STORE_E_BUSY || status == ZOR_STORE_E_IO) {
+    // The connection's own text says more, when it is about this failure.
+    const bool known = db != nullptr && (sqlite3_errcode(db) & 0xff) == (result & 0xff);
+    std::fprintf(stderr, "configuration store %s: %s\n", path, known ? sqlite3_errmsg(db) : sqlite3_errstr(result));
+  }
+  return status;
+}
+
+StoreUse::StoreUse() : guard_(storeMutex), result_(SQLITE_OK) {
+  static const int atFork = ::pthread_atfork(BeforeFork, AfterFork, AfterFork);
+  if (atFork != 0) result_ = SQLITE_NOMEM;
+  if (storeConnection != nullptr || result_ != SQLITE_OK) return;
+  Database opened;
+  result_ = OpenStore(&opened);
+  storeConnection = opened.release();
+}
+
+sqlite3 *StoreUse::db() const {
+  return storeConnection;
+}
+
+uint32_t StoreUse::Conclude(int result) {
+  const uint32_t status = platform::Conclude(ZOR_STORE_PATH, storeConnection, result);
+  if (status == ZOR_STORE_E_IO || result_ != SQLITE_OK) CloseConnection();
+  return status;
+}
+
+}  // namespace zor::platform

@@ -1,0 +1,121 @@
+/*
+ * The SQLite file behind the configuration store.
+ *
+ * One connection per process, opened at the first use, guarded by a mutex. SQLite's locks do not survive a fork, and a
+ * connection that is opened beside an inherited one believes that it holds what only the parent holds. So the
+ * connection is closed before every fork, and parent and child open their own when they next need one.
+ *
+ * The file comes into being under another name and gets its own when it is whole: nobody ever opens half a store.
+ */
+#ifndef PLATFORM_STORE_H
+#define PLATFORM_STORE_H
+
+#include <sqlite3.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+namespace zor::platform {
+
+struct DatabaseCloser {
+  void operator()(sqlite3 *db) const { sqlite3_close(db); }
+};
+using Database = std::unique_ptr<sqlite3, DatabaseCloser>;
+
+// What functions that work on a database return: a result code of SQLite, or this.
+constexpr int kNotFound = SQLITE_NOTFOUND;
+
+constexpr int kStoreVersion = 1;
+// The tables as they must stand in every store file, ended by null.
+extern const char *const kTables[];
+
+// One prepared statement. The first failure sticks and is what the later steps return.
+class Statement {
+ public:
+  Statement(sqlite3 *db, const char *sql) : result_(sqlite3_prepare_v2(db, sql, -1, &statement_, nullptr)) {}
+  Statement(const Statement &) = delete;
+  Statement &operator=(const Statement &) = delete;
+  ~Statement() { sqlite3_finalize(statement_); }
+
+  // Bind the next parameter. Texts and blobs must outlive the statement.
+  Statement &Bind(uint32_t number);
+  Statement &Bind(const char *text);
+  Statement &Bind(const void *bytes, uint32_t size);
+
+  // SQLITE_ROW, SQLITE_DONE or a failure.
+  int Step() { return result_ == SQLITE_OK ? sqlite3_step(statement_) : result_; }
+  // Steps a statement that gives no rows: SQLITE_OK or a failure.
+  int Run();
+  // Steps a query that gives one row or none: SQLITE_OK, kNotFound or a failure.
+  int Find();
+  // Makes it ready to run again with new parameters.
+  void Reset();
+
+  uint32_t Number(int column) const { return static_cast<uint32_t>(sqlite3_column_int64(statement_, column)); }
+  const char *Text(int column) const;
+  const void *Bytes(int column) const { return sqlite3_column_blob(statement_, column); }
+  uint32_t Size(int column) const { return static_cast<uint32_t>(sqlite3_column_bytes(statement_, column)); }
+
+ private:
+  Statement &Keep(int result);
+
+  sqlite3_stmt *statement_ = nullptr;
+  int next_ = 1;
+  int result_;
+};
+
+// A write transaction; rolled back unless it is committed.
+class Transaction {
+ public:
+  explicit Transaction(sqlite3 *db);
+  Transaction(const Transaction &) = delete;
+  Transaction &operator=(const Transaction &) = delete;
+  ~Transaction();
+
+  // Whether it could begin.
+  int result() const { return result_; }
+  // Commits if the work went well; the first failure of the two.
+  int End(int workResult);
+
+ private:
+  sqlite3 *db_;
+  int result_;
+};
+
+int Execute(sqlite3 *db, const char *sql);
+
+// Makes a new, empty store file of that name, which must be free.
+int CreateStoreFile(const char *path, mode_t mode);
+
+// Opens a connection of its own to the store, which is made first when there is none.
+int OpenStore(Database *db);
+
+// The status for a result; prints a line about the path when something is wrong with the file behind it.
+uint32_t Conclude(const char *path, sqlite3 *db, int result);
+
+// The connection of this process, for as long as the object lives.
+class StoreUse {
+ public:
+  StoreUse();
+  sqlite3 *db() const;
+  int result() const { return result_; }
+  // The status for the result. A connection that failed is closed: the next use may find a mended file.
+  uint32_t Conclude(int result);
+
+ private:
+  std::lock_guard<std::mutex> guard_;
+  int result_;
+};
+
+// Runs work(db), which returns a result, on the connection of this process.
+template <typename Work>
+uint32_t UseStore(const Work &work) {
+  StoreUse use;
+  return use.Conclude(use.result() == SQLITE_OK ? work(use.db()) : use.result());
+}
+
+}  // namespace zor::platform
+
+#endif
