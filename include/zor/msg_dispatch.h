@@ -71,8 +71,9 @@ ZOR_API void ZOR_MSG_UnRegMsgProc(ZOR_MSG_PROC_ENTRY *handle);
 
 /* Runs all handlers of the message's type and sends the answers of the synchronous ones to its source. A message that
    no handler took may still be one that the bus handles itself: ZOR_MSG_SAFE_EXIT to "dhcps", "ssdpd", "upnp",
-   "ntwksync", "quorelbridge", "devmngr" or "datacli" prints "Fatal: App(%s:%d) exited.=====...\n", is acknowledged and
-   ends the process with exit(0). Has the shape of a message procedure; the second word is ignored. */
+   "ntwksync", "quorelbridge", "devmngr" or "datacli" prints "Fatal: App(%s:%d)
+   exited.=================================\n", is acknowledged and ends the process with exit(0). Has the shape of a
+   message procedure; the second word is ignored. */
 ZOR_API void ZOR_MSG_DefaultMsgProc(ZOR_MSG_HEAD *msg, uint32_t ignored ZOR_DEFAULT(0));
 
 /* Appends a message, which then belongs to the queue, with a word of the caller's. ZOR_E_ARGUMENT for a null argument;
