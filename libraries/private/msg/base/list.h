@@ -13,6 +13,7 @@ namespace zor {
 template <class T>
 T *NextOf(const T *item) noexcept {
   T *next;
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): it is the link that is read, not the item.
   std::memcpy(&next, static_cast<const void *>(item), sizeof next);
   return next;
 }
