@@ -1,0 +1,172 @@
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "loop/loop_fixture.h"
+
+namespace zor::test {
+namespace {
+
+using testing::ElementsAre;
+
+class Io : public LoopTest {
+ protected:
+  // Runs until the loop has waited the given number of times with events to report.
+  void RunTurns(uint64_t turns) {
+    AddIdle([this, turns] {
+      if (loop_.iteration >= turns) Stop();
+    });
+    EXPECT_EQ(Run(), ZOR_OK);
+  }
+};
+
+// A loopback connection with a byte, an urgent byte and room to write: all three events at once.
+int BusySocket() {
+  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  auto *generic = static_cast<sockaddr *>(static_cast<void *>(&address));
+  const int near = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const bool connected = ::bind(listener, generic, length) == 0 && ::listen(listener, 1) == 0 &&
+                         ::getsockname(listener, generic, &length) == 0 && ::connect(near, generic, length) == 0;
+  const int far = connected ? ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC) : -1;
+  if (::send(far, "x", 1, 0) != 1 || ::send(far, "!", 1, MSG_OOB) != 1) std::abort();
+  fd_set urgent;
+  FD_ZERO(&urgent);
+  FD_SET(near, &urgent);
+  return ::select(near + 1, nullptr, nullptr, &urgent, nullptr) == 1 ? near : -1;
+}
+
+TEST_F(Io, RefusesWhatSelectCannotWaitForAndChangesNothing) {
+  auto *watcher = NewRecord<UvIO>();
+  EXPECT_EQ(ZOR_UV_IOInit(&loop_, watcher, 1024, nullptr), ZOR_E_ARGUMENT);
+  EXPECT_EQ(loop_.watchers, nullptr);
+  EXPECT_EQ(ZOR_UV_LoopGetMaxFd(&loop_), 0);
+  EXPECT_EQ(ZOR_UV_IOStart(watcher, UV_READABLE), ZOR_E_ARGUMENT);
+  EXPECT_EQ(ZOR_UV_IOInit(&loop_, watcher, 1023, nullptr), ZOR_OK);
+  EXPECT_EQ(ZOR_UV_LoopGetMaxFd(&loop_), 1023);
+}
+
+TEST_F(Io, StartAndStopChangeOnlyTheSetsTheyName) {
+  const SocketPair pair;
+  UvIO *watcher = AddWatcher(pair.near, 8, [](uint32_t) {});
+  EXPECT_EQ(watcher->header.flags & UV_WATCHER_ACTIVE, 0u) << "no event, no start";
+  const auto sets = [&] {
+    return (FD_ISSET(pair.near, &loop_.readSet) ? UV_READABLE : 0) |
+           (FD_ISSET(pair.near, &loop_.writeSet) ? UV_WRITABLE : 0) |
+           (FD_ISSET(pair.near, &loop_.exceptSet) ? UV_EXCEPTIONAL : 0);
+  };
+  EXPECT_EQ(ZOR_UV_IOStart(watcher, UV_READABLE | UV_EXCEPTIONAL), ZOR_OK);
+  EXPECT_EQ(sets(), UV_READABLE | UV_EXCEPTIONAL);
+  EXPECT_EQ(ZOR_UV_IOStop(watcher, UV_READABLE | UV_WRITABLE), ZOR_OK);
+  EXPECT_EQ(sets(), UV_EXCEPTIONAL);
+  EXPECT_EQ(ZOR_UV_IOStop(watcher, 7), ZOR_OK);
+  EXPECT_EQ(sets(), 0u);
+  EXPECT_NE(watcher->header.flags & UV_WATCHER_ACTIVE, 0u);
+}
+
+TEST_F(Io, DeletingClosesAndADeletedWatcherKeepsNoDescriptor) {
+  const SocketPair pair;
+  UvIO *watcher = AddWatcher(pair.near, UV_READABLE, [](uint32_t) { FAIL(); });
+  pair.MakeReadable();
+  EXPECT_EQ(ZOR_UV_IOFindByFd(&loop_, pair.near), watcher);
+  EXPECT_EQ(ZOR_UV_IODelete(watcher), ZOR_OK);
+  EXPECT_EQ(::fcntl(pair.near, F_GETFD), -1);
+  EXPECT_EQ(ZOR_UV_IOFindByFd(&loop_, pair.near), nullptr);
+  EXPECT_EQ(ZOR_UV_IOFindByFd(&loop_, -1), watcher);
+  EXPECT_EQ(ZOR_UV_IODelete(watcher), ZOR_OK);
+  EXPECT_EQ(Run(10), ZOR_E_TIMEOUT);
+}
+
+TEST_F(Io, CallsForReadingThenExceptionsThenWriting) {
+  std::vector<uint32_t> events;
+  Trace trace({"track"});
+  AddWatcher(BusySocket(), 7, [&](uint32_t event) { events.push_back(event); });
+  RunTurns(1);
+  EXPECT_THAT(events, ElementsAre(UV_READABLE, UV_EXCEPTIONAL, UV_WRITABLE));
+  EXPECT_TRUE(trace.Has("[start io 0:4:")) << "iteration and event";
+  EXPECT_EQ(trace.Count("[end io 0:"), 3);
+}
+
+TEST_F(Io, SkippingEndsOnlyThePassInProgress) {
+  const SocketPair one, other;
+  one.MakeReadable();
+  other.MakeReadable();
+  std::vector<uint32_t> events;
+  UvIO *first = AddWatcher(one.near, UV_READABLE, [&](uint32_t) { ZOR_UV_IOSkipLoop(first, 1); });
+  AddWatcher(other.near, UV_READABLE | UV_WRITABLE, [&](uint32_t event) { events.push_back(event); });
+  RunTurns(1);
+  EXPECT_THAT(events, ElementsAre(UV_WRITABLE));
+}
+
+class ClosedBehindTheLoop : public Io, public testing::WithParamInterface<bool> {};
+
+TEST_P(ClosedBehindTheLoop, IsNotCalledAndThenDisarmed) {
+  Trace trace(GetParam() ? std::initializer_list<const char *>{"sockbase"} : std::initializer_list<const char *>{});
+  const SocketPair one, other;
+  one.MakeReadable();
+  other.MakeReadable();
+  AddWatcher(one.near, UV_READABLE, [&](uint32_t) { ::close(other.near); });
+  UvIO *closed = AddWatcher(other.near, UV_READABLE, [](uint32_t) { FAIL(); });
+  RunTurns(2);
+  EXPECT_EQ(closed->fd, -1);
+  EXPECT_TRUE(IsListed(closed));
+  EXPECT_FALSE(FD_ISSET(other.near, &loop_.readSet));
+  const std::string number = std::to_string(other.near);
+  EXPECT_EQ(trace.Has("Invalid fd " + number + ":9 detected.\n"), GetParam());
+  EXPECT_EQ(trace.Has("Bogus fd " + number + " with flag 24580 detected.\n"), GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Traced, ClosedBehindTheLoop, testing::Bool());
+
+TEST_F(Io, ABadDescriptorInTheOtherSetsDoesNotSpinTheLoop) {
+  const SocketPair pair;
+  AddWatcher(pair.near, UV_WRITABLE | UV_EXCEPTIONAL, [](uint32_t) { FAIL(); });
+  ::close(pair.near);
+  EXPECT_EQ(Run(20), ZOR_E_TIMEOUT);
+  EXPECT_EQ(loop_.iteration, 3u) << "one to disarm the watcher, one to drop its bits, one that waits";
+}
+
+TEST_F(Io, AForcedEventRunsOnceInTheNextTurnAndHoldsBackReadyDescriptors) {
+  const SocketPair pair;
+  pair.MakeReadable();
+  std::vector<uint64_t> turns;
+  UvIO *ready = AddWatcher(pair.near, UV_READABLE, [&](uint32_t) { turns.push_back(100 + loop_.iteration); });
+  UvIO *forced = AddWatcher(-1, 0, [&](uint32_t event) {
+    turns.push_back(event * 10 + loop_.iteration);
+    if (turns.size() < 3) ZOR_UV_IOForcedLoop(forced, 2);
+  });
+  EXPECT_EQ(ZOR_UV_IOForcedLoop(nullptr, 1), ZOR_E_ARGUMENT);
+  EXPECT_EQ(ZOR_UV_IOForcedLoop(forced, 6), ZOR_OK);
+  RunTurns(4);
+  EXPECT_THAT(turns, ElementsAre(60, 21, 22, 103));
+  EXPECT_NE(ready->fd, -1);
+}
+
+TEST_F(Io, ARealEventTakesTheForcedOneAwayAndADeletedWatcherGetsNone) {
+  const SocketPair pairs[3];
+  for (const SocketPair &pair : pairs) pair.MakeReadable();
+  int calls = 0;
+  UvIO *watchers[3] = {};
+  watchers[0] = AddWatcher(pairs[0].near, UV_READABLE, [&](uint32_t) {
+    if (loop_.iteration != 0) return;
+    for (UvIO *watcher : watchers) ZOR_UV_IOForcedLoop(watcher, UV_READABLE);
+    ZOR_UV_IODelete(watchers[2]);
+  });
+  watchers[1] = AddWatcher(pairs[1].near, UV_READABLE, [&](uint32_t) { ++calls; });
+  watchers[2] = AddWatcher(pairs[2].near, UV_READABLE, [](uint32_t) { FAIL(); });
+  RunTurns(2);
+  EXPECT_EQ(calls, 1) << "the second turn was the forced event of the first watcher";
+  EXPECT_EQ(loop_.forcedEvents, nullptr);
+  EXPECT_FALSE(IsListed(watchers[2]));
+}
+
+}  // namespace
+}  // namespace zor::test

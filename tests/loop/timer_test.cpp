@@ -1,0 +1,139 @@
+#include <zor/systime.h>
+
+#include <string>
+#include <utility>
+
+#include "loop/loop_fixture.h"
+
+namespace zor::test {
+namespace {
+
+using Fields = std::pair<int32_t, int32_t>;
+
+Fields FieldsOf(UvTime time) {
+  return {time.seconds, time.microseconds};
+}
+
+class Timer : public LoopTest {
+ protected:
+  // One timer pass at a time of the test's choice.
+  Fields PassAt(UvTime now) {
+    loop_.now = now;
+    UvTime timeout = {};
+    EXPECT_EQ(ZOR_UV_RunTimers(&loop_, &timeout), ZOR_OK);
+    return FieldsOf(timeout);
+  }
+  static void Expire(UvTimer *timer, UvTime when) {
+    timer->expirySeconds = when.seconds;
+    timer->expiryMicroseconds = when.microseconds;
+  }
+};
+
+int64_t MillisecondsFromNow(const UvTimer &timer) {
+  ZOR_SYS_TIME now;
+  ZOR_UTIL_GetSysTime(&now);
+  return (int64_t{timer.expirySeconds} - now.seconds) * 1000 + (timer.expiryMicroseconds / 1000) -
+         now.microseconds / 1000;
+}
+
+TEST_F(Timer, FiresAsOftenAsItWasToldAndIsFreedAfterwards) {
+  Trace trace({"timer"});
+  int fired[2] = {};
+  const UvTimer *once = AddTimer(1, 1, [&] { ++fired[0]; });
+  const UvTimer *thrice = AddTimer(1, 3, [&] { ++fired[1]; });
+  AddTimer(2, 0, [&] {
+    if (!IsListed(once) && !IsListed(thrice)) Stop();
+  });
+  EXPECT_EQ(Run(), ZOR_OK);
+  EXPECT_EQ(fired[0], 1);
+  EXPECT_EQ(fired[1], 3);
+  EXPECT_EQ(trace.Count("delete timer"), 2);
+}
+
+TEST_F(Timer, AllThatAreDueFireInTheOrderOfRegistration) {
+  std::string order;
+  UvTimer *first = AddTimer(700, 0, [&] { order += 'a'; });
+  UvTimer *second = AddTimer(1500, 2, [&] { order += 'b'; });
+  UvTimer *third = AddTimer(400, 0, [&] { order += 'c'; });
+  Expire(first, {100, 5});
+  Expire(second, {90, 999999});
+  Expire(third, {100, 6});
+  EXPECT_EQ(PassAt({100, 5}), (Fields{0, 1})) << "what expires now is due, a microsecond later is not";
+  EXPECT_EQ(order, "ab");
+  EXPECT_EQ(first->expirySeconds, 100);
+  EXPECT_EQ(first->expiryMicroseconds, 700005);
+  EXPECT_EQ(second->repeatCount, 1u);
+  EXPECT_EQ(second->expirySeconds, 101) << "1500 ms after the start of the iteration, however late it fired";
+}
+
+TEST_F(Timer, TheWaitLastsUntilTheNextExpiryOrTheIdleTime) {
+  EXPECT_EQ(PassAt({5, 0}), (Fields{0x7fffffff, 0}));
+  loop_.idleTimeMs = 2500;
+  EXPECT_EQ(PassAt({5, 0}), (Fields{2, 500000}));
+  AddTimer(0, 0, [] { FAIL() << "an interval of 0 never fires"; });
+  EXPECT_EQ(PassAt({0x7fffffff, 0}), (Fields{2, 500000}));
+  Expire(AddTimer(10, 1, [] {}), {7, 400000});
+  EXPECT_EQ(PassAt({5, 300000}), (Fields{2, 100000}));
+  EXPECT_EQ(ZOR_UV_RunTimers(&loop_, nullptr), ZOR_E_ARGUMENT);
+}
+
+TEST_F(Timer, OneAddedByTheLastWatcherStillShortensTheWait) {
+  Expire(AddTimer(5000, 1, [&] { AddTimer(300, 1, [] {}); }), {0, 0});
+  ZOR_SYS_TIME now;
+  ZOR_UTIL_GetSysTime(&now);
+  const Fields timeout = PassAt({static_cast<int32_t>(now.seconds), static_cast<int32_t>(now.microseconds)});
+  EXPECT_LT(timeout.first, 5);
+}
+
+TEST_F(Timer, MayStopParkOrRestartItselfWhileItFires) {
+  int stopped = 0;
+  UvTimer *stopping = AddTimer(10, 0, [&] {
+    ++stopped;
+    ZOR_UTIL_TimerDel(stopping);
+  });
+  UvTimer *parking = AddTimer(10, 0, [&] { ZOR_UTIL_TimerChgPeriod(parking, 0); });
+  UvTimer *restarting =
+      AddTimer(10, 1, [&] { ZOR_UV_TimerStart(restarting, 20, 3, restarting->callback, restarting->header.data); });
+  for (UvTimer *timer : {stopping, parking, restarting}) Expire(timer, {1, 0});
+  PassAt({1, 0});
+  EXPECT_EQ(restarting->repeatCount, 2u);
+  EXPECT_EQ(parking->expirySeconds, 0x7fffffff);
+  EXPECT_EQ(PassAt({1, 15000}), (Fields{0, 5000}));
+  EXPECT_EQ(stopped, 1);
+  EXPECT_NE(stopping->header.flags & UV_WATCHER_DELETED, 0u);
+}
+
+TEST_F(Timer, AChangedPeriodBoundsTheFirstExpiryOnly) {
+  const struct {
+    uint32_t periodMs;
+    int64_t firstMs;
+  } cases[] = {{3, 10}, {10, 10}, {20000, 20000}, {0x7fffffff, 0x7fffffff}, {0x80000000, 0x7fffffff}};
+  UvTimer *timer = AddTimer(1000, 7, [] {});
+  for (const auto &each : cases) {
+    ZOR_UTIL_TimerChgPeriod(timer, each.periodMs);
+    EXPECT_EQ(timer->intervalMs, each.periodMs);
+    EXPECT_LE(MillisecondsFromNow(*timer), each.firstMs + 1);
+    EXPECT_GE(MillisecondsFromNow(*timer), each.firstMs - 1000);
+  }
+  ZOR_UTIL_TimerChgPeriod(timer, 0);
+  EXPECT_EQ(timer->expirySeconds, 0x7fffffff);
+  EXPECT_EQ(timer->intervalMs, 0u);
+  EXPECT_EQ(timer->repeatCount, 7u);
+}
+
+TEST(TimerGetIntv, ClampsEachFieldByItself) {
+  const struct {
+    UvTime later, earlier, expected;
+  } cases[] = {
+      {{5, 200}, {4, 300}, {0, 999900}}, {{5, 300}, {4, 200}, {1, 100}}, {{5, 200}, {5, 300}, {0, 0}},
+      {{4, 300}, {5, 200}, {0, 100}},    {{4, 200}, {5, 300}, {0, 0}},
+  };
+  for (const auto &each : cases) {
+    UvTime inPlace = each.later;
+    ZOR_UTIL_TimerGetIntv(&inPlace, &each.earlier, &inPlace);
+    EXPECT_EQ(FieldsOf(inPlace), FieldsOf(each.expected)) << each.later.seconds << " " << each.earlier.seconds;
+  }
+}
+
+}  // namespace
+}  // namespace zor::test
