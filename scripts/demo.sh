@@ -43,6 +43,7 @@ is_running() { kill -0 "${pids[$1]}" 2>/dev/null; }
 
 start() { # NAME READY-TEXT COMMAND...: runs it in the background, its output in NAME.out
   local out=$ZOR_ROOT/$1.out
+  : >"$out"
   "${@:3}" >>"$out" 2>&1 &
   pids[$1]=$!
   for _ in $(seq 200); do
