@@ -8,6 +8,7 @@
 #define ZOR_PATH_NOTIFY_DIR "/var/run/notify"
 #define ZOR_PATH_NOTIFY_SERVER "/var/run/notify/notifyserver"
 #define ZOR_PATH_MLOG_DIR "/var/mlog/"
+#define ZOR_PATH_BOOT_TRACK "/var/zor_boot_track.log"
 #define ZOR_PATH_TRACE_DIR "/online/log"
 #define ZOR_PATH_TRACE_FILE "/online/log/webapp.log"
 

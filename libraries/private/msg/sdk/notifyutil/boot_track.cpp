@@ -1,0 +1,38 @@
+#include "sdk/notifyutil/boot_track.h"
+
+#include <zor/paths.h>
+#include <zor/systime.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "base/fixed_path.h"
+
+namespace zor {
+namespace {
+
+struct StreamCloser {
+  void operator()(FILE *stream) const noexcept { std::fclose(stream); }
+};
+
+// Opened and closed for every piece, so that what was written survives a daemon that dies in its next callback.
+void AppendPiece(const char *text) {
+  const FixedPath path(ZOR_PATH_BOOT_TRACK);
+  const std::unique_ptr<FILE, StreamCloser> stream(std::fopen(path.c_str(), "a+e"));
+  if (stream != nullptr) std::fputs(text, stream.get());
+}
+
+}  // namespace
+
+void TrackBoot(const char *text) noexcept {
+  ZOR_SYS_TIME now = {};
+  ZOR_UTIL_GetSysTime(&now);
+  char time[64];
+  std::snprintf(time, sizeof time, "[tv_sec:%03ld tv_usec:%06ld] ", static_cast<long>(now.seconds),
+                static_cast<long>(now.microseconds));
+  AppendPiece(time);
+  AppendPiece(text);
+  AppendPiece("\r\n");
+}
+
+}  // namespace zor
