@@ -1,0 +1,110 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <zor/wlan.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "support/temp_root.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using Mac = std::array<uint8_t, 6>;
+using Derive = uint32_t (*)(const uint8_t *, uint8_t *, uint32_t);
+
+struct Rule {
+  Derive derive;
+  Mac base;
+  Mac expected;
+};
+
+TEST(InterfaceMac, FollowsTheRulesForEveryInterface) {
+  const Mac base = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+  const auto at = [](uint8_t last) { return Mac{0x00, 0x11, 0x22, 0x33, 0x44, last}; };
+  const Rule rules[] = {
+      {ZOR_WLAN_GetWlanMacFromBaseMac, base, at(0x5c)},
+      {ZOR_WLAN_GetWlanDownHiddenIntfMacFromBaseMac, base, at(0x5d)},
+      {ZOR_WLAN_GetWlanUpIntfMacFromBaseMac, base, at(0x5f)},
+      {ZOR_WLAN_GetWlan5gMacFromBaseMac, base, at(0x60)},
+      {ZOR_WLAN_GetWlan5gUpIntfMacFromBaseMac, base, at(0x60)},
+      {ZOR_WLAN_GetInternetEthUpIntfMacFromBaseMac, base, at(0x56)},
+      {ZOR_WLAN_GetQuorelEthUpIntfMacFromBaseMac, base, at(0x57)},
+      {ZOR_WLAN_GetWlanMacFromBaseMac, {1, 2, 3, 0, 0, 0x10}, {1, 2, 3, 0, 0, 0x18}},
+      {ZOR_WLAN_GetWlanMacFromBaseMac, {1, 2, 3, 0, 0, 0x13}, {1, 2, 3, 0, 0, 0x1c}},
+      {ZOR_WLAN_GetWlanMacFromBaseMac, {1, 2, 3, 0xff, 0xff, 0xfa}, {1, 2, 3, 0, 0, 0}},
+      {ZOR_WLAN_GetWlan5gMacFromBaseMac, {1, 2, 3, 0xff, 0xff, 0xf6}, {1, 2, 3, 0, 0, 0}},
+      {ZOR_WLAN_GetInternetEthUpIntfMacFromBaseMac, {1, 2, 3, 0xff, 0xff, 0xff}, {1, 2, 3, 0, 0, 0}},
+  };
+  for (const Rule &rule : rules) {
+    Mac inPlace = rule.base;
+    EXPECT_EQ(rule.derive(inPlace.data(), inPlace.data(), inPlace.size()), 0u);
+    EXPECT_EQ(inPlace, rule.expected) << "rule " << &rule - rules;
+  }
+}
+
+TEST(InterfaceMac, AnOffsetOf14OrMoreLeavesTheOutputUntouched) {
+  const Mac base = {1, 2, 3, 4, 5, 6};
+  for (const uint32_t offset : {14u, 0xffffffffu}) {
+    Mac out = {9, 9, 9, 9, 9, 9};
+    EXPECT_EQ(ZOR_WLAN_IncreaseMacValByOffset(base.data(), offset, out.data(), out.size()), 1u);
+    EXPECT_EQ(out, (Mac{9, 9, 9, 9, 9, 9}));
+  }
+  Mac out = {};
+  EXPECT_EQ(ZOR_WLAN_IncreaseMacValByOffset(base.data(), 13, out.data(), out.size()), 0u);
+  EXPECT_EQ(out[5], 19);
+}
+
+TEST(InterfaceMac, TheTextRuleFillsOneCharacterACall) {
+  char text[18] = "00:11:22:33:44:55";
+  const char *expected[] = {"00:11:22:F3:44:55", "00:11:22:FF:44:55", "00:11:22:FF:F4:55", "00:11:22:FF:FF:55",
+                            "00:11:2F:FF:FF:55", "00:11:FF:FF:FF:55", "00:1F:FF:FF:FF:55", "00:FF:FF:FF:FF:55",
+                            "F0:FF:FF:FF:FF:55", "F0:FF:FF:FF:FF:F5", "F0:FF:FF:FF:FF:FF", "F0:FF:FF:FF:FF:FF"};
+  for (const char *step : expected) {
+    EXPECT_EQ(ZOR_WLAN_GetWlan5gDownHiddenIntfMacFrom5gMainMac(text, text, sizeof text), 0u);
+    EXPECT_STREQ(text, step);
+  }
+  char shortText[18];
+  std::memset(shortText, 'x', sizeof shortText);
+  EXPECT_EQ(ZOR_WLAN_GetWlan5gDownHiddenIntfMacFrom5gMainMac("00:11", shortText, sizeof shortText), 0u);
+  EXPECT_STREQ(shortText, "00:11");
+}
+
+// What the logging daemon would have received for one failing call.
+std::string LoggedBy(const std::function<void()> &call) {
+  const zor::test::TempRoot root;
+  const int daemon = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", root.Path("/var/mlog/mlogServer").c_str());
+  EXPECT_EQ(::bind(daemon, static_cast<const sockaddr *>(static_cast<const void *>(&address)), sizeof address), 0);
+  call();
+  std::string lines;
+  char datagram[1024];
+  for (ssize_t count; (count = ::recv(daemon, datagram, sizeof datagram, MSG_DONTWAIT)) > 8;) lines += datagram + 8;
+  ::close(daemon);
+  return lines;
+}
+
+TEST(InterfaceMac, TooLittleRoomOrANullFailsWithALogLine) {
+  Mac mac = {};
+  char text[18] = "00:11:22:33:44:55";
+  const std::string lines = LoggedBy([&] {
+    EXPECT_EQ(ZOR_WLAN_GetWlanUpIntfMacFromBaseMac(mac.data(), mac.data(), 5), 1u);
+    EXPECT_EQ(ZOR_WLAN_GetWlanMacFromBaseMac(nullptr, mac.data(), 6), 1u);
+    EXPECT_EQ(ZOR_WLAN_GetWlan5gDownHiddenIntfMacFrom5gMainMac(text, text, 17), 1u);
+  });
+  EXPECT_THAT(lines, HasSubstr("[wlancomapi][ERRO]:<ZOR_WLAN_GetWlanUpIntfMacFromBaseMac "));
+  EXPECT_THAT(lines, EndsWith("> 1 Input parameters is NULL pointer, and return here!!!!\n"));
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 3) << "one line a failure";
+}
+
+}  // namespace
