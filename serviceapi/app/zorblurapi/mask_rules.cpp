@@ -1,0 +1,139 @@
+#include "app/zorblurapi/mask_rules.h"
+
+#include <locale.h>
+#include <regex.h>
+#include <zor/blur.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace zor {
+namespace {
+
+constexpr char kStar = '*';
+
+constexpr char kMac[] = "([0-9A-Fa-f]{2}[:-]){5}([0-9A-Fa-f]{2})";
+constexpr char kIpv4[] = "([0-9]{1,3}[.]){3}[0-9]{1,3}";
+constexpr char kUuid[] = "(([0-9A-Fa-f]{4}[-]){3})([0-9A-Fa-f]{12})";
+
+// Every textual form of an IPv6 address: by the number of groups in front of "::", at most seven groups in all beside
+// it, an IPv4 suffix counting for two. The matcher takes the longest alternative, so the order does not matter.
+#define H "[0-9A-Fa-f]{1,4}"
+#define V4 "([0-9]{1,3}[.]){3}[0-9]{1,3}"
+constexpr char kIpv6[] =
+    "(" H ":){7}" H "|(" H ":){6}" V4 "|(" H ":){1,7}:|(" H ":){1,6}:" H "|(" H ":){1,5}(:" H "){1,2}|(" H ":){1,4}(:" H
+    "){1,3}|(" H ":){1,3}(:" H "){1,4}|(" H ":){1,2}(:" H "){1,5}|" H ":(:" H "){1,6}|:((:" H "){1,7}|:)|::(" H
+    ":){0,5}" V4 "|(" H ":){1,5}:" V4 "|(" H ":){1,4}:" H ":" V4 "|(" H ":){1,3}(:" H "){1,2}:" V4 "|(" H ":){1,2}(:" H
+    "){1,3}:" V4 "|" H ":(:" H "){1,4}:" V4;
+#undef H
+#undef V4
+
+void Stars(char *from, std::size_t count) {
+  std::memset(from, kStar, count);
+}
+
+// The 2nd, 3rd and 5th octets.
+void MaskPartOfMac(char *match, std::size_t) {
+  for (const std::size_t at : {3, 6, 12}) Stars(match + at, 2);
+}
+
+// The 2nd and 3rd octets.
+void MaskPartOfIpv4(char *match, std::size_t) {
+  char *dot = std::strchr(match, '.');
+  for (int octet = 0; octet < 2; ++octet) {
+    char *next = std::strchr(dot + 1, '.');
+    Stars(dot + 1, static_cast<std::size_t>(next - dot - 1));
+    dot = next;
+  }
+}
+
+void MaskEndOfUuid(char *match, std::size_t) {
+  Stars(match + 15, 12);
+}
+
+// To the end of the text, not of the match: what follows an address on its line tells whose it is.
+template <char kKept>
+void MaskToTheEnd(char *match, std::size_t) {
+  std::replace_if(
+      match, match + std::strlen(match), [](char c) { return c != kKept; }, kStar);
+}
+
+void MaskMatch(char *match, std::size_t length) {
+  Stars(match, length);
+}
+
+struct Rule {
+  const char *pattern;
+  void (*mask)(char *match, std::size_t length);
+};
+
+constexpr std::array<Rule, 6> kRules = {{
+    {kMac, MaskPartOfMac},
+    {kIpv4, MaskPartOfIpv4},
+    {kUuid, MaskEndOfUuid},
+    {kMac, MaskToTheEnd<':'>},
+    {kIpv4, MaskToTheEnd<'.'>},
+    {kIpv6, MaskMatch},
+}};
+
+// Ranges of a pattern are ranges of bytes: the process's own locale might see others.
+class PlainLocale {
+ public:
+  PlainLocale() noexcept : plain_(::newlocale(LC_ALL_MASK, "C", nullptr)), saved_(::uselocale(plain_)) {}
+  PlainLocale(const PlainLocale &) = delete;
+  PlainLocale &operator=(const PlainLocale &) = delete;
+  ~PlainLocale() {
+    ::uselocale(saved_);
+    if (plain_ != nullptr) ::freelocale(plain_);
+  }
+
+ private:
+  locale_t plain_;
+  locale_t saved_;
+};
+
+// The patterns, compiled at first use and kept. A pattern that did not compile is tried again the next time.
+class Patterns {
+ public:
+  // Null when the row's pattern does not compile.
+  const regex_t *Get(std::size_t row) noexcept {
+    if (!compiled_[row]) compiled_[row] = ::regcomp(&expressions_[row], kRules[row].pattern, REG_EXTENDED) == 0;
+    return compiled_[row] ? &expressions_[row] : nullptr;
+  }
+
+ private:
+  std::array<regex_t, kRules.size()> expressions_;
+  std::array<bool, kRules.size()> compiled_ = {};
+};
+
+Patterns g_patterns;
+
+void ApplyRule(const Rule &rule, const regex_t *expression, char *text) {
+  regmatch_t match;
+  int flags = 0;
+  for (char *from = text; *from != '\0' && ::regexec(expression, from, 1, &match, flags) == 0; flags = REG_NOTBOL) {
+    const auto length = static_cast<std::size_t>(match.rm_eo - match.rm_so);
+    rule.mask(from + match.rm_so, length);
+    from += match.rm_eo + (length == 0 ? 1 : 0);
+  }
+}
+
+bool IsSelected(std::uint32_t masks, std::size_t row) {
+  return (masks >> row & 1u) != 0;
+}
+
+}  // namespace
+
+std::uint32_t ApplyMasks(std::uint32_t masks, char *text) noexcept {
+  const PlainLocale plain;
+  for (std::size_t row = 0; row < kRules.size(); ++row) {
+    if (IsSelected(masks, row) && g_patterns.Get(row) == nullptr) return ZOR_BLUR_E_IO;
+  }
+  for (std::size_t row = 0; row < kRules.size(); ++row) {
+    if (IsSelected(masks, row)) ApplyRule(kRules[row], g_patterns.Get(row), text);
+  }
+  return ZOR_BLUR_OK;
+}
+
+}  // namespace zor
