@@ -59,7 +59,7 @@ int RegisteredClient(const char *name) {
           "connect");
   ZOR_MSG_HEAD head = {};
   head.type = ZOR_MSG_REGISTER_APP;
-  std::snprintf(head.source, sizeof head.source, "%s", name);
+  std::snprintf(head.source, sizeof head.source, "%.11s", name);
   Require(::write(fd, &head, sizeof head) == sizeof head, "register");
   Require(::read(fd, &head, sizeof head) == sizeof head, "the registration is answered");
   return fd;
