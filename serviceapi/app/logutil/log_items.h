@@ -1,0 +1,14 @@
+// What the other parts of the log-record API need to know of the item table.
+#ifndef APP_LOGUTIL_LOG_ITEMS_H
+#define APP_LOGUTIL_LOG_ITEMS_H
+
+#include <cstdint>
+
+namespace zor {
+
+// The level bits that any item uses.
+std::uint32_t LogLevelsInUse() noexcept;
+
+}  // namespace zor
+
+#endif
