@@ -1,0 +1,171 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zor/log.h>
+#include <zor/msg_wire.h>
+#include <zor/status.h>
+
+#include <string>
+
+#include "mlogapi/log_socket.h"
+#include "support/capture.h"
+#include "support/scripted_server.h"
+#include "support/temp_root.h"
+
+namespace {
+
+using testing::EndsWith;
+using zor::test::Capture;
+using zor::test::LogSocket;
+using zor::test::MakeMessage;
+using zor::test::Message;
+
+constexpr uint32_t kLogin = 0x05000000;
+constexpr uint32_t kReboot = 0x1E080001;  // its sender waits
+
+std::string Padded(const std::string &text, size_t size) {
+  return text + std::string(size - text.size(), '\0');
+}
+
+std::string Word(uint32_t value) {
+  return {reinterpret_cast<const char *>(&value), sizeof value};
+}
+
+std::string Half(uint16_t value) {
+  return {reinterpret_cast<const char *>(&value), sizeof value};
+}
+
+// The bytes of a record.
+std::string Record(uint32_t typeLevel, uint32_t index, uint16_t count, uint16_t length, const std::string &parameters) {
+  return Word(0) + Word(typeLevel) + Word(0) + Word(index) + Half(count) + Half(length) + Padded(parameters, 256);
+}
+
+class LogApi : public testing::Test {
+ protected:
+  // What the library has sent; checks that it is for the log daemon.
+  Message Sent(uint32_t type) {
+    const Message message = bus_.peer.ReceiveMessage().value_or(Message{});
+    EXPECT_EQ(message.header.type, type);
+    EXPECT_STREQ(message.header.destination, "syslog");
+    return message;
+  }
+  void QueueAnswer(uint32_t type, uint32_t word) { bus_.peer.Send(MakeMessage(type, "syslog", "tester", word)); }
+
+  zor::test::TempRoot root_;
+  zor::test::LoopbackBus bus_;
+};
+
+TEST_F(LogApi, StoresEachParameterInAPaddedSlot) {
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(kLogin, "a", "", "bcd", static_cast<char *>(nullptr)), ZOR_OK);
+  const Message message = Sent(0x4B01);
+  EXPECT_EQ(message.body, Record(0, kLogin, 3, 16, Padded("a", 4) + Padded("$\\0 \\0$", 8) + Padded("bcd", 4)));
+  EXPECT_EQ(message.header.data, 0u);
+  EXPECT_EQ(message.header.sequence, 0u);
+}
+
+TEST_F(LogApi, LeavesParametersOutFromTheFirstThatDoesNotFit) {
+  const std::string full(255, 'x');
+  const std::string half(127, 'h');
+  char *const end = nullptr;
+  Capture output;
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(kLogin, full.c_str(), end), ZOR_OK);
+  EXPECT_EQ(Sent(0x4B01).body, Record(0, kLogin, 1, 256, full));
+  EXPECT_EQ(output.Text(), "");
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(kLogin, half.c_str(), (half + "h").c_str(), "fits", end), ZOR_OK);
+  EXPECT_EQ(Sent(0x4B01).body, Record(0, kLogin, 1, 128, half));
+  EXPECT_EQ(output.Text(), "[Warning] ZOR_LOG_API_Record_Log paras are too long, need at least 260 bytes...\n");
+}
+
+TEST_F(LogApi, WaitsWhenTheItemSaysSo) {
+  QueueAnswer(0x4B01, 0);
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(kReboot, "admin", static_cast<char *>(nullptr)), ZOR_OK);
+  EXPECT_NE(Sent(0x4B01).header.sequence, 0u);
+  QueueAnswer(ZOR_MSG_SEND_FAILED_NOTICE, 0x4B01);
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(kReboot, "admin", static_cast<char *>(nullptr)), ZOR_E_PEER_GONE);
+}
+
+TEST_F(LogApi, RecordsKernelLinesOfUpTo256Characters) {
+  const struct {
+    size_t length;
+    uint16_t used;
+    const char *warning;
+  } cases[] = {
+      {0, 4, ""},
+      {3, 4, ""},
+      {255, 256, ""},
+      {256, 256, "[Warning] ZOR_LOG_API_Record_KLog paras are too long, at least 256 bytes...\n"},
+      {1000, 256, "[Warning] ZOR_LOG_API_Record_KLog paras are too long, at least 1000 bytes...\n"},
+  };
+  for (const auto &each : cases) {
+    const std::string text(each.length, 'k');
+    Capture output;
+    EXPECT_EQ(ZOR_LOG_API_Record_KLog(1, 0x108, 99, text.c_str()), ZOR_OK);
+    EXPECT_EQ(Sent(0x4B02).body, Record(0x108, 0xFFF00000, 1, each.used, text.substr(0, 256))) << each.length;
+    EXPECT_EQ(output.Text(), each.warning);
+  }
+}
+
+TEST_F(LogApi, AsksAndHandsOutTheAnswersDataWord) {
+  const std::string path(70, 'p');
+  uint32_t result = 0;
+  QueueAnswer(0x4B04, 12);
+  EXPECT_EQ(ZOR_LOG_API_Query_Items("/var/x", 5, 0x2, 0x120, 7, &result), ZOR_OK);
+  EXPECT_EQ(result, 12u);
+  EXPECT_EQ(Sent(0x4B04).body, Word(7) + Word(0x220) + Word(5) + Padded("/var/x", 64));
+  QueueAnswer(0x4B03, 13);
+  EXPECT_EQ(ZOR_LOG_API_System_Query_Items(path.c_str(), 6, nullptr), ZOR_OK);
+  EXPECT_EQ(Sent(0x4B03).body, Word(~0u) + Word(~0u) + Word(6) + path.substr(0, 63) + '\0');
+  QueueAnswer(ZOR_MSG_SEND_FAILED_NOTICE, 0x4B03);
+  EXPECT_EQ(ZOR_LOG_API_System_Query_Items("x", 0, &result), ZOR_E_PEER_GONE);
+  EXPECT_EQ(result, 12u);
+}
+
+TEST_F(LogApi, SendsSettingsWithoutWaiting) {
+  const std::string longText(200, 's');
+  EXPECT_EQ(ZOR_LOG_API_Set_RtoServer("gateway", "10.0.0.1", 514, longText.c_str(), 515, 3), ZOR_OK);
+  EXPECT_EQ(Sent(0x4B07).body, Padded("10.0.0.1", 132) + longText.substr(0, 131) + '\0' + Half(514) + Half(515) +
+                                   Padded("gateway", 32) + Word(0) + Word(3));
+  EXPECT_EQ(ZOR_LOG_API_Set_RtoServer(nullptr, nullptr, 0, nullptr, 0, 0), ZOR_OK);
+  EXPECT_EQ(Sent(0x4B07).body, std::string(308, '\0'));
+  EXPECT_EQ(ZOR_LOG_API_Set_TypeLevel_Filter(0, 0x1F8), ZOR_OK);
+  EXPECT_EQ(Sent(0x4B06).header.data, 0xF8u);
+  EXPECT_EQ(ZOR_LOG_API_Clear_Log_By_Type(0x10), ZOR_OK);
+  const Message clear = Sent(0x4B05);
+  EXPECT_EQ(clear.header.data, 0x1000u);
+  EXPECT_EQ(clear.header.bodyLength, 0u);
+}
+
+TEST_F(LogApi, LogsEveryFlush) {
+  LogSocket log;
+  QueueAnswer(0x4B09, 9);
+  EXPECT_EQ(ZOR_LOG_API_Flush_Log(77, "upg"), ZOR_OK);
+  EXPECT_EQ(Sent(0x4B09).header.bodyLength, 0u);
+  EXPECT_THAT(log.NextLine(),
+              EndsWith("[msg][WARN]:Flash operation ZOR_LOG_API_Flush_Log called by upg 77 result(0)(9) \r\n"));
+  EXPECT_EQ(ZOR_LOG_API_Flush_Log_Async(78, "upg"), ZOR_OK);
+  Sent(0x4B09);
+  EXPECT_THAT(log.NextLine(), EndsWith(":Flash operation ZOR_LOG_API_Flush_Log_Async called by upg 78 result(0)\r\n"));
+  QueueAnswer(ZOR_MSG_SEND_FAILED_NOTICE, 0x4B09);
+  EXPECT_EQ(ZOR_LOG_API_Flush_Log(79, "upg"), ZOR_E_PEER_GONE);
+  EXPECT_THAT(log.NextLine(), EndsWith(" 79 result(65540)(0) \r\n"));
+}
+
+TEST_F(LogApi, RefusesBadArgumentsBeforeAnythingIsSent) {
+  char *const end = nullptr;
+  uint32_t result = 5;
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(0, "a", end), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(0x1A000001, "a", end), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Record_KLog(0, 1, 0, "a"), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Record_KLog(1, 0, 0, "a"), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Record_KLog(1, 1, 0, nullptr), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Query_Items(nullptr, 1, 1, 1, 0, &result), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Query_Items("a", 1, 0, 1, 0, &result), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Query_Items("a", 1, 1, 0, 0, &result), 1u);
+  EXPECT_EQ(ZOR_LOG_API_System_Query_Items(nullptr, 1, &result), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Clear_Log_By_Type(0), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Flush_Log(1, nullptr), 1u);
+  EXPECT_EQ(ZOR_LOG_API_Flush_Log_Async(1, nullptr), 1u);
+  EXPECT_EQ(result, 5u);
+  EXPECT_TRUE(bus_.peer.NothingArrived());
+}
+
+}  // namespace
