@@ -22,6 +22,8 @@ namespace {
 
 using namespace zor::bench;
 
+constexpr off_t kFileMax = 1 << 20;
+
 void SetSixteenModules() {
   for (int i = 0; i < 15; ++i) ZOR_TRACE_SetPackageLevel(("module" + std::to_string(i)).c_str(), ZOR_TRACE_INFO);
   ZOR_TRACE_SetPackageLevel("msg", ZOR_TRACE_ERROR);
@@ -37,7 +39,8 @@ void FilteredOut() {
   std::fprintf(stderr, "%-34s %10.1f ns\n", "filtered out, 16 modules set", Median(costs));
 }
 
-// The text of a trace line by one fprintf and fflush; path, when there is one, is what trace looks at after a write.
+// The text of a trace line by one fprintf and fflush; path, when there is one, is emptied at 1 MiB, as the trace file
+// is.
 void WriteByHand(FILE *stream, const char *path) {
   struct timespec wall = {};
   struct timespec monotonic = {};
@@ -48,7 +51,9 @@ void WriteByHand(FILE *stream, const char *path) {
                monotonic.tv_nsec / 1000, "", 1, "module3", "trace_bench.cpp", 1, 1u);
   std::fflush(stream);
   struct stat status = {};
-  if (path != nullptr) Require(::stat(path, &status) == 0, "stat");
+  if (path == nullptr) return;
+  Require(::stat(path, &status) == 0, "stat");
+  if (status.st_size >= kFileMax) Require(::ftruncate(::fileno(stream), 0) == 0, "ftruncate");
 }
 
 void WriteTrace() {
@@ -67,8 +72,8 @@ void Written(const char *title, FILE *byHand, const char *path) {
 }
 
 void WrittenToFile(const std::string &root) {
-  const std::string path = root + "/online/log/webapp.log";
-  FILE *byHand = std::fopen((root + "/by_hand.log").c_str(), "ab");
+  const std::string path = root + "/online/log/by_hand.log";
+  FILE *byHand = std::fopen(path.c_str(), "ab");
   Require(byHand != nullptr, "open a file");
   ZOR_TRACE_SetOutput(1);
   WriteTrace();

@@ -6,6 +6,7 @@
 #include <zor/trace.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 
@@ -31,6 +32,35 @@ bool WriteHeader(std::FILE *stream, const char *file, uint32_t line, const char 
   if (std::fwrite(header, 1, length, stream) != length) std::puts("ZOR_TRACE_PrintInfo write file failed. ");
   return true;
 }
+
+// "%.8ld.%.6ld %.8ld.%.6ld", put together by hand: every line carries one, and it was a third of a line's cost.
+class TimeStamp {
+ public:
+  const char *c_str() const { return text_.data(); }
+
+  void Set(const struct timeval &wall, const ZOR_SYS_TIME &monotonic) {
+    char *end = text_.data();
+    end = Append(end, static_cast<uint32_t>(wall.tv_sec), 8);
+    *end++ = '.';
+    end = Append(end, static_cast<uint32_t>(wall.tv_usec), 6);
+    *end++ = ' ';
+    end = Append(end, monotonic.seconds, 8);
+    *end++ = '.';
+    end = Append(end, monotonic.microseconds, 6);
+    *end = '\0';
+  }
+
+ private:
+  // At least so many digits, with leading zeros.
+  static char *Append(char *to, uint32_t number, std::size_t least) {
+    std::array<char, 10> reversed;
+    std::size_t digits = 0;
+    for (; number != 0 || digits < least; number /= 10) reversed[digits++] = static_cast<char>('0' + number % 10);
+    return std::reverse_copy(reversed.begin(), reversed.begin() + digits, to);
+  }
+
+  std::array<char, 40> text_ = {};
+};
 
 }  // namespace
 
@@ -67,13 +97,11 @@ int32_t ZOR_UTIL_GetCurPid(void) {
 }
 
 const char *ZOR_UTIL_GetCurTimeStamp(void) {
-  static char text[40];
+  static TimeStamp stamp;
   struct timeval wall = {};
-  if (::gettimeofday(&wall, nullptr) != 0) return text;
+  if (::gettimeofday(&wall, nullptr) != 0) return stamp.c_str();
   ZOR_SYS_TIME monotonic = {};
   ZOR_UTIL_GetSysTime(&monotonic);
-  std::snprintf(text, sizeof text, "%-.8ld.%-.6ld %-.8ld.%-.6ld", static_cast<long>(wall.tv_sec),
-                static_cast<long>(wall.tv_usec), static_cast<long>(monotonic.seconds),
-                static_cast<long>(monotonic.microseconds));
-  return text;
+  stamp.Set(wall, monotonic);
+  return stamp.c_str();
 }
