@@ -1,6 +1,7 @@
 #include <zor/platform/file.h>
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -136,4 +137,11 @@ uint32_t ZOR_UTIL_RemoveAndroidWPerm(const char *path, const char *mode) {
   const unsigned long bits = std::strtoul(mode, &end, 8);
   if (*end != '\0' || bits > 07777) return ZOR_FILE_E_ARGUMENT;
   return ::chmod(path, static_cast<mode_t>(bits) & ~kOthersWrite) == 0 ? ZOR_FILE_OK : ZOR_FILE_E_IO;
+}
+
+uint32_t ZOR_UTIL_ChangeFileUGid(const char *path, const char *account) {
+  if (path == nullptr || account == nullptr) return ZOR_FILE_E_ARGUMENT;
+  const struct passwd *owner = ::getpwnam(account);
+  if (owner == nullptr) return ZOR_FILE_E_NO_ACCOUNT;
+  return ::lchown(path, owner->pw_uid, owner->pw_gid) == 0 ? ZOR_FILE_OK : ZOR_FILE_E_IO;
 }

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
-#include <zor/platform/config.h>
 #include <zor/platform/file.h>
 
 #include <cerrno>
@@ -13,20 +12,9 @@
 
 namespace zor::platform {
 
-// SQLite keeps these texts as they are written here, and files that come from elsewhere are compared with them.
-const char *const kTables[] = {
-    "CREATE TABLE parameters (id INTEGER NOT NULL, instance INTEGER NOT NULL, value BLOB NOT NULL,"
-    " PRIMARY KEY (id, instance)) STRICT, WITHOUT ROWID",
-    "CREATE TABLE objects (class INTEGER NOT NULL, instance INTEGER NOT NULL,"
-    " PRIMARY KEY (class, instance)) STRICT, WITHOUT ROWID",
-    "CREATE TABLE object_values (class INTEGER NOT NULL, instance INTEGER NOT NULL, name TEXT NOT NULL,"
-    " value TEXT NOT NULL, PRIMARY KEY (class, instance, name)) STRICT, WITHOUT ROWID",
-    "CREATE TABLE app_data (item INTEGER PRIMARY KEY, value BLOB NOT NULL) STRICT",
-    nullptr,
-};
-
 namespace {
 
+constexpr int kStoreVersion = 1;
 constexpr int kBusyTimeoutMs = 5000;
 // Its group are the daemons that share the configuration; nobody else is to read pass phrases.
 constexpr mode_t kStoreMode = 0660;
@@ -48,14 +36,10 @@ void AfterFork() {
   storeMutex.unlock();
 }
 
-bool FixedStorePath(char (&path)[PATH_MAX]) {
-  return ZOR_UTIL_FixedPath(ZOR_STORE_PATH, path, sizeof path) != 0;
-}
-
 int CreateTables(sqlite3 *db) {
   int result = Execute(db, "BEGIN");
-  for (const char *const *table = kTables; *table != nullptr && result == SQLITE_OK; ++table) {
-    result = Execute(db, *table);
+  for (const Table &table : kTables) {
+    if (result == SQLITE_OK) result = Execute(db, table.sql);
   }
   char version[64];
   std::snprintf(version, sizeof version, "PRAGMA user_version = %d; COMMIT", kStoreVersion);
@@ -65,28 +49,21 @@ int CreateTables(sqlite3 *db) {
 // Two processes that come at the same time both make a file; the first one to name it wins.
 int CreateStore(const char *path) {
   char building[PATH_MAX];
-  if (std::snprintf(building, sizeof building, "%s.%d", path, static_cast<int>(::getpid())) >= PATH_MAX) {
-    return SQLITE_CANTOPEN;
-  }
-  ::unlink(building);  // left by a process that died here
+  if (!BuildingPath(path, building)) return SQLITE_CANTOPEN;
   int result = CreateStoreFile(building, kStoreMode);
   if (result == SQLITE_OK && ::link(building, path) != 0 && errno != EEXIST) result = SQLITE_CANTOPEN;
   ::unlink(building);
   return result;
 }
 
-int CheckVersion(sqlite3 *db) {
-  Statement version(db, "PRAGMA user_version");
-  const int result = version.Find();
-  if (result != SQLITE_OK) return result;
-  return version.Number(0) == kStoreVersion ? SQLITE_OK : SQLITE_NOTADB;
-}
-
-int OpenFile(const char *path, Database *db) {
-  sqlite3 *opened = nullptr;
-  const int result = sqlite3_open_v2(path, &opened, SQLITE_OPEN_READWRITE, nullptr);
-  db->reset(opened);
-  if (result == SQLITE_OK) sqlite3_busy_timeout(opened, kBusyTimeoutMs);
+int OpenStore(Database *db) {
+  char path[PATH_MAX];
+  if (ZOR_UTIL_FixedPath(ZOR_STORE_PATH, path, sizeof path) == 0) return SQLITE_CANTOPEN;
+  int result = SQLITE_OK;
+  if (::access(path, F_OK) != 0 && errno == ENOENT) result = CreateStore(path);
+  if (result == SQLITE_OK) result = OpenFile(path, db);
+  if (result == SQLITE_OK) result = CheckVersion(db->get(), "PRAGMA user_version");
+  if (result == SQLITE_OK) result = Execute(db->get(), "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
   return result;
 }
 
@@ -146,9 +123,6 @@ const char *Statement::Text(int column) const {
   return reinterpret_cast<const char *>(sqlite3_column_text(statement_, column));
 }
 
-// Immediate: two processes that read first and write then would wait for each other.
-Transaction::Transaction(sqlite3 *db) : db_(db), result_(Execute(db, "BEGIN IMMEDIATE")) {}
-
 Transaction::~Transaction() {
   if (sqlite3_get_autocommit(db_) == 0) Execute(db_, "ROLLBACK");
 }
@@ -161,6 +135,13 @@ int Execute(sqlite3 *db, const char *sql) {
   return sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
 }
 
+bool BuildingPath(const char *path, char (&building)[PATH_MAX]) {
+  const int length = std::snprintf(building, sizeof building, "%s.%d", path, static_cast<int>(::getpid()));
+  if (length < 0 || length >= PATH_MAX) return false;
+  ::unlink(building);
+  return true;
+}
+
 int CreateStoreFile(const char *path, mode_t mode) {
   const int fd = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   if (fd < 0) return SQLITE_CANTOPEN;
@@ -171,15 +152,19 @@ int CreateStoreFile(const char *path, mode_t mode) {
   return result;
 }
 
-int OpenStore(Database *db) {
-  char path[PATH_MAX];
-  if (!FixedStorePath(path)) return SQLITE_CANTOPEN;
-  int result = SQLITE_OK;
-  if (::access(path, F_OK) != 0 && errno == ENOENT) result = CreateStore(path);
-  if (result == SQLITE_OK) result = OpenFile(path, db);
-  if (result == SQLITE_OK) result = CheckVersion(db->get());
-  if (result == SQLITE_OK) result = Execute(db->get(), "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
+int OpenFile(const char *path, Database *db) {
+  sqlite3 *opened = nullptr;
+  const int result = sqlite3_open_v2(path, &opened, SQLITE_OPEN_READWRITE, nullptr);
+  db->reset(opened);
+  if (result == SQLITE_OK) sqlite3_busy_timeout(opened, kBusyTimeoutMs);
   return result;
+}
+
+int CheckVersion(sqlite3 *db, const char *pragma) {
+  Statement version(db, pragma);
+  const int result = version.Find();
+  if (result != SQLITE_OK) return result;
+  return version.Number(0) == kStoreVersion ? SQLITE_OK : SQLITE_NOTADB;
 }
 
 uint32_t Conclude(const char *path, sqlite3 *db, int result) {
@@ -205,8 +190,8 @@ sqlite3 *StoreUse::db() const {
   return storeConnection;
 }
 
-uint32_t StoreUse::Conclude(int result) {
-  const uint32_t status = platform::Conclude(ZOR_STORE_PATH, storeConnection, result);
+uint32_t StoreUse::Conclude(const char *path, int result) {
+  const uint32_t status = platform::Conclude(path, storeConnection, result);
   if (status == ZOR_STORE_E_IO || result_ != SQLITE_OK) CloseConnection();
   return status;
 }

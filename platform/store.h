@@ -12,7 +12,10 @@
 
 #include <sqlite3.h>
 #include <sys/types.h>
+#include <zor/platform/config.h>
+#include <zor/platform/config_file.h>
 
+#include <climits>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -27,9 +30,25 @@ using Database = std::unique_ptr<sqlite3, DatabaseCloser>;
 // What functions that work on a database return: a result code of SQLite, or this.
 constexpr int kNotFound = SQLITE_NOTFOUND;
 
-constexpr int kStoreVersion = 1;
-// The tables as they must stand in every store file, ended by null.
-extern const char *const kTables[];
+struct Table {
+  const char *name;
+  uint32_t part;  // of the store, ZOR_STORE_CONFIGURATION or ZOR_STORE_APPDATA
+  const char *sql;
+};
+
+// SQLite keeps these texts as they are written here, and files that come from elsewhere are compared with them.
+constexpr Table kTables[] = {
+    {"parameters", ZOR_STORE_CONFIGURATION,
+     "CREATE TABLE parameters (id INTEGER NOT NULL, instance INTEGER NOT NULL, value BLOB NOT NULL,"
+     " PRIMARY KEY (id, instance)) STRICT, WITHOUT ROWID"},
+    {"objects", ZOR_STORE_CONFIGURATION,
+     "CREATE TABLE objects (class INTEGER NOT NULL, instance INTEGER NOT NULL,"
+     " PRIMARY KEY (class, instance)) STRICT, WITHOUT ROWID"},
+    {"object_values", ZOR_STORE_CONFIGURATION,
+     "CREATE TABLE object_values (class INTEGER NOT NULL, instance INTEGER NOT NULL, name TEXT NOT NULL,"
+     " value TEXT NOT NULL, PRIMARY KEY (class, instance, name)) STRICT, WITHOUT ROWID"},
+    {"app_data", ZOR_STORE_APPDATA, "CREATE TABLE app_data (item INTEGER PRIMARY KEY, value BLOB NOT NULL) STRICT"},
+};
 
 // One prepared statement. The first failure sticks and is what the later steps return.
 class Statement {
@@ -66,10 +85,13 @@ class Statement {
   int result_;
 };
 
-// A write transaction; rolled back unless it is committed.
+int Execute(sqlite3 *db, const char *sql);
+
+// A transaction; rolled back unless it is committed. It locks the store for writing at once, by default: two processes
+// that read first and write then would wait for each other.
 class Transaction {
  public:
-  explicit Transaction(sqlite3 *db);
+  explicit Transaction(sqlite3 *db, const char *begin = "BEGIN IMMEDIATE") : db_(db), result_(Execute(db, begin)) {}
   Transaction(const Transaction &) = delete;
   Transaction &operator=(const Transaction &) = delete;
   ~Transaction();
@@ -84,13 +106,18 @@ class Transaction {
   int result_;
 };
 
-int Execute(sqlite3 *db, const char *sql);
+// A name beside the path, for a file that is not ready to bear its own; what a dead process left there is removed.
+// False when it is too long.
+bool BuildingPath(const char *path, char (&building)[PATH_MAX]);
 
 // Makes a new, empty store file of that name, which must be free.
 int CreateStoreFile(const char *path, mode_t mode);
 
-// Opens a connection of its own to the store, which is made first when there is none.
-int OpenStore(Database *db);
+// Opens an existing file.
+int OpenFile(const char *path, Database *db);
+
+// Whether the version that the pragma reads is ours: SQLITE_NOTADB when it is not.
+int CheckVersion(sqlite3 *db, const char *pragma);
 
 // The status for a result; prints a line about the path when something is wrong with the file behind it.
 uint32_t Conclude(const char *path, sqlite3 *db, int result);
@@ -101,19 +128,20 @@ class StoreUse {
   StoreUse();
   sqlite3 *db() const;
   int result() const { return result_; }
-  // The status for the result. A connection that failed is closed: the next use may find a mended file.
-  uint32_t Conclude(int result);
+  // As the function, and closes a connection that failed: the next use may find a mended file.
+  uint32_t Conclude(const char *path, int result);
 
  private:
   std::lock_guard<std::mutex> guard_;
   int result_;
 };
 
-// Runs work(db), which returns a result, on the connection of this process.
+// Runs work(db), which returns a result, on the connection of this process. The path is what the work is about.
 template <typename Work>
-uint32_t UseStore(const Work &work) {
+uint32_t UseStore(const Work &work, const char *path = ZOR_STORE_PATH) {
   StoreUse use;
-  return use.Conclude(use.result() == SQLITE_OK ? work(use.db()) : use.result());
+  if (use.result() != SQLITE_OK) return use.Conclude(ZOR_STORE_PATH, use.result());
+  return use.Conclude(path, work(use.db()));
 }
 
 }  // namespace zor::platform

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -138,6 +139,16 @@ TEST(FixedPaths, ThatDoNotFitAreEmpty) {
   }
   EXPECT_EQ(ZOR_UTIL_FixedPath(nullptr, out, sizeof out), 0u);
   EXPECT_EQ(ZOR_UTIL_FixedPath("/x", out, 0), 0u);
+}
+
+TEST_F(Files, AreGivenToKnownAccountsOnly) {
+  ZOR_UTIL_WriteBufToFile(path_.c_str(), "x", 1);
+  const struct passwd *self = ::getpwuid(::getuid());
+  ASSERT_NE(self, nullptr);
+  EXPECT_EQ(ZOR_UTIL_ChangeFileUGid(path_.c_str(), self->pw_name), ZOR_FILE_OK);
+  EXPECT_EQ(ZOR_UTIL_ChangeFileUGid(path_.c_str(), "nobody knows"), ZOR_FILE_E_NO_ACCOUNT);
+  EXPECT_EQ(ZOR_UTIL_ChangeFileUGid((path_ + "x").c_str(), self->pw_name), ZOR_FILE_E_IO);
+  EXPECT_EQ(ZOR_UTIL_ChangeFileUGid(nullptr, "root"), ZOR_FILE_E_ARGUMENT);
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ typedef struct ZOR_CFM_VALUE {
   char *value;
 } ZOR_CFM_VALUE;
 
-/* An instance of a class of objects, with its values in the order of their names. All of it is on the heap. */
+/* An instance of a class of objects with its values. All of it is on the heap. */
 typedef struct ZOR_CFM_OBJ {
   uint32_t objectClass;
   uint32_t instance;

@@ -1,0 +1,183 @@
+// A file is attached to a connection under the name "file", so that one transaction reads here and writes there.
+#include <zor/platform/config.h>
+#include <zor/platform/config_file.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "store.h"
+
+namespace zor::platform {
+namespace {
+
+constexpr mode_t kFileMode = 0600;
+constexpr size_t kSqlSize = 128;
+
+class Attached {
+ public:
+  Attached(sqlite3 *db, const char *path) : db_(db) {
+    Statement attach(db, "ATTACH ? AS file");
+    result_ = attach.Bind(path).Run();
+  }
+  Attached(const Attached &) = delete;
+  Attached &operator=(const Attached &) = delete;
+  ~Attached() {
+    if (result_ == SQLITE_OK) Execute(db_, "DETACH file");
+  }
+  int result() const { return result_; }
+
+ private:
+  sqlite3 *db_;
+  int result_;
+};
+
+bool ArePartsValid(uint32_t parts) {
+  return parts != 0 && (parts & ~ZOR_STORE_ALL) == 0;
+}
+
+// SQLite would open anything, and make what is missing.
+int FindFile(const char *path) {
+  struct stat status = {};
+  if (::stat(path, &status) != 0) return errno == ENOENT ? kNotFound : SQLITE_CANTOPEN;
+  return S_ISREG(status.st_mode) ? SQLITE_OK : SQLITE_CANTOPEN;
+}
+
+// Runs a statement once for each table of the parts; each "%s" of it becomes the table's name.
+int ForEachTable(sqlite3 *db, uint32_t parts, const char *format) {
+  int result = SQLITE_OK;
+  for (const Table &table : kTables) {
+    if ((table.part & parts) == 0 || result != SQLITE_OK) continue;
+    char sql[kSqlSize];
+    sqlite3_snprintf(sizeof sql, sql, format, table.name, table.name);
+    result = Execute(db, sql);
+  }
+  return result;
+}
+
+bool IsOurTable(const char *sql) {
+  for (const Table &table : kTables) {
+    if (sql != nullptr && std::strcmp(sql, table.sql) == 0) return true;
+  }
+  return false;
+}
+
+// Exactly our tables and nothing beside them: a view or a trigger of a file from elsewhere would run in here.
+int CheckTables(sqlite3 *db) {
+  Statement query(db, "SELECT sql FROM file.sqlite_schema");
+  size_t count = 0;
+  int result = query.Find();
+  for (; result == SQLITE_OK; result = query.Find()) {
+    if (!IsOurTable(query.Text(0))) return SQLITE_NOTADB;
+    ++count;
+  }
+  if (result != kNotFound) return result;
+  return count == std::size(kTables) ? SQLITE_OK : SQLITE_NOTADB;
+}
+
+int CheckAttached(sqlite3 *db) {
+  int result = CheckVersion(db, "PRAGMA file.user_version");
+  if (result == SQLITE_OK) result = CheckTables(db);
+  if (result != SQLITE_OK) return result;
+  Statement check(db, "PRAGMA file.integrity_check(1)");
+  result = check.Find();
+  if (result != SQLITE_OK) return result;
+  return std::strcmp(check.Text(0), "ok") == 0 ? SQLITE_OK : SQLITE_CORRUPT;
+}
+
+int CheckFile(const char *path) {
+  int result = FindFile(path);
+  if (result != SQLITE_OK) return result;
+  Database db;
+  result = OpenFile(":memory:", &db);
+  if (result != SQLITE_OK) return result;
+  const Attached file(db.get(), path);
+  return file.result() == SQLITE_OK ? CheckAttached(db.get()) : file.result();
+}
+
+int CopyToFile(sqlite3 *db, const char *path, uint32_t parts) {
+  const Attached file(db, path);
+  if (file.result() != SQLITE_OK) return file.result();
+  Transaction transaction(db, "BEGIN");
+  int result = transaction.result();
+  if (result == SQLITE_OK) result = ForEachTable(db, parts, "INSERT INTO file.%s SELECT * FROM main.%s");
+  return transaction.End(result);
+}
+
+// The store is written first, so that the transaction locks it for writing, but the file only for reading.
+int CopyFromFile(sqlite3 *db, const char *path, uint32_t parts) {
+  const Attached file(db, path);
+  if (file.result() != SQLITE_OK) return file.result();
+  Transaction transaction(db, "BEGIN");
+  int result = transaction.result();
+  if (result == SQLITE_OK) result = ForEachTable(db, parts, "DELETE FROM main.%s");
+  if (result == SQLITE_OK) result = CheckAttached(db);
+  if (result == SQLITE_OK) result = ForEachTable(db, parts, "INSERT INTO main.%s SELECT * FROM file.%s");
+  return transaction.End(result);
+}
+
+// A new name is kept through a power cut once its directory is.
+int SyncDirectoryOf(const char *path) {
+  char directory[PATH_MAX];
+  const char *slash = std::strrchr(path, '/');
+  const int length = slash == nullptr ? 0 : static_cast<int>(slash - path) + 1;
+  std::snprintf(directory, sizeof directory, "%.*s.", length, path);
+  const int fd = ::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return SQLITE_IOERR;
+  const bool synced = ::fsync(fd) == 0;
+  ::close(fd);
+  return synced ? SQLITE_OK : SQLITE_IOERR;
+}
+
+int WriteNewFile(sqlite3 *db, const char *path, uint32_t parts) {
+  char building[PATH_MAX];
+  if (!BuildingPath(path, building)) return SQLITE_CANTOPEN;
+  int result = CreateStoreFile(building, kFileMode);
+  if (result == SQLITE_OK) result = CopyToFile(db, building, parts);
+  if (result == SQLITE_OK && ::rename(building, path) != 0) result = SQLITE_IOERR;
+  if (result == SQLITE_OK) return SyncDirectoryOf(path);
+  ::unlink(building);
+  return result;
+}
+
+int WriteFile(sqlite3 *db, const char *path, uint32_t parts) {
+  const int existing = CheckFile(path);
+  return existing == SQLITE_OK || existing == kNotFound ? WriteNewFile(db, path, parts) : existing;
+}
+
+int ReadFile(sqlite3 *db, const char *path, uint32_t parts) {
+  const int existing = FindFile(path);
+  return existing == SQLITE_OK ? CopyFromFile(db, path, parts) : existing;
+}
+
+}  // namespace
+}  // namespace zor::platform
+
+uint32_t ZOR_STORE_WriteFile(const char *path, uint32_t parts) {
+  if (path == nullptr || !zor::platform::ArePartsValid(parts)) return ZOR_STORE_E_ARGUMENT;
+  return zor::platform::UseStore([&](sqlite3 *db) { return zor::platform::WriteFile(db, path, parts); }, path);
+}
+
+uint32_t ZOR_STORE_ReadFile(const char *path, uint32_t parts) {
+  if (path == nullptr || !zor::platform::ArePartsValid(parts)) return ZOR_STORE_E_ARGUMENT;
+  return zor::platform::UseStore([&](sqlite3 *db) { return zor::platform::ReadFile(db, path, parts); }, path);
+}
+
+uint32_t ZOR_STORE_CheckFile(const char *path) {
+  if (path == nullptr) return ZOR_STORE_E_ARGUMENT;
+  return zor::platform::Conclude(path, nullptr, zor::platform::CheckFile(path));
+}
+
+uint32_t ZOR_STORE_Clear(uint32_t parts) {
+  if (!zor::platform::ArePartsValid(parts)) return ZOR_STORE_E_ARGUMENT;
+  return zor::platform::UseStore([&](sqlite3 *db) {
+    zor::platform::Transaction transaction(db);
+    const int begun = transaction.result();
+    return transaction.End(begun == SQLITE_OK ? zor::platform::ForEachTable(db, parts, "DELETE FROM main.%s") : begun);
+  });
+}
