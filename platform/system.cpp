@@ -19,6 +19,10 @@ const char *ZOR_UTIL_GetCurrUTCTimeStamp(void) {
   return text;
 }
 
+uint16_t ZOR_UTIL_GetGlobalConfigId(void) {
+  return 0;  // a plain host has no global configuration
+}
+
 // The saved user id keeps what was given up, so both directions are a change of the effective id only.
 uint32_t ZOR_UTIL_UpRootPrivileges(void) {
   return ::seteuid(0) == 0 ? 0 : 1;
