@@ -3,6 +3,7 @@
 // built-in rule that wants it.
 #include <zor/msg_dispatch.h>
 
+#include <zor/event.h>
 #include <zor/msg_bus.h>
 #include <zor/sockbase.h>
 #include <zor/trace.h>
@@ -26,7 +27,13 @@ struct BuiltInRule {
   void (*act)(ZOR_MSG_HEAD &msg);
 };
 
+bool IsEvent(const ZOR_MSG_HEAD &msg) {
+  const std::uint32_t type = msg.type & ZOR_MSG_TYPE_MASK;
+  return type >= ZOR_MSG_EVENT_FIRST && type <= ZOR_MSG_EVENT_LAST;
+}
+
 constexpr std::array kBuiltInRules = {
+    BuiltInRule{IsEvent, [](ZOR_MSG_HEAD &msg) { ZOR_Evt_SubMsgProc(&msg); }},
     BuiltInRule{IsSafeExitRequest, SafeExit},
 };
 

@@ -1,0 +1,74 @@
+// Subscriptions of this process and the way of a received event to them.
+#include <zor/event.h>
+#include <zor/msg_build.h>
+#include <zor/status.h>
+
+#include <cstdio>
+
+#include "base/alloc.h"
+#include "base/list.h"
+
+namespace zor {
+namespace {
+
+struct Subscription {
+  Subscription *next;
+  std::uint32_t type;
+  ZOR_EVT_CALLBACK callback;
+};
+
+Subscription *subscriptions = nullptr;
+ZOR_EVT_CALLBACK allEventsCallback = nullptr;
+
+void Call(ZOR_EVT_CALLBACK callback, std::uint32_t type, const char *body, std::uint32_t bodyLength) {
+  const std::uint32_t status = callback(type, body, bodyLength);
+  if (status != ZOR_OK) std::printf("Do Event CallBack Error %x", status);
+}
+
+void RunCallbacks(std::uint32_t type, const char *body, std::uint32_t bodyLength) {
+  // Entries are only ever appended: counting first leaves out those that the callbacks add.
+  std::uint32_t left = ZOR_UTIL_ListGetCount(&subscriptions);
+  for (const Subscription *entry = subscriptions; left != 0; --left, entry = entry->next) {
+    if (entry->type == type) Call(entry->callback, type, body, bodyLength);
+  }
+  if (allEventsCallback != nullptr) Call(allEventsCallback, type, body, bodyLength);
+}
+
+bool IsJsonType(std::uint32_t type) {
+  return type >= ZOR_EVT_JSON_FIRST && type <= ZOR_EVT_JSON_LAST;
+}
+
+}  // namespace
+}  // namespace zor
+
+uint32_t ZOR_EVT_SubscribeAllEvent(void) {
+  return ZOR_MSG_SendSimpleMsg(nullptr, ZOR_MSG_SUBSCRIBE_EVENT, ZOR_EVT_ALL);
+}
+
+uint32_t ZOR_EVT_SubscribeSingelEventCallBack(uint32_t type, ZOR_EVT_CALLBACK callback) {
+  if (type < ZOR_EVT_ALL || callback == nullptr) return ZOR_EVT_FAILED;
+  auto entry = zor::GuardedNew<zor::Subscription>();
+  if (entry == nullptr) return ZOR_EVT_FAILED;
+  entry->type = type;
+  entry->callback = callback;
+  zor::Append(zor::subscriptions, entry.release());
+  return ZOR_OK;
+}
+
+void ZOR_EVT_SubscribeAllEventCallBack(ZOR_EVT_CALLBACK callback) {
+  zor::allEventsCallback = callback;
+}
+
+void ZOR_Evt_SubMsgProc(ZOR_MSG_HEAD *msg) {
+  if (msg == nullptr) return;
+  if (zor::IsJsonType(msg->type)) {
+    void *body;
+    ZOR_EVT_GetEventBody(msg, &body);
+    return zor::RunCallbacks(msg->type, static_cast<const char *>(body), msg->bodyLength);
+  }
+  char *text = nullptr;
+  uint32_t length = 0;
+  if (ZOR_EVT_GetEventContent(msg, &text, &length) != ZOR_OK) return;
+  const zor::MallocPtr<char> owner(text);
+  zor::RunCallbacks(msg->type, text, length);
+}
