@@ -53,6 +53,7 @@ void Server::Turn() {
   for (const epoll_event &event : bus_.poll.Wait(TimeoutMs())) TakeEvent(event);
   ReadReady();
   LookAfterTime();
+  std::erase_if(ready_, [](const Client *client) { return client->ended; });
   bus_.Sweep();
 }
 
