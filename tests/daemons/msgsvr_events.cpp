@@ -79,10 +79,12 @@ TEST_F(MsgsvrTest, KeepsASubscriptionForAnotherDaemonAcrossItsRestarts) {
   const WireClient starter = Client("starter");
   Subscribe(starter, kEvent, NameBody("dyn"));
   for (int run = 0; run < 2; ++run) {
+    ASSERT_TRUE(WaitUntilGone(starter, "dyn"));
     const WireClient dyn = Client("dyn");
     Publish(starter, kEvent);
     EXPECT_EQ(dyn.Next().header.type, kEvent);
   }
+  ASSERT_TRUE(WaitUntilGone(starter, "dyn"));
   EXPECT_TRUE(starter.NothingArrived());
   WireClient dyn = Client("dyn");
   Unsubscribe(starter, kEvent, NameBody("dyn"));
@@ -101,8 +103,7 @@ TEST_F(MsgsvrTest, ForgetsWhatWasSubscribedForADaemonThatWasStopped) {
     starter.Send(MakeMessage(kType, "", "dyn"));
     EXPECT_EQ(dyn.Next().header.type, kType) << "until it leaves it stays reachable";
   }
-  const Message count = MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, NameBody("dyn"));
-  ASSERT_TRUE(WaitUntil([&] { return starter.Ask(count).header.data == 0; }));
+  ASSERT_TRUE(WaitUntilGone(starter, "dyn"));
   const WireClient dyn = Client("dyn");
   Publish(starter, kEvent);
   EXPECT_TRUE(dyn.NothingArrived());

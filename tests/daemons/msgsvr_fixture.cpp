@@ -15,6 +15,13 @@ const char *OtherServer() {
 
 }  // namespace
 
+MsgsvrTest::~MsgsvrTest() {
+  if (OtherServer() == nullptr || socketPath_.empty()) return;
+  for (const auto &entry : std::filesystem::directory_iterator(RealPath(ZOR_PATH_MSG_FILE_DIR))) {
+    std::filesystem::remove_all(entry.path());
+  }
+}
+
 void MsgsvrTest::Start(const std::string &settings) {
   if (const char *other = OtherServer()) {
     socketPath_ = other;
@@ -76,6 +83,11 @@ bool IsNotice(const Message &message, uint32_t type) {
 void Settle(const WireClient &client) {
   EXPECT_EQ(client.Ask(MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, NameBody("nobody"))).header.type,
             ZOR_MSG_GET_PROCESS_NUM);
+}
+
+bool WaitUntilGone(const WireClient &client, const std::string &name) {
+  const Message count = MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, NameBody(name));
+  return WaitUntil([&] { return client.Ask(count).header.data == 0; });
 }
 
 }  // namespace zor::test

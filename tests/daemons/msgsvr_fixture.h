@@ -20,6 +20,9 @@ inline constexpr uint32_t kType = 0x1234;  // of ordinary messages
 
 class MsgsvrTest : public testing::Test {
  protected:
+  // A server that outlives the test must not show the next one its files.
+  ~MsgsvrTest() override;
+
   // Starts the server and waits until it listens.
   void Start(const std::string &settings = "");
   // The same, but skips the test when another server is named; what the server logs is in LogText().
@@ -57,6 +60,9 @@ bool IsNotice(const Message &message, uint32_t type);
 
 // Waits until the server has handled everything that the client sent: its answer to a question says so.
 void Settle(const WireClient &client);
+
+// Waits until nobody bears the name any more; false after the deadline.
+bool WaitUntilGone(const WireClient &client, const std::string &name);
 
 }  // namespace zor::test
 

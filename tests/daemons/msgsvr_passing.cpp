@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -164,12 +165,16 @@ TEST_F(MsgsvrTest, FindsADescriptorFrameWhereverTheReceiveBufferEnds) {
       while (total - stream.size() > 2048)
         stream += MakeMessage(kType, "", "receiver", 0, std::string(984, 'b')).Bytes();
       stream += MakeMessage(kType, "", "receiver", 0, std::string(total - stream.size() - 40, 'b')).Bytes();
+      if (server_) server_->Signal(SIGSTOP);  // so that it finds all of it at once
       sender.Send(stream);
       sender.SendDescriptor(pipe.ends[1]);
+      sender.Send(MakeMessage(kType, "", "receiver", 1));
+      if (server_) server_->Signal(SIGCONT);
       EXPECT_EQ(receiver.Receive(stream.size()).size(), stream.size());
       const int descriptor = receiver.ReceiveDescriptor();
       EXPECT_GE(descriptor, 0) << total;
       ::close(descriptor);
+      EXPECT_EQ(receiver.Next().header.data, 1u) << "what follows is read too";
     }
   }
 }

@@ -91,6 +91,27 @@ TEST_F(MsgsvrTest, CutsOffAReaderThatHasStoppedAndSaysWhatItLost) {
   EXPECT_TRUE(LogHolds(" messages lost\n"));
 }
 
+TEST_F(MsgsvrTest, CutsOffAClientThatHasMoreToSayButDoesNotRead) {
+  StartOwn("queue_bytes = 20000\n");
+  if (IsSkipped()) return;
+  const WireClient sink = Client("sink");
+  const WireClient deaf = Client("deaf");
+  const WireClient sender = Client("sender");
+  Child reader = Child::Function([&] {
+    while (sink.ReceiveMessage(std::chrono::seconds(1))) continue;
+    return 0;
+  });
+  Child talker = Child::Function([&] {
+    std::string stream;
+    for (int i = 0; i < 200; ++i) stream += MakeMessage(kType, "", "sink", 0, std::string(1000, 'x')).Bytes();
+    while (::send(deaf.fd(), stream.data(), stream.size(), MSG_NOSIGNAL) > 0) continue;
+    return 0;
+  });
+  FloodUntilGone(sender, "deaf");
+  EXPECT_EQ(talker.Wait(), 0);
+  Settle(sender);
+}
+
 TEST_F(MsgsvrTest, RemovesTheFilesThatAStoppedReaderLeaves) {
   StartOwn("queue_bytes = 100000\n");
   if (IsSkipped()) return;
