@@ -16,7 +16,7 @@ const char kSettingsHelp[] =
     "Told to a daemon when it registers; NAME is a daemon's, or * for all others:\n"
     "  report.NAME = 0           seconds between the reports that it is to send, 0 for none\n"
     "  trace_output.NAME =       stdout, file, or ADDRESS:PORT\n"
-    "  trace_file_kib.NAME = 0   size limit of its trace file; 1024 and less leave the default of 1024\n"
+    "  trace_file_kib.NAME = 1024  size limit of its trace file; daemons ignore less\n"
     "  trace.NAME =              MODULE=LEVEL ..., the module all for the rest; levels: none fatal error\n"
     "                            warning info debug, or a number\n";
 
@@ -33,16 +33,16 @@ struct DefaultRoute {
 };
 
 constexpr auto kDefaultRoutes = std::to_array<DefaultRoute>({
-    {0x5001, 0x5001, "cms"},     // dynamic applications
-    {0x5009, 0x5009, "cms"},     // configuration
-    {0x500F, 0x500F, "cms"},     //
-    {0x5025, 0x502B, "cms"},     //
-    {0x5033, 0x5033, "cms"},     //
-    {0x5035, 0x5035, "cms"},     //
-    {0x503F, 0x5040, "cms"},     //
-    {0x504D, 0x504D, "cms"},     // dynamic applications
-    {0x26E00, 0x26E10, "cms"},   // device lists
-    {0x2CF01, 0x2CF05, "lctrl"}  // login control
+    {0x5001, 0x5001, "cms"},      // state of a dynamic application
+    {0x5009, 0x5009, "cms"},      // save the configuration
+    {0x500F, 0x500F, "cms"},      // restore the defaults
+    {0x5025, 0x502B, "cms"},      // export, import, check, clean; save and wait
+    {0x5033, 0x5033, "cms"},      // delete application data
+    {0x5035, 0x5035, "cms"},      // the user of an export
+    {0x503F, 0x5040, "cms"},      // save to the application store
+    {0x504D, 0x504D, "cms"},      // stop all dynamic applications
+    {0x26E00, 0x26E10, "cms"},    // device lists
+    {0x2CF01, 0x2CF05, "lctrl"},  // login control
 });
 
 struct LevelName {
@@ -148,8 +148,8 @@ AppName BusSettings::RouteOf(uint32_t type) const {
 
 BusSettings ReadSettings(daemon::Settings &settings) {
   BusSettings result{};
-  result.queueBytes = settings.Number("queue_bytes", 1048576, kMinQueueBytes, kMaxQueueBytes);
-  result.maxClients = settings.Number("max_clients", 256, 1, 65536);
+  result.queueBytes = static_cast<size_t>(settings.Number("queue_bytes", 1048576, kMinQueueBytes, kMaxQueueBytes));
+  result.maxClients = static_cast<size_t>(settings.Number("max_clients", 256, 1, 65536));
   result.tcp = settings.Text("tcp", "");
   ReadRoutes(settings, result);
   ReadPerDaemon(settings, "report.", result.reportSeconds, ParseSeconds);

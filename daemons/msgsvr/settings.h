@@ -25,16 +25,20 @@ struct Route {
 template <typename Value>
 class PerDaemon {
  public:
+  PerDaemon() = default;
+  explicit PerDaemon(Value fallback) : fallback_(std::move(fallback)) {}
+
   void Set(const std::string &daemon, Value value) { values_[daemon] = std::move(value); }
   Value Get(const AppName &daemon) const {
     auto found = values_.find(std::string(daemon.text()));
     if (found == values_.end()) found = values_.find("*");
-    return found == values_.end() ? Value() : found->second;
+    return found == values_.end() ? fallback_ : found->second;
   }
   bool empty() const { return values_.empty(); }
 
  private:
   std::map<std::string, Value> values_;
+  Value fallback_{};
 };
 
 struct TraceLevel {
@@ -49,7 +53,7 @@ struct BusSettings {
   std::vector<Route> routes;
   PerDaemon<uint32_t> reportSeconds;
   PerDaemon<std::string> traceOutput;
-  PerDaemon<uint64_t> traceFileKiB;
+  PerDaemon<uint64_t> traceFileKiB{1024};
   PerDaemon<std::vector<TraceLevel>> traceLevels;
 
   // The daemon that the type is routed to; the empty name when there is none.
