@@ -15,7 +15,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/msgapi-config.cmake ${CMAKE_CURRENT_BI
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/msgapi)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/msgapi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-foreach(server msgsvr notifyserver mlogserver)
+foreach(server msgsvr notifyserver mlogserver cms syslogd)
   if(TARGET ${server})
     install(TARGETS ${server} RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
   endif()

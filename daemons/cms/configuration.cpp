@@ -1,0 +1,110 @@
+#include "cms/configuration.h"
+
+#include <zor/platform/config.h>
+#include <zor/platform/config_file.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "common/paths.h"
+
+namespace zor::cms {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A path that somebody names: a whole one, that leads where it says. Empty when it is none.
+std::string OpenedPath(const std::string &path) {
+  const fs::path parts(path);
+  const bool climbs = std::find(parts.begin(), parts.end(), "..") != parts.end();
+  return path.starts_with('/') && !climbs ? daemon::FixedPath(path) : std::string();
+}
+
+uint32_t Write(const std::string &path, uint32_t parts) {
+  return path.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_WriteFile(path.c_str(), parts);
+}
+
+// Copies a store file; only another one makes way for it.
+uint32_t Copy(const std::string &from, const std::string &to) {
+  if (const uint32_t status = ZOR_STORE_CheckFile(from.c_str()); status != ZOR_STORE_OK) return status;
+  const uint32_t existing = ZOR_STORE_CheckFile(to.c_str());
+  if (existing != ZOR_STORE_OK && existing != ZOR_STORE_E_NOT_FOUND) return existing;
+  const std::string building = to + ".new";
+  std::error_code error;
+  fs::copy_file(from, building, fs::copy_options::overwrite_existing, error);
+  if (!error) fs::rename(building, to, error);
+  return error ? ZOR_STORE_E_IO : ZOR_STORE_OK;
+}
+
+uint32_t Read(const std::string &path, uint32_t parts) {
+  return path.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_ReadFile(path.c_str(), parts);
+}
+
+}  // namespace
+
+std::string Configuration::PathOf(const char *kind, uint32_t user) const {
+  return daemon::FixedPath(directory_ + "/" + kind + std::to_string(user) + ".db");
+}
+
+uint32_t Configuration::Save(uint32_t user) const {
+  return Write(PathOf("config_", user), ZOR_STORE_CONFIGURATION);
+}
+
+uint32_t Configuration::SaveWithAppData(uint32_t user) const {
+  return Write(PathOf("app_", user), ZOR_STORE_ALL);
+}
+
+uint32_t Configuration::SaveAppData() const {
+  return Write(daemon::FixedPath(directory_ + "/appdata.db"), ZOR_STORE_APPDATA);
+}
+
+uint32_t Configuration::RestoreFactory() const {
+  const uint32_t status = Read(daemon::FixedPath(factoryFile_), ZOR_STORE_CONFIGURATION);
+  return status == ZOR_STORE_E_NOT_FOUND ? ZOR_STORE_Clear(ZOR_STORE_CONFIGURATION) : status;
+}
+
+uint32_t Configuration::RestoreSaved(uint32_t user) const {
+  return Read(PathOf("config_", user), ZOR_STORE_CONFIGURATION);
+}
+
+uint32_t Configuration::Export(const std::string &path) const {
+  return Write(OpenedPath(path), ZOR_STORE_CONFIGURATION);
+}
+
+uint32_t Configuration::ExportSaved(uint32_t user, const std::string &path) const {
+  const std::string target = OpenedPath(path);
+  return target.empty() ? ZOR_STORE_E_ARGUMENT : Copy(PathOf("config_", user), target);
+}
+
+uint32_t Configuration::Import(const std::string &path) const {
+  return Read(OpenedPath(path), ZOR_STORE_CONFIGURATION);
+}
+
+uint32_t Configuration::Check(const std::string &path) const {
+  const std::string opened = OpenedPath(path);
+  return opened.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_CheckFile(opened.c_str());
+}
+
+uint32_t Configuration::Clean() const {
+  const uint32_t status = ZOR_STORE_Clear(ZOR_STORE_CONFIGURATION);
+  return status == ZOR_STORE_OK ? Forget({"config_", "app_"}) : status;
+}
+
+uint32_t Configuration::DeleteAppData() const {
+  const uint32_t status = ZOR_STORE_Clear(ZOR_STORE_APPDATA);
+  return status == ZOR_STORE_OK ? Forget({"appdata", "app_"}) : status;
+}
+
+uint32_t Configuration::Forget(std::initializer_list<std::string_view> kinds) const {
+  std::error_code error;
+  for (const auto &entry : fs::directory_iterator(daemon::FixedPath(directory_), error)) {
+    const std::string name = entry.path().filename().string();
+    const bool meant =
+        std::any_of(kinds.begin(), kinds.end(), [&](std::string_view kind) { return name.starts_with(kind); });
+    if (meant && !fs::remove(entry.path(), error) && error) break;
+  }
+  return error ? ZOR_STORE_E_IO : ZOR_STORE_OK;
+}
+
+}  // namespace zor::cms

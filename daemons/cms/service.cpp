@@ -1,0 +1,143 @@
+#include "cms/service.h"
+
+#include <zor/config_wire.h>
+#include <zor/platform/config.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace zor::cms {
+namespace {
+
+constexpr size_t kMostExportUsers = 64;
+
+struct Request {
+  uint32_t type;
+  bool answered;
+  uint32_t (Service::*apply)(const ZOR_MSG_HEAD &);
+  const char *name;
+};
+
+constexpr auto kRequests = std::to_array<Request>({
+    {ZOR_MSG_DYN_APP_UPDATE, false, &Service::Refuse, "update of a dynamic application"},
+    {ZOR_MSG_DB_SAVE, false, &Service::Save, "save"},
+    {ZOR_MSG_RESTORE_DEFAULT, false, &Service::Restore, "restore"},
+    {ZOR_MSG_EXPORT_CFG_FILE, true, &Service::ExportSaved, "export of what was saved"},
+    {ZOR_MSG_EXPORT_ENC_CFG_FILE, true, &Service::Export, "export"},
+    {ZOR_MSG_IMPORT_CFG_FILE, true, &Service::Import, "import"},
+    {ZOR_MSG_CHECK_CFG_FILE, true, &Service::Check, "check"},
+    {ZOR_MSG_CLEAN_CFG, true, &Service::Clean, "clean"},
+    {ZOR_MSG_APP_SAVE_SYNC, true, &Service::SaveAppData, "save of application data"},
+    {ZOR_MSG_DB_SAVE_SYNC, true, &Service::Save, "save"},
+    {ZOR_MSG_DEL_APPDATA, true, &Service::DeleteAppData, "deletion of application data"},
+    {ZOR_MSG_EXPORT_CFG_USER, false, &Service::NameExportUser, "user of an export"},
+    {ZOR_MSG_DB_SAVE_TO_APP, false, &Service::SaveWithAppData, "save with application data"},
+    {ZOR_MSG_DB_SAVE_TO_APP_SYNC, true, &Service::SaveWithAppData, "save with application data"},
+    {ZOR_MSG_KILL_ALL_DYN_APP, true, &Service::Refuse, "stop of the dynamic applications"},
+});
+
+// Handlers of the bus have no data of their own.
+Service *registered = nullptr;
+
+const char *BodyOf(const ZOR_MSG_HEAD &request) {
+  return reinterpret_cast<const char *>(&request + 1);
+}
+
+std::string SourceOf(const ZOR_MSG_HEAD &request) {
+  return {request.source, ::strnlen(request.source, sizeof request.source)};
+}
+
+// The path in a body; empty when the body is none.
+std::string PathOf(const ZOR_MSG_HEAD &request) {
+  const size_t length = ::strnlen(BodyOf(request), request.bodyLength);
+  const bool whole = length < request.bodyLength && length < ZOR_CFG_PATH_SIZE;
+  return whole ? std::string(BodyOf(request), length) : std::string();
+}
+
+}  // namespace
+
+uint32_t Service::Register() {
+  registered = this;
+  for (const Request &request : kRequests) {
+    const uint32_t status = ZOR_MSG_RegSyncMsgProc(request.type, OnRequest, 0, nullptr);
+    if (status != ZOR_OK) return status;
+  }
+  return ZOR_OK;
+}
+
+ZOR_MSG_HEAD *Service::OnRequest(ZOR_MSG_HEAD *message) {
+  const auto request =
+      std::find_if(kRequests.begin(), kRequests.end(), [&](const Request &each) { return each.type == message->type; });
+  if (request == kRequests.end()) return nullptr;
+  const uint32_t result = (registered->*request->apply)(*message);
+  if (result != 0) {
+    registered->problems_.Print("%s for %s: result 0x%x", request->name, SourceOf(*message).c_str(), result);
+  }
+  return request->answered ? ZOR_MSG_MsgResponseBuilder(message, result, nullptr, 0) : nullptr;
+}
+
+uint32_t Service::Save(const ZOR_MSG_HEAD &request) {
+  return configuration_.Save(request.data);
+}
+
+uint32_t Service::SaveWithAppData(const ZOR_MSG_HEAD &request) {
+  return configuration_.SaveWithAppData(request.data);
+}
+
+uint32_t Service::SaveAppData(const ZOR_MSG_HEAD &) {
+  return configuration_.SaveAppData();
+}
+
+uint32_t Service::Restore(const ZOR_MSG_HEAD &request) {
+  ZOR_CFG_RESTORE body;
+  if (request.bodyLength < sizeof body) return ZOR_STORE_E_ARGUMENT;
+  std::memcpy(&body, BodyOf(request), sizeof body);
+  switch (body.mode) {
+    case ZOR_CFG_RESTORE_FACTORY:
+      return configuration_.RestoreFactory();
+    case ZOR_CFG_RESTORE_SAVED:
+      return configuration_.RestoreSaved(body.user);
+    default:
+      return kUnsupported;
+  }
+}
+
+uint32_t Service::ExportSaved(const ZOR_MSG_HEAD &request) {
+  return configuration_.ExportSaved(request.data, PathOf(request));
+}
+
+uint32_t Service::NameExportUser(const ZOR_MSG_HEAD &request) {
+  // Those who name a user and never ask for the export must not fill the memory.
+  if (exportUsers_.size() >= kMostExportUsers) exportUsers_.clear();
+  exportUsers_[SourceOf(request)] = request.data;
+  return 0;
+}
+
+uint32_t Service::Export(const ZOR_MSG_HEAD &request) {
+  const auto named = exportUsers_.extract(SourceOf(request));
+  return named.empty() ? configuration_.Export(PathOf(request))
+                       : configuration_.ExportSaved(named.mapped(), PathOf(request));
+}
+
+uint32_t Service::Import(const ZOR_MSG_HEAD &request) {
+  return configuration_.Import(PathOf(request));
+}
+
+uint32_t Service::Check(const ZOR_MSG_HEAD &request) {
+  return configuration_.Check(PathOf(request));
+}
+
+uint32_t Service::Clean(const ZOR_MSG_HEAD &) {
+  return configuration_.Clean();
+}
+
+uint32_t Service::DeleteAppData(const ZOR_MSG_HEAD &) {
+  return configuration_.DeleteAppData();
+}
+
+uint32_t Service::Refuse(const ZOR_MSG_HEAD &) {
+  return kUnsupported;
+}
+
+}  // namespace zor::cms

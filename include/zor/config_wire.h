@@ -1,0 +1,43 @@
+/*
+ * Configuration requests as they travel on the bus, to no named destination: the message server knows who keeps the
+ * configuration. A body is nothing, a path (at most 255 characters and the NUL), or a record below. Answers carry a
+ * result in their data word, 0 for success, and no body.
+ */
+#ifndef ZOR_CONFIG_WIRE_H
+#define ZOR_CONFIG_WIRE_H
+
+#include <stdint.h>
+
+/* One-way: nothing is answered. */
+#define ZOR_MSG_DYN_APP_UPDATE UINT32_C(0x5001)  /* data word: new value; body: 12-byte application name */
+#define ZOR_MSG_DB_SAVE UINT32_C(0x5009)         /* data word: user */
+#define ZOR_MSG_RESTORE_DEFAULT UINT32_C(0x500F) /* body: ZOR_CFG_RESTORE */
+#define ZOR_MSG_EXPORT_CFG_USER UINT32_C(0x5035) /* data word: user of the sender's next encrypted export */
+#define ZOR_MSG_DB_SAVE_TO_APP UINT32_C(0x503F)  /* data word: user */
+
+/* Answered. */
+#define ZOR_MSG_EXPORT_CFG_FILE UINT32_C(0x5025)     /* body: path; data word: the caller's */
+#define ZOR_MSG_EXPORT_ENC_CFG_FILE UINT32_C(0x5026) /* body: path */
+#define ZOR_MSG_IMPORT_CFG_FILE UINT32_C(0x5027)     /* body: path */
+#define ZOR_MSG_CHECK_CFG_FILE UINT32_C(0x5028)      /* body: path */
+#define ZOR_MSG_CLEAN_CFG UINT32_C(0x5029)
+#define ZOR_MSG_APP_SAVE_SYNC UINT32_C(0x502A)
+#define ZOR_MSG_DB_SAVE_SYNC UINT32_C(0x502B)
+#define ZOR_MSG_DEL_APPDATA UINT32_C(0x5033)
+#define ZOR_MSG_DB_SAVE_TO_APP_SYNC UINT32_C(0x5040)
+#define ZOR_MSG_KILL_ALL_DYN_APP UINT32_C(0x504D)
+
+/* The size of a path with its NUL. */
+#define ZOR_CFG_PATH_SIZE 256
+
+/* Body of ZOR_MSG_RESTORE_DEFAULT, in the sender's byte order. */
+typedef struct ZOR_CFG_RESTORE {
+  uint32_t mode;
+  uint32_t user;
+} ZOR_CFG_RESTORE;
+
+/* Modes of the reference configuration daemon. */
+#define ZOR_CFG_RESTORE_FACTORY UINT32_C(0) /* what the device was delivered with */
+#define ZOR_CFG_RESTORE_SAVED UINT32_C(1)   /* what the user saved last */
+
+#endif

@@ -1,0 +1,209 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <zor/config_wire.h>
+#include <zor/platform/config.h>
+#include <zor/platform/config_file.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+
+#include "support/capture.h"
+#include "support/child.h"
+#include "support/temp_root.h"
+#include "support/wire_client.h"
+
+namespace {
+
+using testing::HasSubstr;
+using zor::test::Capture;
+using zor::test::Child;
+using zor::test::MakeMessage;
+using zor::test::Message;
+using zor::test::TempRoot;
+using zor::test::WaitUntil;
+using zor::test::WireClient;
+
+constexpr uint32_t kPara = 7;
+
+void SetPara(const std::string &value) {
+  EXPECT_EQ(ZOR_DBSetPara(kPara, 0, value.c_str(), static_cast<uint32_t>(value.size() + 1)), ZOR_STORE_OK);
+}
+
+std::string Para() {
+  char value[32] = "none";
+  ZOR_DBGetPara(kPara, 0, value, sizeof value - 1);
+  return value;
+}
+
+std::string Words(uint32_t first, uint32_t second) {
+  const ZOR_CFG_RESTORE words = {first, second};
+  return {reinterpret_cast<const char *>(&words), sizeof words};
+}
+
+std::string PathBody(const std::string &path) {
+  return path + '\0';
+}
+
+class Cms : public testing::Test {
+ protected:
+  Cms() : server_(Child::Program({MSGSVR_PROGRAM})), notifyServer_(Child::Program({NOTIFYSERVER})) {
+    EXPECT_TRUE(server_.WaitForOutput("listening") && notifyServer_.WaitForOutput("listening"));
+    StartCms();
+    client_.emplace(Connect("web"));
+  }
+  void StartCms() {
+    cms_.emplace(Child::Program({CMS_PROGRAM}));
+    ASSERT_TRUE(cms_->WaitForOutput("cms: on the bus\n")) << errors_.Text();
+  }
+  WireClient Connect(const std::string &name) {
+    WireClient client = WireClient::Connect(root_.Path("/var/msgsvr"));
+    client.Register(name);
+    return client;
+  }
+  // The result of a request; checks that the answer has the request's type and no body.
+  uint32_t Ask(uint32_t type, const std::string &body = {}, uint32_t data = 0) {
+    const Message answer = client_->Ask(MakeMessage(type, "", "", data, body));
+    EXPECT_EQ(answer.header.type, type);
+    EXPECT_EQ(answer.body, "");
+    return answer.header.data;
+  }
+  // Sends what is not answered, then waits until it is done: the daemon does one thing after another.
+  void Tell(uint32_t type, uint32_t data = 0, const std::string &body = {}) {
+    client_->Send(MakeMessage(type, "", "", data, body));
+    Ask(ZOR_MSG_KILL_ALL_DYN_APP);
+  }
+
+  TempRoot root_;
+  Capture errors_{2};
+  Child server_;
+  Child notifyServer_;
+  std::optional<Child> cms_;
+  std::optional<WireClient> client_;
+};
+
+TEST_F(Cms, RestoresWhatEachUserSavedAndTheFactorysConfiguration) {
+  SetPara("nobody's");
+  EXPECT_EQ(Ask(ZOR_MSG_DB_SAVE_SYNC), 0u);
+  SetPara("third's");
+  Tell(ZOR_MSG_DB_SAVE, 3);
+  SetPara("changed");
+  Tell(ZOR_MSG_RESTORE_DEFAULT, 0, Words(ZOR_CFG_RESTORE_SAVED, 0));
+  EXPECT_EQ(Para(), "nobody's");
+  Tell(ZOR_MSG_RESTORE_DEFAULT, 0, Words(ZOR_CFG_RESTORE_SAVED, 3));
+  EXPECT_EQ(Para(), "third's");
+  Tell(ZOR_MSG_RESTORE_DEFAULT, 0, Words(ZOR_CFG_RESTORE_SAVED, 4));
+  Tell(ZOR_MSG_RESTORE_DEFAULT, 0, Words(2, 0));
+  Tell(ZOR_MSG_RESTORE_DEFAULT, 0, "short");
+  EXPECT_EQ(Para(), "third's");
+  EXPECT_THAT(errors_.Text(), HasSubstr("cms: restore for web: result 0x10002\ncms: stop of"));
+  EXPECT_THAT(errors_.Text(), HasSubstr("cms: restore for web: result 0x1\n"));
+  Tell(ZOR_MSG_RESTORE_DEFAULT, 0, Words(ZOR_CFG_RESTORE_FACTORY, 3));
+  EXPECT_EQ(Para(), "none");
+  SetPara("delivered");
+  std::filesystem::create_directories(root_.Path("/etc/zor"));
+  ASSERT_EQ(ZOR_STORE_WriteFile(root_.Path("/etc/zor/factory.db").c_str(), ZOR_STORE_ALL), ZOR_STORE_OK);
+  SetPara("changed");
+  Tell(ZOR_MSG_RESTORE_DEFAULT, 0, Words(ZOR_CFG_RESTORE_FACTORY, 0));
+  EXPECT_EQ(Para(), "delivered");
+}
+
+TEST_F(Cms, ExportsAndImportsFilesThatOthersName) {
+  SetPara("third's");
+  Tell(ZOR_MSG_DB_SAVE, 3);
+  SetPara("now");
+  EXPECT_EQ(Ask(ZOR_MSG_EXPORT_ENC_CFG_FILE, PathBody("/now.cfg")), 0u);
+  // The user counts for one export of the same sender.
+  client_->Send(MakeMessage(ZOR_MSG_EXPORT_CFG_USER, "", "", 3));
+  Connect("other").Ask(MakeMessage(ZOR_MSG_EXPORT_ENC_CFG_FILE, "", "", 0, PathBody("/other.cfg")));
+  EXPECT_EQ(Ask(ZOR_MSG_EXPORT_ENC_CFG_FILE, PathBody("/third.cfg")), 0u);
+  EXPECT_EQ(Ask(ZOR_MSG_EXPORT_ENC_CFG_FILE, PathBody("/again.cfg")), 0u);
+  EXPECT_EQ(Ask(ZOR_MSG_EXPORT_CFG_FILE, PathBody("/flash.cfg"), 3), 0u);
+  EXPECT_EQ(Ask(ZOR_MSG_EXPORT_CFG_FILE, PathBody("/flash.cfg"), 4), ZOR_STORE_E_NOT_FOUND);
+  for (const auto &[file, value] : {std::pair{"/now.cfg", "now"},
+                                    {"/other.cfg", "now"},
+                                    {"/third.cfg", "third's"},
+                                    {"/again.cfg", "now"},
+                                    {"/flash.cfg", "third's"}}) {
+    SetPara("changed");
+    EXPECT_EQ(Ask(ZOR_MSG_CHECK_CFG_FILE, PathBody(file)), 0u) << file;
+    EXPECT_EQ(Ask(ZOR_MSG_IMPORT_CFG_FILE, PathBody(file)), 0u) << file;
+    EXPECT_EQ(Para(), value) << file;
+  }
+}
+
+TEST_F(Cms, RefusesPathsAndFilesThatAreNone) {
+  SetPara("kept");
+  Tell(ZOR_MSG_DB_SAVE, 0);
+  std::ofstream(root_.Path("/text")) << "precious";
+  const std::string bodies[] = {"",
+                                PathBody(""),
+                                "/unterminated",
+                                PathBody("relative"),
+                                PathBody("/var/../text"),
+                                PathBody("/text"),
+                                PathBody("/missing/file"),
+                                PathBody("/" + std::string(300, 'x'))};
+  for (const std::string &body : bodies) {
+    for (uint32_t type :
+         {ZOR_MSG_EXPORT_CFG_FILE, ZOR_MSG_EXPORT_ENC_CFG_FILE, ZOR_MSG_IMPORT_CFG_FILE, ZOR_MSG_CHECK_CFG_FILE}) {
+      EXPECT_NE(Ask(type, body), 0u) << std::hex << type << " " << body;
+    }
+  }
+  std::string text;
+  std::ifstream(root_.Path("/text")) >> text;
+  EXPECT_EQ(text, "precious");
+  EXPECT_EQ(Para(), "kept");
+}
+
+TEST_F(Cms, CleansConfigurationAndApplicationDataWithWhatWasSavedOfThem) {
+  SetPara("configuration");
+  ZOR_WriteAppDataFunc(1, "data", 5);
+  for (uint32_t type : {ZOR_MSG_DB_SAVE_SYNC, ZOR_MSG_APP_SAVE_SYNC, ZOR_MSG_DB_SAVE_TO_APP_SYNC}) {
+    EXPECT_EQ(Ask(type), 0u);
+  }
+  Tell(ZOR_MSG_DB_SAVE_TO_APP, 9);
+  const auto exists = [&](const char *name) { return std::filesystem::exists(root_.Path("/var/cfg/") + name); };
+  for (const char *name : {"config_0.db", "appdata.db", "app_0.db", "app_9.db"}) EXPECT_TRUE(exists(name)) << name;
+  EXPECT_EQ(Ask(ZOR_MSG_CLEAN_CFG), 0u);
+  EXPECT_EQ(Para(), "none");
+  EXPECT_FALSE(exists("config_0.db") || exists("app_9.db"));
+  uint32_t length = 0;
+  EXPECT_EQ(ZOR_GetAppDataLen(1, &length), ZOR_STORE_OK);
+  EXPECT_EQ(Ask(ZOR_MSG_DEL_APPDATA), 0u);
+  EXPECT_EQ(ZOR_GetAppDataLen(1, &length), ZOR_STORE_E_NOT_FOUND);
+  EXPECT_FALSE(exists("appdata.db"));
+  EXPECT_NE(Ask(ZOR_MSG_KILL_ALL_DYN_APP), 0u);
+}
+
+TEST_F(Cms, AnswersWithAStatusWhenTheStoreIsDamagedOrLockedAndRecovers) {
+  SetPara("saved");
+  EXPECT_EQ(Ask(ZOR_MSG_DB_SAVE_SYNC), 0u);
+  const std::string saved = root_.Path("/var/cfg/config_0.db");
+  std::filesystem::resize_file(saved, 1000);
+  EXPECT_EQ(Ask(ZOR_MSG_DB_SAVE_SYNC), ZOR_STORE_E_IO);
+  std::filesystem::remove(saved);
+  EXPECT_EQ(Ask(ZOR_MSG_DB_SAVE_SYNC), 0u);
+  sqlite3 *lock = nullptr;
+  sqlite3_open(root_.Path(ZOR_STORE_PATH).c_str(), &lock);
+  sqlite3_exec(lock, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+  EXPECT_EQ(Ask(ZOR_MSG_CLEAN_CFG), ZOR_STORE_E_BUSY);
+  sqlite3_close(lock);
+  EXPECT_EQ(Para(), "saved");
+  EXPECT_EQ(Ask(ZOR_MSG_CLEAN_CFG), 0u);
+}
+
+TEST_F(Cms, StopsWhenItIsToldAndFailsWhenTheBusEnds) {
+  cms_->Signal(SIGTERM);
+  EXPECT_EQ(cms_->Wait(), 0);
+  StartCms();
+  server_.Signal(SIGTERM);
+  EXPECT_EQ(cms_->Wait(), 1);
+  EXPECT_THAT(errors_.Text(), HasSubstr("cms: the bus is gone\n"));
+  EXPECT_EQ(Child::Program({CMS_PROGRAM}).Wait(), 1);
+}
+
+}  // namespace
