@@ -60,6 +60,7 @@ int main() {
   Requests();
   Transfers();
   Channels();
+  NamedData();
   Check(ZOR_MSG_SafeExitProcesses(PROVIDER) == ZOR_OK, "safe exit: " PROVIDER " has agreed to exit");
 
   ZOR_NOTIFYCLT_Destroy();

@@ -29,5 +29,6 @@ Message Ask(const Message &request, uint32_t *status = nullptr);
 void Requests();
 void Transfers();
 void Channels();
+void NamedData();
 
 #endif

@@ -1,6 +1,9 @@
 // A daemon that others talk to: it registers handlers, one for each kind of message, and runs the loop until somebody
 // asks it to exit.
+#include <cjson/cJSON.h>
 #include <unistd.h>
+#include <zor/dmmsg.h>
+#include <zor/event.h>
 #include <zor/msg.h>
 #include <zor/notifyclt.h>
 #include <zor/uv.h>
@@ -53,6 +56,36 @@ void OnPublish(ZOR_MSG_HEAD *msg) {
   ZOR_MSG_SendMsgData(nullptr, DEMO_EVENT, ZOR_MSG_GetMsgByHead(msg), msg->bodyLength);
 }
 
+// The library's own events: subscribers get JSON, whichever way they are published.
+void OnPublishBoth(ZOR_MSG_HEAD *) {
+  ZOR_EVT_PublishEvent(DEMO_ITEM_EVENT, "link", "port", "1");
+  cJSON *payload = cJSON_Parse("{\"hosts\":[2,3]}");
+  ZOR_EVT_PublishEventWithJson("network", "lease", DEMO_JSON_EVENT, payload);
+  cJSON_Delete(payload);
+}
+
+bool AsksFor(const ZOR_DMMSG_HEAD *request, const char *device) {
+  ZOR_DMMSG_ITEM item;
+  const void *next = nullptr;
+  return ZOR_DMMSG_GetSubType(request) == DEMO_GET_DEVICE && ZOR_DMMSG_GetItem(request, &item, &next) == ZOR_OK &&
+         item.valueLength == std::strlen(device) + 1 && std::memcmp(item.value, device, item.valueLength) == 0;
+}
+
+// Management request: answered with items, or with an error code.
+void OnManagement(ZOR_MSG_HEAD *msg) {
+  const auto *request = static_cast<const ZOR_DMMSG_HEAD *>(ZOR_MSG_GetMsgByHead(msg));
+  if (!AsksFor(request, "lamp")) {
+    ZOR_DMMSG_ReplyRetCode(request, DEMO_NO_DEVICE);
+    return;
+  }
+  ZOR_DMMSG_HEAD *answer = nullptr;
+  ZOR_DMMSG_Builder(&answer, "", DEMO_GET_DEVICE);
+  ZOR_DMMSG_AppendItem(&answer, 0, "state", "on", sizeof "on");
+  ZOR_DMMSG_AppendItem(&answer, 0, "level", "7", sizeof "7");
+  ZOR_DMMSG_Reply(request, 0, answer);
+  ZOR_DMMSG_Free(answer);
+}
+
 // The descriptor follows the message that announces it.
 void OnDescriptor(ZOR_MSG_HEAD *msg) {
   int fd = -1;
@@ -98,6 +131,8 @@ int main() {
   ZOR_MSG_RegMsgProc(DEMO_STEPS, OnFirstStep, 1, nullptr);
   ZOR_MSG_RegSyncMsgProc(DEMO_STEPS, OnSecondStep, 2, nullptr);
   ZOR_MSG_RegMsgProc(DEMO_PUBLISH, OnPublish, 0, nullptr);
+  ZOR_MSG_RegMsgProc(DEMO_PUBLISH_BOTH, OnPublishBoth, 0, nullptr);
+  ZOR_MSG_RegMsgProc(ZOR_MSG_DM, OnManagement, 0, nullptr);
   ZOR_MSG_RegMsgProc(DEMO_DESCRIPTOR, OnDescriptor, 0, nullptr);
   ZOR_MSG_RegSyncMsgProc(ZOR_MSG_SAFE_EXIT, OnExit, 0, nullptr);
   ZOR_MSG_RegRestfulProcsEx(DEMO_PATH, kLampPaths, "expand");
