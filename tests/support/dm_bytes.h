@@ -4,6 +4,8 @@
 
 #include <zor/dmmsg.h>
 
+#include <cstdint>
+#include <initializer_list>
 #include <string>
 
 namespace zor::test {
