@@ -91,7 +91,9 @@ ZOR_API uint32_t ZOR_LOG_API_Set_TypeLevel_Filter(uint32_t type, uint32_t level)
 /* Removes the records of a type. Does not wait. ZOR_LOG_FAILURE for type 0. */
 ZOR_API uint32_t ZOR_LOG_API_Clear_Log_By_Type(uint32_t type);
 
-/* Sets the remote servers. Texts may be null, and are cut: name to 31 characters, servers to 131. Does not wait. */
+/* Sets the remote servers: number1 is the port of server1, port that of server2, name what this system calls itself
+   there, number2 a word that is passed on. Texts may be null, and are cut: name to 31 characters, servers to 131. Does
+   not wait. */
 ZOR_API uint32_t ZOR_LOG_API_Set_RtoServer(const char *name, const char *server1, uint16_t number1, const char *server2,
                                            uint16_t port, uint32_t number2);
 

@@ -25,8 +25,9 @@ static_assert(kItems[kItemCount].index == 0 && kItems[kItemCount].typeLevel == 0
 
 // The position of an item; kItemCount when there is none.
 constexpr std::size_t Locate(std::uint32_t index) {
-  const auto row = std::ranges::find(kRows, index, &ZOR_LOG_ITEM::index);
-  return static_cast<std::size_t>(row - kRows.begin());
+  std::size_t at = 0;
+  while (at < kItemCount && kItems[at].index != index) ++at;
+  return at;
 }
 
 // Which of $0 to $9 a text contains, as bits.
