@@ -1,0 +1,66 @@
+#include "common/bus_daemon.h"
+
+#include <fcntl.h>
+#include <zor/msg.h>
+#include <zor/uv.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace zor::daemon {
+namespace {
+
+void OnSignal(UvIO *, uint32_t) {
+  ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
+}
+
+// The bus stops reading a socket whose server has gone, but tells nobody.
+bool IsServerThere() {
+  return g_stMsgCtx.watcher != nullptr && (g_stMsgCtx.watcher->io.events & UV_READABLE) != 0;
+}
+
+void OnIdle(UvIdle *, uint32_t) {
+  if (!IsServerThere()) ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
+}
+
+// The loop owns the record and the descriptor.
+bool WatchSignals(const StopSignal &stop) {
+  const int fd = ::fcntl(stop.fd(), F_DUPFD_CLOEXEC, 0);
+  auto *watcher = static_cast<UvIO *>(std::calloc(1, sizeof(UvIO)));
+  if (fd < 0 || watcher == nullptr || ZOR_UV_IOInit(nullptr, watcher, fd, OnSignal) != ZOR_OK) {
+    std::free(watcher);
+    return false;
+  }
+  return ZOR_UV_IOStart(watcher, UV_READABLE) == ZOR_OK;
+}
+
+}  // namespace
+
+ExitCode JoinBus(const char *name, ProblemLog &problems) {
+  ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
+  const uint32_t status = ZOR_MSG_Init(name);
+  if (status != ZOR_OK) {
+    problems.Print("no message server: status 0x%x", status);
+    return kExitFailure;
+  }
+  if (g_stMsgCtx.socketFd < 0) {  // a refusal is not reported otherwise
+    problems.Print("the message server refuses the name %s", name);
+    return kExitFailure;
+  }
+  std::printf("%s: on the bus as %s\n", problems.program().c_str(), name);
+  std::fflush(stdout);
+  return kExitOk;
+}
+
+ExitCode ServeBus(const StopSignal &stop, ProblemLog &problems) {
+  if (!WatchSignals(stop) || ZOR_UV_IdleStart(nullptr, OnIdle) == nullptr) {
+    problems.Print("the loop cannot be set up");
+    return kExitFailure;
+  }
+  const bool served = ZOR_MSG_GetAndDispatch() == ZOR_OK && IsServerThere();
+  if (!served) problems.Print("the message server has gone");
+  ZOR_MSG_Destroy();
+  return served ? kExitOk : kExitFailure;
+}
+
+}  // namespace zor::daemon

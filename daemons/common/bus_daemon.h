@@ -1,0 +1,23 @@
+// The life of a daemon that is a client of the bus: it joins, serves from the library's loop, and leaves. It also
+// leaves, with a failure, when the message server goes away: whoever supervises the daemons starts it again with the
+// server, and nobody takes a daemon for alive that nothing can reach.
+#ifndef COMMON_BUS_DAEMON_H
+#define COMMON_BUS_DAEMON_H
+
+#include "common/exit_code.h"
+#include "common/problem_log.h"
+#include "common/stop_signal.h"
+
+namespace zor::daemon {
+
+// Joins the bus under a name and says so on standard output. kExitFailure, with a line, when there is no server or it
+// refuses the name. Handlers may be registered before or after; they are called from ServeBus.
+ExitCode JoinBus(const char *name, ProblemLog &problems);
+
+// Dispatches messages to their handlers until a signal arrives (kExitOk) or the message server goes away or the loop
+// cannot run (kExitFailure, with a line), and leaves the bus.
+ExitCode ServeBus(const StopSignal &stop, ProblemLog &problems);
+
+}  // namespace zor::daemon
+
+#endif
