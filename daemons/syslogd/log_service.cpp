@@ -1,0 +1,158 @@
+#include "syslogd/log_service.h"
+
+#include <zor/platform/file.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "common/paths.h"
+
+namespace zor::syslogd {
+namespace {
+
+constexpr std::uint32_t kEverything = 0xffffffff;
+constexpr std::uint32_t kDone = 0;
+constexpr std::uint32_t kFailed = 1;
+constexpr std::uint32_t kQueryFailed = 0xffffffff;
+constexpr std::uint32_t kOwnLanguage = 0xffffffff;  // the selector of the system query
+constexpr char kFilter[] = "filter";
+constexpr char kServers[] = "servers";
+
+// Handlers have no place for an address of their own.
+LogService *g_service = nullptr;
+
+// The record in a run of bytes; none when they are not exactly one.
+template <class Record>
+std::optional<Record> From(const void *bytes, std::size_t size) {
+  Record record;
+  if (size != sizeof record) return std::nullopt;
+  std::memcpy(&record, bytes, sizeof record);
+  return record;
+}
+
+template <class Record>
+std::optional<Record> BodyOf(const ZOR_MSG_HEAD &msg) {
+  return From<Record>(&msg + 1, msg.bodyLength);
+}
+
+template <class Record>
+std::string BytesOf(const Record &record) {
+  return {reinterpret_cast<const char *>(&record), sizeof record};
+}
+
+}  // namespace
+
+const LogService::Request LogService::kRequests[] = {
+    {ZOR_LOG_MSG_RECORD, &LogService::Record},         {ZOR_LOG_MSG_RECORD_KERNEL, &LogService::Record},
+    {ZOR_LOG_MSG_SYSTEM_QUERY, &LogService::Query},    {ZOR_LOG_MSG_QUERY, &LogService::Query},
+    {ZOR_LOG_MSG_CLEAR, &LogService::Clear},           {ZOR_LOG_MSG_SET_FILTER, &LogService::SetFilter},
+    {ZOR_LOG_MSG_SET_SERVER, &LogService::SetServers}, {ZOR_LOG_MSG_FLUSH, &LogService::Flush},
+};
+
+LogService::LogService(Options options, LogStore &store, Forwarder &forwarder, daemon::ProblemLog &problems)
+    : options_(std::move(options)), store_(store), forwarder_(forwarder), problems_(problems) {
+  const std::string filter = store_.Setting(kFilter);
+  filter_ = From<std::uint32_t>(filter.data(), filter.size()).value_or(kEverything);
+  const std::string servers = store_.Setting(kServers);
+  forwarder_.SetServers(From<ZOR_LOG_SERVERS>(servers.data(), servers.size()).value_or(ZOR_LOG_SERVERS{}));
+}
+
+bool LogService::Register() {
+  g_service = this;
+  return std::ranges::all_of(kRequests, [](const Request &request) {
+    return ZOR_MSG_RegSyncMsgProc(request.type, &LogService::Serve, 0, nullptr) == ZOR_OK;
+  });
+}
+
+ZOR_MSG_HEAD *LogService::Serve(ZOR_MSG_HEAD *msg) {
+  const auto *request = std::ranges::find(kRequests, msg->type, &Request::type);
+  if (request == std::end(kRequests)) return nullptr;
+  const Answer answer = (g_service->*request->serve)(*msg);
+  return answer ? ZOR_MSG_MsgResponseBuilder(msg, *answer, nullptr, 0) : nullptr;
+}
+
+LogService::Answer LogService::Record(const ZOR_MSG_HEAD &msg) {
+  const bool fromKernel = msg.type == ZOR_LOG_MSG_RECORD_KERNEL;
+  const auto wire = BodyOf<ZOR_LOG_RECORD>(msg);
+  const auto record = wire ? ParseRecord(*wire, fromKernel) : std::nullopt;
+  if (!record) ReportMalformed(msg);
+  const bool waits = wire && !fromKernel && (wire->index & ZOR_LOG_SYNC_FLAG) != 0;
+  bool kept = record && Keep(*record);
+  // Whoever waits for a record is about to restart the device or to pull the plug.
+  if (waits) kept = store_.Commit() && kept;
+  return waits ? Answer(kept ? kDone : kFailed) : std::nullopt;
+}
+
+bool LogService::Keep(const LogRecord &record) {
+  const std::uint32_t passed = record.typeLevel & filter_;
+  if ((passed & ZOR_LOG_LEVEL_MASK) == 0 || passed >> ZOR_LOG_TYPE_SHIFT == 0) return true;  // not wanted: no failure
+  if (options_.verbose) {
+    std::puts(RenderLine(record, options_.language).c_str());
+    std::fflush(stdout);
+  }
+  forwarder_.Forward(record);
+  return store_.Append(record);
+}
+
+LogService::Answer LogService::Query(const ZOR_MSG_HEAD &msg) {
+  const auto query = BodyOf<ZOR_LOG_QUERY>(msg);
+  const std::string path = query ? ResultPath(*query) : std::string();
+  if (path.empty()) {
+    ReportMalformed(msg);
+    return kQueryFailed;
+  }
+  const auto records = store_.Read(query->typeLevel, query->count);
+  if (!records) return kQueryFailed;
+  const std::uint32_t language = query->selector == kOwnLanguage ? options_.language : query->selector;
+  std::string lines;
+  for (const LogRecord &record : *records) lines += RenderLine(record, language) + '\n';
+  if (ZOR_UTIL_WriteBufToFile(path.c_str(), lines.data(), static_cast<std::uint32_t>(lines.size())) != ZOR_FILE_OK) {
+    problems_.PrintErrno("%s", path.c_str());
+    return kQueryFailed;
+  }
+  return static_cast<std::uint32_t>(records->size());
+}
+
+// Directly in its directory and nowhere else: anybody on the bus may ask, and the daemon may write more than they.
+std::string LogService::ResultPath(const ZOR_LOG_QUERY &query) const {
+  const std::string path(query.text, ::strnlen(query.text, sizeof query.text));
+  const std::string directory = options_.queryDirectory + "/";
+  if (path.size() == sizeof query.text || !path.starts_with(directory)) return {};
+  const std::string name = path.substr(directory.size());
+  if (name.empty() || name == "." || name == ".." || name.find('/') != name.npos) return {};
+  return daemon::FixedPath(path);
+}
+
+LogService::Answer LogService::Clear(const ZOR_MSG_HEAD &msg) {
+  store_.Clear(msg.data >> ZOR_LOG_TYPE_SHIFT);
+  return std::nullopt;
+}
+
+LogService::Answer LogService::SetFilter(const ZOR_MSG_HEAD &msg) {
+  filter_ = msg.data;
+  store_.SetSetting(kFilter, BytesOf(filter_));
+  return std::nullopt;
+}
+
+LogService::Answer LogService::SetServers(const ZOR_MSG_HEAD &msg) {
+  const auto servers = BodyOf<ZOR_LOG_SERVERS>(msg);
+  if (!servers) {
+    ReportMalformed(msg);
+    return std::nullopt;
+  }
+  forwarder_.SetServers(*servers);
+  store_.SetSetting(kServers, BytesOf(*servers));
+  return std::nullopt;
+}
+
+LogService::Answer LogService::Flush(const ZOR_MSG_HEAD &) {
+  return store_.Commit() ? kDone : kFailed;
+}
+
+void LogService::ReportMalformed(const ZOR_MSG_HEAD &msg) {
+  problems_.Print("request 0x%x of %u bytes from \"%.12s\" makes no sense", msg.type, msg.bodyLength, msg.source);
+}
+
+}  // namespace zor::syslogd

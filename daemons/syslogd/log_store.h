@@ -1,0 +1,65 @@
+// The log on disk: one SQLite file, which the sqlite3 shell reads while the daemon runs.
+//
+// Records gather in an open transaction, because each commit costs a write to flash. Commit brings them to the medium:
+// the daemon calls it when it is asked to flush, at intervals, and before it answers a sender that waits; the store
+// itself does so after 64 records. What is not committed when power fails is lost, and so is what a full medium
+// refuses; each failure is reported. A file that is no database is set aside, so that a damaged log never stops the
+// daemon.
+#ifndef SYSLOGD_LOG_STORE_H
+#define SYSLOGD_LOG_STORE_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/problem_log.h"
+#include "syslogd/log_record.h"
+
+struct sqlite3;
+
+namespace zor::syslogd {
+
+class LogStore {
+ public:
+  // Keeps the newest maxRecords.
+  LogStore(std::uint32_t maxRecords, daemon::ProblemLog &problems) : maxRecords_(maxRecords), problems_(problems) {}
+  LogStore(const LogStore &) = delete;
+  LogStore &operator=(const LogStore &) = delete;
+  ~LogStore() { Commit(); }
+
+  // Opens the file, which is made when there is none. Each of these is false, with a line, when SQLite refuses.
+  bool Open(const std::string &path);
+  bool Append(const LogRecord &record);
+  bool Commit();
+  // Removes the records of these types.
+  bool Clear(std::uint32_t types);
+
+  // The newest records, at most count of them (0: all), that have one of the code's types and one of its levels; oldest
+  // first. None when they cannot be read.
+  std::optional<std::vector<LogRecord>> Read(std::uint32_t typeLevel, std::uint32_t count);
+
+  // What the daemon was told to do survives its restart. The value of a name; empty when there is none.
+  std::string Setting(const char *name);
+  bool SetSetting(const char *name, const std::string &value);
+
+ private:
+  struct Closer {
+    void operator()(sqlite3 *database) const;
+  };
+
+  bool OpenFile(const std::string &path);
+  bool Run(const char *sql);
+  bool Begin();
+  bool Report(const char *what);
+
+  std::uint32_t maxRecords_;
+  daemon::ProblemLog &problems_;
+  std::unique_ptr<sqlite3, Closer> database_;
+  std::uint32_t uncommitted_ = 0;
+};
+
+}  // namespace zor::syslogd
+
+#endif
