@@ -57,14 +57,6 @@ TEST(OutputQueue, KeepsEveryByteInOrderAcrossAFullSocket) {
   EXPECT_EQ(queue.bytes(), 0u);
 }
 
-TEST(OutputQueue, SendsOnlyTheRestOfAMessageThatHasBegun) {
-  Pair pair;
-  OutputQueue queue(1000);
-  ASSERT_TRUE(queue.Push(Bytes("abcdef"), 4));
-  EXPECT_EQ(queue.Flush(pair.writer.get()), OutputQueue::State::kDrained);
-  EXPECT_EQ(pair.ReadAll(), "ef");
-}
-
 TEST(OutputQueue, RefusesWhatDoesNotFitAndKeepsTheRest) {
   OutputQueue queue(1000);
   const std::string message(400, 'x');
@@ -104,14 +96,6 @@ TEST(OutputQueue, RefusesMoreDescriptorsThanItsShare) {
     ASSERT_TRUE(queue.Push(Bytes("fd"), 0, Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC))));
   }
   EXPECT_FALSE(queue.Push(Bytes("fd"), 0, Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC))));
-}
-
-TEST(OutputQueue, ReportsAPeerThatHasGone) {
-  Pair pair;
-  OutputQueue queue(1000);
-  ASSERT_TRUE(queue.Push(Bytes("lost")));
-  pair.reader.reset();
-  EXPECT_EQ(queue.Flush(pair.writer.get()), OutputQueue::State::kBroken);
 }
 
 }  // namespace

@@ -32,16 +32,11 @@ TEST_F(MsgsvrTest, MakesTheDirectoriesThatItNeeds) {
   EXPECT_EQ(status.st_mode & 0007, 0u) << "no business of other users";
 }
 
-TEST_F(MsgsvrTest, LeavesTheSocketToAServerThatRuns) {
+TEST_F(MsgsvrTest, LeavesTheSocketToALivingServerAndReplacesThatOfADeadOne) {
   StartOwn("");
   if (IsSkipped()) return;
   EXPECT_EQ(Child::Program({MSGSVR_PROGRAM}).Wait(), daemon::kExitBusy);
   Settle(Client("client"));
-}
-
-TEST_F(MsgsvrTest, ReplacesTheSocketOfAServerThatWasKilled) {
-  StartOwn("");
-  if (IsSkipped()) return;
   server_->Signal(SIGKILL);
   server_->Wait();
   Child second = Child::Program({MSGSVR_PROGRAM});
