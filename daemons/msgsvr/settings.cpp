@@ -118,7 +118,7 @@ void ReadPerDaemon(daemon::Settings &settings, const std::string &prefix, PerDae
     if (value && !daemon.empty() && FitsName(daemon)) {
       result.Set(daemon, *value);
     } else {
-      settings.AddMistake(prefix + daemon + ": cannot be " + text);
+      settings.AddMistake(std::string(prefix).append(daemon).append(": cannot be ").append(text));
     }
   }
 }

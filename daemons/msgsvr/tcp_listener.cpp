@@ -17,7 +17,7 @@ std::optional<sockaddr_in> Parse(const std::string &text) {
   uint64_t port;
   sockaddr_in address = {};
   address.sin_family = AF_INET;
-  if (colon == text.npos || !daemon::ParseNumber(std::string_view(text).substr(colon + 1), &port) || port > 65535 ||
+  if (colon == text.npos || !daemon::ParseNumber(text.substr(colon + 1), &port) || port > 65535 ||
       ::inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) != 1) {
     return std::nullopt;
   }
