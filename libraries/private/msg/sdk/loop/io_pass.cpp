@@ -17,14 +17,19 @@ bool IsOpenDescriptor(std::int32_t fd) noexcept {
   return ::fstat(fd, &ignored) == 0;
 }
 
-DescriptorPasses::DescriptorPasses(UvLoop &loop) noexcept
-    : loop_(loop), watchesAll_(ZOR_TRACE_IsModuleEnabled("sockbase", ZOR_TRACE_INFO) != 0) {}
+DescriptorPasses::DescriptorPasses(UvLoop &loop, const Survey &survey) noexcept
+    : loop_(loop), survey_(survey), watchesAll_(ZOR_TRACE_IsModuleEnabled("sockbase", ZOR_TRACE_INFO) != 0) {}
 
+bool DescriptorPasses::SurveyHolds() const noexcept {
+  return survey_.changes == listChanges && (survey_.flags & UV_WATCHER_DELETED) == 0;
+}
+
+// Ends early behind the last descriptor watcher of the survey, and is left out when the set is empty too, as long as
+// there is nothing to sweep.
 void DescriptorPasses::Run(std::uint32_t event, const fd_set &ready) noexcept {
   loop_.flags &= ~UV_LOOP_SKIP_PASS;
-  const std::uint64_t deletions = deletionCount;
-  if (swept_ == deletions && !watchesAll_ && IsEmpty(ready, loop_.maxFd)) return;
-  swept_.reset();
+  if (SurveyHolds() && !watchesAll_ && IsEmpty(ready, loop_.maxFd)) return;
+  std::uint32_t visited = 0;
   for (Walk walk(loop_); UvWatcher *watcher = walk.Next();) {
     if ((watcher->flags & UV_WATCHER_DELETED) != 0) {
       SweepWatcher(loop_, watcher);
@@ -32,9 +37,9 @@ void DescriptorPasses::Run(std::uint32_t event, const fd_set &ready) noexcept {
       auto &io = RecordOf<UvIO>(watcher);
       Visit(io, event, Contains(ready, io.fd));
       if ((loop_.flags & UV_LOOP_SKIP_PASS) != 0) return;
+      if (++visited == survey_.descriptorCount && SurveyHolds()) return;
     }
   }
-  swept_ = deletions;
 }
 
 void DescriptorPasses::Visit(UvIO &watcher, std::uint32_t event, bool ready) noexcept {

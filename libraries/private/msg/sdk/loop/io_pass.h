@@ -6,7 +6,8 @@
 #include <zor/uv_io.h>
 
 #include <cstdint>
-#include <optional>
+
+#include "sdk/loop/loop.h"
 
 namespace zor {
 
@@ -16,7 +17,7 @@ bool IsOpenDescriptor(std::int32_t fd) noexcept;
 // Made right after a successful select. Each pass calls the watchers of one ready set in list order, and sweeps.
 class DescriptorPasses {
  public:
-  explicit DescriptorPasses(UvLoop &loop) noexcept;
+  DescriptorPasses(UvLoop &loop, const Survey &survey) noexcept;
 
   void Run(std::uint32_t event, const fd_set &ready) noexcept;
 
@@ -24,15 +25,17 @@ class DescriptorPasses {
   void Visit(UvIO &watcher, std::uint32_t event, bool ready) noexcept;
   void Call(UvIO &watcher, std::uint32_t event) noexcept;
 
+  // Nothing was added or deleted since the survey, and it found nothing deleted: there is nothing to sweep.
+  bool SurveyHolds() const noexcept;
+
   UvLoop &loop_;
+  const Survey survey_;
   // Select has proved every descriptor that it reports; only a callback can have closed one behind the loop's back
   // since.
   bool proved_ = true;
   // A bad descriptor that is not ready leads to nothing but a trace line, so it is looked for only when someone reads
   // the trace.
   const bool watchesAll_;
-  // The deletions that were there when the last complete pass began; all of them are swept.
-  std::optional<std::uint64_t> swept_;
 };
 
 }  // namespace zor

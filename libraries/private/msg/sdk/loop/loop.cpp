@@ -77,10 +77,10 @@ uint32_t ZOR_UV_LoopRun(UvLoop *loop, uint32_t idleTimeMs) {
   while ((running->flags & UV_LOOP_STOP) == 0) {
     run.BeginTurn();
     running->now = zor::MonotonicNow();
-    const uint32_t kinds = zor::RunTimerPass(*running, running->selectTimeout);
-    if ((kinds & UV_WATCHER_IDLE) != 0) zor::RunIdleHooks(*running);
+    const zor::Survey survey = zor::RunTimerPass(*running, running->selectTimeout);
+    if ((survey.flags & UV_WATCHER_IDLE) != 0) zor::RunIdleHooks(*running);
     if ((running->flags & UV_LOOP_STOP) != 0) break;
-    status = zor::WaitAndDispatch(*running);
+    status = zor::WaitAndDispatch(*running, survey);
     if (status != ZOR_OK) running->flags |= UV_LOOP_STOP;
     ++running->iteration;
   }

@@ -36,15 +36,22 @@ class Run {
   Run *const outer_;
 };
 
-// The timer pass, which also computes how long the wait may last. Returns the flags of all watchers of the list, those
-// that callbacks have added included, or'ed together: what the idle pass need not look for.
-std::uint32_t RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept;
+// What the first walk of an iteration has found, those watchers included that callbacks have added meanwhile. Later
+// passes need not look for what is not there.
+struct Survey {
+  std::uint64_t changes;              // listChanges when the walk began
+  std::uint32_t flags = 0;            // of all watchers, or'ed together
+  std::uint32_t descriptorCount = 0;  // descriptor watchers
+};
+
+// The timer pass, which is the first walk and also computes how long the wait may last.
+Survey RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept;
 
 // The idle pass.
 void RunIdleHooks(UvLoop &loop) noexcept;
 
 // Waits for descriptors or the time-out and calls what is due. Any other status than 0 ends the run.
-std::uint32_t WaitAndDispatch(UvLoop &loop) noexcept;
+std::uint32_t WaitAndDispatch(UvLoop &loop, const Survey &survey) noexcept;
 
 // Runs the forced events that are queued now; those that their callbacks queue wait for the next iteration. True when
 // a callback was called.

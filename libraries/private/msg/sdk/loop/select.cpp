@@ -105,9 +105,9 @@ std::uint32_t OnFailure(UvLoop &loop, int error) {
 }
 
 // Forced events come first; when one ran, the ready descriptors are left to the next select.
-void OnReady(UvLoop &loop, const ReadySets &ready) {
+void OnReady(UvLoop &loop, const Survey &survey, const ReadySets &ready) {
   if (RunForcedEvents(loop)) return;
-  DescriptorPasses passes(loop);
+  DescriptorPasses passes(loop, survey);
   passes.Run(UV_READABLE, ready.readable);
   passes.Run(UV_EXCEPTIONAL, ready.exceptional);
   passes.Run(UV_WRITABLE, ready.writable);
@@ -115,7 +115,7 @@ void OnReady(UvLoop &loop, const ReadySets &ready) {
 
 }  // namespace
 
-std::uint32_t WaitAndDispatch(UvLoop &loop) noexcept {
+std::uint32_t WaitAndDispatch(UvLoop &loop, const Survey &survey) noexcept {
   const bool mayEndRun = MayEndRun(loop);
   UvTime wait = kForcedWait;
   if (loop.forcedEvents == nullptr) wait = loop.selectTimeout = Normalised(loop.selectTimeout);
@@ -123,7 +123,7 @@ std::uint32_t WaitAndDispatch(UvLoop &loop) noexcept {
   const int count = Select(loop, wait, ready);
   if (count < 0) return OnFailure(loop, errno);
   if (count == 0) return OnTimeOut(loop, mayEndRun);
-  OnReady(loop, ready);
+  OnReady(loop, survey, ready);
   return ZOR_OK;
 }
 

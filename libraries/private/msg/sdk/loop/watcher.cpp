@@ -26,7 +26,7 @@ void DropForcedEvents(UvLoop &loop, const UvIO &watcher) {
 
 Walk *Walk::innermost_ = nullptr;
 CallFrame *CallFrame::innermost_ = nullptr;
-std::uint64_t deletionCount = 0;
+std::uint64_t listChanges = 0;
 
 Walk::Walk(const UvLoop &loop, Appended appended) noexcept
     : loop_(loop), appended_(appended), next_(loop.watchers), outer_(innermost_) {
@@ -88,6 +88,7 @@ uint32_t ZOR_UV_WatcherInit(UvLoop *loop, UvWatcher *watcher, uint32_t kind) {
   *watcher = {nullptr, owner, kind | UV_WATCHER_LISTED, nullptr};
   zor::Append(owner->watchers, watcher);
   zor::Walk::OnAppend(*owner, watcher);
+  ++zor::listChanges;
   return ZOR_OK;
 }
 
@@ -103,7 +104,7 @@ uint32_t ZOR_UV_WatcherDelete(UvWatcher *watcher) {
   if (watcher == nullptr) return ZOR_E_ARGUMENT;
   const bool counted = (watcher->flags & UV_WATCHER_ACTIVE) != 0 && (watcher->flags & UV_WATCHER_LISTED) != 0;
   if (counted) --watcher->loop->activeCount;
-  ++zor::deletionCount;
+  ++zor::listChanges;
   watcher->flags = (watcher->flags | UV_WATCHER_DELETED) & ~UV_WATCHER_ACTIVE;
   return ZOR_OK;
 }

@@ -73,8 +73,9 @@ class CallFrame {
   bool freed_ = false;
 };
 
-// How many deletions there have been, on any loop. While it stands still, a list that was swept needs no sweep.
-extern std::uint64_t deletionCount;
+// How many watchers have been added or marked deleted, on any loop. While it stands still, what a walk has found holds,
+// except that watchers may be gone.
+extern std::uint64_t listChanges;
 
 // Takes a watcher off its loop, with every forced event and pending reply that names it, and frees it.
 void RemoveWatcher(UvLoop &loop, UvWatcher *watcher) noexcept;
