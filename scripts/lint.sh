@@ -9,4 +9,4 @@ if [ $# -eq 0 ]; then
   mapfile -t files < <(git ls-files 'platform/*.cpp' 'libraries/*.cpp' 'serviceapi/*.cpp' 'daemons/*.cpp' 'tools/*.cpp')
   set -- "${files[@]}"
 fi
-printf '%s\0' "$@" | xargs -0 -n 4 -P "$(nproc)" clang-tidy -p build/dev --quiet
+printf '%s\0' "$@" | xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/dev --quiet

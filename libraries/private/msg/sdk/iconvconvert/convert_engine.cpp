@@ -1,0 +1,160 @@
+#include "sdk/iconvconvert/convert_engine.h"
+
+#include <fcntl.h>
+#include <iconv.h>
+#include <sys/ioctl.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+namespace zor {
+namespace {
+
+constexpr std::size_t kSetNameSize = 32;
+using SetName = std::array<char, kSetNameSize>;
+
+SetName CutName(const char *name) {
+  SetName cut = {};
+  std::memcpy(cut.data(), name, strnlen(name, kSetNameSize - 1));
+  return cut;
+}
+
+#if UINTPTR_MAX == UINT32_MAX
+
+// The device's record holds 32-bit addresses, so it exists for 32-bit processes only.
+struct DeviceRequest {
+  std::uint32_t mode;
+  std::uint32_t incomplete;
+  const char *input;
+  std::uint32_t inputLength;
+  SetName sourceSet;
+  SetName targetSet;
+  std::uint32_t outputLength;
+  char *output;
+};
+static_assert(sizeof(DeviceRequest) == 88);
+static_assert(offsetof(DeviceRequest, sourceSet) == 16 && offsetof(DeviceRequest, targetSet) == 48);
+static_assert(offsetof(DeviceRequest, outputLength) == 80);
+
+// Opened at first use and kept: -1 until then.
+int g_deviceFd = -1;
+
+bool OpenDevice() {
+  if (g_deviceFd < 0) g_deviceFd = ::open("/proc/convert", O_RDWR | O_CLOEXEC);
+  return g_deviceFd >= 0;
+}
+
+std::optional<Conversion> ConvertByDevice(const SetName &source, const SetName &target, std::string_view input,
+                                          char *output, std::uint32_t size) {
+  constexpr unsigned long kRequestCode = 0xc018470a;  // says 24 bytes, and always did
+  DeviceRequest request = {};
+  request.mode = output == nullptr ? 1 : 0;
+  request.input = input.data();
+  request.inputLength = static_cast<std::uint32_t>(input.size());
+  request.sourceSet = source;
+  request.targetSet = target;
+  request.outputLength = size;
+  request.output = output;
+  if (::ioctl(g_deviceFd, kRequestCode, &request) < 0) return std::nullopt;
+  return Conversion{request.outputLength, request.incomplete != 0};
+}
+
+#else
+
+bool OpenDevice() {
+  return false;
+}
+
+std::optional<Conversion> ConvertByDevice(const SetName &, const SetName &, std::string_view, char *, std::uint32_t) {
+  return std::nullopt;
+}
+
+#endif
+
+class Iconv {
+ public:
+  Iconv(const SetName &source, const SetName &target) noexcept : handle_(::iconv_open(target.data(), source.data())) {}
+  Iconv(const Iconv &) = delete;
+  Iconv &operator=(const Iconv &) = delete;
+  ~Iconv() {
+    if (valid()) ::iconv_close(handle_);
+  }
+
+  bool valid() const noexcept { return handle_ != kInvalid; }
+
+  // One step; 0, or the errno of a step that could not go on.
+  int Step(char **input, std::size_t *inputLeft, char **output, std::size_t *outputLeft) noexcept {
+    return ::iconv(handle_, input, inputLeft, output, outputLeft) == static_cast<std::size_t>(-1) ? errno : 0;
+  }
+
+ private:
+  inline static const auto kInvalid = reinterpret_cast<iconv_t>(-1);
+  iconv_t handle_;
+};
+
+// Where converted bytes go: a caller's buffer, or a small one that is only counted.
+class Sink {
+ public:
+  Sink(char *output, std::uint32_t size) noexcept : measuring_(output == nullptr), at_(output), left_(size) { Flush(); }
+
+  char **at() noexcept { return &at_; }
+  std::size_t *left() noexcept { return &left_; }
+  std::uint64_t length() const noexcept { return flushed_ + static_cast<std::uint64_t>(at_ - start_); }
+
+  // Makes room when only measuring; false when the caller's buffer is full.
+  bool MakeRoom() noexcept {
+    if (measuring_) Flush();
+    return measuring_;
+  }
+
+ private:
+  void Flush() noexcept {
+    if (start_ != nullptr) flushed_ = length();
+    if (measuring_) {
+      at_ = scratch_.data();
+      left_ = scratch_.size();
+    }
+    start_ = at_;
+  }
+
+  bool measuring_;
+  char *start_ = nullptr;
+  char *at_;
+  std::size_t left_;
+  std::uint64_t flushed_ = 0;
+  std::array<char, 1024> scratch_;
+};
+
+std::optional<Conversion> ConvertByIconv(const SetName &source, const SetName &target, std::string_view input,
+                                         char *output, std::uint32_t size) {
+  Iconv iconv(source, target);
+  if (!iconv.valid()) return std::nullopt;
+  Sink sink(output, size);
+  bool incomplete = false;
+  auto *from = const_cast<char *>(input.data());
+  for (std::size_t left = input.size(); left > 0;) {
+    const int error = iconv.Step(&from, &left, sink.at(), sink.left());
+    if (error == E2BIG && !sink.MakeRoom()) return std::nullopt;
+    if (error == 0 || error == E2BIG) continue;
+    incomplete = true;
+    if (error != EILSEQ) break;  // a sequence that the end of the input cuts
+    ++from;
+    --left;
+  }
+  if (iconv.Step(nullptr, nullptr, sink.at(), sink.left()) == E2BIG && !sink.MakeRoom()) return std::nullopt;
+  return Conversion{sink.length(), incomplete};
+}
+
+}  // namespace
+
+std::optional<Conversion> Convert(const char *sourceSet, const char *targetSet, std::string_view input, char *output,
+                                  std::uint32_t size) noexcept {
+  const SetName source = CutName(sourceSet);
+  const SetName target = CutName(targetSet);
+  return OpenDevice() ? ConvertByDevice(source, target, input, output, size)
+                      : ConvertByIconv(source, target, input, output, size);
+}
+
+}  // namespace zor

@@ -1,0 +1,99 @@
+#include <zor/charset.h>
+
+#include <array>
+#include <cstring>
+#include <optional>
+#include <string_view>
+
+#include "base/alloc.h"
+#include "sdk/iconvconvert/convert_engine.h"
+
+namespace {
+
+using Text = zor::MallocPtr<char>;
+
+constexpr int32_t kNoLength = -1;
+constexpr std::array<const char *, 4> kLikelySets = {"utf8", "cp936", "cp950", "iso8859-1"};
+
+std::string_view WithNul(const char *text) {
+  return {text, std::strlen(text) + 1};
+}
+
+bool IsContinuation(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xc0u) == 0x80u;
+}
+
+// The length of the character at the front of a zero-terminated text; 0 when it is none. A zero byte is never a
+// continuation, so nothing behind the end is looked at.
+std::size_t Utf8Length(const char *text) {
+  const auto lead = static_cast<unsigned char>(*text);
+  if (lead < 0x80) return 1;
+  if (lead >= 0xc0 && lead <= 0xdf) return IsContinuation(text[1]) ? 2 : 0;
+  if (lead >= 0xe0 && lead <= 0xef) return IsContinuation(text[1]) && IsContinuation(text[2]) ? 3 : 0;
+  return 0;
+}
+
+}  // namespace
+
+int32_t ZOR_NLS_ConvertGetLength(const char *sourceSet, const void *input, uint32_t length, const char *targetSet,
+                                 uint32_t lenient) {
+  if (sourceSet == nullptr || input == nullptr || targetSet == nullptr) return kNoLength;
+  const auto measured = zor::MeasureConversion(sourceSet, targetSet, {static_cast<const char *>(input), length});
+  if (!measured || (lenient == 0 && measured->incomplete) || measured->length > INT32_MAX) return kNoLength;
+  return static_cast<int32_t>(measured->length);
+}
+
+char *ZOR_NLS_ConvertString(const char *sourceSet, const void *input, uint32_t length, const char *targetSet,
+                            uint32_t *outLength) {
+  if (outLength != nullptr) *outLength = 0;
+  const int32_t needed = ZOR_NLS_ConvertGetLength(sourceSet, input, length, targetSet, 1);
+  if (needed <= 0) return nullptr;
+  const auto size = static_cast<uint32_t>(needed);
+  Text output(static_cast<char *>(zor::GuardedCalloc(size)));
+  if (output == nullptr) return nullptr;
+  const auto converted =
+      zor::Convert(sourceSet, targetSet, {static_cast<const char *>(input), length}, output.get(), size);
+  if (!converted) return nullptr;
+  if (outLength != nullptr) *outLength = static_cast<uint32_t>(converted->length);
+  return output.release();
+}
+
+char *ZOR_NLS_IconvConvert(const char *text, const char *targetSet, const char *sourceSet) {
+  if (text == nullptr) return nullptr;
+  const std::string_view input = WithNul(text);
+  return ZOR_NLS_ConvertString(sourceSet, input.data(), static_cast<uint32_t>(input.size()), targetSet, nullptr);
+}
+
+char *ZOR_NLS_GB2312Convert(const char *text, const char *targetSet, const char *sourceSet) {
+  return ZOR_NLS_IconvConvert(text, targetSet, sourceSet);
+}
+
+uint32_t ZOR_NLS_IsStringUtf8(const char *text) {
+  if (text == nullptr) return 1;
+  while (*text != '\0') {
+    const std::size_t length = Utf8Length(text);
+    if (length == 0) return 0;
+    text += length;
+  }
+  return 1;
+}
+
+char *ZOR_NLS_TryConvertToUtf8(const char *text) {
+  if (text == nullptr) return nullptr;
+  const std::string_view input = WithNul(text);
+  for (const char *set : kLikelySets) {
+    // Strictly: a lenient conversion from the first set would always succeed.
+    if (ZOR_NLS_ConvertGetLength(set, input.data(), static_cast<uint32_t>(input.size()), "utf8", 0) <= 0) continue;
+    char *converted = ZOR_NLS_IconvConvert(text, "utf8", set);
+    if (converted != nullptr) return converted;
+  }
+  return nullptr;
+}
+
+const char *ZOR_NLS_TryConvertToUtf8NoFree(const char *text) {
+  static Text kept;
+  Text converted(ZOR_NLS_TryConvertToUtf8(text));  // first: the text may be the kept one
+  if (converted == nullptr) return text;
+  kept = std::move(converted);
+  return kept.get();
+}
