@@ -5,7 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+
+#include "base/file_ptr.h"
 
 namespace zor {
 namespace {
@@ -14,15 +15,11 @@ constexpr char kShareKey[] = "[SHARE]";
 constexpr std::size_t kShareKeyLength = sizeof kShareKey - 1;
 constexpr int kLineSize = 1024;
 
-struct FileCloser {
-  void operator()(std::FILE *file) const noexcept { std::fclose(file); }
-};
-
 }  // namespace
 }  // namespace zor
 
 int32_t mlog_use_share_partion(void) {
-  const std::unique_ptr<std::FILE, zor::FileCloser> file(std::fopen("mlogcfg", "re"));
+  const zor::FilePtr file(std::fopen("mlogcfg", "re"));
   if (file == nullptr) return 0;
   int32_t used = 0;
   char line[zor::kLineSize];

@@ -10,9 +10,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
 #include "base/alloc.h"
+#include "base/file_ptr.h"
 
 namespace zor {
 namespace {
@@ -26,11 +26,6 @@ constexpr int kWrapSeekLine = 172;
 constexpr int kDataSeekLine = 188;
 constexpr int kHeaderSeekLine = 199;
 constexpr int kWrittenLine = 204;
-
-struct FileCloser {
-  void operator()(std::FILE *stream) const noexcept { std::fclose(stream); }
-};
-using Stream = std::unique_ptr<std::FILE, FileCloser>;
 
 // The header and a NUL. From overturn 1000 on it no longer fits, is cut, and starts anew when the file is opened again.
 struct Header {
@@ -53,7 +48,7 @@ bool ParseHeader(const Header &header, ZOR_MLOG_FILE &file) {
 
 // Gives a new file its header, which must happen in append mode: "r+" makes no file, "w+" would empty an old one.
 void InitialiseIfEmpty(const char *path) {
-  const Stream stream(std::fopen(path, "a+e"));
+  const FilePtr stream(std::fopen(path, "a+e"));
   if (stream == nullptr || std::fseek(stream.get(), 0, SEEK_END) != 0 || std::ftell(stream.get()) != 0) return;
   const Header header = FormatHeader({nullptr, 0, kDataStart, 0});
   std::fwrite(header.text, 1, sizeof header.text, stream.get());

@@ -4,21 +4,17 @@
 #include <zor/systime.h>
 
 #include <cstdio>
-#include <memory>
 
+#include "base/file_ptr.h"
 #include "base/fixed_path.h"
 
 namespace zor {
 namespace {
 
-struct StreamCloser {
-  void operator()(FILE *stream) const noexcept { std::fclose(stream); }
-};
-
 // Opened and closed for every piece, so that what was written survives a daemon that dies in its next callback.
 void AppendPiece(const char *text) {
   const FixedPath path(ZOR_PATH_BOOT_TRACK);
-  const std::unique_ptr<FILE, StreamCloser> stream(std::fopen(path.c_str(), "a+e"));
+  const FilePtr stream(std::fopen(path.c_str(), "a+e"));
   if (stream != nullptr) std::fputs(text, stream.get());
 }
 

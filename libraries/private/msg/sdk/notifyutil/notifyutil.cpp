@@ -102,10 +102,10 @@ bool IsFilteredOut(const Chain &chain, Node *node, const ZOR_NOTIFIER_HOOKS *hoo
   return hooks != nullptr && hooks->filter != nullptr && hooks->filter(chain.context, node, hooks->filterArgument) == 0;
 }
 
-void TrackStart(const Node &node) {
+void TrackStart(ZOR_NOTIFIER_CALLBACK callback) {
   char text[128];
-  std::snprintf(text, sizeof text, "[start cmsmodinit] init notify %lld:%p for [%s].", LoopIndex(),
-                AddressOf(node.callback), "");
+  std::snprintf(text, sizeof text, "[start cmsmodinit] init notify %lld:%p for [%s].", LoopIndex(), AddressOf(callback),
+                "");
   zor::TrackBoot(text);
 }
 
@@ -120,7 +120,7 @@ void TrackEnd(ZOR_NOTIFIER_CALLBACK callback, uint32_t status) {
 uint32_t Visit(uintptr_t context, Node *node, const ZOR_NOTIFIER_HOOKS *hooks, bool track) {
   const ZOR_NOTIFIER_CALLBACK callback = node->callback;
   if (hooks != nullptr && hooks->before != nullptr) hooks->before(context, node);
-  if (track) TrackStart(*node);
+  if (track) TrackStart(callback);
   ZOR_TRACE_PrintInfo(kFile, __LINE__, 0, kModule, ZOR_TRACE_INFO, "[start  notify %lld:%p] for [%s].", LoopIndex(),
                       AddressOf(callback), "");
   const uint32_t status = callback(context, node->data);
