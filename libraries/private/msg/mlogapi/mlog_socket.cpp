@@ -130,6 +130,6 @@ int32_t mlog_recv_msg(int32_t fd, ZOR_MLOG_MSG *msg, int32_t timeoutSeconds, cha
 
 int32_t mlog_send_recv_msg(int32_t fd, const ZOR_MLOG_MSG *request, ZOR_MLOG_MSG *answer, uint32_t /*answerSize*/,
                            int32_t timeoutSeconds, const char *destination) {
-  if (mlog_send_msg(fd, request, destination) != 0) return -1;
+  if (answer == nullptr || mlog_send_msg(fd, request, destination) != 0) return -1;
   return mlog_recv_msg(fd, answer, timeoutSeconds, nullptr, 0);
 }
