@@ -33,6 +33,11 @@ bool WriteHeader(std::FILE *stream, const char *file, uint32_t line, const char 
   return true;
 }
 
+void WriteMessage(std::FILE *stream, const char *format, std::va_list arguments) {
+  std::vfprintf(stream, format, arguments);
+  zor::FinishTraceLine(stream);
+}
+
 // "%.8ld.%.6ld %.8ld.%.6ld", put together by hand: every line carries one, and it was a third of a line's cost.
 class TimeStamp {
  public:
@@ -72,20 +77,17 @@ uint32_t ZOR_TRACE_PrintInfo(const char *file, uint32_t line, uint32_t force, co
   if (!WriteHeader(stream, file, line, module, level)) return 0;
   std::va_list arguments;
   va_start(arguments, format);
-  std::vfprintf(stream, format, arguments);
+  WriteMessage(stream, format, arguments);
   va_end(arguments);
-  zor::FinishTraceLine(stream);
   return 1;
 }
 
 uint32_t ZOR_TRACE_PrintInfoEx(const char *module, uint32_t level, const char *format, ...) {
   if (!zor::IsTraced(module, level) || format == nullptr) return 0;
-  std::FILE *stream = zor::TraceStream();
   std::va_list arguments;
   va_start(arguments, format);
-  std::vfprintf(stream, format, arguments);
+  WriteMessage(zor::TraceStream(), format, arguments);
   va_end(arguments);
-  zor::FinishTraceLine(stream);
   return 1;
 }
 
