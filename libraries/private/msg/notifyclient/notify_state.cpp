@@ -4,25 +4,15 @@
 #include <unistd.h>
 
 #include "base/list.h"
+#include "sdk/loop/lookup.h"
 
 namespace zor::notify {
 namespace {
 
-struct Membership {
-  const UvWatcher *wanted;
-  bool found;
-};
-
 // The watcher, or null once its loop has been destroyed and has freed it.
 SockBase *LiveWatcher() {
-  Client &client = g_stClient;
-  if (client.watcher == nullptr) return nullptr;
-  Membership membership = {&client.watcher->io.header, false};
-  ZOR_UV_WatcherIterateItem(client.loop, &membership, [](UvWatcher *watcher, void *arg) {
-    auto *sought = static_cast<Membership *>(arg);
-    if (watcher == sought->wanted) sought->found = true;
-  });
-  return membership.found ? client.watcher : nullptr;
+  SockBase *watcher = g_stClient.watcher;
+  return watcher != nullptr && IsOnLoop(g_stClient.loop, &watcher->io.header) ? watcher : nullptr;
 }
 
 void FreePendingMessage(void *item) {
@@ -51,6 +41,11 @@ void Destroy() noexcept {
   ZOR_UTIL_ListDeleteAll(&g_stClient.handlers, nullptr);
   ZOR_UTIL_ListDeleteAll(&g_stClient.pending, FreePendingMessage);
   g_stClient = Client();
+}
+
+void SetOwnId(std::uint32_t mid) noexcept {
+  const std::lock_guard lock(SendMutex());
+  g_stClient.mid = mid;
 }
 
 void SetDescriptor(std::int32_t fd) noexcept {

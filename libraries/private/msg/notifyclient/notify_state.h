@@ -58,6 +58,9 @@ inline bool IsConnected() noexcept {
 // Closes the connection and clears the whole state, handlers and pending messages included.
 void Destroy() noexcept;
 
+// Sends under this module id from now on.
+void SetOwnId(std::uint32_t mid) noexcept;
+
 // Sends and receives on this descriptor from now on.
 void SetDescriptor(std::int32_t fd) noexcept;
 

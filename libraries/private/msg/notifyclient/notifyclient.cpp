@@ -19,6 +19,7 @@
 #include "notifyclient/notify_module.h"
 #include "notifyclient/notify_state.h"
 #include "notifyclient/notify_transfer.h"
+#include "sdk/loop/lookup.h"
 
 static_assert(sizeof(ZOR_NOTIFY_MSG) == ZOR_NOTIFY_HEAD_SIZE);
 static_assert(offsetof(ZOR_NOTIFY_MSG, msg_type) == 0);
@@ -65,17 +66,6 @@ bool ConnectToServer(int fd) {
     result = ::connect(fd, reinterpret_cast<const sockaddr *>(&*address), sizeof *address);
   } while (result != 0 && errno == EINTR);
   return result == 0;
-}
-
-// Every Init asks for the hook and no Destroy takes it away, so it is looked for first. On the loop itself: a
-// remembered address would dangle once the loop has been destroyed.
-bool EnsureDrainHook() {
-  bool present = false;
-  ZOR_UV_WatcherIterateItem(nullptr, &present, [](UvWatcher *watcher, void *found) {
-    if ((watcher->flags & UV_WATCHER_IDLE) == 0 || (watcher->flags & UV_WATCHER_DELETED) != 0) return;
-    if (reinterpret_cast<UvIdle *>(watcher)->idleCallback == DrainPending) *static_cast<bool *>(found) = true;
-  });
-  return present || ZOR_UV_IdleStart(nullptr, DrainPending) != nullptr;
 }
 
 std::uint32_t FailInit(std::uint32_t status) {
@@ -141,7 +131,7 @@ using namespace zor::notify;
 uint32_t ZOR_NOTIFYCLT_Init(uint32_t mid) {
   if (!IsModuleId(mid)) return ZOR_NOTIFY_E_MID;
   if (IsConnected()) return ZOR_NOTIFY_OK;
-  g_stClient.mid = mid;
+  SetOwnId(mid);
   zor::UniqueFd fd = BoundSocket();
   if (!fd.valid()) return ZOR_NOTIFY_E_CONNECT;
   if (!ConnectToServer(fd.get())) {
@@ -157,7 +147,8 @@ uint32_t ZOR_NOTIFYCLT_Init(uint32_t mid) {
     std::printf("notifyclient: Register to notify server failed %x, pid=%d.\n", status, ::getpid());
     return FailInit(ZOR_NOTIFY_E_SERVER_GONE);
   }
-  if (!StartWatching(OnReadable) || !EnsureDrainHook()) return FailInit(ZOR_NOTIFY_E_NO_MEMORY);
+  // The hook stays when the client is destroyed and serves the next one.
+  if (!StartWatching(OnReadable) || !zor::EnsureIdleHook(DrainPending)) return FailInit(ZOR_NOTIFY_E_NO_MEMORY);
   return ZOR_NOTIFY_OK;
 }
 

@@ -7,6 +7,7 @@
 
 #include <utility>
 
+#include "sdk/loop/lookup.h"
 #include "sdk/loop/msg_watcher.h"
 #include "sdk/msgapi/body_file.h"
 #include "sdk/msgapi/context.h"
@@ -17,10 +18,6 @@ namespace {
 
 // The loop that the watcher was put on. Who destroys that loop frees the watcher, and the context does not learn of it.
 UvLoop *g_busLoop = nullptr;
-
-void FindBusWatcher(UvWatcher *watcher, void *found) {
-  if (watcher == &g_stMsgCtx.watcher->io.header) *static_cast<bool *>(found) = true;
-}
 
 std::uint32_t FixUpHeader(ZOR_MSG_HEAD *header, std::uint32_t *bodyInFile) {
   *bodyInFile = FixUpReceivedHeader(*header, g_stMsgCtx);
@@ -74,11 +71,8 @@ std::uint32_t StartBusWatcher(int fd) noexcept {
 // Not ZOR_UV_MsgDelete, which shuts the connection down: a forked child that leaves the bus must not cut off its
 // parent.
 void StopBusWatcher() noexcept {
-  if (g_stMsgCtx.watcher == nullptr) return;
-  bool alive = false;
-  ZOR_UV_WatcherIterateItem(g_busLoop, &alive, FindBusWatcher);
   UvMsgWatcher *watcher = std::exchange(g_stMsgCtx.watcher, nullptr);
-  if (!alive) return;
+  if (watcher == nullptr || !IsOnLoop(g_busLoop, &watcher->io.header)) return;
   ZOR_UV_IOStop(&watcher->io, UV_READABLE | UV_WRITABLE | UV_EXCEPTIONAL);
   watcher->io.fd = -1;  // the next socket may get the same number
   ZOR_UV_WatcherDelete(&watcher->io.header);

@@ -22,6 +22,7 @@
 #include "base/fixed_path.h"
 #include "base/text.h"
 #include "base/unique_fd.h"
+#include "sdk/loop/lookup.h"
 #include "sdk/msgapi/bus_watcher.h"
 #include "sdk/msgapi/context.h"
 #include "sdk/msgapi/queue.h"
@@ -65,19 +66,6 @@ UniqueFd ConnectRemote(const char *ipv4Text, std::uint16_t port) {
   return Connect(fd.get(), address) ? std::move(fd) : UniqueFd();
 }
 
-void FindDrainHook(UvWatcher *watcher, void *found) {
-  if ((watcher->flags & (UV_WATCHER_IDLE | UV_WATCHER_DELETED)) != UV_WATCHER_IDLE) return;
-  const auto *idle = static_cast<const UvIdle *>(static_cast<const void *>(watcher));
-  if (idle->idleCallback == DrainPending) *static_cast<bool *>(found) = true;
-}
-
-// The hook outlives the connection, and is looked up on the loop itself: a remembered one may have gone with its loop.
-void StartDrainHook() {
-  bool found = false;
-  ZOR_UV_WatcherIterateItem(nullptr, &found, FindDrainHook);
-  if (!found) ZOR_UV_IdleStart(nullptr, DrainPending);
-}
-
 }  // namespace
 }  // namespace zor
 
@@ -93,7 +81,7 @@ uint32_t ZOR_MSG_Init(const char *appName) {
   if (zor::Register() != ZOR_OK) ZOR_MSG_Destroy();
   status = ZOR_NOTIFYCLT_InitByName(appName);
   if (status != ZOR_OK) ZOR_MSG_Destroy();
-  zor::StartDrainHook();
+  zor::EnsureIdleHook(zor::DrainPending);  // stays when the bus is destroyed and serves the next connection
   return status;
 }
 
