@@ -5,8 +5,7 @@
 // - Memory is bounded: one datagram at a time, and a table of statistics with a largest size.
 // - It never waits for a client. An answer that the client's queue does not take at once is given up; the client, which
 //   waits for it 2 seconds at most, may ask again.
-// - Answers go only to sockets that lie directly in the directory of the log's clients, whatever address a sender
-// shows.
+// - Answers go only to sockets directly in the directory of the log's clients, whatever address a sender shows.
 // - Lines are visible to readers of the file as soon as no more datagrams wait, and after 256 of them at the latest.
 #ifndef MLOGSERVER_SERVER_H
 #define MLOGSERVER_SERVER_H

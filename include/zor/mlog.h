@@ -107,7 +107,8 @@ ZOR_API int32_t mlog_send_recv_msg(int32_t fd, const ZOR_MLOG_MSG *request, ZOR_
 ZOR_API int32_t mlog_netlink_open(int32_t *fd);
 
 /* Sends length bytes behind a netlink header (type 3), padded to a multiple of 4. data may be null when length is 0.
-   -1 also for more than 8 MiB in all. Prints "\nsend msg fail :\n" with the error when the system refuses. */
+   -1 also for more than 8 MiB in all, which prints "error: not host tool, but malloc 4M, return NULL, malloc len=%d\n"
+   with the padded size on standard output. Prints "\nsend msg fail :\n" with the error when the system refuses. */
 ZOR_API int32_t stat_netlink_send(int32_t fd, const void *data, uint32_t length);
 
 /* Waits for a statistics record. -1 also for a message that is not a whole one; prints "recvmsg error ..." then. */
@@ -116,7 +117,8 @@ ZOR_API int32_t stat_netlink_receive(int32_t fd, ZOR_MLOG_STAT *stat);
 /*
  * Sends length bytes to the kernel module on protocol 25, from the given port; the message type is the port's low 16
  * bits. Returns 0, also when the send itself fails, which prints "send failed for balance\n" with the error; 1 for null
- * data, port 0, more than 8 MiB in all, or a socket that cannot be had or bound ("bind error\n").
+ * data, port 0, more than 8 MiB in all (with the line of stat_netlink_send), or a socket that cannot be had or bound
+ * ("bind error\n").
  */
 ZOR_API uint32_t ZOR_Netlink_SendToKernel(const void *data, uint32_t length, uint32_t port);
 

@@ -29,10 +29,8 @@ typedef struct ZOR_MSG_QUEUE_NODE {
 } ZOR_MSG_QUEUE_NODE;
 
 /* Context flag word. */
-#define ZOR_MSG_FLAG_SWAP UINT32_C(0x2) /* the peer's byte order differs */
-#define ZOR_MSG_FLAG_BOARD_MASK                                                         \
-  UINT32_C(0x1c000000) /* this process's board number; 0 unless the application sets it \
-                        */
+#define ZOR_MSG_FLAG_SWAP UINT32_C(0x2)              /* the peer's byte order differs */
+#define ZOR_MSG_FLAG_BOARD_MASK UINT32_C(0x1c000000) /* own board; 0 unless the application sets it */
 #define ZOR_MSG_FLAG_BOARD_SHIFT 26
 #define ZOR_MSG_FLAG_PEER_BOARD_MASK UINT32_C(0xe0000000) /* board of the last message received */
 

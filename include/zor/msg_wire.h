@@ -4,8 +4,7 @@
  *
  * 1. Integers are 32 bits wide (one is 64) and in the sender's byte order. A receiver that the server told of another
  *    byte order swaps the header's four integers and the trace levels, nothing else.
- * 2. Names and texts are fields of fixed size. They are NUL-terminated when well formed; a receiver must not rely on
- * it.
+ * 2. Names and texts are fields of fixed size, NUL-terminated when well formed, which a receiver must not rely on.
  */
 #ifndef ZOR_MSG_WIRE_H
 #define ZOR_MSG_WIRE_H

@@ -39,8 +39,8 @@ ZOR_BEGIN_DECLS
    frees after sending) and *answerLength; untouched, the answer is empty. For an answer that nobody waits for both are
    null, and the result is the dispatch status. */
 typedef uint32_t (*ZOR_NOTIFY_SYNC_PROC)(void *data, void **answer, uint32_t *answerLength);
-/* Handles an asynchronous message of one type. The second part is null when its length is 0 or lies outside the
-   data. The result is the dispatch status. */
+/* Handles an asynchronous message of one type. The second part is null when its length is 0 or it would begin
+   outside the data. The result is the dispatch status. */
 typedef uint32_t (*ZOR_NOTIFY_ASYNC_PROC)(void *part1, void *part2);
 /* The same for all types without a handler of their own. The state begins with the own module id, a uint32_t. */
 typedef uint32_t (*ZOR_NOTIFY_DEFAULT_SYNC_PROC)(uint32_t type, void *data, void **answer, uint32_t *answerLength);

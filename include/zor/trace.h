@@ -68,8 +68,9 @@ ZOR_API uint64_t ZOR_TRACE_GetFileMaxSize(void);
 
 /* Prints one line: "\r\n[(LEVEL)TIME APP:PID:MODULE FILE:LINE]: ", at most 511 characters, and the formatted message,
    which needs no newline of its own. A nonzero force prints whatever the settings are. file is the base name of the
-   source file; null file and module print as "". Returns 1; 0 when filtered out, for a null format, or when the head
-   cannot be formatted. */
+   source file; null file and module print as "". When the head cannot be written whole, "ZOR_TRACE_PrintInfo
+   write file failed. " and a newline go to standard output. Returns 1; 0 when filtered out, for a null format, or when
+   the head cannot be formatted. */
 ZOR_API uint32_t ZOR_TRACE_PrintInfo(const char *file, uint32_t line, uint32_t force, const char *module,
                                      uint32_t level, const char *format, ...) ZOR_PRINTF(6, 7);
 
