@@ -2,100 +2,64 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
-#include <cstring>
 #include <string>
+
+#include "support/wire_client.h"
 
 namespace zor::daemon {
 namespace {
 
-std::span<const std::byte> Bytes(const std::string &text) {
-  return std::as_bytes(std::span(text));
-}
+using State = OutputQueue::State;
 
-struct Pair {
-  Pair() {
-    int ends[2];
-    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-    writer.reset(ends[0]);
-    reader.reset(ends[1]);
+class OutputQueueTest : public testing::Test {
+ protected:
+  bool Push(const std::string &text, size_t sent = 0, Fd &&descriptor = Fd()) {
+    return queue_.Push(std::as_bytes(std::span(text)), sent, std::move(descriptor));
   }
-  std::string ReadAll() {
-    std::string all(1 << 20, '\0');
-    size_t size = 0;
-    for (ssize_t count; (count = ::recv(reader.get(), &all[size], all.size() - size, MSG_DONTWAIT)) > 0;) {
-      size += static_cast<size_t>(count);
-    }
-    all.resize(size);
-    return all;
-  }
-  Fd writer;
-  Fd reader;
+  State Flush() { return queue_.Flush(pair_.near.fd()); }
+  static Fd AnyDescriptor() { return Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+
+  OutputQueue queue_{1 << 20};
+  test::SocketPair pair_;
 };
 
-TEST(OutputQueue, KeepsEveryByteInOrderAcrossAFullSocket) {
-  Pair pair;
-  OutputQueue queue(1 << 20);
-  std::string expected;
+TEST_F(OutputQueueTest, KeepsEveryByteInOrderAcrossAFullSocketAndKnowsItsPeersEnd) {
+  std::string expected = "st";
+  ASSERT_TRUE(Push("first", 3));
   for (int i = 0; i < 4000; ++i) {
     const std::string message = std::to_string(i) + std::string(100, 'x');
     expected += message;
-    ASSERT_TRUE(queue.Push(Bytes(message)));
+    ASSERT_TRUE(Push(message));
   }
   std::string received;
-  OutputQueue::State state;
   int blocked = 0;
-  while ((state = queue.Flush(pair.writer.get())) == OutputQueue::State::kBlocked) {
-    ++blocked;
-    received += pair.ReadAll();
-  }
-  received += pair.ReadAll();
-  EXPECT_EQ(state, OutputQueue::State::kDrained);
+  for (; Flush() == State::kBlocked; ++blocked) received += pair_.far.Receive(10'000);
   EXPECT_GT(blocked, 0);
+  EXPECT_EQ(queue_.bytes(), 0u);
+  received += pair_.far.Receive(expected.size() - received.size());
   EXPECT_TRUE(received == expected);
-  EXPECT_EQ(queue.bytes(), 0u);
+  pair_.far.Close();
+  ASSERT_TRUE(Push("lost"));
+  EXPECT_EQ(Flush(), State::kBroken);
 }
 
-TEST(OutputQueue, RefusesWhatDoesNotFitAndKeepsTheRest) {
-  OutputQueue queue(1000);
-  const std::string message(400, 'x');
-  EXPECT_TRUE(queue.Push(Bytes(message)));
-  EXPECT_TRUE(queue.Push(Bytes(message)));
-  EXPECT_FALSE(queue.Push(Bytes(message)));
-  EXPECT_EQ(queue.messages().size(), 2u);
+TEST_F(OutputQueueTest, RefusesMoreBytesOrDescriptorsThanItsShare) {
+  const std::string half(1 << 19, 'x');
+  EXPECT_TRUE(Push(half));
+  EXPECT_FALSE(Push(half)) << "what it costs to keep a message counts too";
+  for (size_t i = 0; i < OutputQueue::kMaxDescriptors; ++i) ASSERT_TRUE(Push("fd", 0, AnyDescriptor()));
+  EXPECT_FALSE(Push("fd", 0, AnyDescriptor()));
+  EXPECT_TRUE(Push("text"));
 }
 
-TEST(OutputQueue, SendsADescriptorWithItsOwnMessageAlone) {
-  Pair pair;
-  OutputQueue queue(1000);
-  ASSERT_TRUE(queue.Push(Bytes("before")));
-  ASSERT_TRUE(queue.Push(Bytes("fd"), 0, Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC))));
-  ASSERT_TRUE(queue.Push(Bytes("after")));
-  ASSERT_EQ(queue.Flush(pair.writer.get()), OutputQueue::State::kDrained);
-
-  char data[64];
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
-  iovec vector = {data, 8};  // "before" and the two bytes
-  msghdr message = {};
-  message.msg_iov = &vector;
-  message.msg_iovlen = 1;
-  message.msg_control = control;
-  message.msg_controllen = sizeof control;
-  ASSERT_EQ(::recvmsg(pair.reader.get(), &message, MSG_CMSG_CLOEXEC), 8);
-  ASSERT_NE(CMSG_FIRSTHDR(&message), nullptr);
-  int descriptor = -1;
-  std::memcpy(&descriptor, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof descriptor);
-  EXPECT_TRUE(Fd(descriptor).valid());
-  EXPECT_EQ(pair.ReadAll(), "after");
-}
-
-TEST(OutputQueue, RefusesMoreDescriptorsThanItsShare) {
-  OutputQueue queue(1 << 20);
-  for (size_t i = 0; i < OutputQueue::kMaxDescriptors; ++i) {
-    ASSERT_TRUE(queue.Push(Bytes("fd"), 0, Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC))));
-  }
-  EXPECT_FALSE(queue.Push(Bytes("fd"), 0, Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC))));
+TEST_F(OutputQueueTest, SendsADescriptorWithItsOwnMessageAlone) {
+  ASSERT_TRUE(Push("before") && Push(std::string(2, '\0'), 0, AnyDescriptor()) && Push("after"));
+  ASSERT_EQ(Flush(), State::kDrained);
+  const test::WireClient far(pair_.far.Release());
+  EXPECT_EQ(far.Receive(6), "before");
+  EXPECT_TRUE(Fd(far.ReceiveDescriptor()).valid());
+  EXPECT_EQ(far.Receive(5), "after");
 }
 
 }  // namespace

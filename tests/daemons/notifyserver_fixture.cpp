@@ -9,15 +9,16 @@
 
 namespace zor::test {
 
+Child NotifyServerTest::Run(const std::string &settings) const {
+  const std::string path = root_.Path("/settings");
+  std::ofstream(path) << settings;
+  return Child::Program({NOTIFYSERVER, "--settings", path});
+}
+
 void NotifyServerTest::Start(const std::string &settings) {
-  std::vector<std::string> arguments = {NOTIFYSERVER};
-  if (!settings.empty()) {
-    const std::string path = root_.Path("/settings");
-    std::ofstream(path) << settings;
-    arguments.insert(arguments.end(), {"--settings", path});
-  }
+  log_.reset();  // before the next one takes its place
   log_ = std::make_unique<Capture>(STDERR_FILENO);
-  server_ = std::make_unique<Child>(Child::Program(arguments));
+  server_ = std::make_unique<Child>(Run(settings));
   ASSERT_TRUE(server_->WaitForOutput("notifyserver: listening on /var/run/notify/notifyserver\n"));
 }
 

@@ -19,7 +19,9 @@ namespace zor::test {
 
 class NotifyServerTest : public testing::Test {
  protected:
-  // Starts the server and waits until it listens; settings is the text of its settings file.
+  // A server with this text in its settings file.
+  Child Run(const std::string &settings) const;
+  // Starts the server and waits until it listens.
   void Start(const std::string &settings = "");
   // Stops it and returns what it has logged.
   std::string Stop();

@@ -1,5 +1,5 @@
-#include <sys/socket.h>
-
+#include <csignal>
+#include <filesystem>
 #include <random>
 
 #include "daemons/notifyserver_fixture.h"
@@ -50,14 +50,9 @@ TEST_F(NotifyServerRobustness, MalformedFrameEndsItsSenderAlone) {
     NotifyFrame frame;
     const char *reason;
   } faults[] = {
-      {WithLengths(0x800001, 0, 0), "oversized"},
-      {WithLengths(0xffffffff, 0, 0), "oversized"},
-      {WithLengths(2, 2, 1), "parts longer than its data"},
-      {WithLengths(2, 0xffffffff, 3), "parts longer than its data"},
-      {WithTags(2, 1), "neither a notification"},
-      {WithTags(0, 2), "neither a notification"},
-      {WithTags(1, 0), "neither a notification"},
-      {MakeRegistration(9), "second id"},
+      {WithLengths(0x800001, 0, 0), "oversized"}, {WithLengths(2, 0xffffffff, 3), "parts longer than its data"},
+      {WithTags(2, 1), "neither a notification"}, {WithTags(0, 2), "neither a notification"},
+      {WithTags(1, 0), "neither a notification"}, {MakeRegistration(9), "second id"},
   };
   for (const auto &fault : faults) {
     const BusPeer client = Register(kWeb);
@@ -73,12 +68,9 @@ TEST_F(NotifyServerRobustness, MalformedFrameEndsItsSenderAlone) {
 
 TEST_F(NotifyServerRobustness, ClientMustRegisterFirstAndUnderAnIdThatModulesHave) {
   Start();
-  NotifyFrame empty = MakeRegistration(kWeb);
-  empty.data.clear();
-  empty.head.data_len = empty.head.sub_data_len1 = empty.head.sub_data_len2 = 0;
-  for (const NotifyFrame &frame : {MakeRegistration(0), MakeRegistration(30), MakeRegistration(103), empty,
-                                   WithLengths(65, 0, 0) /* nor make the server wait for long data */,
-                                   MakeAsync(kType, kWeb, kCms), MakeRequest(kType, 1, kWeb, kCms)}) {
+  for (const NotifyFrame &frame :
+       {MakeRegistration(0), MakeRegistration(30), MakeRegistration(103), MakeAsync(0, kWeb, 30) /* without an id */,
+        WithLengths(65, 0, 0) /* nor make the server wait for long data */, MakeRequest(kType, 1, kWeb, kCms)}) {
     const BusPeer client = Connect();
     client.Send(frame.Bytes());
     EXPECT_TRUE(client.ClosedByOther());
@@ -135,6 +127,23 @@ TEST_F(NotifyServerRobustness, HonestClientsTalkOnDuringAStormOfGarbage) {
   EXPECT_TRUE(cms.NothingArrived());
   EXPECT_TRUE(web.NothingArrived());
   Stop();
+}
+
+TEST_F(NotifyServerRobustness, MakesItsDirectoryReplacesAStaleSocketAndRefusesWrongSettings) {
+  const std::string socket = root_.Path("/var/run/notify/notifyserver");
+  std::filesystem::remove_all(root_.Path("/var"));
+  Start();
+  Register(kWeb);
+  server_->Signal(SIGKILL);
+  server_->Wait();
+  ASSERT_TRUE(std::filesystem::exists(socket));
+  Start();
+  const BusPeer client = Register(kWeb);
+  EXPECT_EQ(Stop(), "");
+  EXPECT_TRUE(client.ClosedByOther());
+  EXPECT_FALSE(std::filesystem::exists(socket));
+  const Capture output(STDERR_FILENO);
+  EXPECT_EQ(Run("queue_bytes = 8388608\n" /* shorter than one notification */).Wait(), 3);
 }
 
 }  // namespace

@@ -117,13 +117,7 @@ TEST_F(NotifyDispatch, HandlerMayDestroyTheClient) {
   ZOR_NOTIFYCLT_RegSyncMsgProc(kType, DestroyingProc);
   const Capture output;
   EXPECT_EQ(Dispatch(MakeRequest(kType, 9, 26, 0, "ask")), ZOR_NOTIFY_E_NOT_WRITABLE);
-}
-
-TEST_F(NotifyDispatch, NullAndNeitherSynchronousNorAsynchronousAreRefused) {
-  NotifyFrame frame = MakeAsync(kType, 26, 0);
-  frame.head.sync_tag = 2;
   EXPECT_EQ(ZOR_NOTIFYCLT_MsgFilterProc(nullptr), ZOR_NOTIFY_E_ARGUMENT);
-  EXPECT_EQ(Dispatch(frame), ZOR_NOTIFY_E_ARGUMENT);
 }
 
 }  // namespace

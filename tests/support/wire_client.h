@@ -12,6 +12,7 @@ namespace zor::test {
 
 class WireClient : public BusPeer {
  public:
+  explicit WireClient(int fd) : BusPeer(fd) {}
   // Connects to the local socket at a path.
   static WireClient Connect(const std::string &path);
   // Connects to a port of the loopback address.
@@ -29,9 +30,6 @@ class WireClient : public BusPeer {
   void SendDescriptor(int descriptor) const { SendDescriptors(std::string(2, '\0'), &descriptor, 1); }
   // Reads two zero bytes and the descriptor that comes with them; -1 when anything else comes.
   int ReceiveDescriptor() const;
-
- private:
-  explicit WireClient(int fd) : BusPeer(fd) {}
 };
 
 }  // namespace zor::test
