@@ -94,7 +94,7 @@ uint32_t Insert(Chain *chain, ZOR_NOTIFIER_CALLBACK callback, uint32_t priority,
   node->next = *link;
   *link = node.get();
   if (handle != nullptr) *handle = node.get();
-  node.release();
+  static_cast<void>(node.release());  // the chain's now
   return ZOR_OK;
 }
 
