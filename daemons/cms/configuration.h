@@ -6,7 +6,8 @@
  *   config_USER.db   the configuration that the user saved
  *   app_USER.db      configuration and application data together
  *   appdata.db       application data
- * All are store files; they are written beside their name and renamed, so a crash keeps the old one.
+ * All are store files; they are written beside their name and renamed, so a crash keeps the old one. Nothing is
+ * encrypted, exported files neither: only their owner can read them.
  */
 #ifndef CMS_CONFIGURATION_H
 #define CMS_CONFIGURATION_H

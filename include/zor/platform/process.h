@@ -28,7 +28,8 @@ ZOR_API uint32_t ZOR_UTIL_GetExeFullPath(const char *name, const char *const *di
 
 /*
  * Runs a command with "/bin/sh -c" and waits for its end, at most timeLimitMs milliseconds (below 0: without limit).
- * Returns the child's process id, or -1 when it could not be started (the reason goes to standard error).
+ * Returns the child's process id; -1 when it could not be started (the reason goes to standard error), or when the
+ * process ignores SIGCHLD, so that nobody learns of its end.
  * *status becomes the raw wait status of a child that ended. When the time is over first, *timedOut becomes 1 and
  * *status is untouched: the child goes on running and is the caller's to kill and to wait for. The outputs may be null.
  * SIGCHLD is blocked meanwhile, so that no handler takes the child away; the child does not inherit that.
