@@ -63,15 +63,6 @@ TEST(LoginControl, ATimeOutIsPrintedAndAnsweredByOneRetryWithTheSameBody) {
   service.join();
 }
 
-TEST(LoginControl, AMissingServiceIsNotAskedTwice) {
-  LoopbackBus bus;
-  bus.peer.Send(MakeMessage(ZOR_MSG_SEND_FAILED_NOTICE, "", "tester", ZOR_LCTRL_LOGIN));
-  char result[ZOR_LCTRL_RESULT_SIZE];
-  EXPECT_EQ(ZOR_LCTRLAPI_Login(kRequest.data(), result), ZOR_E_PEER_GONE);
-  EXPECT_TRUE(bus.peer.ReceiveMessage());
-  EXPECT_TRUE(bus.peer.NothingArrived());
-}
-
 TEST(LoginControl, OneWayRequestsCarryTheirBytes) {
   LoopbackBus bus;
   EXPECT_EQ(ZOR_LCTRLAPI_SetMaxFailedTimes("12345678"), ZOR_OK);

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <zor/notifier.h>
 #include <zor/status.h>
-#include <zor/trace.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -10,13 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "support/capture.h"
 #include "support/temp_root.h"
 
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 std::vector<uintptr_t> g_ran;
 ZOR_NOTIFIER_CHAIN *g_chain;
@@ -108,16 +105,6 @@ TEST_F(NotifierTest, ACallbackMayRemoveItselfOrTheNextOne) {
   EXPECT_EQ(seen, 8u) << "the after hook reads nodes that their own callback removed";
 }
 
-TEST_F(NotifierTest, AFilteredRunCallsNothing) {
-  Add(Fail, 1, 1);
-  ZOR_NOTIFIER_HOOKS hooks = {};
-  hooks.filter = [](uintptr_t, ZOR_NOTIFIER_NODE *, uintptr_t argument) { return static_cast<uint32_t>(argument); };
-  EXPECT_EQ(ZOR_UTIL_NotifierDoNotifyEx(g_chain, 1, &hooks), ZOR_OK);
-  EXPECT_TRUE(g_ran.empty());
-  hooks.filterArgument = 1;
-  EXPECT_EQ(ZOR_UTIL_NotifierDoNotifyEx(g_chain, 1, &hooks), ZOR_E_ARGUMENT);
-}
-
 TEST_F(NotifierTest, TracksTheBootOnlyWhenTheFlagIsOne) {
   const zor::test::TempRoot root;
   std::ofstream(root.Path("/var/zor_boot_track.log")) << "old|";
@@ -130,18 +117,6 @@ TEST_F(NotifierTest, TracksTheBootOnlyWhenTheFlagIsOne) {
                              "^old\\|\\[tv_sec:[0-9]{3,} tv_usec:[0-9]{6}\\] \\[start cmsmodinit\\] init notify "
                              "0:0x[0-9a-f]+ for \\[\\]\\.\r\n\\[tv_sec:[0-9]{3,} tv_usec:[0-9]{6}\\] "
                              "\\[end cmsmodinit\\] init notify 0:0x[0-9a-f]+ for \\[\\] return 0x10001\\.\r\n$"));
-}
-
-TEST_F(NotifierTest, TracesEachCallbackAndTheWrappedRun) {
-  Add(Fail, 1, 1);
-  ZOR_TRACE_SetPackageLevel("notify", ZOR_TRACE_INFO);
-  zor::test::Capture out;
-  ZOR_UTIL_NotifierDoNotifyWrap("boot", 0, g_chain, 0);
-  const std::string text = out.Text();
-  EXPECT_THAT(text, HasSubstr(":boot]."));
-  EXPECT_THAT(text, HasSubstr("[start  notify 0:"));
-  EXPECT_THAT(text, HasSubstr("for [] return 0x10001."));
-  EXPECT_THAT(text, HasSubstr(":boot] return 0x10001."));
 }
 
 }  // namespace
