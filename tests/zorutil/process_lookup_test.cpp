@@ -1,0 +1,117 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <zor/zorutil.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/capture.h"
+#include "support/child.h"
+
+namespace zor::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::UnorderedElementsAreArray;
+using Pids = std::vector<int32_t>;
+
+Pids Find(const std::string &name) {
+  const std::unique_ptr<int32_t, decltype(&std::free)> found(ZOR_UTIL_FindPidByName(name.c_str()), &std::free);
+  if (found == nullptr) return {};
+  if (*found == -1) return {-1};
+  Pids pids;
+  for (const int32_t *pid = found.get(); *pid != 0; ++pid) pids.push_back(*pid);
+  return pids;
+}
+
+class Lookup : public testing::Test {
+ protected:
+  // A process with these arguments behind the shell's own, stopped, so that it lasts.
+  void Start(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"/bin/sh", "-c", "kill -STOP $$"});
+    children_.push_back(Child::Program(arguments));
+    EXPECT_TRUE(WaitUntil([this] {
+      const Pids pids = Find("-STOP $$" + token_);
+      return std::find(pids.begin(), pids.end(), children_.back().pid()) != pids.end();
+    }));
+  }
+
+  const std::string token_ = "zor" + std::to_string(::getpid());
+  std::vector<Child> children_;
+};
+
+TEST_F(Lookup, FindsEveryProcessWithTheNameInItsArguments) {
+  EXPECT_THAT(Find(token_), ElementsAre(-1));
+  Pids started;
+  for (int i = 0; i < 12; ++i) {
+    Start({token_});
+    started.push_back(children_.back().pid());
+  }
+  EXPECT_THAT(Find(token_), UnorderedElementsAreArray(started));
+  EXPECT_GT(Find("").size(), started.size());
+}
+
+TEST_F(Lookup, SeesTheArgumentsPutTogetherUpToALimit) {
+  const std::string before = "/bin/sh-ckill -STOP $$";
+  Start({token_, "two three", "", token_ + "hidden"});
+  Start({token_ + "\nlater"});
+  Start({token_ + std::string(232 - before.size() - token_.size() - 2, 'x') + "abcdefgh"});
+  const struct {
+    std::string name;
+    int32_t pid;
+  } cases[] = {
+      {before + token_ + "two three", children_[0].pid()},
+      {token_ + "hidden", -1},
+      {token_ + "\n", children_[1].pid()},
+      {"\nlater", -1},
+      {"xxabcd", children_[2].pid()},
+      {"xxabcdefgh", -1},
+  };
+  for (const auto &each : cases) EXPECT_THAT(Find(each.name), ElementsAre(each.pid)) << each.name;
+}
+
+TEST_F(Lookup, ForOnePidDropsTheBlanksOfTheName) {
+  Start({token_});
+  const auto spread = token_.substr(0, 3) + "  " + token_.substr(3) + " ";
+  EXPECT_EQ(ZOR_UTIL_GetPid(spread.c_str()), children_[0].pid());
+  EXPECT_EQ(ZOR_UTIL_GetPid((token_ + std::string(239 - token_.size(), ' ')).c_str()), children_[0].pid());
+  EXPECT_EQ(ZOR_UTIL_GetPid((token_ + std::string(240 - token_.size(), ' ')).c_str()), 0);
+  EXPECT_EQ(ZOR_UTIL_GetPid((token_ + "-").c_str()), -1);
+  EXPECT_EQ(ZOR_UTIL_GetPid(nullptr), 0);
+  EXPECT_GE(ZOR_UTIL_GetPid("init"), 1) << "process 1 when no command line has the name";
+  EXPECT_EQ(ZOR_UTIL_FindPidByName(nullptr), nullptr);
+}
+
+TEST_F(Lookup, OfTheKernelsNameSearchesTheWholeFirstLine) {
+  const Child child = Child::Function([this] {
+    ::prctl(PR_SET_NAME, token_.c_str());
+    return ::pause();
+  });
+  const std::string line = "Name:\t" + token_.substr(0, 15) + "\n";
+  EXPECT_TRUE(WaitUntil([&] { return ZOR_UTIL_FindKernelPidByName(line.c_str()) == child.pid(); }));
+  EXPECT_GE(ZOR_UTIL_FindKernelPidByName("Name"), 1);
+  EXPECT_EQ(ZOR_UTIL_FindKernelPidByName("no such process name"), -1);
+  EXPECT_EQ(ZOR_UTIL_FindKernelPidByName(nullptr), -1);
+}
+
+TEST_F(Lookup, SaysWhenTheProcessesCannotBeListed) {
+  Capture output;
+  rlimit limit;
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none = {0, limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_EQ(ZOR_UTIL_FindPidByName("init"), nullptr);
+  EXPECT_EQ(ZOR_UTIL_GetPid("init"), 0);
+  EXPECT_EQ(ZOR_UTIL_FindKernelPidByName("init"), -1);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(output.Text(), "cms:Cannot open /proccms:Cannot open /proccms:Cannot open /proc");
+}
+
+}  // namespace
+}  // namespace zor::test
