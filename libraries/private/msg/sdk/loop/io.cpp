@@ -12,6 +12,8 @@
 #include "sdk/loop/loop.h"
 #include "sdk/loop/watcher.h"
 
+static_assert(sizeof(void *) != 4 || sizeof(UvIO) == 28);
+
 namespace zor {
 namespace {
 

@@ -13,9 +13,9 @@ namespace {
 
 UvLoop defaultLoop;
 
-// Runs on the stack, innermost first, and the last turn number given out.
-Run *innermostRun = nullptr;
-std::uint64_t lastTurn = 0;
+// Runs on the stack of this thread, innermost first, and the last turn number given out.
+thread_local Run *innermostRun = nullptr;
+thread_local std::uint64_t lastTurn = 0;
 
 // Waits for replies end with the loop that holds their guards; their callbacks are not called.
 void FreePendingReplies(const UvLoop &loop) {

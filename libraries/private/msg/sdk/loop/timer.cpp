@@ -11,6 +11,8 @@
 #include "sdk/loop/loop.h"
 #include "sdk/loop/watcher.h"
 
+static_assert(sizeof(void *) != 4 || sizeof(UvTimer) == 36);
+
 namespace zor {
 namespace {
 

@@ -24,9 +24,11 @@ void DropForcedEvents(UvLoop &loop, const UvIO &watcher) {
 
 }  // namespace
 
-Walk *Walk::innermost_ = nullptr;
-CallFrame *CallFrame::innermost_ = nullptr;
-std::uint64_t listChanges = 0;
+constinit thread_local Walk *Walk::innermost_ = nullptr;
+constinit thread_local CallFrame *CallFrame::innermost_ = nullptr;
+constinit thread_local std::uint64_t listChanges = 0;
+
+static_assert(sizeof(void *) != 4 || sizeof(UvWatcher) == 16);
 
 Walk::Walk(const UvLoop &loop, Appended appended) noexcept
     : loop_(loop), appended_(appended), next_(loop.watchers), outer_(innermost_) {

@@ -2,6 +2,7 @@
 // while the list is being walked and while callbacks are on the stack:
 // - a walk is a cursor that an unlinking moves on, so it never steps onto a freed record;
 // - a record whose callback is on the stack is unlinked at once, but freed only when that callback has returned.
+// What is on the stack is known per thread, so that threads may run loops of their own.
 #ifndef SDK_LOOP_WATCHER_H
 #define SDK_LOOP_WATCHER_H
 
@@ -40,7 +41,7 @@ class Walk {
   static void OnUnlink(const UvWatcher *watcher) noexcept;
 
  private:
-  static Walk *innermost_;
+  [[gnu::tls_model("initial-exec")]] static constinit thread_local Walk *innermost_;
 
   const UvLoop &loop_;
   const Appended appended_;
@@ -66,16 +67,16 @@ class CallFrame {
  private:
   static CallFrame *Find(const UvWatcher *watcher) noexcept;
 
-  static CallFrame *innermost_;
+  [[gnu::tls_model("initial-exec")]] static constinit thread_local CallFrame *innermost_;
 
   UvWatcher *const watcher_;
   CallFrame *const outer_;
   bool freed_ = false;
 };
 
-// How many watchers have been added or marked deleted, on any loop. While it stands still, what a walk has found holds,
-// except that watchers may be gone.
-extern std::uint64_t listChanges;
+// How many watchers have been added or marked deleted, on any loop of this thread. While it stands still, what a walk
+// has found holds, except that watchers may be gone.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local std::uint64_t listChanges;
 
 // Takes a watcher off its loop, with every forced event and pending reply that names it, and frees it.
 void RemoveWatcher(UvLoop &loop, UvWatcher *watcher) noexcept;

@@ -2,6 +2,7 @@
 #include <zor/sockbase.h>
 
 #include "base/alloc.h"
+#include "sdk/loop/watcher.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(SockAsyncWait) == 20);
 
@@ -15,7 +16,9 @@ void OnWaitTimeOut(void *data) {
   wait->timedOut = 1;
   wait->timer = nullptr;
   SockBase *sockBase = wait->sockBase;
-  if (sockBase != nullptr && sockBase->eventProc != nullptr) sockBase->eventProc(sockBase, 0);
+  if (sockBase == nullptr || sockBase->eventProc == nullptr) return;
+  const CallFrame frame(&sockBase->io.header);
+  sockBase->eventProc(sockBase, 0);
 }
 
 }  // namespace
