@@ -95,6 +95,17 @@ TEST_F(Io, CallsForReadingThenExceptionsThenWriting) {
   EXPECT_EQ(trace.Count("[end io 0:"), 3);
 }
 
+TEST_F(Io, ADeletedWatcherIsFreedByTheNextPassOfTheSameTurn) {
+  const SocketPair pair;
+  pair.MakeReadable();
+  const UvIO *self = AddWatcher(pair.near, UV_READABLE, [&](uint32_t) {
+    ZOR_UV_IODelete(ZOR_UV_IOFindByFd(&loop_, pair.near));
+    Stop();
+  });
+  EXPECT_EQ(Run(), ZOR_OK);
+  EXPECT_FALSE(IsListed(self));
+}
+
 TEST_F(Io, SkippingEndsOnlyThePassInProgress) {
   const SocketPair one, other;
   one.MakeReadable();
