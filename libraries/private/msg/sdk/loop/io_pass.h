@@ -11,7 +11,7 @@
 
 namespace zor {
 
-// True unless the kernel says that the number names no open descriptor; errno tells why.
+// Whether the number names an open descriptor; errno tells why not.
 bool IsOpenDescriptor(std::int32_t fd) noexcept;
 
 // Made right after a successful select. Each pass calls the watchers of one ready set in list order, and sweeps.
