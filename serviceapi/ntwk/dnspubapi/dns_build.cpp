@@ -42,10 +42,21 @@ uint8_t *Put(uint8_t *to, const void *from, std::size_t count) {
 
 // Writes the pieces of a name as labels; the length byte of an overlong one is cut. Returns where they end.
 uint8_t *PutLabels(uint8_t *to, std::string_view name) {
-  for (std::string_view piece; !(piece = zor::NextPiece(name, '.')).empty();) {
-    *to++ = static_cast<uint8_t>(piece.size());
-    to = Put(to, piece.data(), piece.size());
+  std::size_t length = 0;
+  const auto endLabel = [&] {
+    if (length == 0) return;
+    to[0] = static_cast<uint8_t>(length);
+    to += length + 1;
+    length = 0;
+  };
+  for (const char c : name) {
+    if (c == '.') {
+      endLabel();
+    } else {
+      to[++length] = static_cast<uint8_t>(c);
+    }
   }
+  endLabel();
   return to;
 }
 
