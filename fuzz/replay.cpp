@@ -1,0 +1,48 @@
+// Replays a corpus: replay DIRECTORY. Each input is given whole, cut at every byte, and with every byte replaced in
+// turn by those values at which decoders change their mind.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "fuzz.h"
+
+namespace {
+
+using Input = std::vector<std::uint8_t>;
+
+constexpr std::uint8_t kReplacements[] = {0x00, 0x01, 0x3f, 0x40, 0x80, 0xc0, 0xff, '%', ':', '/'};
+constexpr std::size_t kMaxVaried = 1024;
+
+// From a block of exactly the input's size, so that a read behind it is an error.
+void Run(Input::const_iterator first, Input::const_iterator last) {
+  const Input input(first, last);
+  LLVMFuzzerTestOneInput(input.data(), input.size());
+}
+
+void RunVaried(Input input) {
+  Run(input.begin(), input.end());
+  if (input.size() > kMaxVaried) return;
+  for (auto at = input.begin(); at != input.end(); ++at) {
+    Run(input.begin(), at);
+    const std::uint8_t kept = *at;
+    for (const std::uint8_t replacement : kReplacements) {
+      *at = replacement;
+      Run(input.begin(), input.end());
+    }
+    *at = kept;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  int replayed = 0;
+  zor::fuzz::Require(argc == 2 && std::freopen("/dev/null", "w", stdout) != nullptr, "usage: replay DIRECTORY");
+  for (const auto &entry : std::filesystem::directory_iterator(argv[1])) {
+    std::ifstream file(entry.path(), std::ios::binary);
+    RunVaried(Input(std::istreambuf_iterator<char>(file), {}));
+    ++replayed;
+  }
+  zor::fuzz::Require(replayed > 0, "a corpus holds inputs");
+}
