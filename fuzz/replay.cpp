@@ -11,9 +11,6 @@ namespace {
 
 using Input = std::vector<std::uint8_t>;
 
-constexpr std::uint8_t kReplacements[] = {0x00, 0x01, 0x3f, 0x40, 0x80, 0xc0, 0xff, '%', ':', '/'};
-constexpr std::size_t kMaxVaried = 1024;
-
 // From a block of exactly the input's size, so that a read behind it is an error.
 void Run(Input::const_iterator first, Input::const_iterator last) {
   const Input input(first, last);
@@ -21,13 +18,13 @@ void Run(Input::const_iterator first, Input::const_iterator last) {
 }
 
 void RunVaried(Input input) {
+  constexpr std::size_t kMaxVaried = 1024;
   Run(input.begin(), input.end());
-  if (input.size() > kMaxVaried) return;
-  for (auto at = input.begin(); at != input.end(); ++at) {
+  for (auto at = input.begin(); input.size() <= kMaxVaried && at != input.end(); ++at) {
     Run(input.begin(), at);
     const std::uint8_t kept = *at;
-    for (const std::uint8_t replacement : kReplacements) {
-      *at = replacement;
+    for (const int replacement : {0x00, 0x01, 0x3f, 0x40, 0x80, 0xc0, 0xff, +'%', +':', +'/'}) {
+      *at = static_cast<std::uint8_t>(replacement);
       Run(input.begin(), input.end());
     }
     *at = kept;

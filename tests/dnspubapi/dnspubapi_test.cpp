@@ -7,7 +7,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include "support/capture.h"
 
@@ -28,16 +27,17 @@ Packet MakePacket(const std::string &bytes) {
   return packet;
 }
 
-std::string BytesOf(const Packet &packet) {
-  return packet == nullptr ? "null" : std::string(reinterpret_cast<const char *>(&packet->data[0]), packet->length);
-}
-
 const uint8_t *At(const Packet &packet, size_t offset) {
   return &packet->data[0] + offset;
 }
 
-std::string Label(size_t length, char c = 'x') {
-  return std::string(1, static_cast<char>(length)) + std::string(length, c);
+std::string BytesOf(DnsPacket *owned) {
+  const Packet packet(owned);
+  return packet == nullptr ? "null" : std::string(At(packet, 0), At(packet, packet->length));
+}
+
+std::string Label(size_t length) {
+  return std::string(1, static_cast<char>(length)) + std::string(length, 'x');
 }
 
 std::string Pointer(size_t target) {
@@ -45,25 +45,14 @@ std::string Pointer(size_t target) {
 }
 
 std::string Header(char questions, char answers, char authorities, char additional) {
-  const char z = 0;
-  return {0x12, 0x34, '\x81', z, z, questions, z, answers, z, authorities, z, additional};
+  return {0x12, 0x34, '\x81', 0, 0, questions, 0, answers, 0, authorities, 0, additional};
 }
 
-// One question, two answers, one authority and one additional record; the additional one's name is labels and a
-// pointer.
+// One question, two answers, one authority and one additional record; the second answer's name is labels and a pointer.
 const std::string kQuestion = "\3www\1x\0\0\1\0\1"s;
 const std::string kFixed = "\0\1\0\1\1\2\3\4\0\4"s;
 const std::string kSample = Header(1, 2, 1, 1) + kQuestion + Pointer(12) + kFixed + "AAAA" + "\1y" + Pointer(12) +
                             kFixed + "BBBB" + Pointer(16) + kFixed + "CCCC" + "\1z\0"s + kFixed + "DDDD";
-
-struct NameCase {
-  const char *what;
-  std::string bytes;
-  size_t at;
-  uint32_t length;   // what is stepped over
-  const char *name;  // null: malformed
-  uint32_t consumed;
-};
 
 TEST(DnsName, IsMeasuredAndExpandedByTwoDifferentRules) {
   std::string chain = "\1a\0"s;  // then ten names, each a label and a pointer to the one before
@@ -72,85 +61,63 @@ TEST(DnsName, IsMeasuredAndExpandedByTwoDifferentRules) {
     chain += "\1b" + Pointer(previous);
     previous = next;
   }
-  const NameCase cases[] = {
+  const struct {
+    const char *what;
+    std::string bytes;
+    size_t at;
+    uint32_t length;   // what is stepped over
+    const char *name;  // null: malformed
+    uint32_t consumed = 0;
+    uint32_t capacity = ZOR_DNS_NAME_SIZE;
+  } cases[] = {
       {"plain", "\1a\1b\0"s, 0, 5, "a.b", 5},
       {"root", "\0"s, 0, 1, "", 1},
       {"pointer alone", "\1a\0"s + Pointer(0) + "x", 3, 2, "a", 2},
-      {"pointer alone in the last two bytes", "\1a\0"s + Pointer(0), 3, 0, nullptr, 0},
+      {"pointer alone in the last two bytes", "\1a\0"s + Pointer(0), 3, 0, nullptr},
       {"labels, then a pointer: stepped over by 0", "\1a\0\1b"s + Pointer(0), 3, 4, "b.a", 0},
       {"labels, then a pointer to the root", "\0\1b"s + Pointer(0), 1, 4, "b.", 0},
-      {"pointer cut behind labels", "\1a\xc0"s, 0, 4, nullptr, 0},
-      {"pointer to a pointer", "\1a\0"s + Pointer(0) + Pointer(3) + "x", 5, 2, nullptr, 0},
+      {"pointer cut behind labels", "\1a\xc0"s, 0, 4, nullptr},
+      {"pointer to a pointer", "\1a\0"s + Pointer(0) + Pointer(3) + "x", 5, 2, nullptr},
       {"pointer to labels and a pointer", "\1a\0\1b"s + Pointer(0) + Pointer(3) + "x", 7, 2, "b.a", 2},
-      {"pointer to itself", Pointer(0) + "x", 0, 2, nullptr, 0},
-      {"names that point at each other", "\1a"s + Pointer(4) + "\1b" + Pointer(0), 0, 4, nullptr, 0},
-      {"pointer to the end", "\1a"s + Pointer(4), 0, 4, nullptr, 0},
-      {"pointer past the end", Pointer(4) + "x", 0, 2, nullptr, 0},
+      {"names that point at each other", "\1a"s + Pointer(4) + "\1b" + Pointer(0), 0, 4, nullptr},
+      {"pointer to the end", "\1a"s + Pointer(4), 0, 4, nullptr},
+      {"pointer past the end", Pointer(4) + "x", 0, 2, nullptr},
       {"ten segments", chain, 3 + 8 * 4, 4, "b.b.b.b.b.b.b.b.b.a", 0},
-      {"eleven segments", chain, 3 + 9 * 4, 4, nullptr, 0},
-      {"label of 64", Label(64) + "\0"s, 0, 0, nullptr, 0},
-      {"label past the end", "\4abc", 0, 0, nullptr, 0},
-      {"label without an end", "\3abc", 0, 0, nullptr, 0},
-      {"dot in a label", "\3a.b\0"s, 0, 5, nullptr, 0},
-      {"at the end", "\0"s, 1, 0, nullptr, 0},
-      {"past the end", "\0"s, 2, 0, nullptr, 0},
+      {"eleven segments", chain, 3 + 9 * 4, 4, nullptr},
+      {"label of 64", Label(64) + "\0"s, 0, 0, nullptr},
+      {"label past the end", "\4abc", 0, 0, nullptr},
+      {"dot in a label", "\3a.b\0"s, 0, 5, nullptr},
+      {"at the end", "\0"s, 1, 0, nullptr},
+      {"past the end", "\0"s, 2, 0, nullptr},
+      {"field that just fits", "\3abc\0\2de"s + Pointer(0), 5, 5, "de.abc", 0, 7},
+      {"field one short", "\3abc\0\2de"s + Pointer(0), 5, 5, nullptr, 0, 6},
+      {"field full before the pointer", "\0\2de"s + Pointer(0), 1, 5, nullptr, 0, 3},
   };
-  for (const NameCase &c : cases) {
+  for (const auto &c : cases) {
     const Packet packet = MakePacket(c.bytes);
-    char name[ZOR_DNS_NAME_SIZE] = "stale";
+    const auto name = std::make_unique<char[]>(c.capacity);
     uint32_t consumed = 99;
     EXPECT_EQ(ZOR_DNS_PacketGetNameLen(packet.get(), At(packet, c.at)), c.length) << c.what;
-    EXPECT_EQ(ZOR_DNS_PacketGetName(packet.get(), At(packet, c.at), name, sizeof name, &consumed),
+    EXPECT_EQ(ZOR_DNS_PacketGetName(packet.get(), At(packet, c.at), name.get(), c.capacity, &consumed),
               c.name == nullptr ? ZOR_DNS_E_MALFORMED : ZOR_DNS_OK)
         << c.what;
-    EXPECT_STREQ(name, c.name == nullptr ? "" : c.name) << c.what;
+    EXPECT_STREQ(name.get(), c.name == nullptr ? "" : c.name) << c.what;
     EXPECT_EQ(consumed, c.consumed) << c.what;
+    EXPECT_EQ(ZOR_DNS_PacketGetName(packet.get(), At(packet, c.at), name.get(), 0, nullptr), ZOR_DNS_E_MALFORMED);
   }
-}
-
-TEST(DnsName, FillsItsFieldToTheLastByteAndNoFurther) {
-  const Packet packet = MakePacket("\3abc\0\2de"s + Pointer(0));
-  const struct {
-    size_t at;
-    uint32_t capacity;
-    const char *name;
-  } cases[] = {{0, 4, "abc"},   {0, 3, nullptr}, {0, 1, nullptr}, {5, 7, "de.abc"},
-               {5, 6, nullptr}, {5, 3, nullptr}, {4, 1, ""}};
-  for (const auto &c : cases) {
-    const auto field = std::make_unique<char[]>(c.capacity);
-    const uint32_t status = ZOR_DNS_PacketGetName(packet.get(), At(packet, c.at), field.get(), c.capacity, nullptr);
-    EXPECT_EQ(status, c.name == nullptr ? ZOR_DNS_E_MALFORMED : ZOR_DNS_OK) << c.at << " " << c.capacity;
-    EXPECT_STREQ(field.get(), c.name == nullptr ? "" : c.name);
-  }
-  char untouched = 'u';
-  EXPECT_EQ(ZOR_DNS_PacketGetName(packet.get(), At(packet, 0), &untouched, 0, nullptr), ZOR_DNS_E_MALFORMED);
-  EXPECT_EQ(untouched, 'u');
-
-  DnsQuestionValues values;
-  uint32_t length;
-  const std::string longest = Label(63) + Label(63) + Label(63) + Label(63);
-  const Packet fits = MakePacket(longest + "\0\0\1\0\1"s), tooLong = MakePacket(Label(1) + longest + "\0\0\1\0\1"s);
-  EXPECT_EQ(ZOR_DNS_PacketGetValuesOfQuestion(fits.get(), At(fits, 0), &values, &length), ZOR_DNS_OK);
-  EXPECT_EQ(std::strlen(values.name), 255u);
-  EXPECT_EQ(ZOR_DNS_PacketGetValuesOfQuestion(tooLong.get(), At(tooLong, 0), &values, &length), ZOR_DNS_E_MALFORMED);
 }
 
 TEST(DnsWalk, FindsEverySectionAndEndsAtTheEnd) {
   const Packet packet = MakePacket(kSample);
   const uint8_t *record = ZOR_DNS_PacketGetFirstRR(packet.get());
-  const size_t expected[] = {12 + 11, 12 + 11 + 16, 12 + 11 + 16 + 18, 12 + 11 + 16 + 18 + 16, kSample.size()};
-  for (const size_t offset : expected) {
+  for (const size_t offset : {size_t{23}, size_t{39}, size_t{57}, size_t{73}, kSample.size()}) {
     ASSERT_EQ(record, At(packet, offset));
     record = ZOR_DNS_PacketGetNextRR(packet.get(), record);
   }
   EXPECT_EQ(record, nullptr);
-  EXPECT_EQ(ZOR_DNS_PacketGetFirstAuthorityRecord(packet.get()), At(packet, expected[2]));
-  EXPECT_EQ(ZOR_DNS_PacketGetFirstAddtionalRecord(packet.get()), At(packet, expected[3]));
-  for (size_t size = 0; size < kSample.size(); ++size) {
-    const Packet cut = MakePacket(kSample.substr(0, size));
-    EXPECT_EQ(ZOR_DNS_PacketGetFirstRR(cut.get()) != nullptr, size >= 19) << size << ": where its question's name ends";
-    EXPECT_EQ(ZOR_DNS_PacketGetFirstAddtionalRecord(cut.get()) != nullptr, size >= expected[3]) << size;
-  }
+  EXPECT_EQ(ZOR_DNS_PacketGetFirstAuthorityRecord(packet.get()), At(packet, 57));
+  EXPECT_EQ(ZOR_DNS_PacketGetFirstAddtionalRecord(packet.get()), At(packet, 73));
+  EXPECT_EQ(ZOR_DNS_PacketGetFirstRR(MakePacket(Header(0, 0, 0, 0).substr(1)).get()), nullptr);
   // 65535 answers and one authority record are counted as none.
   const Packet wrapped = MakePacket("\0\0\0\0\0\0\xff\xff\0\1\0\0"s);
   EXPECT_EQ(ZOR_DNS_PacketGetFirstAddtionalRecord(wrapped.get()), At(wrapped, 12));
@@ -164,8 +131,6 @@ TEST(DnsRecord, IsReadFromTheStartOfItsNameWhenThatEndsInAPointer) {
   uint32_t length = 0;
   ASSERT_EQ(ZOR_DNS_PacketGetValuesOfRR(packet.get(), At(packet, 23), &values, &length), ZOR_DNS_OK);
   EXPECT_STREQ(values.name, "www.x");
-  EXPECT_EQ(values.type, 1u);
-  EXPECT_EQ(values.qclass, 1u);
   EXPECT_EQ(values.ttl, 0x01020304u);
   EXPECT_EQ(std::string(values.rdata, values.rdata + values.rdlength), "AAAA");
   EXPECT_EQ(length, 16u);
@@ -175,80 +140,56 @@ TEST(DnsRecord, IsReadFromTheStartOfItsNameWhenThatEndsInAPointer) {
   EXPECT_EQ(length, 0u);
   ASSERT_EQ(ZOR_DNS_PacketGetValuesOfQuestion(packet.get(), At(packet, 39), &question, &length), ZOR_DNS_OK);
   EXPECT_STREQ(question.name, "y.www.x");
-  EXPECT_EQ(question.type, 0x0179u);
-  EXPECT_EQ(question.qclass, 0xc00cu);
+  EXPECT_EQ(question.type << 16 | question.qclass, 0x0179c00cu);
   EXPECT_EQ(length, 4u);
   EXPECT_EQ(ZOR_DNS_PacketGetValuesOfRR(packet.get(), At(packet, 23), &values, nullptr), ZOR_DNS_E_ARGUMENT);
-  EXPECT_STREQ(values.name, "");
 }
 
 TEST(DnsRecord, TheLengthWrapsForTheTwoGreatestDataLengths) {
-  const std::string fixed = "\1a\0\0\1\0\1\0\0\0\0"s;
-  const struct {
-    const char *dataLength;
-    size_t data;
-    uint32_t length;
-  } cases[] = {
-      {"\xff\xfe", 65534, 11}, {"\xff\xff", 65535, 12}, {"\xff\xfd", 65533, 13 + 65533}, {"\xff\xfd", 65532, 0}};
-  for (const auto &c : cases) {
-    const Packet packet = MakePacket(fixed + std::string(c.dataLength, 2) + std::string(c.data, 'd'));
-    EXPECT_EQ(ZOR_DNS_PacketGetRRLen(packet.get(), At(packet, 0)), c.length);
+  for (const auto &[dataLength, walked] : {std::pair{65533u, 65546u}, {65534u, 11u}, {65535u, 12u}}) {
+    const std::string fixed = "\1a\0\0\1\0\1\0\0\0\0\xff"s + static_cast<char>(dataLength);
+    const Packet packet = MakePacket(fixed + std::string(dataLength, 'd'));
     DnsRecordValues values;
     uint32_t length;
-    EXPECT_EQ(ZOR_DNS_PacketGetValuesOfRR(packet.get(), At(packet, 0), &values, &length) == ZOR_DNS_OK, c.length != 0);
-    EXPECT_EQ(length, c.length == 0 ? 0 : 13 + c.data);
+    EXPECT_EQ(ZOR_DNS_PacketGetRRLen(packet.get(), At(packet, 0)), walked);
+    EXPECT_EQ(ZOR_DNS_PacketGetValuesOfRR(packet.get(), At(packet, 0), &values, &length), ZOR_DNS_OK);
+    EXPECT_EQ(length, 13 + dataLength);
   }
 }
 
 TEST(DnsBuild, ARequestHasItsExactBytes) {
   const std::string head = "\0\0\1\0\1\0\0\0\0\0\0\0"s, tail = "\0\0\1\0\1"s;
-  const struct {
-    std::string name, labels;
-  } cases[] = {{"a.b", "\1a\1b" + tail},
-               {"..a..b.", "\1a\1b" + tail + "\0\0\0\0"s},
-               {std::string(300, 'x'), "\3" + std::string(259, 'x') + tail}};
-  for (const auto &c : cases) {
-    EXPECT_EQ(BytesOf(Packet(ZOR_DNS_PacketBuildRequest(c.name.c_str()))), head + c.labels) << c.name;
-  }
-  for (const char *nothing : {"", "...", static_cast<const char *>(nullptr)}) {
-    EXPECT_EQ(ZOR_DNS_PacketBuildRequest(nothing), nullptr);
-  }
+  EXPECT_EQ(BytesOf(ZOR_DNS_PacketBuildRequest("a.b")), head + "\1a\1b" + tail);
+  EXPECT_EQ(BytesOf(ZOR_DNS_PacketBuildRequest("..a..b.")), head + "\1a\1b" + tail + "\0\0\0\0"s);
+  EXPECT_EQ(BytesOf(ZOR_DNS_PacketBuildRequest(std::string(300, 'x').c_str())),
+            head + "\3" + std::string(259, 'x') + tail);
+  EXPECT_EQ(ZOR_DNS_PacketBuildRequest("..."), nullptr);
 }
 
 TEST(DnsBuild, AResponseCarriesWhatIsLeftOfTheTimeToLive) {
   const Packet query = MakePacket(Header(1, 7, 2, 3) + kQuestion);
   DnsRecordValues record = {"", 0x10005, 0x20001, 300, 3, At(query, 13)};
-  const auto answerWith = [](const char *ttl) {
-    return Header(1, 1, 2, 0) + kQuestion + Pointer(12) + "\0\5\0\1"s + std::string(ttl, 4) + "\0\3www"s;
-  };
-  EXPECT_EQ(BytesOf(Packet(ZOR_DNS_PacketBuildResponse(query.get(), &record, 0))), answerWith("\0\0\1\x2c"));
-  // The clock may step on between the test and the builder.
+  std::string expected = Header(1, 1, 2, 0) + kQuestion + Pointer(12) + "\0\5\0\1\0\0\1\x2c\0\3www"s;
+  EXPECT_EQ(BytesOf(ZOR_DNS_PacketBuildResponse(query.get(), &record, 0)), expected);
   const uint32_t stored = ZOR_UTIL_GetSysUpTime() - 100;
-  const Packet aged(ZOR_DNS_PacketBuildResponse(query.get(), &record, stored));
-  const uint8_t left = *At(aged, query->length + 9);
-  EXPECT_TRUE(left <= 200 && left > 190) << +left;
-  EXPECT_EQ(BytesOf(aged), answerWith(std::string("\0\0\0"s + static_cast<char>(left)).data()));
+  const std::string aged = BytesOf(ZOR_DNS_PacketBuildResponse(query.get(), &record, stored));
+  const int left = static_cast<uint8_t>(aged.at(query->length + 9));
+  EXPECT_TRUE(left <= 200 && left > 190) << left << ": the clock may have stepped on, but not far";
   record.ttl = 60;
   EXPECT_EQ(ZOR_DNS_PacketBuildResponse(query.get(), &record, stored), nullptr) << "expired";
-  EXPECT_EQ(ZOR_DNS_PacketBuildResponse(query.get(), &record, ZOR_UTIL_GetSysUpTime() + 100), nullptr)
-      << "from the future";
+  EXPECT_EQ(ZOR_DNS_PacketBuildResponse(query.get(), &record, stored + 200), nullptr) << "stored in the future";
   record.rdata = nullptr;
   EXPECT_EQ(ZOR_DNS_PacketBuildResponse(query.get(), &record, 0), nullptr);
-  record.rdlength = 0;
-  EXPECT_NE(Packet(ZOR_DNS_PacketBuildResponse(query.get(), &record, 0)), nullptr);
 }
 
 TEST(DnsBuild, AnErrorResponseIsTheQueryWithoutItsRecords) {
-  const Packet query = MakePacket(Header(1, 2, 3, 4) + kQuestion + "rest");
-  std::string expected = Header(1, 0, 0, 0) + kQuestion + "rest";
+  std::string expected = Header(1, 0, 0, 0) + kQuestion;
   expected[3] = 3;
-  EXPECT_EQ(BytesOf(Packet(ZOR_DNS_PacketBuildErrorResponse(query.get(), 3))), expected);
-  EXPECT_EQ(ZOR_DNS_PacketBuildErrorResponse(MakePacket(Header(1, 0, 0, 0).substr(1)).get(), 3), nullptr);
-
-  EXPECT_EQ(ZOR_DNS_PacketCheckIfErrorRely(nullptr), 0u);
-  EXPECT_EQ(ZOR_DNS_PacketCheckIfErrorRely(MakePacket(expected).get()), 1u);
-  EXPECT_EQ(ZOR_DNS_PacketCheckIfErrorRely(MakePacket("abc").get()), 1u);
-  EXPECT_EQ(ZOR_DNS_PacketCheckIfErrorRely(MakePacket(Header(1, 0, 0, 0)).get()), 1u);
+  const Packet query = MakePacket(Header(1, 2, 3, 4) + kQuestion);
+  EXPECT_EQ(BytesOf(ZOR_DNS_PacketBuildErrorResponse(query.get(), 3)), expected);
+  for (const std::string &error : {expected, "abc"s, Header(1, 0, 0, 0)}) {
+    EXPECT_EQ(ZOR_DNS_PacketCheckIfErrorRely(MakePacket(error).get()), 1u);
+  }
   for (const std::string &found : {Header(1, 1, 0, 0), Header(1, 0, 1, 0), Header(1, 0, 0, 1)}) {
     EXPECT_EQ(ZOR_DNS_PacketCheckIfErrorRely(MakePacket(found).get()), 0u);
   }
@@ -256,16 +197,14 @@ TEST(DnsBuild, AnErrorResponseIsTheQueryWithoutItsRecords) {
 
 TEST(DnsBuild, ACopyIsCutToItsLimitAndRefusedAboveEightMebibytes) {
   const Packet packet = MakePacket("abcdef");
-  for (const auto &[limit, copied] : {std::pair{0u, "abcdef"}, {3u, "abc"}, {6u, "abcdef"}, {7u, "abcdef"}}) {
-    EXPECT_EQ(BytesOf(Packet(ZOR_DNS_PacketCopy(packet.get(), limit))), copied);
+  for (const auto &[limit, copied] : {std::pair{0u, "abcdef"}, {3u, "abc"}, {7u, "abcdef"}}) {
+    EXPECT_EQ(BytesOf(ZOR_DNS_PacketCopy(packet.get(), limit)), copied);
   }
   zor::test::Capture out;
-  Packet liar = MakePacket("");
-  EXPECT_EQ(BytesOf(Packet(ZOR_DNS_PacketCopy(liar.get(), 0))), "");
-  liar->length = 0x800000 - 3;
-  EXPECT_EQ(ZOR_DNS_PacketCopy(liar.get(), 0), nullptr);
-  liar->length = 0xffffffff;
-  EXPECT_EQ(ZOR_DNS_PacketCopy(liar.get(), 0), nullptr) << "4 + length must not wrap";
+  for (const uint32_t tooLong : {0x7ffffdu, 0xffffffffu}) {
+    packet->length = tooLong;
+    EXPECT_EQ(ZOR_DNS_PacketCopy(packet.get(), 0), nullptr);
+  }
   const std::string refused = "error: not host tool, but malloc 4M, return NULL, malloc len=";
   EXPECT_EQ(out.Text(), refused + "8388609\n" + refused + "3\n");
 }
@@ -280,36 +219,29 @@ TEST(DnsReverseName, BecomesAnAddress) {
     std::string address;
     uint32_t flag;
   } cases[] = {
-      {"4.3.2.1.in-addr.arpa", 16, 0, "1.2.3.4", 1},
       {"40.30.2.1.in-addr.arpa.junk", 10, 0, "1.2.30.40", 1},
-      {"4.3.2.1.in-addr.arpa", 8, 0, "1.2.3.4", 1},
       {"4.3.2.1.in-addr.arpa", 7, ZOR_DNS_E_ARGUMENT, "", 9},
       {"1.2.3.in-addr.arpa", 16, ZOR_DNS_E_ARGUMENT, "", 9},
-      {"1.22.333.in-addr.arpa", 16, ZOR_DNS_E_ARGUMENT, "", 9},
       {"1..22.33.in-addr.arpa", 16, ZOR_DNS_E_TOO_FEW_LABELS, ".33.22.1", 9},
       {"256.3.2.1.in-addr.arpa", 16, ZOR_DNS_E_ARGUMENT, "1.2.3.256", 9},
       {"4.3.2.1.IN-ADDR.ARPA", 16, ZOR_DNS_E_ARGUMENT, "", 9},
       {nibbles + "ip6.arpa", 64, 0, address, 0},
       {nibbles + "ip6.arpa.in-addr.arpa", 64, ZOR_DNS_E_ARGUMENT, "", 9},
-      {nibbles + "ip6.arpa", 63, ZOR_DNS_E_ARGUMENT, "", 9},
       {"g" + nibbles.substr(1) + "ip6.arpa", 64, ZOR_DNS_E_ARGUMENT, address.substr(0, 38) + "g", 0},
-      {"", 64, ZOR_DNS_E_ARGUMENT, "", 9},
   };
   for (const auto &c : cases) {
-    const auto field = std::make_unique<char[]>(c.capacity + 1);
+    const auto field = std::make_unique<char[]>(c.capacity);
     uint32_t flag = 9;
     EXPECT_EQ(ZOR_DNS_PacketPTRName2Addr(c.name.c_str(), field.get(), c.capacity, &flag), c.status) << c.name;
     EXPECT_EQ(std::string(field.get()), c.address) << c.name;
     EXPECT_EQ(flag, c.flag) << c.name;
   }
-  char stale[16] = "xxxxxxxxxxxxxxx";
+  char stale[] = "xxxxxxxxxxxxxxx";
   EXPECT_EQ(ZOR_DNS_PacketPTRName2Addr("4.3.2.1.in-addr.arpa", stale, sizeof stale, nullptr), ZOR_DNS_E_ARGUMENT);
   EXPECT_STREQ(stale, "1.2.3.4x") << "the byte behind the address is the caller's, the one after it is cleared";
-
-  for (const auto &[text, dots] : {std::pair{"1.2.3.4", 3u}, {"abc", 0u}, {"", 0x360000u}}) {
-    EXPECT_EQ(ZOR_DNS_CountAddrPoints(text), dots);
+  for (const auto &[text, dots] : {std::pair{"1.2.3.4"s, 3u}, {""s, 0x360000u}, {std::string(99, '.'), 63u}}) {
+    EXPECT_EQ(ZOR_DNS_CountAddrPoints(text.c_str()), dots);
   }
-  EXPECT_EQ(ZOR_DNS_CountAddrPoints(std::string(99, '.').c_str()), 63u);
 }
 
 }  // namespace
