@@ -35,7 +35,7 @@ void Stars(char *from, std::size_t count) {
 
 // The 2nd, 3rd and 5th octets.
 void MaskPartOfMac(char *match, std::size_t) {
-  for (const std::size_t at : {3, 6, 12}) Stars(match + at, 2);
+  for (const std::size_t at : {3u, 6u, 12u}) Stars(match + at, 2);
 }
 
 // The 2nd and 3rd octets.
