@@ -48,9 +48,10 @@ int32_t ProtocolOf(std::string_view name) {
 // The port that the URL or its protocol names; none outside 1 to 65535. What follows the number is not looked at.
 std::optional<uint32_t> PortOf(const Authority &authority, int32_t protocol) {
   constexpr int64_t kMaxPort = 65535;
-  const int64_t port = authority.portSeparator == kNowhere
-                           ? ZOR_UTIL_GetDftPortByProtocolIdx(protocol)
-                           : std::strtol(authority.text.data() + authority.portSeparator + 1, nullptr, 10);
+  int64_t port = ZOR_UTIL_GetDftPortByProtocolIdx(protocol);
+  if (authority.portSeparator != kNowhere) {
+    port = std::strtol(authority.text.data() + authority.portSeparator + 1, nullptr, 10);
+  }
   if (port < 1 || port > kMaxPort) return std::nullopt;
   return static_cast<uint32_t>(port);
 }
