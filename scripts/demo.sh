@@ -19,8 +19,9 @@ expect() { # WHAT COMMAND...: the command must succeed
 say 'packages and build'
 scripts/setup.sh demo
 build=build/release
+programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper)
 mkdir -p build
-{ cmake --preset release && cmake --build --preset release --target msgsvr notifyserver mlogserver provider consumer; } \
+{ cmake --preset release && cmake --build --preset release --target "${programs[@]}"; } \
   >build/demo.log 2>&1 || {
   cat build/demo.log
   fail 'build'
@@ -83,8 +84,19 @@ timeout 60 "$build/examples/consumer" >>"$transcript" 2>&1 || consumer_status=$?
 tr -d '\r' <"$transcript"
 [ "$consumer_status" -eq 0 ] || fail "the consumer ended with status $consumer_status"
 
-say 'what is left'
 expect 'the provider has exited as it was asked to' ended_well provider
+
+say "the system's own daemons serve a third one"
+start cms 'cms: on the bus' "$build/daemons/cms/cms"
+start syslogd 'syslogd: on the bus' "$build/daemons/syslogd/syslogd"
+start login_keeper 'lctrl: on the bus' "$build/examples/login_keeper"
+timeout 60 "$build/examples/services" 2>&1 | tr -d '\r' || fail 'the services'
+for daemon in cms syslogd login_keeper; do
+  kill -TERM "${pids[$daemon]}"
+  expect "$daemon has stopped cleanly" ended_well "$daemon"
+done
+
+say 'what is left'
 for server in "${servers[@]}"; do
   kill -TERM "${pids[$server]}"
   expect "$server has stopped cleanly" ended_well "$server"
