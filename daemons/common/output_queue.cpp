@@ -72,6 +72,10 @@ OutputQueue::State OutputQueue::Flush(int socket) {
   return State::kDrained;
 }
 
+void OutputQueue::DropFront() {
+  Advance(messages_.front().bytes.size() - messages_.front().sent);
+}
+
 // As many messages as one call takes, but one with a descriptor alone: its receiver expects the descriptor with the
 // first byte that it reads.
 ssize_t OutputQueue::SendFront(int socket) {

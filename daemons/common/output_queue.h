@@ -39,6 +39,8 @@ class OutputQueue {
   bool Push(std::span<const std::byte> message, size_t sent = 0, Fd &&descriptor = Fd());
   // Sends until the queue is empty, the socket takes no more, or fails (errno says why).
   State Flush(int socket);
+  // Gives up the first message.
+  void DropFront();
 
   bool empty() const { return messages_.empty(); }
   // The cost of what is queued, to be compared with maxBytes().

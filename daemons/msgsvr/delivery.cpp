@@ -67,7 +67,7 @@ void Delivery::PassDescriptor(Client &from, daemon::Fd descriptor) {
   if (to->output.empty()) {
     const ssize_t sent = daemon::SendNow(to->socket.get(), kDescriptorFrame, descriptor.get());
     if (sent == static_cast<ssize_t>(kDescriptorFrame.size())) return;
-    if (sent < 0) return bus_.End(*to);
+    if (sent < 0) return errno == ETOOMANYREFS ? DescriptorLost(*to) : bus_.End(*to);
     if (sent > 0) descriptor.reset();
     if (to->output.Push(kDescriptorFrame, static_cast<size_t>(sent), std::move(descriptor))) return Queued(*to);
   } else if (to->output.Push(kDescriptorFrame, 0, std::move(descriptor))) {
@@ -78,7 +78,12 @@ void Delivery::PassDescriptor(Client &from, daemon::Fd descriptor) {
 
 void Delivery::FlushQueue(Client &client) {
   if (client.ended || client.output.empty()) return;
-  const auto state = client.output.Flush(client.socket.get());
+  auto state = client.output.Flush(client.socket.get());
+  for (; state == daemon::OutputQueue::State::kBroken && errno == ETOOMANYREFS;
+       state = client.output.Flush(client.socket.get())) {
+    client.output.DropFront();
+    DescriptorLost(client);
+  }
   if (state == daemon::OutputQueue::State::kBroken) return bus_.End(client);
   if (state == daemon::OutputQueue::State::kDrained) bus_.poll.Change(client.socket.get(), kClientEvents, &client);
 }
@@ -115,6 +120,12 @@ size_t Delivery::Queue(Client &to, std::span<const std::byte> frames, size_t sen
 // The queue holds something now: it goes on when the socket is writable.
 void Delivery::Queued(Client &to) {
   bus_.poll.Change(to.socket.get(), kClientEvents | EPOLLOUT, &to);
+}
+
+// The kernel limits how many descriptors one user has on the way. Others may have used them up, so that this is no
+// reason to end the receiver.
+void Delivery::DescriptorLost(const Client &to) {
+  bus_.log.Print("%s: a descriptor for it is lost, too many are on their way", to.Label().c_str());
 }
 
 void Delivery::Overflow(Client &to, std::span<const std::byte> rest) {

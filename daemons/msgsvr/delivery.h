@@ -49,6 +49,7 @@ class Delivery {
   size_t Write(Client &to, std::span<const std::byte> frames);
   size_t Queue(Client &to, std::span<const std::byte> frames, size_t sent);
   void Queued(Client &to);
+  void DescriptorLost(const Client &to);
   void Overflow(Client &to, std::span<const std::byte> rest);
 
   Bus &bus_;

@@ -7,6 +7,7 @@
 
 #include "common/command_line.h"
 #include "common/local_socket.h"
+#include "common/output_queue.h"
 #include "common/paths.h"
 #include "common/stop_signal.h"
 #include "msgsvr/server.h"
@@ -28,13 +29,16 @@ constexpr daemon::Program kProgram = {
 constexpr mode_t kSocketMode = 0660;
 constexpr mode_t kMessageDirectoryMode = 02770;
 
-// Descriptors for other things than clients' connections: those on their way from one client to another.
-constexpr rlim_t kOtherDescriptors = 256;
+// Descriptors that belong to no client.
+constexpr rlim_t kOwnDescriptors = 64;
 
+// Room for every connection and for all that the queues may hold: clients that leave descriptors unread must not keep
+// others from sending any.
 void RaiseDescriptorLimit(size_t maxClients) {
   rlimit limit;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-  const rlim_t wanted = std::min<rlim_t>(limit.rlim_max, maxClients + kOtherDescriptors);
+  const rlim_t wanted =
+      std::min<rlim_t>(limit.rlim_max, maxClients * (1 + daemon::OutputQueue::kMaxDescriptors) + kOwnDescriptors);
   if (limit.rlim_cur >= wanted) return;
   limit.rlim_cur = wanted;
   ::setrlimit(RLIMIT_NOFILE, &limit);

@@ -5,44 +5,50 @@
 namespace zor::msgsvr {
 namespace {
 
-// The positions in the path up to which the pattern read so far can match: all alternatives at once, instead of
-// trying one after the other, which some patterns make exponential.
-using Reached = std::vector<bool>;
-
-void SpreadRun(Reached &reached, std::string_view path, bool acrossSlash) {
-  for (size_t i = 0; i < path.size(); ++i) {
-    if (reached[i] && (acrossSlash || path[i] != '/')) reached[i + 1] = true;
-  }
+size_t Index(char character) {
+  return static_cast<unsigned char>(character);
 }
 
-void StepOver(Reached &reached, std::string_view path, char wanted) {
-  for (size_t i = path.size(); i > 0; --i) {
-    reached[i] = reached[i - 1] && (wanted == '?' || path[i - 1] == wanted);
+// From each position over any number of those that may be passed, in steps of doubling length.
+template <typename Positions>
+Positions Spread(Positions reached, const Positions &passable) {
+  Positions open = passable << 1;
+  for (size_t step = 1; step < reached.size(); step *= 2) {
+    reached |= open & (reached << step);
+    open &= open << step;
   }
-  reached[0] = false;
+  return reached;
 }
 
 }  // namespace
 
-bool MatchGlob(std::string_view pattern, std::string_view path) {
-  Reached reached(path.size() + 1, false);
-  reached[0] = true;
-  for (size_t i = 0; i < pattern.size(); ++i) {
-    if (pattern[i] != '*') {
-      StepOver(reached, path, pattern[i]);
-      continue;
-    }
-    const bool doubled = i + 1 < pattern.size() && pattern[i + 1] == '*';
-    SpreadRun(reached, path, doubled);
-    if (doubled) ++i;
+RestfulPath::RestfulPath(std::string_view text) : end_(std::min(text.size(), kMaxSize)) {
+  for (size_t i = 0; i < end_; ++i) {
+    of_[Index(text[i])].set(i);
+    any_.set(i);
   }
-  return reached[path.size()];
 }
 
-bool MatchPatternList(std::string_view patternList, std::string_view path) {
+// Keeps the set of positions that the pattern read so far can reach: trying one after the other takes exponential time
+// for some patterns, and the whole bus waits meanwhile.
+bool RestfulPath::Matches(std::string_view pattern) const {
+  Positions reached(1);
+  for (size_t i = 0; i < pattern.size() && reached.any(); ++i) {
+    if (pattern[i] == '*') {
+      const bool doubled = i + 1 < pattern.size() && pattern[i + 1] == '*';
+      reached = Spread(reached, doubled ? any_ : any_ & ~of_['/']);
+      if (doubled) ++i;
+    } else {
+      reached = (reached & (pattern[i] == '?' ? any_ : of_[Index(pattern[i])])) << 1;
+    }
+  }
+  return reached[end_];
+}
+
+bool RestfulPath::MatchesOneOf(std::string_view patternList) const {
   for (;;) {
     const size_t end = patternList.find('|');
-    if (MatchGlob(patternList.substr(0, end), path)) return true;
+    if (Matches(patternList.substr(0, end))) return true;
     if (end == std::string_view::npos) return false;
     patternList.remove_prefix(end + 1);
   }
@@ -64,9 +70,10 @@ void RestfulPatterns::Remove(const Client &client) {
 }
 
 Client *RestfulPatterns::Find(std::string_view prefix, std::string_view name) const {
-  const std::string path = std::string(prefix).append("/").append(name);
+  const RestfulPath whole(std::string(prefix).append("/").append(name));
+  const RestfulPath prefixAlone(prefix);
   const auto entry = std::find_if(entries_.begin(), entries_.end(), [&](const Entry &candidate) {
-    return MatchPatternList(candidate.patternList, path) || MatchPatternList(candidate.patternList, prefix);
+    return whole.MatchesOneOf(candidate.patternList) || prefixAlone.MatchesOneOf(candidate.patternList);
   });
   return entry == entries_.end() ? nullptr : entry->client;
 }

@@ -13,7 +13,8 @@ namespace zor::msgsvr {
 namespace {
 
 constexpr std::chrono::seconds kReportCheck{1};
-constexpr int kMissedReports = 3;  // before a daemon counts as stuck
+constexpr int kMissedReports = 3;    // before a daemon counts as stuck
+constexpr int kAcceptsPerTurn = 64;  // callers that come and go in a loop must not keep the clients waiting
 
 Peer PeerOf(int socket, bool local) {
   ucred credentials{-1, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
@@ -71,7 +72,7 @@ void Server::TakeEvent(const epoll_event &event) {
 }
 
 void Server::Accept(const Listener &listener) {
-  for (;;) {
+  for (int accepted = 0; accepted < kAcceptsPerTurn; ++accepted) {
     daemon::Fd socket(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC));
     if (socket.valid()) {
       Admit(std::move(socket), listener.local);

@@ -2,8 +2,8 @@
 
 #include <zor/paths.h>
 
+#include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 
 namespace zor::test {
@@ -15,33 +15,33 @@ const char *OtherServer() {
 
 }  // namespace
 
-MsgsvrTest::~MsgsvrTest() {
-  if (OtherServer() == nullptr || socketPath_.empty()) return;
-  for (const auto &entry : std::filesystem::directory_iterator(RealPath(ZOR_PATH_MSG_FILE_DIR))) {
-    std::filesystem::remove_all(entry.path());
-  }
+void MsgsvrTest::SetUp() {
+  Start();
+}
+
+void OwnMsgsvrTest::SetUp() {
+  if (OtherServer() != nullptr) GTEST_SKIP() << "needs a server of its own";
+}
+
+void MsgsvrTest::TearDown() {
+  if (!server_) return;
+  server_->Signal(SIGTERM);
+  EXPECT_EQ(server_->Wait(), 0) << log_.Text();
 }
 
 void MsgsvrTest::Start(const std::string &settings) {
-  if (const char *other = OtherServer()) {
-    socketPath_ = other;
-    return;
+  socketPath_ = OtherServer() != nullptr ? OtherServer() : root_.Path(ZOR_PATH_MSGSVR);
+  if (OtherServer() == nullptr) {
+    std::ofstream(root_.Path("/settings")) << settings;
+    server_.emplace(Child::Program({MSGSVR_PROGRAM, "--settings", root_.Path("/settings")}));
+    ASSERT_TRUE(server_->WaitForOutput("msgsvr: listening on /var/msgsvr\n")) << log_.Text();
   }
-  std::filesystem::create_directories(root_.Path("/etc/zor"));
-  std::ofstream(root_.Path("/etc/zor/msgsvr.conf")) << settings;
-  socketPath_ = root_.Path(ZOR_PATH_MSGSVR);
-  log_.emplace(2);
-  server_.emplace(Child::Program({MSGSVR_PROGRAM}));
-  ASSERT_TRUE(server_->WaitForOutput("msgsvr: listening on /var/msgsvr\n")) << LogText();
-}
-
-void MsgsvrTest::StartOwn(const std::string &settings) {
-  if (OtherServer() != nullptr) GTEST_SKIP() << "needs a server of its own";
-  Start(settings);
+  sender_ = Client("sender");
+  receiver_ = Client("receiver");
 }
 
 bool MsgsvrTest::LogHolds(const std::string &text) {
-  return WaitUntil([&] { return LogText().find(text) != std::string::npos; });
+  return WaitUntil([&] { return log_.Text().find(text) != std::string::npos; });
 }
 
 WireClient MsgsvrTest::Client(const std::string &name) const {
@@ -50,10 +50,10 @@ WireClient MsgsvrTest::Client(const std::string &name) const {
   return client;
 }
 
-std::string MsgsvrTest::MakeMessageFile(const std::string &name, const std::string &content) const {
-  const std::string path = ZOR_PATH_MSG_FILE_DIR + name;
-  std::ofstream(RealPath(path)) << content;
-  return path;
+std::string MsgsvrTest::MakeFile(const std::string &content, const std::string &name) const {
+  std::filesystem::remove(RealPath(ZOR_PATH_MSG_FILE_DIR + name));
+  std::ofstream(RealPath(ZOR_PATH_MSG_FILE_DIR + name)) << content;
+  return ZOR_PATH_MSG_FILE_DIR + name;
 }
 
 std::string MsgsvrTest::RealPath(const std::string &fixedPath) const {
@@ -64,10 +64,12 @@ std::string NameOf(const char (&field)[ZOR_MSG_NAME_SIZE]) {
   return {field, ::strnlen(field, sizeof field)};
 }
 
-std::string NameBody(const std::string &name) {
-  std::string body = name;
-  body.resize(ZOR_MSG_NAME_SIZE);
-  return body;
+Message MakeRequest(uint32_t type, const std::string &body, uint32_t data, uint32_t sequence) {
+  return MakeMessage(type, "", "", data, body, sequence);
+}
+
+Message MakeCount(const std::string &name) {
+  return MakeRequest(ZOR_MSG_GET_PROCESS_NUM, name, 0, 6);
 }
 
 Message MakeFileMessage(uint32_t type, const std::string &destination, std::string path) {
@@ -80,14 +82,13 @@ bool IsNotice(const Message &message, uint32_t type) {
          message.header.bodyLength == 0 && NameOf(message.header.source).empty();
 }
 
-void Settle(const WireClient &client) {
-  EXPECT_EQ(client.Ask(MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, NameBody("nobody"))).header.type,
-            ZOR_MSG_GET_PROCESS_NUM);
+void Tell(const WireClient &client, const Message &message) {
+  client.Send(message);
+  EXPECT_EQ(client.Ask(MakeCount("nobody")).header.type, ZOR_MSG_GET_PROCESS_NUM);
 }
 
-bool WaitUntilGone(const WireClient &client, const std::string &name) {
-  const Message count = MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, NameBody(name));
-  return WaitUntil([&] { return client.Ask(count).header.data == 0; });
+void ExpectGone(const WireClient &client, const std::string &name) {
+  EXPECT_TRUE(WaitUntil([&] { return client.Ask(MakeCount(name)).header.data == 0; })) << name;
 }
 
 }  // namespace zor::test

@@ -1,26 +1,29 @@
-// Hostile, broken and stopped clients.
+// Hostile, broken and stopped clients, and the server as a program.
 #include <sys/socket.h>
+#include <sys/stat.h>
 
-#include <filesystem>
+#include <csignal>
+#include <cstring>
+#include <fstream>
 #include <random>
 
+#include "common/exit_code.h"
 #include "msgsvr_fixture.h"
 
 namespace zor::test {
 namespace {
 
+const std::string kKilobyte(1000, 'x');
+
 // Fills the socket and the server's queue of a client that does not read, until the server has ended it.
 void FloodUntilGone(const WireClient &sender, const std::string &destination) {
-  const Message message = MakeMessage(kType, "", destination, 0, std::string(1000, 'x'));
-  for (;;) {
-    for (int i = 0; i < 50; ++i) sender.Send(message);
-    const Message probe = MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, NameBody(destination));
-    sender.Send(probe);
-    Message answer;
+  Message answer;
+  do {
+    for (int i = 0; i < 50; ++i) sender.Send(MakeMessage(kType, "", destination, 0, kKilobyte));
+    sender.Send(MakeCount(destination));
     do answer = sender.Next();
     while (IsNotice(answer, kType));
-    if (answer.header.type != ZOR_MSG_GET_PROCESS_NUM || answer.header.data == 0) return;
-  }
+  } while (answer.header.type == ZOR_MSG_GET_PROCESS_NUM && answer.header.data > 0);
 }
 
 // A few frames with known types and small lengths but random content, and random bytes behind them.
@@ -28,121 +31,193 @@ std::string Garbage(std::mt19937 &random) {
   constexpr uint32_t kTypes[] = {0x701, 0x702, 0x703, 0x705,  0x706,  0x708,
                                  0x109, 0x10A, 0x10D, 0x5018, 0x5019, 0x2DA05};
   const auto word = [&](uint32_t below) { return static_cast<uint32_t>(random()) % below; };
+  const auto noise = [&](uint32_t below) {
+    std::string bytes(word(below), '\0');
+    for (char &byte : bytes) byte = static_cast<char>(word(256));
+    return bytes;
+  };
   std::string bytes;
   for (uint32_t frames = word(10); frames > 0; --frames) {
-    std::string body(word(300), '\0');
-    for (char &byte : body) byte = static_cast<char>(word(256));
     const uint32_t type = kTypes[word(std::size(kTypes))] | (word(8) == 0 ? ZOR_MSG_BODY_IN_FILE : 0);
-    bytes += MakeMessage(type, "fuzz", word(2) == 0 ? "" : "asker", word(0x30000), body).Bytes();
+    bytes += MakeMessage(type, "fuzz", word(2) == 0 ? "" : "sender", word(0x30000), noise(300)).Bytes();
   }
-  for (uint32_t rest = word(1000); rest > 0; --rest) bytes += static_cast<char>(word(256));
-  return bytes;
+  return bytes + noise(1000);
 }
 
 TEST_F(MsgsvrTest, EndsAClientWithAMalformedFrameAndNobodyElse) {
-  Start();
-  const WireClient honest = Client("honest");
-  Message oversized = MakeMessage(kType, "", "honest");
-  Message endless = MakeMessage(kType, "", "twelve_chars");
-  for (const uint32_t length : {2049u, 0x200001u, 0x8000001u, 0xffffffffu}) {
+  for (const uint32_t length : {0u, 2049u, 0x200001u, 0x8000001u, 0xffffffffu}) {
     const WireClient client = Client("bad");
-    oversized.header.bodyLength = length;
-    client.Send(oversized);
+    Message message = MakeMessage(kType, "", length == 0 ? "twelve_chars" : "receiver");
+    message.header.bodyLength = length;
+    client.Send(message);
     EXPECT_TRUE(client.ClosedByOther()) << length;
   }
-  const WireClient client = Client("bad");
-  client.Send(endless);
-  EXPECT_TRUE(client.ClosedByOther());
-  honest.Send(MakeMessage(kType, "", "honest", 0, std::string(2048, 'x')));
-  EXPECT_EQ(honest.Next().body.size(), 2048u);
+  sender_.Send(MakeMessage(kType, "", "receiver", 0, std::string(2048, 'x')));
+  EXPECT_EQ(receiver_.Next().body.size(), 2048u);
 }
 
-TEST_F(MsgsvrTest, CutsOffAReaderThatHasStoppedAndSaysWhatItLost) {
-  StartOwn("queue_bytes = 100000\n");
-  if (IsSkipped()) return;
+TEST_F(MsgsvrTest, SurvivesGarbageWhileHonestDaemonsTalk) {
+  std::mt19937 random(12345);
+  for (uint32_t round = 0; round < 300; ++round) {
+    const WireClient client = Connect();
+    if (round % 3 != 0) client.Register("fuzz");
+    client.Send(Garbage(random));
+    sender_.Send(MakeMessage(kType, "", "receiver", round));
+    ASSERT_EQ(receiver_.Next().header.data, round);
+    receiver_.Send(MakeMessage(kType + 1, "", "sender", round));
+    Message reply;
+    do reply = sender_.Next();
+    while (reply.header.type != kType + 1 && reply.header.type != 0);
+    ASSERT_EQ(reply.header.data, round);
+  }
+}
+
+TEST_F(MsgsvrTest, HoldsAFastSenderBackInsteadOfCuttingItsReaderOff) {
+  constexpr uint32_t kCount = 30000;
+  Child flood = Child::Function([&] {
+    std::string stream;
+    for (uint32_t i = 0; i < kCount; ++i) {
+      stream += MakeMessage(kType, "", "receiver", i, std::string(i % 200, 'b')).Bytes();
+    }
+    sender_.Send(stream);
+    return 0;
+  });
+  uint32_t received = 0;
+  while (received < kCount && receiver_.Next().header.data == received) ++received;
+  EXPECT_EQ(received, kCount) << "every message arrives, in order, though reading is slower than sending";
+}
+
+TEST_F(OwnMsgsvrTest, CutsOffAReaderThatHasStoppedAndSaysWhatItLost) {
+  Start("queue_bytes = 100000\n");
   const WireClient stopped = Client("stopped");
-  const WireClient sender = Client("sender");
-  const WireClient others[] = {Client("one"), Client("two")};
+  const WireClient flooder = Client("flooder");
   Child traffic = Child::Function([&] {
     for (int i = 0; i < 2000; ++i) {
-      others[0].Send(MakeMessage(kType, "", "two"));
-      if (!others[1].ReceiveMessage()) return 1;
+      sender_.Send(MakeMessage(kType, "", "receiver"));
+      if (!receiver_.ReceiveMessage()) return 1;
     }
     return 0;
   });
   // More than the socket takes, so that the file waits in the queue.
-  for (int i = 0; i < 300; ++i) sender.Send(MakeMessage(kType, "", "stopped", 0, std::string(1000, 'x')));
-  const std::string path = MakeMessageFile("msg_file_1", "content");
-  sender.Send(MakeFileMessage(kType, "stopped", path));
-  FloodUntilGone(sender, "stopped");
-  EXPECT_FALSE(std::filesystem::exists(RealPath(path)));
+  for (int i = 0; i < 300; ++i) flooder.Send(MakeMessage(kType, "", "stopped", 0, kKilobyte));
+  const std::string path = MakeFile();
+  flooder.Send(MakeFileMessage(kType, "stopped", path));
+  FloodUntilGone(flooder, "stopped");
+  EXPECT_FALSE(Exists(path));
   EXPECT_EQ(traffic.Wait(), 0) << "others go on meanwhile";
   EXPECT_TRUE(LogHolds("msgsvr: stopped (pid " + std::to_string(::getpid()) + ") cut off: its output queue is full, "));
   EXPECT_TRUE(LogHolds(" messages lost\n"));
 }
 
-TEST_F(MsgsvrTest, CutsOffAClientThatHasMoreToSayButDoesNotRead) {
-  StartOwn("queue_bytes = 20000\n");
-  if (IsSkipped()) return;
-  const WireClient sink = Client("sink");
+TEST_F(OwnMsgsvrTest, CutsOffAClientThatHasMoreToSayButDoesNotRead) {
+  Start("queue_bytes = 20000\n");
   const WireClient deaf = Client("deaf");
-  const WireClient sender = Client("sender");
   Child reader = Child::Function([&] {
-    while (sink.ReceiveMessage(std::chrono::seconds(1))) continue;
+    while (receiver_.ReceiveMessage(std::chrono::seconds(1))) continue;
     return 0;
   });
   Child talker = Child::Function([&] {
     std::string stream;
-    for (int i = 0; i < 200; ++i) stream += MakeMessage(kType, "", "sink", 0, std::string(1000, 'x')).Bytes();
+    for (int i = 0; i < 200; ++i) stream += MakeMessage(kType, "", "receiver", 0, kKilobyte).Bytes();
     while (::send(deaf.fd(), stream.data(), stream.size(), MSG_NOSIGNAL) > 0) continue;
     return 0;
   });
-  FloodUntilGone(sender, "deaf");
+  FloodUntilGone(sender_, "deaf");
   EXPECT_EQ(talker.Wait(), 0);
-  Settle(sender);
 }
 
-TEST_F(MsgsvrTest, SurvivesGarbageWhileHonestDaemonsTalk) {
-  Start();
-  const WireClient asker = Client("asker");
-  const WireClient answerer = Client("answerer");
-  std::mt19937 random(12345);
-  for (int round = 0; round < 300; ++round) {
-    const WireClient client = Connect();
-    if (round % 3 != 0) client.Register("fuzz");
-    client.Send(Garbage(random));
-    asker.Send(MakeMessage(kType, "", "answerer", static_cast<uint32_t>(round)));
-    const Message request = answerer.Next();
-    ASSERT_EQ(request.header.data, static_cast<uint32_t>(round));
-    answerer.Send(MakeMessage(kType + 1, "", "asker", static_cast<uint32_t>(round)));
-    Message reply;
-    do reply = asker.Next();
-    while (reply.header.type != kType + 1 && reply.header.type != 0);
-    ASSERT_EQ(reply.header.data, static_cast<uint32_t>(round));
-  }
-}
-
-TEST_F(MsgsvrTest, TurnsAwayClientsBeyondItsLimit) {
-  StartOwn("max_clients = 2\n");
-  if (IsSkipped()) return;
-  WireClient first = Client("first");
-  const WireClient second = Client("second");
+TEST_F(OwnMsgsvrTest, TurnsAwayClientsBeyondItsLimit) {
+  Start("max_clients = 3\n");
+  WireClient third = Client("third");
   EXPECT_TRUE(Connect().ClosedByOther());
-  first.Close();
+  third.Close();
   EXPECT_TRUE(WaitUntil([&] {
-    const WireClient third = Connect();
-    third.Send(MakeMessage(ZOR_MSG_REGISTER_APP, "third", ""));
-    return third.ReceiveMessage().has_value();
+    const WireClient next = Connect();
+    next.Send(MakeMessage(ZOR_MSG_REGISTER_APP, "next", ""));
+    return next.ReceiveMessage().has_value();
   }));
 }
 
-TEST_F(MsgsvrTest, SaysWhichDaemonHasStoppedReporting) {
-  StartOwn("report.stuck = 1\n");
-  if (IsSkipped()) return;
-  const WireClient stuck = Client("stuck");
-  const WireClient quiet = Client("quiet");
-  EXPECT_TRUE(LogHolds("stuck (pid " + std::to_string(::getpid()) + "): no report for 3 periods of 1 s"));
-  EXPECT_EQ(LogText().find("quiet"), std::string::npos);
+TEST_F(OwnMsgsvrTest, TellsADaemonItsSettingsAndSaysWhenItStopsReporting) {
+  Start(
+      "report.* = 60\nreport.web = 1\ntrace_output.web = file\ntrace_file_kib.web = 4096\n"
+      "trace.web = msg=debug all=info loop=3\ntrace_output.* = 10.0.0.1:5000\n");
+  struct {
+    ZOR_MSG_REGISTER_REPLY reply;
+    ZOR_TRACE_SETTINGS_HEAD head;
+    ZOR_TRACE_SETTINGS_ENTRY entries[3];
+  } settings = {};
+  const WireClient client = Connect();
+  const std::string web = client.Register("web").body;
+  ASSERT_EQ(web.size(), 8u + 48u + 3 * 20u);
+  std::memcpy(&settings, web.data(), web.size());
+  EXPECT_EQ(settings.reply.reportSwitch, 1u);
+  EXPECT_EQ(settings.reply.reportSeconds, 1u);
+  EXPECT_EQ(settings.head.outputIndex, 1u);
+  EXPECT_EQ(settings.head.fileMaxKiB, 4096u);
+  EXPECT_STREQ(settings.head.outputText, "");
+  EXPECT_STREQ(settings.entries[0].module, "all") << "comes first, since it makes a daemon forget the others";
+  EXPECT_EQ(settings.entries[0].level, 8u);
+  EXPECT_STREQ(settings.entries[1].module, "msg");
+  EXPECT_EQ(settings.entries[1].level, 16u);
+  EXPECT_EQ(settings.entries[2].level, 3u);
+  const std::string other = Connect().Register("other").body;
+  ASSERT_EQ(other.size(), 8u + 48u);
+  std::memcpy(&settings, other.data(), other.size());
+  EXPECT_EQ(settings.reply.reportSeconds, 60u);
+  EXPECT_STREQ(settings.head.outputText, "10.0.0.1:5000");
+  EXPECT_TRUE(LogHolds("web (pid " + std::to_string(::getpid()) + "): no report for 3 periods of 1 s"));
+  EXPECT_EQ(log_.Text().find("sender"), std::string::npos);
+}
+
+TEST_F(OwnMsgsvrTest, RefusesSettingsThatHoldAMistake) {
+  for (const char *line : {"queue_bytes = many", "route.0x100000 = cms", "route.9-5 = cms", "route.1 = a_name_too_long",
+                           "trace.web = msg:debug", "trace.web = msg=loud", "report.web = often", "nonsense = 1",
+                           "trace_output.web = a text that is far too long for its field"}) {
+    std::ofstream(root_.Path("/settings")) << line << '\n';
+    Child server = Child::Program({MSGSVR_PROGRAM, "--settings", root_.Path("/settings")});
+    EXPECT_EQ(server.Wait(), daemon::kExitSettings) << line;
+  }
+}
+
+TEST_F(OwnMsgsvrTest, MakesWhatItNeedsAndLeavesNothingBehind) {
+  std::filesystem::remove_all(root_.Path("/var"));
+  Start();
+  struct stat status = {};
+  ASSERT_EQ(::stat(root_.Path("/var/run/msg").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0007, 0u) << "no business of other users";
+  EXPECT_EQ(Child::Program({MSGSVR_PROGRAM}).Wait(), daemon::kExitBusy);
+  EXPECT_TRUE(LogHolds("msgsvr: /var/msgsvr: another msgsvr is running\n"));
+  server_->Signal(SIGKILL);
+  server_->Wait();
+  const size_t logged = log_.Text().size();
+  Start();  // a dead server's socket is replaced
+  server_->Signal(SIGTERM);
+  EXPECT_EQ(server_->Wait(), daemon::kExitOk);
+  EXPECT_TRUE(sender_.ClosedByOther());
+  EXPECT_FALSE(Exists("/var/msgsvr"));
+  EXPECT_EQ(log_.Text().size(), logged) << "log lines only when something is wrong";
+  server_.reset();
+}
+
+TEST_F(OwnMsgsvrTest, ServesDaemonsOfOtherBoardsOverTcp) {
+  Start("tcp = 127.0.0.1:0\n");
+  const std::string announced = "msgsvr: listening on 127.0.0.1:";
+  ASSERT_TRUE(server_->WaitForOutput(announced));
+  ASSERT_TRUE(server_->WaitForOutput("\n"));
+  const size_t at = server_->output().find(announced) + announced.size();
+  const WireClient remote = WireClient::ConnectTcp(static_cast<uint16_t>(std::stoi(server_->output().substr(at))));
+  EXPECT_EQ(NameOf(remote.Register("remote").header.destination), "remote");
+  sender_.Send(MakeMessage(kType, "", "remote", 1));
+  EXPECT_EQ(NameOf(remote.Next().header.source), "sender");
+  remote.Send(MakeMessage(kType, "", "receiver", 2));
+  EXPECT_EQ(receiver_.Next().header.data, 2u);
+  // Files stay on their board: refused from there, and not sent there.
+  const std::string path = MakeFile();
+  EXPECT_TRUE(IsNotice(remote.Ask(MakeFileMessage(kType, "receiver", path)), kType));
+  EXPECT_TRUE(Exists(path));
+  EXPECT_TRUE(IsNotice(sender_.Ask(MakeFileMessage(kType, "remote", path)), kType));
+  EXPECT_FALSE(Exists(path));
 }
 
 }  // namespace

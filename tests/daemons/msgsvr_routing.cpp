@@ -1,186 +1,257 @@
-// Where messages go, and the notice when they go nowhere.
+// Names, where messages go, and the notice when they go nowhere.
 #include <csignal>
+#include <cstring>
 #include <vector>
 
+#include "msgsvr/restful.h"
 #include "msgsvr_fixture.h"
 
 namespace zor::test {
 namespace {
 
-Message Restful(const std::string &prefix, const std::string &name) {
+constexpr uint32_t kEvent = 0x2DA05;
+constexpr uint32_t kOtherEvent = 0x2DA65;
+constexpr uint32_t kAllEvents = 0x2DA00;
+
+void Subscribe(const WireClient &client, uint32_t event, const std::string &name = "") {
+  Tell(client, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, name, event));
+}
+
+void Unsubscribe(const WireClient &client, uint32_t event, const std::string &name = "") {
+  Tell(client, MakeRequest(ZOR_MSG_UNSUBSCRIBE_EVENT, name, event));
+}
+
+Message Restful(const std::string &prefix, const std::string &name, size_t size = ZOR_MSG_RESTFUL_HEAD_SIZE + 1) {
   std::string body(ZOR_MSG_RESTFUL_HEAD_SIZE + 1, '\0');
   body.replace(8, prefix.size(), prefix);
   body.replace(72, name.size(), name);
-  return MakeMessage(ZOR_MSG_RESTFUL_REQUEST, "", "", 0, body);
+  return MakeRequest(ZOR_MSG_RESTFUL_REQUEST, body.substr(0, size));
+}
+
+TEST_F(MsgsvrTest, GrantsNamesThatCanBeBorneAndEndsTheOthersWhenTheySpeak) {
+  for (const auto &[name, granted] : {std::pair{"elevenchars", "elevenchars"},
+                                      {"", ""},
+                                      {"two words", ""},
+                                      {"bell\a", ""},
+                                      {"caf\xe9", ""},
+                                      {"twelve_chars", ""}}) {
+    const WireClient client = Connect();
+    const Message reply = client.Ask(MakeMessage(ZOR_MSG_REGISTER_APP, name, "", 0, "", 77));
+    EXPECT_EQ(reply.header.type, ZOR_MSG_REGISTER_APP);
+    EXPECT_EQ(reply.header.sequence, 77u);
+    EXPECT_EQ(reply.header.data, 0u);
+    EXPECT_EQ(NameOf(reply.header.destination), granted) << name;
+    EXPECT_EQ(reply.body.substr(0, 8), std::string(8, '\0'));
+    client.Send(MakeMessage(kType, "liar", *granted == '\0' ? "receiver" : "liar"));
+    EXPECT_EQ(client.ClosedByOther(), *granted == '\0') << name;
+  }
+  EXPECT_TRUE(receiver_.NothingArrived());
+}
+
+TEST_F(MsgsvrTest, ForwardsTheGrantedNameWhateverTheSenderClaims) {
+  Message message = MakeMessage(kType | (0xfff00000u & ~ZOR_MSG_BODY_IN_FILE), "someoneelse", "receiver", 5, "body", 9);
+  sender_.Send(message);
+  const Message arrived = receiver_.Next();
+  EXPECT_EQ(NameOf(arrived.header.source), "sender");
+  std::memcpy(message.header.source, arrived.header.source, ZOR_MSG_NAME_SIZE);
+  EXPECT_EQ(arrived.Bytes(), message.Bytes()) << "all but the source is passed on as it came";
+}
+
+TEST_F(MsgsvrTest, ANameMeansItsOldestProcess) {
+  WireClient first = Client("twin");
+  const WireClient second = Client("twin");
+  sender_.Send(MakeMessage(kType, "", "twin", 1));
+  EXPECT_EQ(first.Next().header.data, 1u);
+  const Message reply = sender_.Ask(MakeCount("twin"));
+  EXPECT_EQ(reply.header.type, ZOR_MSG_GET_PROCESS_NUM);
+  EXPECT_EQ(reply.header.sequence, 6u);
+  EXPECT_EQ(reply.header.data, 2u);
+  first.Close();
+  ASSERT_TRUE(WaitUntil([&] { return sender_.Ask(MakeCount("twin")).header.data == 1; }));
+  sender_.Send(MakeMessage(kType, "", "twin", 2));
+  EXPECT_EQ(second.Next().header.data, 2u);
 }
 
 TEST_F(MsgsvrTest, AnswersForAnAbsentDaemonWithANotice) {
-  Start();
-  const WireClient client = Client("client");
-  const Message notice = client.Ask(MakeMessage(kType | 0x00700000u, "", "nobody", 3, "body", 21));
+  const Message notice = sender_.Ask(MakeMessage(kType | 0x00700000u, "", "nobody", 3, "body", 21));
   EXPECT_TRUE(IsNotice(notice, kType));
   EXPECT_EQ(notice.header.sequence, 21u);
-  EXPECT_EQ(NameOf(notice.header.destination), "client");
-  client.Send(MakeMessage(ZOR_MSG_SEND_FAILED_NOTICE, "", "nobody"));
-  client.Send(MakeMessage(ZOR_MSG_SEND_FAILED_NOTICE, "", ""));
-  Settle(client);  // a notice is never answered with a notice
+  EXPECT_EQ(NameOf(notice.header.destination), "sender");
+  // A notice is never answered with a notice.
+  for (const char *destination : {"nobody", ""})
+    Tell(sender_, MakeMessage(ZOR_MSG_SEND_FAILED_NOTICE, "", destination));
 }
 
 TEST_F(MsgsvrTest, RoutesRequestsWithoutDestinationByTheirType) {
-  Start();
-  const WireClient client = Client("client");
-  const std::vector<uint32_t> configuration = {0x5001, 0x5009, 0x500F, 0x5025, 0x502B,  0x5033,
-                                               0x5035, 0x503F, 0x5040, 0x504D, 0x26E00, 0x26E10};
   const WireClient cms = Client("cms");
   const WireClient lctrl = Client("lctrl");
-  for (const uint32_t type : configuration) {
-    client.Send(MakeMessage(type, "", ""));
-    EXPECT_EQ(cms.Next().header.type, type);
+  for (const uint32_t type : {0x5001u, 0x5009u, 0x500Fu, 0x5025u, 0x502Bu, 0x5033u, 0x5035u, 0x503Fu, 0x5040u, 0x504Du,
+                              0x26E00u, 0x26E10u, 0x2CF01u}) {
+    sender_.Send(MakeRequest(type));
+    EXPECT_EQ((type == 0x2CF01 ? lctrl : cms).Next().header.type, type);
   }
-  client.Send(MakeMessage(0x2CF01, "", ""));
-  EXPECT_EQ(lctrl.Next().header.type, 0x2CF01u);
-  EXPECT_TRUE(IsNotice(client.Ask(MakeMessage(0x9999, "", "")), 0x9999));
+  EXPECT_TRUE(IsNotice(sender_.Ask(MakeRequest(0x9999)), 0x9999));
 }
 
-TEST_F(MsgsvrTest, PrefersTheRoutesOfItsSettings) {
-  StartOwn("route.0x5009 = store\nroute.0x9990-0x9999 = store\nroute.0x500F =\n");
-  if (IsSkipped()) return;
-  const WireClient client = Client("client");
+TEST_F(OwnMsgsvrTest, PrefersTheRoutesOfItsSettings) {
+  Start("route.0x5009 = receiver\nroute.0x9990-0x9999 = receiver\nroute.0x500F =\n");
   const WireClient cms = Client("cms");
-  const WireClient store = Client("store");
   for (const uint32_t type : {0x5009u, 0x9990u, 0x9999u}) {
-    client.Send(MakeMessage(type, "", ""));
-    EXPECT_EQ(store.Next().header.type, type);
+    sender_.Send(MakeRequest(type));
+    EXPECT_EQ(receiver_.Next().header.type, type);
   }
-  EXPECT_TRUE(IsNotice(client.Ask(MakeMessage(0x500F, "", "")), 0x500F));
+  EXPECT_TRUE(IsNotice(sender_.Ask(MakeRequest(0x500F)), 0x500F));
   EXPECT_TRUE(cms.NothingArrived());
 }
 
 TEST_F(MsgsvrTest, RoutesRestfulRequestsByThePathOrThePrefixAlone) {
-  Start();
-  const WireClient client = Client("client");
-  const WireClient first = Client("first");
   const WireClient second = Client("second");
-  const std::string list("/api/a*/get|/api/exact", 23);
-  first.Send(MakeMessage(ZOR_MSG_RESTFUL_REGISTER, "", "", 0, list));
-  Settle(first);
-  second.Send(MakeMessage(ZOR_MSG_RESTFUL_REGISTER, "", "", 0, std::string("/api/**\0", 8)));
-  Settle(second);
+  Tell(receiver_, MakeRequest(ZOR_MSG_RESTFUL_REGISTER, "/api/a*/get|/api/exact"));
+  Tell(second, MakeRequest(ZOR_MSG_RESTFUL_REGISTER, std::string("/api/**\0", 8)));
+  const std::string longest(63, 'x');
   const struct {
-    const char *prefix, *name;
+    std::string prefix, name;
     const WireClient &target;
-  } cases[] = {{"/api/abc", "get", first}, {"/api/exact", "anything", first}, {"/api/other", "get", second}};
+  } cases[] = {{"/api/abc", "get", receiver_}, {"/api/exact", longest, receiver_}, {"/api/other", "get", second}};
   for (const auto &[prefix, name, target] : cases) {
-    client.Send(Restful(prefix, name));
+    sender_.Send(Restful(prefix, name));
     EXPECT_EQ(target.Next().header.type, ZOR_MSG_RESTFUL_REQUEST) << prefix;
   }
-  EXPECT_TRUE(IsNotice(client.Ask(Restful("/none", "get")), ZOR_MSG_RESTFUL_REQUEST));
-  EXPECT_TRUE(IsNotice(client.Ask(Restful("/api/exact", std::string(64, 'x'))), ZOR_MSG_RESTFUL_REQUEST));
-  Message cut = Restful("/api/exact", "get");
-  cut.body.resize(70);
-  cut.header.bodyLength = 70;
-  EXPECT_TRUE(IsNotice(client.Ask(cut), ZOR_MSG_RESTFUL_REQUEST));
+  for (const Message &lost : {Restful("/none", "get"), Restful("/api/exact", longest + "x"),
+                              Restful("/api/exact", "get", ZOR_MSG_RESTFUL_HEAD_SIZE - 1)}) {
+    EXPECT_TRUE(IsNotice(sender_.Ask(lost), ZOR_MSG_RESTFUL_REQUEST));
+  }
+}
+
+TEST(RestfulPath, MatchesLikeTheLibrary) {
+  std::string endless;
+  for (int i = 0; i < 500; ++i) endless += "*a";
+  const struct {
+    std::string list, path;
+    bool matches;
+  } cases[] = {
+      {"/api/*|/dev/**", "/dev/a/b", true},
+      {"/api/*", "/api/a/b", false},
+      {"/a?c", "/a/c", true},
+      {"/a?", "/a", false},
+      {"/", "", false},
+      {"/a|", "", true},
+      {"*", "", true},
+      {"***", "/a/b", true},
+      {"/*/c", "/ab/c", true},
+      {"/*/c", "/a/b/c", false},
+      {"/**/c", "/a/b/c", true},
+      {"/a*", "/a", true},
+      {"*a*b", "aab", true},
+      {"/a", "/ab", false},
+      {"**x", std::string(126, 'a') + 'x', true},
+      {endless, std::string(127, 'a'), false},
+  };
+  for (const auto &[list, path, matches] : cases) {
+    EXPECT_EQ(msgsvr::RestfulPath(path).MatchesOneOf(list), matches) << list << ' ' << path;
+  }
 }
 
 TEST_F(MsgsvrTest, PutsFramesTogetherHoweverTheyAreTorn) {
-  Start();
-  const WireClient sender = Client("sender");
-  const WireClient receiver = Client("receiver");
   std::string stream;
   std::string expected;
   for (uint32_t i = 0; i < 20; ++i) {
-    stream += MakeMessage(kType, "sender", i % 3 == 0 ? "absent" : "receiver", i, std::string(i * 17, 'b')).Bytes();
-    if (i % 3 != 0) expected += MakeMessage(kType, "sender", "receiver", i, std::string(i * 17, 'b')).Bytes();
+    const bool arrives = i % 3 != 0;
+    stream += MakeMessage(kType, "sender", arrives ? "receiver" : "absent", i, std::string(i * 17, 'b')).Bytes();
+    if (arrives) expected += MakeMessage(kType, "sender", "receiver", i, std::string(i * 17, 'b')).Bytes();
   }
   for (const size_t piece : {size_t{1}, size_t{39}, size_t{41}, stream.size()}) {
-    for (size_t at = 0; at < stream.size(); at += piece) sender.Send(stream.substr(at, piece));
-    EXPECT_TRUE(receiver.Receive(expected.size()) == expected) << piece;
+    for (size_t at = 0; at < stream.size(); at += piece) sender_.Send(stream.substr(at, piece));
+    EXPECT_TRUE(receiver_.Receive(expected.size()) == expected) << piece;
   }
-}
-
-TEST_F(MsgsvrTest, HoldsAFastSenderBackInsteadOfCuttingItsReaderOff) {
-  Start();
-  const WireClient sender = Client("sender");
-  const WireClient receiver = Client("receiver");
-  constexpr uint32_t kCount = 30000;
-  Child flood = Child::Function([&] {
-    std::string stream;
-    for (uint32_t i = 0; i < kCount; ++i)
-      stream += MakeMessage(kType, "", "receiver", i, std::string(i % 200, 'b')).Bytes();
-    sender.Send(stream);
-    return 0;
-  });
-  uint32_t received = 0;
-  while (received < kCount && receiver.Next().header.data == received) ++received;
-  EXPECT_EQ(received, kCount) << "every message arrives, in order, though reading is slower than sending";
 }
 
 TEST_F(MsgsvrTest, HandlesWhatAClientSentBeforeItLeft) {
-  Start();
-  const WireClient receiver = Client("receiver");
-  {
-    const WireClient sender = Client("sender");
-    if (server_) server_->Signal(SIGSTOP);  // so that it finds the messages and the end at once
-    for (uint32_t i = 0; i < 3; ++i) sender.Send(MakeMessage(kType, "", "receiver", i));
-  }
+  if (server_) server_->Signal(SIGSTOP);  // so that it finds the messages and the end at once
+  for (uint32_t i = 0; i < 3; ++i) sender_.Send(MakeMessage(kType, "", "receiver", i));
+  sender_.Close();
   if (server_) server_->Signal(SIGCONT);
-  for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(receiver.Next().header.data, i);
-  EXPECT_TRUE(WaitUntilGone(receiver, "sender"));
+  for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(receiver_.Next().header.data, i);
+  ExpectGone(receiver_, "sender");
 }
 
-TEST_F(MsgsvrTest, ReleasesEverybodyWhoWaitsAtABarrier) {
-  Start();
-  const WireClient poster = Client("poster");
-  const WireClient waiters[] = {Client("one"), Client("two")};
-  for (const WireClient &waiter : waiters) {
-    waiter.Send(MakeMessage(ZOR_MSG_SYNC_WAIT, "", "", 0, "barrier", 100));
-    Settle(waiter);
-  }
-  poster.Send(MakeMessage(ZOR_MSG_SYNC_POST, "", "", 0, "other"));
-  Settle(poster);
-  EXPECT_TRUE(waiters[0].NothingArrived());
-  poster.Send(MakeMessage(ZOR_MSG_SYNC_POST, "", "", 0, "barrier"));
-  for (const WireClient &waiter : waiters) {
-    const Message reply = waiter.Next();
-    EXPECT_EQ(reply.header.type, ZOR_MSG_SYNC_WAIT);
-    EXPECT_EQ(reply.header.sequence, 100u);
-  }
-}
-
-TEST_F(MsgsvrTest, RemembersAPostThatComesFirstForOneWait) {
-  Start();
-  const WireClient poster = Client("poster");
-  const WireClient waiter = Client("waiter");
+TEST_F(MsgsvrTest, ReleasesThoseWhoWaitAtABarrierAndRemembersAPostThatComesFirst) {
   const std::string longName = "name_that_is_cut";  // a post carries it whole, a wait cut to a name
-  const Message post = MakeMessage(ZOR_MSG_SYNC_POST, "", "", 0, longName + '\0');
-  Message wait = MakeMessage(ZOR_MSG_SYNC_WAIT, "", "", 0, longName.substr(0, 11) + '\0', 1);
-  poster.Send(post);
-  poster.Send(post);
-  Settle(poster);
-  EXPECT_EQ(waiter.Ask(wait).header.sequence, 1u);
-  for (const uint32_t sequence : {2u, 3u}) {  // the first of them has been given up by its sender
-    wait.header.sequence = sequence;
-    waiter.Send(wait);
-    Settle(waiter);
-  }
-  poster.Send(post);
-  EXPECT_EQ(waiter.Next().header.sequence, 3u);
-  Settle(waiter);
+  const Message post = MakeRequest(ZOR_MSG_SYNC_POST, longName);
+  const auto wait = [&](uint32_t sequence) {
+    return MakeRequest(ZOR_MSG_SYNC_WAIT, longName.substr(0, 11), 0, sequence);
+  };
+  for (int twice = 0; twice < 2; ++twice) Tell(sender_, post);
+  EXPECT_EQ(receiver_.Ask(wait(1)).header.sequence, 1u);
+  const WireClient other = Client("other");
+  Tell(other, wait(2));
+  for (const uint32_t sequence : {3u, 4u})
+    Tell(receiver_, wait(sequence));  // the first has been given up by its sender
+  Tell(sender_, MakeRequest(ZOR_MSG_SYNC_POST, "another"));
+  EXPECT_TRUE(other.NothingArrived());
+  Tell(sender_, post);
+  EXPECT_EQ(other.Next().header.sequence, 2u);
+  const Message released = receiver_.Next();
+  EXPECT_EQ(released.header.type, ZOR_MSG_SYNC_WAIT);
+  EXPECT_EQ(released.header.sequence, 4u);
+  EXPECT_TRUE(receiver_.NothingArrived());
 }
 
 TEST_F(MsgsvrTest, ForgetsWhatADaemonThatHasLeftWaitedForAndServed) {
-  Start();
-  const WireClient client = Client("client");
-  {
-    const WireClient leaver = Client("leaver");
-    leaver.Send(MakeMessage(ZOR_MSG_SYNC_WAIT, "", "", 0, "barrier"));
-    leaver.Send(MakeMessage(ZOR_MSG_RESTFUL_REGISTER, "", "", 0, "/api"));
-    Settle(leaver);
+  Tell(receiver_, MakeRequest(ZOR_MSG_SYNC_WAIT, "barrier"));
+  Tell(receiver_, MakeRequest(ZOR_MSG_RESTFUL_REGISTER, "/api"));
+  receiver_.Close();
+  ExpectGone(sender_, "receiver");
+  EXPECT_TRUE(IsNotice(sender_.Ask(Restful("/api", "get")), ZOR_MSG_RESTFUL_REQUEST));
+  sender_.Send(MakeRequest(ZOR_MSG_SYNC_POST, "barrier"));
+  EXPECT_EQ(sender_.Ask(MakeRequest(ZOR_MSG_SYNC_WAIT, "barrier", 0, 8)).header.sequence, 8u);
+}
+
+TEST_F(MsgsvrTest, SendsOneCopyOfAnEventToEachSubscriberUntilItUnsubscribes) {
+  WireClient all = Client("all");
+  WireClient both = Client("both");
+  Subscribe(receiver_, kEvent & 0xff);  // the last byte names the event as well
+  Subscribe(receiver_, 0x12345);        // and this names none
+  Subscribe(all, kAllEvents);
+  Subscribe(both, kEvent);
+  Subscribe(both, kAllEvents);
+  Tell(sender_, MakeRequest(kEvent, "{}"));
+  for (const WireClient *subscriber : {&receiver_, &all, &both}) {
+    const Message event = subscriber->Next();
+    EXPECT_EQ(event.header.type, kEvent);
+    EXPECT_EQ(event.body, "{}");
+    EXPECT_EQ(NameOf(event.header.source), "sender");
+    EXPECT_TRUE(subscriber->NothingArrived());
   }
-  ASSERT_TRUE(WaitUntilGone(client, "leaver"));
-  EXPECT_TRUE(IsNotice(client.Ask(Restful("/api", "get")), ZOR_MSG_RESTFUL_REQUEST));
-  client.Send(MakeMessage(ZOR_MSG_SYNC_POST, "", "", 0, "barrier"));
-  EXPECT_EQ(client.Ask(MakeMessage(ZOR_MSG_SYNC_WAIT, "", "", 0, "barrier", 8)).header.sequence, 8u);
+  Unsubscribe(both, kAllEvents);
+  Unsubscribe(receiver_, kEvent);
+  Subscribe(receiver_, kOtherEvent);
+  Tell(sender_, MakeRequest(kEvent));
+  EXPECT_EQ(all.Next().header.type, kEvent);
+  Tell(sender_, MakeMessage(kOtherEvent, "", "mic"));
+  for (const WireClient *subscriber : {&receiver_, &all}) EXPECT_EQ(subscriber->Next().header.type, kOtherEvent);
+  EXPECT_TRUE(both.NothingArrived());
+}
+
+TEST_F(MsgsvrTest, KeepsASubscriptionForAnotherDaemonUntilThatIsStopped) {
+  Subscribe(sender_, kEvent, "dyn");
+  for (const bool stopped : {false, true}) {
+    WireClient dyn = Client("dyn");
+    Tell(sender_, MakeRequest(kEvent));
+    EXPECT_EQ(dyn.Next().header.type, kEvent);
+    if (stopped) sender_.Send(MakeRequest(ZOR_MSG_SAFE_EXIT, "dyn"));
+    sender_.Send(MakeMessage(kType, "", "dyn"));
+    EXPECT_EQ(dyn.Next().header.type, kType) << "until it leaves it stays reachable";
+    dyn.Close();
+    ExpectGone(sender_, "dyn");
+  }
+  const WireClient dyn = Client("dyn");
+  Tell(sender_, MakeRequest(kEvent));
+  EXPECT_TRUE(dyn.NothingArrived());
+  Subscribe(sender_, kEvent, "dyn");
+  Unsubscribe(sender_, kEvent, "dyn");
+  Tell(sender_, MakeRequest(kEvent));
+  EXPECT_TRUE(dyn.NothingArrived());
 }
 
 }  // namespace

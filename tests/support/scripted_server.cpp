@@ -37,10 +37,10 @@ void PutName(char (&field)[ZOR_MSG_NAME_SIZE], const std::string &name) {
   std::memcpy(field, name.data(), std::min(name.size(), sizeof field));
 }
 
-int Listen(int domain, const void *address, socklen_t length) {
-  const int fd = Check(::socket(domain, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
+int Bound(int domain, int type, const void *address, socklen_t length) {
+  const int fd = Check(::socket(domain, type | SOCK_CLOEXEC, 0), "socket");
   Check(::bind(fd, static_cast<const sockaddr *>(address), length), "bind");
-  Check(::listen(fd, 1), "listen");
+  if (type == SOCK_STREAM) Check(::listen(fd, 1), "listen");
   return fd;
 }
 
@@ -49,14 +49,14 @@ int ListenLocal(const std::string &path) {
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) std::abort();
   std::memcpy(address.sun_path, path.c_str(), path.size());
-  return Listen(AF_UNIX, &address, sizeof address);
+  return Bound(AF_UNIX, SOCK_STREAM, &address, sizeof address);
 }
 
-int ListenTcp() {
+int BoundToLoopback(int type) {
   sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return Listen(AF_INET, &address, sizeof address);
+  return Bound(AF_INET, type, &address, sizeof address);
 }
 
 uint16_t PortOf(int fd) {
@@ -157,11 +157,22 @@ SocketPair::SocketPair() {
   far = BusPeer(ends[1]);
 }
 
+UdpReceiver::UdpReceiver() : socket_(BoundToLoopback(SOCK_DGRAM)), port_(PortOf(socket_.fd())) {}
+
+std::string UdpReceiver::Next() const {
+  char text[8192];
+  const ssize_t size =
+      Readable(socket_.fd(), Clock::now() + kPeerDeadline) ? ::recv(socket_.fd(), text, sizeof text, 0) : 0;
+  return {text, static_cast<size_t>(std::max<ssize_t>(size, 0))};
+}
+
 ScriptedServer::ScriptedServer(const TempRoot &root, Script script)
     : listener_(ListenLocal(root.Path(ZOR_PATH_MSGSVR))), thread_(&ScriptedServer::Run, this, std::move(script)) {}
 
 ScriptedServer::ScriptedServer(Script script)
-    : listener_(ListenTcp()), port_(PortOf(listener_)), thread_(&ScriptedServer::Run, this, std::move(script)) {}
+    : listener_(BoundToLoopback(SOCK_STREAM)),
+      port_(PortOf(listener_)),
+      thread_(&ScriptedServer::Run, this, std::move(script)) {}
 
 ScriptedServer::~ScriptedServer() {
   ::shutdown(listener_, SHUT_RDWR);  // ends an accept that nobody came for

@@ -82,6 +82,19 @@ class LoopbackBus {
   BusPeer peer;
 };
 
+// A bound UDP socket on the loopback address, at a port of the kernel's choice.
+class UdpReceiver {
+ public:
+  UdpReceiver();
+  uint16_t port() const { return port_; }
+  // The next datagram; empty when none comes before the deadline.
+  std::string Next() const;
+
+ private:
+  BusPeer socket_;
+  uint16_t port_;
+};
+
 // Listens where daemons look for the message server, accepts one connection and runs a script on it in a thread.
 class ScriptedServer {
  public:

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
 namespace zor::test {
 namespace {
@@ -56,8 +55,8 @@ Message WireClient::Next() const {
   return message.value_or(Message());
 }
 
-void WireClient::SendDescriptors(const std::string &bytes, const int *descriptors, size_t count) const {
-  const size_t size = count * sizeof(int);
+void WireClient::SendDescriptors(const std::string &bytes, const std::vector<int> &descriptors) const {
+  const size_t size = descriptors.size() * sizeof(int);
   std::vector<char> control(CMSG_SPACE(size));
   iovec vector = {const_cast<char *>(bytes.data()), bytes.size()};
   msghdr message = {};
@@ -69,7 +68,7 @@ void WireClient::SendDescriptors(const std::string &bytes, const int *descriptor
   head->cmsg_level = SOL_SOCKET;
   head->cmsg_type = SCM_RIGHTS;
   head->cmsg_len = CMSG_LEN(size);
-  std::memcpy(CMSG_DATA(head), descriptors, size);
+  std::memcpy(CMSG_DATA(head), descriptors.data(), size);
   EXPECT_EQ(::sendmsg(fd(), &message, MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "support/scripted_server.h"
 
@@ -12,7 +13,7 @@ namespace zor::test {
 
 class WireClient : public BusPeer {
  public:
-  explicit WireClient(int fd) : BusPeer(fd) {}
+  explicit WireClient(int fd = -1) : BusPeer(fd) {}
   // Connects to the local socket at a path.
   static WireClient Connect(const std::string &path);
   // Connects to a port of the loopback address.
@@ -26,8 +27,8 @@ class WireClient : public BusPeer {
   Message Next() const;
 
   // Sends bytes with descriptors attached: two zero bytes and one descriptor in a well-formed frame.
-  void SendDescriptors(const std::string &bytes, const int *descriptors, size_t count) const;
-  void SendDescriptor(int descriptor) const { SendDescriptors(std::string(2, '\0'), &descriptor, 1); }
+  void SendDescriptors(const std::string &bytes, const std::vector<int> &descriptors) const;
+  void SendDescriptor(int descriptor) const { SendDescriptors(std::string(2, '\0'), {descriptor}); }
   // Reads two zero bytes and the descriptor that comes with them; -1 when anything else comes.
   int ReceiveDescriptor() const;
 };
