@@ -32,7 +32,9 @@ uint32_t Copy(const std::string &from, const std::string &to) {
   if (existing != ZOR_STORE_OK && existing != ZOR_STORE_E_NOT_FOUND) return existing;
   const std::string building = to + ".new";
   std::error_code error;
-  fs::copy_file(from, building, fs::copy_options::overwrite_existing, error);
+  fs::remove(building, error);
+  // Never over what lies there: it could be somebody's link to a file that only this daemon may write.
+  if (!error) fs::copy_file(from, building, error);
   if (!error) fs::rename(building, to, error);
   return error ? ZOR_STORE_E_IO : ZOR_STORE_OK;
 }

@@ -57,13 +57,11 @@ std::string PathOf(const ZOR_MSG_HEAD &request) {
 
 }  // namespace
 
-uint32_t Service::Register() {
+bool Service::Register() {
   registered = this;
-  for (const Request &request : kRequests) {
-    const uint32_t status = ZOR_MSG_RegSyncMsgProc(request.type, OnRequest, 0, nullptr);
-    if (status != ZOR_OK) return status;
-  }
-  return ZOR_OK;
+  return std::all_of(kRequests.begin(), kRequests.end(), [](const Request &request) {
+    return ZOR_MSG_RegSyncMsgProc(request.type, OnRequest, 0, nullptr) == ZOR_OK;
+  });
 }
 
 ZOR_MSG_HEAD *Service::OnRequest(ZOR_MSG_HEAD *message) {

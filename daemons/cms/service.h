@@ -25,8 +25,8 @@ class Service {
   Service(const Configuration &configuration, daemon::ProblemLog &problems)
       : configuration_(configuration), problems_(problems) {}
 
-  // Registers the handlers of all requests; they call this object from then on. A status of the bus.
-  uint32_t Register();
+  // Registers the handlers of all requests; they call this object from then on. False when memory runs out.
+  bool Register();
 
   // One function for each request: its result.
   uint32_t Save(const ZOR_MSG_HEAD &request);

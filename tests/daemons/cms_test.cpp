@@ -1,31 +1,17 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <zor/config_wire.h>
 #include <zor/platform/config.h>
 #include <zor/platform/config_file.h>
 
-#include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <optional>
-#include <string>
 
-#include "support/capture.h"
-#include "support/child.h"
-#include "support/temp_root.h"
+#include "daemons/bus_daemon_fixture.h"
 #include "support/wire_client.h"
 
+namespace zor::test {
 namespace {
 
 using testing::HasSubstr;
-using zor::test::Capture;
-using zor::test::Child;
-using zor::test::MakeMessage;
-using zor::test::Message;
-using zor::test::TempRoot;
-using zor::test::WaitUntil;
-using zor::test::WireClient;
 
 constexpr uint32_t kPara = 7;
 
@@ -48,16 +34,12 @@ std::string PathBody(const std::string &path) {
   return path + '\0';
 }
 
-class Cms : public testing::Test {
+class Cms : public BusDaemonTest {
  protected:
-  Cms() : server_(Child::Program({MSGSVR_PROGRAM})), notifyServer_(Child::Program({NOTIFYSERVER})) {
-    EXPECT_TRUE(server_.WaitForOutput("listening") && notifyServer_.WaitForOutput("listening"));
-    StartCms();
-    client_.emplace(Connect("web"));
-  }
-  void StartCms() {
-    cms_.emplace(Child::Program({CMS_PROGRAM}));
-    ASSERT_TRUE(cms_->WaitForOutput("cms: on the bus\n")) << errors_.Text();
+  Cms() : BusDaemonTest(CMS_PROGRAM), notifyServer_(Child::Program({NOTIFYSERVER})) {
+    EXPECT_TRUE(notifyServer_.WaitForOutput("listening"));
+    Start();
+    client_ = Connect("web");
   }
   WireClient Connect(const std::string &name) {
     WireClient client = WireClient::Connect(root_.Path("/var/msgsvr"));
@@ -66,23 +48,19 @@ class Cms : public testing::Test {
   }
   // The result of a request; checks that the answer has the request's type and no body.
   uint32_t Ask(uint32_t type, const std::string &body = {}, uint32_t data = 0) {
-    const Message answer = client_->Ask(MakeMessage(type, "", "", data, body));
+    const Message answer = client_.Ask(MakeMessage(type, "", "", data, body));
     EXPECT_EQ(answer.header.type, type);
     EXPECT_EQ(answer.body, "");
     return answer.header.data;
   }
   // Sends what is not answered, then waits until it is done: the daemon does one thing after another.
   void Tell(uint32_t type, uint32_t data = 0, const std::string &body = {}) {
-    client_->Send(MakeMessage(type, "", "", data, body));
+    client_.Send(MakeMessage(type, "", "", data, body));
     Ask(ZOR_MSG_KILL_ALL_DYN_APP);
   }
 
-  TempRoot root_;
-  Capture errors_{2};
-  Child server_;
   Child notifyServer_;
-  std::optional<Child> cms_;
-  std::optional<WireClient> client_;
+  WireClient client_;
 };
 
 TEST_F(Cms, RestoresWhatEachUserSavedAndTheFactorysConfiguration) {
@@ -117,7 +95,7 @@ TEST_F(Cms, ExportsAndImportsFilesThatOthersName) {
   SetPara("now");
   EXPECT_EQ(Ask(ZOR_MSG_EXPORT_ENC_CFG_FILE, PathBody("/now.cfg")), 0u);
   // The user counts for one export of the same sender.
-  client_->Send(MakeMessage(ZOR_MSG_EXPORT_CFG_USER, "", "", 3));
+  client_.Send(MakeMessage(ZOR_MSG_EXPORT_CFG_USER, "", "", 3));
   Connect("other").Ask(MakeMessage(ZOR_MSG_EXPORT_ENC_CFG_FILE, "", "", 0, PathBody("/other.cfg")));
   EXPECT_EQ(Ask(ZOR_MSG_EXPORT_ENC_CFG_FILE, PathBody("/third.cfg")), 0u);
   EXPECT_EQ(Ask(ZOR_MSG_EXPORT_ENC_CFG_FILE, PathBody("/again.cfg")), 0u);
@@ -139,23 +117,17 @@ TEST_F(Cms, RefusesPathsAndFilesThatAreNone) {
   SetPara("kept");
   Tell(ZOR_MSG_DB_SAVE, 0);
   std::ofstream(root_.Path("/text")) << "precious";
-  const std::string bodies[] = {"",
-                                PathBody(""),
-                                "/unterminated",
-                                PathBody("relative"),
-                                PathBody("/var/../text"),
-                                PathBody("/text"),
-                                PathBody("/missing/file"),
-                                PathBody("/" + std::string(300, 'x'))};
-  for (const std::string &body : bodies) {
+  for (const std::string &body :
+       {std::string(), PathBody(""), std::string("/unterminated"), PathBody("relative"), PathBody("/var/../text"),
+        PathBody("/text"), PathBody("/missing/file"), PathBody("/" + std::string(300, 'x'))}) {
     for (uint32_t type :
          {ZOR_MSG_EXPORT_CFG_FILE, ZOR_MSG_EXPORT_ENC_CFG_FILE, ZOR_MSG_IMPORT_CFG_FILE, ZOR_MSG_CHECK_CFG_FILE}) {
       EXPECT_NE(Ask(type, body), 0u) << std::hex << type << " " << body;
     }
   }
-  std::string text;
-  std::ifstream(root_.Path("/text")) >> text;
-  EXPECT_EQ(text, "precious");
+  std::filesystem::create_symlink("text", root_.Path("/export.new"));
+  EXPECT_EQ(Ask(ZOR_MSG_EXPORT_CFG_FILE, PathBody("/export")), 0u);
+  EXPECT_EQ(std::filesystem::file_size(root_.Path("/text")), 8u) << "nothing is written over";
   EXPECT_EQ(Para(), "kept");
 }
 
@@ -196,14 +168,9 @@ TEST_F(Cms, AnswersWithAStatusWhenTheStoreIsDamagedOrLockedAndRecovers) {
   EXPECT_EQ(Ask(ZOR_MSG_CLEAN_CFG), 0u);
 }
 
-TEST_F(Cms, StopsWhenItIsToldAndFailsWhenTheBusEnds) {
-  cms_->Signal(SIGTERM);
-  EXPECT_EQ(cms_->Wait(), 0);
-  StartCms();
-  server_.Signal(SIGTERM);
-  EXPECT_EQ(cms_->Wait(), 1);
-  EXPECT_THAT(errors_.Text(), HasSubstr("cms: the bus is gone\n"));
-  EXPECT_EQ(Child::Program({CMS_PROGRAM}).Wait(), 1);
+TEST_F(Cms, ItsExitStatusSaysWhyItEnds) {
+  ExpectExitStatusThatSaysWhyItEnds();
 }
 
 }  // namespace
+}  // namespace zor::test
