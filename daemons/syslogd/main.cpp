@@ -1,3 +1,4 @@
+// The log daemon: it keeps the records of the system log, shows them and sends them on.
 #include <sys/stat.h>
 #include <zor/log_wire.h>
 #include <zor/uv_timer.h>

@@ -1,33 +1,19 @@
-#include <arpa/inet.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <zor/log.h>
 #include <zor/msg.h>
 
-#include <csignal>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <optional>
-#include <string>
 
-#include "support/capture.h"
-#include "support/child.h"
-#include "support/scripted_server.h"
-#include "support/temp_root.h"
+#include "daemons/bus_daemon_fixture.h"
+#include "support/wire_client.h"
 
+namespace zor::test {
 namespace {
 
 using testing::HasSubstr;
 using testing::MatchesRegex;
-using zor::test::Child;
 
 constexpr char kResult[] = "/var/syslog/result";
-constexpr char kReady[] = "syslogd: on the bus as syslog\n";
 constexpr uint32_t kUpgrade = 0x1A000000;   // 0x220, one parameter
 constexpr uint32_t kReboot = 0x1E080001;    // 0x220, its sender waits
 constexpr uint32_t kBadImage = 0x1A000026;  // 0x810, one parameter
@@ -35,53 +21,13 @@ constexpr uint32_t kAllTypes = 0xffffff;
 constexpr uint32_t kAllLevels = 0xff;
 char *const kEnd = nullptr;
 
-// A datagram socket on the loopback address.
-class UdpServer {
- public:
-  UdpServer() : fd_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    const timeval patience = {10, 0};
-    ::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(::bind(fd_, reinterpret_cast<sockaddr *>(&address), length), 0);
-    EXPECT_EQ(::getsockname(fd_, reinterpret_cast<sockaddr *>(&address), &length), 0);
-    port_ = ::ntohs(address.sin_port);
-  }
-  ~UdpServer() { ::close(fd_); }
-
-  uint16_t port() const { return port_; }
-  std::string Next() const {
-    char text[2048];
-    const ssize_t size = ::recv(fd_, text, sizeof text, 0);
-    return size < 0 ? "(nothing came)" : std::string(text, static_cast<size_t>(size));
-  }
-
- private:
-  int fd_;
-  uint16_t port_ = 0;
-};
-
-class Syslogd : public testing::Test {
+class Syslogd : public BusDaemonTest {
  protected:
-  Syslogd() : server_(Child::Program({MSGSVR_PROGRAM})) {
-    EXPECT_TRUE(server_.WaitForOutput("listening"));
-    EXPECT_EQ(ZOR_MSG_Init("tester"), ZOR_OK);
-  }
+  Syslogd() : BusDaemonTest(SYSLOGD_PROGRAM) { EXPECT_EQ(ZOR_MSG_Init("tester"), ZOR_OK); }
   ~Syslogd() override { ZOR_MSG_Destroy(); }
 
-  Child Run(const std::string &settings = "") {
-    std::ofstream(root_.Path("/settings")) << settings;
-    return Child::Program({SYSLOGD_PROGRAM, "--settings", root_.Path("/settings")});
-  }
-  void Start(const std::string &settings = "") {
-    daemon_.emplace(Run(settings));
-    ASSERT_TRUE(daemon_->WaitForOutput(kReady)) << errors_.Text();
-  }
   void Restart(int signal) {
-    daemon_->Signal(signal);
-    daemon_->Wait();
+    Stop(signal);
     Start();
   }
   // What the query of that many records gives; checks that the count is that of the lines.
@@ -95,22 +41,6 @@ class Syslogd : public testing::Test {
     EXPECT_EQ(ZOR_LOG_API_System_Query_Items(kResult, 0, &found), ZOR_OK);
     return Result(found);
   }
-  // Sends a request that answers and returns the answer's data word.
-  uint32_t Ask(uint32_t type, const std::string &body) {
-    void *block = ZOR_MSG_GetMsgBlock(static_cast<uint32_t>(body.size()));
-    std::memcpy(block, body.data(), body.size());
-    ZOR_MSG_SetMsgProfile(block, "syslog", type, static_cast<uint32_t>(body.size()));
-    const std::unique_ptr<ZOR_MSG_HEAD, decltype(&std::free)> request(ZOR_MSG_GetMsgHead(block), &std::free);
-    ZOR_MSG_HEAD *received = nullptr;
-    EXPECT_EQ(ZOR_MSG_SendAndRecv(request.get(), &received, 10000), ZOR_OK);
-    const std::unique_ptr<ZOR_MSG_HEAD, decltype(&std::free)> answer(received, &std::free);
-    return answer == nullptr ? 12345 : answer->data;
-  }
-
-  zor::test::TempRoot root_;
-  zor::test::Capture errors_{STDERR_FILENO};
-  Child server_;
-  std::optional<Child> daemon_;
 
  private:
   std::string Result(uint32_t found) {
@@ -181,11 +111,11 @@ TEST_F(Syslogd, KeepsTheNewestRecordsUpToItsLimit) {
 
 TEST_F(Syslogd, ForwardsToRemoteServers) {
   Start();
-  const UdpServer first;
-  const UdpServer second;
+  const UdpReceiver first;
+  const UdpReceiver second;
   ZOR_LOG_API_Set_RtoServer("my gateway", "127.0.0.1", first.port(), "127.0.0.1", second.port(), 0);
   ZOR_LOG_API_Record_Log(kBadImage, "admin", kEnd);
-  for (const UdpServer *server : {&first, &second}) {
+  for (const UdpReceiver *server : {&first, &second}) {
     EXPECT_THAT(server->Next(), MatchesRegex("<28>1 20[0-9-]{8}T[0-9:]{8}Z my_gateway upg - 1A000026 - User admin "
                                              "upgrading download image failed"));
   }
@@ -210,13 +140,13 @@ TEST_F(Syslogd, RefusesWhatMakesNoSense) {
     EXPECT_EQ(found, 0xffffffff) << path;
   }
   EXPECT_EQ(std::filesystem::file_size(root_.Path("/var/precious")), 8u);
-  EXPECT_EQ(Ask(ZOR_LOG_MSG_QUERY, std::string(75, '/')), 0xffffffff);
-  EXPECT_EQ(Ask(ZOR_LOG_MSG_QUERY, std::string(76, '/')), 0xffffffff) << "a path without an end";
+  const WireClient raw = WireClient::Connect(root_.Path("/var/msgsvr"));
+  raw.Register("raw");
+  for (const size_t size : {75u, 76u}) {  // too short, and a path without an end
+    EXPECT_EQ(raw.Ask(MakeMessage(ZOR_LOG_MSG_QUERY, "", "syslog", 0, std::string(size, '/'))).header.data, 0xffffffff);
+  }
 
-  const struct {
-    uint32_t type;
-    ZOR_LOG_RECORD record;
-  } records[] = {
+  const std::pair<uint32_t, ZOR_LOG_RECORD> records[] = {
       {ZOR_LOG_MSG_RECORD, {0, 0, 0, 0x1A000001, 0, 0, ""}},
       {ZOR_LOG_MSG_RECORD, {0, 0, 0, kUpgrade, 2, 4, "a"}},
       {ZOR_LOG_MSG_RECORD, {0, 0, 0, kUpgrade, 1, 0, "a"}},
@@ -225,14 +155,16 @@ TEST_F(Syslogd, RefusesWhatMakesNoSense) {
       {ZOR_LOG_MSG_RECORD, {0, 0x220, 0, ZOR_LOG_KERNEL_INDEX, 1, 4, "a"}},
       {ZOR_LOG_MSG_RECORD_KERNEL, {0, 0x220, 0, kUpgrade, 1, 4, "a"}},
       {ZOR_LOG_MSG_RECORD_KERNEL, {0, 0x20, 0, ZOR_LOG_KERNEL_INDEX, 1, 4, "a"}},
+      {ZOR_LOG_MSG_RECORD, {0, 0, 0, kReboot, 9, 4, "a"}},  // the only one whose sender waits
   };
-  for (const auto &each : records) ZOR_MSG_SendMsgData("syslog", each.type, &each.record, sizeof each.record);
-  for (const uint32_t type : {ZOR_LOG_MSG_RECORD, ZOR_LOG_MSG_RECORD_KERNEL, ZOR_LOG_MSG_SET_SERVER}) {
-    ZOR_MSG_SendMsgData("syslog", type, records, 275);
-    ZOR_MSG_SendSimpleMsg("syslog", type, 0);
+  for (const auto &[type, record] : records) {
+    const std::string bytes(reinterpret_cast<const char *>(&record), sizeof record);
+    for (const size_t size : {size_t{0}, bytes.size() - 1, bytes.size()}) {
+      raw.Send(MakeMessage(type, "", "syslog", 0, bytes.substr(0, size)));
+    }
   }
-  const ZOR_LOG_RECORD awaited = {0, 0, 0, kReboot, 9, 4, "a"};
-  EXPECT_EQ(Ask(ZOR_LOG_MSG_RECORD, {reinterpret_cast<const char *>(&awaited), sizeof awaited}), 1u);
+  EXPECT_EQ(raw.Next().header.data, 1u);
+  raw.Send(MakeMessage(ZOR_LOG_MSG_SET_SERVER, "", "syslog", 0, "short"));
   EXPECT_EQ(Everything(), "");
 }
 
@@ -246,17 +178,11 @@ TEST_F(Syslogd, SetsADamagedFileAside) {
   EXPECT_THAT(Everything(), HasSubstr("admin"));
 }
 
-TEST_F(Syslogd, ItsExitStatusSaysWhyItDoesNotRun) {
-  EXPECT_EQ(Run("max_records = 0\nquery_directory = here\n").Wait(), 3);
+TEST_F(Syslogd, ItsExitStatusSaysWhyItEnds) {
   EXPECT_EQ(Run("log_file = /settings/below/a/file\n").Wait(), 1);
   Start();
-  daemon_->Signal(SIGTERM);
-  EXPECT_EQ(daemon_->Wait(), 0);
-  Start();
-  server_.Signal(SIGTERM);
-  EXPECT_EQ(daemon_->Wait(), 1);
-  EXPECT_THAT(errors_.Text(), HasSubstr("the message server has gone"));
-  EXPECT_EQ(Run().Wait(), 1) << "without a message server";
+  ExpectExitStatusThatSaysWhyItEnds();
 }
 
 }  // namespace
+}  // namespace zor::test

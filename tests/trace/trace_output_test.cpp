@@ -1,9 +1,5 @@
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <zor/trace.h>
 
 #include <filesystem>
@@ -12,6 +8,7 @@
 #include <string>
 
 #include "support/capture.h"
+#include "support/scripted_server.h"
 #include "support/temp_root.h"
 
 namespace {
@@ -20,6 +17,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using zor::test::Capture;
 using zor::test::TempRoot;
+using zor::test::UdpReceiver;
 namespace fs = std::filesystem;
 
 void Print(const char *text) {
@@ -94,65 +92,42 @@ TEST(TraceOutput, MakesTheDirectoryOfTheFileForItsOwnerAloneElseFallsBackToStand
   EXPECT_EQ(fs::status(root.Path("/online/log")).permissions(), fs::perms(0600));
 }
 
-// A bound UDP socket on a port of the kernel's choice.
-class Receiver {
- public:
-  Receiver() : fd_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    auto *generic = reinterpret_cast<sockaddr *>(&address);
-    socklen_t size = sizeof address;
-    if (::bind(fd_, generic, size) == 0) ::getsockname(fd_, generic, &size);
-    name_ = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
-  }
-  ~Receiver() { ::close(fd_); }
-
-  const char *name() const { return name_.c_str(); }
-  std::string Datagram() const {
-    pollfd entry = {fd_, POLLIN, 0};
-    char text[8192];
-    const ssize_t length = ::poll(&entry, 1, 5000) == 1 ? ::recv(fd_, text, sizeof text, 0) : 0;
-    return {text, static_cast<size_t>(length > 0 ? length : 0)};
-  }
-
- private:
-  int fd_;
-  std::string name_;
-};
+void SendTo(const UdpReceiver &receiver) {
+  ZOR_TRACE_SetOutputByString(("127.0.0.1:" + std::to_string(receiver.port())).c_str());
+}
 
 TEST(TraceOutput, SendsEachLineAsOneDatagramAndSurvivesAClosedPort) {
   TempRoot root;  // without a trace file: the size check must leave the socket alone
   {
-    Receiver receiver;
-    ZOR_TRACE_SetOutputByString(receiver.name());
+    const UdpReceiver receiver;
+    SendTo(receiver);
     EXPECT_EQ(ZOR_TRACE_GetOutput(), 1u);
     for (const char *text : {"first", "second"}) Print(text);
-    EXPECT_THAT(receiver.Datagram(), EndsWith("]: first"));
-    EXPECT_THAT(receiver.Datagram(), EndsWith("]: second"));
+    EXPECT_THAT(receiver.Next(), EndsWith("]: first"));
+    EXPECT_THAT(receiver.Next(), EndsWith("]: second"));
   }
   for (int i = 0; i < 10; ++i) Print("lost");
   EXPECT_EQ(ZOR_TRACE_GetOutput(), 1u);
 }
 
 TEST(TraceOutput, ClosesItsSocketOnce) {
-  Receiver receiver;
-  ZOR_TRACE_SetOutputByString(receiver.name());
+  const UdpReceiver receiver;
+  SendTo(receiver);
   ZOR_TRACE_SetOutput(0);
-  Receiver next;  // may have the descriptor that was given back
+  const UdpReceiver next;  // may have the descriptor that was given back
   ZOR_TRACE_SetOutput(0);
-  ZOR_TRACE_SetOutputByString(next.name());
+  SendTo(next);
   Print("x");
-  EXPECT_THAT(next.Datagram(), EndsWith("x"));
+  EXPECT_THAT(next.Next(), EndsWith("x"));
 }
 
 TEST(TraceOutput, StaysAsItIsForATextThatNamesNone) {
-  Receiver receiver;
-  ZOR_TRACE_SetOutputByString(receiver.name());
+  const UdpReceiver receiver;
+  SendTo(receiver);
   for (const char *text : {"", "word", "File", "10.0.0.1", "10.0.0.1:", "10.0.0.1:65536", "10.0.0:80", "host:80"}) {
     ZOR_TRACE_SetOutputByString(text);
     Print(text);
-    EXPECT_THAT(receiver.Datagram(), EndsWith(text));
+    EXPECT_THAT(receiver.Next(), EndsWith(text));
   }
   ZOR_TRACE_SetOutputByString(std::string(5000, ':').c_str());
   ZOR_TRACE_SetOutputByString(nullptr);
