@@ -23,7 +23,8 @@ constexpr std::int32_t kTimeLimitMs = 40000;
 constexpr std::int32_t kNoTimeLimit = -1;
 constexpr std::int32_t kKilledWaitMs = 1000;
 constexpr std::uint32_t kDefaultSeconds = 20;
-constexpr std::uint32_t kPollMicroseconds = 20;
+constexpr std::uint32_t kNapMicroseconds = 20;
+constexpr timespec kNap = {0, 1000L * kNapMicroseconds};
 
 bool Record(const char *command, const char *path) {
   if (path == nullptr) return false;
@@ -47,14 +48,13 @@ void Kill(std::int32_t pid) {
 // Rounds of polling. A round takes longer than its sleep, so the clock bounds them as well as their number.
 class Polls {
  public:
-  explicit Polls(std::uint32_t seconds) noexcept : seconds_(seconds), left_(seconds * 1000000 / kPollMicroseconds) {
+  explicit Polls(std::uint32_t seconds) noexcept : seconds_(seconds), left_(seconds * 1000000 / kNapMicroseconds) {
     ZOR_UTIL_GetSysTime(&start_);
   }
 
   // Sleeps until the next round; false when that was the last one.
   bool Next() noexcept {
-    constexpr timespec nap = {0, kPollMicroseconds * 1000};
-    ::nanosleep(&nap, nullptr);
+    ::nanosleep(&kNap, nullptr);
     return left_-- != 0 && !IsTimeOver();
   }
 
