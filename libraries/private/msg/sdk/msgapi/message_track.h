@@ -7,9 +7,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/text.h"
+
 namespace zor {
 
-// Keeps the header's values, because a handler may reuse the block for its answer.
+// Keeps what both lines print: a handler may reuse the block for its answer, run the loop or leave the bus, and whoever
+// reads the trace pairs the lines by their values.
 class MessageTrack {
  public:
   // file: the source file that the lines name. blockLength: bytes of the block; what a shorter block lacks prints as 0.
@@ -22,6 +25,8 @@ class MessageTrack {
   void Print(const char *stage, std::uint32_t line) const noexcept;
 
   const char *file_;
+  long long iteration_;
+  NameField appName_;
   ZOR_MSG_HEAD header_ = {};
 };
 
