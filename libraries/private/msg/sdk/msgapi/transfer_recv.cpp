@@ -58,6 +58,7 @@ std::uint32_t ReadBody(int fd, char *to, std::size_t length, std::uint32_t timeo
     if (count < 0 && timeoutMs != 0 && (errno == EAGAIN || errno == ENOTSOCK)) {
       if (!WaitForInput(fd, timeoutMs)) return ZOR_E_TIMEOUT;
       count = ::read(fd, to, length);
+      if (count < 0 && errno == EAGAIN) continue;  // woken in vain
     }
     if (count < 0 && WorthRepeating(fd)) continue;
     if (count <= 0) return StatusOfRead(count);
