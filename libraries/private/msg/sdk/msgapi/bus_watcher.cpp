@@ -5,8 +5,6 @@
 #include <zor/trace.h>
 #include <zor/uv_io.h>
 
-#include <utility>
-
 #include "sdk/loop/lookup.h"
 #include "sdk/loop/msg_watcher.h"
 #include "sdk/msgapi/body_file.h"
@@ -68,11 +66,17 @@ std::uint32_t StartBusWatcher(int fd) noexcept {
   return ZOR_UV_MsgStart(g_stMsgCtx.watcher);
 }
 
+UvMsgWatcher *LiveBusWatcher() noexcept {
+  UvMsgWatcher *watcher = g_stMsgCtx.watcher;
+  return watcher != nullptr && IsOnLoop(g_busLoop, &watcher->io.header) ? watcher : nullptr;
+}
+
 // Not ZOR_UV_MsgDelete, which shuts the connection down: a forked child that leaves the bus must not cut off its
 // parent.
 void StopBusWatcher() noexcept {
-  UvMsgWatcher *watcher = std::exchange(g_stMsgCtx.watcher, nullptr);
-  if (watcher == nullptr || !IsOnLoop(g_busLoop, &watcher->io.header)) return;
+  UvMsgWatcher *watcher = LiveBusWatcher();
+  g_stMsgCtx.watcher = nullptr;
+  if (watcher == nullptr) return;
   ZOR_UV_IOStop(&watcher->io, UV_READABLE | UV_WRITABLE | UV_EXCEPTIONAL);
   watcher->io.fd = -1;  // the next socket may get the same number
   ZOR_UV_WatcherDelete(&watcher->io.header);

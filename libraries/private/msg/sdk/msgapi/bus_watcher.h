@@ -2,6 +2,8 @@
 #ifndef SDK_MSGAPI_BUS_WATCHER_H
 #define SDK_MSGAPI_BUS_WATCHER_H
 
+#include <zor/uv_io.h>
+
 #include <cstdint>
 
 namespace zor {
@@ -9,6 +11,9 @@ namespace zor {
 // Puts the socket on the default loop and the watcher into the context. ZOR_E_NO_MEMORY; ZOR_E_ARGUMENT when the loop
 // cannot take a descriptor of that number.
 std::uint32_t StartBusWatcher(int fd) noexcept;
+
+// The context's watcher; null without one, also when its loop was destroyed and the watcher with it.
+UvMsgWatcher *LiveBusWatcher() noexcept;
 
 // Takes the watcher off the socket, which stays open. Safe inside a handler that this very watcher dispatched.
 void StopBusWatcher() noexcept;

@@ -19,6 +19,7 @@
 
 #include "base/scoped_value.h"
 #include "base/text.h"
+#include "sdk/msgapi/bus_watcher.h"
 #include "sdk/msgapi/context.h"
 
 namespace zor {
@@ -193,7 +194,7 @@ uint32_t ZOR_MSG_AsyncSendAndRecv(ZOR_MSG_HEAD *msg, ZOR_MSG_REPLY_PROC callback
   msg->sequence = zor::NextSequence();
   const uint32_t status = ZOR_MSG_Send(msg);
   if (status != ZOR_OK) return status;
-  return ZOR_UV_MsgStartWatcher(g_stMsgCtx.watcher, msg->type, msg->sequence, timeoutMs, replyData, callback);
+  return ZOR_UV_MsgStartWatcher(zor::LiveBusWatcher(), msg->type, msg->sequence, timeoutMs, replyData, callback);
 }
 
 uint32_t ZOR_MSG_SendAndRecvMsgData(const char *destination, uint32_t type, uint32_t dataWord, uint32_t timeoutMs,
