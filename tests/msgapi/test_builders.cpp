@@ -1,23 +1,22 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 #include <zor/msg.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <string>
-#include <utility>
 
 #include "support/capture.h"
-#include "support/scripted_server.h"
+#include "support/wire_client.h"
 
 namespace zor::test {
 namespace {
 
-using Block = std::unique_ptr<ZOR_MSG_HEAD, decltype([](ZOR_MSG_HEAD *msg) { std::free(msg); })>;
+std::string BytesOf(const ZOR_MSG_HEAD *msg) {
+  return {static_cast<const char *>(static_cast<const void *>(msg)), ZOR_MSG_HEAD_SIZE + msg->bodyLength};
+}
 
 TEST(ResponseBuilder, AnswersTheSenderUnderTheRequestsTypeAndNumber) {
   const ZOR_MSG_HEAD request = MakeMessage(0x321, "asker_no_nul", "me", 5, "", 99).header;
@@ -30,24 +29,23 @@ TEST(ResponseBuilder, AnswersTheSenderUnderTheRequestsTypeAndNumber) {
   for (const auto &c : cases) {
     g_stMsgCtx.sequence = 0;
     const Block reply(ZOR_MSG_MsgResponseBuilder(&request, 8, c.data, c.length));
-    const std::string wire = MakeMessage(0x321, "", "asker_no_nu", 8, c.body, 99).Bytes();
-    EXPECT_EQ(std::memcmp(reply.get(), wire.data(), wire.size()), 0);
+    EXPECT_EQ(BytesOf(reply.get()), MakeMessage(0x321, "", "asker_no_nu", 8, c.body, 99).Bytes());
     EXPECT_EQ(g_stMsgCtx.sequence, c.numbersTaken);
   }
 }
 
 TEST(MessageBlocks, AreRefusedSilentlyOrByTheAllocationGuard) {
-  ZOR_MSG_HEAD huge = {};
+  const auto refuse = [](uint32_t bodyLength, uint32_t answerLength) {
+    ZOR_MSG_HEAD huge = {};
+    huge.bodyLength = bodyLength;
+    EXPECT_EQ(ZOR_MSG_Dup(&huge), nullptr);
+    EXPECT_EQ(ZOR_MSG_MsgResponseBuilder(&huge, 0, "x", answerLength), nullptr);
+    EXPECT_EQ(ZOR_MSG_SendMsgDataWithDataSeq("cms", 1, "x", bodyLength, 0, 0), ZOR_E_NO_MEMORY);
+  };
   Capture output;
-  huge.bodyLength = 0xffffffd7;
-  EXPECT_EQ(ZOR_MSG_Dup(&huge), nullptr);
-  EXPECT_EQ(ZOR_MSG_MsgResponseBuilder(&huge, 0, "x", 0x7fffffd7), nullptr);
-  EXPECT_EQ(ZOR_MSG_SendMsgDataWithDataSeq("cms", 1, "x", 0xffffffd7, 0, 0), ZOR_E_NO_MEMORY);
+  refuse(0xffffffd7, 0x7fffffd7);
   EXPECT_EQ(output.Text(), "");
-  huge.bodyLength = 0xffffffd6;
-  EXPECT_EQ(ZOR_MSG_Dup(&huge), nullptr);
-  EXPECT_EQ(ZOR_MSG_MsgResponseBuilder(&huge, 0, "x", 0x7fffffd6), nullptr);
-  EXPECT_EQ(ZOR_MSG_SendMsgDataWithDataSeq("cms", 1, "x", 0xffffffd6, 0, 0), ZOR_E_NO_MEMORY);
+  refuse(0xffffffd6, 0x7fffffd6);
   EXPECT_EQ(ZOR_MSG_GetMsgBlock(0xffffffd9), nullptr) << "40 more would wrap to a block of one byte";
   const std::string text = "error: not host tool, but malloc 4M, return NULL, malloc len=";
   EXPECT_EQ(output.Text(), text + "-2\n" + text + "2147483646\n" + text + "-2\n" + text + "1\n");
@@ -57,15 +55,16 @@ TEST(MessageBlocks, AreLaidOutAndDescribedThroughTheirBody) {
   alignas(ZOR_MSG_HEAD) char buffer[50];
   EXPECT_EQ(ZOR_MSG_GetMsgBlockEx(buffer, 39), nullptr);
   EXPECT_EQ(ZOR_MSG_GetMsgBlockEx(buffer, 40), buffer + 40);
+  EXPECT_EQ(ZOR_MSG_GetMsgByHead(ZOR_MSG_GetMsgHead(buffer + 40)), nullptr) << "an empty body";
   void *body = ZOR_MSG_GetMsgBlockEx(buffer, 50);
   EXPECT_EQ(ZOR_MSG_SetMsgProfile(body, "cms", 5, 8), ZOR_OK);
   EXPECT_EQ(ZOR_MSG_SetMsgProfile(body, "a_name_that_is_too_long", 6, 9), ZOR_E_ARGUMENT) << "8 is the capacity now";
-  ZOR_MSG_HEAD *msg = ZOR_MSG_GetMsgHead(std::memcpy(body, "12345678", 8));
-  const std::string wire = MakeMessage(6, "", "a_name_that", 0, "12345678").Bytes();
-  const Block copy(ZOR_MSG_Dup(msg));
-  EXPECT_EQ(std::memcmp(copy.get(), wire.data(), wire.size()), 0);
+  std::memcpy(body, "12345678", 8);
+  const Block copy(ZOR_MSG_Dup(ZOR_MSG_GetMsgHead(body)));
+  EXPECT_EQ(BytesOf(copy.get()), MakeMessage(6, "", "a_name_that", 0, "12345678").Bytes());
   const Block empty(ZOR_MSG_GetMsgHead(ZOR_MSG_GetMsgBlock(0)));
   EXPECT_EQ(empty->bodyLength, 0u) << "an empty body has a place too";
+  EXPECT_EQ(ZOR_MSG_GetMsgHead(nullptr), nullptr);
 }
 
 class OneCallSend : public ::testing::Test {
@@ -75,23 +74,22 @@ class OneCallSend : public ::testing::Test {
 
 TEST_F(OneCallSend, PutsTypeNumberDataAndBodyOnTheWire) {
   const struct {
-    const char *what;
     std::function<uint32_t()> send;
     uint32_t data;
     uint32_t sequence;
     std::string body;
     uint32_t numbersTaken;
   } cases[] = {
-      {"simple", [] { return ZOR_MSG_SendSimpleMsg("cms", 9, 4); }, 4, 51, "", 1},
-      {"simple with number", [] { return ZOR_MSG_SendSimpleMsgWithSeqNum("cms", 9, 4, 7); }, 4, 7, "", 1},
-      {"all given", [] { return ZOR_MSG_SendMsgDataWithDataSeq("cms", 9, "ab", 2, 4, 7); }, 4, 7, "ab", 0},
-      {"no data, number", [] { return ZOR_MSG_SendMsgDataWithDataSeq("cms", 9, nullptr, 2, 4, 7); }, 4, 7, "", 1},
-      {"data and word", [] { return ZOR_MSG_SendMsgDataWithData("cms", 9, "ab", 2, 4); }, 4, 0, "ab", 0},
-      {"no data", [] { return ZOR_MSG_SendMsgDataWithData("cms", 9, nullptr, 2, 4); }, 4, 51, "", 1},
-      {"data only", [] { return ZOR_MSG_SendMsgData("cms", 9, "ab", 2); }, 0, 0, "ab", 0},
+      {[] { return ZOR_MSG_SendSimpleMsg("cms", 9, 4); }, 4, 51, "", 1},
+      {[] { return ZOR_MSG_SendSimpleMsgWithSeqNum("cms", 9, 4, 7); }, 4, 7, "", 1},
+      {[] { return ZOR_MSG_SendMsgDataWithDataSeq("cms", 9, "ab", 2, 4, 7); }, 4, 7, "ab", 0},
+      {[] { return ZOR_MSG_SendMsgDataWithDataSeq("cms", 9, nullptr, 2, 4, 7); }, 4, 7, "", 1},
+      {[] { return ZOR_MSG_SendMsgDataWithData("cms", 9, "ab", 2, 4); }, 4, 0, "ab", 0},
+      {[] { return ZOR_MSG_SendMsgDataWithData("cms", 9, nullptr, 2, 4); }, 4, 51, "", 1},
+      {[] { return ZOR_MSG_SendMsgData("cms", 9, "ab", 2); }, 0, 0, "ab", 0},
   };
   for (const auto &c : cases) {
-    SCOPED_TRACE(c.what);
+    SCOPED_TRACE(&c - cases);
     g_stMsgCtx.sequence = 50;
     ASSERT_EQ(c.send(), ZOR_OK);
     EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(9, "tester", "cms", c.data, c.body, c.sequence).Bytes());
@@ -104,70 +102,68 @@ TEST_F(OneCallSend, AsksAboutOtherDaemonsWithAFullNameField) {
   g_stMsgCtx.sequence = 0;
   EXPECT_EQ(ZOR_MSG_SubscribeEventForOtherApp(0x2da05, nullptr), ZOR_OK);
   EXPECT_EQ(ZOR_MSG_SubscribeEventForOtherApp(0x2da05, "upnp"), ZOR_OK);
-  EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x702, "tester", "", 0x2da05, name).Bytes());
+  EXPECT_EQ(ZOR_MSG_UnSubscribeEventForOtherApp(0x2da05, "upnp"), ZOR_OK);
   bus_.peer.Send(MakeMessage(0x705, "", "tester", 3));
   EXPECT_EQ(ZOR_MSG_GetNumOfProcesses("upnp"), 3u);
-  EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x705, "tester", "", 0, name, 1).Bytes());
   bus_.peer.Send(MakeMessage(0x108, "", "tester", 0x706));
   EXPECT_EQ(ZOR_MSG_SafeExitProcesses("upnp"), ZOR_E_PEER_GONE);
-  EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x706, "tester", "upnp", 0, "", 3).Bytes());
-  EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x706, "tester", "", 0, name).Bytes());
+  for (const Message &expected :
+       {MakeMessage(0x702, "tester", "", 0x2da05, name), MakeMessage(0x703, "tester", "", 0x2da05, name),
+        MakeMessage(0x705, "tester", "", 0, name, 1), MakeMessage(0x706, "tester", "upnp", 0, "", 3),
+        MakeMessage(0x706, "tester", "", 0, name)}) {
+    EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), expected.Bytes());
+  }
 }
+
+// A pipe whose reading end tells whether any copy of the writing end is still open.
+struct Pipe {
+  Pipe() {
+    int ends[2];
+    if (::pipe(ends) != 0) std::abort();
+    reader = BusPeer(ends[0]);
+    writer = BusPeer(ends[1]);
+  }
+  std::string ReadAll() {
+    writer.Close();
+    char text[8];
+    const ssize_t count = ::read(reader.fd(), text, sizeof text);
+    return {text, static_cast<size_t>(count > 0 ? count : 0)};
+  }
+  BusPeer reader;
+  BusPeer writer;
+};
 
 class DescriptorPassing : public OneCallSend {
  protected:
-  // A frame with one descriptor as another process would send it.
-  void SendFrame(const std::string &bytes, int fd) {
-    iovec data = {const_cast<char *>(bytes.data()), bytes.size()};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof fd)] = {};
-    msghdr msg = {};
-    msg.msg_iov = &data;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof control;
-    cmsghdr *header = CMSG_FIRSTHDR(&msg);
-    header->cmsg_len = CMSG_LEN(sizeof fd);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
-    ASSERT_EQ(::sendmsg(bus_.peer.fd(), &msg, 0), static_cast<ssize_t>(bytes.size()));
-  }
+  WireClient peer_{bus_.peer.Release()};
 };
 
 TEST_F(DescriptorPassing, HandsOverAnOpenDescriptor) {
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  ASSERT_EQ(ZOR_MSG_SendFd(ends[1]), ZOR_OK);
-  ::close(ends[1]);
-  const int far = bus_.peer.Release();
-  bus_.peer = BusPeer(std::exchange(g_stMsgCtx.socketFd, far));  // now this process is the receiver
+  Pipe pipe;
+  ASSERT_EQ(ZOR_MSG_SendFd(pipe.writer.fd()), ZOR_OK);
+  peer_.SendDescriptor(BusPeer(peer_.ReceiveDescriptor()).fd());
   int arrived = -1;
   ASSERT_EQ(ZOR_MSG_RecvFd(&arrived, 1000), ZOR_OK);
   EXPECT_EQ(::fcntl(arrived, F_GETFD), FD_CLOEXEC);
   ASSERT_EQ(::write(arrived, "hi", 2), 2);
   ::close(arrived);
-  char text[3] = {};
-  EXPECT_EQ(::read(ends[0], text, sizeof text), 2);
-  EXPECT_EQ(::read(ends[0], text, sizeof text), 0) << "no copy of the writing end was left open";
-  ::close(ends[0]);
+  EXPECT_EQ(pipe.ReadAll(), "hi");
+  EXPECT_EQ(pipe.ReadAll(), "") << "no copy of the writing end was left open";
 }
 
 TEST_F(DescriptorPassing, RefusesOtherFramesAndKeepsNoDescriptorOfThem) {
   int arrived = -7;
   for (const std::string &bytes : {std::string("\0x", 2), std::string(1, '\0'), std::string(42, '\0')}) {
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    const BusPeer reader(ends[0]);
-    SendFrame(bytes, ends[1]);
-    ::close(ends[1]);
+    Pipe pipe;
+    const int writer = pipe.writer.fd();
+    peer_.SendDescriptors(bytes, &writer, 1);
     EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 0), ZOR_E_IO);
-    char byte;
-    EXPECT_EQ(::read(reader.fd(), &byte, 1), 0) << "the writing end is closed everywhere";
+    EXPECT_EQ(pipe.ReadAll(), "") << "the writing end is closed everywhere";
   }
-  bus_.peer.Send(MakeMessage(1, "a", "b"));
+  peer_.Send(MakeMessage(1, "a", "b"));
   EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 0), ZOR_E_IO);
   EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 50), ZOR_E_TIMEOUT) << "the header was consumed";
-  bus_.peer.Close();
+  peer_.Close();
   EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 0), ZOR_E_PEER_GONE);
   EXPECT_EQ(ZOR_MSG_SendFd(0), ZOR_E_IO);
   EXPECT_EQ(arrived, -7);

@@ -5,11 +5,9 @@
 #include <zor/paths.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <thread>
 
@@ -20,8 +18,6 @@ namespace zor::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-using Block = std::unique_ptr<ZOR_MSG_HEAD, decltype([](ZOR_MSG_HEAD *msg) { std::free(msg); })>;
 
 Block NewMessage(uint32_t type, std::size_t bodyLength) {
   void *body = ZOR_MSG_GetMsgBlock(static_cast<uint32_t>(bodyLength));
@@ -46,20 +42,18 @@ Received Receive(const BusPeer &from, uint32_t timeoutMs = 0, uint32_t convert =
 
 class Transfer : public ::testing::Test {
  protected:
-  ~Transfer() override {
-    g_pfMsgSendHook = nullptr;
-    g_stMsgCtx.flags = 0;
-  }
   uint32_t Send(const Block &msg) const { return ZOR_MSG_SendEx(pair_.near.fd(), msg.get()); }
-  fs::path MessageDirectory() const { return root_.Path(ZOR_PATH_MSG_FILE_DIR); }
-  bool NoMessageFiles() const { return fs::is_empty(MessageDirectory()); }
+  bool NoMessageFiles() const { return fs::is_empty(directory_); }
   // What a peer sends whose body lies in a file.
-  void SendByFile(const std::string &path) const {
+  Received ReceiveByFile(const std::string &path) const {
     pair_.near.Send(MakeMessage(9 | ZOR_MSG_BODY_IN_FILE, "a", "b", 0, path));
+    return Receive(pair_.far, 1000);
   }
 
   TempRoot root_;
   SocketPair pair_;
+  const fs::path directory_ = root_.Path(ZOR_PATH_MSG_FILE_DIR);
+  const std::string bytes_ = MakeMessage(9, "a", "b", 0, "abcd").Bytes();
 };
 
 TEST_F(Transfer, ABodyUpTo2048BytesGoesInlineAndALongerOneByFile) {
@@ -87,20 +81,33 @@ TEST_F(Transfer, TheMessageInPlaceOfALongBodyCarriesThePathWithoutTheRoot) {
 }
 
 TEST_F(Transfer, TheHeaderIsInWireFormOnlyOnTheWire) {
-  g_stMsgCtx.flags = ZOR_MSG_FLAG_SWAP | 5u << ZOR_MSG_FLAG_BOARD_SHIFT | ZOR_MSG_FLAG_PEER_BOARD_MASK;
-  const Block msg = NewMessage(0x50a12345, 4);
-  msg->data = 0x01020304;
-  ASSERT_EQ(Send(msg), ZOR_OK);
-  EXPECT_EQ(msg->type, 0x12345u);
-  EXPECT_EQ(msg->data, 0x01020304u);
-  const std::string wire = pair_.far.Receive(44);
-  EXPECT_EQ(wire.substr(0, 4), "\xb0\xa1\x23\x45") << "board 5";
-  EXPECT_EQ(wire.substr(32), std::string("\1\2\3\4\0\0\0\4qqqq", 12));
-  pair_.near.Send(std::string("\x40\xf1\x23\x45", 4) + wire.substr(4));
-  const Received got = Receive(pair_.far);
-  EXPECT_EQ(got.msg->type, 0x12345u);
-  EXPECT_EQ(got.body(), "qqqq");
-  EXPECT_EQ(g_stMsgCtx.flags, ZOR_MSG_FLAG_SWAP | 5u << ZOR_MSG_FLAG_BOARD_SHIFT | 2u << 29) << "the sender's board";
+  constexpr uint32_t kPeerBoards = ZOR_MSG_FLAG_PEER_BOARD_MASK;
+  const struct {
+    uint32_t flags, typeOnWire, flagsAfter;
+  } cases[] = {
+      {0, 0x0ff12345, 0},
+      {kPeerBoards, 0x0ff12345, 0},
+      {0x1c000000, 0xeff12345, 0xfc000000},
+      {0x08000000 | kPeerBoards | ZOR_MSG_FLAG_SWAP, 0x4523f14f, 0x48000000 | ZOR_MSG_FLAG_SWAP},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.flags);
+    g_stMsgCtx.flags = c.flags;
+    const Block msg = NewMessage(0xeff12345, 4);
+    msg->data = 0x01020304;
+    ASSERT_EQ(Send(msg), ZOR_OK);
+    EXPECT_EQ(msg->type, 0x12345u);
+    EXPECT_EQ(msg->data, 0x01020304u);
+    const std::string wire = pair_.far.Receive(44);
+    ZOR_MSG_HEAD head = *msg;
+    if ((c.flags & ZOR_MSG_FLAG_SWAP) != 0) ZOR_MSG_HeaderEndianSwap(&head);
+    head.type = c.typeOnWire;
+    EXPECT_EQ(std::memcmp(wire.data(), &head, sizeof head), 0);
+    pair_.near.Send(wire);
+    const Received got = Receive(pair_.far);
+    EXPECT_EQ(std::memcmp(got.msg.get(), msg.get(), 44), 0);
+    EXPECT_EQ(g_stMsgCtx.flags, c.flagsAfter) << "the sender's board";
+  }
 }
 
 TEST_F(Transfer, AMessageThatWasNotWrittenIsLeftAlone) {
@@ -108,10 +115,11 @@ TEST_F(Transfer, AMessageThatWasNotWrittenIsLeftAlone) {
   const Block large = NewMessage(0x80000009, 3000);
   EXPECT_EQ(ZOR_MSG_Send(msg.get()), ZOR_E_NOT_CONNECTED);
   EXPECT_EQ(ZOR_MSG_SendTo(-1, msg.get(), nullptr, 0), ZOR_E_ARGUMENT);
-  EXPECT_EQ(ZOR_MSG_SendTo(1000, msg.get(), nullptr, 0), ZOR_E_NOT_WRITABLE) << "a descriptor that is not open";
-  EXPECT_EQ(ZOR_MSG_SendTo(1000, large.get(), nullptr, 0), ZOR_E_NOT_WRITABLE);
+  for (const Block *each : {&msg, &large}) {
+    EXPECT_EQ(ZOR_MSG_SendTo(1000, each->get(), nullptr, 0), ZOR_E_NOT_WRITABLE) << "a descriptor that is not open";
+  }
   EXPECT_TRUE(NoMessageFiles());
-  fs::remove(MessageDirectory());
+  fs::remove(directory_);
   Capture output;
   EXPECT_EQ(Send(large), ZOR_E_BODY_FILE);
   EXPECT_EQ(output.Text(), "\n----------------msg write file failed--------------------\n");
@@ -140,12 +148,10 @@ TEST_F(Transfer, APeerThatIsGoneEndsTheSendAndTheFileIsRemoved) {
 }
 
 TEST_F(Transfer, ASendHookCanTakeTheMessageOrRedirectIt) {
-  static int redirected;
-  const SocketPair other;
-  redirected = other.near.fd();
+  static const SocketPair other;
   g_pfMsgSendHook = [](ZOR_MSG_HEAD *msg, int *handled, int *fd) -> uint32_t {
     *handled = msg->data == 0 ? 1 : 0;
-    *fd = redirected;
+    *fd = other.near.fd();
     return 7;
   };
   const Block msg = NewMessage(9, 0);
@@ -158,22 +164,20 @@ TEST_F(Transfer, ASendHookCanTakeTheMessageOrRedirectIt) {
 }
 
 TEST_F(Transfer, ATornHeaderFailsAndIsNotPutTogether) {
-  const std::string bytes = MakeMessage(9, "a", "b").Bytes();
-  pair_.near.Send(bytes.substr(0, 20));
   Capture output;
-  EXPECT_EQ(Receive(pair_.far).status, ZOR_E_IO);
+  for (const std::string &piece : {bytes_.substr(0, 20), bytes_.substr(20)}) {
+    pair_.near.Send(piece);
+    EXPECT_EQ(Receive(pair_.far).status, ZOR_E_IO);
+  }
   EXPECT_NE(output.Text().find("msgapi fail to read for not a head length, ret=20, errno="), std::string::npos);
-  pair_.near.Send(bytes.substr(20));
-  EXPECT_EQ(Receive(pair_.far).status, ZOR_E_IO);
 }
 
 TEST_F(Transfer, EveryReadOfTheBodyMayWaitTheWholeTimeOut) {
-  const std::string bytes = MakeMessage(9, "a", "b", 0, "abcd").Bytes();
   std::thread writer([&] {
-    pair_.near.Send(bytes.substr(0, 41));
-    for (std::size_t at = 41; at < bytes.size(); ++at) {
+    pair_.near.Send(bytes_.substr(0, 41));
+    for (std::size_t at = 41; at < bytes_.size(); ++at) {
       std::this_thread::sleep_for(std::chrono::milliseconds(400));  // three pieces take longer than one time-out
-      pair_.near.Send(bytes.substr(at, 1));
+      pair_.near.Send(bytes_.substr(at, 1));
     }
   });
   const Received got = Receive(pair_.far, 1000);
@@ -181,9 +185,9 @@ TEST_F(Transfer, EveryReadOfTheBodyMayWaitTheWholeTimeOut) {
   ASSERT_EQ(got.status, ZOR_OK);
   EXPECT_EQ(got.body(), "abcd");
   EXPECT_EQ(Receive(pair_.far, 50).status, ZOR_E_TIMEOUT);
-  pair_.near.Send(bytes.substr(0, 42));
+  pair_.near.Send(bytes_.substr(0, 42));
   EXPECT_EQ(Receive(pair_.far, 50).status, ZOR_E_TIMEOUT) << "a body that stops coming";
-  pair_.near.Send(bytes.substr(0, 42));
+  pair_.near.Send(bytes_.substr(0, 42));
   pair_.near.Close();
   EXPECT_EQ(Receive(pair_.far).status, ZOR_E_PEER_GONE) << "a body that ends early";
 }
@@ -192,8 +196,7 @@ TEST_F(Transfer, MessagesCanBeReadFromAPipe) {
   int ends[2];
   ASSERT_EQ(::pipe(ends), 0);
   const BusPeer reader(ends[0]);
-  const std::string bytes = MakeMessage(9, "a", "b", 0, "abcd").Bytes();
-  ASSERT_EQ(::write(ends[1], bytes.data(), bytes.size()), 44);
+  ASSERT_EQ(::write(ends[1], bytes_.data(), bytes_.size()), 44);
   ::close(ends[1]);
   EXPECT_EQ(Receive(reader, 1000).body(), "abcd");
   EXPECT_EQ(Receive(reader, 1000).status, ZOR_E_PEER_GONE);
@@ -220,28 +223,25 @@ TEST_F(Transfer, BodiesBeyondTheLimitsAreRefusedBeforeTheyAreRead) {
 
 TEST_F(Transfer, OnlyRegularFilesInTheMessageDirectoryAreTakenAsABody) {
   std::ofstream(root_.Path("/var/victim")) << "keep me";
-  fs::create_symlink(root_.Path("/var/victim"), MessageDirectory() / "link");
-  ASSERT_EQ(::mkfifo((MessageDirectory() / "fifo").c_str(), 0600), 0);
+  fs::create_symlink(root_.Path("/var/victim"), directory_ / "link");
+  ASSERT_EQ(::mkfifo((directory_ / "fifo").c_str(), 0600), 0);
   for (const char *path : {"/var/victim", "/var/run/msg/../../victim", "/var/run/msg/link", "/var/run/msg/fifo",
                            "/var/run/msg/", "/var/run/msg/missing", "msg_file_1", "/var/"}) {
-    SendByFile(path);
-    EXPECT_EQ(Receive(pair_.far, 1000).status, ZOR_E_IO) << path;
+    EXPECT_EQ(ReceiveByFile(path).status, ZOR_E_IO) << path;
   }
   EXPECT_TRUE(fs::exists(root_.Path("/var/victim")));
-  EXPECT_TRUE(fs::is_symlink(MessageDirectory() / "link"));
+  EXPECT_TRUE(fs::is_symlink(directory_ / "link"));
 }
 
 TEST_F(Transfer, ABodyFileIsDeletedWhateverItsSize) {
   const std::string path = ZOR_PATH_MSG_FILE_DIR "msg_file_1";
   std::ofstream(root_.Path(path)).close();
-  SendByFile(path);
-  EXPECT_EQ(Receive(pair_.far).body(), "");
+  EXPECT_EQ(ReceiveByFile(path).body(), "");
   EXPECT_TRUE(NoMessageFiles());
   std::ofstream(root_.Path(path)).close();
   fs::resize_file(root_.Path(path), 0x800000 - 39);
-  SendByFile(path);
   Capture output;
-  EXPECT_EQ(Receive(pair_.far).status, ZOR_E_NO_MEMORY);
+  EXPECT_EQ(ReceiveByFile(path).status, ZOR_E_NO_MEMORY);
   EXPECT_EQ(output.Text(), "error: zor_realloc want to malloc 4M, return NULL, malloc len=8388609\n");
   EXPECT_TRUE(NoMessageFiles());
 }

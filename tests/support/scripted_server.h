@@ -7,8 +7,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +29,9 @@ struct Message {
 
   std::string Bytes() const;
 };
+
+// A message block of the library.
+using Block = std::unique_ptr<ZOR_MSG_HEAD, decltype([](ZOR_MSG_HEAD *msg) { std::free(msg); })>;
 
 Message MakeMessage(uint32_t type, const std::string &source, const std::string &destination, uint32_t data = 0,
                     std::string body = {}, uint32_t sequence = 0);
