@@ -2,124 +2,107 @@
 #include <gtest/gtest.h>
 #include <sys/time.h>
 #include <unistd.h>
-#include <zor/systime.h>
+#include <zor/msg_wire.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "base/alloc.h"
 #include "base/fixed_path.h"
-#include "base/list.h"
 #include "base/text.h"
 #include "base/wait.h"
+#include "support/capture.h"
 
+namespace zor::test {
 namespace {
 
-using zor::NameField;
-using zor::WaitResult;
+MallocPtr<char> Text(const char *text) {
+  return MallocPtr<char>(::strdup(text));
+}
 
-std::string Bytes(const NameField &field) {
-  return {field, sizeof(NameField)};
+TEST(AllocationGuard, RefusesNothingAndTooMuchWithALine) {
+  const struct {
+    uint64_t size;
+    const char *printed;
+  } cases[] = {{0, "0"}, {ZOR_ALLOC_MAX + 1, "8388609"}, {0xffffffff, "-1"}, {0x100000027, "39"}};
+  for (const auto &c : cases) {
+    const std::string length = std::string(c.printed) + "\n";
+    const std::string refused = "error: not host tool, but malloc 4M, return NULL, malloc len=" + length;
+    Capture out;
+    EXPECT_EQ(GuardedAlloc(c.size), nullptr);
+    EXPECT_EQ(GuardedCalloc(c.size), nullptr);
+    EXPECT_EQ(GuardedRegrow(Text("old"), 3, c.size), nullptr);
+    EXPECT_EQ(out.Text(),
+              refused + refused + "error: zor_realloc want to malloc 4M, return NULL, malloc len=" + length);
+  }
+}
+
+TEST(AllocationGuard, AllowsItsLimitAndLeavesZerosBehindEveryBlock) {
+  const auto allZero = [](const char *from, uint64_t count) {
+    return std::all_of(from, from + count, [](char c) { return c == 0; });
+  };
+  for (const uint64_t size : {uint64_t{3}, uint64_t{ZOR_ALLOC_MAX}}) {
+    const MallocPtr<char> plain(static_cast<char *>(GuardedAlloc(size)));
+    EXPECT_TRUE(allZero(plain.get() + size, 16));
+    const MallocPtr<char> zeroed(static_cast<char *>(GuardedCalloc(size)));
+    EXPECT_TRUE(allZero(zeroed.get(), size + 16));
+    const MallocPtr<char> grown = GuardedRegrow(Text("abcd"), 4, size);
+    const uint64_t kept = std::min<uint64_t>(size, 4);
+    EXPECT_EQ(std::memcmp(grown.get(), "abcd", kept), 0);
+    EXPECT_TRUE(allZero(grown.get() + kept, size - kept + 16));
+  }
 }
 
 TEST(Names, AreCutToElevenCharactersAndPaddedWithZeros) {
-  struct {
+  const struct {
     const char *text;
     std::string stored;
-  } const cases[] = {
-      {"", ""}, {nullptr, ""}, {"web", "web"}, {"abcdefghijk", "abcdefghijk"}, {"abcdefghijkl", "abcdefghijk"}};
+  } cases[] = {{nullptr, ""}, {"web", "web"}, {"abcdefghijk", "abcdefghijk"}, {"abcdefghijkl", "abcdefghijk"}};
   for (const auto &c : cases) {
     NameField field;
     std::memset(field, 'x', sizeof field);
-    zor::SetName(field, c.text);
-    EXPECT_EQ(Bytes(field), c.stored + std::string(sizeof field - c.stored.size(), '\0'));
+    EXPECT_EQ(NameView(field).size(), sizeof field) << "an unterminated name is bounded by its field";
+    SetName(field, c.text);
+    EXPECT_EQ(std::string(field, sizeof field), c.stored + std::string(sizeof field - c.stored.size(), '\0'));
+    CopyName(field, field);
+    EXPECT_EQ(NameView(field), c.stored);
   }
 }
 
-TEST(Names, FromTheWireAreBoundedByTheirField) {
-  NameField from;
-  NameField to;
-  std::memset(from, 'x', sizeof from);
-  EXPECT_EQ(zor::NameView(from), std::string(12, 'x'));
-  zor::CopyName(to, from);
-  EXPECT_EQ(zor::NameView(to), std::string(11, 'x'));
-  std::memcpy(from, "ab\0cdefghijk", sizeof from);
-  zor::CopyName(to, from);
-  EXPECT_EQ(Bytes(to), std::string("ab") + std::string(10, '\0'));
-  zor::SetName(to, to);
-  EXPECT_EQ(zor::NameView(to), "ab");
-}
-
-struct Item {
-  Item *next;
-  int value;
-};
-
-TEST(ListView, AllowsItsBodyToReleaseTheItem) {
-  Item *head = nullptr;
-  for (int value : {1, 2, 3}) {
-    auto *item = static_cast<Item *>(std::malloc(sizeof(Item)));
-    item->value = value;
-    zor::Append(head, item);
-  }
-  int sum = 0;
-  for (Item *item : zor::ListView(head)) {
-    sum += item->value;
-    EXPECT_TRUE(zor::Unlink(head, item));
-    std::free(item);
-  }
-  EXPECT_EQ(sum, 6);
-  EXPECT_EQ(head, nullptr);
-}
-
-TEST(Waits, TellReadinessTimeOutAndBadDescriptorsApart) {
+TEST(Waits, TellReadinessTimeOutSignalsAndBadDescriptorsApart) {
   int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-  EXPECT_EQ(zor::WaitReadable(ends[0], 0), WaitResult::kTimedOut);
-  EXPECT_EQ(zor::WaitWritable(ends[1], 0), WaitResult::kReady);
-  ::close(ends[1]);
-  EXPECT_EQ(zor::WaitReadable(ends[0], -1), WaitResult::kReady);  // end of file: for read to report
-  ::close(ends[0]);
-  for (int bad : {-1, ends[0]}) {
-    EXPECT_EQ(zor::WaitReadable(bad, -1), WaitResult::kFailed);
-    EXPECT_EQ(errno, EBADF);
-  }
-}
-
-TEST(Waits, EndWhenASignalArrives) {
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  EXPECT_EQ(WaitReadable(ends[0], 0), WaitResult::kTimedOut);
+  EXPECT_EQ(WaitWritable(ends[1], 0), WaitResult::kReady);
   struct sigaction action = {};
   action.sa_handler = [](int) {};
   ::sigaction(SIGALRM, &action, nullptr);
   const itimerval soon = {{0, 10000}, {0, 10000}};
   ::setitimer(ITIMER_REAL, &soon, nullptr);
-  int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  EXPECT_EQ(zor::WaitReadable(ends[0], 30000), WaitResult::kInterrupted);
+  EXPECT_EQ(WaitReadable(ends[0], 30000), WaitResult::kInterrupted);
+  ::close(ends[1]);
+  EXPECT_EQ(WaitReadable(ends[0], -1), WaitResult::kReady) << "end of file is for the read to report";
+  ::close(ends[0]);
+  for (const int bad : {-1, ends[0]}) {
+    EXPECT_EQ(WaitReadable(bad, -1), WaitResult::kFailed);
+    EXPECT_EQ(errno, EBADF);
+  }
 }
 
 TEST(FixedPath, ThatDoesNotFitIsInvalid) {
-  ::setenv("ZOR_ROOT", "/r", 1);
-  EXPECT_STREQ(zor::FixedPath("/var/msgsvr").c_str(), "/r/var/msgsvr");
-  EXPECT_STREQ(zor::FixedSocketAddress("/var/msgsvr")->sun_path, "/r/var/msgsvr");
-  ::setenv("ZOR_ROOT", std::string(100, 'r').c_str(), 1);
-  EXPECT_TRUE(zor::FixedPath("/var/msgsvr").valid());
-  EXPECT_FALSE(zor::FixedSocketAddress("/var/msgsvr").has_value());
-  ::setenv("ZOR_ROOT", std::string(5000, 'r').c_str(), 1);
-  EXPECT_FALSE(zor::FixedPath("/var/msgsvr").valid());
-}
-
-TEST(SysTime, IsMonotonicAndAgreesWithTheSystem) {
-  EXPECT_EQ(ZOR_UTIL_GetSysTime(nullptr), 1u);
-  ZOR_SYS_TIME first = {};
-  ZOR_SYS_TIME second = {};
-  ASSERT_EQ(ZOR_UTIL_GetSysTime(&first), 0u);
-  ASSERT_EQ(ZOR_UTIL_GetSysTime(&second), 0u);
-  EXPECT_LT(second.microseconds, 1000000u);
-  EXPECT_GE(second.seconds * 1000000ull + second.microseconds, first.seconds * 1000000ull + first.microseconds);
-  timespec boot = {};
-  ASSERT_EQ(::clock_gettime(CLOCK_BOOTTIME, &boot), 0);
-  EXPECT_NEAR(ZOR_UTIL_GetSysUpTime(), static_cast<double>(boot.tv_sec), 5);
+  const struct {
+    std::string root;
+    bool fits, fitsAnAddress;
+  } cases[] = {{"/r", true, true}, {std::string(100, 'r'), true, false}, {std::string(5000, 'r'), false, false}};
+  for (const auto &c : cases) {
+    ::setenv("ZOR_ROOT", c.root.c_str(), 1);
+    EXPECT_EQ(FixedPath("/var/msgsvr").valid(), c.fits);
+    EXPECT_EQ(FixedSocketAddress("/var/msgsvr").has_value(), c.fitsAnAddress);
+  }
 }
 
 }  // namespace
+}  // namespace zor::test

@@ -3,10 +3,8 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zor/platform/memory.h>
 #include <zor/platform/process.h>
 
-#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <optional>
@@ -43,9 +41,7 @@ TEST(Arguments, AreSplitAsAShellSplitsThem) {
     const char *line;
     Words words;
   } cases[] = {
-      {"", {}},
       {" \t\n ", {}},
-      {"a b", {"a", "b"}},
       {"  ls\t-l  /tmp\n", {"ls", "-l", "/tmp"}},
       {"echo 'a  \"b' \"c 'd\"", {"echo", "a  \"b", "c 'd"}},
       {"pre'fix'\"ed\"", {"prefixed"}},
@@ -140,16 +136,6 @@ TEST(Reboot, IsRefusedInsideADirectory) {
   Capture errors(2);
   EXPECT_EQ(ZOR_UTIL_Reboot(5), 1u);
   EXPECT_THAT(errors.Text(), HasSubstr("reason 5 refused"));
-}
-
-TEST(Memory, ARecordHasItsVariablePartBehindIt) {
-  void *variable = nullptr;
-  auto *record = static_cast<char *>(ZOR_UTIL_CallocVarg(10, 5, &variable));
-  ASSERT_EQ(variable, record + 10);
-  EXPECT_TRUE(std::all_of(record, record + 15, [](char c) { return c == '\0'; }));
-  std::free(record);
-  EXPECT_EQ(ZOR_UTIL_CallocVarg(SIZE_MAX, 2, &variable), nullptr);
-  EXPECT_EQ(variable, nullptr);
 }
 
 }  // namespace
