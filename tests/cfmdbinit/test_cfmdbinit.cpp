@@ -1,8 +1,13 @@
+// Configuration requests and process helpers: what they send, and what they make of the answer.
 #include <gtest/gtest.h>
+#include <sys/utsname.h>
 #include <zor/cfm.h>
+#include <zor/msg_build.h>
 #include <zor/platform/config.h>
+#include <zor/pubutil.h>
 #include <zor/status.h>
 
+#include <cstdio>
 #include <functional>
 #include <string>
 
@@ -15,52 +20,53 @@ using zor::test::Capture;
 using zor::test::MakeMessage;
 using zor::test::Message;
 
-std::string PathBody(const std::string &path) {
-  return path + '\0';
-}
+const std::string kPath = std::string("/f") + '\0';
+const std::string kLong(300, 'l');
+const std::string kStopLine = "==========================ZOR_UTIL_UpdateDynAppListenFd app name ";
+const char *kernelRelease = nullptr;  // null: uname fails
 
-class ConfigurationRequests : public testing::Test {
+class Requests : public testing::Test {
  protected:
-  ConfigurationRequests() { ZOR_DBSetCurrUser(9); }
-
-  void ExpectSent(uint32_t type, uint32_t data, const std::string &body) {
+  void ExpectSent(uint32_t type, uint32_t data, const std::string &body, const char *destination = "") {
     const Message sent = bus_.peer.ReceiveMessage().value_or(Message{});
     EXPECT_EQ(sent.header.type, type);
-    EXPECT_STREQ(sent.header.destination, "");
+    EXPECT_STREQ(sent.header.destination, destination);
     EXPECT_EQ(sent.header.data, data);
     EXPECT_EQ(sent.body, body);
   }
+  void ExpectUpdate(uint32_t value, const std::string &name) {
+    ExpectSent(0x5001, value, name + std::string(12 - name.size(), '\0'));
+  }
 
   zor::test::TempRoot root_;
-  zor::test::LoopbackBus bus_;
+  zor::test::LoopbackBus bus_{"eleven_char"};
 };
 
-TEST_F(ConfigurationRequests, ThatAreToldCarryTheCurrentUser) {
-  EXPECT_EQ(ZOR_DBSaveFunc(), ZOR_OK);
+TEST_F(Requests, ThatAreToldCarryTheCurrentUser) {
+  ZOR_DBSetCurrUser(9);
+  EXPECT_EQ(ZOR_DBSaveFunc() | ZOR_DBSaveToAppFunc() | ZOR_CFM_ExtRestoreDft(1), ZOR_OK);
   ExpectSent(0x5009, 9, "");
-  EXPECT_EQ(ZOR_DBSaveToAppFunc(), ZOR_OK);
   ExpectSent(0x503F, 9, "");
-  EXPECT_EQ(ZOR_CFM_ExtRestoreDft(1), ZOR_OK);
   ExpectSent(0x500F, 0, std::string("\1\0\0\0\x09\0\0\0", 8));
-  EXPECT_TRUE(bus_.peer.NothingArrived());
 }
 
-TEST_F(ConfigurationRequests, ThatAskReturnTheAnswersWordOrTheFailure) {
+TEST_F(Requests, ThatAskReturnTheAnswersWordOrTheFailure) {
+  ZOR_DBSetCurrUser(9);
   const struct {
     std::function<uint32_t()> ask;
-    uint32_t type;
-    uint32_t data = 0;
-    std::string body = {};
+    uint32_t type, data;
+    std::string body;
   } cases[] = {
-      {[] { return ZOR_CFM_ExportFlashCfgFile(4, "/f"); }, 0x5025, 4, PathBody("/f")},
-      {[] { return ZOR_CFM_ExtExportEncryptedCfgFile("/f"); }, 0x5026, 0, PathBody("/f")},
-      {[] { return ZOR_CFM_ExtImportEncryptedCfgFile("/f"); }, 0x5027, 0, PathBody("/f")},
-      {[] { return ZOR_DBCheckFile("/f"); }, 0x5028, 0, PathBody("/f")},
-      {ZOR_CFM_CleanCFG, 0x5029},
-      {ZOR_AppSaveSyncFunc, 0x502A},
-      {ZOR_DBSaveSyncFunc, 0x502B},
-      {ZOR_CFM_DelAppdata, 0x5033},
-      {ZOR_DBSaveToAppSyncFunc, 0x5040},
+      {[] { return ZOR_CFM_ExportFlashCfgFile(4, "/f"); }, 0x5025, 4, kPath},
+      {[] { return ZOR_CFM_ExtExportEncryptedCfgFile("/f"); }, 0x5026, 0, kPath},
+      {[] { return ZOR_CFM_ExtImportEncryptedCfgFile(nullptr); }, 0x5027, 0, ""},
+      {[] { return ZOR_DBCheckFile(kLong.c_str()); }, 0x5028, 0, kLong.substr(0, 255) + '\0'},
+      {ZOR_CFM_CleanCFG, 0x5029, 0, ""},
+      {ZOR_AppSaveSyncFunc, 0x502A, 0, ""},
+      {ZOR_DBSaveSyncFunc, 0x502B, 0, ""},
+      {ZOR_CFM_DelAppdata, 0x5033, 0, ""},
+      {ZOR_DBSaveToAppSyncFunc, 0x5040, 0, ""},
+      {ZOR_UTIL_KillAllDynApp, 0x504D, 0, ""},
   };
   for (const auto &each : cases) {
     SCOPED_TRACE(each.type);
@@ -71,29 +77,67 @@ TEST_F(ConfigurationRequests, ThatAskReturnTheAnswersWordOrTheFailure) {
     EXPECT_EQ(each.ask(), ZOR_E_PEER_GONE);
     ExpectSent(each.type, each.data, each.body);
   }
-  EXPECT_EQ(ZOR_AppSaveSyncFunc(), ZOR_E_TIMEOUT);
-}
-
-TEST_F(ConfigurationRequests, CutThePathTheySendButNotTheOneTheyPrint) {
-  const std::string path(300, 'p');
-  Capture output;
-  for (const char *each : {path.c_str(), static_cast<const char *>(nullptr)}) {
-    bus_.peer.Send(MakeMessage(0x5027, "cms", "tester", 0));
-    EXPECT_EQ(ZOR_CFM_ExtImportEncryptedCfgFile(each), 0u);
-    ExpectSent(0x5027, 0, each == nullptr ? "" : PathBody(path.substr(0, 255)));
-  }
-  EXPECT_EQ(output.Text(), "before send ZOR_MSG_IMPORT_CFG_FILE, file=" + path + ".\n");
-}
-
-TEST_F(ConfigurationRequests, NameTheUserOfAnExportBeforehand) {
   bus_.peer.Send(MakeMessage(0x5026, "cms", "tester", 5));
   EXPECT_EQ(ZOR_CFM_ExtExportEncCfgFileByUser("/f", 3), 5u);
   ExpectSent(0x5035, 3, "");
-  ExpectSent(0x5026, 0, PathBody("/f"));
+  ExpectSent(0x5026, 0, kPath);
+  Capture output;
+  bus_.peer.Send(MakeMessage(0x5027, "cms", "tester", 0));
+  ZOR_CFM_ExtImportEncryptedCfgFile(kLong.c_str());
+  EXPECT_EQ(output.Text(), "before send ZOR_MSG_IMPORT_CFG_FILE, file=" + kLong + ".\n");
 }
 
-TEST_F(ConfigurationRequests, ForARebootGoToThePlatform) {
-  EXPECT_EQ(ZOR_CFM_ExtReboot(1), 1u) << "a system inside a directory must not reboot the machine";
+TEST_F(Requests, StopAnApplicationOnlyForANonzeroValueAndNeverThisProcessItself) {
+  Capture output;
+  ZOR_UTIL_UpdateDynAppStatus("upnp", 1);
+  ExpectUpdate(0, "upnp");
+  ZOR_UTIL_UpdateDynAppStatus("upnp", 5);
+  ExpectUpdate(0, "upnp");
+  ZOR_UTIL_UpdateDynAppListenFd("eleven_chars", 7);
+  ExpectUpdate(7, "eleven_char");
+  EXPECT_EQ(output.Text(), "");
+  bus_.peer.Send(MakeMessage(ZOR_MSG_SAFE_EXIT, "upnp", "eleven_char"));
+  EXPECT_EQ(ZOR_UTIL_UpdateDynAppStatus("upnp", 0), ZOR_OK);
+  ExpectSent(0x706, 0, "", "upnp");
+  ExpectUpdate(1, "upnp");
+  g_ulSafeExitMsgTimeout = 20;
+  EXPECT_EQ(ZOR_UTIL_RestartDynApp("ssdpd"), ZOR_OK);
+  ExpectSent(0x706, 0, "", "ssdpd");
+  ExpectUpdate(2, "ssdpd");
+  EXPECT_EQ(output.Text(), kStopLine + "upnp should stop.\n" + kStopLine +
+                               "ssdpd should stop.\n============================UTilSafeExitProcesses fail to "
+                               "ZOR_MSG_SendAndRecv, pcName=ssdpd, ret=65541\n");
+  EXPECT_EQ(ZOR_UTIL_UpdateDynAppListenFd(nullptr, 1), 1u);
+  EXPECT_TRUE(bus_.peer.NothingArrived());
+}
+
+TEST_F(Requests, PostAScriptBehindItsTargetUpToTheAllocationLimit) {
+  EXPECT_EQ(ZOR_UTIL_PostLua(kLong.c_str(), "print(1)"), ZOR_OK);
+  ExpectSent(0x490C, 0, kLong.substr(0, 255) + '\0' + "print(1)" + '\0', "web");
+  const std::string largest(0x800000 - 297, 's');
+  EXPECT_EQ(ZOR_UTIL_PostLua("a", largest.c_str()), ZOR_OK);
+  EXPECT_EQ(bus_.peer.ReceiveMessage()->header.bodyLength, 260u) << "a path: the body lies in a file";
+  Capture output;
+  EXPECT_EQ(ZOR_UTIL_PostLua("a", (largest + 's').c_str()), 1u);
+  EXPECT_EQ(output.Text(), "error: not host tool, but malloc 4M, return NULL, malloc len=8388609\n");
+}
+
+TEST(Kernel, IsClassifiedByItsRelease) {
+  const struct {
+    const char *release;
+    uint32_t value;
+  } cases[] = {{"2.6.210", 0}, {"2.6.36.4", 2}, {"x-2.6.36 2.6.21", 0}, {"3.10.0", 1}, {"", 1}, {nullptr, 1}};
+  for (const auto &each : cases) {
+    kernelRelease = each.release;
+    EXPECT_EQ(ZOR_UTIL_GetLinuxVersion(), each.value);
+  }
 }
 
 }  // namespace
+
+// Stands in for the C library's, for the library too.
+extern "C" ZOR_API int uname(struct utsname *kernel) noexcept {
+  if (kernelRelease == nullptr) return -1;
+  std::snprintf(kernel->release, sizeof kernel->release, "%s", kernelRelease);
+  return 0;
+}
