@@ -1,0 +1,36 @@
+/*
+ * Changes of the KIVA device list as they travel to the daemon that keeps it. Byte-level description:
+ * docs/protocol.md.
+ */
+#ifndef ZOR_KIVA_WIRE_H
+#define ZOR_KIVA_WIRE_H
+
+#include <stdint.h>
+
+#define ZOR_KIVA_DAEMON_NAME "cms"
+
+/* Message types. The answered ones carry a result in the answer's data word, 0 for success. */
+#define ZOR_MSG_KIVA_ADD UINT32_C(0x26E00)         /* one-way; body: a request */
+#define ZOR_MSG_KIVA_REMOVE UINT32_C(0x26E01)      /* one-way; body: a MAC, zero-padded to ZOR_KIVA_MAC_SIZE */
+#define ZOR_MSG_KIVA_ADD_SYNC UINT32_C(0x26E0F)    /* answered; body: a request */
+#define ZOR_MSG_KIVA_REMOVE_SYNC UINT32_C(0x26E10) /* answered; body: a MAC without a NUL */
+
+/* A MAC, without ':' and with its NUL, in a request to remove. */
+#define ZOR_KIVA_MAC_SIZE 18u
+
+/* The head of a request to add. The record's mac, detail and xmlPath follow, each with its NUL. Host byte order. */
+typedef struct kiva_info_status {
+  uint32_t dlSize; /* bytes downloaded so far */
+  uint32_t param1;
+  uint32_t state;
+  uint32_t param3;
+  uint32_t flags;
+} kiva_info_status;
+
+#define ZOR_KIVA_TEXT_SIZE 516u    /* mac and detail in a request, with their NUL */
+#define ZOR_KIVA_XML_PATH_SIZE 68u /* xmlPath in a request, with its NUL; longer ones are cut */
+#define ZOR_KIVA_NEEDS_UPDATE 0x1u /* flags */
+#define ZOR_KIVA_STATE_KEPT 18u    /* the state that pruning keeps */
+#define ZOR_KIVA_STATE_LOADING 23u /* the state in which dlSize counts */
+
+#endif
