@@ -155,8 +155,7 @@ TEST_F(DescriptorPassing, RefusesOtherFramesAndKeepsNoDescriptorOfThem) {
   int arrived = -7;
   for (const std::string &bytes : {std::string("\0x", 2), std::string(1, '\0'), std::string(42, '\0')}) {
     Pipe pipe;
-    const int writer = pipe.writer.fd();
-    peer_.SendDescriptors(bytes, &writer, 1);
+    peer_.SendDescriptors(bytes, {pipe.writer.fd()});
     EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 0), ZOR_E_IO);
     EXPECT_EQ(pipe.ReadAll(), "") << "the writing end is closed everywhere";
   }
