@@ -225,6 +225,7 @@ TEST_F(MsgWatcher, CallsBackOnceThoughTheCallbackRunsTheLoopAgain) {
 
 TEST_F(MsgWatcher, MayBeDeletedByItsHandlerWhileRepliesAreAwaited) {
   EXPECT_EQ(Expect(5, 7, 30, kFirst), ZOR_OK);
+  EXPECT_EQ(Expect(5, 8, 60000, kSecond), ZOR_OK);  // freed with the loop
   seen.onMessage = [this] {
     ZOR_UV_MsgDelete(std::exchange(watcher_, nullptr));
     RunUntil([] { return !seen.replies.empty(); });  // sweeps while the watcher's own frame is still on the stack

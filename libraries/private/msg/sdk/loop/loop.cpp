@@ -6,6 +6,7 @@
 
 #include "base/list.h"
 #include "sdk/loop/clock.h"
+#include "sdk/loop/msg_watcher.h"
 #include "sdk/loop/watcher.h"
 
 namespace zor {
@@ -17,11 +18,10 @@ UvLoop defaultLoop;
 thread_local Run *innermostRun = nullptr;
 thread_local std::uint64_t lastTurn = 0;
 
-// Waits for replies end with the loop that holds their guards; their callbacks are not called.
+// Waits for replies end with the loop that holds their guards, those included whose watcher was freed before.
 void FreePendingReplies(const UvLoop &loop) {
   for (UvWatcher *watcher : ListView<UvWatcher>(loop.watchers)) {
-    if ((watcher->flags & UV_WATCHER_MSG) == 0) continue;
-    ZOR_UTIL_ListDeleteAll(&RecordOf<UvMsgWatcher>(watcher).pending, nullptr);
+    if ((watcher->flags & UV_WATCHER_TIMER) != 0) FreeGuardedReply(RecordOf<UvTimer>(watcher));
   }
 }
 

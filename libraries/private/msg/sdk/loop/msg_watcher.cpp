@@ -128,6 +128,18 @@ std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher) noexcept {
   return status;
 }
 
+void LeavePendingReplies(UvMsgWatcher &watcher) noexcept {
+  for (UvPendingReply *record : ListView<UvPendingReply>(watcher.pending)) {
+    record->watcher = nullptr;
+    if (record->timer == nullptr) TakeOff(record);
+  }
+  watcher.pending = nullptr;
+}
+
+void FreeGuardedReply(UvTimer &timer) noexcept {
+  if (timer.callback == OnNoReply) TakeOff(static_cast<UvPendingReply *>(timer.header.data));
+}
+
 }  // namespace zor
 
 void ZOR_UV_MsgInit(UvLoop *loop, UvMsgWatcher *watcher, int32_t fd, UV_MSG_HANDLER defaultHandler) {

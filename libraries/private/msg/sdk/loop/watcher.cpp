@@ -7,14 +7,10 @@
 
 #include "base/list.h"
 #include "sdk/loop/loop.h"
+#include "sdk/loop/msg_watcher.h"
 
 namespace zor {
 namespace {
-
-// The guards of the requests still fire once each; they must not look for their watcher then.
-void DetachPendingReplies(UvMsgWatcher &watcher) {
-  for (UvPendingReply *pending : ListView<UvPendingReply>(watcher.pending)) pending->watcher = nullptr;
-}
 
 void DropForcedEvents(UvLoop &loop, const UvIO &watcher) {
   for (UvForcedEvent *event : ListView<UvForcedEvent>(loop.forcedEvents)) {
@@ -70,7 +66,7 @@ void CallFrame::Free(UvWatcher *watcher) noexcept {
 void RemoveWatcher(UvLoop &loop, UvWatcher *watcher) noexcept {
   Walk::OnUnlink(watcher);
   Unlink(loop.watchers, watcher);
-  if ((watcher->flags & UV_WATCHER_MSG) != 0) DetachPendingReplies(RecordOf<UvMsgWatcher>(watcher));
+  if ((watcher->flags & UV_WATCHER_MSG) != 0) LeavePendingReplies(RecordOf<UvMsgWatcher>(watcher));
   if ((watcher->flags & UV_WATCHER_IO) != 0) DropForcedEvents(loop, RecordOf<UvIO>(watcher));
   CallFrame::Free(watcher);
 }
