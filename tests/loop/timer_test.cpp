@@ -77,12 +77,27 @@ TEST_F(Timer, TheWaitLastsUntilTheNextExpiryOrTheIdleTime) {
   EXPECT_EQ(ZOR_UV_RunTimers(&loop_, nullptr), ZOR_E_ARGUMENT);
 }
 
-TEST_F(Timer, OneAddedByTheLastWatcherStillShortensTheWait) {
-  Expire(AddTimer(5000, 1, [&] { AddTimer(300, 1, [] {}); }), {0, 0});
+TEST_F(Timer, OneThatACallbackStartsStillShortensTheWait) {
+  UvTimer *parked = AddTimer(0, 0, [] {});
+  const std::function<void()> starts[] = {
+      [&] { ZOR_UTIL_TimerChgPeriod(parked, 300); },  // the walk is past it
+      [&] { AddTimer(300, 1, [] {}); },
+  };
   ZOR_SYS_TIME now;
   ZOR_UTIL_GetSysTime(&now);
-  const Fields timeout = PassAt({static_cast<int32_t>(now.seconds), static_cast<int32_t>(now.microseconds)});
-  EXPECT_LT(timeout.first, 5);
+  for (const auto &start : starts) {
+    ZOR_UTIL_TimerChgPeriod(parked, 0);
+    Expire(AddTimer(5000, 1, start), {0, 0});
+    EXPECT_LT(PassAt({static_cast<int32_t>(now.seconds), static_cast<int32_t>(now.microseconds)}).first, 5);
+  }
+}
+
+TEST_F(Timer, OneThatAnIdleHookStartsEndsTheWait) {
+  bool started = false;
+  AddIdle([&] {
+    if (!std::exchange(started, true)) AddTimer(1, 1, [&] { Stop(); });
+  });
+  EXPECT_EQ(Run(), ZOR_OK);
 }
 
 TEST_F(Timer, MayStopParkOrRestartItselfWhileItFires) {

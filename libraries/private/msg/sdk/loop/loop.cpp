@@ -78,7 +78,9 @@ uint32_t ZOR_UV_LoopRun(UvLoop *loop, uint32_t idleTimeMs) {
     run.BeginTurn();
     running->now = zor::MonotonicNow();
     const zor::Survey survey = zor::RunTimerPass(*running, running->selectTimeout);
-    if ((survey.flags & UV_WATCHER_IDLE) != 0) zor::RunIdleHooks(*running);
+    const bool mayHaveHooks = (survey.flags & UV_WATCHER_IDLE) != 0 || survey.changes != zor::listChanges;
+    if (mayHaveHooks) zor::RunIdleHooks(*running);
+    if (survey.timerStarts != zor::timerStarts) zor::HeedStartedTimers(*running, running->selectTimeout);
     if ((running->flags & UV_LOOP_STOP) != 0) break;
     status = zor::WaitAndDispatch(*running, survey);
     if (status != ZOR_OK) running->flags |= UV_LOOP_STOP;

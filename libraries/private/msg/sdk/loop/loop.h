@@ -36,16 +36,21 @@ class Run {
   Run *const outer_;
 };
 
-// What the first walk of an iteration has found, those watchers included that callbacks have added meanwhile. Later
-// passes need not look for what is not there.
+// What the first walk of an iteration has found. Later passes need not look for what is not there.
 struct Survey {
   std::uint64_t changes;              // listChanges when the walk began
+  std::uint64_t timerStarts;          // timerStarts when it had ended
   std::uint32_t flags = 0;            // of all watchers, or'ed together
   std::uint32_t descriptorCount = 0;  // descriptor watchers
 };
 
+// How many timers have been started or given another period, on any loop of this thread.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local std::uint64_t timerStarts;
+
 // The timer pass, which is the first walk and also computes how long the wait may last.
 Survey RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept;
+// Lowers the time-out for timers that were started behind the back of the timer pass, which would else fire late.
+void HeedStartedTimers(const UvLoop &loop, UvTime &timeout) noexcept;
 
 // The idle pass.
 void RunIdleHooks(UvLoop &loop) noexcept;

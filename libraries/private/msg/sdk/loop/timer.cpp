@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "base/alloc.h"
+#include "base/list.h"
 #include "sdk/loop/clock.h"
 #include "sdk/loop/loop.h"
 #include "sdk/loop/watcher.h"
@@ -48,7 +49,8 @@ void Call(const UvLoop &loop, const UvTimer &timer) {
 }
 
 // Calls a timer that is due. True when it goes on: its next expiry counts from the start of the iteration, so lateness
-// is not made up.
+// is not made up. One that its own callback has parked stays so: arming it with its interval of 0 would make the next
+// wait none at all, which ends an idle run of less than a second.
 bool Fire(const UvLoop &loop, UvTimer &timer) {
   const CallFrame frame(&timer.header);
   Call(loop, timer);
@@ -58,7 +60,7 @@ bool Fire(const UvLoop &loop, UvTimer &timer) {
     return false;
   }
   if (timer.repeatCount != 0) --timer.repeatCount;
-  if (timer.intervalMs == 0) return false;  // parked by its own callback
+  if (timer.intervalMs == 0) return false;
   SetExpiry(timer, After(loop.now, timer.intervalMs));
   return true;
 }
@@ -83,14 +85,27 @@ UvTime TimeUntil(UvTime expiry, UvTime now) {
   return left;
 }
 
+void LowerTo(UvTime expiry, const UvLoop &loop, UvTime &timeout) {
+  if (!Before(expiry, kEndless)) return;
+  const UvTime left = TimeUntil(expiry, loop.now);
+  if (Before(left, timeout)) timeout = left;
+}
+
+void SetFirstExpiry(UvTimer &timer, UvTime expiry) {
+  SetExpiry(timer, expiry);
+  ++timerStarts;
+}
+
 }  // namespace
 
-// Neither the started nor the deleted bit is looked at: a deleted timer may fire until it is swept. A timer that a
-// callback adds is visited in the same pass, behind the last watcher too, or the wait would be too long for it.
+constinit thread_local std::uint64_t timerStarts = 0;
+
+// Neither the started nor the deleted bit is looked at: a deleted timer may fire until it is swept. A callback may have
+// started a timer that the walk had left behind, or added one behind the last watcher.
 Survey RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept {
-  Survey survey = {listChanges};
+  Survey survey = {listChanges, timerStarts};
   UvTime earliest = kEndless;
-  for (Walk walk(loop, Walk::Appended::kFollowed); UvWatcher *watcher = walk.Next();) {
+  for (Walk walk(loop); UvWatcher *watcher = walk.Next();) {
     survey.flags |= watcher->flags;
     if ((watcher->flags & UV_WATCHER_IO) != 0) ++survey.descriptorCount;
     if ((watcher->flags & UV_WATCHER_TIMER) == 0) continue;
@@ -98,10 +113,18 @@ Survey RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept {
     if (Examine(loop, timer) && Before(Expiry(timer), earliest)) earliest = Expiry(timer);
   }
   timeout = loop.idleTimeMs != 0 ? FromMilliseconds(loop.idleTimeMs) : kEndless;
-  if (!Before(earliest, kEndless)) return survey;
-  const UvTime left = TimeUntil(earliest, loop.now);
-  if (Before(left, timeout)) timeout = left;
+  LowerTo(earliest, loop, timeout);
+  if (survey.timerStarts != timerStarts) HeedStartedTimers(loop, timeout);
+  survey.timerStarts = timerStarts;
   return survey;
+}
+
+void HeedStartedTimers(const UvLoop &loop, UvTime &timeout) noexcept {
+  for (UvWatcher *watcher : ListView<UvWatcher>(loop.watchers)) {
+    if ((watcher->flags & UV_WATCHER_TIMER) == 0 || CallFrame::Holds(watcher)) continue;
+    const auto &timer = RecordOf<UvTimer>(watcher);
+    if (timer.callback != nullptr && timer.intervalMs != 0) LowerTo(Expiry(timer), loop, timeout);
+  }
 }
 
 }  // namespace zor
@@ -122,7 +145,7 @@ uint32_t ZOR_UV_TimerStart(UvTimer *timer, uint32_t intervalMs, uint32_t repeatC
   timer->repeatCount = repeatCount;
   timer->callback = callback;
   timer->header.data = data;
-  if (intervalMs != 0) zor::SetExpiry(*timer, zor::After(zor::MonotonicNow(), intervalMs));
+  if (intervalMs != 0) zor::SetFirstExpiry(*timer, zor::After(zor::MonotonicNow(), intervalMs));
   ZOR_UV_WatcherStart(&timer->header);
   return ZOR_OK;
 }
@@ -154,7 +177,7 @@ void ZOR_UTIL_TimerChgPeriod(UvTimer *timer, uint32_t periodMs) {
   if (timer == nullptr) return;
   timer->intervalMs = periodMs;
   const uint32_t firstMs = std::clamp(periodMs, zor::kShortestFirstPeriodMs, zor::kLongestFirstPeriodMs);
-  zor::SetExpiry(*timer, periodMs == 0 ? zor::kEndless : zor::After(zor::MonotonicNow(), firstMs));
+  zor::SetFirstExpiry(*timer, periodMs == 0 ? zor::kEndless : zor::After(zor::MonotonicNow(), firstMs));
 }
 
 // Clamps the seconds alone: an earlier time that is later by seconds but not by microseconds gives the difference of

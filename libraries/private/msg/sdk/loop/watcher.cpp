@@ -26,18 +26,6 @@ constinit thread_local std::uint64_t listChanges = 0;
 
 static_assert(sizeof(void *) != 4 || sizeof(UvWatcher) == 16);
 
-Walk::Walk(const UvLoop &loop, Appended appended) noexcept
-    : loop_(loop), appended_(appended), next_(loop.watchers), outer_(innermost_) {
-  innermost_ = this;
-}
-
-void Walk::OnAppend(const UvLoop &loop, UvWatcher *watcher) noexcept {
-  for (Walk *walk = innermost_; walk != nullptr; walk = walk->outer_) {
-    const bool follows = walk->appended_ == Appended::kFollowed && &walk->loop_ == &loop;
-    if (follows && walk->next_ == nullptr) walk->next_ = watcher;
-  }
-}
-
 void Walk::OnUnlink(const UvWatcher *watcher) noexcept {
   for (Walk *walk = innermost_; walk != nullptr; walk = walk->outer_) {
     if (walk->next_ == watcher) walk->next_ = watcher->next;
@@ -85,7 +73,6 @@ uint32_t ZOR_UV_WatcherInit(UvLoop *loop, UvWatcher *watcher, uint32_t kind) {
   if (watcher == nullptr || owner == nullptr) return ZOR_E_ARGUMENT;
   *watcher = {nullptr, owner, kind | UV_WATCHER_LISTED, nullptr};
   zor::Append(owner->watchers, watcher);
-  zor::Walk::OnAppend(*owner, watcher);
   ++zor::listChanges;
   return ZOR_OK;
 }

@@ -18,13 +18,11 @@ Record &RecordOf(UvWatcher *watcher) noexcept {
   return *static_cast<Record *>(static_cast<void *>(watcher));
 }
 
-// A walk in list order. The next watcher is chosen before the current one is handed out: what is appended while the
-// last one is handed out is not visited, unless the walk follows appended watchers.
+// A walk in list order. The next watcher is chosen before the current one is handed out, so what is appended while the
+// last one is handed out is not visited: a hook that replaces itself would never let a pass end.
 class Walk {
  public:
-  enum class Appended { kMissedByLast, kFollowed };
-
-  explicit Walk(const UvLoop &loop, Appended appended = Appended::kMissedByLast) noexcept;
+  explicit Walk(const UvLoop &loop) noexcept : next_(loop.watchers), outer_(innermost_) { innermost_ = this; }
   ~Walk() { innermost_ = outer_; }
   Walk(const Walk &) = delete;
   Walk &operator=(const Walk &) = delete;
@@ -36,15 +34,12 @@ class Walk {
     return watcher;
   }
 
-  // What every change of a list tells the walks over it.
-  static void OnAppend(const UvLoop &loop, UvWatcher *watcher) noexcept;
+  // What every unlinking tells the walks.
   static void OnUnlink(const UvWatcher *watcher) noexcept;
 
  private:
   [[gnu::tls_model("initial-exec")]] static constinit thread_local Walk *innermost_;
 
-  const UvLoop &loop_;
-  const Appended appended_;
   UvWatcher *next_;
   Walk *const outer_;
 };
