@@ -12,9 +12,10 @@
 namespace zor {
 namespace {
 
-void DropForcedEvents(UvLoop &loop, const UvIO &watcher) {
+// Those of other kinds too: they are queued without a look at the kind.
+void DropForcedEvents(UvLoop &loop, const UvWatcher *watcher) {
   for (UvForcedEvent *event : ListView<UvForcedEvent>(loop.forcedEvents)) {
-    if (event->watcher == &watcher) ZOR_UTIL_ListDeleteItem(&loop.forcedEvents, event, nullptr);
+    if (&event->watcher->header == watcher) ZOR_UTIL_ListDeleteItem(&loop.forcedEvents, event, nullptr);
   }
 }
 
@@ -55,7 +56,7 @@ void RemoveWatcher(UvLoop &loop, UvWatcher *watcher) noexcept {
   Walk::OnUnlink(watcher);
   Unlink(loop.watchers, watcher);
   if ((watcher->flags & UV_WATCHER_MSG) != 0) LeavePendingReplies(RecordOf<UvMsgWatcher>(watcher));
-  if ((watcher->flags & UV_WATCHER_IO) != 0) DropForcedEvents(loop, RecordOf<UvIO>(watcher));
+  DropForcedEvents(loop, watcher);
   CallFrame::Free(watcher);
 }
 
