@@ -76,10 +76,10 @@ ZOR_API void ZOR_UTIL_SockBaseDestroy(void);
 /* Kept for old callers: does nothing and returns 0. */
 ZOR_API uint32_t ZOR_UTIL_SockBaseRegEvtProc(const void *ignored);
 
-/* Registers a socket and calls eventProc when it is readable, and once when timeoutMs have passed; the procedure looks
-   at the wait's timedOut. In either case the caller ends the wait with ZOR_UTIL_SockbaseAsyncEvtDestroy, which the
-   procedure may do. The second argument is ignored.
-   Returns the wait; null when the socket could not be registered or memory runs out. */
+/* Registers a socket and calls eventProc when it is readable, and once when timeoutMs have passed (0: never); the
+   procedure looks at the wait's timedOut. In either case the caller ends the wait with
+   ZOR_UTIL_SockbaseAsyncEvtDestroy, which the procedure may do. The second argument is ignored. Returns the wait; null
+   when the socket could not be registered or memory runs out. */
 ZOR_API SockAsyncWait *ZOR_UTIL_SockbaseWaitSockResponseAsync(int32_t fd, uintptr_t unused, uint32_t timeoutMs,
                                                               void *userData, SOCK_EVENT_PROC eventProc);
 

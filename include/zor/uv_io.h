@@ -7,7 +7,9 @@
  * ("Invalid fd ..." or "Bogus fd ...", module "sockbase") and not called, and in the second case its fd becomes -1; its
  * owner still deletes it.
  *
- * Idle hooks are called in every iteration, before the wait, in the order of registration.
+ * Idle hooks are called in every iteration, before the wait, in the order of registration. One that is added by a hook
+ * is called from the next iteration on when the adding hook is the last watcher, else at once. The wait in between
+ * takes no notice of it; see ZOR_UV_LoopUpdateSelectTimeout.
  *
  * Message watchers read whole messages: a header of fixed length and the payload that it announces. A message goes to
  * the first awaited reply that it matches, else to the default handler. It belongs to the watcher, which frees it after

@@ -57,7 +57,8 @@ ZOR_API UvTimer *ZOR_UTIL_TimerAdd(uint32_t intervalMs, uint32_t repeatCount, UV
 ZOR_API void ZOR_UTIL_TimerDel(UvTimer *timer);
 
 /* Gives a timer another period. Its next expiry is periodMs from now, but at least 10 ms and at most 0x7fffffff ms;
-   later periods are periodMs as given. With 0 the timer is parked: it stays listed and never fires. Null is ignored. */
+   later periods are periodMs as given. With 0 the timer is parked: it stays listed, never fires and
+   shortens no wait, also when its own callback parks it. Null is ignored. */
 ZOR_API void ZOR_UTIL_TimerChgPeriod(UvTimer *timer, uint32_t periodMs);
 
 /* Stores the time from earlier to later. Seconds below 0 count as 0; so do microseconds when no second is left to
