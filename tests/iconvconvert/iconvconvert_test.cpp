@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <zor/charset.h>
 
-#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,18 +22,15 @@ constexpr char kHelloUtf8[] = "\xe4\xbd\xa0\xe5\xa5\xbd";
 TEST(Charset, TurnsTextsOfUnknownSetsIntoUtf8) {
   EXPECT_STREQ(Text(ZOR_NLS_TryConvertToUtf8(kHelloGbk)).get(), kHelloUtf8);
   EXPECT_STREQ(Text(ZOR_NLS_TryConvertToUtf8(kHelloUtf8)).get(), kHelloUtf8);
-  EXPECT_STREQ(Text(ZOR_NLS_TryConvertToUtf8("")).get(), "");
   EXPECT_EQ(ZOR_NLS_TryConvertToUtf8(nullptr), nullptr);
-  EXPECT_EQ(ZOR_NLS_TryConvertToUtf8NoFree(nullptr), nullptr);
   const char *kept = ZOR_NLS_TryConvertToUtf8NoFree(kHelloGbk);
   EXPECT_STREQ(ZOR_NLS_TryConvertToUtf8NoFree(kept), kHelloUtf8) << "the kept text may be the argument";
 }
 
-TEST(Charset, MeasuresAndConvertsAlikeAlsoBadInput) {
+TEST(Charset, MeasuresAndConvertsAlikeAlsoBadInputButNothingAboveTheAllocationLimit) {
   EXPECT_EQ(ZOR_NLS_ConvertGetLength("cp936", kHelloGbk, 4, "utf8", 0), 6);
   EXPECT_EQ(ZOR_NLS_ConvertGetLength("utf8", kHelloGbk, 4, "cp936", 0), -1);
   EXPECT_EQ(ZOR_NLS_ConvertGetLength("nonsense", kHelloGbk, 4, "utf8", 1), -1);
-  EXPECT_EQ(ZOR_NLS_ConvertGetLength("utf8", nullptr, 4, "utf8", 1), -1);
   const std::string bad = "a\xff" + std::string(5000, 'b') + "\xe4\xbd";
   const int32_t length = ZOR_NLS_ConvertGetLength("utf8", bad.data(), static_cast<uint32_t>(bad.size()), "utf8", 1);
   uint32_t produced = 7;
@@ -44,10 +41,6 @@ TEST(Charset, MeasuresAndConvertsAlikeAlsoBadInput) {
   EXPECT_EQ(ZOR_NLS_ConvertString("utf8", "\xff", 1, "utf8", &produced), nullptr);
   EXPECT_EQ(produced, 0u);
   EXPECT_STREQ(Text(ZOR_NLS_IconvConvert(kHelloUtf8, "cp936", "utf8")).get(), kHelloGbk);
-  EXPECT_STREQ(Text(ZOR_NLS_GB2312Convert("", "cp950", "utf8")).get(), "");
-}
-
-TEST(Charset, RefusesResultsAboveTheAllocationLimit) {
   const std::string huge(0x800000 / 2 + 1, '\xe9');
   zor::test::Capture out;
   EXPECT_EQ(ZOR_NLS_ConvertString("iso8859-1", huge.data(), static_cast<uint32_t>(huge.size()), "utf8", nullptr),
@@ -77,43 +70,33 @@ TEST(Ucs2, EncodesUnitsOneByOne) {
   EXPECT_EQ(length, 3u);
   length = 1;
   EXPECT_EQ(cl_ucs2ToUTF8(units, 2, out, &length), CL_E_ROOM);
-  length = 0;
-  EXPECT_EQ(cl_ucs2ToUTF8(units, 1, out, &length), CL_E_ARGUMENT);
 }
 
 TEST(Ucs2, StopsBeforeTheFirstCharacterThatDoesNotFit) {
-  const uint16_t units[] = {'a', 0x4f60, 'b'};
+  const uint16_t units[] = {'a', 0x4f60, '!'};
   for (uint32_t size = 1; size <= 5; ++size) {
-    const std::vector<const char *> expected = {"a", "a", "a", "a\xe4\xbd\xa0",
-                                                "a\xe4\xbd\xa0"
-                                                "b"};
+    const std::string whole = "a\xe4\xbd\xa0!";
     std::vector<char> out(size + 1, 'x');
     EXPECT_EQ(cl_ucs2ToUTF8ByLen(units, 3, out.data(), size), CL_OK);
-    EXPECT_STREQ(out.data(), expected[size - 1]);
+    EXPECT_EQ(out.data(), whole.substr(0, size < 4 ? 1 : size));
   }
-  char out[4];
-  EXPECT_EQ(cl_ucs2ToUTF8ByLen(units, 3, out, 0), CL_E_ARGUMENT);
 }
 
-struct Decoding {
-  std::string bytes;
-  uint32_t status;
-  std::vector<uint16_t> units;
-};
-
 TEST(Ucs2, DecodesUtf8WithoutCheckingFollowingBytes) {
-  const Decoding cases[] = {
+  const struct {
+    std::string bytes;
+    uint32_t status;
+    std::vector<uint16_t> units;
+  } cases[] = {
       {"\xe4\xbd\xa0", CL_OK, {0x4f60}},
-      {"a\xc3\xa9", CL_OK, {'a', 0xe9}},
       {"a" + std::string(1, '\0') + "b", CL_OK, {'a'}},
       {std::string("\xe4\x00\xa0", 3), CL_OK, {0x4020}},
       {"\xf0\x9f\x98\x80", CL_OK, {0xf600}},
       {"\xfd\xbf\xbf\xbf\xbf\xbf", CL_OK, {0xffff}},
       {"\xe4\xbd", CL_OK, {0x4f40}},
       {"a\x80", CL_E_LEAD_BYTE, {}},
-      {"\xfe", CL_E_LEAD_BYTE, {}},
   };
-  for (const Decoding &c : cases) {
+  for (const auto &c : cases) {
     std::vector<uint16_t> units(c.bytes.size() + 1, 7);
     uint32_t count = 1;
     EXPECT_EQ(cl_utf8ToUCS2(c.bytes.data(), static_cast<uint32_t>(c.bytes.size()), units.data(), &count), c.status);
@@ -124,7 +107,6 @@ TEST(Ucs2, DecodesUtf8WithoutCheckingFollowingBytes) {
   uint16_t unit;
   uint32_t count = 0;
   EXPECT_EQ(cl_utf8ToUCS2("a", 1, &unit, &count), CL_E_ROOM);
-  EXPECT_EQ(cl_utf8ToUCS2("a", 0, &unit, &count), CL_E_ARGUMENT);
 }
 
 TEST(ByteOrder, SwapsBothWaysInPlace) {
@@ -132,8 +114,7 @@ TEST(ByteOrder, SwapsBothWaysInPlace) {
   uint32_t length = 4;
   EXPECT_EQ(cl_widecharToByteOrder(units, 2, units, &length), CL_OK);
   EXPECT_EQ(length, 4u);
-  const unsigned char expected[] = {0x12, 0x34, 0x00, 0xff};
-  EXPECT_TRUE(std::equal(expected, expected + 4, static_cast<unsigned char *>(static_cast<void *>(units))));
+  EXPECT_EQ(std::memcmp(units, "\x12\x34\x00\xff", 4), 0);
   uint32_t count = 3;
   EXPECT_EQ(cl_byteOrderToWideChar(units, 5, units, &count), CL_OK);
   EXPECT_EQ(count, 2u);
@@ -157,7 +138,7 @@ TEST(HexText, RoundTripsAndChecksTheRoom) {
   uint32_t count = 2;
   EXPECT_EQ(cl_stringToBytes("0aff7", 5, back, &count), CL_OK);
   EXPECT_EQ(count, 2u);
-  EXPECT_TRUE(std::equal(bytes, bytes + 2, back));
+  EXPECT_EQ(std::memcmp(bytes, back, 2), 0);
   EXPECT_EQ(cl_stringToBytes("0a\0ff0", 6, back, &(count = 3)), CL_OK);
   EXPECT_EQ(count, 1u);
   EXPECT_EQ(cl_stringToBytes("0aff77", 6, back, &(count = 2)), CL_E_ROOM);
@@ -173,9 +154,6 @@ TEST(Number, ReportsBadCharactersByBase) {
   EXPECT_EQ(cl_stringToNumeric("4294967297", 10, 10, &value), CL_OK);
   EXPECT_EQ(value, 1u);
   EXPECT_EQ(cl_stringToNumeric("1", 1, 8, &value), CL_E_BASE);
-  EXPECT_EQ(cl_stringToNumeric(nullptr, 1, 8, &value), CL_E_ARGUMENT);
-  EXPECT_EQ(cl_stringToNumeric("9", 0, 10, &value), CL_OK);
-  EXPECT_EQ(value, 0u);
 }
 
 }  // namespace

@@ -37,6 +37,7 @@ class LogSocket {
   std::string sender() const { return sender_; }
   // Takes one request on a thread of its own and sends what the function makes of it to where it came from.
   void AnswerOnce(const std::function<ZOR_MLOG_MSG(const ZOR_MLOG_MSG &)> &answer) {
+    if (answering_.joinable()) answering_.join();
     answering_ = std::thread([this, answer] {
       const ZOR_MLOG_MSG msg = answer(Next());
       EXPECT_EQ(mlog_send_msg(fd_, &msg, sender_), 0) << sender_;
