@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <zor/log.h>
 
-#include <set>
 #include <string>
 
 namespace {
@@ -11,7 +10,7 @@ std::string Text(const char *text) {
   return text == nullptr ? "(null)" : text;
 }
 
-TEST(LogItems, LieInTableOrderUpToTheRowOfZeros) {
+TEST(LogItems, LieInTableOrderUpToTheRowOfZerosAndHaveATextInEachLanguage) {
   const ZOR_LOG_ITEM *first = ZOR_UTIL_LogItemFindByIdx(0x1A000000);
   ASSERT_NE(first, nullptr);
   const ZOR_LOG_ITEM *row = first;
@@ -22,9 +21,6 @@ TEST(LogItems, LieInTableOrderUpToTheRowOfZeros) {
   EXPECT_EQ(row - first, 304);
   EXPECT_EQ(row[-1].index, 0x1A08003Du);
   EXPECT_EQ(ZOR_UTIL_LogItemFindByIdx(0x0300000B)[1].index, 0x03000008u) << "the first of two";
-}
-
-TEST(LogItems, HaveATextInEachLanguage) {
   const struct {
     uint32_t index;
     uint32_t typeLevel;
@@ -32,10 +28,6 @@ TEST(LogItems, HaveATextInEachLanguage) {
     const char *second;
   } cases[] = {
       {0x1A000000, 0x220, "User $0 upgrading beginning", "用户$0开始升级"},
-      {0x1A000031, 0x220, "User $0 beginning $1 upgrade", "用户$0开始$1升级"},
-      {0x1A000028, 0x220, "User $0 upgrade fail", "用户$0升级失败"},
-      {0x1A080009, 0x220, "User $0 upgrading finished: Device will reboot", "用户$0升级完成：设备即将重启"},
-      {0x1A000026, 0x810, "User $0 upgrading download image failed", "用户$0在线升级下载镜像失败"},
       {0xAC000016, 0x220, "User $0 Modify $1 ACL rule", "用户 $0 修改 $1 访问控制规则"},
       {0x31080002, 0x208,
        "User $0 reads and consents to ($1) \"EULA\"  (Issue/Update date: $2) and \"PARVEX Privacy Notice\" "
@@ -44,10 +36,10 @@ TEST(LogItems, HaveATextInEachLanguage) {
       {0x1A08003D, 0x808, "Emergency OTA upgrading($0) succeed.", "紧急OTA升级($0)成功"},
   };
   for (const auto &each : cases) {
-    const ZOR_LOG_ITEM *row = ZOR_UTIL_LogItemFindByIdx(each.index);
-    ASSERT_NE(row, nullptr) << each.english;
-    EXPECT_EQ(row->typeLevel, each.typeLevel) << each.english;
-    const ZOR_LOG_ITEM copy = *row;
+    const ZOR_LOG_ITEM *item = ZOR_UTIL_LogItemFindByIdx(each.index);
+    ASSERT_NE(item, nullptr) << each.english;
+    EXPECT_EQ(item->typeLevel, each.typeLevel) << each.english;
+    const ZOR_LOG_ITEM copy = *item;
     EXPECT_EQ(Text(ZOR_UTIL_LogItemGetFmtStr(&copy, 2)), each.english);
     EXPECT_EQ(Text(ZOR_UTIL_LogItemGetFmtStr(&copy, 1)), each.second);
   }
@@ -61,23 +53,18 @@ TEST(LogItems, HaveATextInEachLanguage) {
 TEST(LogNames, AreThoseOfTheTypeAndTheLevel) {
   const struct {
     uint32_t code;
-    const char *english;
-    const char *second;
-    const char *englishLevel;
-    const char *secondLevel;
+    const char *type, *secondType, *level, *secondLevel;
   } cases[] = {
-      {0x220, "User", "用户操作", "Notice", "提示"},     {0x101, "Kernel", "内核", "Emergency", "致命"},
-      {0x802, "System", "系统日志", "Alert", "告警"},    {0x1004, "Security", "安全日志", "Critical", "危急"},
-      {0x2008, "Daemon", "Syslogd", "Error", "错误"},    {0x40000010, "Security", "安全日志", "Warning", "警告"},
-      {0x80000040, "voice", "voice", "Info", "信息"},    {0x4080, "quorelmessage", "quorelmessage", "Debug", "调试"},
-      {0x08000003, "DAD", "(null)", "(null)", "(null)"}, {0x20, "None", "None", "Notice", "提示"},
-      {0x400, "(null)", "(null)", "(null)", "(null)"},   {0xffffffff, "(null)", "(null)", "(null)", "(null)"},
+      {0x220, "User", "用户操作", "Notice", "提示"},  {0x40000010, "Security", "安全日志", "Warning", "警告"},
+      {0x80000040, "voice", "voice", "Info", "信息"}, {0x08000003, "DAD", "(null)", "(null)", "(null)"},
+      {0x20, "None", "None", "Notice", "提示"},       {0xffffffff, "(null)", "(null)", "(null)", "(null)"},
   };
   for (const auto &each : cases) {
-    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetTypeString(each.code, 0)), each.english) << std::hex << each.code;
-    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetTypeString(each.code, 1)), each.second) << std::hex << each.code;
-    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetLevelString(each.code, 0)), each.englishLevel) << std::hex << each.code;
-    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetLevelString(each.code, 1)), each.secondLevel) << std::hex << each.code;
+    SCOPED_TRACE(each.code);
+    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetTypeString(each.code, 0)), each.type);
+    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetTypeString(each.code, 1)), each.secondType);
+    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetLevelString(each.code, 0)), each.level);
+    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetLevelString(each.code, 1)), each.secondLevel);
   }
 }
 
@@ -85,35 +72,27 @@ TEST(LogNames, TellWhichLevelsAreInUse) {
   const char *names[10];
   for (const char *&name : names) name = "untouched";
   EXPECT_EQ(ZOR_UTIL_LOG_GetAllLogLevel(names, 10), 0xF8u);
-  const char *const expected[] = {"(null)", "(null)", "(null)", "Error",     "Warning",
-                                  "Notice", "Info",   "Debug",  "untouched", "untouched"};
-  for (int i = 0; i < 10; ++i) EXPECT_EQ(Text(names[i]), expected[i]);
+  EXPECT_EQ(names[2], nullptr);
+  EXPECT_STREQ(names[3], "Error");
+  EXPECT_STREQ(names[7], "Debug");
+  EXPECT_STREQ(names[8], "untouched");
   names[3] = "untouched";
   EXPECT_EQ(ZOR_UTIL_LOG_GetAllLogLevel(names, 3), 0xF8u);
   EXPECT_EQ(Text(names[3]), "untouched");
-  EXPECT_EQ(ZOR_UTIL_LOG_GetAllLogLevel(nullptr, 10), 0xF8u);
-
   uint32_t mask = 7;
   for (const char *level : {"Alert", "notice", "", static_cast<const char *>(nullptr)}) {
     EXPECT_EQ(ZOR_UTIL_LOG_GetHigherLogLevels(level, &mask), 1u);
   }
-  EXPECT_EQ(ZOR_UTIL_LOG_GetHigherLogLevels("Notice", nullptr), 1u);
   EXPECT_EQ(mask, 7u);
   EXPECT_EQ(ZOR_UTIL_LOG_GetHigherLogLevels("Notice", &mask), 0u);
   EXPECT_EQ(mask, 0x38u);
-  EXPECT_EQ(ZOR_UTIL_LOG_GetHigherLogLevels("Debug", &mask), 0u);
-  EXPECT_EQ(mask, 0xF8u);
 }
 
 TEST(LogNames, TellTheProcessOfAnItem) {
   EXPECT_STREQ(logGetProcName(0x1A000031), "upg");
   EXPECT_STREQ(logGetProcName(0xAC000016), "firewall") << "an unsigned shift";
-  EXPECT_STREQ(logGetProcName(0xD5000007), "voice");
   EXPECT_STREQ(logGetProcName(0xD5100000), "http");
   EXPECT_STREQ(logGetProcName(0x31D00000), "") << "not the code of upnp";
-  std::set<std::string> names;
-  for (uint32_t code = 0; code < 4096; ++code) names.insert(logGetProcName(code << 20));
-  EXPECT_EQ(names.size(), 23u) << "22 names, and none for all others";
 }
 
 }  // namespace
