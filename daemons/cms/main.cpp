@@ -1,4 +1,6 @@
 // The configuration daemon: it keeps what others ask to be saved, and is the only one that writes the device list.
+#include <zor/kiva.h>
+
 #include <string>
 
 #include "cms/configuration.h"
@@ -41,6 +43,11 @@ bool ReadPlaces(const daemon::CommandLine &line, daemon::ProblemLog &problems, P
   return settings.CheckAndReport(problems);
 }
 
+bool MakeDirectories(const Places &places) {
+  return daemon::MakeDirectory(places.directory, kDirectoryMode) &&
+         daemon::MakeDirectory(daemon::ParentOf(ZOR_PATH_KIVA_LIST));
+}
+
 int Main(int count, char **arguments) {
   const daemon::CommandLine line = daemon::ReadCommandLine(kProgram, count, arguments);
   if (line.exit) return *line.exit;
@@ -48,8 +55,8 @@ int Main(int count, char **arguments) {
   Places places;
   if (!ReadPlaces(line, problems, &places)) return daemon::kExitSettings;
   const daemon::StopSignal stop;
-  if (!daemon::MakeDirectory(places.directory, kDirectoryMode)) {
-    problems.PrintErrno("%s", places.directory.c_str());
+  if (!MakeDirectories(places)) {
+    problems.PrintErrno("directories for saved configurations and the device list");
     return daemon::kExitFailure;
   }
 

@@ -1,6 +1,7 @@
 #include "cms/service.h"
 
 #include <zor/config_wire.h>
+#include <zor/kiva.h>
 #include <zor/platform/config.h>
 
 #include <algorithm>
@@ -15,7 +16,7 @@ constexpr size_t kMostExportUsers = 64;
 struct Request {
   uint32_t type;
   bool answered;
-  uint32_t (Service::*apply)(const ZOR_MSG_HEAD &);
+  uint32_t (Service::*apply)(ZOR_MSG_HEAD &);
   const char *name;
 };
 
@@ -35,6 +36,10 @@ constexpr auto kRequests = std::to_array<Request>({
     {ZOR_MSG_DB_SAVE_TO_APP, false, &Service::SaveWithAppData, "save with application data"},
     {ZOR_MSG_DB_SAVE_TO_APP_SYNC, true, &Service::SaveWithAppData, "save with application data"},
     {ZOR_MSG_KILL_ALL_DYN_APP, true, &Service::Refuse, "stop of the dynamic applications"},
+    {ZOR_MSG_KIVA_ADD, false, &Service::AddDevice, "change of the device list"},
+    {ZOR_MSG_KIVA_ADD_SYNC, true, &Service::AddDevice, "change of the device list"},
+    {ZOR_MSG_KIVA_REMOVE, false, &Service::RemoveDevice, "removal from the device list"},
+    {ZOR_MSG_KIVA_REMOVE_SYNC, true, &Service::RemoveDevice, "removal from the device list"},
 });
 
 // Handlers of the bus have no data of their own.
@@ -75,19 +80,19 @@ ZOR_MSG_HEAD *Service::OnRequest(ZOR_MSG_HEAD *message) {
   return request->answered ? ZOR_MSG_MsgResponseBuilder(message, result, nullptr, 0) : nullptr;
 }
 
-uint32_t Service::Save(const ZOR_MSG_HEAD &request) {
+uint32_t Service::Save(ZOR_MSG_HEAD &request) {
   return configuration_.Save(request.data);
 }
 
-uint32_t Service::SaveWithAppData(const ZOR_MSG_HEAD &request) {
+uint32_t Service::SaveWithAppData(ZOR_MSG_HEAD &request) {
   return configuration_.SaveWithAppData(request.data);
 }
 
-uint32_t Service::SaveAppData(const ZOR_MSG_HEAD &) {
+uint32_t Service::SaveAppData(ZOR_MSG_HEAD &) {
   return configuration_.SaveAppData();
 }
 
-uint32_t Service::Restore(const ZOR_MSG_HEAD &request) {
+uint32_t Service::Restore(ZOR_MSG_HEAD &request) {
   ZOR_CFG_RESTORE body;
   if (request.bodyLength < sizeof body) return ZOR_STORE_E_ARGUMENT;
   std::memcpy(&body, BodyOf(request), sizeof body);
@@ -101,40 +106,48 @@ uint32_t Service::Restore(const ZOR_MSG_HEAD &request) {
   }
 }
 
-uint32_t Service::ExportSaved(const ZOR_MSG_HEAD &request) {
+uint32_t Service::ExportSaved(ZOR_MSG_HEAD &request) {
   return configuration_.ExportSaved(request.data, PathOf(request));
 }
 
-uint32_t Service::NameExportUser(const ZOR_MSG_HEAD &request) {
+uint32_t Service::NameExportUser(ZOR_MSG_HEAD &request) {
   // Those who name a user and never ask for the export must not fill the memory.
   if (exportUsers_.size() >= kMostExportUsers) exportUsers_.clear();
   exportUsers_[SourceOf(request)] = request.data;
   return 0;
 }
 
-uint32_t Service::Export(const ZOR_MSG_HEAD &request) {
+uint32_t Service::Export(ZOR_MSG_HEAD &request) {
   const auto named = exportUsers_.extract(SourceOf(request));
   return named.empty() ? configuration_.Export(PathOf(request))
                        : configuration_.ExportSaved(named.mapped(), PathOf(request));
 }
 
-uint32_t Service::Import(const ZOR_MSG_HEAD &request) {
+uint32_t Service::Import(ZOR_MSG_HEAD &request) {
   return configuration_.Import(PathOf(request));
 }
 
-uint32_t Service::Check(const ZOR_MSG_HEAD &request) {
+uint32_t Service::Check(ZOR_MSG_HEAD &request) {
   return configuration_.Check(PathOf(request));
 }
 
-uint32_t Service::Clean(const ZOR_MSG_HEAD &) {
+uint32_t Service::Clean(ZOR_MSG_HEAD &) {
   return configuration_.Clean();
 }
 
-uint32_t Service::DeleteAppData(const ZOR_MSG_HEAD &) {
+uint32_t Service::DeleteAppData(ZOR_MSG_HEAD &) {
   return configuration_.DeleteAppData();
 }
 
-uint32_t Service::Refuse(const ZOR_MSG_HEAD &) {
+uint32_t Service::AddDevice(ZOR_MSG_HEAD &request) {
+  return ZOR_UPG_DevKivaAddProc(&request);
+}
+
+uint32_t Service::RemoveDevice(ZOR_MSG_HEAD &request) {
+  return ZOR_UPG_DevKivaInfoRemoveProc(&request);
+}
+
+uint32_t Service::Refuse(ZOR_MSG_HEAD &) {
   return kUnsupported;
 }
 

@@ -17,7 +17,7 @@
 
 namespace zor::cms {
 
-// The result of a request that this daemon does not know how to do. Others are statuses of the store.
+// The result of a request that this daemon does not know how to do. Others are statuses of the store or of the list.
 constexpr uint32_t kUnsupported = 1;
 
 class Service {
@@ -29,18 +29,20 @@ class Service {
   bool Register();
 
   // One function for each request: its result.
-  uint32_t Save(const ZOR_MSG_HEAD &request);
-  uint32_t SaveWithAppData(const ZOR_MSG_HEAD &request);
-  uint32_t SaveAppData(const ZOR_MSG_HEAD &request);
-  uint32_t Restore(const ZOR_MSG_HEAD &request);
-  uint32_t ExportSaved(const ZOR_MSG_HEAD &request);
-  uint32_t NameExportUser(const ZOR_MSG_HEAD &request);
-  uint32_t Export(const ZOR_MSG_HEAD &request);
-  uint32_t Import(const ZOR_MSG_HEAD &request);
-  uint32_t Check(const ZOR_MSG_HEAD &request);
-  uint32_t Clean(const ZOR_MSG_HEAD &request);
-  uint32_t DeleteAppData(const ZOR_MSG_HEAD &request);
-  uint32_t Refuse(const ZOR_MSG_HEAD &request);
+  uint32_t Save(ZOR_MSG_HEAD &request);
+  uint32_t SaveWithAppData(ZOR_MSG_HEAD &request);
+  uint32_t SaveAppData(ZOR_MSG_HEAD &request);
+  uint32_t Restore(ZOR_MSG_HEAD &request);
+  uint32_t ExportSaved(ZOR_MSG_HEAD &request);
+  uint32_t NameExportUser(ZOR_MSG_HEAD &request);
+  uint32_t Export(ZOR_MSG_HEAD &request);
+  uint32_t Import(ZOR_MSG_HEAD &request);
+  uint32_t Check(ZOR_MSG_HEAD &request);
+  uint32_t Clean(ZOR_MSG_HEAD &request);
+  uint32_t DeleteAppData(ZOR_MSG_HEAD &request);
+  uint32_t AddDevice(ZOR_MSG_HEAD &request);
+  uint32_t RemoveDevice(ZOR_MSG_HEAD &request);
+  uint32_t Refuse(ZOR_MSG_HEAD &request);
 
  private:
   static ZOR_MSG_HEAD *OnRequest(ZOR_MSG_HEAD *request);

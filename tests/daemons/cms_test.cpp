@@ -1,8 +1,10 @@
 #include <sqlite3.h>
 #include <zor/config_wire.h>
+#include <zor/kiva.h>
 #include <zor/platform/config.h>
 #include <zor/platform/config_file.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "daemons/bus_daemon_fixture.h"
@@ -149,6 +151,33 @@ TEST_F(Cms, CleansConfigurationAndApplicationDataWithWhatWasSavedOfThem) {
   EXPECT_EQ(ZOR_GetAppDataLen(1, &length), ZOR_STORE_E_NOT_FOUND);
   EXPECT_FALSE(exists("appdata.db"));
   EXPECT_NE(Ask(ZOR_MSG_KILL_ALL_DYN_APP), 0u);
+}
+
+std::string Device(const std::string &mac, uint32_t state) {
+  const kiva_info_status status = {0, 0, state, 0, 0};
+  return std::string(reinterpret_cast<const char *>(&status), sizeof status) + mac + '\0' + "detail" + '\0' + "/x" +
+         '\0';
+}
+
+uint32_t StateOf(const char *mac) {
+  dev_kiva_info *info = ZOR_UPG_GetKivaInfoByMac(mac);
+  const uint32_t state = info == nullptr ? 0 : info->status.state;
+  ZOR_UPG_DestroyKivaInfo(info);
+  std::free(info);
+  return state;
+}
+
+TEST_F(Cms, KeepsTheDeviceListThatOtherProcessesRead) {
+  Tell(ZOR_MSG_KIVA_ADD, 0, Device("001122AABBCC", 5));
+  EXPECT_EQ(Ask(ZOR_MSG_KIVA_ADD_SYNC, Device("001122AABBDD", 6)), 0u);
+  EXPECT_EQ(Ask(ZOR_MSG_KIVA_ADD_SYNC, Device("001122aabbcc", 7)), 0u);
+  EXPECT_EQ(ZOR_UPG_GetKivaInfoListCount(), 2u);
+  EXPECT_EQ(StateOf("001122AABBCC"), 7u);
+  EXPECT_EQ(Ask(ZOR_MSG_KIVA_ADD_SYNC, Device("x", 1).substr(0, 25)), ZOR_KIVA_E_ARGUMENT);
+  EXPECT_EQ(Ask(ZOR_MSG_KIVA_REMOVE_SYNC), ZOR_KIVA_E_ARGUMENT);
+  EXPECT_EQ(Ask(ZOR_MSG_KIVA_REMOVE_SYNC, "001122aabbdd"), 0u);
+  Tell(ZOR_MSG_KIVA_REMOVE, 0, "001122AABBCC" + std::string(6, '\0'));
+  EXPECT_EQ(ZOR_UPG_GetKivaInfoListCount(), 0u);
 }
 
 TEST_F(Cms, AnswersWithAStatusWhenTheStoreIsDamagedOrLockedAndRecovers) {
