@@ -1,6 +1,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -28,27 +29,21 @@ class Io : public LoopTest {
 // A loopback connection with a byte, an urgent byte and room to write: all three events at once.
 int BusySocket() {
   const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  auto *generic = static_cast<sockaddr *>(static_cast<void *>(&address));
   const int near = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  socklen_t length = sizeof address;
+  auto *generic = reinterpret_cast<sockaddr *>(&address);
   const bool connected = ::bind(listener, generic, length) == 0 && ::listen(listener, 1) == 0 &&
                          ::getsockname(listener, generic, &length) == 0 && ::connect(near, generic, length) == 0;
-  const int far = connected ? ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC) : -1;
-  if (::send(far, "x", 1, 0) != 1 || ::send(far, "!", 1, MSG_OOB) != 1) std::abort();
-  fd_set urgent;
-  FD_ZERO(&urgent);
-  FD_SET(near, &urgent);
-  return ::select(near + 1, nullptr, nullptr, &urgent, nullptr) == 1 ? near : -1;
+  if (!connected || ::send(::accept(listener, nullptr, nullptr), "x!", 2, MSG_OOB) != 2) std::abort();
+  pollfd urgent = {near, POLLPRI, 0};
+  return ::poll(&urgent, 1, 5000) == 1 ? near : -1;
 }
 
 TEST_F(Io, RefusesWhatSelectCannotWaitForAndChangesNothing) {
   auto *watcher = NewRecord<UvIO>();
   EXPECT_EQ(ZOR_UV_IOInit(&loop_, watcher, 1024, nullptr), ZOR_E_ARGUMENT);
   EXPECT_EQ(loop_.watchers, nullptr);
-  EXPECT_EQ(ZOR_UV_LoopGetMaxFd(&loop_), 0);
   EXPECT_EQ(ZOR_UV_IOStart(watcher, UV_READABLE), ZOR_E_ARGUMENT);
   EXPECT_EQ(ZOR_UV_IOInit(&loop_, watcher, 1023, nullptr), ZOR_OK);
   EXPECT_EQ(ZOR_UV_LoopGetMaxFd(&loop_), 1023);
@@ -87,12 +82,9 @@ TEST_F(Io, DeletingClosesAndADeletedWatcherKeepsNoDescriptor) {
 
 TEST_F(Io, CallsForReadingThenExceptionsThenWriting) {
   std::vector<uint32_t> events;
-  Trace trace({"track"});
   AddWatcher(BusySocket(), 7, [&](uint32_t event) { events.push_back(event); });
   RunTurns(1);
   EXPECT_THAT(events, ElementsAre(UV_READABLE, UV_EXCEPTIONAL, UV_WRITABLE));
-  EXPECT_TRUE(trace.Has("[start io 0:4:")) << "iteration and event";
-  EXPECT_EQ(trace.Count("[end io 0:"), 3);
 }
 
 TEST_F(Io, ADeletedWatcherIsFreedByTheNextPassOfTheSameTurn) {
@@ -117,10 +109,7 @@ TEST_F(Io, SkippingEndsOnlyThePassInProgress) {
   EXPECT_THAT(events, ElementsAre(UV_WRITABLE));
 }
 
-class ClosedBehindTheLoop : public Io, public testing::WithParamInterface<bool> {};
-
-TEST_P(ClosedBehindTheLoop, IsNotCalledAndThenDisarmed) {
-  Trace trace(GetParam() ? std::initializer_list<const char *>{"sockbase"} : std::initializer_list<const char *>{});
+TEST_F(Io, AWatcherClosedBehindTheLoopIsNotCalledAndThenDisarmed) {
   const SocketPair one, other;
   one.MakeReadable();
   other.MakeReadable();
@@ -130,12 +119,7 @@ TEST_P(ClosedBehindTheLoop, IsNotCalledAndThenDisarmed) {
   EXPECT_EQ(closed->fd, -1);
   EXPECT_TRUE(IsListed(closed));
   EXPECT_FALSE(FD_ISSET(other.near, &loop_.readSet));
-  const std::string number = std::to_string(other.near);
-  EXPECT_EQ(trace.Has("Invalid fd " + number + ":9 detected.\n"), GetParam());
-  EXPECT_EQ(trace.Has("Bogus fd " + number + " with flag 24580 detected.\n"), GetParam());
 }
-
-INSTANTIATE_TEST_SUITE_P(Traced, ClosedBehindTheLoop, testing::Bool());
 
 TEST_F(Io, ABadDescriptorInTheOtherSetsDoesNotSpinTheLoop) {
   const SocketPair pair;
@@ -149,16 +133,14 @@ TEST_F(Io, AForcedEventRunsOnceInTheNextTurnAndHoldsBackReadyDescriptors) {
   const SocketPair pair;
   pair.MakeReadable();
   std::vector<uint64_t> turns;
-  UvIO *ready = AddWatcher(pair.near, UV_READABLE, [&](uint32_t) { turns.push_back(100 + loop_.iteration); });
+  AddWatcher(pair.near, UV_READABLE, [&](uint32_t) { turns.push_back(100 + loop_.iteration); });
   UvIO *forced = AddWatcher(-1, 0, [&](uint32_t event) {
     turns.push_back(event * 10 + loop_.iteration);
     if (turns.size() < 3) ZOR_UV_IOForcedLoop(forced, 2);
   });
-  EXPECT_EQ(ZOR_UV_IOForcedLoop(nullptr, 1), ZOR_E_ARGUMENT);
   EXPECT_EQ(ZOR_UV_IOForcedLoop(forced, 6), ZOR_OK);
   RunTurns(4);
   EXPECT_THAT(turns, ElementsAre(60, 21, 22, 103));
-  EXPECT_NE(ready->fd, -1);
 }
 
 TEST_F(Io, ARealEventTakesTheForcedOneAwayAndADeletedWatcherGetsNone) {

@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <zor/trace.h>
 #include <zor/uv.h>
 
@@ -12,6 +14,7 @@
 #include <functional>
 #include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "support/capture.h"
 
@@ -30,7 +33,6 @@ class Trace {
     for (const char *module : modules) ZOR_TRACE_SetPackageLevel(module, ZOR_TRACE_DEBUG);
   }
   ~Trace() { ZOR_TRACE_SetPackageLevel(nullptr, 0); }
-  bool Has(const std::string &text) { return Count(text) > 0; }
   int Count(const std::string &text) {
     const std::string all = output_.Text();
     int count = 0;
@@ -44,10 +46,15 @@ class Trace {
 
 // Two connected stream sockets, close-on-exec. Not closed: watchers close what they are given.
 struct SocketPair {
-  SocketPair();
-  void MakeReadable() const;  // a byte for `near`
-  int near;
-  int far;
+  SocketPair() {
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
+  }
+  void MakeReadable() const {  // a byte for `near`
+    if (::write(far, "x", 1) != 1) std::abort();
+  }
+  int ends[2] = {};
+  const int &near = ends[0];
+  const int &far = ends[1];
 };
 
 class LoopTest : public testing::Test {
@@ -57,16 +64,41 @@ class LoopTest : public testing::Test {
 
   uint32_t Run(uint32_t idleTimeMs = 0) { return ZOR_UV_LoopRun(&loop_, idleTimeMs); }
   void Stop() { ZOR_UV_LoopStop(&loop_); }
-  UvTimer *AddTimer(uint32_t intervalMs, uint32_t repeatCount, std::function<void()> action);
-  UvIO *AddWatcher(int fd, uint32_t events, std::function<void(uint32_t)> action);
-  UvIdle *AddIdle(std::function<void()> action);
-  bool IsListed(const void *watcher) const;
+  UvTimer *AddTimer(uint32_t intervalMs, uint32_t repeatCount, std::function<void()> action) {
+    auto *timer = NewRecord<UvTimer>();
+    ZOR_UV_TimerInit(&loop_, timer);
+    void *data = Keep([action](uint32_t) { action(); });
+    ZOR_UV_TimerStart(
+        timer, intervalMs, repeatCount, [](void *kept) { Act(kept, 0); }, data);
+    return timer;
+  }
+  UvIO *AddWatcher(int fd, uint32_t events, std::function<void(uint32_t)> action) {
+    auto *watcher = NewRecord<UvIO>();
+    ZOR_UV_IOInit(&loop_, watcher, fd, [](UvIO *io, uint32_t event) { Act(io->header.data, event); });
+    watcher->header.data = Keep(std::move(action));
+    ZOR_UV_IOStart(watcher, events);
+    return watcher;
+  }
+  UvIdle *AddIdle(std::function<void()> action) {
+    UvIdle *hook = ZOR_UV_IdleStart(&loop_, [](UvIdle *idle, uint32_t) { Act(idle->header.data, 0); });
+    hook->header.data = Keep([action](uint32_t) { action(); });
+    return hook;
+  }
+  bool IsListed(const void *watcher) const {
+    const UvWatcher *each = loop_.watchers;
+    while (each != nullptr && each != watcher) each = each->next;
+    return each != nullptr;
+  }
 
   UvLoop loop_;
 
  private:
   std::deque<std::function<void(uint32_t)>> actions_;  // the data of the watchers
   void *Keep(std::function<void(uint32_t)> action) { return &actions_.emplace_back(std::move(action)); }
+  static void Act(void *data, uint32_t event) {
+    const auto action = *static_cast<std::function<void(uint32_t)> *>(data);  // which may free its own record
+    action(event);
+  }
 };
 
 }  // namespace zor::test

@@ -11,8 +11,6 @@
 namespace zor::test {
 namespace {
 
-using testing::ElementsAre;
-
 class SockBaseTest : public testing::Test {
  protected:
   ~SockBaseTest() override { ZOR_UV_LoopDestroy(ZOR_UV_LoopGetDefault()); }
@@ -54,31 +52,6 @@ TEST_F(SockBaseTest, AFailedRegistrationClearsTheSlotAndKeepsTheSocketOpen) {
   EXPECT_EQ(ZOR_UTIL_SockbaseWaitSockResponseAsync(5000, 0, 10, nullptr, nullptr), nullptr);
 }
 
-TEST_F(SockBaseTest, NullIsIgnoredOrRefused) {
-  EXPECT_EQ(ZOR_UTIL_SockBaseListen(nullptr, ZOR_SOCK_MODE_READ), ZOR_OK);
-  EXPECT_EQ(ZOR_UTIL_SetWriteFd(nullptr), ZOR_E_ARGUMENT);
-  EXPECT_EQ(ZOR_UTIL_SockBaseForceLoop(nullptr), ZOR_E_ARGUMENT);
-  EXPECT_EQ(ZOR_UTIL_SockBaseDirectDo(nullptr), ZOR_E_ARGUMENT);
-  ZOR_UTIL_SockBaseDelete(nullptr);
-  ZOR_UTIL_SockbaseAsyncEvtDestroy(nullptr);
-}
-
-TEST_F(SockBaseTest, DirectDoRunsTheProcedureATurnBeforeTheReadySocketDoes) {
-  std::vector<uint64_t> turns;
-  SockBase *sockBase = Register(
-      pair_.near, ZOR_SOCK_MODE_READ,
-      [](SockBase *self, uint32_t event) {
-        auto &seen = *static_cast<std::vector<uint64_t> *>(self->io.header.data);
-        seen.push_back(ZOR_UV_LoopGetCurIdx(nullptr) * 10 + event);
-        if (seen.size() == 2) ZOR_UV_LoopStop(self->io.header.loop);
-      },
-      &turns);
-  pair_.MakeReadable();
-  EXPECT_EQ(ZOR_UTIL_SockBaseDirectDo(sockBase), ZOR_OK);
-  EXPECT_EQ(ZOR_UTIL_SockBaseStart(0), ZOR_OK);
-  EXPECT_THAT(turns, ElementsAre(1, 11));
-}
-
 TEST_F(SockBaseTest, AProcedureMayDeleteItsOwnSocketBaseWhichEndsThePass) {
   std::vector<uint64_t> turns;
   const SOCK_EVENT_PROC forceAndDelete = [](SockBase *self, uint32_t) {
@@ -93,7 +66,7 @@ TEST_F(SockBaseTest, AProcedureMayDeleteItsOwnSocketBaseWhichEndsThePass) {
     pair->MakeReadable();
   }
   EXPECT_EQ(ZOR_UTIL_SockBaseStart(1), ZOR_E_TIMEOUT);
-  EXPECT_THAT(turns, ElementsAre(0, 1));
+  EXPECT_THAT(turns, testing::ElementsAre(0, 1));
   EXPECT_EQ(::fcntl(pair_.near, F_GETFD), -1);
 }
 
@@ -106,26 +79,23 @@ TEST_F(SockBaseTest, DeletingByNumberSparesPlainWatchers) {
   EXPECT_EQ(::fcntl(pair_.far, F_GETFD), -1);
 }
 
-class ResponseWait : public SockBaseTest, public testing::WithParamInterface<bool> {};
-
-TEST_P(ResponseWait, CallsOnceForTheResponseOrTheTimeOut) {
-  const bool answered = GetParam();
+TEST_F(SockBaseTest, AWaitForAResponseCallsOnceForItOrForTheTimeOut) {
   std::vector<uint32_t> timedOut;
-  SockAsyncWait *wait = ZOR_UTIL_SockbaseWaitSockResponseAsync(
-      pair_.near, 0, answered ? 60000 : 20, &timedOut, [](SockBase *sockBase, uint32_t) {
-        auto *self = static_cast<SockAsyncWait *>(sockBase->io.header.data);
-        static_cast<std::vector<uint32_t> *>(self->userData)->push_back(self->timedOut);
-        EXPECT_EQ(self->timer == nullptr, self->timedOut != 0);
-        ZOR_UTIL_SockbaseAsyncEvtDestroy(self);
-      });
-  ASSERT_NE(wait, nullptr);
-  if (answered) pair_.MakeReadable();
-  EXPECT_EQ(ZOR_UTIL_SockBaseStart(1), ZOR_E_TIMEOUT);
-  EXPECT_THAT(timedOut, ElementsAre(answered ? 0 : 1));
-  EXPECT_EQ(::fcntl(pair_.near, F_GETFD), -1);
+  for (const bool answered : {true, false}) {
+    const SocketPair pair;
+    if (answered) pair.MakeReadable();
+    ZOR_UTIL_SockbaseWaitSockResponseAsync(
+        pair.near, 0, answered ? 60000 : 20, &timedOut, [](SockBase *sockBase, uint32_t) {
+          auto *self = static_cast<SockAsyncWait *>(sockBase->io.header.data);
+          static_cast<std::vector<uint32_t> *>(self->userData)->push_back(self->timedOut);
+          EXPECT_EQ(self->timer == nullptr, self->timedOut != 0);
+          ZOR_UTIL_SockbaseAsyncEvtDestroy(self);
+        });
+    EXPECT_EQ(ZOR_UTIL_SockBaseStart(1), ZOR_E_TIMEOUT);
+    EXPECT_EQ(::fcntl(pair.near, F_GETFD), -1);
+  }
+  EXPECT_THAT(timedOut, testing::ElementsAre(0, 1));
 }
-
-INSTANTIATE_TEST_SUITE_P(Answered, ResponseWait, testing::Bool());
 
 }  // namespace
 }  // namespace zor::test
