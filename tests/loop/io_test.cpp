@@ -49,24 +49,6 @@ TEST_F(Io, RefusesWhatSelectCannotWaitForAndChangesNothing) {
   EXPECT_EQ(ZOR_UV_LoopGetMaxFd(&loop_), 1023);
 }
 
-TEST_F(Io, StartAndStopChangeOnlyTheSetsTheyName) {
-  const SocketPair pair;
-  UvIO *watcher = AddWatcher(pair.near, 8, [](uint32_t) {});
-  EXPECT_EQ(watcher->header.flags & UV_WATCHER_ACTIVE, 0u) << "no event, no start";
-  const auto sets = [&] {
-    return (FD_ISSET(pair.near, &loop_.readSet) ? UV_READABLE : 0) |
-           (FD_ISSET(pair.near, &loop_.writeSet) ? UV_WRITABLE : 0) |
-           (FD_ISSET(pair.near, &loop_.exceptSet) ? UV_EXCEPTIONAL : 0);
-  };
-  EXPECT_EQ(ZOR_UV_IOStart(watcher, UV_READABLE | UV_EXCEPTIONAL), ZOR_OK);
-  EXPECT_EQ(sets(), UV_READABLE | UV_EXCEPTIONAL);
-  EXPECT_EQ(ZOR_UV_IOStop(watcher, UV_READABLE | UV_WRITABLE), ZOR_OK);
-  EXPECT_EQ(sets(), UV_EXCEPTIONAL);
-  EXPECT_EQ(ZOR_UV_IOStop(watcher, 7), ZOR_OK);
-  EXPECT_EQ(sets(), 0u);
-  EXPECT_NE(watcher->header.flags & UV_WATCHER_ACTIVE, 0u);
-}
-
 TEST_F(Io, DeletingClosesAndADeletedWatcherKeepsNoDescriptor) {
   const SocketPair pair;
   UvIO *watcher = AddWatcher(pair.near, UV_READABLE, [](uint32_t) { FAIL(); });
@@ -96,17 +78,6 @@ TEST_F(Io, ADeletedWatcherIsFreedByTheNextPassOfTheSameTurn) {
   });
   EXPECT_EQ(Run(), ZOR_OK);
   EXPECT_FALSE(IsListed(self));
-}
-
-TEST_F(Io, SkippingEndsOnlyThePassInProgress) {
-  const SocketPair one, other;
-  one.MakeReadable();
-  other.MakeReadable();
-  std::vector<uint32_t> events;
-  UvIO *first = AddWatcher(one.near, UV_READABLE, [&](uint32_t) { ZOR_UV_IOSkipLoop(first, 1); });
-  AddWatcher(other.near, UV_READABLE | UV_WRITABLE, [&](uint32_t event) { events.push_back(event); });
-  RunTurns(1);
-  EXPECT_THAT(events, ElementsAre(UV_WRITABLE));
 }
 
 TEST_F(Io, AWatcherClosedBehindTheLoopIsNotCalledAndThenDisarmed) {

@@ -25,18 +25,6 @@ class Timer : public LoopTest {
   }
 };
 
-TEST_F(Timer, FiresAsOftenAsItWasToldAndIsFreedAfterwards) {
-  int fired[2] = {};
-  const UvTimer *once = AddTimer(1, 1, [&] { ++fired[0]; });
-  const UvTimer *thrice = AddTimer(1, 3, [&] { ++fired[1]; });
-  AddTimer(2, 0, [&] {
-    if (!IsListed(once) && !IsListed(thrice)) Stop();
-  });
-  EXPECT_EQ(Run(), ZOR_OK);
-  EXPECT_EQ(fired[0], 1);
-  EXPECT_EQ(fired[1], 3);
-}
-
 TEST_F(Timer, AllThatAreDueFireInTheOrderOfRegistration) {
   std::string order;
   UvTimer *first = AddTimer(700, 0, [&] { order += 'a'; });
