@@ -51,22 +51,6 @@ TEST(MessageBlocks, AreRefusedSilentlyOrByTheAllocationGuard) {
   EXPECT_EQ(output.Text(), text + "-2\n" + text + "2147483646\n" + text + "-2\n" + text + "1\n");
 }
 
-TEST(MessageBlocks, AreLaidOutAndDescribedThroughTheirBody) {
-  alignas(ZOR_MSG_HEAD) char buffer[50];
-  EXPECT_EQ(ZOR_MSG_GetMsgBlockEx(buffer, 39), nullptr);
-  EXPECT_EQ(ZOR_MSG_GetMsgBlockEx(buffer, 40), buffer + 40);
-  EXPECT_EQ(ZOR_MSG_GetMsgByHead(ZOR_MSG_GetMsgHead(buffer + 40)), nullptr) << "an empty body";
-  void *body = ZOR_MSG_GetMsgBlockEx(buffer, 50);
-  EXPECT_EQ(ZOR_MSG_SetMsgProfile(body, "cms", 5, 8), ZOR_OK);
-  EXPECT_EQ(ZOR_MSG_SetMsgProfile(body, "a_name_that_is_too_long", 6, 9), ZOR_E_ARGUMENT) << "8 is the capacity now";
-  std::memcpy(body, "12345678", 8);
-  const Block copy(ZOR_MSG_Dup(ZOR_MSG_GetMsgHead(body)));
-  EXPECT_EQ(BytesOf(copy.get()), MakeMessage(6, "", "a_name_that", 0, "12345678").Bytes());
-  const Block empty(ZOR_MSG_GetMsgHead(ZOR_MSG_GetMsgBlock(0)));
-  EXPECT_EQ(empty->bodyLength, 0u) << "an empty body has a place too";
-  EXPECT_EQ(ZOR_MSG_GetMsgHead(nullptr), nullptr);
-}
-
 class OneCallSend : public ::testing::Test {
  protected:
   LoopbackBus bus_{"tester"};

@@ -76,18 +76,6 @@ class Connection : public ::testing::Test {
   Message request_;
 };
 
-TEST_F(Connection, RegistersTheWantedNameAndTakesTheGrantedOne) {
-  g_stMsgCtx.sequence = 41;
-  ASSERT_EQ(Init(MakeRegistrationReply("twelve_chars"), "wanted_name_cut"), ZOR_OK);
-  EXPECT_EQ(request_.Bytes(), MakeMessage(0x701, "wanted_name", "", 0, "", 42).Bytes());
-  EXPECT_STREQ(m_aucAppName, "twelve_char");
-  EXPECT_EQ(m_aucAppName, g_stMsgCtx.appName);
-  EXPECT_EQ(::fcntl(g_stMsgCtx.socketFd, F_GETFD), FD_CLOEXEC);
-  EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_IGN);
-  EXPECT_EQ(ZOR_MSG_Init("other"), ZOR_OK) << "a second call does nothing";
-  EXPECT_STREQ(g_stMsgCtx.appName, "twelve_char");
-}
-
 TEST_F(Connection, AFailureAfterTheConnectionStandsLeavesNoBusBehindTheClientsStatus) {
   EXPECT_EQ(ZOR_MSG_Init("wanted"), ZOR_E_CONNECT) << "no server";
   EXPECT_EQ(Init(MakeRegistrationReply("")), ZOR_OK) << "a refused name is not reported";

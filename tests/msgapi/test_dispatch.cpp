@@ -134,15 +134,6 @@ TEST(SafeExit, ADaemonOfTheListAnswersAndExitsWhateverItsOwnNameIs) {
   }
 }
 
-TEST(SafeExit, IsIgnoredForOtherDestinationsAndLeftToAHandler) {
-  LoopbackBus bus("upnp");
-  for (const char *name : {"cms", "", "upnpx", "upn"}) Dispatch(Header(ZOR_MSG_SAFE_EXIT, "asker", name));
-  ZOR_MSG_RegMsgProc(ZOR_MSG_SAFE_EXIT, Note<'h'>, 0, nullptr);
-  Dispatch(Header(ZOR_MSG_SAFE_EXIT, "asker", "upnp"));
-  EXPECT_THAT(calls, ElementsAre("h"));
-  EXPECT_TRUE(bus.peer.NothingArrived());
-}
-
 TEST(PendingDrain, DispatchesInOrderWithWhatHandlersQueueOrDrainThemselves) {
   ZOR_MSG_RegisterMsgProc([](ZOR_MSG_HEAD *msg, uint32_t) {
     calls.push_back(std::to_string(msg->type));

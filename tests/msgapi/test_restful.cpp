@@ -111,15 +111,6 @@ TEST_F(Restful, AnnouncesEveryNameWhenExpandedEachCutTo127CharactersAndAsManyAsF
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), expected + '\0');
 }
 
-TEST(RestfulRegistration, RegistersNothingForBadArgumentsOrWhenTheAnnouncementFails) {
-  EXPECT_EQ(ZOR_MSG_RegRestfulProcs(nullptr, kTable), ZOR_E_ARGUMENT);
-  EXPECT_EQ(ZOR_MSG_RegRestfulProcs("/api", nullptr), ZOR_E_ARGUMENT);
-  EXPECT_EQ(ZOR_MSG_RegRestfulProcs("/api", kTable), ZOR_E_NOT_CONNECTED);
-  LoopbackBus bus;
-  Request("/api", "echo").Dispatch();
-  EXPECT_TRUE(bus.peer.NothingArrived());
-}
-
 TEST(RestfulRequest, CutsNamesToTheirFieldsAndTextAtItsEnd) {
   const std::string longName(80, 'n');
   const char unterminated[3] = {'a', 'b', 'c'};

@@ -68,18 +68,6 @@ TEST_F(Transfer, ABodyUpTo2048BytesGoesInlineAndALongerOneByFile) {
   }
 }
 
-TEST_F(Transfer, TheMessageInPlaceOfALongBodyCarriesThePathWithoutTheRoot) {
-  const Block msg = NewMessage(0x0a500009, 3000);
-  ASSERT_EQ(Send(msg), ZOR_OK);
-  EXPECT_EQ(msg->type, 0x0a500009u) << "the caller's message stays as it was";
-  const Received got = Receive(pair_.far, 0, 0);
-  EXPECT_EQ(got.msg->type, 0x1a500009u) << "the other bits as given";
-  const std::string path = got.body().c_str();
-  EXPECT_EQ(path.rfind("/var/run/msg/msg_file_", 0), 0u);
-  EXPECT_EQ(got.body(), path + std::string(260 - path.size(), '\0'));
-  EXPECT_EQ(fs::file_size(root_.Path(path)), 3000u);
-}
-
 TEST_F(Transfer, TheHeaderIsInWireFormOnlyOnTheWire) {
   constexpr uint32_t kPeerBoards = ZOR_MSG_FLAG_PEER_BOARD_MASK;
   const struct {
@@ -190,16 +178,6 @@ TEST_F(Transfer, EveryReadOfTheBodyMayWaitTheWholeTimeOut) {
   pair_.near.Send(bytes_.substr(0, 42));
   pair_.near.Close();
   EXPECT_EQ(Receive(pair_.far).status, ZOR_E_PEER_GONE) << "a body that ends early";
-}
-
-TEST_F(Transfer, MessagesCanBeReadFromAPipe) {
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  const BusPeer reader(ends[0]);
-  ASSERT_EQ(::write(ends[1], bytes_.data(), bytes_.size()), 44);
-  ::close(ends[1]);
-  EXPECT_EQ(Receive(reader, 1000).body(), "abcd");
-  EXPECT_EQ(Receive(reader, 1000).status, ZOR_E_PEER_GONE);
 }
 
 TEST_F(Transfer, BodiesBeyondTheLimitsAreRefusedBeforeTheyAreRead) {
