@@ -27,6 +27,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr uint32_t kType = 0x55;
+// However many sends fail in one process: the machine's own reboot is never found.
+[[maybe_unused]] const int noReboot = ::setenv("PATH", "/nonexistent", 1);
 // What the handlers were called with; "-" stands for null.
 std::vector<std::string> calls;
 
@@ -108,7 +110,7 @@ TEST_F(NotifyPeer, IsRebootedForAfterTenUnwritableSendsInARowAndServedAllTheSame
   const std::string marker = root.Path("/rebooted");
   std::ofstream(command) << "#!/bin/sh\n: > " << marker << "\n";
   ::chmod(command.c_str(), 0700);
-  ::setenv("PATH", (root.Path("") + ":" + std::getenv("PATH")).c_str(), 1);  // the script is found first
+  ::setenv("PATH", root.Path("").c_str(), 1);
 
   ZOR_NOTIFYCLT_SwitchSock(-1);
   for (int i = 0; i < 9; ++i) Post(ZOR_NOTIFY_E_NOT_WRITABLE);
