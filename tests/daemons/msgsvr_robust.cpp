@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <csignal>
-#include <cstring>
 #include <fstream>
 #include <random>
 
@@ -142,30 +141,20 @@ TEST_F(OwnMsgsvrTest, TellsADaemonItsSettingsAndSaysWhenItStopsReporting) {
   Start(
       "report.* = 60\nreport.web = 1\ntrace_output.web = file\ntrace_file_kib.web = 4096\n"
       "trace.web = msg=debug all=info loop=3\ntrace_output.* = 10.0.0.1:5000\n");
-  struct {
+  struct Settings {
     ZOR_MSG_REGISTER_REPLY reply;
     ZOR_TRACE_SETTINGS_HEAD head;
     ZOR_TRACE_SETTINGS_ENTRY entries[3];
-  } settings = {};
+  };
+  // "all" comes first, since it makes a daemon forget the others.
+  const Settings web = {{1, 1}, {1, 0, 4096, ""}, {{0, "all", 8}, {0, "msg", 16}, {0, "loop", 3}}};
+  const Settings other = {{1, 60}, {0, 0, 1024, "10.0.0.1:5000"}, {}};
+  const auto bytes = [](const Settings &settings, size_t entries) {
+    return std::string(reinterpret_cast<const char *>(&settings), 56 + 20 * entries);
+  };
   const WireClient client = Connect();
-  const std::string web = client.Register("web").body;
-  ASSERT_EQ(web.size(), 8u + 48u + 3 * 20u);
-  std::memcpy(&settings, web.data(), web.size());
-  EXPECT_EQ(settings.reply.reportSwitch, 1u);
-  EXPECT_EQ(settings.reply.reportSeconds, 1u);
-  EXPECT_EQ(settings.head.outputIndex, 1u);
-  EXPECT_EQ(settings.head.fileMaxKiB, 4096u);
-  EXPECT_STREQ(settings.head.outputText, "");
-  EXPECT_STREQ(settings.entries[0].module, "all") << "comes first, since it makes a daemon forget the others";
-  EXPECT_EQ(settings.entries[0].level, 8u);
-  EXPECT_STREQ(settings.entries[1].module, "msg");
-  EXPECT_EQ(settings.entries[1].level, 16u);
-  EXPECT_EQ(settings.entries[2].level, 3u);
-  const std::string other = Connect().Register("other").body;
-  ASSERT_EQ(other.size(), 8u + 48u);
-  std::memcpy(&settings, other.data(), other.size());
-  EXPECT_EQ(settings.reply.reportSeconds, 60u);
-  EXPECT_STREQ(settings.head.outputText, "10.0.0.1:5000");
+  EXPECT_EQ(client.Register("web").body, bytes(web, 3));
+  EXPECT_EQ(Connect().Register("other").body, bytes(other, 0));
   EXPECT_TRUE(LogHolds("web (pid " + std::to_string(::getpid()) + "): no report for 3 periods of 1 s"));
   EXPECT_EQ(log_.Text().find("sender"), std::string::npos);
 }
