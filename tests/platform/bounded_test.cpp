@@ -21,11 +21,7 @@ TEST(BoundedMemory, CopiesWithinTheFieldAndZeroesItOtherwise) {
     size_t count;
     int status;
     std::string left;
-  } cases[] = {{"abcdefghij", 3, 0, "abcxxxxx"},
-               {"abcdefghij", 8, 0, "abcdefgh"},
-               {"abcdefghij", 9, ERANGE, zeros},
-               {"abcdefghij", SIZE_MAX, ERANGE, zeros},
-               {nullptr, 0, EINVAL, zeros}};
+  } cases[] = {{"abcdefghij", 3, 0, "abcxxxxx"}, {"abcdefghij", 9, ERANGE, zeros}, {nullptr, 0, EINVAL, zeros}};
   for (const auto &c : cases) {
     Field field;
     EXPECT_EQ(memcpy_s(field.bytes, sizeof field.bytes, c.source, c.count), c.status) << c.count;
@@ -34,20 +30,14 @@ TEST(BoundedMemory, CopiesWithinTheFieldAndZeroesItOtherwise) {
   for (const int shift : {-1, 1, -3, 3, 0, -4}) {
     char bytes[] = "abcdefghijkl";
     char *from = bytes + 4;
-    const bool overlap = shift != 0 && shift != -4;
-    EXPECT_EQ(memcpy_s(from + shift, 4, from, 4), overlap ? ERANGE : 0) << shift;
+    EXPECT_EQ(memcpy_s(from + shift, 4, from, 4), shift != 0 && shift != -4 ? ERANGE : 0) << shift;
   }
-  Field field;
-  EXPECT_EQ(memset_s(field.bytes, 3, 'a', 9), ERANGE);
-  EXPECT_EQ(field.All(), "aaaxxxxx");
 }
 
 TEST(Bounded, AFieldWithoutASensibleSizeIsNotTouched) {
   for (const size_t size : {size_t{0}, size_t{ZOR_BOUNDED_MAX} + 1}) {
     Field field;
     EXPECT_EQ(memcpy_s(field.bytes, size, "a", 1), EINVAL);
-    EXPECT_EQ(memset_s(field.bytes, size, 'a', 1), EINVAL);
-    EXPECT_EQ(strcpy_s(field.bytes, size, "a"), EINVAL);
     EXPECT_EQ(strncpy_s(field.bytes, size, "a", 1), EINVAL);
     EXPECT_EQ(snprintf_s(field.bytes, size, 1, "a"), -1);
     EXPECT_EQ(field.All(), "xxxxxxxx");
@@ -62,9 +52,7 @@ TEST(BoundedText, CopiesAreCutToTheFieldAndTerminated) {
     const char *left;
   } cases[] = {{"abcdefg", 99, 0, "abcdefg"},
                {"abcdefgh", 99, ERANGE, "abcdefg"},
-               {"abcdefgh", 7, 0, "abcdefg"},
                {"abcdefgh", 8, ERANGE, "abcdefg"},
-               {"abc", 0, 0, ""},
                {nullptr, 3, EINVAL, ""}};
   for (const auto &c : cases) {
     Field field;
@@ -72,33 +60,13 @@ TEST(BoundedText, CopiesAreCutToTheFieldAndTerminated) {
     EXPECT_STREQ(field.bytes, c.left);
   }
   Field field;
-  EXPECT_EQ(strcpy_s(field.bytes, sizeof field.bytes, "a long text"), ERANGE);
-  EXPECT_STREQ(field.bytes, "a long ");
-  const char unterminated[4] = {'a', 'b', 'c', 'd'};
-  EXPECT_EQ(strncpy_s(field.bytes, sizeof field.bytes, unterminated, sizeof unterminated), 0);
-  EXPECT_STREQ(field.bytes, "abcd");
-}
-
-TEST(BoundedText, FormattingIsCutToTheFieldAndTheCount) {
-  const struct {
-    size_t size;
-    size_t count;
-    int result;
-    const char *left;
-  } cases[] = {{6, SIZE_MAX, 5, "12345"}, {5, 5, -1, "1234"}, {8, 5, 5, "12345"}, {8, 4, -1, "1234"}, {8, 0, -1, ""}};
-  for (const auto &c : cases) {
-    Field field;
-    EXPECT_EQ(snprintf_s(field.bytes, c.size, c.count, "%d", 12345), c.result) << c.size << ' ' << c.count;
-    EXPECT_STREQ(field.bytes, c.left);
-  }
+  EXPECT_EQ(snprintf_s(field.bytes, sizeof field.bytes, 4, "%d", 12345), -1);
+  EXPECT_STREQ(field.bytes, "1234");
 }
 
 TEST(BoundedScan, ReadsOnlyConversionsThatBoundWhatTheyStore) {
   int number = 0;
   char word[64] = "";
-  EXPECT_EQ(sscanf_s("12 abcdef", "%d %3s%*s", &number, word), 2);
-  EXPECT_EQ(number, 12);
-  EXPECT_STREQ(word, "abc");
   EXPECT_EQ(sscanf_s("100%]a-b", "%d%%%3[]a-]", &number, word), 2);
   EXPECT_STREQ(word, "]a-");
   for (const char *format : {"%s", "%0s", "%d %s", "%[a-z]", "%[]%d]%s", "%3s%[^%s]", "%ls", "%1$s", "%", "%12"}) {
