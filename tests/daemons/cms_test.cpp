@@ -133,26 +133,6 @@ TEST_F(Cms, RefusesPathsAndFilesThatAreNone) {
   EXPECT_EQ(Para(), "kept");
 }
 
-TEST_F(Cms, CleansConfigurationAndApplicationDataWithWhatWasSavedOfThem) {
-  SetPara("configuration");
-  ZOR_WriteAppDataFunc(1, "data", 5);
-  for (uint32_t type : {ZOR_MSG_DB_SAVE_SYNC, ZOR_MSG_APP_SAVE_SYNC, ZOR_MSG_DB_SAVE_TO_APP_SYNC}) {
-    EXPECT_EQ(Ask(type), 0u);
-  }
-  Tell(ZOR_MSG_DB_SAVE_TO_APP, 9);
-  const auto exists = [&](const char *name) { return std::filesystem::exists(root_.Path("/var/cfg/") + name); };
-  for (const char *name : {"config_0.db", "appdata.db", "app_0.db", "app_9.db"}) EXPECT_TRUE(exists(name)) << name;
-  EXPECT_EQ(Ask(ZOR_MSG_CLEAN_CFG), 0u);
-  EXPECT_EQ(Para(), "none");
-  EXPECT_FALSE(exists("config_0.db") || exists("app_9.db"));
-  uint32_t length = 0;
-  EXPECT_EQ(ZOR_GetAppDataLen(1, &length), ZOR_STORE_OK);
-  EXPECT_EQ(Ask(ZOR_MSG_DEL_APPDATA), 0u);
-  EXPECT_EQ(ZOR_GetAppDataLen(1, &length), ZOR_STORE_E_NOT_FOUND);
-  EXPECT_FALSE(exists("appdata.db"));
-  EXPECT_NE(Ask(ZOR_MSG_KILL_ALL_DYN_APP), 0u);
-}
-
 std::string Device(const std::string &mac, uint32_t state) {
   const kiva_info_status status = {0, 0, state, 0, 0};
   return std::string(reinterpret_cast<const char *>(&status), sizeof status) + mac + '\0' + "detail" + '\0' + "/x" +
@@ -195,10 +175,6 @@ TEST_F(Cms, AnswersWithAStatusWhenTheStoreIsDamagedOrLockedAndRecovers) {
   sqlite3_close(lock);
   EXPECT_EQ(Para(), "saved");
   EXPECT_EQ(Ask(ZOR_MSG_CLEAN_CFG), 0u);
-}
-
-TEST_F(Cms, ItsExitStatusSaysWhyItEnds) {
-  ExpectExitStatusThatSaysWhyItEnds();
 }
 
 }  // namespace

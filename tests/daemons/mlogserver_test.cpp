@@ -157,28 +157,5 @@ TEST_F(MlogServer, LosesLinesButNotItsLifeWhenTheMediumIsFull) {
   EXPECT_EQ(Stop(), 0);
 }
 
-TEST_F(MlogServer, ItsExitStatusSaysWhyItDoesNotRun) {
-  const struct {
-    std::vector<std::string> options;
-    int status;
-    const char *text;
-  } cases[] = {
-      {{"--help"}, 0, ""},
-      {{"--nonsense"}, 2, "--help"},
-      {{"extra"}, 2, "unexpected argument: extra"},
-      {{"--settings", root_.Path("/none")}, 3, "No such file"},
-      {{"--settings", WriteSettings("max_statistics = 0\nlog_file = here\n")}, 3, ":1: max_"},
-      {{"--settings", root_.Path("/var")}, 3, "/var: "},
-  };
-  for (const auto &each : cases) {
-    Capture errors(STDERR_FILENO);
-    EXPECT_EQ(Start(each.options).Wait(), each.status);
-    EXPECT_THAT(errors.Text(), HasSubstr(each.text));
-  }
-  std::ofstream(root_.Path("/online")) << "in the way";
-  EXPECT_EQ(Start().Wait(), 1);
-  EXPECT_THAT(errors_.Text(), HasSubstr("/online/log/mlog.log: Not a directory"));
-}
-
 }  // namespace
 }  // namespace zor::test

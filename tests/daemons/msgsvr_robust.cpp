@@ -108,23 +108,6 @@ TEST_F(OwnMsgsvrTest, CutsOffAReaderThatHasStoppedAndSaysWhatItLost) {
   EXPECT_TRUE(LogHolds(" messages lost\n"));
 }
 
-TEST_F(OwnMsgsvrTest, CutsOffAClientThatHasMoreToSayButDoesNotRead) {
-  Start("queue_bytes = 20000\n");
-  const WireClient deaf = Client("deaf");
-  Child reader = Child::Function([&] {
-    while (receiver_.ReceiveMessage(std::chrono::seconds(1))) continue;
-    return 0;
-  });
-  Child talker = Child::Function([&] {
-    std::string stream;
-    for (int i = 0; i < 200; ++i) stream += MakeMessage(kType, "", "receiver", 0, kKilobyte).Bytes();
-    while (::send(deaf.fd(), stream.data(), stream.size(), MSG_NOSIGNAL) > 0) continue;
-    return 0;
-  });
-  FloodUntilGone(sender_, "deaf");
-  EXPECT_EQ(talker.Wait(), 0);
-}
-
 TEST_F(OwnMsgsvrTest, TurnsAwayClientsBeyondItsLimit) {
   Start("max_clients = 3\n");
   WireClient third = Client("third");
@@ -157,16 +140,6 @@ TEST_F(OwnMsgsvrTest, TellsADaemonItsSettingsAndSaysWhenItStopsReporting) {
   EXPECT_EQ(Connect().Register("other").body, bytes(other, 0));
   EXPECT_TRUE(LogHolds("web (pid " + std::to_string(::getpid()) + "): no report for 3 periods of 1 s"));
   EXPECT_EQ(log_.Text().find("sender"), std::string::npos);
-}
-
-TEST_F(OwnMsgsvrTest, RefusesSettingsThatHoldAMistake) {
-  for (const char *line : {"queue_bytes = many", "route.0x100000 = cms", "route.9-5 = cms", "route.1 = a_name_too_long",
-                           "trace.web = msg:debug", "trace.web = msg=loud", "report.web = often", "nonsense = 1",
-                           "trace_output.web = a text that is far too long for its field"}) {
-    std::ofstream(root_.Path("/settings")) << line << '\n';
-    Child server = Child::Program({MSGSVR_PROGRAM, "--settings", root_.Path("/settings")});
-    EXPECT_EQ(server.Wait(), daemon::kExitSettings) << line;
-  }
 }
 
 TEST_F(OwnMsgsvrTest, MakesWhatItNeedsAndLeavesNothingBehind) {

@@ -159,15 +159,6 @@ TEST_F(MsgsvrTest, PassesFramesOnHoweverTheyAreTornWithTheGrantedNameWhateverThe
   }
 }
 
-TEST_F(MsgsvrTest, HandlesWhatAClientSentBeforeItLeft) {
-  if (server_) server_->Signal(SIGSTOP);  // so that it finds the messages and the end at once
-  for (uint32_t i = 0; i < 3; ++i) sender_.Send(MakeMessage(kType, "", "receiver", i));
-  sender_.Close();
-  if (server_) server_->Signal(SIGCONT);
-  for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(receiver_.Next().header.data, i);
-  AwaitCount(receiver_, "sender", 0);
-}
-
 TEST_F(MsgsvrTest, ReleasesThoseWhoWaitAtABarrierAndRemembersAPostThatComesFirst) {
   const std::string longName = "name_that_is_cut";  // a post carries it whole, a wait cut to a name
   const Message post = MakeRequest(ZOR_MSG_SYNC_POST, longName);
@@ -188,16 +179,6 @@ TEST_F(MsgsvrTest, ReleasesThoseWhoWaitAtABarrierAndRemembersAPostThatComesFirst
   EXPECT_EQ(released.header.type, ZOR_MSG_SYNC_WAIT);
   EXPECT_EQ(released.header.sequence, 4u);
   EXPECT_TRUE(receiver_.NothingArrived());
-}
-
-TEST_F(MsgsvrTest, ForgetsWhatADaemonThatHasLeftWaitedForAndServed) {
-  Tell(receiver_, MakeRequest(ZOR_MSG_SYNC_WAIT, "barrier"));
-  Tell(receiver_, MakeRequest(ZOR_MSG_RESTFUL_REGISTER, "/api"));
-  receiver_.Close();
-  AwaitCount(sender_, "receiver", 0);
-  EXPECT_TRUE(IsNotice(sender_.Ask(Restful("/api", "get")), ZOR_MSG_RESTFUL_REQUEST));
-  sender_.Send(MakeRequest(ZOR_MSG_SYNC_POST, "barrier"));
-  EXPECT_EQ(sender_.Ask(MakeRequest(ZOR_MSG_SYNC_WAIT, "barrier", 0, 8)).header.sequence, 8u);
 }
 
 TEST_F(MsgsvrTest, SendsOneCopyOfAnEventToEachSubscriberUntilItUnsubscribes) {

@@ -81,28 +81,5 @@ TEST_F(NotifyServerRouting, AnswerGoesOnceFromTheClientThatWasAskedToTheOneThatA
   EXPECT_TRUE(olderWeb.NothingArrived());
 }
 
-TEST_F(NotifyServerRouting, RequestsWithoutNumberPushOutTheOldest) {
-  const BusPeer cms = Register(kCms);
-  const BusPeer web = Register(kWeb);
-  constexpr uint32_t kKept = 64;
-  for (uint32_t number = 0; number <= kKept; ++number) web.Send(MakeRequest(kType, number, kWeb, kCms).Bytes());
-  ExpectFrame(web, MakeAnswer(MakeRequest(kType, 0, kWeb, kCms)));
-  for (uint32_t number = 0; number <= kKept; ++number) {
-    cms.Send(MakeAnswer(MakeRequest(kType, number, kWeb, kCms), "late").Bytes());
-  }
-  ExpectFrame(web, MakeAnswer(MakeRequest(kType, 1, kWeb, kCms), "late"));
-}
-
-TEST_F(NotifyServerRouting, LastWordsOfAClientAreDelivered) {
-  const BusPeer cms = Register(kCms);
-  {
-    const BusPeer web = Register(kWeb);
-    cms.Send(MakeAsync(kType, kCms, kWeb, "unread").Bytes());
-    Settle(cms, kCms);
-    web.Send(MakeAsync(kType, kWeb, kCms, "bye").Bytes());
-  }
-  ExpectFrame(cms, MakeAsync(kType, kWeb, kCms, "bye"));
-}
-
 }  // namespace
 }  // namespace zor::test

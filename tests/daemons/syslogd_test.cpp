@@ -102,13 +102,6 @@ TEST_F(Syslogd, HasRecordsOnDiskWhenTheirSenderOrAFlushSaysSo) {
   EXPECT_THAT(Everything(), HasSubstr("User late upgrading")) << "the end of the daemon is a flush too";
 }
 
-TEST_F(Syslogd, KeepsTheNewestRecordsUpToItsLimit) {
-  Start("max_records = 3\n");
-  for (const char *user : {"a", "b", "c", "d", "e"}) ZOR_LOG_API_Record_Log(kUpgrade, user, kEnd);
-  EXPECT_EQ(ZOR_LOG_API_Flush_Log(__LINE__, "test"), ZOR_OK);
-  EXPECT_THAT(Everything(), MatchesRegex(".* c up.*\n.* d up.*\n.* e up.*\n"));
-}
-
 TEST_F(Syslogd, ForwardsToRemoteServers) {
   Start();
   const UdpReceiver first;
@@ -176,12 +169,6 @@ TEST_F(Syslogd, SetsADamagedFileAside) {
   EXPECT_TRUE(std::filesystem::exists(root_.Path("/online/log/syslog.db.damaged")));
   ZOR_LOG_API_Record_Log(kUpgrade, "admin", kEnd);
   EXPECT_THAT(Everything(), HasSubstr("admin"));
-}
-
-TEST_F(Syslogd, ItsExitStatusSaysWhyItEnds) {
-  EXPECT_EQ(Run("log_file = /settings/below/a/file\n").Wait(), 1);
-  Start();
-  ExpectExitStatusThatSaysWhyItEnds();
 }
 
 }  // namespace
