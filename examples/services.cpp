@@ -1,8 +1,9 @@
-// A daemon that uses what the system's own daemons offer: the log ("syslog"), the configuration ("cms") and login
-// control ("lctrl"). Before that it starts its modules through a notifier chain. The exit status is 0 when every step
-// gave what it should.
+// A daemon that uses what the system's own daemons offer: the log ("syslog"), the configuration and the device list
+// ("cms"), and login control ("lctrl"). Before that it starts its modules through a notifier chain. The exit status is
+// 0 when every step gave what it should.
 #include <zor/cfm.h>
 #include <zor/config_wire.h>
+#include <zor/kiva.h>
 #include <zor/lctrl.h>
 #include <zor/log.h>
 #include <zor/msg.h>
@@ -92,6 +93,19 @@ void Configuration() {
         "configuration: saved kitchen, changed to " + changed + ", restored " + LampName());
 }
 
+// Whoever wants the device list changed asks "cms"; to read it, nobody is asked (devices.cpp).
+void Devices() {
+  char phone[] = "001122AABBCC";
+  char lamp[] = "001122DDEEFF";
+  const dev_kiva_info loading = {{0, 0, ZOR_KIVA_STATE_LOADING, 0, 0}, phone, nullptr, nullptr};
+  const dev_kiva_info kept = {{0, 0, ZOR_KIVA_STATE_KEPT, 0, ZOR_KIVA_NEEDS_UPDATE}, lamp, nullptr, nullptr};
+  const bool added = ZOR_UPG_AddDevKivaInfoSync(&loading) == ZOR_OK && ZOR_UPG_AddDevKivaInfoSync(&kept) == ZOR_OK;
+  const bool told = ZOR_UPG_UpdateKivaDlSize(phone, 4096) == ZOR_OK;  // served before what is asked next
+  const bool removed = ZOR_UPG_RemoveDevKivaInfoSync("00:11:22:DD:EE:FF") == ZOR_OK;
+  Check(added && told && removed && ZOR_UPG_GetKivaInfoListCount() == 1,
+        "device list: two devices added, one of them loading, the other removed");
+}
+
 // The first request is not answered within 4 s; the second one is.
 void Login() {
   const char request[ZOR_LCTRL_LOGIN_SIZE] = "admin";
@@ -109,6 +123,7 @@ int main() {
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
   LogRecords();
   Configuration();
+  Devices();
   Login();
   ZOR_MSG_Destroy();
   return failures == 0 ? 0 : 1;

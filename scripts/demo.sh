@@ -19,7 +19,7 @@ expect() { # WHAT COMMAND...: the command must succeed
 say 'packages and build'
 scripts/setup.sh demo
 build=build/release
-programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper)
+programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper devices)
 mkdir -p build
 { cmake --preset release && cmake --build --preset release --target "${programs[@]}"; } \
   >build/demo.log 2>&1 || {
@@ -91,6 +91,9 @@ start cms 'cms: on the bus' "$build/daemons/cms/cms"
 start syslogd 'syslogd: on the bus' "$build/daemons/syslogd/syslogd"
 start login_keeper 'lctrl: on the bus' "$build/examples/login_keeper"
 timeout 60 "$build/examples/services" 2>&1 | tr -d '\r' || fail 'the services'
+"$build/examples/devices" | tee "$ZOR_ROOT/devices.out" || fail 'reading the device list'
+expect 'another process has read the device list' \
+  grep -qFx 'device **11**AA**CC: state 23, 4096 bytes loaded' "$ZOR_ROOT/devices.out"
 for daemon in cms syslogd login_keeper; do
   kill -TERM "${pids[$daemon]}"
   expect "$daemon has stopped cleanly" ended_well "$daemon"
