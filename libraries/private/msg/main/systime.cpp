@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
+// Through the C library and not by number of the system call: numbers and layouts differ between 32-bit systems, and
+// most systems answer here without entering the kernel. The line of a failure keeps its old text.
 uint32_t ZOR_UTIL_GetSysTime(ZOR_SYS_TIME *time) {
   if (time == nullptr) return 1;
   struct timespec now = {};
