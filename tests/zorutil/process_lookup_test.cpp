@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <zor/zorutil.h>
 
@@ -11,14 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "support/capture.h"
 #include "support/child.h"
 
 namespace zor::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::UnorderedElementsAreArray;
 using Pids = std::vector<int32_t>;
 
 Pids Find(const std::string &name) {
@@ -46,17 +42,6 @@ class Lookup : public testing::Test {
   std::vector<Child> children_;
 };
 
-TEST_F(Lookup, FindsEveryProcessWithTheNameInItsArguments) {
-  EXPECT_THAT(Find(token_), ElementsAre(-1));
-  Pids started;
-  for (int i = 0; i < 12; ++i) {
-    Start({token_});
-    started.push_back(children_.back().pid());
-  }
-  EXPECT_THAT(Find(token_), UnorderedElementsAreArray(started));
-  EXPECT_GT(Find("").size(), started.size());
-}
-
 TEST_F(Lookup, SeesTheArgumentsPutTogetherUpToALimit) {
   const std::string before = "/bin/sh-ckill -STOP $$";
   Start({token_, "two three", "", token_ + "hidden"});
@@ -83,34 +68,6 @@ TEST_F(Lookup, ForOnePidDropsTheBlanksOfTheName) {
   EXPECT_EQ(ZOR_UTIL_GetPid((token_ + std::string(239 - token_.size(), ' ')).c_str()), children_[0].pid());
   EXPECT_EQ(ZOR_UTIL_GetPid((token_ + std::string(240 - token_.size(), ' ')).c_str()), 0);
   EXPECT_EQ(ZOR_UTIL_GetPid((token_ + "-").c_str()), -1);
-  EXPECT_EQ(ZOR_UTIL_GetPid(nullptr), 0);
-  EXPECT_GE(ZOR_UTIL_GetPid("init"), 1) << "process 1 when no command line has the name";
-  EXPECT_EQ(ZOR_UTIL_FindPidByName(nullptr), nullptr);
-}
-
-TEST_F(Lookup, OfTheKernelsNameSearchesTheWholeFirstLine) {
-  const Child child = Child::Function([this] {
-    ::prctl(PR_SET_NAME, token_.c_str());
-    return ::pause();
-  });
-  const std::string line = "Name:\t" + token_.substr(0, 15) + "\n";
-  EXPECT_TRUE(WaitUntil([&] { return ZOR_UTIL_FindKernelPidByName(line.c_str()) == child.pid(); }));
-  EXPECT_GE(ZOR_UTIL_FindKernelPidByName("Name"), 1);
-  EXPECT_EQ(ZOR_UTIL_FindKernelPidByName("no such process name"), -1);
-  EXPECT_EQ(ZOR_UTIL_FindKernelPidByName(nullptr), -1);
-}
-
-TEST_F(Lookup, SaysWhenTheProcessesCannotBeListed) {
-  Capture output;
-  rlimit limit;
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const rlimit none = {0, limit.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  EXPECT_EQ(ZOR_UTIL_FindPidByName("init"), nullptr);
-  EXPECT_EQ(ZOR_UTIL_GetPid("init"), 0);
-  EXPECT_EQ(ZOR_UTIL_FindKernelPidByName("init"), -1);
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-  EXPECT_EQ(output.Text(), "cms:Cannot open /proccms:Cannot open /proccms:Cannot open /proc");
 }
 
 }  // namespace
