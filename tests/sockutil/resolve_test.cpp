@@ -1,8 +1,6 @@
 #include <dlfcn.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <zor/platform/config.h>
-#include <zor/platform/system.h>
 #include <zor/status.h>
 
 #include <cerrno>
@@ -10,7 +8,6 @@
 #include <vector>
 
 #include "sockutil/socket_fixture.h"
-#include "support/capture.h"
 #include "support/temp_root.h"
 
 namespace zor::test {
@@ -23,8 +20,6 @@ struct Outcome {
 };
 std::vector<Outcome> outcomes;
 std::string lookups;  // '4' and '6' for the families asked for
-uint32_t raiseResult = 0;
-int raised = 0;
 
 }  // namespace
 }  // namespace zor::test
@@ -41,16 +36,6 @@ int getaddrinfo(const char *host, const char *service, const addrinfo *hints, ad
   return resolve(hints->ai_family == AF_INET6 ? "::1" : "127.0.0.1", service, hints, list);
 }
 
-uint32_t ZOR_UTIL_UpRootPrivileges(void) {
-  ++zor::test::raised;
-  return zor::test::raiseResult;
-}
-
-uint32_t ZOR_UTIL_DropAndroidRootPrivileges(void) {
-  --zor::test::raised;
-  return 0;
-}
-
 namespace zor::test {
 namespace {
 
@@ -61,22 +46,19 @@ TEST(Resolve, AsksForTheFamiliesOfTheDeviceAndOnceMoreWhenItFailsForNow) {
   constexpr Outcome kLater = {EAI_AGAIN, 0};
   const struct {
     uint32_t ipv6;
-    const char *host;
     std::vector<Outcome> outcomes;
     const char *lookups;
     uint32_t status;
     const char *list;
   } cases[] = {
-      {0, "name", {kGood}, "4", ZOR_OK, "127.0.0.1 "},
-      {1, "10.0.0.1", {kGood}, "4", ZOR_OK, "127.0.0.1 "},
-      {1, "name", {kGood, kGood}, "64", ZOR_OK, "::1 127.0.0.1 "},
-      {1, "name", {kNever, kGood}, "64", ZOR_OK, "127.0.0.1 "},
-      {1, "name", {kGood, kNever}, "64", ZOR_E_IO, "::1 "},
-      {1, "name", {kLater, kGood, kLater, kGood}, "6644", ZOR_OK, "::1 127.0.0.1 "},
-      {0, "name", {kLater, kLater}, "44", ZOR_E_IO, ""},
-      {0, "name", {{EAI_SYSTEM, EINTR}, kGood}, "44", ZOR_OK, "127.0.0.1 "},
-      {0, "name", {{EAI_SYSTEM, EAGAIN}, kNever}, "44", ZOR_E_IO, ""},
-      {0, "name", {{EAI_SYSTEM, EIO}}, "4", ZOR_E_IO, ""},
+      {0, {kGood}, "4", ZOR_OK, "127.0.0.1 "},
+      {1, {kGood, kGood}, "64", ZOR_OK, "::1 127.0.0.1 "},
+      {1, {kGood, kNever}, "64", ZOR_E_IO, "::1 "},
+      {1, {kLater, kGood, kLater, kGood}, "6644", ZOR_OK, "::1 127.0.0.1 "},
+      {0, {kLater, kLater}, "44", ZOR_E_IO, ""},
+      {0, {{EAI_SYSTEM, EINTR}, kGood}, "44", ZOR_OK, "127.0.0.1 "},
+      {0, {{EAI_SYSTEM, EAGAIN}, kNever}, "44", ZOR_E_IO, ""},
+      {0, {{EAI_SYSTEM, EIO}}, "4", ZOR_E_IO, ""},
   };
   for (const auto &each : cases) {
     EXPECT_EQ(ZOR_DBSetPara(ZOR_PARA_IPV6_ENABLED, 0, &each.ipv6, sizeof each.ipv6), ZOR_STORE_OK);
@@ -84,34 +66,11 @@ TEST(Resolve, AsksForTheFamiliesOfTheDeviceAndOnceMoreWhenItFailsForNow) {
     lookups.clear();
     errno = EINTR;
     addrinfo *out = nullptr;
-    EXPECT_EQ(ZOR_UTIL_GetIpAddresses(each.host, nullptr, 4660, &out), each.status) << each.lookups;
+    EXPECT_EQ(ZOR_UTIL_GetIpAddresses("name", nullptr, 4660, &out), each.status) << each.lookups;
     const AddrInfoList list(out);
     EXPECT_EQ(lookups, each.lookups);
     EXPECT_EQ(TextOf(list), each.list);
-    EXPECT_EQ(raised, 0);
-    if (list == nullptr) continue;
-    EXPECT_EQ(reinterpret_cast<sockaddr_in *>(list->ai_addr)->sin_port, htons(4660));
   }
-}
-
-TEST(Resolve, GoesOnWithoutPrivilegesUnlessAResolverIsRegistered) {
-  const TempRoot root;
-  raiseResult = 1;
-  Capture output;
-  addrinfo *list = nullptr;
-  EXPECT_EQ(ZOR_UTIL_GetIpAddresses("127.0.0.1", nullptr, 1, &list), ZOR_OK);
-  EXPECT_EQ(TextOf(AddrInfoList(list)), "127.0.0.1 ");
-  ZOR_UTIL_RegNameResolveFunc([](const char *host, const addrinfo *hint, uint16_t port, addrinfo **) {
-    return host == std::string("name") && hint->ai_flags == 77 && port == 5 ? uint32_t{1234} : uint32_t{1};
-  });
-  addrinfo hint = {};
-  hint.ai_flags = 77;
-  EXPECT_EQ(ZOR_UTIL_GetIpAddresses("name", &hint, 5, &list), 1234u);
-  EXPECT_EQ(list, nullptr);
-  EXPECT_EQ(ZOR_UTIL_GetIpAddresses(nullptr, &hint, 5, &list), ZOR_E_ARGUMENT);
-  EXPECT_EQ(ZOR_UTIL_GetIpAddresses("name", &hint, 5, nullptr), ZOR_E_ARGUMENT);
-  EXPECT_EQ(output.Text(), "[spdn]ZOR_UTIL_UpRootPrivileges failed");
-  EXPECT_EQ(raised, 0);
 }
 
 }  // namespace
