@@ -19,7 +19,7 @@ expect() { # WHAT COMMAND...: the command must succeed
 say 'packages and build'
 scripts/setup.sh demo
 build=build/release
-programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper devices)
+programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper devices codecs)
 mkdir -p build
 { cmake --preset release && cmake --build --preset release --target "${programs[@]}"; } \
   >build/demo.log 2>&1 || {
@@ -98,6 +98,9 @@ for daemon in cms syslogd login_keeper; do
   kill -TERM "${pids[$daemon]}"
   expect "$daemon has stopped cleanly" ended_well "$daemon"
 done
+
+say 'a tour of the codecs'
+"$build/examples/codecs" || fail 'the codecs'
 
 say 'what is left'
 for server in "${servers[@]}"; do
