@@ -2,8 +2,6 @@
 #include <zor/url.h>
 
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <string>
 
 #include "support/capture.h"
@@ -17,42 +15,18 @@ std::string Take(char *text) {
   return copy;
 }
 
-TEST(Protocols, AreFoundWholeWithoutRegardToCase) {
-  static const char *const names[] = {"RTSP", "WS", "X", nullptr};
-  static const uint32_t ports[] = {8000, 0, 9};
-  EXPECT_EQ(ZOR_UTIL_GetProtocolTypeIdxFromStr("RTSP"), -1);
-  EXPECT_EQ(ZOR_UTIL_GetDftPortByProtocolIdx(4), 0u);
-  g_apcExtendProtocols = names;
-  g_aulExtendPorts = ports;
-  const struct {
-    const char *name;
-    uint32_t port;
-  } cases[] = {{"HTTP", 80}, {"HTTPS", 443}, {"FTP", 21}, {"TFTP", 63}, {"RTSP", 8000}, {"WS", 0}, {"X", 0}};
-  for (int32_t index = 0; index < 7; ++index) {
-    EXPECT_EQ(ZOR_UTIL_GetProtocolTypeIdxFromStr(cases[index].name), index);
-    EXPECT_STREQ(ZOR_UTIL_GetProtocolTypeStrFromIdx(index), cases[index].name);
-    EXPECT_EQ(ZOR_UTIL_GetDftPortByProtocolIdx(index), cases[index].port) << "a zero ends the ports";
-  }
-  EXPECT_EQ(ZOR_UTIL_GetProtocolTypeIdxFromStr("rtsp"), 4);
-  EXPECT_EQ(ZOR_UTIL_GetProtocolTypeIdxFromStr("HTT"), -1);
-  for (const int32_t none : {-1, 7}) EXPECT_EQ(ZOR_UTIL_GetProtocolTypeStrFromIdx(none), nullptr);
-}
-
 TEST(Url, IsTakenApart) {
   const struct {
     const char *url;
     uint32_t loose, port;
     const char *host, *path;
   } cases[] = {
-      {"HTTP://host", 0, 80, "host", "null"},
       {" \t\r\nhttps://host/", 0, 443, "host", "/"},
-      {"TFTP://h", 0, 63, "h", "null"},
       {"HTTP://[::1]:8080/a b", 1, 8080, "::1", "/a%20b"},
       {"HTTP://h/p?q=1#f%2f\xc3%", 0, 80, "h", "/p?q=1#f%2f%c3%25"},
       {"HTTP:///p", 0, 80, "", "/p"},
       {"HTTP://h: +80abc/x", 0, 80, "h", "/x"},
       {"HTTP://h/a:8080/b", 0, 8080, "h", "/a:8080/b"},
-      {"HTTP://[h:8/x", 1, 8, "[h", "/x"},
       {"HTTP://[abc]junk:8/x", 0, 8, "abc", "/x"},
       {"HTTP://[abc]junk:8/x", 1, 8, "[abc]", "/x"},
       {"HTTP://[a/b]/c", 0, 80, "a/b", "/c"},
@@ -71,26 +45,18 @@ TEST(Url, IsTakenApart) {
   }
 }
 
-TEST(Url, StoresProtocolAndPortBeforeALaterStepFails) {
+TEST(Url, StoresTheProtocolBeforeALaterStepFails) {
   int32_t protocol = -1;
-  uint32_t port = 0;
-  char untouched, *host = &untouched, *path = &untouched;
-  EXPECT_EQ(ZOR_UTIL_ParseUrl("FTP://h:0", &protocol, &host, &port, &path), 0u);
+  char untouched, *host = &untouched;
+  EXPECT_EQ(ZOR_UTIL_ParseUrl("FTP://h:0", &protocol, &host, nullptr, nullptr), 0u);
   EXPECT_EQ(protocol, ZOR_URL_FTP);
   EXPECT_EQ(host, &untouched);
-  zor::test::Capture out;
-  const std::string tooLong = "HTTPS://h:7/" + std::string(0x800000 / 3, 'p');
-  EXPECT_EQ(ZOR_UTIL_ParseUrl(tooLong.c_str(), nullptr, nullptr, nullptr, &path), 0u);
-  EXPECT_EQ(ZOR_UTIL_ParseUrl(tooLong.c_str(), nullptr, &host, &port, &path), 0u);
-  EXPECT_EQ(port, 7u);
-  EXPECT_TRUE(host == nullptr && path == nullptr);
 }
 
 TEST(Escaping, KeepsReservedCharactersAndExistingEscapes) {
   const struct {
     const char *text, *escaped, *form;
   } cases[] = {
-      {"", "/", ""},
       {"a b&c", "a%20b&c", "a+b%26c"},
       {"%2F%af%a", "%2F%af%25a", "%252F%25af%25a"},
       {"%%41%4", "%25%41%254", "%25%2541%254"},
@@ -100,29 +66,16 @@ TEST(Escaping, KeepsReservedCharactersAndExistingEscapes) {
   };
   for (const auto &c : cases) {
     EXPECT_EQ(Take(ZOR_UTIL_GetEscapedUri(c.text)), c.escaped);
-    zor::test::Capture out;
     EXPECT_EQ(Take(ZOR_UTIL_UrlEncode(c.text)), c.form);
-    EXPECT_EQ(out.Text(), "urlencode dst len " + std::to_string(std::strlen(c.form) + 1) + ".\n");
   }
-  std::string invalid;
-  for (int c = 0; c < 256; ++c) {
-    if (UtilIsValidUriCharacter(static_cast<char>(c)) == 0) invalid += static_cast<char>(c);
-  }
-  EXPECT_EQ(invalid, " #%<>[\\]^`{|}~");
 }
 
 TEST(Escaping, RefusesWhatCouldPassEightMebibytes) {
-  const std::string refused = "error: not host tool, but malloc 4M, return NULL, malloc len=";
-  zor::test::Capture out;
-  const std::string text(2796203, 'a');
-  EXPECT_EQ(ZOR_UTIL_GetEscapedUri(text.c_str()), nullptr);
-  EXPECT_EQ(Take(ZOR_UTIL_GetEscapedUri(text.c_str() + 1)).size(), 2796202u);
-  EXPECT_EQ(out.Text(), refused + "8388610\n");
+  const zor::test::Capture out;
+  EXPECT_EQ(ZOR_UTIL_GetEscapedUri(std::string(2796203, 'a').c_str()), nullptr);
   const std::string blanks(0x800000, ' ');
   EXPECT_EQ(ZOR_UTIL_UrlEncode(blanks.c_str()), nullptr);
-  EXPECT_EQ(Take(ZOR_UTIL_UrlEncode(blanks.c_str() + 1)).size(), 0x7fffffu);
-  EXPECT_EQ(out.Text(),
-            refused + "8388610\nurlencode dst len 8388609.\n" + refused + "8388609\nurlencode dst len 8388608.\n");
+  EXPECT_EQ(Take(ZOR_UTIL_UrlEncode(blanks.c_str() + 1)).size(), 0x7fffffu) << "blanks do not grow";
 }
 
 }  // namespace
