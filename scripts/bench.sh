@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/setup.sh tests
+scripts/setup.sh bench
 cmake --preset release >/dev/null
 cmake --build --preset release >/dev/null
 build=build/release
@@ -16,6 +16,8 @@ echo
 "$build/bench/trace_bench" 2>&1
 echo
 "$build/bench/memory_bench" "$msgsvr"
+echo
+"$build/bench/codec_bench"
 echo
 echo "sizes, stripped (bytes)"
 for file in "$build"/libraries/private/msg/libmsgapi.so "$build"/platform/libzorplatform.so "$build"/daemons/*/*svr \

@@ -77,7 +77,8 @@ constexpr std::array<Rule, 6> kRules = {{
     {kIpv6, MaskMatch},
 }};
 
-// Ranges of a pattern are ranges of bytes: the process's own locale might see others.
+// Ranges of a pattern are ranges of bytes: the process's own locale might see others. An expression keeps the locale
+// that it was compiled in.
 class PlainLocale {
  public:
   PlainLocale() noexcept : plain_(::newlocale(LC_ALL_MASK, "C", nullptr)), saved_(::uselocale(plain_)) {}
@@ -98,11 +99,16 @@ class Patterns {
  public:
   // Null when the row's pattern does not compile.
   const regex_t *Get(std::size_t row) noexcept {
-    if (!compiled_[row]) compiled_[row] = ::regcomp(&expressions_[row], kRules[row].pattern, REG_EXTENDED) == 0;
+    if (!compiled_[row]) compiled_[row] = Compile(row);
     return compiled_[row] ? &expressions_[row] : nullptr;
   }
 
  private:
+  bool Compile(std::size_t row) noexcept {
+    const PlainLocale plain;
+    return ::regcomp(&expressions_[row], kRules[row].pattern, REG_EXTENDED) == 0;
+  }
+
   std::array<regex_t, kRules.size()> expressions_;
   std::array<bool, kRules.size()> compiled_ = {};
 };
@@ -126,7 +132,6 @@ bool IsSelected(std::uint32_t masks, std::size_t row) {
 }  // namespace
 
 std::uint32_t ApplyMasks(std::uint32_t masks, char *text) noexcept {
-  const PlainLocale plain;
   for (std::size_t row = 0; row < kRules.size(); ++row) {
     if (IsSelected(masks, row) && g_patterns.Get(row) == nullptr) return ZOR_BLUR_E_IO;
   }
