@@ -1,6 +1,5 @@
 #include <sqlite3.h>
 #include <zor/config_wire.h>
-#include <zor/kiva.h>
 #include <zor/platform/config.h>
 #include <zor/platform/config_file.h>
 
@@ -131,50 +130,6 @@ TEST_F(Cms, RefusesPathsAndFilesThatAreNone) {
   EXPECT_EQ(Ask(ZOR_MSG_EXPORT_CFG_FILE, PathBody("/export")), 0u);
   EXPECT_EQ(std::filesystem::file_size(root_.Path("/text")), 8u) << "nothing is written over";
   EXPECT_EQ(Para(), "kept");
-}
-
-std::string Device(const std::string &mac, uint32_t state) {
-  const kiva_info_status status = {0, 0, state, 0, 0};
-  return std::string(reinterpret_cast<const char *>(&status), sizeof status) + mac + '\0' + "detail" + '\0' + "/x" +
-         '\0';
-}
-
-uint32_t StateOf(const char *mac) {
-  dev_kiva_info *info = ZOR_UPG_GetKivaInfoByMac(mac);
-  const uint32_t state = info == nullptr ? 0 : info->status.state;
-  ZOR_UPG_DestroyKivaInfo(info);
-  std::free(info);
-  return state;
-}
-
-TEST_F(Cms, KeepsTheDeviceListThatOtherProcessesRead) {
-  Tell(ZOR_MSG_KIVA_ADD, 0, Device("001122AABBCC", 5));
-  EXPECT_EQ(Ask(ZOR_MSG_KIVA_ADD_SYNC, Device("001122AABBDD", 6)), 0u);
-  EXPECT_EQ(Ask(ZOR_MSG_KIVA_ADD_SYNC, Device("001122aabbcc", 7)), 0u);
-  EXPECT_EQ(ZOR_UPG_GetKivaInfoListCount(), 2u);
-  EXPECT_EQ(StateOf("001122AABBCC"), 7u);
-  EXPECT_EQ(Ask(ZOR_MSG_KIVA_ADD_SYNC, Device("x", 1).substr(0, 25)), ZOR_KIVA_E_ARGUMENT);
-  EXPECT_EQ(Ask(ZOR_MSG_KIVA_REMOVE_SYNC), ZOR_KIVA_E_ARGUMENT);
-  EXPECT_EQ(Ask(ZOR_MSG_KIVA_REMOVE_SYNC, "001122aabbdd"), 0u);
-  Tell(ZOR_MSG_KIVA_REMOVE, 0, "001122AABBCC" + std::string(6, '\0'));
-  EXPECT_EQ(ZOR_UPG_GetKivaInfoListCount(), 0u);
-}
-
-TEST_F(Cms, AnswersWithAStatusWhenTheStoreIsDamagedOrLockedAndRecovers) {
-  SetPara("saved");
-  EXPECT_EQ(Ask(ZOR_MSG_DB_SAVE_SYNC), 0u);
-  const std::string saved = root_.Path("/var/cfg/config_0.db");
-  std::filesystem::resize_file(saved, 1000);
-  EXPECT_EQ(Ask(ZOR_MSG_DB_SAVE_SYNC), ZOR_STORE_E_IO);
-  std::filesystem::remove(saved);
-  EXPECT_EQ(Ask(ZOR_MSG_DB_SAVE_SYNC), 0u);
-  sqlite3 *lock = nullptr;
-  sqlite3_open(root_.Path(ZOR_STORE_PATH).c_str(), &lock);
-  sqlite3_exec(lock, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
-  EXPECT_EQ(Ask(ZOR_MSG_CLEAN_CFG), ZOR_STORE_E_BUSY);
-  sqlite3_close(lock);
-  EXPECT_EQ(Para(), "saved");
-  EXPECT_EQ(Ask(ZOR_MSG_CLEAN_CFG), 0u);
 }
 
 }  // namespace

@@ -91,20 +91,6 @@ TEST_F(MsgsvrTest, GivesEverySubscriberAFileOfItsOwn) {
   }
 }
 
-TEST_F(MsgsvrTest, ReadsPatternListsAndRestfulPathsFromFiles) {
-  std::string list;
-  for (int i = 0; i < 100; ++i) list += "/some/long/prefix/number/" + std::to_string(i) + "|";
-  const std::string listFile = MakeFile(list + "/last/one");
-  Tell(receiver_, MakeFileMessage(ZOR_MSG_RESTFUL_REGISTER, "", listFile));
-  EXPECT_FALSE(Exists(listFile));
-  std::string body(5000, '\0');
-  body.replace(8, 5, "/last");
-  body.replace(72, 3, "one");
-  const std::string requestFile = MakeFile(body);
-  sender_.Send(MakeFileMessage(ZOR_MSG_RESTFUL_REQUEST, "", requestFile));
-  EXPECT_EQ(PathIn(receiver_.Next()), requestFile);
-}
-
 TEST_F(MsgsvrTest, PassesADescriptorToTheReceiverOfTheLatestMessageWhereverTheReceiveBufferEnds) {
   const Pipe pipe;
   // Around the sizes that a server's buffer is likely to have, so that it ends inside the two bytes once.

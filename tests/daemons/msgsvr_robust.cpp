@@ -108,18 +108,6 @@ TEST_F(OwnMsgsvrTest, CutsOffAReaderThatHasStoppedAndSaysWhatItLost) {
   EXPECT_TRUE(LogHolds(" messages lost\n"));
 }
 
-TEST_F(OwnMsgsvrTest, TurnsAwayClientsBeyondItsLimit) {
-  Start("max_clients = 3\n");
-  WireClient third = Client("third");
-  EXPECT_TRUE(Connect().ClosedByOther());
-  third.Close();
-  EXPECT_TRUE(WaitUntil([&] {
-    const WireClient next = Connect();
-    next.Send(MakeMessage(ZOR_MSG_REGISTER_APP, "next", ""));
-    return next.ReceiveMessage().has_value();
-  }));
-}
-
 TEST_F(OwnMsgsvrTest, TellsADaemonItsSettingsAndSaysWhenItStopsReporting) {
   Start(
       "report.* = 60\nreport.web = 1\ntrace_output.web = file\ntrace_file_kib.web = 4096\n"
@@ -140,26 +128,6 @@ TEST_F(OwnMsgsvrTest, TellsADaemonItsSettingsAndSaysWhenItStopsReporting) {
   EXPECT_EQ(Connect().Register("other").body, bytes(other, 0));
   EXPECT_TRUE(LogHolds("web (pid " + std::to_string(::getpid()) + "): no report for 3 periods of 1 s"));
   EXPECT_EQ(log_.Text().find("sender"), std::string::npos);
-}
-
-TEST_F(OwnMsgsvrTest, MakesWhatItNeedsAndLeavesNothingBehind) {
-  std::filesystem::remove_all(root_.Path("/var"));
-  Start();
-  struct stat status = {};
-  ASSERT_EQ(::stat(root_.Path("/var/run/msg").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0007, 0u) << "no business of other users";
-  EXPECT_EQ(Child::Program({MSGSVR_PROGRAM}).Wait(), daemon::kExitBusy);
-  EXPECT_TRUE(LogHolds("msgsvr: /var/msgsvr: another msgsvr is running\n"));
-  server_->Signal(SIGKILL);
-  server_->Wait();
-  const size_t logged = log_.Text().size();
-  Start();  // a dead server's socket is replaced
-  server_->Signal(SIGTERM);
-  EXPECT_EQ(server_->Wait(), daemon::kExitOk);
-  EXPECT_TRUE(sender_.ClosedByOther());
-  EXPECT_FALSE(Exists("/var/msgsvr"));
-  EXPECT_EQ(log_.Text().size(), logged) << "log lines only when something is wrong";
-  server_.reset();
 }
 
 TEST_F(OwnMsgsvrTest, ServesDaemonsOfOtherBoardsOverTcp) {

@@ -129,22 +129,5 @@ TEST_F(NotifyServerRobustness, HonestClientsTalkOnDuringAStormOfGarbage) {
   Stop();
 }
 
-TEST_F(NotifyServerRobustness, MakesItsDirectoryReplacesAStaleSocketAndRefusesWrongSettings) {
-  const std::string socket = root_.Path("/var/run/notify/notifyserver");
-  std::filesystem::remove_all(root_.Path("/var"));
-  Start();
-  Register(kWeb);
-  server_->Signal(SIGKILL);
-  server_->Wait();
-  ASSERT_TRUE(std::filesystem::exists(socket));
-  Start();
-  const BusPeer client = Register(kWeb);
-  EXPECT_EQ(Stop(), "");
-  EXPECT_TRUE(client.ClosedByOther());
-  EXPECT_FALSE(std::filesystem::exists(socket));
-  const Capture output(STDERR_FILENO);
-  EXPECT_EQ(Run("queue_bytes = 8388608\n" /* shorter than one notification */).Wait(), 3);
-}
-
 }  // namespace
 }  // namespace zor::test

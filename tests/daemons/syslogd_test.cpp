@@ -51,25 +51,6 @@ class Syslogd : public BusDaemonTest {
   }
 };
 
-TEST_F(Syslogd, RendersRecordsInEitherLanguage) {
-  Start();
-  ZOR_LOG_API_Record_Log(0x05000001, "admin", "10.0.0.2", kEnd);
-  ZOR_LOG_API_Record_Log(0xAC000016, "", "line\nbreak", kEnd);
-  ZOR_LOG_API_Record_Log(0x05000001, "alone", kEnd);
-  ZOR_LOG_API_Record_KLog(ZOR_LOG_DAD, ZOR_LOG_DEBUG, 0, "duplicate $0");
-  ZOR_LOG_API_Record_KLog(ZOR_LOG_KERNEL, ZOR_LOG_ERROR, 0, std::string(256, 'k').c_str());
-  EXPECT_THAT(Query(kAllTypes, kAllLevels),
-              MatchesRegex("20[0-9-]{8} [0-9:]{8} \\[User\\]\\[Notice\\] User admin from 10.0.0.2 login failure\n"
-                           "[0-9: -]{20}\\[User\\]\\[Notice\\] User  Modify line break ACL rule\n"
-                           "[0-9: -]{20}\\[User\\]\\[Notice\\] User alone from  login failure\n"
-                           "[0-9: -]{20}\\[DAD\\]\\[Debug\\] duplicate \\$0\n"
-                           "[0-9: -]{20}\\[Kernel\\]\\[Error\\] k{256}\n"));
-  EXPECT_THAT(Query(ZOR_LOG_USER | ZOR_LOG_DAD, kAllLevels, 1, 3),
-              MatchesRegex("[0-9: -]{20}\\[用户操作\\]\\[提示\\] 用户  修改 line break 访问控制规则\n"
-                           "[0-9: -]{20}\\[用户操作\\]\\[提示\\] 用户alone从登录失败\n"
-                           "[0-9: -]{20}\\[DAD\\]\\[调试\\] duplicate \\$0\n"));
-}
-
 TEST_F(Syslogd, KeepsWhatPassesItsFilterAndClearsByType) {
   Start("language = 1\n");
   ZOR_LOG_API_Set_TypeLevel_Filter(ZOR_LOG_USER | ZOR_LOG_KERNEL, ZOR_LOG_NOTICE | ZOR_LOG_WARNING);

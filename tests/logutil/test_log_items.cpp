@@ -50,24 +50,6 @@ TEST(LogItems, LieInTableOrderUpToTheRowOfZerosAndHaveATextInEachLanguage) {
   EXPECT_EQ(ZOR_UTIL_LogItemGetFmtStr(nullptr, 0), nullptr);
 }
 
-TEST(LogNames, AreThoseOfTheTypeAndTheLevel) {
-  const struct {
-    uint32_t code;
-    const char *type, *secondType, *level, *secondLevel;
-  } cases[] = {
-      {0x220, "User", "用户操作", "Notice", "提示"},  {0x40000010, "Security", "安全日志", "Warning", "警告"},
-      {0x80000040, "voice", "voice", "Info", "信息"}, {0x08000003, "DAD", "(null)", "(null)", "(null)"},
-      {0x20, "None", "None", "Notice", "提示"},       {0xffffffff, "(null)", "(null)", "(null)", "(null)"},
-  };
-  for (const auto &each : cases) {
-    SCOPED_TRACE(each.code);
-    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetTypeString(each.code, 0)), each.type);
-    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetTypeString(each.code, 1)), each.secondType);
-    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetLevelString(each.code, 0)), each.level);
-    EXPECT_EQ(Text(ZOR_UTIL_LOG_GetLevelString(each.code, 1)), each.secondLevel);
-  }
-}
-
 TEST(LogNames, TellWhichLevelsAreInUse) {
   const char *names[10];
   for (const char *&name : names) name = "untouched";
@@ -86,13 +68,6 @@ TEST(LogNames, TellWhichLevelsAreInUse) {
   EXPECT_EQ(mask, 7u);
   EXPECT_EQ(ZOR_UTIL_LOG_GetHigherLogLevels("Notice", &mask), 0u);
   EXPECT_EQ(mask, 0x38u);
-}
-
-TEST(LogNames, TellTheProcessOfAnItem) {
-  EXPECT_STREQ(logGetProcName(0x1A000031), "upg");
-  EXPECT_STREQ(logGetProcName(0xAC000016), "firewall") << "an unsigned shift";
-  EXPECT_STREQ(logGetProcName(0xD5100000), "http");
-  EXPECT_STREQ(logGetProcName(0x31D00000), "") << "not the code of upnp";
 }
 
 }  // namespace

@@ -111,32 +111,4 @@ TEST_F(LogApi, SendsSettingsWithoutWaiting) {
   EXPECT_EQ(Sent(0x4B05).header.data, 0x1000u);
 }
 
-TEST_F(LogApi, LogsEveryFlush) {
-  LogSocket log;
-  QueueAnswer(0x4B09, 9);
-  EXPECT_EQ(ZOR_LOG_API_Flush_Log(77, "upg"), ZOR_OK);
-  EXPECT_EQ(Sent(0x4B09).header.bodyLength, 0u);
-  EXPECT_THAT(log.NextLine(),
-              EndsWith("[msg][WARN]:Flash operation ZOR_LOG_API_Flush_Log called by upg 77 result(0)(9) \r\n"));
-  EXPECT_EQ(ZOR_LOG_API_Flush_Log_Async(78, "upg"), ZOR_OK);
-  Sent(0x4B09);
-  EXPECT_THAT(log.NextLine(), EndsWith(":Flash operation ZOR_LOG_API_Flush_Log_Async called by upg 78 result(0)\r\n"));
-}
-
-TEST_F(LogApi, RefusesBadArgumentsBeforeAnythingIsSent) {
-  char *const end = nullptr;
-  uint32_t result = 5;
-  EXPECT_EQ(ZOR_LOG_API_Record_Log(0, "a", end), 1u);
-  EXPECT_EQ(ZOR_LOG_API_Record_Log(0x1A000001, "a", end), 1u);
-  EXPECT_EQ(ZOR_LOG_API_Record_KLog(0, 1, 0, "a"), 1u);
-  EXPECT_EQ(ZOR_LOG_API_Record_KLog(1, 1, 0, nullptr), 1u);
-  EXPECT_EQ(ZOR_LOG_API_Query_Items(nullptr, 1, 1, 1, 0, &result), 1u);
-  EXPECT_EQ(ZOR_LOG_API_Query_Items("a", 1, 0, 1, 0, &result), 1u);
-  EXPECT_EQ(ZOR_LOG_API_System_Query_Items(nullptr, 1, &result), 1u);
-  EXPECT_EQ(ZOR_LOG_API_Clear_Log_By_Type(0), 1u);
-  EXPECT_EQ(ZOR_LOG_API_Flush_Log(1, nullptr), 1u);
-  EXPECT_EQ(result, 5u);
-  EXPECT_TRUE(bus_.peer.NothingArrived());
-}
-
 }  // namespace

@@ -87,19 +87,6 @@ TEST_F(LoopRun, SweepsDeletedWatchersUnlessTheyAreStartedAgain) {
   EXPECT_FALSE(IsListed(deleted));
 }
 
-TEST_F(LoopRun, AVisitorMayUnlinkTheWatcherItIsShown) {
-  AddIdle([] {});
-  AddIdle([] {});
-  int visits = 0;
-  const UV_WATCHER_VISITOR unlink = [](UvWatcher *watcher, void *count) {
-    ++*static_cast<int *>(count);
-    watcher->loop->watchers = watcher->next;
-    std::free(watcher);
-  };
-  EXPECT_EQ(ZOR_UV_WatcherIterateItem(&loop_, &visits, unlink), ZOR_OK);
-  EXPECT_EQ(visits, 2);
-}
-
 TEST_F(LoopRun, DeferredBlocksOutliveTheTurnThatQueuedThem) {
   Trace trace({"loop"});
   EXPECT_EQ(ZOR_UV_LoopSafeFree(&loop_, std::malloc(8)), ZOR_OK) << "queued outside a run";

@@ -214,34 +214,4 @@ TEST_F(MsgWatcher, MayBeDeletedByItsHandlerWhileRepliesAreAwaited) {
   EXPECT_TRUE(sockets_.far.ClosedByOther());
 }
 
-TEST_F(MsgWatcher, HandsRawChunksOverWithZeroesBehindThem) {
-  watcher_->io.header.flags |= UV_WATCHER_RAW;
-  watcher_->matchReply = nullptr;
-  static std::string chunk;
-  watcher_->defaultHandler = [](ZOR_MSG_HEAD *msg) {
-    chunk.assign(static_cast<const char *>(static_cast<const void *>(msg)), 1024);
-  };
-  sockets_.far.Send("raw");
-  EXPECT_EQ(Read(), ZOR_OK);
-  EXPECT_EQ(chunk, "raw" + std::string(1021, '\0'));
-  sockets_.far.Close();
-  EXPECT_EQ(Read(), ZOR_E_PEER_GONE);
-}
-
-TEST_F(MsgWatcher, TracesRepliesThatAreShortOrHaveUnterminatedNames) {
-  zor::test::Capture output;
-  ZOR_TRACE_SetPackageLevel("track", ZOR_TRACE_INFO);
-  watcher_->getPayloadLength = [](ZOR_MSG_HEAD *, uint32_t *) { return 0u; };
-  for (const uint32_t length : {40u, 8u}) {
-    watcher_->headerLength = length;
-    EXPECT_EQ(ZOR_UV_MsgStartWatcher(watcher_, 0x77, 7, 60000, nullptr, [](ZOR_MSG_HEAD *, uint32_t, void *) {}), 0u);
-    sockets_.far.Send(MakeMessage(0x77, "source-is-12", "twelve-chars", 3, "", 7).Bytes().substr(0, length));
-    EXPECT_EQ(Read(), ZOR_OK);
-  }
-  const std::string text = output.Text();
-  EXPECT_THAT(text, HasSubstr("[end msg 0:0x77] msg type:[0x77] app:[] data:[3] len:[0] dst:[twelve-chars] "
-                              "src:[source-is-12]"));
-  EXPECT_THAT(text, HasSubstr("[start msg 0:0x77] msg type:[0x77] app:[] data:[0] len:[0] dst:[] src:[]"));
-}
-
 }  // namespace

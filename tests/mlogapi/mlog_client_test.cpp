@@ -73,25 +73,6 @@ TEST_F(MlogAlone, ReadsLevelsByTheirBeginningAndTheLastShareLine) {
   }
 }
 
-TEST_F(MlogAlone, SocketsKeepToTheirDirectoryAndTellATimeOutFromAnError) {
-  int32_t fd = -1;
-  const std::string tooLong(98, 'n');
-  for (const char *name : {"../escape", "/var/mlog/x", tooLong.c_str(), static_cast<const char *>(nullptr)}) {
-    EXPECT_EQ(mlog_socket_open(name, &fd), -1);
-  }
-  EXPECT_EQ(fd, -1);
-  EXPECT_EQ(mlog_socket_close(-1, "../run"), 0);
-  EXPECT_TRUE(std::filesystem::exists(root_.Path("/var/run")));
-  const LogSocket socket("own");
-  char buffer[1024], sender[6];
-  uint32_t length = 7;
-  ASSERT_EQ(mlog_socket_send(socket.fd(), "ping", 4, "/var/mlog/own"), 0);
-  ASSERT_EQ(mlog_socket_recvfrom(socket.fd(), buffer, &length, 5, sender, sizeof sender), 0);
-  EXPECT_EQ(std::string(buffer, length) + sender, "ping/var/");
-  EXPECT_EQ(mlog_socket_recvfrom(socket.fd(), buffer, &length, 1, nullptr, 0), -2);
-  EXPECT_EQ(length, 0u);
-}
-
 TEST_F(MlogClient, OnlyWholeMessagesAreReceived) {
   const LogSocket client("client");
   ZOR_MLOG_MSG msg = {ZOR_MLOG_LINE, 3, "ab"};

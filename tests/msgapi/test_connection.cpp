@@ -172,18 +172,6 @@ TEST_F(Connection, ADeadServerIsNotWatchedAnyMoreAndSendsSayThatItHasGone) {
   EXPECT_EQ(ZOR_MSG_SendSimpleMsg("cms", 5, 0), ZOR_OK);
 }
 
-TEST_F(Connection, OutlivesItsLoopWithoutTouchingTheWatcherThatWentWithIt) {
-  ASSERT_EQ(Init(), ZOR_OK);
-  ZOR_MSG_QueueAppend(&g_stMsgCtx.pending, ZOR_MSG_GetMsgHead(ZOR_MSG_GetMsgBlock(8)));
-  ZOR_UV_LoopDestroy(ZOR_UV_LoopGetDefault());
-  ZOR_MSG_HEAD request = MakeMessage(5, "", "cms").header;
-  const auto ignore = [](ZOR_MSG_HEAD *, uint32_t, void *) {};
-  EXPECT_EQ(ZOR_MSG_AsyncSendAndRecv(&request, ignore, 10, nullptr), ZOR_E_IO);
-  ZOR_MSG_Destroy();
-  EXPECT_TRUE(server_.ReceiveMessage());
-  EXPECT_TRUE(server_.ClosedByOther());
-}
-
 TEST_F(Connection, ASlaveBoardRegistersOverTcpWithoutTheLoop) {
   EXPECT_EQ(ZOR_MSG_InitSlaveApp("wanted", nullptr, 1), ZOR_E_ARGUMENT);
   EXPECT_STREQ(g_stMsgCtx.appName, "wanted");

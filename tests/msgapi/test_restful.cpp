@@ -111,28 +111,6 @@ TEST_F(Restful, AnnouncesEveryNameWhenExpandedEachCutTo127CharactersAndAsManyAsF
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), expected + '\0');
 }
 
-TEST(RestfulRequest, CutsNamesToTheirFieldsAndTextAtItsEnd) {
-  const std::string longName(80, 'n');
-  const char unterminated[3] = {'a', 'b', 'c'};
-  Request request(longName, "", unterminated, 3);
-  EXPECT_EQ(request.msg->type, ZOR_MSG_RESTFUL_REQUEST);
-  EXPECT_EQ(request.msg->bodyLength, 140u);
-  EXPECT_EQ(request.body().word1, 2u);
-  EXPECT_EQ(request.body().prefix, longName.substr(0, 63));
-  EXPECT_EQ(std::memcmp(&request.body() + 1, "abc", 4), 0);
-  EXPECT_EQ(std::memcmp(&Request("/p", "n", "ab\0cd", 5).body() + 1, "ab\0\0\0\0", 6), 0);
-}
-
-TEST(RestfulRequest, RefusesSizesThatWrapOrExceedTheAllocationLimit) {
-  for (const uint32_t length : {ZOR_ALLOC_MAX - 176, 0xFFFFFF4Eu, 0xFFFFFF4Fu, 0xFFFFFF50u, UINT32_MAX}) {
-    EXPECT_EQ(ZOR_MSG_BuildRestfulReqMsg(0, 0, "/p", "n", nullptr, length), nullptr) << length;
-  }
-  for (const uint32_t length : {ZOR_ALLOC_MAX, 0xFFFFFFD8u, UINT32_MAX}) {
-    EXPECT_EQ(ZOR_MSG_SendRestfulResponseMsg("x", 1, "", length, 0, 0), ZOR_E_NO_MEMORY) << length;
-  }
-  EXPECT_EQ(ZOR_MSG_SendRestfulResponseMsg("x", 1, nullptr, 0, 0, 0), ZOR_E_ARGUMENT);
-}
-
 TEST(PathPattern, Matches) {
   const struct {
     const char *patterns;

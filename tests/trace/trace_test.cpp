@@ -58,19 +58,6 @@ TEST(TraceLevels, ALongNameIsStoredCutAndNeverFoundAgain) {
   EXPECT_EQ(Enabled("notifyclien", 8), 1u);
 }
 
-TEST(TraceLevels, DisplayListsTheSettingsInTheOrderOfTheirMaking) {
-  ZOR_TRACE_SetPackageLevel("msg", 8);
-  ZOR_TRACE_SetPackageLevel("loop", 3);
-  m_aucAppName = "cms";
-  Capture out;
-  ZOR_TRACE_Display();
-  EXPECT_EQ(out.Text(),
-            "App          Module               Level   \r\n"
-            "cms          msg                  info    \r\n"
-            "             loop                 none    \r\n"
-            "\r\n trace output to stdout \r\n");
-}
-
 TEST(TraceLines, NameLevelTimeProcessModuleAndPlaceWhichAloneAreCut) {
   constexpr char kTime[] = "[0-9]{8,}[.][0-9]{6} [0-9]{8,}[.][0-9]{6}";
   m_aucAppName = "cms";

@@ -66,14 +66,15 @@ void MaskMatch(char *match, std::size_t length) {
 struct Rule {
   const char *pattern;
   void (*mask)(char *match, std::size_t length);
+  bool toTheEnd = false;  // nothing behind a match is left to be found
 };
 
 constexpr std::array<Rule, 6> kRules = {{
     {kMac, MaskPartOfMac},
     {kIpv4, MaskPartOfIpv4},
     {kUuid, MaskEndOfUuid},
-    {kMac, MaskToTheEnd<':'>},
-    {kIpv4, MaskToTheEnd<'.'>},
+    {kMac, MaskToTheEnd<':'>, true},
+    {kIpv4, MaskToTheEnd<'.'>, true},
     {kIpv6, MaskMatch},
 }};
 
@@ -121,6 +122,7 @@ void ApplyRule(const Rule &rule, const regex_t *expression, char *text) {
   for (char *from = text; *from != '\0' && ::regexec(expression, from, 1, &match, flags) == 0; flags = REG_NOTBOL) {
     const auto length = static_cast<std::size_t>(match.rm_eo - match.rm_so);
     rule.mask(from + match.rm_so, length);
+    if (rule.toTheEnd) return;
     from += match.rm_eo + (length == 0 ? 1 : 0);
   }
 }
