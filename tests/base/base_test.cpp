@@ -72,26 +72,6 @@ TEST(Names, AreCutToElevenCharactersAndPaddedWithZeros) {
   }
 }
 
-TEST(Waits, TellReadinessTimeOutSignalsAndBadDescriptorsApart) {
-  int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  EXPECT_EQ(WaitReadable(ends[0], 0), WaitResult::kTimedOut);
-  EXPECT_EQ(WaitWritable(ends[1], 0), WaitResult::kReady);
-  struct sigaction action = {};
-  action.sa_handler = [](int) {};
-  ::sigaction(SIGALRM, &action, nullptr);
-  const itimerval soon = {{0, 10000}, {0, 10000}};
-  ::setitimer(ITIMER_REAL, &soon, nullptr);
-  EXPECT_EQ(WaitReadable(ends[0], 30000), WaitResult::kInterrupted);
-  ::close(ends[1]);
-  EXPECT_EQ(WaitReadable(ends[0], -1), WaitResult::kReady) << "end of file is for the read to report";
-  ::close(ends[0]);
-  for (const int bad : {-1, ends[0]}) {
-    EXPECT_EQ(WaitReadable(bad, -1), WaitResult::kFailed);
-    EXPECT_EQ(errno, EBADF);
-  }
-}
-
 TEST(FixedPath, ThatDoesNotFitIsInvalid) {
   const struct {
     std::string root;

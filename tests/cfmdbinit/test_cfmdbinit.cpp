@@ -122,17 +122,6 @@ TEST_F(Requests, PostAScriptBehindItsTargetUpToTheAllocationLimit) {
   EXPECT_EQ(output.Text(), "error: not host tool, but malloc 4M, return NULL, malloc len=8388609\n");
 }
 
-TEST(Kernel, IsClassifiedByItsRelease) {
-  const struct {
-    const char *release;
-    uint32_t value;
-  } cases[] = {{"2.6.210", 0}, {"2.6.36.4", 2}, {"x-2.6.36 2.6.21", 0}, {"3.10.0", 1}, {"", 1}, {nullptr, 1}};
-  for (const auto &each : cases) {
-    kernelRelease = each.release;
-    EXPECT_EQ(ZOR_UTIL_GetLinuxVersion(), each.value);
-  }
-}
-
 }  // namespace
 
 // Stands in for the C library's, for the library too.

@@ -83,21 +83,6 @@ TEST_F(MlogServer, KeepsLinesAndSaysNothingMoreThanWhereItListens) {
   EXPECT_FALSE(fs::exists(root_.Path("/var/mlog/mlogServer")));
 }
 
-TEST_F(MlogServer, KeepsStatisticsUpToItsLimitAndTheLogWhereItsSettingsSay) {
-  fs::remove_all(root_.Path("/var"));  // it makes the directories that it needs
-  Serve({"--settings", WriteSettings("# small\nmax_statistics = 2\nlog_file = /data/logs/lines\n")});
-  for (const char *name : {"one", "two", "three"}) EXPECT_EQ(set_mlog_stat_info(name, name), 0);
-  EXPECT_EQ(set_mlog_stat_info("one", "changed"), 0);
-  const char *const expected[][2] = {{"one", "changed"}, {"two", "two"}, {"three", ""}};
-  for (const auto &[name, text] : expected) {
-    char value[16] = "before";
-    EXPECT_EQ(get_mlog_stat_info(name, value, sizeof value), 0);
-    EXPECT_STREQ(value, text) << name;
-  }
-  EXPECT_THAT(errors_.Text(), HasSubstr("too many statistics, \"three\""));
-  EXPECT_TRUE(fs::exists(root_.Path("/data/logs/lines")));
-}
-
 TEST_F(MlogServer, ReportsMalformedDatagramsAndDoesNotWaitForAClientThatReadsNoAnswers) {
   Serve();
   const LogSocket client("hostile");

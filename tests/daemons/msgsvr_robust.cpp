@@ -71,21 +71,6 @@ TEST_F(MsgsvrTest, SurvivesGarbageWhileHonestDaemonsTalk) {
   }
 }
 
-TEST_F(MsgsvrTest, HoldsAFastSenderBackInsteadOfCuttingItsReaderOff) {
-  constexpr uint32_t kCount = 30000;
-  Child flood = Child::Function([&] {
-    std::string stream;
-    for (uint32_t i = 0; i < kCount; ++i) {
-      stream += MakeMessage(kType, "", "receiver", i, std::string(i % 200, 'b')).Bytes();
-    }
-    sender_.Send(stream);
-    return 0;
-  });
-  uint32_t received = 0;
-  while (received < kCount && receiver_.Next().header.data == received) ++received;
-  EXPECT_EQ(received, kCount) << "every message arrives, in order, though reading is slower than sending";
-}
-
 TEST_F(OwnMsgsvrTest, CutsOffAReaderThatHasStoppedAndSaysWhatItLost) {
   Start("queue_bytes = 100000\n");
   const WireClient stopped = Client("stopped");

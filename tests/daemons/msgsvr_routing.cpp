@@ -207,26 +207,5 @@ TEST_F(MsgsvrTest, SendsOneCopyOfAnEventToEachSubscriberUntilItUnsubscribes) {
   EXPECT_TRUE(both.NothingArrived());
 }
 
-TEST_F(MsgsvrTest, KeepsASubscriptionForAnotherDaemonUntilThatIsStopped) {
-  Subscribe(sender_, kEvent, "dyn");
-  for (const bool stopped : {false, true}) {
-    WireClient dyn = Client("dyn");
-    Tell(sender_, MakeRequest(kEvent));
-    EXPECT_EQ(dyn.Next().header.type, kEvent);
-    if (stopped) sender_.Send(MakeRequest(ZOR_MSG_SAFE_EXIT, "dyn"));
-    sender_.Send(MakeMessage(kType, "", "dyn"));
-    EXPECT_EQ(dyn.Next().header.type, kType) << "until it leaves it stays reachable";
-    dyn.Close();
-    AwaitCount(sender_, "dyn", 0);
-  }
-  const WireClient dyn = Client("dyn");
-  Tell(sender_, MakeRequest(kEvent));
-  EXPECT_TRUE(dyn.NothingArrived());
-  Subscribe(sender_, kEvent, "dyn");
-  Unsubscribe(sender_, kEvent, "dyn");
-  Tell(sender_, MakeRequest(kEvent));
-  EXPECT_TRUE(dyn.NothingArrived());
-}
-
 }  // namespace
 }  // namespace zor::test

@@ -21,20 +21,6 @@ void ExpectFrame(const BusPeer &client, const NotifyFrame &expected) {
   EXPECT_EQ(frame->Bytes(), expected.Bytes());
 }
 
-TEST_F(NotifyServerRouting, NotificationArrivesUnchangedButForItsSource) {
-  const BusPeer cms = Register(kCms);
-  const BusPeer web = Register(kWeb);
-  std::string longest(ZOR_NOTIFY_DATA_MAX, '\0');
-  for (size_t index = 0; index < longest.size(); ++index) longest[index] = static_cast<char>(index * 31 >> 5);
-  NotifyFrame sent = MakeAsync(kType, kDevice /* a lie */, kCms, longest.substr(0, 1000), longest.substr(1000));
-  sent.head.seq = 7;
-  sent.head.async_flag = 1;
-  web.Send(sent.Bytes());  // nobody reads at the other end yet: the server takes it all the same
-  Settle(web, kWeb);
-  sent.head.source_id = kWeb;
-  EXPECT_TRUE(ReceiveNotify(cms)->Bytes() == sent.Bytes());
-}
-
 TEST_F(NotifyServerRouting, RequestThatNobodyCanAnswerIsAnsweredWithoutDataAtOnce) {
   const BusPeer web = Register(kWeb);
   for (const uint32_t destination : {kCms, kWeb, ZOR_NOTIFY_MID_SERVER, 0u, 103u, 0xffffffffu}) {

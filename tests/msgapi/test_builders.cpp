@@ -81,24 +81,6 @@ TEST_F(OneCallSend, PutsTypeNumberDataAndBodyOnTheWire) {
   }
 }
 
-TEST_F(OneCallSend, AsksAboutOtherDaemonsWithAFullNameField) {
-  const std::string name("upnp\0\0\0\0\0\0\0\0", 12);
-  g_stMsgCtx.sequence = 0;
-  EXPECT_EQ(ZOR_MSG_SubscribeEventForOtherApp(0x2da05, nullptr), ZOR_OK);
-  EXPECT_EQ(ZOR_MSG_SubscribeEventForOtherApp(0x2da05, "upnp"), ZOR_OK);
-  EXPECT_EQ(ZOR_MSG_UnSubscribeEventForOtherApp(0x2da05, "upnp"), ZOR_OK);
-  bus_.peer.Send(MakeMessage(0x705, "", "tester", 3));
-  EXPECT_EQ(ZOR_MSG_GetNumOfProcesses("upnp"), 3u);
-  bus_.peer.Send(MakeMessage(0x108, "", "tester", 0x706));
-  EXPECT_EQ(ZOR_MSG_SafeExitProcesses("upnp"), ZOR_E_PEER_GONE);
-  for (const Message &expected :
-       {MakeMessage(0x702, "tester", "", 0x2da05, name), MakeMessage(0x703, "tester", "", 0x2da05, name),
-        MakeMessage(0x705, "tester", "", 0, name, 1), MakeMessage(0x706, "tester", "upnp", 0, "", 3),
-        MakeMessage(0x706, "tester", "", 0, name)}) {
-    EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), expected.Bytes());
-  }
-}
-
 // A pipe whose reading end tells whether any copy of the writing end is still open.
 struct Pipe {
   Pipe() {

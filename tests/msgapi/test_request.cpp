@@ -67,24 +67,6 @@ TEST_F(Requests, TakeTheFirstReplyOfTheirTypeAndSetEverythingElseAsideInOrder) {
   EXPECT_EQ(bus_.peer.ReceiveMessage()->header.sequence, g_stMsgCtx.sequence);
 }
 
-TEST_F(Requests, WithAnApplicationNameTakeRepliesFromItAloneAndTraceTheirWait) {
-  Capture output;
-  for (const char *module : {"track", "msg"}) ZOR_TRACE_SetPackageLevel(module, ZOR_TRACE_INFO);
-  Send(kType, 1, "impostor");
-  Send(kType, 2, "twelve-chars");  // fills the field, without a terminator
-  Send(kType, 3, "server");
-  ZOR_MSG_HEAD request = Request();
-  const Outcome outcome(ZOR_MSG_RecvResponseWithAppName, &request, 3000);
-  ASSERT_EQ(outcome.status, ZOR_OK);
-  EXPECT_EQ(outcome.reply->data, 3u);
-  EXPECT_THAT(SetAside(), ElementsAre(1, 2));
-  EXPECT_THAT(output.Text(),
-              AllOf(HasSubstr("[start sync 77:0x1234] recv resp msg from [server] now ..."),
-                    HasSubstr("Backup not matched msg type:[0x1234] app:[tester] data:[2] len:[0] dst:[tester] "
-                              "src:[twelve-chars] return 0."),
-                    HasSubstr("[end sync 77:0x1234] finish resp msg with 0x0, 2 msg queued.")));
-}
-
 TEST_F(Requests, EndWithATimeoutWhenTimeIsUpOrWithoutOneAtTheFirstOtherMessage) {
   for (const uint32_t timeoutMs : {60u, 0u}) {
     Send(kOther, timeoutMs);

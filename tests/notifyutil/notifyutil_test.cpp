@@ -77,17 +77,6 @@ TEST_F(NotifierTest, TheLastStatusCountsUnlessTheRunStopsOnAnError) {
   EXPECT_THAT(g_ran, ElementsAre(1, 2, 1));
 }
 
-TEST_F(NotifierTest, RefusesBadArgumentsAndClearsTheHandleFirst) {
-  auto *handle = Add(Record, 1, 1);
-  EXPECT_EQ(ZOR_UTIL_NotifierRegister(g_chain, nullptr, 1, 1, &handle), ZOR_E_ARGUMENT);
-  EXPECT_EQ(handle, nullptr);
-  EXPECT_EQ(ZOR_UTIL_NotifierInit(0, nullptr), ZOR_E_ARGUMENT);
-  EXPECT_EQ(ZOR_UTIL_NotifierDoNotifyEx(nullptr, 0, nullptr), ZOR_E_ARGUMENT);
-  ZOR_NOTIFIER_NODE foreign = {};
-  EXPECT_NE(ZOR_UTIL_NotifierUnRegister(g_chain, &foreign), ZOR_OK);
-  EXPECT_NE(ZOR_UTIL_NotifierUnRegister(g_chain, nullptr), ZOR_OK);
-}
-
 TEST_F(NotifierTest, ACallbackMayRemoveItselfOrTheNextOne) {
   auto *self = Add(RemoveVictim, 1, 1);
   auto *next = Add(Record, 2, 2);

@@ -39,18 +39,6 @@ TEST(InterfaceMac, FollowsTheRulesForEveryInterface) {
   }
 }
 
-TEST(InterfaceMac, AnOffsetOf14OrMoreLeavesTheOutputUntouched) {
-  const Mac base = {1, 2, 3, 4, 5, 6};
-  for (const uint32_t offset : {14u, 0xffffffffu}) {
-    Mac out = {9, 9, 9, 9, 9, 9};
-    EXPECT_EQ(ZOR_WLAN_IncreaseMacValByOffset(base.data(), offset, out.data(), out.size()), 1u);
-    EXPECT_EQ(out, (Mac{9, 9, 9, 9, 9, 9}));
-  }
-  Mac out = {};
-  EXPECT_EQ(ZOR_WLAN_IncreaseMacValByOffset(base.data(), 13, out.data(), out.size()), 0u);
-  EXPECT_EQ(out[5], 19);
-}
-
 TEST(InterfaceMac, TheTextRuleFillsOneCharacterACall) {
   char text[18] = "00:11:22:33:44:55";
   const char *expected[] = {"00:11:22:F3:44:55", "00:11:22:FF:44:55", "00:11:22:FF:F4:55", "00:11:22:FF:FF:55",
