@@ -6,13 +6,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <ctime>
 
+#include "base/child_signal.h"
 #include "base/list.h"
 #include "sdk/loop/clock.h"
 #include "sdk/loop/descriptor_set.h"
 #include "sdk/loop/io_pass.h"
 #include "sdk/loop/loop.h"
+#include "sdk/loop/process.h"
 #include "sdk/loop/watcher.h"
 
 namespace zor {
@@ -32,13 +36,28 @@ fd_set *NullIfEmpty(fd_set &set, std::int32_t maxFd) {
   return IsEmpty(set, maxFd) ? nullptr : &set;
 }
 
-// The kernel overwrites what it is given, so sets and time-out are copies.
-int Select(const UvLoop &loop, UvTime timeout, ReadySets &ready) {
+// The kernel overwrites the sets that it is given, so they are copies. The signal mask holds during the wait; null
+// leaves it as it is.
+int Select(const UvLoop &loop, UvTime timeout, ReadySets &ready, const sigset_t *mask = nullptr) {
   ready = {loop.readSet, loop.exceptSet, loop.writeSet};
-  struct timeval remaining = {timeout.seconds, timeout.microseconds};
+  const timespec remaining = {timeout.seconds, timeout.microseconds * 1000L};
   const std::int32_t maxFd = std::min(loop.maxFd, FD_SETSIZE - 1);
-  return ::select(maxFd + 1, NullIfEmpty(ready.readable, maxFd), NullIfEmpty(ready.writable, maxFd),
-                  NullIfEmpty(ready.exceptional, maxFd), &remaining);
+  return ::pselect(maxFd + 1, NullIfEmpty(ready.readable, maxFd), NullIfEmpty(ready.writable, maxFd),
+                   NullIfEmpty(ready.exceptional, maxFd), &remaining, mask);
+}
+
+// A child that ends between the idle pass, which finishes children, and the wait must not be forgotten for the length
+// of the wait: its signal is held back until the wait has begun.
+int SelectBesideChildren(const UvLoop &loop, UvTime timeout, ReadySets &ready) {
+  const ChildSignalBlock block;
+  if (!HasReapedChild(loop)) return Select(loop, timeout, ready, &block.before());
+  errno = EINTR;
+  return -1;
+}
+
+// Hooks may have added children since the survey.
+bool MayHaveChildren(const UvLoop &loop, const Survey &survey) {
+  return loop.processIdle != nullptr && ((survey.flags & UV_WATCHER_PROCESS) != 0 || survey.changes != listChanges);
 }
 
 // Whether no timer is due before the idle period ends. Compares whole seconds only.
@@ -120,7 +139,7 @@ std::uint32_t WaitAndDispatch(UvLoop &loop, const Survey &survey) noexcept {
   UvTime wait = kForcedWait;
   if (loop.forcedEvents == nullptr) wait = loop.selectTimeout = Normalised(loop.selectTimeout);
   ReadySets ready;
-  const int count = Select(loop, wait, ready);
+  const int count = MayHaveChildren(loop, survey) ? SelectBesideChildren(loop, wait, ready) : Select(loop, wait, ready);
   if (count < 0) return OnFailure(loop, errno);
   if (count == 0) return OnTimeOut(loop, mayEndRun);
   OnReady(loop, survey, ready);

@@ -1,0 +1,61 @@
+// What the parts of a spawn share. A child is forked first and set up in the fork; it waits at a gate until the parent
+// has written its process id down, so that its end is never reaped by a handler that does not know it yet.
+#ifndef SDK_LOOP_PROCESS_H
+#define SDK_LOOP_PROCESS_H
+
+#include <zor/uv_process.h>
+
+#include <array>
+#include <cstdint>
+
+#include "base/unique_fd.h"
+
+// Receives the status of a child that no process watcher claims.
+struct UvWaitRecord {
+  std::int32_t pid;
+  std::int32_t status;
+};
+
+// Reaps every child that has ended. Async-signal-safe. The record may be null.
+extern "C" void uvProcessWaitpid(UvWaitRecord *record);
+
+namespace zor {
+
+// A pipe that holds the child back: nothing goes through it but the end of file.
+class StartGate {
+ public:
+  bool Make() noexcept;
+  int childEnd() const noexcept { return childEnd_.get(); }
+  // In the parent, before and after its bookkeeping.
+  void LeaveToChild() noexcept { childEnd_.reset(); }
+  void Open() noexcept { parentEnd_.reset(); }
+  // In the child.
+  void LeaveToParent() noexcept { parentEnd_.reset(); }
+  void Wait() const noexcept;
+
+ private:
+  UniqueFd childEnd_;
+  UniqueFd parentEnd_;
+};
+
+// The child's ends of the redirected standard streams; none of them is a standard stream itself.
+using ChildStreams = std::array<UniqueFd, 3>;
+
+// Makes the pipes that the options ask for, with watchers of the process's loop at our ends. On failure the watchers
+// made so far stay for DeleteStreams.
+bool MakeStreams(UvProcess &process, const UvProcessOptions &options, ChildStreams &childEnds) noexcept;
+void DeleteStreams(UvProcess &process) noexcept;
+
+// What the fork does: it becomes the program, or ends with 127.
+[[noreturn]] void RunChild(const UvProcessOptions &options, const UvLoop &loop, StartGate &gate,
+                           const ChildStreams &streams) noexcept;
+
+// Makes the loop finish its children; false when it cannot.
+bool EnsureChildrenAreFinished(UvLoop &loop) noexcept;
+
+// Whether a child of the loop has been reaped and waits for the idle pass to finish it.
+bool HasReapedChild(const UvLoop &loop) noexcept;
+
+}  // namespace zor
+
+#endif
