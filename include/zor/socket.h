@@ -59,10 +59,10 @@ ZOR_API void ZOR_UTIL_RegNameResolveFunc(ZOR_NAME_RESOLVE_FUNC resolve);
  * Resolves a host name or address to stream addresses with that port; may block as long as the system's resolver. The
  * hint is for the registered resolver alone, and may be null. With the parameter ZOR_PARA_IPV6_ENABLED 1, IPv6
  * addresses come first, the IPv4 ones behind them; else, and for an IPv4 address, there are only IPv4 ones. A lookup
- * that fails for now is tried once more. Returns 0; ZOR_E_ARGUMENT for a null host or outList; ZOR_E_IO when the last
- * lookup, that of the IPv4 addresses, failed: *outList may hold IPv6 addresses then. Otherwise *outList is null on
- * failure. Release the list in every case. Prints
- * "[spdn]ZOR_UTIL_UpRootPrivileges failed", without a line end, and goes on when privileges cannot be raised.
+ * that fails for now is tried once more.
+ * Returns 0; ZOR_E_ARGUMENT for a null host or outList; ZOR_E_IO when the last lookup, that of the IPv4 addresses,
+ * failed: *outList may hold IPv6 addresses then. Otherwise *outList is null on failure. Release the list in every case.
+ * Prints "[spdn]ZOR_UTIL_UpRootPrivileges failed", without a line end, and goes on when privileges cannot be raised.
  */
 ZOR_API uint32_t ZOR_UTIL_GetIpAddresses(const char *host, const struct addrinfo *hint, uint16_t port,
                                          struct addrinfo **outList);

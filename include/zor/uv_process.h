@@ -3,9 +3,9 @@
  * standard streams; one that the daemon waits for; and command lines that run under the account of their program.
  *
  * 1. Children are spawned on the default loop (while a synchronous spawn runs, its private loop): on any other, their
- * end is not noticed. The first spawn installs a handler of SIGCHLD that waits for every child of the process, whoever
- *    started it. Whoever waits for a child without the loop blocks SIGCHLD from before the fork until the wait has
- * ended.
+ *    end is not noticed. The first spawn installs a handler of SIGCHLD that waits for every child of the process,
+ *    whoever started it. Whoever waits for a child without the loop blocks SIGCHLD from before the fork until the wait
+ *    has ended.
  * 2. A child that has ended is reaped in the handler and finished in the next idle pass of the loop: its redirected
  *    streams are drained, its exit callback is called, and its record is freed at the next sweep. Nobody may use the
  *    record after the exit callback.
