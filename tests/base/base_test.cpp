@@ -41,16 +41,16 @@ TEST(AllocationGuard, RefusesNothingAndTooMuchWithALine) {
 }
 
 TEST(AllocationGuard, AllowsItsLimitAndLeavesZerosBehindEveryBlock) {
-  const auto allZero = [](const char *from, uint64_t count) {
+  const auto allZero = [](const char *from, size_t count) {
     return std::all_of(from, from + count, [](char c) { return c == 0; });
   };
-  for (const uint64_t size : {uint64_t{3}, uint64_t{ZOR_ALLOC_MAX}}) {
+  for (const size_t size : {size_t{3}, size_t{ZOR_ALLOC_MAX}}) {
     const MallocPtr<char> plain(static_cast<char *>(GuardedAlloc(size)));
     EXPECT_TRUE(allZero(plain.get() + size, 16));
     const MallocPtr<char> zeroed(static_cast<char *>(GuardedCalloc(size)));
     EXPECT_TRUE(allZero(zeroed.get(), size + 16));
     const MallocPtr<char> grown = GuardedRegrow(Text("abcd"), 4, size);
-    const uint64_t kept = std::min<uint64_t>(size, 4);
+    const size_t kept = std::min<size_t>(size, 4);
     EXPECT_EQ(std::memcmp(grown.get(), "abcd", kept), 0);
     EXPECT_TRUE(allZero(grown.get() + kept, size - kept + 16));
   }
