@@ -36,8 +36,10 @@ TEST(Server, IsBoundToAnAddressOrADeviceAndToAnyAddressWhenThereIsNoSuchDevice) 
       {"no device", 0, "0.0.0.0 "},  {"a name that no device can have", 0, "0.0.0.0 "}, {"192.0.2.1", 0, "none"},
   };
   for (const auto &each : cases) {
-    const Capture output;
-    const UniqueFd server(ZOR_UTIL_SocketCreateServerEx(each.where, 0, each.flags, "lo"));
+    const UniqueFd server = [&each] {
+      const Capture output;
+      return UniqueFd(ZOR_UTIL_SocketCreateServerEx(each.where, 0, each.flags, "lo"));
+    }();
     EXPECT_EQ(PlaceOf(server.get()), each.place);
     EXPECT_TRUE(!server.valid() || ::fcntl(server.get(), F_GETFD) == FD_CLOEXEC);
   }
