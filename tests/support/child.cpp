@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +17,23 @@ namespace zor::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// The command that runs programs of another machine; empty when the programs are this machine's.
+constexpr const char *kEmulator[] = {ZOR_TEST_EMULATOR nullptr};
+
+// Nothing that the kernel can run itself goes through the emulator: the shell is this machine's in every build.
+[[noreturn]] void Execute(const std::vector<std::string> &arguments) {
+  std::vector<char *> argv;
+  for (const char *word : kEmulator) {
+    if (word != nullptr) argv.push_back(const_cast<char *>(word));
+  }
+  const size_t own = argv.size();
+  for (const std::string &argument : arguments) argv.push_back(const_cast<char *>(argument.c_str()));
+  argv.push_back(nullptr);
+  ::execv(argv[own], argv.data() + own);
+  if (errno == ENOEXEC) ::execvp(argv[0], argv.data());
+  ::_exit(127);
+}
 
 int MillisecondsUntil(Clock::time_point end) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
@@ -41,11 +59,7 @@ Child Child::Program(const std::vector<std::string> &arguments) {
   if (pid == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::dup2(ends[1], 1);
-    std::vector<char *> argv;
-    for (const std::string &argument : arguments) argv.push_back(const_cast<char *>(argument.c_str()));
-    argv.push_back(nullptr);
-    ::execvp(argv[0], argv.data());
-    ::_exit(127);
+    Execute(arguments);
   }
   ::close(ends[1]);
   return {pid, ends[0]};
