@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the servers and the example daemons, runs them in a fresh ZOR_ROOT and shows them talking. The exit status is 0
 # only when everything that the examples do was seen to work. Needs Debian 12, and root only when packages are missing.
+# Usage: demo.sh [PRESET [EMULATOR...]]   (EMULATOR: the command that runs programs of another machine)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -18,10 +19,12 @@ expect() { # WHAT COMMAND...: the command must succeed
 
 say 'packages and build'
 scripts/setup.sh demo
-build=build/release
+preset=${1:-release}
+emulator=("${@:2}")
+build=build/$preset
 programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper devices codecs)
 mkdir -p build
-{ cmake --preset release && cmake --build --preset release --target "${programs[@]}"; } \
+{ cmake --preset "$preset" && cmake --build --preset "$preset" --target "${programs[@]}"; } \
   >build/demo.log 2>&1 || {
   cat build/demo.log
   fail 'build'
@@ -42,10 +45,10 @@ trap clean_up EXIT
 
 is_running() { kill -0 "${pids[$1]}" 2>/dev/null; }
 
-start() { # NAME READY-TEXT COMMAND...: runs it in the background, its output in NAME.out
+start() { # NAME READY-TEXT PROGRAM ARGUMENT...: runs it in the background, its output in NAME.out
   local out=$ZOR_ROOT/$1.out
   : >"$out"
-  "${@:3}" >>"$out" 2>&1 &
+  "${emulator[@]}" "$build/$3" "${@:4}" >>"$out" 2>&1 &
   pids[$1]=$!
   for _ in $(seq 200); do
     if grep -qF "$2" "$out"; then return; fi
@@ -70,28 +73,28 @@ cat >"$ZOR_ROOT/msgsvr.conf" <<'SETTINGS'
 trace.cms = demo=info
 trace.web = demo=info
 SETTINGS
-start msgsvr 'msgsvr: listening on /var/msgsvr' "$build/daemons/msgsvr/msgsvr" --settings "$ZOR_ROOT/msgsvr.conf"
-start notifyserver 'notifyserver: listening on /var/run/notify/notifyserver' "$build/daemons/notifyserver/notifyserver"
-start mlogserver 'mlogserver: listening on /var/mlog/mlogServer' "$build/daemons/mlogserver/mlogserver"
+start msgsvr 'msgsvr: listening on /var/msgsvr' daemons/msgsvr/msgsvr --settings "$ZOR_ROOT/msgsvr.conf"
+start notifyserver 'notifyserver: listening on /var/run/notify/notifyserver' daemons/notifyserver/notifyserver
+start mlogserver 'mlogserver: listening on /var/mlog/mlogServer' daemons/mlogserver/mlogserver
 servers=(msgsvr notifyserver mlogserver)
 for server in "${servers[@]}"; do cat "$ZOR_ROOT/$server.out"; done
 
 say 'two daemons talk (lines of the provider begin with "cms:")'
 transcript=$ZOR_ROOT/provider.out
-start provider 'cms: registered' "$build/examples/provider"
+start provider 'cms: registered' examples/provider
 consumer_status=0
-timeout 60 "$build/examples/consumer" >>"$transcript" 2>&1 || consumer_status=$?
+timeout 60 "${emulator[@]}" "$build/examples/consumer" >>"$transcript" 2>&1 || consumer_status=$?
 tr -d '\r' <"$transcript"
 [ "$consumer_status" -eq 0 ] || fail "the consumer ended with status $consumer_status"
 
 expect 'the provider has exited as it was asked to' ended_well provider
 
 say "the system's own daemons serve a third one"
-start cms 'cms: on the bus' "$build/daemons/cms/cms"
-start syslogd 'syslogd: on the bus' "$build/daemons/syslogd/syslogd"
-start login_keeper 'lctrl: on the bus' "$build/examples/login_keeper"
-timeout 60 "$build/examples/services" 2>&1 | tr -d '\r' || fail 'the services'
-"$build/examples/devices" | tee "$ZOR_ROOT/devices.out" || fail 'reading the device list'
+start cms 'cms: on the bus' daemons/cms/cms
+start syslogd 'syslogd: on the bus' daemons/syslogd/syslogd
+start login_keeper 'lctrl: on the bus' examples/login_keeper
+timeout 60 "${emulator[@]}" "$build/examples/services" 2>&1 | tr -d '\r' || fail 'the services'
+"${emulator[@]}" "$build/examples/devices" | tee "$ZOR_ROOT/devices.out" || fail 'reading the device list'
 expect 'another process has read the device list' \
   grep -qFx 'device **11**AA**CC: state 23, 4096 bytes loaded' "$ZOR_ROOT/devices.out"
 for daemon in cms syslogd login_keeper; do
@@ -100,7 +103,7 @@ for daemon in cms syslogd login_keeper; do
 done
 
 say 'a tour of the codecs'
-"$build/examples/codecs" || fail 'the codecs'
+"${emulator[@]}" "$build/examples/codecs" || fail 'the codecs'
 
 say 'what is left'
 for server in "${servers[@]}"; do
