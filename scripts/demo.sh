@@ -22,7 +22,7 @@ scripts/setup.sh demo
 preset=${1:-release}
 emulator=("${@:2}")
 build=build/$preset
-programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper devices codecs)
+programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper devices codecs processes)
 mkdir -p build
 { cmake --preset "$preset" && cmake --build --preset "$preset" --target "${programs[@]}"; } \
   >build/demo.log 2>&1 || {
@@ -101,6 +101,9 @@ for daemon in cms syslogd login_keeper; do
   kill -TERM "${pids[$daemon]}"
   expect "$daemon has stopped cleanly" ended_well "$daemon"
 done
+
+say 'children, commands and server sockets'
+"$build/examples/processes" 2>&1 | tr -d '\r' || fail 'the processes'
 
 say 'a tour of the codecs'
 "${emulator[@]}" "$build/examples/codecs" || fail 'the codecs'
