@@ -60,7 +60,7 @@ struct Content {
   bool Grow(size_t size) {
     auto *grown = static_cast<char *>(std::realloc(bytes.get(), size + 1));
     if (grown == nullptr) return false;
-    bytes.release();
+    static_cast<void>(bytes.release());  // realloc has freed or moved it
     bytes.reset(grown);
     capacity = size;
     return true;

@@ -125,31 +125,5 @@ TEST_F(MlogClient, SetsStatisticsCutToTheirFieldsAndGetsThemAsFarAsTheyFit) {
   }
 }
 
-// Stands for the netlink socket: what is sent without an address arrives at the other end.
-TEST(MlogNetlink, TakesPaddedStatisticsBehindTheirHeadersAndReturnsWholeRecordsOnly) {
-  SocketPair pair;
-  const int near = pair.near.fd();
-  for (const uint32_t length : {0u, 3u, 516u}) {
-    const nlmsghdr header = {length + 16, 3, 0, 0, static_cast<uint32_t>(::getpid())};
-    const std::string data(length, 'd');
-    ASSERT_EQ(stat_netlink_send(near, length == 0 ? nullptr : data.data(), length), 0);
-    std::string expected = std::string(reinterpret_cast<const char *>(&header), sizeof header) + data;
-    expected.resize((expected.size() + 3) / 4 * 4);
-    EXPECT_EQ(pair.far.Receive(expected.size()), expected);
-  }
-  const Capture output;
-  EXPECT_EQ(stat_netlink_send(near, "", 0x800000 - 15), -1);
-  EXPECT_EQ(stat_netlink_send(near, "", 0xffffffff), -1) << "the size must not wrap to a small one";
-  EXPECT_TRUE(pair.far.NothingArrived());
-
-  const std::string packet(532, 'r');
-  pair.far.Send(packet);
-  ZOR_MLOG_STAT stat = {};
-  EXPECT_EQ(stat_netlink_receive(near, &stat), 0);
-  EXPECT_EQ(memcmp(&stat, packet.data() + 16, sizeof stat), 0);
-  pair.far.Send(packet.substr(0, 20));
-  EXPECT_EQ(stat_netlink_receive(near, &stat), -1);
-}
-
 }  // namespace
 }  // namespace zor::test

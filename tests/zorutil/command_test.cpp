@@ -26,22 +26,6 @@ int32_t ZOR_UTIL_ForkProcessSys(const char *command, int32_t timeLimitMs, int32_
 namespace zor::test {
 namespace {
 
-TEST(Command, IsRecordedInsteadOfRun) {
-  const TempRoot root;
-  const std::string path = root.Path("/record");
-  const std::string command = "touch " + root.Path("/trace");
-  ZOR_EXEC_CTX context = {ZOR_EXEC_RECORD, path.c_str()};
-  g_pstExecCtx = &context;
-  EXPECT_EQ(ZOR_UTIL_ExecCmdNoHang(command.c_str()), 0);
-  std::ifstream file(path);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), command + "\n");
-  EXPECT_FALSE(std::ifstream(root.Path("/trace")).is_open());
-  const Capture output;
-  context.recordPath = nullptr;
-  EXPECT_EQ(ZOR_UTIL_ExecCmdNoHang("exit 3"), 0) << "nor when it cannot be recorded";
-  g_pstExecCtx = nullptr;
-}
-
 // The time limit is the caller's to enforce: the command must neither stay nor become a zombie.
 TEST(Command, ThatHangsIsKilledAndReaped) {
   impatient = true;
