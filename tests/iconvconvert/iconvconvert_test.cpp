@@ -40,12 +40,25 @@ TEST(Charset, MeasuresAndConvertsAlikeAlsoBadInputButNothingAboveTheAllocationLi
   EXPECT_EQ(std::string(converted.get(), produced), "a" + std::string(5000, 'b'));
   EXPECT_EQ(ZOR_NLS_ConvertString("utf8", "\xff", 1, "utf8", &produced), nullptr);
   EXPECT_EQ(produced, 0u);
+  EXPECT_STREQ(Text(ZOR_NLS_ConvertString("utf-16le", "a\0\0\xe0", 4, "cp936", &produced)).get(), "a");
+  EXPECT_EQ(produced, 1u) << "refused input behind an output that is full";
   EXPECT_STREQ(Text(ZOR_NLS_IconvConvert(kHelloUtf8, "cp936", "utf8")).get(), kHelloGbk);
   const std::string huge(0x800000 / 2 + 1, '\xe9');
   zor::test::Capture out;
   EXPECT_EQ(ZOR_NLS_ConvertString("iso8859-1", huge.data(), static_cast<uint32_t>(huge.size()), "utf8", nullptr),
             nullptr);
   EXPECT_EQ(out.Text(), "error: not host tool, but malloc 4M, return NULL, malloc len=8388610\n");
+}
+
+TEST(Charset, CountsTheShiftBackOfAStatefulSetWhereverThePiecesOfMeasuringEnd) {
+  for (int characters = 500; characters < 520; ++characters) {
+    std::string text;
+    for (int i = 0; i < characters; ++i) text += "\xe3\x81\x82";
+    uint32_t produced = 0;
+    const Text converted(
+        ZOR_NLS_ConvertString("utf8", text.data(), static_cast<uint32_t>(text.size()), "iso-2022-jp", &produced));
+    EXPECT_EQ(produced, 3u + 2u * static_cast<uint32_t>(characters) + 3u);
+  }
 }
 
 TEST(Charset, TellsUtf8OfUpToThreeBytes) {

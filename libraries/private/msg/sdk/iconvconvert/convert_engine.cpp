@@ -94,37 +94,36 @@ class Iconv {
   iconv_t handle_;
 };
 
-// Where converted bytes go: a caller's buffer, or a small one that is only counted.
+// Takes the converted bytes in pieces and hands them on to the caller's buffer, or only counts them. iconv
+// does not write there itself: it wants room even to refuse input, so a buffer of the measured size would not do.
 class Sink {
  public:
-  Sink(char *output, std::uint32_t size) noexcept : measuring_(output == nullptr), at_(output), left_(size) { Flush(); }
+  Sink(char *output, std::uint32_t size) noexcept : output_(output), size_(size) {}
 
   char **at() noexcept { return &at_; }
   std::size_t *left() noexcept { return &left_; }
-  std::uint64_t length() const noexcept { return flushed_ + static_cast<std::uint64_t>(at_ - start_); }
+  std::uint64_t length() const noexcept { return length_; }
 
-  // Makes room when only measuring; false when the caller's buffer is full.
-  bool MakeRoom() noexcept {
-    if (measuring_) Flush();
-    return measuring_;
+  // Hands the piece on; false when the caller's buffer is too small for it.
+  bool Flush() noexcept {
+    const std::size_t count = piece_.size() - left_;
+    if (output_ != nullptr) {
+      if (count > size_ - length_) return false;
+      std::memcpy(output_ + length_, piece_.data(), count);
+    }
+    length_ += count;
+    at_ = piece_.data();
+    left_ = piece_.size();
+    return true;
   }
 
  private:
-  void Flush() noexcept {
-    if (start_ != nullptr) flushed_ = length();
-    if (measuring_) {
-      at_ = scratch_.data();
-      left_ = scratch_.size();
-    }
-    start_ = at_;
-  }
-
-  bool measuring_;
-  char *start_ = nullptr;
-  char *at_;
-  std::size_t left_;
-  std::uint64_t flushed_ = 0;
-  std::array<char, 1024> scratch_;
+  char *output_;
+  std::uint64_t size_;
+  std::uint64_t length_ = 0;
+  std::array<char, 1024> piece_;
+  char *at_ = piece_.data();
+  std::size_t left_ = piece_.size();
 };
 
 std::optional<Conversion> ConvertByIconv(const SetName &source, const SetName &target, std::string_view input,
@@ -136,14 +135,18 @@ std::optional<Conversion> ConvertByIconv(const SetName &source, const SetName &t
   auto *from = const_cast<char *>(input.data());
   for (std::size_t left = input.size(); left > 0;) {
     const int error = iconv.Step(&from, &left, sink.at(), sink.left());
-    if (error == E2BIG && !sink.MakeRoom()) return std::nullopt;
+    if (error == E2BIG && !sink.Flush()) return std::nullopt;
     if (error == 0 || error == E2BIG) continue;
     incomplete = true;
     if (error != EILSEQ) break;  // a sequence that the end of the input cuts
     ++from;
     --left;
   }
-  if (iconv.Step(nullptr, nullptr, sink.at(), sink.left()) == E2BIG && !sink.MakeRoom()) return std::nullopt;
+  // A stateful set ends in a shift back, which may need room of its own.
+  while (iconv.Step(nullptr, nullptr, sink.at(), sink.left()) == E2BIG) {
+    if (!sink.Flush()) return std::nullopt;
+  }
+  if (!sink.Flush()) return std::nullopt;
   return Conversion{sink.length(), incomplete};
 }
 
