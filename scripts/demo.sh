@@ -103,7 +103,7 @@ for daemon in cms syslogd login_keeper; do
 done
 
 say 'children, commands and server sockets'
-"$build/examples/processes" 2>&1 | tr -d '\r' || fail 'the processes'
+"${emulator[@]}" "$build/examples/processes" 2>&1 | tr -d '\r' || fail 'the processes'
 
 say 'a tour of the codecs'
 "${emulator[@]}" "$build/examples/codecs" || fail 'the codecs'
