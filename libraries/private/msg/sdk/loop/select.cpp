@@ -60,6 +60,10 @@ bool MayHaveChildren(const UvLoop &loop, const Survey &survey) {
   return loop.processIdle != nullptr && ((survey.flags & UV_WATCHER_PROCESS) != 0 || survey.changes != listChanges);
 }
 
+int Wait(const UvLoop &loop, const Survey &survey, UvTime timeout, ReadySets &ready) {
+  return MayHaveChildren(loop, survey) ? SelectBesideChildren(loop, timeout, ready) : Select(loop, timeout, ready);
+}
+
 // Whether no timer is due before the idle period ends. Compares whole seconds only.
 bool MayEndRun(const UvLoop &loop) {
   return loop.idleTimeMs != 0 && FromMilliseconds(loop.idleTimeMs).seconds <= loop.selectTimeout.seconds;
@@ -105,9 +109,9 @@ void DropBadBits(UvLoop &loop) {
   }
 }
 
-std::uint32_t OnTimeOut(UvLoop &loop, bool mayEndRun) {
+std::uint32_t OnTimeOut(UvLoop &loop, const Survey &survey, bool mayEndRun) {
   ReadySets ready;
-  if (mayEndRun && Select(loop, kLastLook, ready) == 0) return ZOR_E_TIMEOUT;
+  if (mayEndRun && Wait(loop, survey, kLastLook, ready) == 0) return ZOR_E_TIMEOUT;
   RunForcedEvents(loop);
   Sweep(loop);
   return ZOR_OK;
@@ -136,12 +140,12 @@ void OnReady(UvLoop &loop, const Survey &survey, const ReadySets &ready) {
 
 std::uint32_t WaitAndDispatch(UvLoop &loop, const Survey &survey) noexcept {
   const bool mayEndRun = MayEndRun(loop);
-  UvTime wait = kForcedWait;
-  if (loop.forcedEvents == nullptr) wait = loop.selectTimeout = Normalised(loop.selectTimeout);
+  UvTime timeout = kForcedWait;
+  if (loop.forcedEvents == nullptr) timeout = loop.selectTimeout = Normalised(loop.selectTimeout);
   ReadySets ready;
-  const int count = MayHaveChildren(loop, survey) ? SelectBesideChildren(loop, wait, ready) : Select(loop, wait, ready);
+  const int count = Wait(loop, survey, timeout, ready);
   if (count < 0) return OnFailure(loop, errno);
-  if (count == 0) return OnTimeOut(loop, mayEndRun);
+  if (count == 0) return OnTimeOut(loop, survey, mayEndRun);
   OnReady(loop, survey, ready);
   return ZOR_OK;
 }
