@@ -4,7 +4,7 @@
  *
  * Conventions:
  * 1. Set names are those of the platform's conversion device ("utf8", "cp936", "cp950", "iso8859-1", ...), cut to 31
- *    characters. Where there is no such device the C library's iconv stands in: bytes that cannot be converted are left
+ *    characters. Where there is no such device the C library's iconv stands in: what cannot be converted is left
  *    out, and a name that iconv does not know is a failure.
  * 2. A returned text or buffer is a malloc block that the caller frees, unless the comment says otherwise.
  * 3. The cl_ functions take output buffers of the caller's and an in/out length: on entry the room, on return what was

@@ -42,6 +42,8 @@ TEST(Charset, MeasuresAndConvertsAlikeAlsoBadInputButNothingAboveTheAllocationLi
   EXPECT_EQ(produced, 0u);
   EXPECT_STREQ(Text(ZOR_NLS_ConvertString("utf-16le", "a\0\0\xe0", 4, "cp936", &produced)).get(), "a");
   EXPECT_EQ(produced, 1u) << "refused input behind an output that is full";
+  EXPECT_STREQ(Text(ZOR_NLS_ConvertString("utf-16le", "a\0\0\xe0z\0\0", 8, "cp936", nullptr)).get(), "az")
+      << "refused characters are left out whole";
   EXPECT_STREQ(Text(ZOR_NLS_IconvConvert(kHelloUtf8, "cp936", "utf8")).get(), kHelloGbk);
   const std::string huge(0x800000 / 2 + 1, '\xe9');
   zor::test::Capture out;

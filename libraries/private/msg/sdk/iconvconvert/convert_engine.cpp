@@ -94,8 +94,8 @@ class Iconv {
   iconv_t handle_;
 };
 
-// Takes the converted bytes in pieces and hands them on to the caller's buffer, or only counts them. iconv
-// does not write there itself: it wants room even to refuse input, so a buffer of the measured size would not do.
+// Takes the converted bytes in pieces and hands them on to the caller's buffer, or only counts them. iconv does not
+// write there itself: it wants room even to refuse input, so a buffer of the measured size would not do.
 class Sink {
  public:
   Sink(char *output, std::uint32_t size) noexcept : output_(output), size_(size) {}
@@ -126,10 +126,23 @@ class Sink {
   std::size_t left_ = piece_.size();
 };
 
+// The bytes of input to leave out: a whole character where one stands that only the target set lacks, so that the next
+// one is met at its first byte; else a single byte.
+std::size_t RefusedLength(Iconv &decoder, char *from, std::size_t left) {
+  alignas(wchar_t) std::array<char, sizeof(wchar_t)> character;
+  char *to = character.data();
+  std::size_t room = character.size();
+  const char *start = from;
+  decoder.Step(nullptr, nullptr, nullptr, nullptr);
+  decoder.Step(&from, &left, &to, &room);
+  return from == start ? 1 : static_cast<std::size_t>(from - start);
+}
+
 std::optional<Conversion> ConvertByIconv(const SetName &source, const SetName &target, std::string_view input,
                                          char *output, std::uint32_t size) {
   Iconv iconv(source, target);
-  if (!iconv.valid()) return std::nullopt;
+  Iconv decoder(source, CutName("wchar_t"));
+  if (!iconv.valid() || !decoder.valid()) return std::nullopt;
   Sink sink(output, size);
   bool incomplete = false;
   auto *from = const_cast<char *>(input.data());
@@ -139,8 +152,9 @@ std::optional<Conversion> ConvertByIconv(const SetName &source, const SetName &t
     if (error == 0 || error == E2BIG) continue;
     incomplete = true;
     if (error != EILSEQ) break;  // a sequence that the end of the input cuts
-    ++from;
-    --left;
+    const std::size_t refused = RefusedLength(decoder, from, left);
+    from += refused;
+    left -= refused;
   }
   // A stateful set ends in a shift back, which may need room of its own.
   while (iconv.Step(nullptr, nullptr, sink.at(), sink.left()) == E2BIG) {
