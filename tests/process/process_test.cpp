@@ -161,6 +161,27 @@ TEST_F(Process, IsNotWaitedForLongerBecauseOthersKeepItsPipe) {
   EXPECT_EQ(flood.Run(), "exit 0");
 }
 
+TEST_F(Process, HasItsOutputReadToTheEndWithoutASpareDescriptor) {
+  static bool ended;
+  Shell shell("echo out", UV_PROCESS_STDOUT);
+  shell.options.outputCallback = [](UvProcess *process, UvIO *stream, uint32_t streamId) {
+    Shell::OnOutput(process, stream, streamId);
+    ended = process->stdio[1] == nullptr;
+  };
+  shell.onExit = [] { ZOR_UV_LoopStop(mainLoop); };
+  ASSERT_EQ(shell.Spawn(), ZOR_OK);
+  EXPECT_TRUE(WaitUntil([&] { return shell.process->exited != 0; }));
+  rlimit limit;
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlim_t soft = std::exchange(limit.rlim_cur, 3);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(ZOR_UV_LoopRun(nullptr, 0), ZOR_OK);
+  limit.rlim_cur = soft;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(shell.out, "out\n");
+}
+
 TEST_F(Process, HasDescriptorsClosedUpToTheLoopsHighest) {
   for (const int fd : {10, 11, 50, 51}) ASSERT_EQ(::dup2(2, fd), fd);
   const char *script = "n=0; for i in 10 11 50 51; do n=$((2*n)); [ -e /proc/$$/fd/$i ] && n=$((n+1)); done; exit $n";

@@ -2,6 +2,7 @@
 // rest. The handler may interrupt a change of the watcher list: watchers are linked and unlinked by one store of a
 // pointer each, and freed only after that, so what it walks is always a list.
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <zor/trace.h>
@@ -63,8 +64,15 @@ int BytesIn(int fd) {
   return ::ioctl(fd, FIONREAD, &bytes) == 0 ? bytes : 0;
 }
 
+// Whether the pipe is empty and nobody has it open any more.
+bool IsAtEnd(int fd) {
+  pollfd polled = {fd, POLLIN, 0};
+  return ::poll(&polled, 1, 0) == 1 && polled.revents == POLLHUP;
+}
+
 // Whoever else has the pipe open could keep its reader waiting for ever, so the reader gets an empty file in its place.
 bool GiveEndOfFile(int fd) {
+  if (IsAtEnd(fd)) return true;
   const UniqueFd empty(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   return empty.valid() && ::dup3(empty.get(), fd, O_CLOEXEC) == fd;
 }
