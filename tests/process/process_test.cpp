@@ -251,17 +251,6 @@ TEST_F(Process, ThatCannotBeSpawnedLeavesNothingOpen) {
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
-TEST_F(Process, OfOthersIsLeftToARecord) {
-  std::signal(SIGCHLD, SIG_DFL);
-  const Child other = Child::Function([] { return 8; });
-  UvWaitRecord record = {other.pid(), -1};
-  EXPECT_TRUE(WaitUntil([&] {
-    uvProcessWaitpid(&record);
-    return record.status != -1;
-  }));
-  EXPECT_EQ(record.status, W_EXITCODE(8, 0));
-}
-
 TEST_F(Process, IsRunToItsEndByASynchronousSpawn) {
   const struct {
     const char *script;

@@ -61,14 +61,5 @@ TEST_F(Lookup, SeesTheArgumentsPutTogetherUpToALimit) {
   for (const auto &each : cases) EXPECT_THAT(Find(each.name), ElementsAre(each.pid)) << each.name;
 }
 
-TEST_F(Lookup, ForOnePidDropsTheBlanksOfTheName) {
-  Start({token_});
-  const auto spread = token_.substr(0, 3) + "  " + token_.substr(3) + " ";
-  EXPECT_EQ(ZOR_UTIL_GetPid(spread.c_str()), children_[0].pid());
-  EXPECT_EQ(ZOR_UTIL_GetPid((token_ + std::string(239 - token_.size(), ' ')).c_str()), children_[0].pid());
-  EXPECT_EQ(ZOR_UTIL_GetPid((token_ + std::string(240 - token_.size(), ' ')).c_str()), 0);
-  EXPECT_EQ(ZOR_UTIL_GetPid((token_ + "-").c_str()), -1);
-}
-
 }  // namespace
 }  // namespace zor::test
