@@ -64,7 +64,7 @@ void KilledChild() {
 }
 
 void Commands() {
-  Check(ZOR_UTIL_ExecCmd_ByTime("sleep 30", 1) == -1, "command: cut off after its second");
+  Check(ZOR_UTIL_ExecCmd_ByTime("exec sleep 30", 1) == -1, "command: cut off after its second");
 
   char record[PATH_MAX];
   ZOR_UTIL_FixedPath("/var/commands", record, sizeof record);
