@@ -59,6 +59,7 @@ TEST(InterfaceMac, TooLittleRoomOrANullFailsAndTouchesNothing) {
   char text[18] = "00:11:22:33:44:55";
   EXPECT_EQ(ZOR_WLAN_GetWlanUpIntfMacFromBaseMac(mac.data(), mac.data(), 5), 1u);
   EXPECT_EQ(ZOR_WLAN_GetWlanMacFromBaseMac(nullptr, mac.data(), 6), 1u);
+  EXPECT_EQ(ZOR_WLAN_IncreaseMacValByOffset(mac.data(), 14, mac.data(), 6), 1u);
   EXPECT_EQ(ZOR_WLAN_GetWlan5gDownHiddenIntfMacFrom5gMainMac(text, text, 17), 1u);
   EXPECT_EQ(mac, Mac{});
   EXPECT_STREQ(text, "00:11:22:33:44:55");

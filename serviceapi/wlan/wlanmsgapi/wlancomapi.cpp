@@ -43,21 +43,21 @@ void WriteMac(const uint8_t *vendor, uint32_t number, uint8_t *output) {
   std::memcpy(output, mac.data(), mac.size());
 }
 
-// An address at a distance from the WLAN MAC.
-uint32_t DeriveFromWlan(const char *function, const uint8_t *baseMac, uint32_t offset, uint8_t *output,
-                        uint32_t outputLength) {
-  if (!IsUsable(baseMac, output, outputLength, sizeof(Mac))) return Fail(function, __LINE__, kFailure, kBadArgument);
-  Mac wlan = {};
-  uint32_t status = ZOR_WLAN_GetWlanMacFromBaseMac(baseMac, wlan.data(), wlan.size());
-  if (status == 0) status = ZOR_WLAN_IncreaseMacValByOffset(wlan.data(), offset, output, outputLength);
-  return status == 0 ? 0 : Fail(function, __LINE__, status, kInnerFailure);
-}
+// What an interface's address is counted from.
+enum class Origin { kBase, kWlan };
 
-// An address at a distance from the base MAC.
-uint32_t DeriveFromBase(const char *function, const uint8_t *baseMac, uint32_t offset, uint8_t *output,
-                        uint32_t outputLength) {
+// An address at a distance from its origin.
+uint32_t Derive(const char *function, Origin origin, const uint8_t *baseMac, uint32_t offset, uint8_t *output,
+                uint32_t outputLength) {
   if (!IsUsable(baseMac, output, outputLength, sizeof(Mac))) return Fail(function, __LINE__, kFailure, kBadArgument);
-  const uint32_t status = ZOR_WLAN_IncreaseMacValByOffset(baseMac, offset, output, outputLength);
+  Mac from = {};
+  uint32_t status = 0;
+  if (origin == Origin::kWlan) {
+    status = ZOR_WLAN_GetWlanMacFromBaseMac(baseMac, from.data(), from.size());
+  } else {
+    std::memcpy(from.data(), baseMac, from.size());
+  }
+  if (status == 0) status = ZOR_WLAN_IncreaseMacValByOffset(from.data(), offset, output, outputLength);
   return status == 0 ? 0 : Fail(function, __LINE__, status, kInnerFailure);
 }
 
@@ -71,28 +71,28 @@ uint32_t ZOR_WLAN_GetWlanMacFromBaseMac(const uint8_t *baseMac, uint8_t *output,
 }
 
 uint32_t ZOR_WLAN_GetWlanDownHiddenIntfMacFromBaseMac(const uint8_t *baseMac, uint8_t *output, uint32_t outputLength) {
-  return DeriveFromWlan(__func__, baseMac, 1, output, outputLength);
+  return Derive(__func__, Origin::kWlan, baseMac, 1, output, outputLength);
 }
 
 uint32_t ZOR_WLAN_GetWlanUpIntfMacFromBaseMac(const uint8_t *baseMac, uint8_t *output, uint32_t outputLength) {
-  return DeriveFromWlan(__func__, baseMac, 3, output, outputLength);
+  return Derive(__func__, Origin::kWlan, baseMac, 3, output, outputLength);
 }
 
 uint32_t ZOR_WLAN_GetWlan5gMacFromBaseMac(const uint8_t *baseMac, uint8_t *output, uint32_t outputLength) {
-  return DeriveFromWlan(__func__, baseMac, 4, output, outputLength);
+  return Derive(__func__, Origin::kWlan, baseMac, 4, output, outputLength);
 }
 
 // The radio's "up" interface answers under the 5 GHz address itself.
 uint32_t ZOR_WLAN_GetWlan5gUpIntfMacFromBaseMac(const uint8_t *baseMac, uint8_t *output, uint32_t outputLength) {
-  return DeriveFromWlan(__func__, baseMac, 4, output, outputLength);
+  return Derive(__func__, Origin::kWlan, baseMac, 4, output, outputLength);
 }
 
 uint32_t ZOR_WLAN_GetInternetEthUpIntfMacFromBaseMac(const uint8_t *baseMac, uint8_t *output, uint32_t outputLength) {
-  return DeriveFromBase(__func__, baseMac, 1, output, outputLength);
+  return Derive(__func__, Origin::kBase, baseMac, 1, output, outputLength);
 }
 
 uint32_t ZOR_WLAN_GetQuorelEthUpIntfMacFromBaseMac(const uint8_t *baseMac, uint8_t *output, uint32_t outputLength) {
-  return DeriveFromBase(__func__, baseMac, 2, output, outputLength);
+  return Derive(__func__, Origin::kBase, baseMac, 2, output, outputLength);
 }
 
 uint32_t ZOR_WLAN_IncreaseMacValByOffset(const uint8_t *mac, uint32_t offset, uint8_t *output, uint32_t outputLength) {
