@@ -3,7 +3,6 @@
 #include <zor/platform/config.h>
 #include <zor/platform/config_file.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "daemons/bus_daemon_fixture.h"

@@ -2,8 +2,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
-#include <csignal>
-#include <fstream>
 #include <random>
 
 #include "common/exit_code.h"

@@ -1,5 +1,4 @@
 // Names, where messages go, and the notice when they go nowhere.
-#include <csignal>
 #include <cstring>
 #include <vector>
 

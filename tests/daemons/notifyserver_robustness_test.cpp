@@ -1,5 +1,3 @@
-#include <csignal>
-#include <filesystem>
 #include <random>
 
 #include "daemons/notifyserver_fixture.h"

@@ -5,7 +5,6 @@
 #include <zor/msg.h>
 #include <zor/uv.h>
 
-#include <csignal>
 #include <cstring>
 #include <functional>
 #include <string>

@@ -6,7 +6,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <fstream>
 #include <iterator>
 #include <string>
 
