@@ -1,6 +1,7 @@
 #include "notifyserver/client.h"
 
-#include <sys/socket.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 
 #include <cerrno>
 #include <cstring>
@@ -12,10 +13,12 @@ namespace {
 // An input buffer that has grown for a long frame is given back after it.
 constexpr size_t kKeptInputBytes = 4096;
 
-pid_t PeerPid(int socket) {
+// An unknown user is nobody, and not the one of number 0.
+ucred PeerOf(int socket) {
   ucred credentials = {};
   socklen_t size = sizeof credentials;
-  return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 ? credentials.pid : 0;
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0) return credentials;
+  return {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
 }
 
 }  // namespace
@@ -24,12 +27,12 @@ Client::Client(daemon::Fd socket, daemon::EventPoll &poll, std::vector<Client *>
     : socket_(std::move(socket)),
       poll_(poll),
       endedClients_(ended),
-      pid_(PeerPid(socket_.get())),
+      peer_(PeerOf(socket_.get())),
       output_(limits.queueBytes) {}
 
 std::string Client::Label() const {
   const std::string name = registered() ? "module " + std::to_string(mid) : "an unregistered client";
-  return name + " (pid " + std::to_string(pid_) + ")";
+  return name + " (pid " + std::to_string(peer_.pid) + ")";
 }
 
 void Client::Read(std::span<std::byte> scratch) {
@@ -54,6 +57,7 @@ void Client::Deliver(std::span<const std::byte> message) {
     ++lost_;
     return;
   }
+  ++counts.out;
   size_t sent = 0;
   const bool wasEmpty = output_.empty();
   if (wasEmpty) {
@@ -86,6 +90,14 @@ void Client::End(std::string reason) {
   ended_ = true;
   reason_ = std::move(reason);
   endedClients_.push_back(this);
+}
+
+Client::Waiting Client::waiting() const {
+  Waiting waiting = {0, output_.messages().size(), 0};
+  for (const auto &message : output_.messages()) waiting.bytes += message.bytes.size() - message.sent;
+  int held = 0;
+  if (::ioctl(socket_.get(), SIOCOUTQ, &held) == 0 && held > 0) waiting.socket = static_cast<size_t>(held);
+  return waiting;
 }
 
 // The peer reads no more. What it sent before may still lie in the socket, so it ends only when that has been read.

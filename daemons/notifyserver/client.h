@@ -5,10 +5,11 @@
 #ifndef NOTIFYSERVER_CLIENT_H
 #define NOTIFYSERVER_CLIENT_H
 
-#include <sys/types.h>
+#include <sys/socket.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <span>
 #include <string>
@@ -43,6 +44,8 @@ class Client {
   bool registered() const { return mid != 0; }
   // How log lines call it.
   std::string Label() const;
+  // Who is at the other end; nobody when the system does not say.
+  const ucred &peer() const { return peer_; }
 
   // Reads what has come, at most as much as the scratch space holds. End of file ends the client.
   void Read(std::span<std::byte> scratch);
@@ -66,8 +69,23 @@ class Client {
   // Messages to it that were or would be lost if it ended now.
   size_t Lost() const { return lost_ + output_.messages().size(); }
 
+  // What it has not read yet.
+  struct Waiting {
+    size_t bytes;     // in the queue
+    size_t messages;  // in the queue
+    size_t socket;    // memory that its socket holds; 0: it has read everything that was written to it
+  };
+  Waiting waiting() const;
+
   uint32_t mid = 0;  // 0 until it has registered
+  time_t since = 0;  // when it did
   std::deque<Request> requests;
+  // Messages that it sent, that it got, and of those that it sent the ones that nobody got.
+  struct Counts {
+    uint64_t in = 0;
+    uint64_t out = 0;
+    uint64_t dropped = 0;
+  } counts;
 
  private:
   void BreakOutput();
@@ -76,7 +94,7 @@ class Client {
   daemon::Fd socket_;
   daemon::EventPoll &poll_;
   std::vector<Client *> &endedClients_;
-  pid_t pid_ = 0;
+  ucred peer_;
   std::vector<std::byte> input_;
   size_t consumed_ = 0;
   daemon::OutputQueue output_;

@@ -1,5 +1,6 @@
 #include "notifyserver/frame.h"
 
+#include <bit>
 #include <cstring>
 
 namespace zor::notifyserver {
@@ -51,8 +52,7 @@ Parsed ParseFrame(std::span<std::byte> bytes, size_t maxDataBytes) {
   return parsed;
 }
 
-std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE> BuildEmptyAnswer(uint32_t type, uint32_t sequence, uint32_t source,
-                                                             uint32_t destination) {
+ZOR_NOTIFY_MSG AnswerHead(uint32_t type, uint32_t sequence, uint32_t source, uint32_t destination) {
   ZOR_NOTIFY_MSG head = {};
   head.msg_type = type;
   head.seq = sequence;
@@ -60,9 +60,12 @@ std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE> BuildEmptyAnswer(uint32_t type, uint
   head.des_id = destination;
   head.sync_tag = 1;
   head.ack_tag = ZOR_NOTIFY_ACK_ANSWER;
-  std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE> bytes;
-  std::memcpy(bytes.data(), &head, sizeof head);
-  return bytes;
+  return head;
+}
+
+std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE> BuildEmptyAnswer(uint32_t type, uint32_t sequence, uint32_t source,
+                                                             uint32_t destination) {
+  return std::bit_cast<std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE>>(AnswerHead(type, sequence, source, destination));
 }
 
 }  // namespace zor::notifyserver

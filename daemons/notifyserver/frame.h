@@ -35,7 +35,10 @@ struct Parsed {
 // The frame at the start of the bytes.
 Parsed ParseFrame(std::span<std::byte> bytes, size_t maxDataBytes);
 
-// The answer without data to a request of the given type and number.
+// The header of the answer to a request of the given type and number.
+ZOR_NOTIFY_MSG AnswerHead(uint32_t type, uint32_t sequence, uint32_t source, uint32_t destination);
+
+// The answer without data.
 std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE> BuildEmptyAnswer(uint32_t type, uint32_t sequence, uint32_t source,
                                                              uint32_t destination);
 

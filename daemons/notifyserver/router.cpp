@@ -1,6 +1,7 @@
 #include "notifyserver/router.h"
 
 #include <algorithm>
+#include <ctime>
 
 namespace zor::notifyserver {
 namespace {
@@ -35,14 +36,19 @@ void Router::Route(Client &from, Frame &frame) {
     Register(from, frame);
     return;
   }
+  if (Control::IsRequest(frame)) {
+    control_.Answer(from, frame);
+    return;
+  }
   if (!from.registered()) {
     from.End("its first frame is not a registration");
     return;
   }
   frame.SetSource(from.mid);
+  ++from.counts.in;
   switch (frame.kind()) {
     case Frame::Kind::kNotification:
-      RouteNotification(frame);
+      RouteNotification(from, frame);
       break;
     case Frame::Kind::kRequest:
       RouteRequest(from, frame);
@@ -72,15 +78,19 @@ void Router::Register(Client &client, const Frame &frame) {
     client.End("it registers under an id that no module has");
   } else {
     client.mid = mid;
+    client.since = std::time(nullptr);
     modules_[mid].push_back(&client);
     if (verbose_) log_.Print("%s has registered", client.Label().c_str());
   }
 }
 
-void Router::RouteNotification(const Frame &frame) {
+void Router::RouteNotification(Client &from, const Frame &frame) {
   if (Client *destination = Oldest(frame.head.des_id)) {
     destination->Deliver(frame.bytes);
-  } else if (verbose_) {
+    return;
+  }
+  ++from.counts.dropped;
+  if (verbose_) {
     log_.Print("notification 0x%x from module %u lost: there is no module %u", frame.head.msg_type,
                frame.head.source_id, frame.head.des_id);
   }
@@ -91,6 +101,7 @@ void Router::RouteRequest(Client &from, const Frame &frame) {
   const Request request = {frame.head.msg_type, frame.head.seq, frame.head.des_id, answerer};
   // The requester would take its own request, sent back to it, for the answer.
   if (answerer == nullptr || answerer == &from) {
+    ++from.counts.dropped;
     AnswerEmpty(from, request);
     return;
   }
@@ -104,7 +115,7 @@ void Router::RouteRequest(Client &from, const Frame &frame) {
   answerer->Deliver(frame.bytes);
 }
 
-void Router::RouteAnswer(const Client &from, const Frame &frame) {
+void Router::RouteAnswer(Client &from, const Frame &frame) {
   for (Client *requester : ClientsOf(frame.head.des_id)) {
     const auto request = std::find_if(requester->requests.begin(), requester->requests.end(), [&](const Request &r) {
       return r.answerer == &from && r.type == frame.head.msg_type && r.sequence == frame.head.seq;
@@ -114,6 +125,7 @@ void Router::RouteAnswer(const Client &from, const Frame &frame) {
     requester->Deliver(frame.bytes);
     return;
   }
+  ++from.counts.dropped;
   if (!verbose_) return;
   log_.Print("answer 0x%x from module %u dropped: module %u does not wait for it", frame.head.msg_type,
              frame.head.source_id, frame.head.des_id);

@@ -6,16 +6,18 @@
 //   requester itself, a client that ends meanwhile) the server answers it without data, because the requester waits.
 // - An answer goes to the client that asked, not to the oldest of its module. One that nobody waits for is dropped: the
 //   library would take any message of the right type and number for the answer.
+// - Control requests are the server's own. A client may ask before it registers, so that an operator's tool takes no
+//   module's id.
 #ifndef NOTIFYSERVER_ROUTER_H
 #define NOTIFYSERVER_ROUTER_H
 
 #include <zor/notify_wire.h>
 
-#include <array>
 #include <vector>
 
 #include "common/problem_log.h"
 #include "notifyserver/client.h"
+#include "notifyserver/control.h"
 #include "notifyserver/frame.h"
 
 namespace zor::notifyserver {
@@ -23,7 +25,8 @@ namespace zor::notifyserver {
 class Router {
  public:
   // verbose: also log who comes and goes and what finds no destination.
-  Router(daemon::ProblemLog &log, bool verbose) : log_(log), verbose_(verbose) {}
+  Router(const Limits &limits, daemon::ProblemLog &log, bool verbose)
+      : control_(limits, modules_), log_(log), verbose_(verbose) {}
 
   // Passes on a frame; one that breaks the rules ends its sender.
   void Route(Client &from, Frame &frame);
@@ -32,16 +35,17 @@ class Router {
 
  private:
   void Register(Client &client, const Frame &frame);
-  void RouteNotification(const Frame &frame);
+  void RouteNotification(Client &from, const Frame &frame);
   void RouteRequest(Client &from, const Frame &frame);
-  void RouteAnswer(const Client &from, const Frame &frame);
+  void RouteAnswer(Client &from, const Frame &frame);
   // The clients of a module in the order of their registration; empty for an id that nobody can register.
   std::vector<Client *> &ClientsOf(uint32_t mid);
   Client *Oldest(uint32_t mid);
 
+  Modules modules_;
+  Control control_;
   daemon::ProblemLog &log_;
   bool verbose_;
-  std::array<std::vector<Client *>, ZOR_NOTIFY_MID_LAST + 1> modules_;  // by id; 0 and the server's stay empty
 };
 
 }  // namespace zor::notifyserver

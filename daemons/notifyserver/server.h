@@ -23,7 +23,7 @@ namespace zor::notifyserver {
 class Server {
  public:
   Server(const Limits &limits, daemon::ProblemLog &log, bool verbose)
-      : limits_(limits), log_(log), router_(log, verbose) {}
+      : limits_(limits), log_(log), router_(limits, log, verbose) {}
 
   // Listens at the fixed path. Prints what went wrong.
   daemon::ExitCode Open();

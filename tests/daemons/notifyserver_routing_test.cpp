@@ -1,4 +1,8 @@
-#include <zor/notify_wire.h>
+#include <zor/notify_control_wire.h>
+
+#include <cstring>
+#include <filesystem>
+#include <utility>
 
 #include "daemons/notifyserver_fixture.h"
 
@@ -65,6 +69,40 @@ TEST_F(NotifyServerRouting, AnswerGoesOnceFromTheClientThatWasAskedToTheOneThatA
   ExpectFrame(web, MakeAnswer(request, "true"));
   EXPECT_TRUE(web.NothingArrived());
   EXPECT_TRUE(olderWeb.NothingArrived());
+}
+
+// The result word and the text of the answer; the word is all ones when none comes.
+std::pair<uint32_t, std::string> AskControl(const BusPeer &client, uint32_t type) {
+  client.Send(MakeRequest(type, 9, 0, ZOR_NOTIFY_MID_SERVER).Bytes());
+  const auto answer = ReceiveNotify(client);
+  uint32_t result = 0xffffffff;
+  if (!answer || answer->head.seq != 9 || answer->data.size() < sizeof result) return {result, ""};
+  std::memcpy(&result, answer->data.data(), sizeof result);
+  return {result, answer->data.substr(sizeof result)};
+}
+
+TEST_F(NotifyServerRouting, OperatorSeesWhoIsConnectedWithoutRegistering) {
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  web.Send(MakeRequest(kType, 7, kWeb, kCms, "ask").Bytes() + MakeAsync(kType, kWeb, 99).Bytes());
+  Settle(web, kWeb);
+  const auto [result, text] = AskControl(Connect(), ZOR_NOTIFY_CONTROL_LIST);
+  EXPECT_EQ(result, ZOR_CONTROL_OK);
+  EXPECT_THAT(text,
+              testing::HasSubstr(R"("clients":2,"max_clients":128,"queue_bytes":9437184},"clients":[{"module":8,)"));
+  EXPECT_THAT(text, testing::ContainsRegex(R"("module":8,.*"waiting":\{"bytes":0,"messages":0,"socket":[1-9])"));
+  EXPECT_THAT(text, testing::ContainsRegex(R"("module":26,.*"in":4,"out":2,"dropped":3,)"));
+  EXPECT_THAT(text, testing::HasSubstr(R"("pending":[{"to":8,"type":85,"sequence":7}])"));
+  EXPECT_EQ(AskControl(web, ZOR_NOTIFY_CONTROL_LAST).first, ZOR_CONTROL_UNKNOWN);
+}
+
+TEST_F(NotifyServerRouting, OtherUsersMayNotLook) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+  std::filesystem::permissions(root_.Path(""), std::filesystem::perms{0755});
+  ASSERT_EQ(::seteuid(65534), 0);
+  const BusPeer other = Connect();
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_EQ(AskControl(other, ZOR_NOTIFY_CONTROL_LIST), std::pair(ZOR_CONTROL_REFUSED, std::string()));
 }
 
 }  // namespace
