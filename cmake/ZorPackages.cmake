@@ -1,5 +1,6 @@
-# The libraries that ours stand on, as imported targets: SQLite::SQLite3, Zor::cJSON and Zor::tirpc. Found by their
-# files, not through pkg-config, so that a cross build needs no more than its own search path.
+# The libraries that ours stand on, as imported targets: SQLite::SQLite3, Zor::cJSON and Zor::tirpc; and those that are
+# nothing but headers, which zorctl needs: Zor::CLI11 and Zor::nlohmann_json. Found by their files, not through
+# pkg-config, so that a cross build needs no more than its own search path.
 find_package(SQLite3 3.37 REQUIRED)
 
 function(zor_find_library name header library suffix package)
@@ -17,3 +18,16 @@ endfunction()
 
 zor_find_library(cJSON cjson/cJSON.h cjson "" libcjson-dev)
 zor_find_library(tirpc rpc/xdr.h tirpc tirpc libtirpc-dev)
+
+function(zor_find_headers name header package)
+  find_path(${name}_INCLUDE_DIR ${header})
+  mark_as_advanced(${name}_INCLUDE_DIR)
+  if(NOT ${name}_INCLUDE_DIR)
+    message(FATAL_ERROR "${name} is missing: install ${package}")
+  endif()
+  add_library(Zor::${name} INTERFACE IMPORTED GLOBAL)
+  set_target_properties(Zor::${name} PROPERTIES INTERFACE_INCLUDE_DIRECTORIES ${${name}_INCLUDE_DIR})
+endfunction()
+
+zor_find_headers(CLI11 CLI/CLI.hpp libcli11-dev)
+zor_find_headers(nlohmann_json nlohmann/json.hpp nlohmann-json3-dev)

@@ -6,6 +6,8 @@ cd "$(dirname "$0")/.."
 
 sysroot=$PWD/build/armhf-sysroot
 emulator=(qemu-arm -L "$sysroot")
+packages=(libc6-dev libstdc++-12-dev libsqlite3-dev libcjson-dev libtirpc-dev libgtest-dev libgmock-dev libcli11-dev
+  nlohmann-json3-dev)
 
 scripts/setup.sh armhf
 
@@ -13,7 +15,6 @@ scripts/setup.sh armhf
 # that the host gets no foreign package.
 fill_sysroot() {
   local apt=$PWD/build/armhf-apt
-  local packages=(libc6-dev libstdc++-12-dev libsqlite3-dev libcjson-dev libtirpc-dev libgtest-dev libgmock-dev)
   local private=(-qq -o APT::Architecture=armhf -o APT::Architectures=armhf -o APT::Sandbox::User=root
     -o Dir::State="$apt" -o Dir::State::status="$apt/status" -o Dir::Cache="$apt/cache")
   rm -rf "$apt" "$sysroot"
@@ -28,9 +29,9 @@ fill_sysroot() {
     ln -sfnr "$sysroot$(readlink "$link")" "$link"
   done
   rm -rf "$apt"
-  touch "$sysroot/complete"
+  echo "${packages[*]}" >"$sysroot/complete"
 }
-[ -f "$sysroot/complete" ] || fill_sysroot
+[ "$(cat "$sysroot/complete" 2>/dev/null)" = "${packages[*]}" ] || fill_sysroot
 
 cmake --preset release >/dev/null
 cmake --build --preset release --target msgsvr

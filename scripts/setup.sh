@@ -3,7 +3,7 @@
 # Usage: setup.sh [demo | tests | lint | bench | armhf]   (demo: what building and running needs; the others add to it)
 set -euo pipefail
 
-packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev)
+packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libcli11-dev nlohmann-json3-dev)
 tests=(libgtest-dev libgmock-dev clang-format-14)
 case ${1:-demo} in
   demo) ;;

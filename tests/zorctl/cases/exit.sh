@@ -1,0 +1,15 @@
+start msgsvr
+start notifyserver
+start provider
+run exit nobody
+run exit $'evil\e[31m'
+run exit a_name_too_long
+run exit cms
+run exit cms
+
+start provider
+kill -STOP "$(running provider)"
+run exit cms --timeout 0.2
+kill -CONT "$(running provider)"
+start provider
+run exit cms --json

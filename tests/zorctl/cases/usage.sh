@@ -1,0 +1,20 @@
+run
+run nonsense
+run list --nonsense
+run list --timeout 0
+run list --timeout nan
+run list --help
+
+# The verbs come and go; what holds for each of them does not.
+zorctl --help >"$work/help"
+echo '$ zorctl --help'
+sed '/^Subcommands:/,/^$/d' "$work/help"
+sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p' "$work/help" >"$work/verbs"
+grep -qx list "$work/verbs"
+while read -r verb; do
+  zorctl "$verb" --help >"$work/help"
+  for option in --json --timeout; do
+    grep -q -e "$option" "$work/help" || echo "$verb has no $option"
+  done
+  [ "$(grep -c '^  zorctl ' "$work/help")" -ge 2 ] || echo "$verb has no two examples"
+done <"$work/verbs"

@@ -1,0 +1,117 @@
+#!/usr/bin/env bash
+# Runs one case of zorctl's golden tests: a script that starts servers in a ZOR_ROOT of its own and calls the tool. What
+# it prints must be what CASE.expected says. Usage: run_case.sh BUILD CASE.sh [EMULATOR...]
+# ZOR_UPDATE_GOLDEN=1 writes the expected text instead; read the change before you commit it.
+#
+# What a case may use:
+#   start NAME [ARGUMENT...]  a server or an example; waits until it is ready
+#   running NAME              its process id
+#   output NAME               what it has printed so far
+#   run ARGUMENT...           zorctl: prints the command, its output, "! " and its errors, "= " and its exit code
+#   run_on_terminal COLUMNS ARGUMENT...   the same on a terminal, output and errors mixed
+#   report COMMAND...         the same for any command
+#   await COMMAND...          until it succeeds; the case fails after ten seconds
+#   normalise                 a filter that a case may define, for what differs from run to run
+set -euo pipefail
+
+build=$(cd "$1" && pwd)
+case_file=$2
+emulator=("${@:3}")
+expected=${case_file%.sh}.expected
+cd "$(dirname "$case_file")"
+
+ZOR_ROOT=$(mktemp -d)
+export ZOR_ROOT
+unset NO_COLOR
+export TZ=UTC LC_ALL=C.UTF-8 TERM=xterm
+work=$ZOR_ROOT/case # the case's own files
+mkdir "$work"
+declare -A pids=()
+
+clean_up() {
+  {
+    for pid in "${pids[@]}"; do kill -KILL "$pid" || true; done
+    wait
+  } 2>/dev/null
+  rm -rf "$ZOR_ROOT"
+}
+trap clean_up EXIT
+
+fail() {
+  printf 'run_case: %s\n' "$*" >&2
+  exit 1
+}
+
+await() {
+  local end=$((SECONDS + 10))
+  until "$@" >/dev/null 2>&1; do
+    [ "$SECONDS" -lt "$end" ] || fail "waited in vain for: $*"
+    sleep 0.02
+  done
+}
+
+running() { echo "${pids[$1]}"; }
+output() { cat "$ZOR_ROOT/$1.out" "$ZOR_ROOT/$1.err"; }
+
+declare -A ready=([msgsvr]=listening [notifyserver]=listening [mlogserver]=listening [cms]='on the bus'
+  [syslogd]='on the bus' [provider]=registered [login_keeper]='on the bus')
+
+start() {
+  local program
+  for program in "$build/daemons/$1/$1" "$build/examples/$1" "$build/tests/zorctl/$1"; do
+    [ ! -x "$program" ] || break
+  done
+  : >"$ZOR_ROOT/$1.out" # what an earlier process of that name said does not count
+  "${emulator[@]}" "$program" "${@:2}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
+  pids[$1]=$!
+  await grep -q "${ready[$1]:-ready}" "$ZOR_ROOT/$1.out"
+}
+
+report() {
+  local status=0
+  "$@" >"$work/stdout" 2>"$work/stderr" || status=$?
+  cat "$work/stdout"
+  sed 's/^/! /' "$work/stderr"
+  echo "= $status"
+}
+
+zorctl() { "${emulator[@]}" "$build/tools/zorctl/zorctl" "$@"; }
+
+show_command() {
+  printf '$ zorctl'
+  [ $# -eq 0 ] || printf ' %q' "$@"
+  printf '\n'
+}
+
+run() {
+  show_command "$@"
+  report zorctl "$@"
+}
+
+on_terminal() {
+  local command
+  command=$(printf '%q ' "${emulator[@]}" "$build/tools/zorctl/zorctl" "${@:2}")
+  script -qec "stty cols $1 -onlcr; $command" /dev/null
+}
+
+run_on_terminal() {
+  show_command "${@:2}"
+  report on_terminal "$@" </dev/null
+}
+
+normalise() { cat; }
+
+# The tool's own name on the bus, and process ids and times in JSON.
+normalise_all() {
+  sed -E "s|$ZOR_ROOT|ROOT|g; s/ctl[0-9]+/ctlPID/g
+    s/\"(pid|uid|since|uptime_ms|oldest_ms|age_ms)\":[0-9]+/\"\1\":N/g
+    s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}/YYYY-MM-DD hh:mm:ss/g"
+}
+
+# shellcheck source=/dev/null
+. "$case_file" >"$ZOR_ROOT/actual.raw"
+normalise <"$ZOR_ROOT/actual.raw" | normalise_all >"$ZOR_ROOT/actual"
+if [ -n "${ZOR_UPDATE_GOLDEN:-}" ]; then
+  cp "$ZOR_ROOT/actual" "$expected"
+fi
+diff -u "$expected" "$ZOR_ROOT/actual"

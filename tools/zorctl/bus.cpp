@@ -1,0 +1,226 @@
+#include "zorctl/bus.h"
+
+#include <poll.h>
+#include <unistd.h>
+#include <zor/control_wire.h>
+#include <zor/msg.h>
+#include <zor/paths.h>
+#include <zor/trace.h>
+#include <zor/uv.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <system_error>
+
+#include "common/paths.h"
+#include "zorctl/exit_code.h"
+#include "zorctl/output.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+constexpr char kServer[] = "the message server";
+
+Failure ServerGone() {
+  return {kExitNoServer, std::string(kServer) + " has gone", "start it again, and then this command"};
+}
+
+Failure TimeOver(const std::string &what) {
+  return {kExitTimeOver, what, "see whether it is busy or stuck, or give more --timeout"};
+}
+
+// Nobody listens, or we may not connect; the library does not say which.
+Failure NotConnected() {
+  const std::string path = daemon::FixedPath(ZOR_PATH_MSGSVR);
+  if (::access(path.c_str(), F_OK) == 0 && ::access(path.c_str(), W_OK) != 0 && errno == EACCES) {
+    return {kExitRefused, "no permission to open " + path, "become a member of the server's group"};
+  }
+  return {kExitNoServer, "no message server listens on " + path,
+          "start msgsvr, or set ZOR_ROOT to the directory that it runs in"};
+}
+
+void CheckSent(uint32_t status) {
+  switch (status) {
+    case ZOR_OK:
+      return;
+    case ZOR_E_PEER_GONE:
+    case ZOR_E_NOT_CONNECTED:
+      throw ServerGone();
+    case ZOR_E_NOT_WRITABLE:
+      throw TimeOver(std::string(kServer) + " takes no more messages");
+    case ZOR_E_BODY_FILE:
+      throw Failure(kExitFailure, "cannot write the body to " + daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR),
+                    "look at its permissions and at the space left there");
+    default:
+      throw Failure(kExitFailure, "cannot send: status " + HexText(status), "see docs/operations.md");
+  }
+}
+
+// Timers that the library set by itself, for the reports that the server asked for.
+int TimeUntilTimer() {
+  timespec now = {};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  UvLoop *loop = ZOR_UV_LoopGetDefault();
+  UvTime wait = {};
+  if (loop == nullptr) return -1;
+  loop->now = {static_cast<int32_t>(now.tv_sec), static_cast<int32_t>(now.tv_nsec / 1000)};
+  constexpr int32_t kLongest = 3600;
+  if (ZOR_UV_RunTimers(loop, &wait) != ZOR_OK) return -1;
+  return std::clamp(wait.seconds, 0, kLongest) * 1000 + wait.microseconds / 1000 + 1;
+}
+
+Message Unpack(ZOR_MSG_HEAD *head) {
+  const auto *body = static_cast<const char *>(ZOR_MSG_GetMsgByHead(head));
+  return {head->type & ZOR_MSG_TYPE_MASK, head->sequence, std::string(FieldText(head->source, sizeof head->source)),
+          head->data, body == nullptr ? std::string() : std::string(body, head->bodyLength)};
+}
+
+bool IsNoticeOf(const Message &message, uint32_t type, uint32_t sequence) {
+  return message.type == ZOR_MSG_SEND_FAILED_NOTICE && (message.data & ZOR_MSG_TYPE_MASK) == type &&
+         message.sequence == sequence;
+}
+
+Failure Undelivered(const Outgoing &request) {
+  if (request.destination.empty()) {
+    return {kExitNotFound,
+            "nobody on the bus takes messages of type " + HexText(request.type) + " without a destination",
+            "name the daemon, or set route." + HexText(request.type) + " in the server's settings"};
+  }
+  return {kExitNotFound, "no daemon " + Escape(request.destination) + " on the bus", "zorctl list shows who is there"};
+}
+
+void CheckControl(uint32_t result) {
+  switch (result) {
+    case ZOR_CONTROL_OK:
+      return;
+    case ZOR_CONTROL_REFUSED:
+      throw Failure(kExitRefused, std::string(kServer) + " answers only root and its own user",
+                    "run this as one of them");
+    case ZOR_CONTROL_MALFORMED:
+      throw Failure(kExitRefused, std::string(kServer) + " does not understand the request", "check the arguments");
+    case ZOR_CONTROL_UNKNOWN:
+      throw Failure(kExitRefused, std::string(kServer) + " does not know this request",
+                    "use a server and a tool of one version");
+    default:
+      throw Failure(kExitFailure, std::string(kServer) + " could not do it", "look at its log: memory, or its disk");
+  }
+}
+
+}  // namespace
+
+Bus::Bus(const Deadline &deadline) {
+  const Watchdog watchdog(deadline);
+  const std::string wanted = "ctl" + std::to_string(::getpid());
+  if (ZOR_MSG_Init(wanted.c_str()) != ZOR_OK) throw NotConnected();
+  if (g_stMsgCtx.socketFd < 0) {
+    throw Failure(kExitRefused, std::string(kServer) + " turned us away",
+                  "look at its log; it may have max_clients clients already");
+  }
+  name_ = g_stMsgCtx.appName;
+  ZOR_TRACE_SetPackageLevel(nullptr, 0);  // whatever the server's settings want of all daemons
+}
+
+Bus::~Bus() {
+  ZOR_MSG_Destroy();
+}
+
+uint32_t Bus::Send(const Outgoing &message, const Deadline &deadline) {
+  if (message.body.size() > kMaxBody) {
+    throw Failure(kExitUsage, "a body too large: " + std::to_string(message.body.size()) + " bytes",
+                  "receivers take at most " + std::to_string(kMaxBody));
+  }
+  const Watchdog watchdog(deadline);
+  const auto length = static_cast<uint32_t>(message.body.size());
+  CheckSent(ZOR_MSG_SendMsgDataWithDataSeq(message.destination.c_str(), message.type,
+                                           length == 0 ? nullptr : message.body.data(), length, message.data,
+                                           ++sequence_));
+  return sequence_;
+}
+
+bool Bus::AwaitMessage(const Deadline &deadline) {
+  Flush();
+  while (!stopped_) {
+    const int timer = TimeUntilTimer();
+    pollfd watched[] = {{g_stMsgCtx.socketFd, POLLIN, 0}, {stop_ == nullptr ? -1 : stop_->fd(), POLLIN, 0}};
+    const int timeout = timer < 0 ? deadline.pollTimeout() : std::min(timer, deadline.pollTimeout());
+    const int ready = ::poll(watched, std::size(watched), timeout);
+    if (ready < 0 && errno != EINTR) throw std::system_error(errno, std::generic_category(), "poll");
+    stopped_ = ready > 0 && watched[1].revents != 0;
+    if (ready > 0 && watched[0].revents != 0 && !stopped_) return true;
+    if (deadline.over()) break;
+  }
+  return false;
+}
+
+std::optional<Message> Bus::Read(const Deadline &deadline) {
+  if (!AwaitMessage(deadline)) return std::nullopt;
+  const Watchdog watchdog(deadline);
+  ZOR_MSG_HEAD *received = nullptr;
+  const uint32_t status = ZOR_MSG_Recv(g_stMsgCtx.socketFd, &received, 0);
+  const std::unique_ptr<ZOR_MSG_HEAD, decltype(&std::free)> head(received, &std::free);
+  if (status == ZOR_E_PEER_GONE) throw ServerGone();
+  if (status != ZOR_OK) {
+    throw Failure(kExitFailure, "cannot read a message: status " + HexText(status),
+                  "a body file may be missing or unreadable in " + daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR));
+  }
+  return Unpack(head.get());
+}
+
+std::optional<Message> Bus::Receive(const Deadline &deadline) {
+  if (setAside_.empty()) return Read(deadline);
+  Message first = std::move(setAside_.front());
+  setAside_.pop_front();
+  return first;
+}
+
+Message Bus::Request(const Outgoing &request, const Deadline &deadline) {
+  const uint32_t sequence = Send(request, deadline);
+  while (std::optional<Message> message = Read(deadline)) {
+    if (IsNoticeOf(*message, request.type, sequence)) throw Undelivered(request);
+    // As for every daemon, the type makes it the answer: not all of them send the number back.
+    const bool expected = request.destination.empty() || message->source == request.destination;
+    if (message->type == request.type && expected) return std::move(*message);
+    setAside_.push_back(std::move(*message));
+  }
+  const std::string who = request.destination.empty() ? "nobody" : Escape(request.destination) + " has not";
+  throw TimeOver(who + " answered in time");
+}
+
+std::string Bus::Control(uint32_t type, std::string_view body, const Deadline &deadline) try {
+  Message answer = Request({type, "", 0, std::string(body)}, deadline);
+  CheckControl(answer.data);
+  return std::move(answer.body);
+} catch (const Failure &failure) {
+  if (failure.code != kExitNotFound) throw;
+  CheckControl(ZOR_CONTROL_UNKNOWN);  // a server from before these requests looks for somebody to pass them on to
+  throw;
+}
+
+nlohmann::json Bus::ControlJson(uint32_t type, std::string_view body, const Deadline &deadline) {
+  nlohmann::json answer = nlohmann::json::parse(Control(type, body, deadline), nullptr, false);
+  if (!answer.is_object()) {
+    throw Failure(kExitFailure, std::string(kServer) + " answers with something that is not JSON",
+                  "use a server and a tool of one version");
+  }
+  return answer;
+}
+
+uint32_t Bus::CountProcesses(std::string_view name, const Deadline &deadline) {
+  return Request({ZOR_MSG_GET_PROCESS_NUM, "", 0, NameField(name)}, deadline).data;
+}
+
+std::string NameField(std::string_view name) {
+  const bool visible = std::all_of(name.begin(), name.end(), [](char each) { return each > ' ' && each <= '~'; });
+  if (name.empty() || name.size() >= ZOR_MSG_NAME_SIZE || !visible) {
+    throw Failure(kExitUsage, "no name of a daemon: " + Escape(name), "names have 1 to 11 visible ASCII characters");
+  }
+  std::string field(name);
+  field.resize(ZOR_MSG_NAME_SIZE);
+  return field;
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,89 @@
+// The tool's place on the bus: it joins as "ctl<pid>", since answers to a name go to its oldest bearer, and leaves with
+// the object. There is no loop; whoever waits reads the socket. All of it throws Failure with a text for the user.
+#ifndef ZORCTL_BUS_H
+#define ZORCTL_BUS_H
+
+#include <zor/msg_wire.h>
+
+#include <cstdint>
+#include <deque>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "common/stop_signal.h"
+#include "zorctl/deadline.h"
+
+namespace zor::ctl {
+
+// A received message, complete however it travelled.
+struct Message {
+  uint32_t type = 0;
+  uint32_t sequence = 0;
+  std::string source;  // at most 11 bytes, as they came
+  uint32_t data = 0;
+  std::string body;
+};
+
+// A message to send.
+struct Outgoing {
+  uint32_t type = 0;
+  std::string destination;  // empty: the server, which may pass it on by its type
+  uint32_t data = 0;
+  std::string body;
+};
+
+// Receiving libraries do not dispatch longer bodies.
+constexpr size_t kMaxBody = ZOR_MSG_DISPATCH_BODY_MAX;
+
+class Bus {
+ public:
+  explicit Bus(const Deadline &deadline);
+  ~Bus();
+  Bus(const Bus &) = delete;
+  Bus &operator=(const Bus &) = delete;
+
+  // Returns the message's sequence number.
+  uint32_t Send(const Outgoing &message, const Deadline &deadline);
+
+  // The next message, those first that came while a request waited. None when time is over or the user wants to stop
+  // (see StopWith).
+  std::optional<Message> Receive(const Deadline &deadline);
+
+  // Sends a request and waits for the answer: the next message of its type, from its destination if it names one.
+  Message Request(const Outgoing &request, const Deadline &deadline);
+
+  // A request to the server itself, as zor/control_wire.h has them. Returns the body of the answer, once that says
+  // that all went well.
+  std::string Control(uint32_t type, std::string_view body, const Deadline &deadline);
+  nlohmann::json ControlJson(uint32_t type, std::string_view body, const Deadline &deadline);
+
+  // How many processes bear a name.
+  uint32_t CountProcesses(std::string_view name, const Deadline &deadline);
+
+  // Lets a verb that goes on for long end as it wants when the user presses Ctrl-C: Receive returns none then, and
+  // stopped() is true.
+  void StopWith(daemon::StopSignal &signal) { stop_ = &signal; }
+  bool stopped() const { return stopped_; }
+
+  const std::string &name() const { return name_; }
+
+ private:
+  // False when time is over or the user wants to stop.
+  bool AwaitMessage(const Deadline &deadline);
+  std::optional<Message> Read(const Deadline &deadline);
+
+  std::string name_;
+  uint32_t sequence_ = 0;
+  std::deque<Message> setAside_;
+  daemon::StopSignal *stop_ = nullptr;
+  bool stopped_ = false;
+};
+
+// A name as a field of the wire, zero-padded. Failure (usage) when it is empty, too long or not visible ASCII.
+std::string NameField(std::string_view name);
+
+}  // namespace zor::ctl
+
+#endif

@@ -1,0 +1,43 @@
+// The time that a verb has, and how a text on the command line becomes one.
+#ifndef ZORCTL_DEADLINE_H
+#define ZORCTL_DEADLINE_H
+
+#include <chrono>
+
+namespace zor::ctl {
+
+using Milliseconds = std::chrono::milliseconds;
+
+constexpr double kMaxTimeoutSeconds = 86400 * 365.0;
+
+class Deadline {
+ public:
+  explicit Deadline(Milliseconds fromNow) : end_(Clock::now() + fromNow) {}
+
+  // What is left, never negative. Rounded up, so that a wait of this length reaches the deadline.
+  Milliseconds left() const;
+  bool over() const { return left().count() == 0; }
+  // The same for poll, which counts in int.
+  int pollTimeout() const;
+  // Whichever comes first.
+  Deadline Within(Milliseconds fromNow) const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  Clock::time_point end_;
+};
+
+// Ends the process with kExitTimeOver when a call of the library blocks beyond a deadline: some of them wait for the
+// server without a limit. One at a time.
+class Watchdog {
+ public:
+  explicit Watchdog(const Deadline &deadline);
+  ~Watchdog();
+  Watchdog(const Watchdog &) = delete;
+  Watchdog &operator=(const Watchdog &) = delete;
+};
+
+}  // namespace zor::ctl
+
+#endif

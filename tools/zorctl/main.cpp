@@ -1,0 +1,145 @@
+// zorctl, the operator's tool: looks into the message bus, talks on it and sets it. Each verb is a subcommand.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <clocale>
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "zorctl/output.h"
+#include "zorctl/text.h"
+#include "zorctl/verb.h"
+
+namespace zor::ctl {
+namespace {
+
+struct Declared {
+  const VerbRow *row;
+  std::unique_ptr<Verb> verb;
+  CLI::App *app;
+  bool json = false;
+  double seconds;
+};
+
+std::string ExitCodeTable() {
+  std::string text = "exit status:\n";
+  for (const ExitCodeText &each : kExitCodes) {
+    text += "  " + std::to_string(each.code) + "  " + each.text + "\n";
+  }
+  return text;
+}
+
+std::string CheckSeconds(const std::string &text) {
+  double seconds = 0;
+  if (!CLI::detail::lexical_cast(text, seconds) || !(seconds >= 0.001 && seconds <= kMaxTimeoutSeconds)) {
+    return "not a time of 0.001 to " + std::to_string(static_cast<long>(kMaxTimeoutSeconds)) + " seconds";
+  }
+  return {};
+}
+
+void Declare(CLI::App &program, Declared &declared) {
+  const VerbRow &row = *declared.row;
+  declared.app = program.add_subcommand(row.name, std::string(row.purpose) + ".");
+  if (row.hidden) declared.app->group("");
+  declared.seconds = row.timeoutSeconds;
+  declared.verb->Declare(*declared.app);
+  declared.app->add_flag("--json", declared.json, "Print JSON");
+  declared.app->add_option("--timeout", declared.seconds, "How long to wait at most")
+      ->check(CLI::Validator(CheckSeconds, ""))
+      ->type_name("SECONDS")
+      ->capture_default_str();
+  declared.app->footer(std::string("examples:\n") + row.examples);
+}
+
+void PrintError(const std::string &verb, const std::string &what, const std::string &advice) {
+  ShowProgress("");
+  const std::string subject = verb.empty() ? "zorctl" : "zorctl " + verb;
+  std::fprintf(stderr, "%s: %s; %s\n", subject.c_str(), what.c_str(), advice.c_str());
+}
+
+bool IsVerb(std::string_view name) {
+  return std::any_of(Verbs().begin(), Verbs().end(), [=](const VerbRow &row) { return row.name == name; });
+}
+
+// The verb that the arguments name, or none.
+const Declared *Selected(const std::vector<Declared> &all) {
+  for (const Declared &each : all) {
+    if (each.app->parsed()) return &each;
+  }
+  return nullptr;
+}
+
+// CLI11 explains itself in whole sentences.
+int ReportUsage(const CLI::ParseError &error, const std::string &verb) {
+  std::string what = Escape(error.what());
+  while (!what.empty() && what.back() == '.') what.pop_back();
+  PrintError(verb, what, verb.empty() ? "zorctl --help lists the verbs" : "zorctl " + verb + " --help explains it");
+  return kExitUsage;
+}
+
+int RunVerb(const Declared &declared) {
+  const Common common = {declared.json, Milliseconds(std::llround(declared.seconds * 1000))};
+  const std::string name = declared.row->name;
+  try {
+    const ExitCode code = declared.verb->Run(common);
+    Flush();
+    return code;
+  } catch (const OutputClosed &) {
+    return kExitOk;
+  } catch (const Failure &failure) {
+    // What was found before the failure is worth having.
+    try {
+      Flush();
+    } catch (...) {
+    }
+    PrintError(name, failure.what(), failure.advice);
+    return failure.code;
+  } catch (const std::exception &error) {
+    PrintError(name, Escape(error.what()), "this is a fault of the system or of zorctl");
+    return kExitFailure;
+  }
+}
+
+int Main(int count, char **arguments) {
+  TakeOutput();
+  CLI::App program("Looks into the message bus, talks on it and sets it.", "zorctl");
+  program.set_help_flag("--help", "Print this and end");
+  program.require_subcommand(1);
+  program.footer("zorctl VERB --help explains a verb.\n\n" + ExitCodeTable() +
+                 "\nThe environment variable ZOR_ROOT moves every fixed path beneath the directory that it names.");
+  if (count < 2 || (*arguments[1] != '-' && !IsVerb(arguments[1]))) {
+    PrintError("", count < 2 ? "no verb" : "no verb " + Escape(arguments[1]), "zorctl --help lists the verbs");
+    return kExitUsage;
+  }
+  std::vector<Declared> declared;
+  for (const VerbRow &row : Verbs()) declared.push_back({&row, row.make(), nullptr, false, 0});
+  for (Declared &each : declared) Declare(program, each);
+  try {
+    program.parse(count, arguments);
+  } catch (const CLI::Success &) {
+    Print(program.help());
+    Flush();
+    return kExitOk;
+  } catch (const CLI::ParseError &error) {
+    const Declared *verb = Selected(declared);
+    return ReportUsage(error, verb == nullptr ? "" : verb->row->name);
+  }
+  return RunVerb(*Selected(declared));
+}
+
+}  // namespace
+}  // namespace zor::ctl
+
+int main(int count, char **arguments) {
+  try {
+    return zor::ctl::Main(count, arguments);
+  } catch (const zor::ctl::OutputClosed &) {
+    return zor::ctl::kExitOk;
+  } catch (const std::exception &error) {
+    std::fprintf(stderr, "zorctl: %s\n", error.what());
+    return zor::ctl::kExitFailure;
+  }
+}

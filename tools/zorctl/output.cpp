@@ -1,0 +1,102 @@
+#include "zorctl/output.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <system_error>
+
+#include "zorctl/exit_code.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+constexpr size_t kFlushAt = 64 * 1024;
+constexpr char kClearLine[] = "\r\x1b[K";
+
+int outputFd = STDOUT_FILENO;
+std::string pending;
+
+size_t ColumnsOf(int fd) {
+  winsize size = {};
+  constexpr size_t kUsual = 80;
+  if (::ioctl(fd, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsual;
+  return size.ws_col;
+}
+
+bool WantsColour() {
+  const char *refused = std::getenv("NO_COLOR");
+  const char *terminal = std::getenv("TERM");
+  return (refused == nullptr || *refused == '\0') && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+}
+
+}  // namespace
+
+void TakeOutput() {
+  std::signal(SIGPIPE, SIG_IGN);  // a write tells
+  // A standard descriptor that the caller had closed must not become a socket's.
+  int nowhere;
+  do {
+    nowhere = ::open("/dev/null", O_RDWR);
+  } while (nowhere >= 0 && nowhere <= STDERR_FILENO);
+  const int own = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (nowhere < 0 || own < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0) {
+    throw std::system_error(errno, std::generic_category(), "standard output");
+  }
+  ::close(nowhere);
+  outputFd = own;
+}
+
+void Print(std::string_view text) {
+  pending.append(text);
+  if (pending.size() >= kFlushAt) Flush();
+}
+
+void Flush() {
+  std::string_view left = pending;
+  while (!left.empty()) {
+    const ssize_t count = ::write(outputFd, left.data(), left.size());
+    if (count >= 0) {
+      left.remove_prefix(static_cast<size_t>(count));
+    } else if (errno != EINTR) {
+      const int error = errno;
+      pending.clear();
+      if (error == EPIPE) throw OutputClosed();
+      throw Failure(kExitFailure, std::string("cannot write the output: ") + std::strerror(error),
+                    "look at where it goes to");
+    }
+  }
+  pending.clear();
+}
+
+void PrintJson(const nlohmann::json &value) {
+  Print(value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+}
+
+bool OutputIsTerminal() {
+  return ::isatty(outputFd) == 1;
+}
+
+size_t OutputWidth() {
+  return OutputIsTerminal() ? ColumnsOf(outputFd) : std::string::npos;
+}
+
+std::string Bold(std::string_view text) {
+  if (!OutputIsTerminal() || !WantsColour()) return std::string(text);
+  return std::string("\x1b[1m").append(text).append("\x1b[0m");
+}
+
+void ShowProgress(std::string_view text) {
+  if (::isatty(STDERR_FILENO) != 1) return;
+  std::fputs(kClearLine, stderr);
+  std::fputs(Cut(text, ColumnsOf(STDERR_FILENO) - 1).c_str(), stderr);
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,124 @@
+#include "zorctl/text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+namespace zor::ctl {
+namespace {
+
+constexpr std::string_view kEllipsis = "\u2026";
+
+struct Range {
+  char32_t first;
+  char32_t last;
+};
+
+template <size_t Count>
+bool Contains(const std::array<Range, Count> &ranges, char32_t character) {
+  return std::any_of(ranges.begin(), ranges.end(),
+                     [=](const Range &range) { return character >= range.first && character <= range.last; });
+}
+
+// Controls of both kinds, line and paragraph separators, marks and overrides of the direction of writing.
+constexpr std::array kUnprintable = {Range{0, 0x1f},           Range{0x7f, 0x9f},     Range{0x200e, 0x200f},
+                                     Range{0x2028, 0x202e},    Range{0x2066, 0x2069}, Range{0xd800, 0xdfff},
+                                     Range{0x110000, 0x1fffff}};
+constexpr std::array kNoColumn = {Range{0x300, 0x36f}, Range{0x200b, 0x200d}, Range{0xfe00, 0xfe0f}};
+constexpr std::array kTwoColumns = {Range{0x1100, 0x115f}, Range{0x2e80, 0xa4cf},   Range{0xac00, 0xd7a3},
+                                    Range{0xf900, 0xfaff}, Range{0xfe30, 0xfe6f},   Range{0xff00, 0xff60},
+                                    Range{0xffe0, 0xffe6}, Range{0x1f300, 0x1faff}, Range{0x20000, 0x3fffd}};
+
+struct Character {
+  char32_t value;
+  size_t length;  // in bytes; 0: not UTF-8
+};
+
+constexpr Character kMalformed = {0, 0};
+
+Character FirstOf(std::string_view text) {
+  static constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+  const auto lead = static_cast<unsigned char>(text[0]);
+  if (lead < 0x80) return {lead, 1};
+  const size_t length = lead >= 0xf8 ? 0 : lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc0 ? 2 : 0;
+  if (length == 0 || text.size() < length) return kMalformed;
+  char32_t value = lead & (0x7fu >> length);
+  for (size_t i = 1; i < length; ++i) {
+    const auto next = static_cast<unsigned char>(text[i]);
+    if ((next & 0xc0) != 0x80) return kMalformed;
+    value = value << 6 | (next & 0x3f);
+  }
+  return value < kLeast[length] ? kMalformed : Character{value, length};
+}
+
+void AppendHex(std::string_view bytes, std::string &out) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  for (const char each : bytes) {
+    const auto byte = static_cast<unsigned char>(each);
+    out.append("\\x").append(1, kDigits[byte >> 4]).append(1, kDigits[byte & 15]);
+  }
+}
+
+size_t ColumnsOf(char32_t character) {
+  if (Contains(kNoColumn, character)) return 0;
+  return Contains(kTwoColumns, character) ? 2 : 1;
+}
+
+// Bytes of the longest start of the text that fits.
+size_t FittingLength(std::string_view text, size_t columns) {
+  size_t length = 0;
+  while (length < text.size()) {
+    const Character next = FirstOf(text.substr(length));
+    const size_t width = ColumnsOf(next.value);
+    if (width > columns) break;
+    columns -= width;
+    length += std::max<size_t>(next.length, 1);
+  }
+  return length;
+}
+
+}  // namespace
+
+std::string Escape(std::string_view text) {
+  std::string out;
+  while (!text.empty()) {
+    const Character next = FirstOf(text);
+    const std::string_view bytes = text.substr(0, std::max<size_t>(next.length, 1));
+    text.remove_prefix(bytes.size());
+    if (next.length == 0 || Contains(kUnprintable, next.value)) {
+      AppendHex(bytes, out);
+    } else {
+      out.append(bytes == "\\" ? "\\\\" : bytes);
+    }
+  }
+  return out;
+}
+
+size_t Width(std::string_view text) {
+  size_t width = 0;
+  while (!text.empty()) {
+    const Character next = FirstOf(text);
+    width += ColumnsOf(next.value);
+    text.remove_prefix(std::max<size_t>(next.length, 1));
+  }
+  return width;
+}
+
+std::string Cut(std::string_view text, size_t columns) {
+  if (Width(text) <= columns) return std::string(text);
+  if (columns == 0) return {};
+  return std::string(text.substr(0, FittingLength(text, columns - 1))).append(kEllipsis);
+}
+
+std::string HexText(uint32_t number) {
+  std::array<char, 16> text{};
+  std::snprintf(text.data(), text.size(), "0x%X", number);
+  return text.data();
+}
+
+std::string_view FieldText(const char *field, size_t size) {
+  return {field, ::strnlen(field, size)};
+}
+
+}  // namespace zor::ctl

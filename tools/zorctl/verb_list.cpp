@@ -1,0 +1,127 @@
+#include <pwd.h>
+#include <zor/control_wire.h>
+#include <zor/event.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <ctime>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "zorctl/bus.h"
+#include "zorctl/output.h"
+#include "zorctl/table.h"
+#include "zorctl/text.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+using Json = nlohmann::json;
+using Align = Table::Align;
+
+std::string UserText(const Json &client) {
+  if (!client.value("local", true)) return "-";
+  const auto uid = client.value("uid", uid_t{0});
+  const passwd *user = ::getpwuid(uid);
+  return user == nullptr ? std::to_string(uid) : user->pw_name;
+}
+
+std::string PidText(const Json &client) {
+  return client.value("local", true) ? std::to_string(client.value("pid", 0)) : "-";
+}
+
+std::string TimeText(std::time_t time) {
+  std::tm parts = {};
+  std::array<char, 32> text{};
+  if (::localtime_r(&time, &parts) == nullptr) return "-";
+  const size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);
+  return {text.data(), length};
+}
+
+std::string CountText(const Json &object, const char *key) {
+  return std::to_string(object.value(key, uint64_t{0}));
+}
+
+std::string WaitingText(const Json &client) {
+  const Json waiting = client.value("waiting", Json::object());
+  return (waiting.value("at_least", false) ? ">" : "") + CountText(waiting, "bytes");
+}
+
+std::string EventText(uint32_t type) {
+  if (type == ZOR_EVT_ALL) return "all";
+  const char *module = ZOR_EVT_GetEventModuleNameByEventType(type);
+  return module == nullptr ? HexText(type) : module;
+}
+
+std::string EventsText(const Json &client) {
+  std::string text;
+  for (const Json &event : client.value("events", Json::array())) {
+    text += (text.empty() ? "" : ",") + EventText(event.get<uint32_t>());
+  }
+  return text.empty() ? "-" : text;
+}
+
+std::string PatternsText(const Json &client) {
+  std::string text;
+  for (const Json &pattern : client.value("patterns", Json::array())) {
+    text += (text.empty() ? "" : ",") + pattern.get<std::string>();
+  }
+  return text.empty() ? "-" : text;
+}
+
+class ListVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_flag("-v,--verbose", verbose_, "Also subscriptions, restful patterns and this command itself");
+  }
+
+  ExitCode Run(const Common &common) override {
+    const Deadline deadline = common.deadline();
+    Bus bus(deadline);
+    const Json answer = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
+    if (common.json) {
+      PrintJson(answer);
+    } else {
+      PrintClients(answer);
+    }
+    return kExitOk;
+  }
+
+ private:
+  void PrintClients(const Json &answer) const {
+    std::vector<Table::Column> columns = {{"NAME"},
+                                          {"PID", Align::kRight},
+                                          {"USER"},
+                                          {"SINCE"},
+                                          {"WAITING", Align::kRight},
+                                          {"IN", Align::kRight},
+                                          {"OUT", Align::kRight},
+                                          {"DROPPED", Align::kRight}};
+    if (verbose_) columns.insert(columns.end(), {{"EVENTS"}, {"PATTERNS"}});
+    Table table(std::move(columns));
+    for (const Json &client : answer.value("clients", Json::array())) {
+      if (verbose_ || !client.value("self", false)) table.Add(RowOf(client));
+    }
+    table.Print();
+  }
+
+  Table::Row RowOf(const Json &client) const {
+    Table::Row row = {client.value("name", ""), PidText(client),
+                      UserText(client),         TimeText(client.value("since", std::time_t{0})),
+                      WaitingText(client),      CountText(client, "in"),
+                      CountText(client, "out"), CountText(client, "dropped")};
+    if (verbose_) row.insert(row.end(), {EventsText(client), PatternsText(client)});
+    return row;
+  }
+
+  bool verbose_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeListVerb() {
+  return std::make_unique<ListVerb>();
+}
+
+}  // namespace zor::ctl

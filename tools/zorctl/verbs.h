@@ -1,0 +1,14 @@
+// What makes each verb, for their table.
+#ifndef ZORCTL_VERBS_H
+#define ZORCTL_VERBS_H
+
+#include "zorctl/verb.h"
+
+namespace zor::ctl {
+
+std::unique_ptr<Verb> MakeExitVerb();
+std::unique_ptr<Verb> MakeListVerb();
+
+}  // namespace zor::ctl
+
+#endif
