@@ -20,6 +20,7 @@ class Barriers {
     Client *client;
     AppName name;
     uint32_t sequence;  // of the request to answer
+    uint32_t sinceMs;
   };
 
   // Remembered posts; the oldest is forgotten for a new one.
@@ -30,6 +31,7 @@ class Barriers {
   // Those whom the post releases.
   std::vector<Waiter> Post(const AppName &name);
   void Forget(const Client &client);
+  const std::vector<Waiter> &waiters() const { return waiters_; }
 
  private:
   std::vector<Waiter> waiters_;

@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/files.h"
+
 namespace zor::msgsvr {
 namespace {
 
@@ -49,21 +51,40 @@ void BodyFiles::Remove(std::span<const std::byte> frame) const {
   if (HasBodyFile(frame)) ::unlink(PathOf(FileName(BodyOf(frame))).c_str());
 }
 
+std::optional<std::vector<std::byte>> BodyFiles::Create(std::span<const std::byte> content) const {
+  return MakeNamed([&](const std::string &path) {
+    const daemon::Fd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!file.valid()) return false;
+    if (daemon::WriteAll(file.get(), content)) return true;
+    const int error = errno;
+    ::unlink(path.c_str());
+    errno = error;
+    return false;
+  });
+}
+
 std::optional<std::vector<std::byte>> BodyFiles::Duplicate(const Frame &frame) const {
-  constexpr int kAttempts = 8;  // a random name may be taken
   const std::string from = PathOf(FileName(frame.body()));
+  const auto body = MakeNamed([&](const std::string &to) { return ::link(from.c_str(), to.c_str()) == 0; });
+  if (!body) return std::nullopt;
+  Frame copy = frame;
+  copy.head.bodyLength = static_cast<uint32_t>(body->size());
+  std::vector<std::byte> bytes(sizeof copy.head + body->size());
+  std::memcpy(bytes.data(), &copy.head, sizeof copy.head);
+  std::memcpy(bytes.data() + sizeof copy.head, body->data(), body->size());
+  return bytes;
+}
+
+// Tries names until `make` has made a file of one, or fails for another reason than that the name is taken; the body
+// that names the file.
+template <typename Make>
+std::optional<std::vector<std::byte>> BodyFiles::MakeNamed(Make make) const {
+  constexpr int kAttempts = 8;
   std::array<char, ZOR_MSG_FILE_PATH_SIZE> path{};
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     std::snprintf(path.data(), path.size(), ZOR_PATH_MSG_FILE_FORMAT, ZOR_UTIL_GenRandomInteger());
-    const std::string to = PathOf(FileName(std::as_bytes(std::span(path))));
-    if (::link(from.c_str(), to.c_str()) == 0) {
-      Frame copy = frame;
-      copy.head.bodyLength = static_cast<uint32_t>(path.size());
-      std::vector<std::byte> bytes(sizeof copy.head + path.size());
-      std::memcpy(bytes.data(), &copy.head, sizeof copy.head);
-      std::memcpy(bytes.data() + sizeof copy.head, path.data(), path.size());
-      return bytes;
-    }
+    const auto body = std::as_bytes(std::span(path));
+    if (make(PathOf(FileName(body)))) return std::vector<std::byte>(body.begin(), body.end());
     if (errno != EEXIST) break;
   }
   return std::nullopt;

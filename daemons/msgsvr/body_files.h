@@ -22,6 +22,9 @@ class BodyFiles {
   // Whether the file that the frame's body names may be passed on for this sender.
   bool IsAcceptable(const Client &sender, const Frame &frame) const;
 
+  // Makes a file of the server's own; the body that names it, or nothing when the system refuses.
+  std::optional<std::vector<std::byte>> Create(std::span<const std::byte> content) const;
+
   // The following take frames whose file was acceptable.
 
   // Deletes the file; does nothing for a frame whose body is not in a file.
@@ -32,6 +35,8 @@ class BodyFiles {
   std::optional<std::vector<std::byte>> Read(const Frame &frame, size_t maxBytes) const;
 
  private:
+  template <typename Make>
+  std::optional<std::vector<std::byte>> MakeNamed(Make make) const;
   std::string PathOf(std::string_view name) const { return directory_ + std::string(name); }
 
   std::string directory_;

@@ -8,7 +8,10 @@ void Bus::End(Client &client) {
   if (client.ended) return;
   client.ended = true;
   someEnded_ = true;
-  for (const auto &message : client.output.messages()) files.Remove(message.bytes);
+  for (const auto &message : client.output.messages()) {
+    files.Remove(message.bytes);
+    if (message.bytes.size() >= ZOR_MSG_HEAD_SIZE) ++counters.dropped;  // less is a descriptor's
+  }
   patterns.Remove(client);
   barriers.Forget(client);
   if (!client.registered()) return;

@@ -28,6 +28,19 @@ struct Bus {
   // Releases the clients that have ended.
   void Sweep();
 
+  // Counts a message that the client is given now, the server's own included.
+  void CountDelivery(Client &to, size_t bytes) {
+    to.deliveries.Add(bytes, nowMs);
+    ++to.counters.out;
+    ++counters.out;
+  }
+
+  // Takes the time, once a turn, for all that happens in it.
+  void TakeTime() {
+    nowMs =
+        static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started).count());
+  }
+
   // The client of that id; null when it has gone.
   Client *Find(uint64_t id);
 
@@ -41,6 +54,10 @@ struct Bus {
   RestfulPatterns patterns;
   Barriers barriers;
   NamedSubscriptions subscriptions;
+  Counters counters;
+  Losses losses;
+  Clock::time_point started = Clock::now();
+  uint32_t nowMs = 0;  // since then, modulo 2^32, as of this turn
 
  private:
   bool someEnded_ = false;

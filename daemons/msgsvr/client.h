@@ -7,11 +7,13 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <vector>
 
 #include "common/fd.h"
 #include "common/output_queue.h"
+#include "msgsvr/accounting.h"
 #include "msgsvr/events.h"
 #include "msgsvr/names.h"
 
@@ -43,6 +45,11 @@ struct Client {
   daemon::Fd halfDescriptor;       // came with the first of its two bytes, which is all of `partial`
   daemon::OutputQueue output;
   uint64_t lastTarget = 0;  // id of the client that got its latest message
+
+  std::time_t since = std::time(nullptr);
+  Counters counters;
+  PendingRequests pending;
+  Deliveries deliveries;
 
   EventSet events;
   bool leaving = false;  // somebody has stopped it for good

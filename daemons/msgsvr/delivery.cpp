@@ -21,6 +21,11 @@ void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
   }
   run_ = {run_.data(), run_.size() + frame.bytes.size()};
   from.lastTarget = to.id;
+  bus_.CountDelivery(to, frame.bytes.size());
+  const bool answer = to.pending.Answer(from.name, frame.type(), frame.head.sequence);
+  if (!answer && frame.head.sequence != 0) {
+    from.pending.Add({to.name, frame.type(), frame.head.sequence, bus_.nowMs});
+  }
 }
 
 void Delivery::FlushRun() {
@@ -29,6 +34,7 @@ void Delivery::FlushRun() {
   lost = lost.subspan(Write(*runTo_, lost));
   while (!lost.empty()) {
     const size_t size = FrameSize(lost);
+    --bus_.counters.out;
     Undelivered(*runFrom_, lost.first(size));
     lost = lost.subspan(size);
   }
@@ -36,7 +42,12 @@ void Delivery::FlushRun() {
 
 bool Delivery::Send(Client &to, std::span<const std::byte> frame) {
   FlushRun();
-  return Write(to, frame) == frame.size();
+  if (Write(to, frame) != frame.size()) {
+    ++bus_.counters.dropped;
+    return false;
+  }
+  bus_.CountDelivery(to, frame.size());
+  return true;
 }
 
 void Delivery::Reply(Client &to, const Frame &request, uint32_t data, std::span<const std::byte> body) {
@@ -47,6 +58,8 @@ void Delivery::Refuse(Client &from, std::span<const std::byte> frame) {
   ZOR_MSG_HEAD head;
   std::memcpy(&head, frame.data(), sizeof head);
   const uint32_t type = head.type & ZOR_MSG_TYPE_MASK;
+  ++bus_.counters.dropped;
+  from.pending.Undo(type, head.sequence);
   // A notice that nobody takes must not be answered with another.
   if (type == ZOR_MSG_SEND_FAILED_NOTICE) return;
   Send(from, BuildFrame(ZOR_MSG_SEND_FAILED_NOTICE, head.sequence, from.name, type));
@@ -64,6 +77,7 @@ void Delivery::PassDescriptor(Client &from, daemon::Fd descriptor) {
     bus_.log.Print("%s: a descriptor is lost, its latest message has no receiver here", from.Label().c_str());
     return;
   }
+  to->deliveries.Add(kDescriptorFrame.size(), bus_.nowMs);
   if (to->output.empty()) {
     const ssize_t sent = daemon::SendNow(to->socket.get(), kDescriptorFrame, descriptor.get());
     if (sent == static_cast<ssize_t>(kDescriptorFrame.size())) return;
@@ -131,6 +145,7 @@ void Delivery::DescriptorLost(const Client &to) {
 void Delivery::Overflow(Client &to, std::span<const std::byte> rest) {
   size_t lost = to.output.messages().size();
   for (; !rest.empty(); rest = rest.subspan(FrameSize(rest))) ++lost;
+  bus_.losses.Add(to.name, lost);
   bus_.CutOff(to, "its output queue is full, " + std::to_string(lost) + " messages lost");
 }
 

@@ -34,4 +34,9 @@ bool NamedSubscriptions::IsWanted(const AppName &name, size_t bit) const {
   return entry != byName_.end() && Wants(entry->second, bit);
 }
 
+EventSet NamedSubscriptions::Of(const AppName &name) const {
+  const auto entry = byName_.find(name);
+  return entry == byName_.end() ? EventSet() : entry->second;
+}
+
 }  // namespace zor::msgsvr

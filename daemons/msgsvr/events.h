@@ -36,6 +36,7 @@ class NamedSubscriptions {
   void Remove(const AppName &name, size_t bit);
   void Forget(const AppName &name) { byName_.erase(name); }
   bool IsWanted(const AppName &name, size_t bit) const;
+  EventSet Of(const AppName &name) const;
 
  private:
   std::unordered_map<AppName, EventSet, AppNameHash> byName_;

@@ -28,7 +28,10 @@ void Requests::Register(Client &from, const Frame &frame) {
   const auto wanted = AppName::FromField(frame.head.source);
   if (from.registered()) bus_.names.Remove(from.name, from);
   from.name = wanted && wanted->IsGrantable() ? *wanted : AppName();
-  if (from.registered()) bus_.names.Add(from.name, from);
+  if (from.registered()) {
+    bus_.names.Add(from.name, from);
+    from.counters.dropped += bus_.losses.Take(from.name);
+  }
   if (bus_.verbose) bus_.log.Print("%s registers", from.Label().c_str());
   from.reportPeriod = std::chrono::seconds(bus_.settings.reportSeconds.Get(from.name));
   from.lastReport = Clock::now();
@@ -99,7 +102,7 @@ void Requests::RegisterPatterns(Client &from, const Frame &, Body body) {
 }
 
 void Requests::SyncWait(Client &from, const Frame &frame, Body body) {
-  if (bus_.barriers.Wait({&from, AppName(TextOf(body)), frame.head.sequence})) delivery_.Reply(from, frame);
+  if (bus_.barriers.Wait({&from, AppName(TextOf(body)), frame.head.sequence, bus_.nowMs})) delivery_.Reply(from, frame);
 }
 
 // The one who posts does not wait for an answer and gets none.

@@ -69,6 +69,14 @@ void RestfulPatterns::Remove(const Client &client) {
   std::erase_if(entries_, [&](const Entry &entry) { return entry.client == &client; });
 }
 
+std::vector<std::string_view> RestfulPatterns::Of(const Client &client) const {
+  std::vector<std::string_view> lists;
+  for (const Entry &entry : entries_) {
+    if (entry.client == &client) lists.push_back(entry.patternList);
+  }
+  return lists;
+}
+
 Client *RestfulPatterns::Find(std::string_view prefix, std::string_view name) const {
   const RestfulPath whole(std::string(prefix).append("/").append(name));
   const RestfulPath prefixAlone(prefix);

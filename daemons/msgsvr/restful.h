@@ -43,6 +43,8 @@ class RestfulPatterns {
   // False, with nothing registered, when the client would hold too much.
   bool Add(Client &client, std::string_view patternList);
   void Remove(const Client &client);
+  // The lists that the client has registered.
+  std::vector<std::string_view> Of(const Client &client) const;
   // The client that registered for the path first; null when none did.
   Client *Find(std::string_view prefix, std::string_view name) const;
 

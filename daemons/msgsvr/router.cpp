@@ -35,6 +35,8 @@ size_t Router::Route(Client &from, std::span<std::byte> bytes) {
 }
 
 void Router::RouteFrame(Client &from, Frame &frame) {
+  ++from.counters.in;
+  ++bus_.counters.in;
   if (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty()) return requests_.Register(from, frame);
   if (!from.registered()) return bus_.CutOff(from, "it has no name and sends messages");
   frame.SetSource(from.name);
@@ -42,6 +44,7 @@ void Router::RouteFrame(Client &from, Frame &frame) {
   if (frame.bodyInFile() && !IsWellSent(from, frame)) return;
   if (IsEvent(frame)) return PublishEvent(from, frame);
   if (!frame.destination.empty()) return ForwardTo(from, bus_.names.Oldest(frame.destination), frame);
+  if (IsControl(frame.type())) return control_.Handle(from, frame);
   if (!requests_.Handle(from, frame)) RouteUnnamed(from, frame);
 }
 
@@ -80,6 +83,8 @@ void Router::PublishEventInFile(Client &from, const Frame &frame) {
     if (auto copy = bus_.files.Duplicate(frame)) {
       copies[i] = std::move(*copy);
     } else {
+      ++subscribers_[i]->counters.dropped;
+      ++bus_.counters.dropped;
       bus_.log.PrintErrno("%s: an event from %s is lost, its body file cannot be shared",
                           subscribers_[i]->Label().c_str(), from.Label().c_str());
     }

@@ -1,12 +1,13 @@
 // Where frames go. The order of decisions: an unregistered client may only register; an event goes to its subscribers;
-// a named destination gets its message; what the server knows it does itself; a restful request goes by its path; the
-// rest goes by the route table.
+// a named destination gets its message; what the server knows it does itself, operators' requests included; a restful
+// request goes by its path; the rest goes by the route table.
 #ifndef MSGSVR_ROUTER_H
 #define MSGSVR_ROUTER_H
 
 #include <span>
 #include <vector>
 
+#include "msgsvr/control.h"
 #include "msgsvr/delivery.h"
 #include "msgsvr/requests.h"
 
@@ -14,7 +15,7 @@ namespace zor::msgsvr {
 
 class Router {
  public:
-  explicit Router(Bus &bus) : bus_(bus), delivery_(bus), requests_(bus, delivery_) {}
+  explicit Router(Bus &bus) : bus_(bus), delivery_(bus), requests_(bus, delivery_), control_(bus, delivery_) {}
 
   // Routes every whole frame of the bytes. Returns how many bytes those were; the sender may have ended meanwhile.
   size_t Route(Client &from, std::span<std::byte> bytes);
@@ -34,6 +35,7 @@ class Router {
   Bus &bus_;
   Delivery delivery_;
   Requests requests_;
+  Control control_;
   std::vector<Client *> subscribers_;  // of the event at hand
 };
 

@@ -51,7 +51,9 @@ bool Server::Watch() {
 }
 
 void Server::Turn() {
-  for (const epoll_event &event : bus_.poll.Wait(TimeoutMs())) TakeEvent(event);
+  const auto events = bus_.poll.Wait(TimeoutMs());
+  bus_.TakeTime();
+  for (const epoll_event &event : events) TakeEvent(event);
   ReadReady();
   LookAfterTime();
   std::erase_if(ready_, [](const Client *client) { return client->ended; });

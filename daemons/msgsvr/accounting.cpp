@@ -1,0 +1,58 @@
+#include "msgsvr/accounting.h"
+
+#include <algorithm>
+
+#include "msgsvr/frames.h"
+
+namespace zor::msgsvr {
+
+void PendingRequests::Add(const Request &request) {
+  if (requests_.size() == kMax) requests_.erase(requests_.begin());
+  requests_.push_back(request);
+}
+
+bool PendingRequests::Answer(const AppName &by, uint32_t type, uint32_t sequence) {
+  auto answered = requests_.end();
+  for (auto request = requests_.begin(); request != requests_.end(); ++request) {
+    const bool sameSequence = request->sequence == sequence;
+    if ((!sameSequence && request->type != type) || request->to != by) continue;
+    if (sameSequence || answered == requests_.end()) answered = request;
+    if (sameSequence) break;
+  }
+  if (answered == requests_.end()) return false;
+  requests_.erase(answered);
+  return true;
+}
+
+void PendingRequests::Undo(uint32_t type, uint32_t sequence) {
+  const auto latest = std::find_if(requests_.rbegin(), requests_.rend(), [&](const Request &request) {
+    return request.type == type && request.sequence == sequence;
+  });
+  if (latest != requests_.rend()) requests_.erase(std::next(latest).base());
+}
+
+Deliveries::Unread Deliveries::UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const {
+  Unread unread{bytes, 0, 0, false};
+  uint64_t covered = 0;
+  const size_t known = std::min<size_t>(next_, latest_.size());
+  for (size_t back = 1; back <= known && covered < bytes; ++back) {
+    const Delivery &delivery = latest_[(next_ - back) % latest_.size()];
+    covered += delivery.bytes;
+    unread.oldestMs = nowMs - delivery.timeMs;
+    if (delivery.bytes >= ZOR_MSG_HEAD_SIZE) ++unread.messages;  // less is a descriptor's
+  }
+  unread.atLeast = covered < bytes;
+  unread.messages = std::max<uint64_t>(unread.messages, queued);
+  return unread;
+}
+
+void Losses::Add(const AppName &name, uint64_t messages) {
+  if (byName_.size() < kMaxNames || byName_.contains(name)) byName_[name] += messages;
+}
+
+uint64_t Losses::Take(const AppName &name) {
+  const auto entry = byName_.extract(name);
+  return entry.empty() ? 0 : entry.mapped();
+}
+
+}  // namespace zor::msgsvr

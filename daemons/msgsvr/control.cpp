@@ -1,0 +1,65 @@
+#include "msgsvr/control.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "msgsvr/control_list.h"
+
+namespace zor::msgsvr {
+namespace {
+
+// The longest request is one to set all trace levels of a daemon.
+constexpr size_t kMaxFileBody = 16384;
+
+bool MayControl(const Peer &peer) {
+  return peer.local && (peer.uid == 0 || peer.uid == ::geteuid());
+}
+
+}  // namespace
+
+const Control::Entry Control::kEntries[] = {
+    {ZOR_MSG_CONTROL_LIST, &Control::List},
+};
+
+void Control::Handle(Client &from, const Frame &frame) {
+  const Answer answer = Perform(from, frame);
+  Send(from, frame, answer);
+}
+
+Control::Answer Control::Perform(Client &from, const Frame &frame) {
+  std::optional<std::vector<std::byte>> content;
+  if (frame.bodyInFile()) {
+    content = bus_.files.Read(frame, kMaxFileBody);
+    bus_.files.Remove(frame.bytes);
+    if (!content) return {ZOR_CONTROL_FAILED, {}};
+  }
+  if (!MayControl(from.peer)) return {ZOR_CONTROL_REFUSED, {}};
+  const auto *entry = std::find_if(std::begin(kEntries), std::end(kEntries),
+                                   [&](const Entry &candidate) { return candidate.type == frame.type(); });
+  if (entry == std::end(kEntries)) return {ZOR_CONTROL_UNKNOWN, {}};
+  return (this->*entry->handle)(from, content ? Body(*content) : frame.body());
+}
+
+void Control::Send(Client &to, const Frame &request, const Answer &answer) {
+  if (answer.body.size() > ZOR_MSG_INLINE_BODY_MAX) return SendInFile(to, request, answer);
+  delivery_.Reply(to, request, answer.result, std::as_bytes(std::span(answer.body)));
+}
+
+void Control::SendInFile(Client &to, const Frame &request, const Answer &answer) {
+  const auto body = bus_.files.Create(std::as_bytes(std::span(answer.body)));
+  if (!body) return delivery_.Reply(to, request, ZOR_CONTROL_FAILED);
+  const auto frame =
+      BuildFrame(request.type() | ZOR_MSG_BODY_IN_FILE, request.head.sequence, to.name, answer.result, *body);
+  if (!delivery_.Send(to, frame)) bus_.files.Remove(frame);
+}
+
+Control::Answer Control::List(Client &from, Body body) {
+  if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
+  std::string text = ListText(bus_, from);
+  // More is refused by the receiving library.
+  if (text.empty() || text.size() > ZOR_ALLOC_MAX - ZOR_MSG_HEAD_SIZE) return {ZOR_CONTROL_FAILED, {}};
+  return {ZOR_CONTROL_OK, std::move(text)};
+}
+
+}  // namespace zor::msgsvr

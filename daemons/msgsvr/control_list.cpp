@@ -1,0 +1,141 @@
+#include "msgsvr/control_list.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "msgsvr/json.h"
+#include "msgsvr/unread.h"
+
+namespace zor::msgsvr {
+namespace {
+
+// Of one client's restful patterns: they may be as long as the answer.
+constexpr size_t kMaxPatternBytes = 4096;
+
+template <typename Number>
+void AddNumber(cJSON *object, const char *name, Number number) {
+  cJSON_AddNumberToObject(object, name, static_cast<double>(number));
+}
+
+void AddText(cJSON *object, const char *name, std::string_view text) {
+  cJSON_AddStringToObject(object, name, CleanText(text).c_str());
+}
+
+void AddCounters(cJSON *object, const Counters &counters) {
+  AddNumber(object, "in", counters.in);
+  AddNumber(object, "out", counters.out);
+  AddNumber(object, "dropped", counters.dropped);
+}
+
+size_t BytesLeft(const daemon::OutputQueue &queue) {
+  size_t bytes = 0;
+  for (const auto &message : queue.messages()) bytes += message.bytes.size() - message.sent;
+  return bytes;
+}
+
+void AddWaiting(cJSON *object, const Bus &bus, const Client &client, const UnreadBytes &kernel) {
+  const auto inSocket = client.peer.local ? kernel.Of(client.socket.get()) : std::nullopt;
+  const auto unread = client.deliveries.UnreadOf(BytesLeft(client.output) + inSocket.value_or(0),
+                                                 client.output.messages().size(), bus.nowMs);
+  cJSON *waiting = cJSON_AddObjectToObject(object, "waiting");
+  AddNumber(waiting, "bytes", unread.bytes);
+  AddNumber(waiting, "messages", unread.messages);
+  cJSON_AddBoolToObject(waiting, "at_least", unread.atLeast || (!inSocket && HasUnread(client.socket.get())));
+  AddNumber(waiting, "oldest_ms", unread.oldestMs);
+}
+
+void AddEvents(cJSON *object, const Bus &bus, const Client &client) {
+  EventSet events = client.events;
+  if (bus.names.Oldest(client.name) == &client) events |= bus.subscriptions.Of(client.name);
+  cJSON *array = cJSON_AddArrayToObject(object, "events");
+  for (size_t bit = 0; bit < events.size(); ++bit) {
+    if (events[bit]) cJSON_AddItemToArray(array, cJSON_CreateNumber(static_cast<double>(ZOR_MSG_EVENT_FIRST + bit)));
+  }
+}
+
+void AddPatterns(cJSON *object, const Bus &bus, const Client &client) {
+  cJSON *array = cJSON_AddArrayToObject(object, "patterns");
+  size_t room = kMaxPatternBytes;
+  for (std::string_view list : bus.patterns.Of(client)) {
+    while (!list.empty()) {
+      const std::string_view pattern = list.substr(0, list.find('|'));
+      list.remove_prefix(std::min(list.size(), pattern.size() + 1));
+      if (pattern.empty()) continue;
+      const bool fits = pattern.size() <= room;
+      cJSON_AddItemToArray(array, cJSON_CreateString(fits ? CleanText(pattern).c_str() : "..."));
+      if (!fits) return;
+      room -= pattern.size();
+    }
+  }
+}
+
+void AddPending(cJSON *array, std::string_view to, uint32_t type, uint32_t sequence, uint32_t ageMs) {
+  cJSON *request = cJSON_CreateObject();
+  AddText(request, "to", to);
+  AddNumber(request, "type", type);
+  AddNumber(request, "sequence", sequence);
+  AddNumber(request, "age_ms", ageMs);
+  cJSON_AddItemToArray(array, request);
+}
+
+// The barrier at which a client waits comes last: it can be asked for nothing else meanwhile.
+void AddPendingRequests(cJSON *object, const Bus &bus, const Client &client) {
+  cJSON *array = cJSON_AddArrayToObject(object, "pending");
+  for (const PendingRequests::Request &request : client.pending.requests()) {
+    AddPending(array, request.to.text(), request.type, request.sequence, bus.nowMs - request.sentMs);
+  }
+  for (const Barriers::Waiter &waiter : bus.barriers.waiters()) {
+    if (waiter.client != &client) continue;
+    AddPending(array, "", ZOR_MSG_SYNC_WAIT, waiter.sequence, bus.nowMs - waiter.sinceMs);
+  }
+}
+
+std::string ServerText(const Bus &bus) {
+  const Json server(cJSON_CreateObject());
+  const auto uptime = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - bus.started);
+  cJSON_AddStringToObject(server.get(), "name", "msgsvr");
+  AddNumber(server.get(), "pid", ::getpid());
+  AddNumber(server.get(), "uid", ::geteuid());
+  AddNumber(server.get(), "uptime_ms", uptime.count());
+  AddNumber(server.get(), "clients", bus.clients.size());
+  AddNumber(server.get(), "max_clients", bus.settings.maxClients);
+  AddNumber(server.get(), "queue_bytes", bus.settings.queueBytes);
+  AddCounters(server.get(), bus.counters);
+  return JsonText(server.get());
+}
+
+std::string ClientText(const Bus &bus, const Client &client, bool self, const UnreadBytes &kernel) {
+  const Json json(cJSON_CreateObject());
+  AddText(json.get(), "name", client.name.text());
+  AddNumber(json.get(), "pid", client.peer.pid);
+  AddNumber(json.get(), "uid", client.peer.uid);
+  cJSON_AddBoolToObject(json.get(), "local", client.peer.local);
+  cJSON_AddBoolToObject(json.get(), "self", self);
+  AddNumber(json.get(), "since", client.since);
+  AddCounters(json.get(), client.counters);
+  AddWaiting(json.get(), bus, client, kernel);
+  AddEvents(json.get(), bus, client);
+  AddPatterns(json.get(), bus, client);
+  AddPendingRequests(json.get(), bus, client);
+  return JsonText(json.get());
+}
+
+}  // namespace
+
+// One client after the other: a tree of all of them would take many times the text.
+std::string ListText(const Bus &bus, const Client &asker) {
+  const UnreadBytes kernel;
+  std::string text = "{\"server\":" + ServerText(bus) + ",\"clients\":[";
+  bool first = true;
+  for (const Client &client : bus.clients) {
+    if (client.ended || !client.registered()) continue;
+    if (!std::exchange(first, false)) text += ',';
+    const std::string entry = ClientText(bus, client, &client == &asker, kernel);
+    if (entry.empty()) return {};
+    text += entry;
+  }
+  return text + "]}";
+}
+
+}  // namespace zor::msgsvr

@@ -1,0 +1,147 @@
+// Operators' requests to the message server.
+#include <sys/stat.h>
+#include <zor/control_wire.h>
+
+#include "msgsvr/json.h"
+#include "msgsvr_fixture.h"
+
+namespace zor::test {
+namespace {
+
+using msgsvr::Json;
+
+const std::string kKilobyte(1000, 'x');
+
+class MsgsvrControlTest : public OwnMsgsvrTest {
+ protected:
+  // The answer to an operator's request, its body fetched from its file as the library does it.
+  Message Control(uint32_t type, const std::string &body = "") {
+    Message answer = operator_.Ask(MakeRequest(type, body, 0, 77));
+    EXPECT_EQ(answer.header.type & ZOR_MSG_TYPE_MASK, type);
+    EXPECT_EQ(answer.header.sequence, 77u);
+    if ((answer.header.type & ZOR_MSG_BODY_IN_FILE) == 0) return answer;
+    const std::string path = RealPath(answer.body.c_str());
+    std::ifstream file(path);
+    answer.body.assign(std::istreambuf_iterator<char>(file), {});
+    std::filesystem::remove(path);
+    return answer;
+  }
+  uint32_t Result(uint32_t type, const std::string &body = "") { return Control(type, body).header.data; }
+
+  // Reads the list anew.
+  void List() {
+    const Message answer = Control(ZOR_MSG_CONTROL_LIST);
+    list_.reset(cJSON_Parse(answer.body.c_str()));
+    ASSERT_NE(list_, nullptr) << answer.body;
+  }
+  // What the list says about a client, a member of it or of that member's object.
+  const cJSON *Of(const std::string &name, const char *member, const char *inner = nullptr) const {
+    const cJSON *client = nullptr;
+    cJSON_ArrayForEach(client, cJSON_GetObjectItem(list_.get(), "clients")) {
+      if (cJSON_GetObjectItem(client, "name")->valuestring != name) continue;
+      const cJSON *item = cJSON_GetObjectItem(client, member);
+      return inner == nullptr ? item : cJSON_GetObjectItem(item, inner);
+    }
+    ADD_FAILURE() << name << " is not in the list";
+    return nullptr;
+  }
+  double Number(const std::string &name, const char *member, const char *inner = nullptr) const {
+    return cJSON_GetNumberValue(Of(name, member, inner));
+  }
+  // "to type, ..." of the pending requests.
+  std::string Pending(const std::string &name) const {
+    std::string text;
+    const cJSON *request = nullptr;
+    cJSON_ArrayForEach(request, Of(name, "pending")) {
+      text += cJSON_GetObjectItem(request, "to")->valuestring + std::string(" ") +
+              std::to_string(cJSON_GetObjectItem(request, "type")->valueint) + ", ";
+    }
+    return text;
+  }
+
+  void StartWithOperator(const std::string &settings = "") {
+    Start(settings);
+    operator_ = Client("ctl1");
+  }
+
+  WireClient operator_;
+  Json list_;
+};
+
+TEST_F(MsgsvrControlTest, AnswersNobodyButRootAndTheServersOwnUser) {
+  StartWithOperator("tcp = 127.0.0.1:0\n");
+  EXPECT_EQ(Result(ZOR_MSG_CONTROL_LIST), ZOR_CONTROL_OK);
+  EXPECT_EQ(Result(ZOR_MSG_CONTROL_LIST, "x"), ZOR_CONTROL_MALFORMED);
+  for (const uint32_t type : {ZOR_MSG_CONTROL_COPY, ZOR_MSG_CONTROL_LAST}) EXPECT_EQ(Result(type), ZOR_CONTROL_UNKNOWN);
+  const std::string announced = "msgsvr: listening on 127.0.0.1:";
+  ASSERT_TRUE(server_->WaitForOutput(announced) && server_->WaitForOutput("\n"));
+  const size_t at = server_->output().find(announced) + announced.size();
+  const WireClient remote = WireClient::ConnectTcp(static_cast<uint16_t>(std::stoi(server_->output().substr(at))));
+  remote.Register("remote");
+  EXPECT_EQ(remote.Ask(MakeRequest(ZOR_MSG_CONTROL_LIST)).header.data, ZOR_CONTROL_REFUSED);
+  // With a destination it is a message like any other.
+  remote.Send(MakeMessage(ZOR_MSG_CONTROL_LIST, "", "receiver"));
+  EXPECT_EQ(NameOf(receiver_.Next().header.source), "remote");
+  if (::geteuid() != 0) return;
+  ::chmod(root_.Path("").c_str(), 0755);
+  ::chmod(RealPath(ZOR_PATH_MSGSVR).c_str(), 0777);
+  Child stranger = Child::Function([&] {
+    if (::setuid(12345) != 0) return 1;
+    return Client("stranger").Ask(MakeRequest(ZOR_MSG_CONTROL_LIST)).header.data == ZOR_CONTROL_REFUSED ? 0 : 2;
+  });
+  EXPECT_EQ(stranger.Wait(), 0);
+}
+
+TEST_F(MsgsvrControlTest, ListsWhatADaemonHasLeftUnread) {
+  StartWithOperator("queue_bytes = 1000000\n");
+  const std::string hostile = "/a\"\\\x01\xff|/\xc3\xa4|\xed\xa0\x80|" + std::string(1500, '"') + '\0';
+  Tell(receiver_, MakeRequest(ZOR_MSG_RESTFUL_REGISTER, hostile));
+  Tell(receiver_, MakeRequest(ZOR_MSG_RESTFUL_REGISTER, hostile));
+  Tell(sender_, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "receiver", 0x2DA05));
+  for (int i = 0; i < 3; ++i) Tell(sender_, MakeMessage(kType, "", "receiver", 0, kKilobyte));
+  List();
+  EXPECT_EQ(Number("receiver", "in"), 5) << "its registration, its patterns and the questions behind them";
+  EXPECT_EQ(Number("receiver", "out"), 6);
+  EXPECT_EQ(Number("receiver", "pid"), ::getpid());
+  EXPECT_TRUE(cJSON_IsTrue(Of("ctl1", "self")) && cJSON_IsFalse(Of("sender", "self")));
+  EXPECT_EQ(cJSON_GetArrayItem(Of("receiver", "events"), 0)->valueint, 0x2DA05);
+  EXPECT_EQ(cJSON_GetArrayItem(Of("receiver", "patterns"), 0)->valuestring, std::string("/a\"\\??"));
+  EXPECT_EQ(cJSON_GetArrayItem(Of("receiver", "patterns"), 1)->valuestring, std::string("/\xc3\xa4"));
+  EXPECT_EQ(Number("receiver", "waiting", "messages"), 3);
+  EXPECT_EQ(Number("receiver", "waiting", "bytes"), 3 * 1040);
+  EXPECT_TRUE(cJSON_IsFalse(Of("receiver", "waiting", "at_least")));
+  // In its socket and in the server's queue.
+  for (int i = 0; i < 500; ++i) sender_.Send(MakeMessage(kType, "", "receiver", 0, kKilobyte));
+  Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
+  List();
+  EXPECT_EQ(Number("receiver", "waiting", "bytes"), 503 * 1040);
+  EXPECT_TRUE(cJSON_IsTrue(Of("receiver", "waiting", "at_least")));
+  EXPECT_GE(Number("receiver", "waiting", "messages"), 32);
+}
+
+TEST_F(MsgsvrControlTest, ListsWhoWaitsForWhom) {
+  StartWithOperator();
+  const auto request = [](const char *to, uint32_t type) { return MakeMessage(type, "", to, 0, "", type); };
+  sender_.Send(request("receiver", 0x4001));
+  receiver_.Send(request("sender", 0x4002));
+  sender_.Send(request("receiver", 0x4003));
+  ASSERT_EQ(sender_.Next().header.type, 0x4002u);
+  EXPECT_TRUE(IsNotice(sender_.Ask(request("nobody", 0x4004)), 0x4004));
+  Tell(operator_, MakeMessage(kType, "", "receiver"));
+  operator_.Send(MakeRequest(ZOR_MSG_SYNC_WAIT, "gate"));
+  List();
+  EXPECT_EQ(Pending("sender"), "receiver 16385, receiver 16387, ") << "what went nowhere is not pending";
+  EXPECT_EQ(Pending("receiver"), "sender 16386, ");
+  EXPECT_EQ(Pending("ctl1"), " 20504, ") << "at a barrier";
+  // Answered by number, and by type as many daemons do it.
+  receiver_.Send(MakeMessage(0x9999, "", "sender", 0, "", 0x4003));
+  receiver_.Send(MakeMessage(0x4001, "", "sender", 0, "", 12345));
+  ASSERT_EQ(sender_.Next().header.type, 0x9999u);
+  ASSERT_EQ(sender_.Next().header.type, 0x4001u);
+  List();
+  EXPECT_EQ(Pending("sender"), "");
+  EXPECT_EQ(Pending("receiver"), "sender 16386, ");
+}
+
+}  // namespace
+}  // namespace zor::test
