@@ -13,15 +13,15 @@ namespace {
 
 constexpr char kStar = '*';
 
-constexpr char kMac[] = "([0-9A-Fa-f]{2}[:-]){5}([0-9A-Fa-f]{2})";
-constexpr char kIpv4[] = "([0-9]{1,3}[.]){3}[0-9]{1,3}";
-constexpr char kUuid[] = "(([0-9A-Fa-f]{4}[-]){3})([0-9A-Fa-f]{12})";
+constexpr char kMacExpression[] = "([0-9A-Fa-f]{2}[:-]){5}([0-9A-Fa-f]{2})";
+constexpr char kIpv4Expression[] = "([0-9]{1,3}[.]){3}[0-9]{1,3}";
+constexpr char kUuidExpression[] = "(([0-9A-Fa-f]{4}[-]){3})([0-9A-Fa-f]{12})";
 
 // Every textual form of an IPv6 address: by the number of groups in front of "::", at most seven groups in all beside
 // it, an IPv4 suffix counting for two. The matcher takes the longest alternative, so the order does not matter.
 #define H "[0-9A-Fa-f]{1,4}"
 #define V4 "([0-9]{1,3}[.]){3}[0-9]{1,3}"
-constexpr char kIpv6[] =
+constexpr char kIpv6Expression[] =
     "(" H ":){7}" H "|(" H ":){6}" V4 "|(" H ":){1,7}:|(" H ":){1,6}:" H "|(" H ":){1,5}(:" H "){1,2}|(" H ":){1,4}(:" H
     "){1,3}|(" H ":){1,3}(:" H "){1,4}|(" H ":){1,2}(:" H "){1,5}|" H ":(:" H "){1,6}|:((:" H "){1,7}|:)|::(" H
     ":){0,5}" V4 "|(" H ":){1,5}:" V4 "|(" H ":){1,4}:" H ":" V4 "|(" H ":){1,3}(:" H "){1,2}:" V4 "|(" H ":){1,2}(:" H
@@ -52,19 +52,31 @@ void MaskEndOfUuid(char *match, std::size_t) {
   Stars(match + 15, 12);
 }
 
-// To the end of the text, not of the match: what follows an address on its line tells whose it is.
+// To the end of the text, not of the match: what follows an address on its line tells whose it is. Every character is
+// written, the kept ones too, so that the compiler can take many at a time.
 template <char kKept>
 void MaskToTheEnd(char *match, std::size_t) {
-  std::replace_if(
-      match, match + std::strlen(match), [](char c) { return c != kKept; }, kStar);
+  std::transform(match, match + std::strlen(match), match, [](char c) { return c == kKept ? c : kStar; });
 }
 
 void MaskMatch(char *match, std::size_t length) {
   Stars(match, length);
 }
 
+// A match has one of the separators behind at most leadMax characters. That is far cheaper to look for than a match.
+struct Pattern {
+  const char *expression;
+  const char *separators;
+  std::size_t leadMax;
+};
+
+constexpr Pattern kMac = {kMacExpression, ":-", 2};
+constexpr Pattern kIpv4 = {kIpv4Expression, ".", 3};
+constexpr Pattern kUuid = {kUuidExpression, "-", 4};
+constexpr Pattern kIpv6 = {kIpv6Expression, ":", 4};
+
 struct Rule {
-  const char *pattern;
+  Pattern pattern;
   void (*mask)(char *match, std::size_t length);
   bool toTheEnd = false;  // nothing behind a match is left to be found
 };
@@ -107,7 +119,7 @@ class Patterns {
  private:
   bool Compile(std::size_t row) noexcept {
     const PlainLocale plain;
-    return ::regcomp(&expressions_[row], kRules[row].pattern, REG_EXTENDED) == 0;
+    return ::regcomp(&expressions_[row], kRules[row].pattern.expression, REG_EXTENDED) == 0;
   }
 
   std::array<regex_t, kRules.size()> expressions_;
@@ -116,14 +128,18 @@ class Patterns {
 
 Patterns g_patterns;
 
+// Where the first match may begin at the earliest; null when there is none.
+char *FirstCandidate(const Pattern &pattern, char *text) {
+  const std::size_t lead = std::strcspn(text, pattern.separators);
+  return text[lead] == '\0' ? nullptr : text + lead - std::min(lead, pattern.leadMax);
+}
+
 void ApplyRule(const Rule &rule, const regex_t *expression, char *text) {
   regmatch_t match;
-  int flags = 0;
-  for (char *from = text; *from != '\0' && ::regexec(expression, from, 1, &match, flags) == 0; flags = REG_NOTBOL) {
-    const auto length = static_cast<std::size_t>(match.rm_eo - match.rm_so);
-    rule.mask(from + match.rm_so, length);
+  while ((text = FirstCandidate(rule.pattern, text)) != nullptr && ::regexec(expression, text, 1, &match, 0) == 0) {
+    rule.mask(text + match.rm_so, static_cast<std::size_t>(match.rm_eo - match.rm_so));
     if (rule.toTheEnd) return;
-    from += match.rm_eo + (length == 0 ? 1 : 0);
+    text += match.rm_eo;
   }
 }
 
