@@ -1,15 +1,9 @@
-// URL parsing, both encoders and the path codec: the input is a text.
-#include <zor/status.h>
+// URL parsing and both encoders: the input is a text.
 #include <zor/url.h>
 
-#include <algorithm>
-#include <cstring>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "base/alloc.h"
-#include "base/pieces.h"
 #include "fuzz.h"
 
 namespace {
@@ -48,30 +42,11 @@ void CheckUrl(const std::string &url, uint32_t loose) {
   Require(Parse(origin + ":" + std::to_string(port) + path, loose) == parts, "a URL put together again is the same");
 }
 
-void CheckPath(const std::string &path) {
-  char decodedToken[32];
-  ZOR_UTIL_DecodePath(path.c_str(), decodedToken, sizeof decodedToken);
-  Require(std::memchr(decodedToken, '\0', sizeof decodedToken) != nullptr, "a path is terminated");
-  std::vector<char> token(3 * path.size() + 16);
-  const uint32_t status = ZOR_UTIL_EncodePath(path.c_str(), token.data(), static_cast<uint32_t>(token.size()));
-  if (status != ZOR_OK || token[0] != '-') return;
-  std::string expected = "/mnt";
-  std::string_view rest = path;
-  if (path.find("/mnt") != std::string::npos) rest.remove_prefix(4);
-  for (std::string_view piece; !(piece = zor::NextPiece(rest, '/')).empty();) expected += "/" + std::string(piece);
-  std::vector<char> decoded(expected.size() + 1);
-  const auto exact = static_cast<uint32_t>(decoded.size());
-  Require(ZOR_UTIL_DecodePath(token.data(), decoded.data(), exact - 1) != ZOR_OK, "a short field is refused");
-  Require(ZOR_UTIL_DecodePath(token.data(), decoded.data(), exact) == ZOR_OK && expected == decoded.data(),
-          "a path comes back");
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  const std::string text(data, std::find(data, data + size, 0));
+  const std::string text = zor::fuzz::TextOf(data, size);
   CheckEncoders(text);
   for (const uint32_t loose : {0u, 1u}) CheckUrl(text, loose);
-  CheckPath(text);
   return 0;
 }
