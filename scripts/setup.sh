@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages that are missing for a purpose, and nothing when none is.
-# Usage: setup.sh [demo | tests | lint | bench | armhf]   (demo: what building and running needs; the others add to it)
+# Usage: setup.sh [demo | tests | lint | bench | fuzz | armhf]   (demo: what building and running needs; the others add to it)
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libcli11-dev nlohmann-json3-dev)
@@ -10,9 +10,10 @@ case ${1:-demo} in
   tests) packages+=("${tests[@]}") ;;
   lint) packages+=("${tests[@]}" clang-tidy) ;;
   bench) packages+=(libc-ares-dev libcurl4-openssl-dev) ;;
+  fuzz) packages+=(clang libclang-rt-14-dev) ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
   *)
-    echo "usage: setup.sh [demo | tests | lint | bench | armhf]" >&2
+    echo "usage: setup.sh [demo | tests | lint | bench | fuzz | armhf]" >&2
     exit 2
     ;;
 esac
