@@ -10,10 +10,12 @@ void Bus::End(Client &client) {
   someEnded_ = true;
   for (const auto &message : client.output.messages()) {
     files.Remove(message.bytes);
-    if (message.bytes.size() >= ZOR_MSG_HEAD_SIZE) ++counters.dropped;  // less is a descriptor's
+    const bool descriptor = message.bytes.size() < ZOR_MSG_HEAD_SIZE;
+    if (!descriptor && !IsCopy(message.bytes)) ++counters.dropped;
   }
   patterns.Remove(client);
   barriers.Forget(client);
+  monitors.Remove(client);
   if (!client.registered()) return;
   if (verbose) log.Print("%s leaves", client.Label().c_str());
   names.Remove(client.name, client);

@@ -10,6 +10,7 @@
 #include "msgsvr/body_files.h"
 #include "msgsvr/client.h"
 #include "msgsvr/events.h"
+#include "msgsvr/monitor.h"
 #include "msgsvr/names.h"
 #include "msgsvr/restful.h"
 #include "msgsvr/settings.h"
@@ -54,6 +55,7 @@ struct Bus {
   RestfulPatterns patterns;
   Barriers barriers;
   NamedSubscriptions subscriptions;
+  Monitors monitors;
   Counters counters;
   Losses losses;
   Clock::time_point started = Clock::now();

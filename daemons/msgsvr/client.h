@@ -64,6 +64,7 @@ struct Client {
   bool queued = false;    // in the list of clients to read
   bool hungUp = false;    // the peer has closed: read to the end
   bool held = false;      // not read for a while, see Holds
+  bool flushing = false;  // its queue goes on when the socket is writable
 };
 
 }  // namespace zor::msgsvr

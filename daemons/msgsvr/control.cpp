@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "msgsvr/control_list.h"
 
@@ -20,9 +21,11 @@ bool MayControl(const Peer &peer) {
 
 const Control::Entry Control::kEntries[] = {
     {ZOR_MSG_CONTROL_LIST, &Control::List},
+    {ZOR_MSG_CONTROL_MONITOR, &Control::Monitor},
 };
 
 void Control::Handle(Client &from, const Frame &frame) {
+  delivery_.CopyTaken(frame);
   const Answer answer = Perform(from, frame);
   Send(from, frame, answer);
 }
@@ -60,6 +63,19 @@ Control::Answer Control::List(Client &from, Body body) {
   // More is refused by the receiving library.
   if (text.empty() || text.size() > ZOR_ALLOC_MAX - ZOR_MSG_HEAD_SIZE) return {ZOR_CONTROL_FAILED, {}};
   return {ZOR_CONTROL_OK, std::move(text)};
+}
+
+Control::Answer Control::Monitor(Client &from, Body body) {
+  if (body.empty()) {
+    // What has been copied in this turn would be left in the queue.
+    delivery_.FlushCopies();
+    bus_.monitors.Remove(from);
+    return {ZOR_CONTROL_OK, {}};
+  }
+  ZOR_CONTROL_FILTER filter;
+  if (body.size() != sizeof filter) return {ZOR_CONTROL_MALFORMED, {}};
+  std::memcpy(&filter, body.data(), sizeof filter);
+  return {bus_.monitors.Set(from, filter) ? ZOR_CONTROL_OK : ZOR_CONTROL_MALFORMED, {}};
 }
 
 }  // namespace zor::msgsvr

@@ -40,6 +40,7 @@ class Control {
   void SendInFile(Client &to, const Frame &request, const Answer &answer);
 
   Answer List(Client &from, Body body);
+  Answer Monitor(Client &from, Body body);
 
   Bus &bus_;
   Delivery &delivery_;

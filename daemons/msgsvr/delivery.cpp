@@ -30,44 +30,52 @@ void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
 
 void Delivery::FlushRun() {
   if (run_.empty()) return;
-  std::span<const std::byte> lost = std::exchange(run_, {});
-  lost = lost.subspan(Write(*runTo_, lost));
-  while (!lost.empty()) {
-    const size_t size = FrameSize(lost);
-    --bus_.counters.out;
-    Undelivered(*runFrom_, lost.first(size));
-    lost = lost.subspan(size);
+  const std::span<const std::byte> run = std::exchange(run_, {});
+  const size_t taken = Write(*runTo_, run);
+  if (taken == run.size() && bus_.monitors.empty()) return;
+  for (size_t offset = 0; offset < run.size();) {
+    const auto frame = run.subspan(offset, FrameSize(run.subspan(offset)));
+    if (offset < taken) {
+      Copy(frame, runTo_->name, ZOR_CONTROL_DELIVERED);
+    } else {
+      --bus_.counters.out;
+      Undelivered(*runFrom_, frame, runTo_->name);
+    }
+    offset += frame.size();
   }
 }
 
 bool Delivery::Send(Client &to, std::span<const std::byte> frame) {
   FlushRun();
-  if (Write(to, frame) != frame.size()) {
+  const bool sent = Write(to, frame) == frame.size();
+  if (sent) {
+    bus_.CountDelivery(to, frame.size());
+  } else {
     ++bus_.counters.dropped;
-    return false;
   }
-  bus_.CountDelivery(to, frame.size());
-  return true;
+  Copy(frame, to.name, sent ? ZOR_CONTROL_DELIVERED : ZOR_CONTROL_UNDELIVERED);
+  return sent;
 }
 
 void Delivery::Reply(Client &to, const Frame &request, uint32_t data, std::span<const std::byte> body) {
   Send(to, BuildFrame(request.type(), request.head.sequence, to.name, data, body));
 }
 
-void Delivery::Refuse(Client &from, std::span<const std::byte> frame) {
+void Delivery::Refuse(Client &from, std::span<const std::byte> frame, const AppName &to) {
   ZOR_MSG_HEAD head;
   std::memcpy(&head, frame.data(), sizeof head);
   const uint32_t type = head.type & ZOR_MSG_TYPE_MASK;
   ++bus_.counters.dropped;
   from.pending.Undo(type, head.sequence);
+  Copy(frame, to, ZOR_CONTROL_UNDELIVERED);
   // A notice that nobody takes must not be answered with another.
   if (type == ZOR_MSG_SEND_FAILED_NOTICE) return;
   Send(from, BuildFrame(ZOR_MSG_SEND_FAILED_NOTICE, head.sequence, from.name, type));
 }
 
-void Delivery::Undelivered(Client &from, std::span<const std::byte> frame) {
+void Delivery::Undelivered(Client &from, std::span<const std::byte> frame, const AppName &to) {
   bus_.files.Remove(frame);
-  Refuse(from, frame);
+  Refuse(from, frame, to);
 }
 
 void Delivery::PassDescriptor(Client &from, daemon::Fd descriptor) {
@@ -90,6 +98,25 @@ void Delivery::PassDescriptor(Client &from, daemon::Fd descriptor) {
   Overflow(*to, {});
 }
 
+void Delivery::Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome) {
+  if (bus_.monitors.empty()) return;
+  FlushRun();  // what came before it is copied before it
+  bus_.monitors.Copy(frame, receiver, outcome, bus_.nowMs);
+}
+
+void Delivery::FlushCopies() {
+  if (bus_.monitors.empty()) return;
+  // Ending a client changes the list.
+  std::vector<Client *> idle;
+  bus_.monitors.ForEach([&](Client &client) {
+    if (!client.flushing && !client.output.empty()) idle.push_back(&client);
+  });
+  for (Client *client : idle) {
+    FlushQueue(*client);
+    if (!client->ended && !client->output.empty()) Queued(*client);
+  }
+}
+
 void Delivery::FlushQueue(Client &client) {
   if (client.ended || client.output.empty()) return;
   auto state = client.output.Flush(client.socket.get());
@@ -99,7 +126,8 @@ void Delivery::FlushQueue(Client &client) {
     DescriptorLost(client);
   }
   if (state == daemon::OutputQueue::State::kBroken) return bus_.End(client);
-  if (state == daemon::OutputQueue::State::kDrained) bus_.poll.Change(client.socket.get(), kClientEvents, &client);
+  if (state != daemon::OutputQueue::State::kDrained || !std::exchange(client.flushing, false)) return;
+  bus_.poll.Change(client.socket.get(), kClientEvents, &client);
 }
 
 // How much of the frames has been taken, in whole frames.
@@ -127,12 +155,14 @@ size_t Delivery::Queue(Client &to, std::span<const std::byte> frames, size_t sen
     }
     offset += size;
   }
-  if (to.output.bytes() > to.output.maxBytes() / 2) congested_ = &to;
+  // Copies may have filled the queue to its half, and must hold up nobody.
+  if (to.output.bytes() > to.output.maxBytes() / 2 && !bus_.monitors.Has(to)) congested_ = &to;
   return frames.size();
 }
 
 // The queue holds something now: it goes on when the socket is writable.
 void Delivery::Queued(Client &to) {
+  if (std::exchange(to.flushing, true)) return;
   bus_.poll.Change(to.socket.get(), kClientEvents | EPOLLOUT, &to);
 }
 

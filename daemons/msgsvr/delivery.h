@@ -32,12 +32,18 @@ class Delivery {
   bool Send(Client &to, std::span<const std::byte> frame);
   // The answer of the server to a request.
   void Reply(Client &to, const Frame &request, uint32_t data = 0, std::span<const std::byte> body = {});
-  // The notice that a message was not delivered. The body file of the frame is left alone.
-  void Refuse(Client &from, std::span<const std::byte> frame);
+  // The notice that a message was not delivered to that name. The body file of the frame is left alone.
+  void Refuse(Client &from, std::span<const std::byte> frame, const AppName &to);
   // The same, and deletes the body file, which must have been acceptable.
-  void Undelivered(Client &from, std::span<const std::byte> frame);
+  void Undelivered(Client &from, std::span<const std::byte> frame, const AppName &to);
   // Passes a descriptor on to the client that got the sender's latest message.
   void PassDescriptor(Client &from, daemon::Fd descriptor);
+
+  // Copies for monitors. What a client says to the server, before the server does it; an event that nobody wants; and
+  // at the end of a turn, sends what has been copied in it.
+  void CopyTaken(const Frame &frame) { Copy(frame.bytes, AppName(), ZOR_CONTROL_DELIVERED); }
+  void CopyUnwanted(const Frame &frame) { Copy(frame.bytes, AppName(), ZOR_CONTROL_UNDELIVERED); }
+  void FlushCopies();
 
   // To be called when the client's socket has become writable.
   void FlushQueue(Client &client);
@@ -46,6 +52,7 @@ class Delivery {
   Client *TakeCongested() { return std::exchange(congested_, nullptr); }
 
  private:
+  void Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome);
   size_t Write(Client &to, std::span<const std::byte> frames);
   size_t Queue(Client &to, std::span<const std::byte> frames, size_t sent);
   void Queued(Client &to);

@@ -26,6 +26,7 @@ const Requests::Entry Requests::kEntries[] = {
 
 void Requests::Register(Client &from, const Frame &frame) {
   const auto wanted = AppName::FromField(frame.head.source);
+  delivery_.CopyTaken(frame);
   if (from.registered()) bus_.names.Remove(from.name, from);
   from.name = wanted && wanted->IsGrantable() ? *wanted : AppName();
   if (from.registered()) {
@@ -42,6 +43,7 @@ bool Requests::Handle(Client &from, const Frame &frame) {
   const auto *entry = std::find_if(std::begin(kEntries), std::end(kEntries),
                                    [&](const Entry &candidate) { return candidate.type == frame.type(); });
   if (entry == std::end(kEntries)) return false;
+  delivery_.CopyTaken(frame);
   if (!frame.bodyInFile()) {
     (this->*entry->handle)(from, frame, frame.body());
     return true;

@@ -55,7 +55,8 @@ void Router::RouteUnnamed(Client &from, const Frame &frame) {
 
 void Router::ForwardTo(Client &from, Client *to, const Frame &frame) {
   // A daemon on another board cannot read this one's files.
-  if (to == nullptr || (frame.bodyInFile() && !to->peer.local)) return delivery_.Undelivered(from, frame.bytes);
+  if (to == nullptr || (frame.bodyInFile() && !to->peer.local))
+    return delivery_.Undelivered(from, frame.bytes, frame.destination);
   delivery_.Forward(from, *to, frame);
 }
 
@@ -63,12 +64,13 @@ bool Router::IsWellSent(Client &from, const Frame &frame) {
   if (bus_.files.IsAcceptable(from, frame)) return true;
   bus_.log.Print("%s: refused a message of type 0x%x: its body is no message file of its own", from.Label().c_str(),
                  frame.type());
-  delivery_.Refuse(from, frame.bytes);
+  delivery_.Refuse(from, frame.bytes, frame.destination);
   return false;
 }
 
 void Router::PublishEvent(Client &from, const Frame &frame) {
   CollectSubscribers(frame);
+  if (subscribers_.empty()) delivery_.CopyUnwanted(frame);
   if (frame.bodyInFile()) return PublishEventInFile(from, frame);
   for (Client *subscriber : subscribers_) delivery_.Send(*subscriber, frame.bytes);
 }

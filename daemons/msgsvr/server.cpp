@@ -55,6 +55,7 @@ void Server::Turn() {
   bus_.TakeTime();
   for (const epoll_event &event : events) TakeEvent(event);
   ReadReady();
+  router_.delivery().FlushCopies();
   LookAfterTime();
   std::erase_if(ready_, [](const Client *client) { return client->ended; });
   bus_.Sweep();

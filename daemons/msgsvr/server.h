@@ -1,6 +1,6 @@
 // The event loop. One turn: wait; accept, note who is readable, write to those who take output again; read each
-// readable client once and route what it sent; look after time; release the clients that have ended. A client that
-// still has something to read comes again in the next turn, after the others.
+// readable client once and route what it sent; send what has been copied for monitors; look after time; release the
+// clients that have ended. A client that still has something to read comes again in the next turn, after the others.
 #ifndef MSGSVR_SERVER_H
 #define MSGSVR_SERVER_H
 

@@ -59,6 +59,11 @@ class MsgsvrControlTest : public OwnMsgsvrTest {
     return text;
   }
 
+  // Begins to copy to the operator.
+  uint32_t Monitor(const ZOR_CONTROL_FILTER &filter) {
+    return Result(ZOR_MSG_CONTROL_MONITOR, {reinterpret_cast<const char *>(&filter), sizeof filter});
+  }
+
   void StartWithOperator(const std::string &settings = "") {
     Start(settings);
     operator_ = Client("ctl1");
@@ -141,6 +146,94 @@ TEST_F(MsgsvrControlTest, ListsWhoWaitsForWhom) {
   List();
   EXPECT_EQ(Pending("sender"), "");
   EXPECT_EQ(Pending("receiver"), "sender 16386, ");
+}
+
+struct Copy {
+  explicit Copy(const Message &message) {
+    EXPECT_EQ(message.header.type, ZOR_MSG_CONTROL_COPY);
+    EXPECT_EQ(NameOf(message.header.source), "") << "the server's own";
+    EXPECT_GE(message.body.size(), sizeof head + sizeof frame.header);
+    message.body.copy(reinterpret_cast<char *>(&head), sizeof head);
+    message.body.copy(reinterpret_cast<char *>(&frame.header), sizeof frame.header, sizeof head);
+    frame.body = message.body.substr(sizeof head + sizeof frame.header);
+  }
+  // "SENDER > RECEIVER type", "lost" for what was not delivered.
+  std::string Text() const {
+    return NameOf(frame.header.source) + " > " + NameOf(head.receiver) + " " + std::to_string(frame.header.type) +
+           (head.outcome == ZOR_CONTROL_DELIVERED ? "" : " lost");
+  }
+  ZOR_CONTROL_COPY head;
+  Message frame;
+};
+
+TEST_F(MsgsvrControlTest, CopiesTheTrafficThatAMonitorAsksFor) {
+  StartWithOperator();
+  const WireClient third = Client("third");
+  Tell(receiver_, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "", 0x2DA05));
+  Tell(third, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "", 0x2DA05));
+  struct {
+    ZOR_CONTROL_FILTER filter;
+    std::vector<std::string> copies;
+  } const cases[] = {
+      {{"", 0, 5000, 5001}, {"sender > receiver 5000", "receiver > sender 5001"}},
+      {{"sender", ZOR_CONTROL_SENT, 0, 5002},
+       {"sender > receiver 5000", "sender > nobody 5002 lost", "sender >  1797"}},
+      {{"sender", ZOR_CONTROL_RECEIVED, 0, 0}, {"receiver > sender 5001", " > sender 264", " > sender 1797"}},
+      {{"", 0, 0x2DA05, 0x2DA06}, {"sender > receiver 186885", "sender > third 186885", "sender >  186886 lost"}},
+      {{"", 0, 5001, 0}, {"receiver > sender 5001"}},
+  };
+  for (const auto &[filter, expected] : cases) {
+    ASSERT_EQ(Monitor(filter), ZOR_CONTROL_OK);
+    sender_.Send(MakeMessage(5000, "liar", "receiver", 1, std::string(2048, 'x')));
+    receiver_.Next();
+    receiver_.Send(MakeMessage(5001, "", "sender"));
+    sender_.Next();
+    sender_.Ask(MakeMessage(5002, "", "nobody"));
+    for (const uint32_t event : {0x2DA05u, 0x2DA06u}) sender_.Send(MakeMessage(event, "", ""));
+    sender_.Ask(MakeCount("nobody"));
+    receiver_.Next();
+    operator_.Send(MakeRequest(ZOR_MSG_CONTROL_MONITOR));
+    std::vector<std::string> copies;
+    for (Message message; message = operator_.Next(), message.header.type == ZOR_MSG_CONTROL_COPY;) {
+      const Copy copy(message);
+      copies.push_back(copy.Text());
+      EXPECT_EQ(copy.head.missed, 0u);
+      EXPECT_EQ(copy.head.frameSize, ZOR_MSG_HEAD_SIZE + copy.frame.header.bodyLength);
+      EXPECT_EQ(copy.frame.body.size(), copy.frame.header.type == 5000 ? 2048 - 72 : copy.frame.header.bodyLength);
+    }
+    EXPECT_EQ(copies, expected);
+  }
+  for (const ZOR_CONTROL_FILTER &filter :
+       {ZOR_CONTROL_FILTER{"", 4, 0, 0}, ZOR_CONTROL_FILTER{"", 0, 2, 1}, ZOR_CONTROL_FILTER{"", 0, 0, 0x100000}}) {
+    EXPECT_EQ(Monitor(filter), ZOR_CONTROL_MALFORMED);
+  }
+  EXPECT_EQ(Result(ZOR_MSG_CONTROL_MONITOR, "short"), ZOR_CONTROL_MALFORMED);
+}
+
+TEST_F(MsgsvrControlTest, NeitherWaitsForAStoppedMonitorNorCutsItOff) {
+  StartWithOperator("queue_bytes = 100000\n");
+  std::vector<WireClient> reading;
+  for (int i = 0; i < 9; ++i) {
+    ASSERT_EQ(Monitor({"", 0, kType, 0}), ZOR_CONTROL_OK);
+    reading.push_back(std::exchange(operator_, Client("ctl" + std::to_string(i))));
+  }
+  ASSERT_EQ(Monitor({"", 0, kType, 0}), ZOR_CONTROL_OK);  // this one does not read
+  constexpr uint32_t kMessages = 600;
+  for (uint32_t i = 0; i < kMessages; ++i) {
+    sender_.Send(MakeMessage(kType, "", "receiver", i, kKilobyte));
+    ASSERT_EQ(receiver_.Next().header.data, i);
+    for (const WireClient &monitor : reading) ASSERT_EQ(Copy(monitor.Next()).frame.header.data, i);
+  }
+  uint32_t copies = 0, missed = 0, last = 0;
+  for (uint32_t i = kMessages; missed == 0; ++i) {
+    Tell(sender_, MakeMessage(kType, "", "receiver", i));
+    for (; missed == 0 && !operator_.NothingArrived(); ++copies) {
+      const Copy copy(operator_.Next());
+      missed = copy.head.missed;
+      last = copy.frame.header.data;
+    }
+  }
+  EXPECT_EQ(copies + missed, last + 1);
 }
 
 }  // namespace
