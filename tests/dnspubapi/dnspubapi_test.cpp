@@ -113,6 +113,29 @@ TEST(DnsWalk, FindsEverySectionAndEndsAtTheEnd) {
   EXPECT_EQ(ZOR_DNS_PacketGetFirstAuthorityRecord(wrapped.get()), nullptr);
 }
 
+TEST(DnsQuestion, IsReadBehindItsNameUnlessThatEndsInAPointer) {
+  const struct {
+    std::string bytes;
+    uint32_t at, walked, length, type, qclass;  // length 0: malformed
+  } cases[] = {
+      {"\3www\1x\0\1\2\3\4"s, 0, 11, 11, 0x0102, 0x0304},
+      {"\3www\1x\0\1\2\3"s, 0, 11, 0, 0, 0},
+      {"\1a\0"s + Pointer(0) + "\0\1\0\2"s, 3, 6, 6, 1, 2},
+      {"\1a\0\1b"s + Pointer(0) + "\0\1\0\2"s, 3, 8, 4, 0x0100 + 'b', 0xc000},
+  };
+  for (const auto &c : cases) {
+    const Packet packet = MakePacket(c.bytes);
+    DnsQuestionValues values = {};
+    uint32_t length = 99;
+    EXPECT_EQ(ZOR_DNS_PacketGetQuestionLen(packet.get(), At(packet, c.at)), c.walked);
+    EXPECT_EQ(ZOR_DNS_PacketGetValuesOfQuestion(packet.get(), At(packet, c.at), &values, &length),
+              c.length == 0 ? ZOR_DNS_E_MALFORMED : ZOR_DNS_OK);
+    EXPECT_EQ(length, c.length);
+    EXPECT_EQ(values.type, c.type);
+    EXPECT_EQ(values.qclass, c.qclass);
+  }
+}
+
 TEST(DnsRecord, IsReadFromTheStartOfItsNameWhenThatEndsInAPointer) {
   const Packet packet = MakePacket(kSample);
   DnsRecordValues values;
@@ -156,6 +179,26 @@ TEST(DnsBuild, AResponseHasItsExactBytesUnlessTheRecordHasExpired) {
   record.ttl = 60;
   EXPECT_EQ(ZOR_DNS_PacketBuildResponse(query.get(), &record, stored), nullptr) << "expired";
   EXPECT_EQ(ZOR_DNS_PacketBuildResponse(query.get(), &record, stored + 200), nullptr) << "stored in the future";
+}
+
+TEST(DnsBuild, AnErrorKeepsIdAndQuestionAndCountsNoRecords) {
+  const Packet query = MakePacket(Header(1, 7, 2, 3) + kQuestion);
+  std::string expected = Header(1, 0, 0, 0) + kQuestion;
+  expected[3] = 3;
+  EXPECT_EQ(BytesOf(ZOR_DNS_PacketBuildErrorResponse(query.get(), 3)), expected);
+}
+
+TEST(DnsReply, IsAnErrorByItsCodeOrForWantOfRecords) {
+  const std::pair<std::string, uint32_t> cases[] = {{Header(1, 0, 0, 0), 1},
+                                                    {Header(1, 1, 0, 0), 0},
+                                                    {Header(1, 0, 1, 0), 0},
+                                                    {Header(1, 0, 0, 1), 0},
+                                                    {"\0\0\x81\xf0\0\1\1\0\0\0\0\0"s, 0},
+                                                    {"\0\0\x81\3\0\1\0\1\0\0\0\0"s, 1},
+                                                    {Header(1, 1, 0, 1).substr(0, 11), 1}};
+  for (const auto &[bytes, isError] : cases) {
+    EXPECT_EQ(ZOR_DNS_PacketCheckIfErrorRely(MakePacket(bytes).get()), isError) << testing::PrintToString(bytes);
+  }
 }
 
 TEST(DnsReverseName, BecomesAnAddress) {

@@ -53,6 +53,27 @@ TEST(Url, StoresTheProtocolBeforeALaterStepFails) {
   EXPECT_EQ(host, &untouched);
 }
 
+TEST(Url, KnowsTheDefaultPortsOfItsOwnAndOfAddedProtocols) {
+  static constexpr const char *kNames[] = {"GOPHER", "IRC", nullptr};
+  static constexpr uint32_t kPorts[] = {8000, 0};
+  g_apcExtendProtocols = kNames;
+  g_aulExtendPorts = kPorts;
+  constexpr uint32_t kExpected[] = {0, 80, 443, 21, 63, 8000, 0, 0};  // from index -1 on
+  for (int32_t i = 0; i < 8; ++i) EXPECT_EQ(ZOR_UTIL_GetDftPortByProtocolIdx(i - 1), kExpected[i]) << i - 1;
+  uint32_t port = 0;
+  EXPECT_EQ(ZOR_UTIL_ParseUrl("gopher://h", nullptr, nullptr, &port, nullptr), 1u);
+  EXPECT_EQ(port, 8000u);
+  EXPECT_EQ(ZOR_UTIL_ParseUrl("IRC://h", nullptr, nullptr, nullptr, nullptr), 0u) << "has no port of its own";
+}
+
+TEST(Url, RefusesFourteenPrintableCharacters) {
+  std::string refused;
+  for (int c = -128; c < 128; ++c) {
+    if (UtilIsValidUriCharacter(static_cast<char>(c)) == 0) refused += static_cast<char>(c);
+  }
+  EXPECT_EQ(refused, " #%<>[\\]^`{|}~");
+}
+
 TEST(Escaping, KeepsReservedCharactersAndExistingEscapes) {
   const struct {
     const char *text, *escaped, *form;

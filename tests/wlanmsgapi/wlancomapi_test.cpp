@@ -1,8 +1,12 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <zor/mlog.h>
 #include <zor/wlan.h>
 
 #include <array>
 #include <cstring>
+
+#include "support/temp_root.h"
 
 namespace {
 
@@ -60,9 +64,24 @@ TEST(InterfaceMac, TooLittleRoomOrANullFailsAndTouchesNothing) {
   EXPECT_EQ(ZOR_WLAN_GetWlanUpIntfMacFromBaseMac(mac.data(), mac.data(), 5), 1u);
   EXPECT_EQ(ZOR_WLAN_GetWlanMacFromBaseMac(nullptr, mac.data(), 6), 1u);
   EXPECT_EQ(ZOR_WLAN_IncreaseMacValByOffset(mac.data(), 14, mac.data(), 6), 1u);
+  Mac sum = {};
+  EXPECT_EQ(ZOR_WLAN_IncreaseMacValByOffset(mac.data(), 13, sum.data(), 6), 0u);
+  EXPECT_EQ(sum, (Mac{0, 0, 0, 0, 0, 13}));
   EXPECT_EQ(ZOR_WLAN_GetWlan5gDownHiddenIntfMacFrom5gMainMac(text, text, 17), 1u);
   EXPECT_EQ(mac, Mac{});
   EXPECT_STREQ(text, "00:11:22:33:44:55");
+}
+
+TEST(InterfaceMac, AFailureIsLoggedWithFourExclamationMarks) {
+  const zor::test::TempRoot root;
+  int32_t fd = -1;
+  ZOR_MLOG_MSG line;
+  ASSERT_EQ(mlog_socket_open(ZOR_MLOG_SERVER_NAME, &fd), 0);
+  EXPECT_EQ(ZOR_WLAN_GetWlan5gMacFromBaseMac(nullptr, nullptr, 0), 1u);
+  ASSERT_EQ(mlog_recv_msg(fd, &line, 10, nullptr, 0), 0);
+  EXPECT_THAT(line.data, testing::MatchesRegex(".*wlancomapi.*ERRO.:<ZOR_WLAN_GetWlan5gMacFromBaseMac [0-9]+> 1 Input "
+                                               "parameters is NULL pointer, and return here!!!!\n"));
+  mlog_socket_close(fd, ZOR_MLOG_SERVER_NAME);
 }
 
 }  // namespace
