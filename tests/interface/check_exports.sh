@@ -9,8 +9,8 @@ trap 'rm -rf "$work"' EXIT
 
 awk -v section="[$section]" '/^\[/ { on = $1 == section; next } on && NF && !/^#/ { print $1 }' "$list" |
   LC_ALL=C sort -u > "$work/listed"
-# Left out: what the linker and the sanitizers add to every library.
-"$nm" -D --defined-only "$library" | awk '{ sub(/@.*/, "", $NF); print $NF }' |
+# Left out: the names of versions, and what the linker and the sanitizers add to every library.
+"$nm" -D --defined-only "$library" | awk '$(NF - 1) != "A" { sub(/@.*/, "", $NF); print $NF }' |
   grep -Evx '_init|_fini|_edata|_end|__bss_start|__odr_asan\..*' | LC_ALL=C sort -u > "$work/exported"
 
 LC_ALL=C comm -23 "$work/listed" "$work/exported" | sed 's/^/not exported: /' > "$work/differences"
