@@ -7,10 +7,13 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/service_manager.h"
+
 namespace zor::daemon {
 namespace {
 
 void OnSignal(UvIO *, uint32_t) {
+  TellStopping();
   ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
 }
 
@@ -49,6 +52,7 @@ ExitCode JoinBus(const char *name, ProblemLog &problems) {
   }
   std::printf("%s: on the bus as %s\n", problems.program().c_str(), name);
   std::fflush(stdout);
+  TellReady();
   return kExitOk;
 }
 

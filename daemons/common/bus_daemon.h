@@ -10,8 +10,8 @@
 
 namespace zor::daemon {
 
-// Joins the bus under a name and says so on standard output. kExitFailure, with a line, when there is no server or it
-// refuses the name. Handlers may be registered before or after; they are called from ServeBus.
+// Joins the bus under a name and says so on standard output and to the service manager. kExitFailure, with a line, when
+// there is no server or it refuses the name. Handlers may be registered before or after; they are called from ServeBus.
 ExitCode JoinBus(const char *name, ProblemLog &problems);
 
 // Dispatches messages to their handlers until a signal arrives (kExitOk) or the message server goes away or the loop

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "common/paths.h"
+#include "common/service_manager.h"
 
 namespace zor::daemon {
 namespace {
@@ -74,6 +75,7 @@ CommandLine ReadCommandLine(const Program &program, int count, char **arguments)
 void SayListening(const Program &program, const char *fixedPath) {
   std::printf("%s: listening on %s\n", program.name, fixedPath);
   std::fflush(stdout);
+  TellReady();
 }
 
 }  // namespace zor::daemon

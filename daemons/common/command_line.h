@@ -29,7 +29,8 @@ struct CommandLine {
 // on standard output, or what is wrong on standard error.
 CommandLine ReadCommandLine(const Program &program, int count, char **arguments);
 
-// Says on standard output, in one flushed line, that the server now listens at a fixed path.
+// Says on standard output, in one flushed line, that the server now listens at a fixed path, and tells the service
+// manager that it is ready.
 void SayListening(const Program &program, const char *fixedPath);
 
 }  // namespace zor::daemon

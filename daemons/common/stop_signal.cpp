@@ -5,6 +5,8 @@
 
 #include <csignal>
 
+#include "common/service_manager.h"
+
 namespace zor::daemon {
 
 StopSignal::StopSignal() {
@@ -20,7 +22,9 @@ StopSignal::StopSignal() {
 
 bool StopSignal::Take() {
   signalfd_siginfo info;
-  return ::read(fd_.get(), &info, sizeof info) == sizeof info;
+  if (::read(fd_.get(), &info, sizeof info) != sizeof info) return false;
+  TellStopping();
+  return true;
 }
 
 }  // namespace zor::daemon

@@ -1,0 +1,27 @@
+#include "common/service_manager.h"
+
+#ifdef ZOR_SYSTEMD
+#include <systemd/sd-daemon.h>
+#endif
+
+namespace zor::daemon {
+namespace {
+
+// Best effort: a manager that cannot be told finds out by its own time limits.
+void Tell([[maybe_unused]] const char *state) {
+#ifdef ZOR_SYSTEMD
+  static_cast<void>(::sd_notify(0, state));
+#endif
+}
+
+}  // namespace
+
+void TellReady() {
+  Tell("READY=1");
+}
+
+void TellStopping() {
+  Tell("STOPPING=1");
+}
+
+}  // namespace zor::daemon

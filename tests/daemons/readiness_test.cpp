@@ -1,0 +1,95 @@
+// What the servers tell the service manager that starts them.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "support/child.h"
+#include "support/temp_root.h"
+
+namespace zor::test {
+namespace {
+
+struct Served {
+  const char *program;
+  const char *path;  // of its socket; none for a client of the bus
+  int type = SOCK_STREAM;
+};
+
+void PrintTo(const Served &served, std::ostream *out) {
+  *out << std::strrchr(served.program, '/') + 1;
+}
+
+sockaddr_un AddressOf(const std::string &path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return address;
+}
+
+class Readiness : public testing::TestWithParam<Served> {
+ protected:
+  Readiness() {
+    const sockaddr_un address = AddressOf(root_.Path("/manager"));
+    EXPECT_EQ(::bind(manager_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    const timeval deadline = {10, 0};
+    ::setsockopt(manager_, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
+    ::setenv("NOTIFY_SOCKET", address.sun_path, 1);
+  }
+  ~Readiness() override { ::close(manager_); }
+
+  std::string Told(int flags = 0) const {
+    char text[256];
+    const ssize_t count = ::recv(manager_, text, sizeof text, flags);
+    return {text, count > 0 ? static_cast<size_t>(count) : 0};
+  }
+  bool CanConnect() const {
+    const int fd = ::socket(AF_UNIX, GetParam().type, 0);
+    const sockaddr_un address = AddressOf(root_.Path(GetParam().path));
+    const int result = ::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    ::close(fd);
+    return result == 0;
+  }
+
+  TempRoot root_;
+  const int manager_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
+TEST_P(Readiness, IsToldWhenClientsAreServedAndTheEndWhenItIsAskedFor) {
+  const bool isListener = GetParam().path != nullptr;
+  std::vector<Child> bus;
+  if (!isListener) {
+    EXPECT_EQ(Child::Program({GetParam().program}).Wait(), 1) << "without a bus";
+    for (const char *program : {MSGSVR_PROGRAM, NOTIFYSERVER}) {
+      bus.push_back(Child::Program({program}));
+      ASSERT_EQ(Told(), "READY=1") << program;
+    }
+  }
+  Child server = Child::Program({GetParam().program});
+  ASSERT_EQ(Told(), "READY=1");
+  if (isListener) {
+    EXPECT_TRUE(CanConnect());
+    EXPECT_EQ(Child::Program({GetParam().program}).Wait(), 4) << "a second one";
+  }
+  EXPECT_EQ(Told(MSG_DONTWAIT), "") << "by one that cannot serve";
+  server.Signal(SIGTERM);
+  EXPECT_EQ(Told(), "STOPPING=1");
+  EXPECT_EQ(server.Wait(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEachServer, Readiness,
+                         testing::Values(Served{MSGSVR_PROGRAM, "/var/msgsvr"},
+                                         Served{NOTIFYSERVER, "/var/run/notify/notifyserver"},
+                                         Served{MLOGSERVER, "/var/mlog/mlogServer", SOCK_DGRAM},
+                                         Served{CMS_PROGRAM, nullptr}, Served{SYSLOGD_PROGRAM, nullptr}));
+
+}  // namespace
+}  // namespace zor::test
