@@ -9,6 +9,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl list -v\n"
      "  zorctl list --json | jq '.clients[].name'\n",
      MakeListVerb},
+    {"why", "Why a daemon does not answer: what it has not read, and who waits for whom",
+     "  zorctl why web\n"
+     "  zorctl why web --json | jq -r .verdict\n",
+     MakeWhyVerb},
     {"exit", "Ask a daemon to leave the bus, and say whether it did",
      "  zorctl exit web\n"
      "  zorctl exit web --timeout 30\n",

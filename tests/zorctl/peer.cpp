@@ -1,0 +1,48 @@
+// A daemon for the golden tests, which says "ready" and then does what its first argument wants:
+//   peer idle NAME                reads what comes, and answers nothing
+//   peer ask NAME OTHER           waits until OTHER is there, asks it something and waits for the answer for an hour
+//   peer flood NAME OTHER COUNT   sends it so many messages, then says "done" and reads what comes
+#include <unistd.h>
+#include <zor/msg.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr uint32_t kType = 0x4000;
+constexpr uint32_t kLongMs = 3'600'000;
+constexpr useconds_t kPollUs = 10'000;
+
+// Each asks with a type of its own: a waiting library takes any message of the type that it waits for as the answer.
+int Ask(const char *self, const char *other) {
+  while (ZOR_MSG_GetNumOfProcesses(other) == 0) ::usleep(kPollUs);
+  uint32_t answer = 0;
+  return ZOR_MSG_SendAndRecvMsgData(other, kType + static_cast<unsigned char>(self[0]), 0, kLongMs, &answer) == ZOR_OK
+             ? 0
+             : 1;
+}
+
+int Flood(const char *other, long count) {
+  static constexpr char kText[] = "one of many";
+  for (long i = 0; i < count; ++i) {
+    if (ZOR_MSG_SendMsgData(other, kType, kText, sizeof kText) != ZOR_OK) return 1;
+  }
+  std::puts("done");
+  return 0;
+}
+
+}  // namespace
+
+int main(int count, char **arguments) {
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  if (count < 3 || ZOR_MSG_Init(arguments[2]) != ZOR_OK) return 2;
+  std::puts("ready");
+  int status = 0;
+  if (count > 3 && std::strcmp(arguments[1], "ask") == 0) status = Ask(arguments[2], arguments[3]);
+  if (count > 4 && std::strcmp(arguments[1], "flood") == 0) status = Flood(arguments[3], std::atol(arguments[4]));
+  if (status == 0) ZOR_MSG_GetAndDispatch();
+  ZOR_MSG_Destroy();
+  return status;
+}

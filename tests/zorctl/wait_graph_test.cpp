@@ -1,0 +1,55 @@
+// What is found out about a daemon that does not answer.
+#include "zorctl/wait_graph.h"
+
+#include <gtest/gtest.h>
+
+namespace zor::test {
+namespace {
+
+using ctl::Daemon;
+
+Daemon Make(const std::string &name, const std::vector<std::string> &waitsFor = {}, uint64_t unread = 0,
+            char state = 'S') {
+  Daemon daemon{name, 1, state, unread, false, unread == 0 ? 0 : uint64_t{12'300}, {}};
+  for (const std::string &other : waitsFor) daemon.pending.push_back({other, 0x4001, 7, 3'200});
+  return daemon;
+}
+
+struct Case {
+  std::vector<Daemon> daemons;  // the first is asked about
+  const char *verdict;
+};
+
+TEST(WaitGraphTest, TheVerdictNamesWhoHoldsTheOthersUp) {
+  const Case cases[] = {
+      {{Make("web")}, "nothing waits for web, and it waits for nobody"},
+      {{Make("web"), Make("cms", {"web"})},
+       "web has read its messages and waits for nobody: 1 request waits for its answer, the oldest for 3.2 s"},
+      {{Make("web", {}, 1)}, "web has not read for 12.3 s: 1 message waits for it"},
+      {{Make("web", {}, 2, 'T')},
+       "web is stopped (SIGCONT lets it go on): 2 messages wait for it, the oldest for 12.3 s"},
+      {{Make("web", {}, 0, 'Z')}, "web has ended, and its parent has not noticed"},
+      {{Make("web", {"cms"}), Make("cms", {}, 4)},
+       "web waits for cms, which has not read for 12.3 s: 4 messages wait for it"},
+      {{Make("web", {"old", "cms"}), Make("old", {}, 9), Make("cms", {"db"}), Make("db", {}, 0, 'D')},
+       "web waits for cms, which waits for db, which is held up in the kernel, by a disk or a device"},
+      {{Make("web", {"cms"}), Make("cms")},
+       "web waits for cms, which has read its messages and waits for nobody, but has not answered for 3.2 s"},
+      {{Make("web", {"cms"})}, "web waits for cms, which is not on the bus"},
+      {{Make("web", {""})}, "web waits at a barrier"},
+      {{Make("web", {"cms"}), Make("cms", {""})}, "web waits for cms, which waits at a barrier"},
+      {{Make("web", {"web"}, 3)}, "web waits for web: a cycle, in which nobody can go on"},
+      {{Make("web", {"cms"}), Make("cms", {"web"})},
+       "web waits for cms, which waits for web: a cycle, in which nobody can go on"},
+      {{Make("web", {"cms"}), Make("cms", {"db"}), Make("db", {"cms"})},
+       "web waits for cms, which waits for db, which waits for cms: a cycle, in which nobody can go on"},
+      {{Make("web", {}, 1), Make("web", {"cms"})}, "web has not read for 12.3 s: 1 message waits for it"},
+  };
+  for (const Case &each : cases) {
+    const ctl::WaitChain chain = FollowWaits(each.daemons, each.daemons.front());
+    EXPECT_EQ(Verdict(chain, CountRequestsTo(each.daemons, "web")), each.verdict);
+  }
+}
+
+}  // namespace
+}  // namespace zor::test

@@ -1,0 +1,160 @@
+#include <zor/control_wire.h>
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "zorctl/bus.h"
+#include "zorctl/output.h"
+#include "zorctl/table.h"
+#include "zorctl/text.h"
+#include "zorctl/verbs.h"
+#include "zorctl/wait_graph.h"
+
+namespace zor::ctl {
+namespace {
+
+using Json = nlohmann::json;
+using Align = Table::Align;
+
+// The state letter of a process of this machine: it stands behind the name of the program, which may hold anything.
+char ProcessState(int pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  const size_t nameEnd = text.rfind(')');
+  return nameEnd == std::string::npos || nameEnd + 2 >= text.size() ? '?' : text[nameEnd + 2];
+}
+
+Daemon DaemonOf(const Json &client) {
+  Daemon daemon;
+  daemon.name = client.value("name", "");
+  if (client.value("local", true)) daemon.pid = client.value("pid", 0);
+  if (daemon.pid > 0) daemon.state = ProcessState(daemon.pid);
+  const Json waiting = client.value("waiting", Json::object());
+  daemon.unread = waiting.value("messages", uint64_t{0});
+  daemon.unreadAtLeast = waiting.value("at_least", false);
+  daemon.unreadMs = waiting.value("oldest_ms", uint64_t{0});
+  for (const Json &request : client.value("pending", Json::array())) {
+    daemon.pending.push_back({request.value("to", ""), request.value("type", 0u), request.value("sequence", 0u),
+                              request.value("age_ms", uint64_t{0})});
+  }
+  return daemon;
+}
+
+// A request and who sent it.
+struct Waiter {
+  const Daemon *from;
+  const PendingRequest *request;
+};
+
+class Report {
+ public:
+  Report(const std::vector<Daemon> &daemons, const Daemon &subject) : chain_(FollowWaits(daemons, subject)) {
+    verdict_ = Verdict(chain_, CountRequestsTo(daemons, subject.name));
+    for (const Daemon *daemon : chain_.daemons) {
+      if (!daemon->pending.empty()) waiters_.push_back({daemon, &daemon->pending.back()});
+    }
+    // Those of the chain come first, then whatever else the subject waits for, and who waits for it.
+    for (const Daemon &daemon : daemons) {
+      for (const PendingRequest &request : daemon.pending) {
+        if (&daemon == &subject || request.to == subject.name) Add({&daemon, &request});
+      }
+    }
+  }
+
+  void PrintText() const {
+    Print(Bold(Escape(verdict_)) + "\n\n");
+    Table daemons(
+        {{"DAEMON"}, {"PID", Align::kRight}, {"PROCESS"}, {"UNREAD", Align::kRight}, {"OLDEST", Align::kRight}});
+    for (const Daemon *daemon : chain_.daemons) {
+      daemons.Add({daemon->name, daemon->pid > 0 ? std::to_string(daemon->pid) : "-",
+                   std::string(StateText(daemon->state)),
+                   (daemon->unreadAtLeast ? ">=" : "") + std::to_string(daemon->unread),
+                   daemon->unread == 0 ? "-" : AgeText(daemon->unreadMs)});
+    }
+    daemons.Print();
+    if (waiters_.empty()) return;
+    Print("\n");
+    Table requests({{"FROM"}, {"TO"}, {"AGE", Align::kRight}, {"SEQUENCE", Align::kRight}, {"TYPE"}});
+    for (const Waiter &each : waiters_) {
+      requests.Add({each.from->name, each.request->to.empty() ? "(barrier)" : each.request->to,
+                    AgeText(each.request->ageMs), std::to_string(each.request->sequence), HexText(each.request->type)});
+    }
+    requests.Print();
+  }
+
+  void PrintAsJson() const {
+    Json daemons = Json::array(), requests = Json::array(), cycle = Json::array();
+    for (const Daemon *daemon : chain_.daemons) {
+      daemons.push_back({{"name", daemon->name},
+                         {"pid", daemon->pid},
+                         {"process", StateText(daemon->state)},
+                         {"unread", daemon->unread},
+                         {"at_least", daemon->unreadAtLeast},
+                         {"oldest_ms", daemon->unreadMs}});
+    }
+    for (const Waiter &each : waiters_) {
+      requests.push_back({{"from", each.from->name},
+                          {"to", each.request->to},
+                          {"type", each.request->type},
+                          {"sequence", each.request->sequence},
+                          {"age_ms", each.request->ageMs}});
+    }
+    for (size_t i = chain_.cycle.value_or(chain_.daemons.size()); i < chain_.daemons.size(); ++i) {
+      cycle.push_back(chain_.daemons[i]->name);
+    }
+    PrintJson({{"verdict", verdict_}, {"chain", daemons}, {"cycle", cycle}, {"requests", requests}});
+  }
+
+ private:
+  void Add(const Waiter &waiter) {
+    for (const Waiter &each : waiters_) {
+      if (each.request == waiter.request) return;
+    }
+    waiters_.push_back(waiter);
+  }
+
+  WaitChain chain_;
+  std::string verdict_;
+  std::vector<Waiter> waiters_;
+};
+
+class WhyVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_option("NAME", name_, "The daemon that does not answer")->required()->type_name("");
+  }
+
+  ExitCode Run(const Common &common) override {
+    NameField(name_);  // says what is wrong with it
+    const Deadline deadline = common.deadline();
+    std::vector<Daemon> daemons;
+    {
+      Bus bus(deadline);
+      const Json answer = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
+      for (const Json &client : answer.value("clients", Json::array())) {
+        if (!client.value("self", false)) daemons.push_back(DaemonOf(client));
+      }
+    }
+    const Daemon *subject = FindDaemon(daemons, name_);
+    if (subject == nullptr) {
+      throw Failure(kExitNotFound, "no daemon " + Escape(name_) + " on the bus", "zorctl list shows who is there");
+    }
+    const Report report(daemons, *subject);
+    common.json ? report.PrintAsJson() : report.PrintText();
+    return kExitOk;
+  }
+
+ private:
+  std::string name_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeWhyVerb() {
+  return std::make_unique<WhyVerb>();
+}
+
+}  // namespace zor::ctl
