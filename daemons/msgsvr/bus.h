@@ -10,6 +10,7 @@
 #include "msgsvr/body_files.h"
 #include "msgsvr/client.h"
 #include "msgsvr/events.h"
+#include "msgsvr/kept_trace.h"
 #include "msgsvr/monitor.h"
 #include "msgsvr/names.h"
 #include "msgsvr/restful.h"
@@ -19,7 +20,10 @@ namespace zor::msgsvr {
 
 struct Bus {
   Bus(const BusSettings &busSettings, std::string messageDirectory, daemon::ProblemLog &problemLog)
-      : settings(busSettings), log(problemLog), files(std::move(messageDirectory)) {}
+      : settings(busSettings),
+        log(problemLog),
+        files(std::move(messageDirectory)),
+        keptTrace(busSettings.keptFile, problemLog) {}
 
   // Takes the client off the bus; what is still queued for it is lost. Its record stays until Sweep, so that whoever
   // is at work with it needs to look at `ended` only. Nothing happens the second time.
@@ -50,6 +54,7 @@ struct Bus {
   daemon::ProblemLog &log;
   daemon::EventPoll poll;
   BodyFiles files;
+  KeptTrace keptTrace;
   std::list<Client> clients;  // the oldest connection first
   NameTable names;
   RestfulPatterns patterns;

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "msgsvr/control_list.h"
+#include "msgsvr/json.h"
+#include "msgsvr/registration.h"
 
 namespace zor::msgsvr {
 namespace {
@@ -17,11 +19,27 @@ bool MayControl(const Peer &peer) {
   return peer.local && (peer.uid == 0 || peer.uid == ::geteuid());
 }
 
+// The name that is all of the body; nothing when it is not one.
+std::optional<AppName> NameIn(std::span<const std::byte> body) {
+  char field[ZOR_MSG_NAME_SIZE];
+  if (body.size() != sizeof field) return std::nullopt;
+  std::memcpy(field, body.data(), sizeof field);
+  return AppName::FromField(field);
+}
+
+uint32_t ResultOf(KeptTrace::Result result) {
+  if (result == KeptTrace::Result::kMalformed) return ZOR_CONTROL_MALFORMED;
+  return result == KeptTrace::Result::kDone ? ZOR_CONTROL_OK : ZOR_CONTROL_FAILED;
+}
+
 }  // namespace
 
 const Control::Entry Control::kEntries[] = {
     {ZOR_MSG_CONTROL_LIST, &Control::List},
     {ZOR_MSG_CONTROL_MONITOR, &Control::Monitor},
+    {ZOR_MSG_CONTROL_TRACE_GET, &Control::TraceGet},
+    {ZOR_MSG_CONTROL_TRACE_SET, &Control::TraceSet},
+    {ZOR_MSG_CONTROL_TRACE_CLEAR, &Control::TraceClear},
 };
 
 void Control::Handle(Client &from, const Frame &frame) {
@@ -76,6 +94,27 @@ Control::Answer Control::Monitor(Client &from, Body body) {
   if (body.size() != sizeof filter) return {ZOR_CONTROL_MALFORMED, {}};
   std::memcpy(&filter, body.data(), sizeof filter);
   return {bus_.monitors.Set(from, filter) ? ZOR_CONTROL_OK : ZOR_CONTROL_MALFORMED, {}};
+}
+
+Control::Answer Control::TraceGet(Client &, Body body) {
+  const auto name = NameIn(body);
+  if (!name || !name->IsGrantable()) return {ZOR_CONTROL_MALFORMED, {}};
+  const TraceSettings trace = TraceSettingsOf(bus_.settings, bus_.keptTrace, *name);
+  const Json json = TraceToJson({std::string(name->text()), trace.members});
+  cJSON_AddStringToObject(json.get(), "source", std::string(trace.source).c_str());
+  std::string text = JsonText(json.get());
+  if (text.empty()) return {ZOR_CONTROL_FAILED, {}};
+  return {ZOR_CONTROL_OK, std::move(text)};
+}
+
+Control::Answer Control::TraceSet(Client &, Body body) {
+  return {ResultOf(bus_.keptTrace.Set(TextOf(body))), {}};
+}
+
+Control::Answer Control::TraceClear(Client &, Body body) {
+  const auto name = body.empty() ? std::optional(AppName()) : NameIn(body);
+  if (!name || (!name->empty() && !name->IsGrantable())) return {ZOR_CONTROL_MALFORMED, {}};
+  return {ResultOf(bus_.keptTrace.Clear(*name)), {}};
 }
 
 }  // namespace zor::msgsvr

@@ -41,6 +41,9 @@ class Control {
 
   Answer List(Client &from, Body body);
   Answer Monitor(Client &from, Body body);
+  Answer TraceGet(Client &from, Body body);
+  Answer TraceSet(Client &from, Body body);
+  Answer TraceClear(Client &from, Body body);
 
   Bus &bus_;
   Delivery &delivery_;

@@ -1,5 +1,6 @@
 #include "msgsvr/registration.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace zor::msgsvr {
@@ -15,10 +16,17 @@ void Append(std::vector<std::byte> &body, const Record &record) {
   std::memcpy(body.data() + body.size() - sizeof record, &record, sizeof record);
 }
 
-ZOR_TRACE_SETTINGS_HEAD TraceHead(const BusSettings &settings, const AppName &daemon) {
+// The value that has been kept, or else that of the settings file or the default.
+template <typename Value>
+void Complete(std::optional<Value> &member, const PerDaemon<Value> &file, const AppName &daemon, bool &fromFile) {
+  if (member) return;
+  if (file.Find(daemon) != nullptr) fromFile = true;
+  member = file.Get(daemon);
+}
+
+ZOR_TRACE_SETTINGS_HEAD TraceHead(uint64_t fileKiB, const std::string &output) {
   ZOR_TRACE_SETTINGS_HEAD head{};
-  head.fileMaxKiB = settings.traceFileKiB.Get(daemon);
-  const std::string output = settings.traceOutput.Get(daemon);
+  head.fileMaxKiB = fileKiB;
   if (output == "file") {
     head.outputIndex = 1;
   } else if (output != "stdout") {
@@ -29,12 +37,27 @@ ZOR_TRACE_SETTINGS_HEAD TraceHead(const BusSettings &settings, const AppName &da
 
 }  // namespace
 
-std::vector<std::byte> RegistrationBody(const BusSettings &settings, const AppName &daemon) {
+TraceSettings TraceSettingsOf(const BusSettings &settings, const KeptTrace &kept, const AppName &daemon) {
+  TraceMembers members = kept.Of(daemon);
+  const bool fromKept = members.output || members.fileKiB || members.levels;
+  bool fromFile = false;
+  Complete(members.output, settings.traceOutput, daemon, fromFile);
+  Complete(members.fileKiB, settings.traceFileKiB, daemon, fromFile);
+  Complete(members.levels, settings.traceLevels, daemon, fromFile);
+  if (members.output->empty()) members.output = "stdout";
+  return {std::move(members), fromKept ? "kept" : fromFile ? "file" : "default"};
+}
+
+std::vector<std::byte> RegistrationBody(const BusSettings &settings, const KeptTrace &kept, const AppName &daemon) {
   const uint32_t reportSeconds = settings.reportSeconds.Get(daemon);
   std::vector<std::byte> body;
   Append(body, ZOR_MSG_REGISTER_REPLY{reportSeconds != 0 ? 1u : 0u, reportSeconds});
-  Append(body, TraceHead(settings, daemon));
-  for (const TraceLevel &level : settings.traceLevels.Get(daemon)) {
+  TraceMembers trace = TraceSettingsOf(settings, kept, daemon).members;
+  Append(body, TraceHead(*trace.fileKiB, *trace.output));
+  // A daemon that is told a level for all forgets what it was told before.
+  std::stable_partition(trace.levels->begin(), trace.levels->end(),
+                        [](const TraceLevel &l) { return l.module.text() == "all"; });
+  for (const TraceLevel &level : *trace.levels) {
     ZOR_TRACE_SETTINGS_ENTRY entry{};
     std::memcpy(entry.module, level.module.field().data(), sizeof entry.module);
     entry.level = level.level;

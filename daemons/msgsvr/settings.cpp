@@ -10,6 +10,7 @@ const char kSettingsHelp[] =
     "  queue_bytes = 1048576     output that one client may leave unread before it is cut off\n"
     "  max_clients = 256         connections at one time\n"
     "  tcp =                     ADDRESS:PORT (IPv4) to listen at for daemons on other boards; port 0: any\n"
+    "  kept_file = /var/lib/zor/msgsvr.trace  keeps the trace settings that operators' tools make\n"
     "  route.TYPE = NAME         the daemon for requests of that type without destination; TYPE is a number or a\n"
     "                            range such as 0x5025-0x502B; no NAME: nobody. Configuration and device list\n"
     "                            requests go to cms, login control to lctrl, unless set here\n"
@@ -24,7 +25,6 @@ namespace {
 
 constexpr size_t kMinQueueBytes = 16384;  // holds some of the longest messages
 constexpr size_t kMaxQueueBytes = 64u << 20;
-constexpr size_t kMaxTraceLevels = 64;  // so that the registration reply stays short
 
 struct DefaultRoute {
   uint32_t first;
@@ -71,14 +71,6 @@ bool FitsName(std::string_view text) {
   return text == AppName(text).text();
 }
 
-bool ParseLevel(std::string_view text, uint32_t *level) {
-  const auto named =
-      std::find_if(kLevelNames.begin(), kLevelNames.end(), [&](const LevelName &known) { return known.name == text; });
-  if (named == kLevelNames.end()) return ParseWord(text, level);
-  *level = named->level;
-  return true;
-}
-
 std::optional<std::vector<TraceLevel>> ParseLevels(std::string_view text) {
   std::vector<TraceLevel> levels;
   for (size_t start; (start = text.find_first_not_of(" \t")) != text.npos;) {
@@ -86,15 +78,11 @@ std::optional<std::vector<TraceLevel>> ParseLevels(std::string_view text) {
     const std::string_view item = text.substr(0, text.find_first_of(" \t"));
     text.remove_prefix(item.size());
     const size_t equals = item.find('=');
-    uint32_t level;
-    if (equals == item.npos || equals == 0 || !FitsName(item.substr(0, equals)) ||
-        !ParseLevel(item.substr(equals + 1), &level) || levels.size() == kMaxTraceLevels) {
-      return std::nullopt;
-    }
-    levels.push_back({AppName(item.substr(0, equals)), level});
+    if (equals == item.npos || equals == 0 || !FitsName(item.substr(0, equals))) return std::nullopt;
+    const auto level = ParseTraceLevel(item.substr(equals + 1));
+    if (!level || levels.size() == kMaxTraceLevels) return std::nullopt;
+    levels.push_back({AppName(item.substr(0, equals)), *level});
   }
-  // A daemon that is told a level for all forgets what it was told before.
-  std::stable_partition(levels.begin(), levels.end(), [](const TraceLevel &l) { return l.module.text() == "all"; });
   return levels;
 }
 
@@ -139,6 +127,20 @@ std::optional<std::string> ParseOutput(const std::string &text) {
 
 }  // namespace
 
+std::optional<uint32_t> ParseTraceLevel(std::string_view text) {
+  const auto named =
+      std::find_if(kLevelNames.begin(), kLevelNames.end(), [&](const LevelName &known) { return known.name == text; });
+  if (named != kLevelNames.end()) return named->level;
+  uint32_t level;
+  return ParseWord(text, &level) ? std::optional(level) : std::nullopt;
+}
+
+std::string_view TraceLevelName(uint32_t level) {
+  const auto named = std::find_if(kLevelNames.begin(), kLevelNames.end(),
+                                  [&](const LevelName &known) { return known.level == level; });
+  return named == kLevelNames.end() ? std::string_view() : named->name;
+}
+
 AppName BusSettings::RouteOf(uint32_t type) const {
   const auto route = std::find_if(routes.begin(), routes.end(), [&](const Route &candidate) {
     return type >= candidate.first && type <= candidate.last;
@@ -151,6 +153,8 @@ BusSettings ReadSettings(daemon::Settings &settings) {
   result.queueBytes = static_cast<size_t>(settings.Number("queue_bytes", 1048576, kMinQueueBytes, kMaxQueueBytes));
   result.maxClients = static_cast<size_t>(settings.Number("max_clients", 256, 1, 65536));
   result.tcp = settings.Text("tcp", "");
+  result.keptFile = settings.Text("kept_file", "/var/lib/zor/msgsvr.trace");
+  if (!result.keptFile.starts_with('/')) settings.AddMistake("kept_file: not a path from the root");
   ReadRoutes(settings, result);
   ReadPerDaemon(settings, "report.", result.reportSeconds, ParseSeconds);
   ReadPerDaemon(settings, "trace_output.", result.traceOutput, ParseOutput);

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -29,10 +30,15 @@ class PerDaemon {
   explicit PerDaemon(Value fallback) : fallback_(std::move(fallback)) {}
 
   void Set(const std::string &daemon, Value value) { values_[daemon] = std::move(value); }
-  Value Get(const AppName &daemon) const {
+  // What has been set for the daemon; null when nothing has.
+  const Value *Find(const AppName &daemon) const {
     auto found = values_.find(std::string(daemon.text()));
     if (found == values_.end()) found = values_.find("*");
-    return found == values_.end() ? fallback_ : found->second;
+    return found == values_.end() ? nullptr : &found->second;
+  }
+  Value Get(const AppName &daemon) const {
+    const Value *value = Find(daemon);
+    return value == nullptr ? fallback_ : *value;
   }
   bool empty() const { return values_.empty(); }
 
@@ -46,10 +52,18 @@ struct TraceLevel {
   uint32_t level;
 };
 
+inline constexpr size_t kMaxTraceLevels = 64;  // of a daemon, so that the registration reply stays short
+
+// A level's number; nothing when the text is neither the name of one nor a number.
+std::optional<uint32_t> ParseTraceLevel(std::string_view text);
+// A level's name; empty when it has none.
+std::string_view TraceLevelName(uint32_t level);
+
 struct BusSettings {
   size_t queueBytes;
   size_t maxClients;
   std::string tcp;  // ADDRESS:PORT, or empty
+  std::string keptFile;
   std::vector<Route> routes;
   PerDaemon<uint32_t> reportSeconds;
   PerDaemon<std::string> traceOutput;

@@ -1,18 +1,24 @@
 #include "msgsvr/tcp_listener.h"
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <optional>
 
 #include "common/settings.h"
 
 namespace zor::msgsvr {
 namespace {
 
-std::optional<sockaddr_in> Parse(const std::string &text) {
+std::string Format(const sockaddr_in &address) {
+  char text[INET_ADDRSTRLEN];
+  return std::string(::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text)) + ':' +
+         std::to_string(ntohs(address.sin_port));
+}
+
+}  // namespace
+
+std::optional<sockaddr_in> ParseTcpAddress(const std::string &text) {
   const size_t colon = text.rfind(':');
   uint64_t port;
   sockaddr_in address = {};
@@ -25,16 +31,8 @@ std::optional<sockaddr_in> Parse(const std::string &text) {
   return address;
 }
 
-std::string Format(const sockaddr_in &address) {
-  char text[INET_ADDRSTRLEN];
-  return std::string(::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text)) + ':' +
-         std::to_string(ntohs(address.sin_port));
-}
-
-}  // namespace
-
 TcpListener ListenTcp(const std::string &text) {
-  const auto wanted = Parse(text);
+  const auto wanted = ParseTcpAddress(text);
   if (!wanted) {
     errno = EINVAL;
     return {};

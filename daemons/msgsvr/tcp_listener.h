@@ -2,6 +2,9 @@
 #ifndef MSGSVR_TCP_LISTENER_H
 #define MSGSVR_TCP_LISTENER_H
 
+#include <netinet/in.h>
+
+#include <optional>
 #include <string>
 
 #include "common/fd.h"
@@ -12,6 +15,9 @@ struct TcpListener {
   daemon::Fd socket;
   std::string address;  // ADDRESS:PORT with the real port
 };
+
+// An IPv4 ADDRESS:PORT; nothing for any other text.
+std::optional<sockaddr_in> ParseTcpAddress(const std::string &text);
 
 // Listens at an IPv4 ADDRESS:PORT. Without a valid socket, and with errno, when that is not possible.
 TcpListener ListenTcp(const std::string &address);

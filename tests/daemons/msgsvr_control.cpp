@@ -64,6 +64,13 @@ class MsgsvrControlTest : public OwnMsgsvrTest {
     return Result(ZOR_MSG_CONTROL_MONITOR, {reinterpret_cast<const char *>(&filter), sizeof filter});
   }
 
+  // What a daemon of the name gets when it registers, as operators are told, and what is in the reply.
+  std::string Trace(std::string name) {
+    name.resize(ZOR_MSG_NAME_SIZE);
+    return Control(ZOR_MSG_CONTROL_TRACE_GET, name).body;
+  }
+  uint32_t SetTrace(const std::string &json) { return Result(ZOR_MSG_CONTROL_TRACE_SET, json); }
+
   void StartWithOperator(const std::string &settings = "") {
     Start(settings);
     operator_ = Client("ctl1");
@@ -234,6 +241,76 @@ TEST_F(MsgsvrControlTest, NeitherWaitsForAStoppedMonitorNorCutsItOff) {
     }
   }
   EXPECT_EQ(copies + missed, last + 1);
+}
+
+constexpr char kDefault[] = R"({"name":"cms","output":"stdout","file_kib":1024,"levels":{},"source":"default"})";
+
+TEST_F(MsgsvrControlTest, KeepsTraceSettingsOverARestart) {
+  const std::string settings = "trace.web = msg=debug\ntrace_output.* = file\n";
+  StartWithOperator(settings);
+  EXPECT_EQ(Trace("web"), R"({"name":"web","output":"file","file_kib":1024,"levels":{"msg":"debug"},"source":"file"})");
+  EXPECT_EQ(SetTrace(R"({"name":"*","file_kib":2048,"output":"stdout"})"), ZOR_CONTROL_OK);
+  EXPECT_EQ(SetTrace(R"({"name":"web","levels":{"loop":3,"all":"info"},"source":"file"})"), ZOR_CONTROL_OK);
+  EXPECT_EQ(SetTrace(R"({"name":"web","output":"10.0.0.1:5000"})"), ZOR_CONTROL_OK);
+  EXPECT_EQ(SetTrace(R"({"name":"gone","file_kib":4096})"), ZOR_CONTROL_OK);
+  EXPECT_EQ(Result(ZOR_MSG_CONTROL_TRACE_CLEAR, std::string("gone").append(8, '\0')), ZOR_CONTROL_OK);
+  TearDown();
+  StartWithOperator(settings);
+  EXPECT_EQ(Trace("web"), R"({"name":"web","output":"10.0.0.1:5000","file_kib":2048,)"
+                          R"("levels":{"loop":3,"all":"info"},"source":"kept"})");
+  EXPECT_EQ(Trace("gone"), R"({"name":"gone","output":"stdout","file_kib":2048,"levels":{},"source":"kept"})");
+  const std::string body = Connect().Register("web").body;
+  EXPECT_EQ(body.substr(8 + 16, 14), std::string("10.0.0.1:5000\0", 14));
+  EXPECT_EQ(body.substr(8 + 48 + 4, 4), std::string("all\0", 4)) << "which makes a daemon forget the others";
+  EXPECT_EQ(Result(ZOR_MSG_CONTROL_TRACE_CLEAR), ZOR_CONTROL_OK);
+  TearDown();
+  std::ofstream(root_.Path("/var/lib/zor/msgsvr.trace")) << R"([{"name":"web","file_kib":2048},{"name":"web"}])";
+  StartWithOperator();
+  EXPECT_EQ(Trace("cms"), kDefault);
+  EXPECT_TRUE(LogHolds("/var/lib/zor/msgsvr.trace: damaged, set aside"));
+  EXPECT_TRUE(Exists("/var/lib/zor/msgsvr.trace.damaged"));
+}
+
+TEST_F(MsgsvrControlTest, ChangesNoTraceSettingsThatAreWrongOrCannotBeKept) {
+  StartWithOperator("kept_file = /settings/trace\n");  // the directory is a file
+  EXPECT_EQ(SetTrace(R"({"name":"cms","file_kib":2048})"), ZOR_CONTROL_FAILED);
+  std::string many = R"({"name":"cms","levels":{)";
+  for (int i = 0; i < 65; ++i) many += "\"m" + std::to_string(i) + "\":1,";
+  many.back() = '}';
+  const std::string deep(1000, '[');
+  const std::vector<std::string> wrong = {
+      "",
+      "[]",
+      R"({"name":"cms"})",
+      R"({"file_kib":2048})",
+      R"({"name":"","file_kib":2048})",
+      R"({"name":"twelve_chars","file_kib":2048})",
+      R"({"name":"a b","file_kib":2048})",
+      R"({"name":7,"file_kib":2048})",
+      R"({"name":"cms","file_kib":1023})",
+      R"({"name":"cms","file_kib":1e300})",
+      R"({"name":"cms","file_kib":2048.5})",
+      R"({"name":"cms","file_kib":"2048"})",
+      R"({"name":"cms","output":"tape"})",
+      R"({"name":"cms","output":"10.0.0.1:0"})",
+      R"({"name":"cms","output":"10.0.0.1:0x50"})",
+      R"({"name":"cms","levels":[]})",
+      R"({"name":"cms","levels":{"msg":"loud"}})",
+      R"({"name":"cms","levels":{"msg":-1}})",
+      R"({"name":"cms","levels":{"twelve_chars":1}})",
+      R"({"name":"cms","levels":{"m":1,"m":2}})",
+      R"({"name":"cms","file_kib":2048} x)",
+      R"({"name":"cms","file_kib":2048,"other":1})",
+      many + "}",
+      R"({"name":"cms","levels":)" + deep,
+  };
+  for (const std::string &json : wrong) {
+    EXPECT_EQ(SetTrace(json), ZOR_CONTROL_MALFORMED) << json;
+  }
+  for (const uint32_t type : {ZOR_MSG_CONTROL_TRACE_GET, ZOR_MSG_CONTROL_TRACE_CLEAR}) {
+    for (const char *name : {"cms", "twelve_chars"}) EXPECT_EQ(Result(type, name), ZOR_CONTROL_MALFORMED) << name;
+  }
+  EXPECT_EQ(Trace("cms"), kDefault);
 }
 
 }  // namespace

@@ -1,0 +1,120 @@
+#include "msgsvr/kept_trace.h"
+
+#include <zor/platform/file.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "common/files.h"
+#include "common/paths.h"
+
+namespace zor::msgsvr {
+namespace {
+
+constexpr uint32_t kMaxFileBytes = 1u << 20;  // more than all names with all modules take
+
+// Members that stand in `over` replace those of `under`.
+TraceMembers Merge(TraceMembers under, const TraceMembers &over) {
+  if (over.output) under.output = over.output;
+  if (over.fileKiB) under.fileKiB = over.fileKiB;
+  if (over.levels) under.levels = over.levels;
+  return under;
+}
+
+// The whole of the text, or null.
+Json Parse(std::string_view text) {
+  const char *end = nullptr;
+  Json value(cJSON_ParseWithLengthOpts(text.data(), text.size(), &end, 0));
+  if (value == nullptr) return nullptr;
+  const std::string_view rest = text.substr(static_cast<size_t>(end - text.data()));
+  return rest.find_first_not_of(" \t\r\n") == rest.npos ? std::move(value) : nullptr;
+}
+
+// One daemon on each line.
+std::optional<std::string> FileText(const std::map<std::string, TraceMembers> &byName) {
+  std::string text = "[";
+  for (const auto &[name, members] : byName) {
+    const std::string object = JsonText(TraceToJson({name, members}).get());
+    if (object.empty()) return std::nullopt;
+    text += text.size() == 1 ? "\n" : ",\n";
+    text += object;
+  }
+  return text + "\n]\n";
+}
+
+}  // namespace
+
+KeptTrace::KeptTrace(std::string fixedPath, daemon::ProblemLog &log) : fixedPath_(std::move(fixedPath)), log_(log) {
+  Load();
+}
+
+KeptTrace::Result KeptTrace::Set(std::string_view json) {
+  const auto trace = TraceFromJson(Parse(json).get());
+  if (!trace) return Result::kMalformed;
+  ByName changed = byName_;
+  TraceMembers &members = changed[trace->name];
+  members = Merge(members, trace->members);
+  return changed.size() > kMaxNames ? Result::kFailed : Keep(std::move(changed));
+}
+
+KeptTrace::Result KeptTrace::Clear(const AppName &name) {
+  ByName changed = byName_;
+  if (name.empty()) {
+    changed.clear();
+  } else {
+    changed.erase(std::string(name.text()));
+  }
+  return changed.size() == byName_.size() ? Result::kDone : Keep(std::move(changed));
+}
+
+TraceMembers KeptTrace::Of(const AppName &daemon) const {
+  TraceMembers members;
+  for (const std::string &name : {std::string("*"), std::string(daemon.text())}) {
+    const auto entry = byName_.find(name);
+    if (entry != byName_.end()) members = Merge(members, entry->second);
+  }
+  return members;
+}
+
+void KeptTrace::Load() {
+  const std::string path = daemon::FixedPath(fixedPath_);
+  void *block = nullptr;
+  uint32_t length = 0;
+  errno = 0;
+  const uint32_t status = ZOR_UTIL_ReadFileToBuf(path.c_str(), &block, &length);
+  const std::unique_ptr<void, decltype(&std::free)> owner(block, &std::free);
+  if (status != ZOR_FILE_OK && errno == ENOENT) return;
+  if (status != ZOR_FILE_OK && errno != 0) return log_.PrintErrno("%s: cannot be read", fixedPath_.c_str());
+  const Json array(length <= kMaxFileBytes ? Parse({static_cast<const char *>(block), length}) : nullptr);
+  ByName found;
+  bool intact = cJSON_IsArray(array.get()) != 0;
+  const cJSON *item = nullptr;
+  cJSON_ArrayForEach(item, array.get()) {
+    const auto trace = TraceFromJson(item);
+    intact = intact && trace && found.size() < kMaxNames && found.emplace(trace->name, trace->members).second;
+  }
+  if (intact) {
+    byName_ = std::move(found);
+    return;
+  }
+  log_.Print("%s: damaged, set aside as %s.damaged", fixedPath_.c_str(), fixedPath_.c_str());
+  if (std::rename(path.c_str(), (path + ".damaged").c_str()) != 0) log_.PrintErrno("%s", fixedPath_.c_str());
+}
+
+KeptTrace::Result KeptTrace::Keep(ByName changed) {
+  const auto text = FileText(changed);
+  if (!text) return Result::kFailed;
+  if (!daemon::MakeDirectory(daemon::ParentOf(fixedPath_) + "/") ||
+      !daemon::ReplaceFile(daemon::FixedPath(fixedPath_), std::as_bytes(std::span(*text)))) {
+    log_.PrintErrno("%s: cannot be written, trace settings stay as they were", fixedPath_.c_str());
+    return Result::kFailed;
+  }
+  byName_ = std::move(changed);
+  return Result::kDone;
+}
+
+}  // namespace zor::msgsvr
