@@ -4,6 +4,7 @@
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zor/platform/limits.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +14,6 @@
 
 namespace {
 
-constexpr size_t kReadMax = 0x8000000;
 constexpr size_t kLeastRead = 4095;
 constexpr mode_t kNewFileMode = 0640;
 constexpr mode_t kOthersWrite = 0002;
@@ -69,7 +69,7 @@ struct Content {
 
 // Reads to the end of the file, whatever size it announced: files of the kernel announce none.
 uint32_t ReadToEnd(int fd, Content *content) {
-  while (content->length <= kReadMax) {
+  while (content->length <= ZOR_FILE_READ_MAX) {
     if (content->length == content->capacity && !content->Grow(2 * content->capacity)) break;
     const ssize_t step = ::read(fd, content->bytes.get() + content->length, content->capacity - content->length);
     if (step == 0) return ZOR_FILE_OK;
@@ -101,7 +101,7 @@ uint32_t ZOR_UTIL_ReadFileToBuf(const char *path, void **buffer, uint32_t *lengt
   off_t announced = 0;
   const File file(OpenRegular(path, O_RDONLY, &announced));
   if (file.fd() < 0) return ZOR_FILE_E_IO;
-  if (announced > static_cast<off_t>(kReadMax)) return ZOR_FILE_E_NO_MEMORY;
+  if (announced > static_cast<off_t>(ZOR_FILE_READ_MAX)) return ZOR_FILE_E_NO_MEMORY;
   Content content;
   // One byte more than announced, so that the end of the file shows without another block.
   if (!content.Grow(std::max(static_cast<size_t>(announced), kLeastRead) + 1)) return ZOR_FILE_E_NO_MEMORY;

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zor/platform/file.h>
+#include <zor/platform/limits.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,7 +17,6 @@ namespace {
 
 constexpr char kShell[] = "/bin/sh";
 constexpr char kRebootCommand[] = "/sbin/reboot";
-constexpr int32_t kRebootTimeLimitMs = 10000;
 constexpr long kLongestNapMs = 20;
 
 // Keeps children from a SIGCHLD handler that waits for any of them.
@@ -148,6 +148,6 @@ uint32_t ZOR_UTIL_Reboot(uint32_t reason) {
   }
   std::fprintf(stderr, "reboot for reason %u\n", reason);
   int32_t status = -1;
-  const int32_t pid = ZOR_UTIL_ForkProcessSys(kRebootCommand, kRebootTimeLimitMs, &status, nullptr);
+  const int32_t pid = ZOR_UTIL_ForkProcessSys(kRebootCommand, ZOR_REBOOT_WAIT_MS, &status, nullptr);
   return pid > 0 && status == 0 ? 0 : 1;
 }

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <unistd.h>
 #include <zor/platform/file.h>
+#include <zor/platform/limits.h>
 
 #include <cerrno>
 #include <climits>
@@ -15,7 +16,6 @@ namespace zor::platform {
 namespace {
 
 constexpr int kStoreVersion = 1;
-constexpr int kBusyTimeoutMs = 5000;
 // Its group are the daemons that share the configuration; nobody else is to read pass phrases.
 constexpr mode_t kStoreMode = 0660;
 
@@ -156,7 +156,7 @@ int OpenFile(const char *path, Database *db) {
   sqlite3 *opened = nullptr;
   const int result = sqlite3_open_v2(path, &opened, SQLITE_OPEN_READWRITE, nullptr);
   db->reset(opened);
-  if (result == SQLITE_OK) sqlite3_busy_timeout(opened, kBusyTimeoutMs);
+  if (result == SQLITE_OK) sqlite3_busy_timeout(opened, ZOR_STORE_WAIT_MS);
   return result;
 }
 

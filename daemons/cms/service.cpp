@@ -8,10 +8,10 @@
 #include <array>
 #include <cstring>
 
+#include "common/limits.h"
+
 namespace zor::cms {
 namespace {
-
-constexpr size_t kMostExportUsers = 64;
 
 struct Request {
   uint32_t type;
@@ -112,7 +112,7 @@ uint32_t Service::ExportSaved(ZOR_MSG_HEAD &request) {
 
 uint32_t Service::NameExportUser(ZOR_MSG_HEAD &request) {
   // Those who name a user and never ask for the export must not fill the memory.
-  if (exportUsers_.size() >= kMostExportUsers) exportUsers_.clear();
+  if (exportUsers_.size() >= limits::cms::kExportUsers) exportUsers_.clear();
   exportUsers_[SourceOf(request)] = request.data;
   return 0;
 }

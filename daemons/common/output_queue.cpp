@@ -9,6 +9,8 @@
 #include <cstring>
 #include <utility>
 
+#include "common/limits.h"
+
 namespace zor::daemon {
 namespace {
 
@@ -55,7 +57,7 @@ ssize_t SendNow(int socket, std::span<const std::byte> bytes, int descriptor) {
 
 bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, Fd &&descriptor) {
   const size_t cost = CostOf(message.size());
-  if (cost > maxBytes_ - bytes_ || (descriptor.valid() && descriptors_ == kMaxDescriptors)) return false;
+  if (cost > maxBytes_ - bytes_ || (descriptor.valid() && descriptors_ == limits::kUnreadDescriptors)) return false;
   bytes_ += cost;
   if (descriptor.valid()) ++descriptors_;
   messages_.push_back({{message.begin(), message.end()}, sent, std::move(descriptor)});

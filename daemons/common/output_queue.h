@@ -29,9 +29,6 @@ class OutputQueue {
   };
   enum class State { kDrained, kBlocked, kBroken };
 
-  // Descriptors are scarcer than memory: one client may make the server hold this many.
-  static constexpr size_t kMaxDescriptors = 16;
-
   explicit OutputQueue(size_t maxBytes) : maxBytes_(maxBytes) {}
 
   // Appends a message of which the first bytes have been sent already. False, with nothing changed, when it does not

@@ -61,7 +61,7 @@ void ProblemLog::PrintErrno(const char *format, ...) {
 bool ProblemLog::MayPrint() {
   const Clock::time_point now = Clock::now();
   if (const auto earned = (now - lastRefill_) / kRefill; earned > 0) {
-    credit_ = static_cast<int>(std::min<decltype(earned)>(kBurst, credit_ + earned));
+    credit_ = static_cast<int>(std::min<decltype(earned)>(limits::kProblemBurst, credit_ + earned));
     lastRefill_ = now;
   }
   return credit_ > 0;

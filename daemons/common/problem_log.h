@@ -9,6 +9,8 @@
 #include <chrono>
 #include <string>
 
+#include "common/limits.h"
+
 namespace zor::daemon {
 
 class ProblemLog {
@@ -27,14 +29,13 @@ class ProblemLog {
 
  private:
   using Clock = std::chrono::steady_clock;
-  static constexpr int kBurst = 20;
   static constexpr std::chrono::seconds kRefill{1};
 
   bool MayPrint();
   void PrintLimited(const std::string &text);
 
   std::string program_;
-  int credit_ = kBurst;
+  int credit_ = limits::kProblemBurst;
   Clock::time_point lastRefill_ = Clock::now();
   unsigned long leftOut_ = 0;
 };

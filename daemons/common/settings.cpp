@@ -8,11 +8,10 @@
 #include <cstring>
 #include <memory>
 
+#include "common/limits.h"
+
 namespace zor::daemon {
 namespace {
-
-// A settings file is written by hand; anything longer is some other file.
-constexpr std::uint32_t kFileMax = 1u << 20;
 
 struct FreeDeleter {
   void operator()(void *block) const { std::free(block); }
@@ -36,7 +35,7 @@ Settings Settings::FromFile(const std::string &path, bool mustExist) {
   const std::unique_ptr<void, FreeDeleter> owner(block);
   Settings settings;
   settings.name_ = path;
-  if (status == ZOR_FILE_OK && length <= kFileMax) {
+  if (status == ZOR_FILE_OK && length <= limits::kSettingsFile) {
     return FromText({static_cast<const char *>(block), length}, path);
   }
   if (error == ENOENT && !mustExist) return settings;

@@ -10,6 +10,7 @@
 
 #include "common/command_line.h"
 #include "common/fd.h"
+#include "common/limits.h"
 #include "common/local_socket.h"
 #include "common/paths.h"
 #include "common/problem_log.h"
@@ -24,8 +25,6 @@ namespace {
 
 constexpr char kSocketPath[] = ZOR_PATH_MLOG_DIR ZOR_MLOG_SERVER_NAME;
 constexpr char kDefaultLogFile[] = "/online/log/mlog.log";
-constexpr uint64_t kDefaultMaxStatistics = 256;
-constexpr uint64_t kLargestMaxStatistics = 65536;
 
 constexpr daemon::Program kProgram = {
     "mlogserver",
@@ -72,8 +71,8 @@ struct Configuration {
 bool Configure(const daemon::CommandLine &line, daemon::ProblemLog &problems, Configuration *configuration) {
   daemon::Settings settings = daemon::Settings::FromFile(line.settingsPath, line.settingsGiven);
   configuration->logFile = settings.Text("log_file", kDefaultLogFile);
-  configuration->maxStatistics =
-      static_cast<size_t>(settings.Number("max_statistics", kDefaultMaxStatistics, 1, kLargestMaxStatistics));
+  configuration->maxStatistics = static_cast<size_t>(
+      settings.Number("max_statistics", limits::mlogserver::kStatistics, 1, limits::mlogserver::kMostStatistics));
   if (!configuration->logFile.starts_with('/')) settings.AddMistake("log_file must be an absolute path");
   return settings.CheckAndReport(problems);
 }

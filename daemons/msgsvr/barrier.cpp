@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "common/limits.h"
+
 namespace zor::msgsvr {
 
 bool Barriers::Wait(const Waiter &waiter) {
@@ -21,7 +23,7 @@ std::vector<Barriers::Waiter> Barriers::Post(const AppName &name) {
   std::vector<Waiter> result(released, waiters_.end());
   waiters_.erase(released, waiters_.end());
   if (result.empty() && std::find(posts_.begin(), posts_.end(), name) == posts_.end()) {
-    if (posts_.size() == kMaxPosts) posts_.pop_front();
+    if (posts_.size() == limits::msgsvr::kBarrierPosts) posts_.pop_front();
     posts_.push_back(name);
   }
   return result;

@@ -23,9 +23,6 @@ class Barriers {
     uint32_t sinceMs;
   };
 
-  // Remembered posts; the oldest is forgotten for a new one.
-  static constexpr size_t kMaxPosts = 256;
-
   // True when a remembered post lets the client through at once; otherwise it waits.
   bool Wait(const Waiter &waiter);
   // Those whom the post releases.

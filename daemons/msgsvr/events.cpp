@@ -1,5 +1,7 @@
 #include "msgsvr/events.h"
 
+#include "common/limits.h"
+
 namespace zor::msgsvr {
 
 std::optional<size_t> EventBit(uint32_t eventNumber) {
@@ -17,7 +19,7 @@ void Drop(EventSet &events, size_t bit) {
 }
 
 bool NamedSubscriptions::Add(const AppName &name, size_t bit) {
-  if (byName_.size() >= kMaxNames && !byName_.contains(name)) return false;
+  if (byName_.size() >= limits::msgsvr::kSubscribedNames && !byName_.contains(name)) return false;
   byName_[name].set(bit);
   return true;
 }

@@ -29,8 +29,6 @@ void Drop(EventSet &events, size_t bit);
 // The subscriptions that were made for names.
 class NamedSubscriptions {
  public:
-  static constexpr size_t kMaxNames = 1024;
-
   // False when there is no room for another name.
   bool Add(const AppName &name, size_t bit);
   void Remove(const AppName &name, size_t bit);

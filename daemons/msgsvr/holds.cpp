@@ -1,11 +1,13 @@
 #include "msgsvr/holds.h"
 
+#include "common/limits.h"
+
 namespace zor::msgsvr {
 
 void Holds::Add(Client &sender, const Client &reader, Clock::time_point now) {
   if (sender.held) return;
   sender.held = true;
-  holds_.push_back({&sender, &reader, now + kLongest});
+  holds_.push_back({&sender, &reader, now + limits::msgsvr::kHold});
 }
 
 bool Holds::IsOver(const Hold &hold, Clock::time_point now) {

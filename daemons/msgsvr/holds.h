@@ -14,8 +14,6 @@ namespace zor::msgsvr {
 
 class Holds {
  public:
-  static constexpr std::chrono::milliseconds kLongest{200};
-
   bool empty() const { return holds_.empty(); }
   void Add(Client &sender, const Client &reader, Clock::time_point now);
   // Ends the holds that are over and gives their senders to `released`; to be called before clients are released.

@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include "common/command_line.h"
+#include "common/limits.h"
 #include "common/local_socket.h"
-#include "common/output_queue.h"
 #include "common/paths.h"
 #include "common/stop_signal.h"
 #include "msgsvr/server.h"
@@ -38,7 +38,7 @@ void RaiseDescriptorLimit(size_t maxClients) {
   rlimit limit;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   const rlim_t wanted =
-      std::min<rlim_t>(limit.rlim_max, maxClients * (1 + daemon::OutputQueue::kMaxDescriptors) + kOwnDescriptors);
+      std::min<rlim_t>(limit.rlim_max, maxClients * (1 + limits::kUnreadDescriptors) + kOwnDescriptors);
   if (limit.rlim_cur >= wanted) return;
   limit.rlim_cur = wanted;
   ::setrlimit(RLIMIT_NOFILE, &limit);

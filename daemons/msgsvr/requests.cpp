@@ -2,16 +2,10 @@
 
 #include <algorithm>
 
+#include "common/limits.h"
 #include "msgsvr/registration.h"
 
 namespace zor::msgsvr {
-namespace {
-
-// The longest request to the server, a list of restful patterns, may come in a file.
-constexpr size_t kMaxFileBody = 8192;
-
-}  // namespace
-
 const Requests::Entry Requests::kEntries[] = {
     {ZOR_MSG_SUBSCRIBE_EVENT, &Requests::Subscribe},
     {ZOR_MSG_UNSUBSCRIBE_EVENT, &Requests::Unsubscribe},
@@ -48,8 +42,8 @@ bool Requests::Handle(Client &from, const Frame &frame) {
     (this->*entry->handle)(from, frame, frame.body());
     return true;
   }
-  // The router lets only acceptable files come here.
-  const auto content = bus_.files.Read(frame, kMaxFileBody);
+  // The router lets only acceptable files come here; the longest is a list of restful patterns.
+  const auto content = bus_.files.Read(frame, limits::msgsvr::kRequestInFile);
   bus_.files.Remove(frame.bytes);
   if (content) (this->*entry->handle)(from, frame, *content);
   return true;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "common/limits.h"
+
 namespace zor::msgsvr {
 namespace {
 
@@ -60,7 +62,7 @@ bool RestfulPatterns::Add(Client &client, std::string_view patternList) {
   for (const Entry &entry : entries_) {
     if (entry.client == &client) held += cost(entry.patternList);
   }
-  if (held > kMaxBytesPerClient) return false;
+  if (held > limits::msgsvr::kPatternBytes) return false;
   entries_.push_back({&client, std::string(patternList)});
   return true;
 }

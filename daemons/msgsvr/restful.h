@@ -37,9 +37,6 @@ class RestfulPath {
 
 class RestfulPatterns {
  public:
-  // What one client may make the server hold.
-  static constexpr size_t kMaxBytesPerClient = 16384;
-
   // False, with nothing registered, when the client would hold too much.
   bool Add(Client &client, std::string_view patternList);
   void Remove(const Client &client);

@@ -9,11 +9,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/limits.h"
+
 namespace zor::msgsvr {
 namespace {
 
 constexpr std::chrono::seconds kReportCheck{1};
-constexpr int kMissedReports = 3;    // before a daemon counts as stuck
 constexpr int kAcceptsPerTurn = 64;  // callers that come and go in a loop must not keep the clients waiting
 
 Peer PeerOf(int socket, bool local) {
@@ -191,9 +192,9 @@ void Server::CheckReports(Clock::time_point now) {
   reportsChecked_ = now;
   for (Client &client : bus_.clients) {
     if (client.ended || client.reportMissed || client.reportPeriod.count() == 0) continue;
-    if (now - client.lastReport <= kMissedReports * client.reportPeriod) continue;
+    if (now - client.lastReport <= limits::msgsvr::kMissedReports * client.reportPeriod) continue;
     client.reportMissed = true;
-    bus_.log.Print("%s: no report for %d periods of %lld s", client.Label().c_str(), kMissedReports,
+    bus_.log.Print("%s: no report for %d periods of %lld s", client.Label().c_str(), limits::msgsvr::kMissedReports,
                    static_cast<long long>(client.reportPeriod.count()));
   }
 }

@@ -4,6 +4,8 @@
 #include <array>
 #include <string_view>
 
+#include "common/limits.h"
+
 namespace zor::msgsvr {
 
 const char kSettingsHelp[] =
@@ -22,9 +24,6 @@ const char kSettingsHelp[] =
     "                            warning info debug, or a number\n";
 
 namespace {
-
-constexpr size_t kMinQueueBytes = 16384;  // holds some of the longest messages
-constexpr size_t kMaxQueueBytes = 64u << 20;
 
 struct DefaultRoute {
   uint32_t first;
@@ -80,7 +79,7 @@ std::optional<std::vector<TraceLevel>> ParseLevels(std::string_view text) {
     const size_t equals = item.find('=');
     if (equals == item.npos || equals == 0 || !FitsName(item.substr(0, equals))) return std::nullopt;
     const auto level = ParseTraceLevel(item.substr(equals + 1));
-    if (!level || levels.size() == kMaxTraceLevels) return std::nullopt;
+    if (!level || levels.size() == limits::msgsvr::kTraceLevels) return std::nullopt;
     levels.push_back({AppName(item.substr(0, equals)), *level});
   }
   return levels;
@@ -150,8 +149,10 @@ AppName BusSettings::RouteOf(uint32_t type) const {
 
 BusSettings ReadSettings(daemon::Settings &settings) {
   BusSettings result{};
-  result.queueBytes = static_cast<size_t>(settings.Number("queue_bytes", 1048576, kMinQueueBytes, kMaxQueueBytes));
-  result.maxClients = static_cast<size_t>(settings.Number("max_clients", 256, 1, 65536));
+  result.queueBytes = static_cast<size_t>(settings.Number(
+      "queue_bytes", limits::msgsvr::kQueueBytes, limits::msgsvr::kLeastQueueBytes, limits::msgsvr::kMostQueueBytes));
+  result.maxClients =
+      static_cast<size_t>(settings.Number("max_clients", limits::msgsvr::kClients, 1, limits::msgsvr::kMostClients));
   result.tcp = settings.Text("tcp", "");
   result.keptFile = settings.Text("kept_file", "/var/lib/zor/msgsvr.trace");
   if (!result.keptFile.starts_with('/')) settings.AddMistake("kept_file: not a path from the root");

@@ -52,8 +52,6 @@ struct TraceLevel {
   uint32_t level;
 };
 
-inline constexpr size_t kMaxTraceLevels = 64;  // of a daemon, so that the registration reply stays short
-
 // A level's number; nothing when the text is neither the name of one nor a number.
 std::optional<uint32_t> ParseTraceLevel(std::string_view text);
 // A level's name; empty when it has none.

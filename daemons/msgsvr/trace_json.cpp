@@ -4,6 +4,7 @@
 #include <cmath>
 #include <iterator>
 
+#include "common/limits.h"
 #include "msgsvr/tcp_listener.h"
 
 namespace zor::msgsvr {
@@ -56,7 +57,7 @@ bool TakeLevels(const cJSON *value, NamedTrace &trace) {
   cJSON_ArrayForEach(item, value) {
     const std::string module = item->string;
     const auto level = Level(item);
-    if (!level || !IsName(module) || levels.size() == kMaxTraceLevels) return false;
+    if (!level || !IsName(module) || levels.size() == limits::msgsvr::kTraceLevels) return false;
     const AppName name(module);
     if (std::any_of(levels.begin(), levels.end(), [&](const TraceLevel &l) { return l.module == name; })) return false;
     levels.push_back({name, *level});

@@ -12,9 +12,6 @@ struct Limits {
   size_t queueBytes;    // of output that a client has not read
 };
 
-// Requests of one client that wait for their answers. The library waits for one at a time in each process.
-inline constexpr size_t kMaxRequests = 64;
-
 }  // namespace zor::notifyserver
 
 #endif

@@ -3,12 +3,14 @@
 #include <zor/paths.h>
 
 #include "common/command_line.h"
+#include "common/limits.h"
 #include "common/problem_log.h"
 #include "common/settings.h"
 #include "notifyserver/server.h"
 
 namespace {
 
+namespace bounds = zor::limits::notifyserver;
 using zor::notifyserver::Limits;
 
 constexpr zor::daemon::Program kProgram = {
@@ -22,18 +24,15 @@ constexpr zor::daemon::Program kProgram = {
     "also report who comes and goes, and notifications and answers without a destination",
 };
 
-constexpr size_t kMaxQueueBytes = 64u << 20;
-// Beside the longest data: a header, and what it costs to keep a message.
-constexpr size_t kQueueOverhead = 4096;
-
 Limits ReadLimits(zor::daemon::Settings &settings) {
   Limits limits = {};
-  limits.maxClients = static_cast<size_t>(settings.Number("max_clients", 128, 1, 65536));
-  limits.maxDataBytes =
-      static_cast<size_t>(settings.Number("max_data_bytes", ZOR_NOTIFY_DATA_MAX, 64, ZOR_NOTIFY_DATA_MAX));
-  limits.queueBytes = static_cast<size_t>(settings.Number("queue_bytes", 9437184, kQueueOverhead, kMaxQueueBytes));
-  if (limits.queueBytes < limits.maxDataBytes + kQueueOverhead) {
-    settings.AddMistake("queue_bytes must exceed max_data_bytes by " + std::to_string(kQueueOverhead));
+  limits.maxClients = static_cast<size_t>(settings.Number("max_clients", bounds::kClients, 1, bounds::kMostClients));
+  limits.maxDataBytes = static_cast<size_t>(
+      settings.Number("max_data_bytes", ZOR_NOTIFY_DATA_MAX, bounds::kLeastDataBytes, ZOR_NOTIFY_DATA_MAX));
+  limits.queueBytes = static_cast<size_t>(
+      settings.Number("queue_bytes", bounds::kQueueBytes, bounds::kQueueOverhead, bounds::kMostQueueBytes));
+  if (limits.queueBytes < limits.maxDataBytes + bounds::kQueueOverhead) {
+    settings.AddMistake("queue_bytes must exceed max_data_bytes by " + std::to_string(bounds::kQueueOverhead));
   }
   return limits;
 }

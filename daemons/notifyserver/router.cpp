@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <ctime>
 
+#include "common/limits.h"
+
 namespace zor::notifyserver {
 namespace {
 
@@ -106,7 +108,7 @@ void Router::RouteRequest(Client &from, const Frame &frame) {
     return;
   }
   // It has given up the oldest ones, or it asks without waiting; new ones are the ones that count.
-  if (from.requests.size() == kMaxRequests) {
+  if (from.requests.size() == limits::notifyserver::kRequests) {
     const Request oldest = from.requests.front();
     from.requests.pop_front();
     AnswerEmpty(from, oldest);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "common/limits.h"
 #include "common/paths.h"
 
 namespace zor::notifyserver {
@@ -15,9 +16,6 @@ namespace {
 // Every module makes a socket of its own beside the server's, whoever it runs as; as in /tmp, only its own.
 constexpr mode_t kDirectoryMode = 01777;
 constexpr mode_t kSocketMode = 0666;
-
-// A client that has not registered has nothing longer to say than its registration.
-constexpr size_t kMaxRegistrationBytes = 64;
 
 // How long a server without free descriptors waits before it tries to accept again.
 constexpr int kPauseMs = 1000;
@@ -100,7 +98,8 @@ void Server::Serve(Client &client, uint32_t events) {
 void Server::ReadFrames(Client &client) {
   client.Read(scratch_);
   while (!client.ended()) {
-    const size_t limit = client.registered() ? limits_.maxDataBytes : kMaxRegistrationBytes;
+    // A client that has not registered has nothing longer to say than its registration.
+    const size_t limit = client.registered() ? limits_.maxDataBytes : limits::notifyserver::kRegistration;
     Parsed parsed = ParseFrame(client.input(), limit);
     if (parsed.state == Parsed::State::kPartial) break;
     if (parsed.state == Parsed::State::kMalformed) {

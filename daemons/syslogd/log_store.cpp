@@ -5,11 +5,10 @@
 #include <cstdio>
 #include <string_view>
 
+#include "common/limits.h"
+
 namespace zor::syslogd {
 namespace {
-
-constexpr std::uint32_t kBatch = 64;
-constexpr int kBusyTimeoutMs = 500;  // somebody with a shell; senders wait 5 seconds
 
 // "level" and "type" are bits; "parameters" are texts, each with its NUL.
 constexpr char kSchema[] =
@@ -102,7 +101,7 @@ bool LogStore::OpenFile(const std::string &path) {
   const int result = sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
   database_.reset(opened);
   if (result != SQLITE_OK) return false;
-  sqlite3_busy_timeout(opened, kBusyTimeoutMs);
+  sqlite3_busy_timeout(opened, limits::syslogd::kBusyMs);
   return Run(kSchema);
 }
 
@@ -139,7 +138,7 @@ bool LogStore::Append(const LogRecord &record) {
                                     .Bind(parameters)
                                     .Run();
   if (!added) return Report("a record is lost");
-  return ++uncommitted_ < kBatch || Commit();
+  return ++uncommitted_ < limits::syslogd::kUnwrittenRecords || Commit();
 }
 
 bool LogStore::Commit() {

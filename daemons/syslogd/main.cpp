@@ -5,6 +5,7 @@
 
 #include "common/bus_daemon.h"
 #include "common/command_line.h"
+#include "common/limits.h"
 #include "common/paths.h"
 #include "common/problem_log.h"
 #include "common/settings.h"
@@ -44,8 +45,9 @@ bool Configure(const daemon::CommandLine &line, daemon::ProblemLog &problems, Co
     return static_cast<std::uint32_t>(settings.Number(key, fallback, least, most));
   };
   configuration->logFile = settings.Text("log_file", "/online/log/syslog.db");
-  configuration->maxRecords = number("max_records", 2000, 1, 20000);
-  configuration->flushMs = number("flush_seconds", 10, 1, 3600) * 1000;
+  configuration->maxRecords = number("max_records", limits::syslogd::kRecords, 1, limits::syslogd::kMostRecords);
+  configuration->flushMs =
+      number("flush_seconds", limits::syslogd::kFlushSeconds, 1, limits::syslogd::kMostFlushSeconds) * 1000;
   configuration->service.queryDirectory = settings.Text("query_directory", "/var/syslog");
   configuration->service.language = number("language", 0, 0, 1);
   if (!configuration->logFile.starts_with('/')) settings.AddMistake("log_file must be an absolute path");

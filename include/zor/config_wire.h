@@ -7,6 +7,7 @@
 #define ZOR_CONFIG_WIRE_H
 
 #include <stdint.h>
+#include <zor/limits.h>
 
 /* One-way: nothing is answered. */
 #define ZOR_MSG_DYN_APP_UPDATE UINT32_C(0x5001)  /* data word: new value; body: 12-byte application name */
@@ -26,9 +27,6 @@
 #define ZOR_MSG_DEL_APPDATA UINT32_C(0x5033)
 #define ZOR_MSG_DB_SAVE_TO_APP_SYNC UINT32_C(0x5040)
 #define ZOR_MSG_KILL_ALL_DYN_APP UINT32_C(0x504D)
-
-/* The size of a path with its NUL. */
-#define ZOR_CFG_PATH_SIZE 256
 
 /* Body of ZOR_MSG_RESTORE_DEFAULT, in the sender's byte order. */
 typedef struct ZOR_CFG_RESTORE {

@@ -20,6 +20,7 @@
 
 #include <stdint.h>
 #include <zor/export.h>
+#include <zor/limits.h>
 
 ZOR_BEGIN_DECLS
 
@@ -28,8 +29,6 @@ ZOR_BEGIN_DECLS
 #define ZOR_DNS_E_TOO_FEW_LABELS UINT32_C(1)
 #define ZOR_DNS_E_ARGUMENT UINT32_C(0x360000)
 #define ZOR_DNS_E_MALFORMED UINT32_C(0x360009)
-
-#define ZOR_DNS_NAME_SIZE 256
 
 /* A message: its length in bytes, then the bytes as they are on the wire. Size a block as
    offsetof(DnsPacket, data) + length. */

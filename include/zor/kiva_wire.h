@@ -6,6 +6,7 @@
 #define ZOR_KIVA_WIRE_H
 
 #include <stdint.h>
+#include <zor/limits.h>
 
 #define ZOR_KIVA_DAEMON_NAME "cms"
 
@@ -27,8 +28,6 @@ typedef struct kiva_info_status {
   uint32_t flags;
 } kiva_info_status;
 
-#define ZOR_KIVA_TEXT_SIZE 516u    /* mac and detail in a request, with their NUL */
-#define ZOR_KIVA_XML_PATH_SIZE 68u /* xmlPath in a request, with its NUL; longer ones are cut */
 #define ZOR_KIVA_NEEDS_UPDATE 0x1u /* flags */
 #define ZOR_KIVA_STATE_KEPT 18u    /* the state that pruning keeps */
 #define ZOR_KIVA_STATE_LOADING 23u /* the state in which dlSize counts */

@@ -3,6 +3,7 @@
 #define ZOR_LOG_WIRE_H
 
 #include <stdint.h>
+#include <zor/limits.h>
 
 #define ZOR_LOG_DAEMON_NAME "syslog"
 
@@ -56,7 +57,6 @@
 #define ZOR_LOG_KERNEL_INDEX UINT32_C(0xfff00000) /* no item: a line of the kernel log */
 
 /* A record. Each parameter lies in a slot of its length + 1, rounded up to ZOR_LOG_SLOT_ALIGN and zero-padded. */
-#define ZOR_LOG_PARAMETERS_SIZE 256u
 #define ZOR_LOG_SLOT_ALIGN 4u
 #define ZOR_LOG_EMPTY_PARAMETER "$\\0 \\0$" /* stands for an empty parameter; seven characters */
 
@@ -70,8 +70,6 @@ typedef struct ZOR_LOG_RECORD {
   char parameters[ZOR_LOG_PARAMETERS_SIZE]; /* a kernel line that fills it has no NUL */
 } ZOR_LOG_RECORD;
 
-#define ZOR_LOG_QUERY_TEXT_SIZE 64u
-
 /* A query. */
 typedef struct ZOR_LOG_QUERY {
   uint32_t selector;
@@ -79,9 +77,6 @@ typedef struct ZOR_LOG_QUERY {
   uint32_t count;
   char text[ZOR_LOG_QUERY_TEXT_SIZE]; /* NUL-terminated */
 } ZOR_LOG_QUERY;
-
-#define ZOR_LOG_SERVER_TEXT_SIZE 132u
-#define ZOR_LOG_SERVER_NAME_SIZE 32u
 
 /* Remote servers; missing texts are empty. */
 typedef struct ZOR_LOG_SERVERS {

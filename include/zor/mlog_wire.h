@@ -3,9 +3,9 @@
 #define ZOR_MLOG_WIRE_H
 
 #include <stdint.h>
+#include <zor/limits.h>
 
 #define ZOR_MLOG_SERVER_NAME "mlogServer"
-#define ZOR_MLOG_DATA_MAX 1016
 #define ZOR_MLOG_HEAD_SIZE 8u
 
 /* Datagram types. */
@@ -21,8 +21,6 @@ typedef struct ZOR_MLOG_MSG {
   char data[ZOR_MLOG_DATA_MAX];
 } ZOR_MLOG_MSG;
 
-#define ZOR_MLOG_STAT_TEXT_SIZE 256
-
 /* A statistics record; both texts end in a NUL. */
 typedef struct ZOR_MLOG_STAT {
   char name[ZOR_MLOG_STAT_TEXT_SIZE];
@@ -31,7 +29,6 @@ typedef struct ZOR_MLOG_STAT {
 } ZOR_MLOG_STAT;
 
 /* The circular log file: a text header of 63 characters, then data up to 2 MiB in all. */
-#define ZOR_MLOG_FILE_MAX 0x200000l
 #define ZOR_MLOG_FILE_HEADER_SIZE 63
 
 #endif

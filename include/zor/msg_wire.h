@@ -10,9 +10,7 @@
 #define ZOR_MSG_WIRE_H
 
 #include <stdint.h>
-
-/* Application names: at most 11 characters and the terminating NUL, wherever one is stored or sent. */
-#define ZOR_MSG_NAME_SIZE 12
+#include <zor/limits.h>
 
 /* Type word: the message type, a flag, and the sender's board number. Bits 20 to 27 are carried without a meaning. */
 #define ZOR_MSG_TYPE_MASK UINT32_C(0x000fffff)
@@ -22,11 +20,7 @@
 
 /* Sizes, in bytes. */
 #define ZOR_MSG_HEAD_SIZE 40u
-#define ZOR_MSG_INLINE_BODY_MAX 2048u       /* longer bodies travel in a file */
-#define ZOR_MSG_DISPATCH_BODY_MAX 0x200000u /* longer bodies are never dispatched */
-#define ZOR_MSG_RECV_BODY_MAX 0x8000000u    /* longer bodies are refused before any allocation */
-#define ZOR_MSG_FILE_PATH_SIZE 260u         /* body length of a message whose body lies in a file */
-#define ZOR_ALLOC_MAX 0x800000u             /* the allocation guard: 8 MiB */
+#define ZOR_MSG_FILE_PATH_SIZE 260u /* body length of a message whose body lies in a file */
 
 /* The header of every message; bodyLength bytes of body follow. */
 typedef struct ZOR_MSG_HEAD {
@@ -56,7 +50,6 @@ typedef struct ZOR_MSG_HEAD {
 #define ZOR_MSG_EVENT_LAST 0x2DAFFu
 
 /* Restful request body: the data and its NUL follow this head. */
-#define ZOR_MSG_RESTFUL_NAME_SIZE 64
 #define ZOR_MSG_RESTFUL_HEAD_SIZE 136u
 
 typedef struct ZOR_MSG_RESTFUL_HEAD {
@@ -73,7 +66,6 @@ typedef struct ZOR_MSG_REGISTER_REPLY {
 } ZOR_MSG_REGISTER_REPLY;
 
 /* Trace settings: this head, then entries up to the end of the body. */
-#define ZOR_TRACE_OUTPUT_TEXT_SIZE 32
 #define ZOR_TRACE_SETTINGS_HEAD_SIZE 48u
 
 typedef struct ZOR_TRACE_SETTINGS_HEAD {

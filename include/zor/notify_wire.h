@@ -3,11 +3,10 @@
 #define ZOR_NOTIFY_WIRE_H
 
 #include <stdint.h>
+#include <zor/limits.h>
 
 #define ZOR_NOTIFY_HEAD_SIZE 48u
-#define ZOR_NOTIFY_DATA_MAX 0x800000u
 #define ZOR_NOTIFY_MID_FIRST 1u
-#define ZOR_NOTIFY_MID_LAST 102u
 #define ZOR_NOTIFY_MID_SERVER 30u
 #define ZOR_NOTIFY_TYPE_REGISTER 0u
 #define ZOR_NOTIFY_ACK_REQUEST 1u /* not an answer */

@@ -12,6 +12,7 @@
 
 #include <stdint.h>
 #include <zor/export.h>
+#include <zor/limits.h>
 
 ZOR_BEGIN_DECLS
 
@@ -19,9 +20,9 @@ ZOR_BEGIN_DECLS
    the script with its NUL. */
 #define ZOR_MSG_POST_LUA UINT32_C(0x490C)
 #define ZOR_LUA_DAEMON_NAME "web"
-#define ZOR_LUA_TARGET_SIZE 256u
 
-/* 0 for a kernel release that contains "2.6.21", 2 for one that contains "2.6.36", 1 for any other or none. */
+/* The class of the kernel: 0 for a release that contains "2.6.21", 2 for one that contains "2.6.36", 1 for any other or
+   none. */
 ZOR_API uint32_t ZOR_UTIL_GetLinuxVersion(void);
 
 /*

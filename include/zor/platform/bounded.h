@@ -12,10 +12,9 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <zor/export.h>
+#include <zor/platform/limits.h>
 
 ZOR_BEGIN_DECLS
-
-#define ZOR_BOUNDED_MAX 0x7fffffffu
 
 /* Copies count bytes. 0; EINVAL for an argument error, null source included; ERANGE when count exceeds size or the
    ranges overlap without being the same. On any error that reaches the destination all its size bytes are zeroed. */

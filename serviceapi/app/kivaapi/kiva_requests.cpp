@@ -1,5 +1,6 @@
 // Requests to the daemon that keeps the KIVA list.
 #include <zor/kiva.h>
+#include <zor/limits.h>
 #include <zor/msg.h>
 #include <zor/platform/file.h>
 #include <zor/platform/text.h>
@@ -12,14 +13,12 @@
 
 namespace {
 
-constexpr uint32_t kTimeoutMs = 10000;
-
 // Sends a request of one type, or asks with one of the other.
 enum class Way { kTell, kAsk };
 
 uint32_t Ask(ZOR_MSG_HEAD *request) {
   ZOR_MSG_HEAD *received = nullptr;
-  const uint32_t status = ZOR_MSG_SendAndRecv(request, &received, kTimeoutMs);
+  const uint32_t status = ZOR_MSG_SendAndRecv(request, &received, ZOR_KIVA_WAIT_MS);
   const zor::MessagePtr answer(received);
   if (status != ZOR_OK) return status;
   return answer != nullptr && answer->data == 0 ? ZOR_OK : ZOR_KIVA_E_REFUSED;

@@ -1,4 +1,5 @@
 // Requests to the log daemon.
+#include <zor/limits.h>
 #include <zor/log.h>
 #include <zor/mlog.h>
 #include <zor/msg.h>
@@ -25,8 +26,6 @@ static_assert(offsetof(ZOR_LOG_SERVERS, number2) == 304);
 
 namespace {
 
-constexpr uint32_t kStoreTimeoutMs = 5000;
-constexpr uint32_t kQueryTimeoutMs = 10000;
 constexpr uint32_t kEverything = 0xffffffff;
 
 constexpr uint32_t TypeLevelCode(uint32_t type, uint32_t level) {
@@ -95,7 +94,7 @@ uint32_t Query(uint32_t type, const char *text, uint32_t count, uint32_t typeLev
                uint32_t *result) {
   ZOR_LOG_QUERY query = {selector, typeLevel, count, {}};
   SetText(query.text, text);
-  return Ask(type, query, kQueryTimeoutMs, result);
+  return Ask(type, query, ZOR_LOG_QUERY_WAIT_MS, result);
 }
 
 }  // namespace
@@ -108,7 +107,7 @@ uint32_t ZOR_LOG_API_Record_Log(uint32_t index, ...) {
   va_start(texts, index);
   TakeParameters(record, texts);
   va_end(texts);
-  if ((index & ZOR_LOG_SYNC_FLAG) != 0) return Ask(ZOR_LOG_MSG_RECORD, record, kStoreTimeoutMs);
+  if ((index & ZOR_LOG_SYNC_FLAG) != 0) return Ask(ZOR_LOG_MSG_RECORD, record, ZOR_LOG_STORE_WAIT_MS);
   return Post(ZOR_LOG_MSG_RECORD, record);
 }
 
@@ -164,7 +163,8 @@ uint32_t ZOR_LOG_API_Set_RtoServer(const char *name, const char *server1, uint16
 uint32_t ZOR_LOG_API_Flush_Log(int32_t callerLine, const char *callerName) {
   if (callerName == nullptr) return ZOR_LOG_FAILURE;
   uint32_t word = 0;
-  const uint32_t status = ZOR_MSG_SendAndRecvMsgData(ZOR_LOG_DAEMON_NAME, ZOR_LOG_MSG_FLUSH, 0, kStoreTimeoutMs, &word);
+  const uint32_t status =
+      ZOR_MSG_SendAndRecvMsgData(ZOR_LOG_DAEMON_NAME, ZOR_LOG_MSG_FLUSH, 0, ZOR_LOG_STORE_WAIT_MS, &word);
   mlog_print("msg", ZOR_MLOG_WARNING, "Flash operation %s called by %s %d result(%d)(%d) \r\n", "ZOR_LOG_API_Flush_Log",
              callerName, callerLine, status, word);
   return status;

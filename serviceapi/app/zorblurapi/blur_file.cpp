@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 #include <zor/blur.h>
+#include <zor/limits.h>
 
 #include <array>
 #include <cerrno>
@@ -13,19 +14,16 @@
 
 namespace {
 
-constexpr std::size_t kPathMax = 4096;
-constexpr std::size_t kPieceSize = 2048;
-
 // One piece of the file, always followed by a zero byte, so that it is a text.
 struct Piece {
-  std::array<char, kPieceSize + 1> bytes = {};
+  std::array<char, ZOR_BLUR_PIECE_SIZE + 1> bytes = {};
   std::size_t length = 0;
 };
 
 // Fills the piece as far as the file goes.
 bool ReadPiece(int fd, off_t at, Piece &piece) {
-  while (piece.length < kPieceSize) {
-    const ssize_t count = ::pread(fd, piece.bytes.data() + piece.length, kPieceSize - piece.length,
+  while (piece.length < ZOR_BLUR_PIECE_SIZE) {
+    const ssize_t count = ::pread(fd, piece.bytes.data() + piece.length, ZOR_BLUR_PIECE_SIZE - piece.length,
                                   at + static_cast<off_t>(piece.length));
     if (count == 0) return true;
     if (count < 0 && errno != EINTR) return false;
@@ -43,14 +41,14 @@ bool WritePiece(int fd, off_t at, const Piece &piece) {
 }
 
 uint32_t MaskFile(int fd) {
-  for (off_t at = 0;; at += kPieceSize) {
+  for (off_t at = 0;; at += ZOR_BLUR_PIECE_SIZE) {
     Piece piece;
     if (!ReadPiece(fd, at, piece)) return ZOR_BLUR_E_IO;
     if (piece.length == 0) return ZOR_BLUR_OK;
     const uint32_t status = zor::ApplyMasks(zor::kMaskAll, piece.bytes.data());
     if (status != ZOR_BLUR_OK) return status;
     if (!WritePiece(fd, at, piece)) return ZOR_BLUR_E_WRITE;
-    if (piece.length < kPieceSize) return ZOR_BLUR_OK;
+    if (piece.length < ZOR_BLUR_PIECE_SIZE) return ZOR_BLUR_OK;
   }
 }
 
@@ -58,7 +56,7 @@ uint32_t MaskFile(int fd) {
 
 uint32_t ZOR_Blur_File(const char *path) {
   if (path == nullptr) return ZOR_BLUR_E_ARGUMENT;
-  if (strnlen(path, kPathMax + 1) > kPathMax) return ZOR_BLUR_E_PATH_LONG;
+  if (strnlen(path, ZOR_BLUR_PATH_MAX + 1) > ZOR_BLUR_PATH_MAX) return ZOR_BLUR_E_PATH_LONG;
   const zor::MallocPtr<char> resolved(::realpath(path, nullptr));
   if (resolved == nullptr) return ZOR_BLUR_E_PATH;
   const zor::UniqueFd file(::open(resolved.get(), O_RDWR | O_CLOEXEC));

@@ -1,4 +1,5 @@
 #include <zor/blur.h>
+#include <zor/limits.h>
 
 #include <algorithm>
 #include <array>
@@ -8,8 +9,6 @@
 
 namespace {
 
-constexpr std::size_t kTextSize = 260;
-constexpr std::size_t kSsidSize = 36;
 constexpr char kHidden[] = "******";
 constexpr char kHiddenMac[] = "**:**:**:**:**:**";
 constexpr std::size_t kMacLength = sizeof kHiddenMac - 1;
@@ -24,7 +23,7 @@ std::size_t Take(std::array<char, kSize> &buffer, const char *text) {
   return length;
 }
 
-const char *Mask(std::uint32_t masks, std::array<char, kTextSize> &buffer, const char *text) {
+const char *Mask(std::uint32_t masks, std::array<char, ZOR_BLUR_TEXT_SIZE> &buffer, const char *text) {
   if (text == nullptr) return kNothing;
   Take(buffer, text);
   if (zor::ApplyMasks(masks, buffer.data()) != ZOR_BLUR_OK) buffer.fill('\0');
@@ -34,22 +33,22 @@ const char *Mask(std::uint32_t masks, std::array<char, kTextSize> &buffer, const
 }  // namespace
 
 const char *ZOR_Blur_Mac(const char *text) {
-  static std::array<char, kTextSize> buffer;
+  static std::array<char, ZOR_BLUR_TEXT_SIZE> buffer;
   return Mask(zor::kMaskFullMac, buffer, text);
 }
 
 const char *ZOR_Blur_Ip(const char *text) {
-  static std::array<char, kTextSize> buffer;
+  static std::array<char, ZOR_BLUR_TEXT_SIZE> buffer;
   return Mask(zor::kMaskFullIpv4 | zor::kMaskIpv6, buffer, text);
 }
 
 const char *ZOR_Blur_Ipv6(const char *text) {
-  static std::array<char, kTextSize> buffer;
+  static std::array<char, ZOR_BLUR_TEXT_SIZE> buffer;
   return Mask(zor::kMaskIpv6, buffer, text);
 }
 
 const char *ZOR_Blur_Uuid(const char *text) {
-  static std::array<char, kTextSize> buffer;
+  static std::array<char, ZOR_BLUR_TEXT_SIZE> buffer;
   return Mask(zor::kMaskUuid, buffer, text);
 }
 
@@ -66,9 +65,9 @@ const char *ZOR_Blur_Usb_Account(const char *name) {
 }
 
 const char *ZOR_Blur_SSID(const char *ssid) {
-  static std::array<char, kSsidSize> buffer;
+  static std::array<char, ZOR_BLUR_SSID_SIZE> buffer;
   if (ssid == nullptr) return kNothing;
-  const std::size_t whole = strnlen(ssid, kSsidSize);
+  const std::size_t whole = strnlen(ssid, ZOR_BLUR_SSID_SIZE);
   const std::size_t length = Take(buffer, ssid);
   const std::size_t from = length < 3 ? 0 : 1;
   const std::size_t to = length < 3 ? length : std::min(whole - 1, length);

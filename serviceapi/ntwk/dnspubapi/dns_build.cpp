@@ -1,5 +1,6 @@
 // Building messages. Every block comes zeroed from the guarded allocator, so no stale memory reaches the wire.
 #include <zor/dns.h>
+#include <zor/limits.h>
 #include <zor/systime.h>
 
 #include <cstring>
@@ -16,7 +17,6 @@ using zor::dns::kHeaderSize;
 using zor::dns::StoreBig16;
 using zor::dns::StoreBig32;
 
-constexpr std::size_t kMaxRequestName = 259;
 constexpr uint32_t kMaxPartLength = 0x7ffffff6;
 constexpr uint32_t kResponseFlags = 0x8100;  // a response, recursion desired
 constexpr uint32_t kQuestionName = 0xc00c;   // a pointer to offset 12
@@ -79,7 +79,7 @@ DnsPacket *ZOR_DNS_PacketBuildRequest(const char *name) {
   // ID 0, recursion desired. The question count goes out swapped, as the gateway's daemons have always sent it.
   constexpr uint8_t kHeader[kHeaderSize] = {0, 0, 1, 0, 1, 0};
   if (name == nullptr) return nullptr;
-  const std::string_view text(name, strnlen(name, kMaxRequestName));
+  const std::string_view text(name, strnlen(name, ZOR_DNS_REQUEST_NAME_MAX));
   // A label's length stands where its dot does, so the name takes two bytes more than its text.
   MallocPtr<DnsPacket> packet = NewPacket(kHeaderSize + text.size() + 2 + zor::dns::kQuestionFixedSize);
   if (packet == nullptr) return nullptr;

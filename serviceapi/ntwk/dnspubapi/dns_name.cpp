@@ -1,12 +1,13 @@
 #include "ntwk/dnspubapi/dns_name.h"
 
+#include <zor/limits.h>
+
 #include <optional>
 
 namespace zor::dns {
 namespace {
 
 // The name itself and nine pointers: what ends a loop of pointers.
-constexpr int kMaxSegments = 10;
 
 // A pointer alone needs a byte behind it: no question or record can end with its name.
 constexpr std::size_t kLonePointerRoom = 3;
@@ -99,7 +100,7 @@ std::uint32_t NameLength(Bytes rest) noexcept {
 bool ExpandName(Bytes message, Bytes rest, std::span<char> text, std::uint32_t *consumed) noexcept {
   std::uint32_t occupied = 0;
   bool jumped = false;
-  for (int budget = kMaxSegments; budget > 0 && !rest.empty(); --budget) {
+  for (int budget = ZOR_DNS_SEGMENTS_MAX; budget > 0 && !rest.empty(); --budget) {
     Segment segment(rest, text);
     if (!IsPointer(rest[0])) {
       const Segment::End end = segment.ReadLabels();

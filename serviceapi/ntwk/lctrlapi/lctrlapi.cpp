@@ -1,4 +1,5 @@
 #include <zor/lctrl.h>
+#include <zor/limits.h>
 #include <zor/msg_bus.h>
 #include <zor/msg_request.h>
 #include <zor/platform/config.h>
@@ -13,7 +14,6 @@
 
 namespace {
 
-constexpr uint32_t kTimeoutMs = 4000;
 constexpr uint32_t kWaitTimeParameter = 0x6180D104;
 constexpr uint32_t kWaitTimeMax = 10;
 
@@ -32,10 +32,10 @@ struct Request {
 
 // One retry, and only for a time-out: the service may have been busy writing its list.
 uint32_t SendTwice(ZOR_MSG_HEAD *request, ZOR_MSG_HEAD **reply) {
-  const uint32_t status = ZOR_MSG_SendAndRecv(request, reply, kTimeoutMs);
+  const uint32_t status = ZOR_MSG_SendAndRecv(request, reply, ZOR_LCTRL_WAIT_MS);
   if (status != ZOR_E_TIMEOUT) return status;
   std::printf("msg timeout error : %d \n", static_cast<int>(status));
-  return ZOR_MSG_SendAndRecv(request, reply, kTimeoutMs);
+  return ZOR_MSG_SendAndRecv(request, reply, ZOR_LCTRL_WAIT_MS);
 }
 
 template <std::size_t kRequestSize, std::size_t kResultSize>

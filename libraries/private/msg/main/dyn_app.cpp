@@ -1,5 +1,6 @@
 // Dynamically started applications: this process only says what shall become of them.
 #include <zor/config_wire.h>
+#include <zor/limits.h>
 #include <zor/msg_build.h>
 #include <zor/msg_request.h>
 #include <zor/pubutil.h>
@@ -12,7 +13,6 @@
 namespace {
 
 constexpr uint32_t kRestart = 2;
-constexpr uint32_t kKillAllTimeoutMs = 20000;
 
 void Stop(const char *name) {
   std::printf("==========================ZOR_UTIL_UpdateDynAppListenFd app name %s should stop.\n", name);
@@ -49,5 +49,5 @@ uint32_t ZOR_UTIL_RestartDynApp(const char *name) {
 uint32_t ZOR_UTIL_KillAllDynApp(void) {
   ZOR_MSG_HEAD request;
   ZOR_MSG_SimpleBuilder(&request, nullptr, ZOR_MSG_KILL_ALL_DYN_APP, 0);
-  return zor::RequestResult(request, kKillAllTimeoutMs);
+  return zor::RequestResult(request, ZOR_CFG_KILL_ALL_WAIT_MS);
 }

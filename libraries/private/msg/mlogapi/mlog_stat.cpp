@@ -2,6 +2,7 @@
 #include <zor/platform/bounded.h>
 
 #include <unistd.h>
+#include <zor/limits.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -15,8 +16,6 @@ static_assert(offsetof(ZOR_MLOG_STAT, reserved) == 512);
 
 namespace zor {
 namespace {
-
-constexpr std::int32_t kAnswerTimeoutSeconds = 2;
 
 // The name of a socket that several processes may use at a time.
 struct ProcessSocketName {
@@ -55,7 +54,7 @@ int32_t get_mlog_stat_info(const char *name, char *value, int32_t size) {
   const ZOR_MLOG_MSG request = zor::StatMessage(ZOR_MLOG_GET_STAT, name, "");
   if (mlog_send_msg(socket.fd(), &request, ZOR_MLOG_SERVER_NAME) != 0) return -1;
   ZOR_MLOG_MSG answer;
-  const bool answered = mlog_recv_msg(socket.fd(), &answer, zor::kAnswerTimeoutSeconds, nullptr, 0) == 0;
+  const bool answered = mlog_recv_msg(socket.fd(), &answer, ZOR_MLOG_ANSWER_WAIT_SECONDS, nullptr, 0) == 0;
   if (!answered || answer.length != sizeof(ZOR_MLOG_STAT)) return 0;
   const char *text = answer.data + offsetof(ZOR_MLOG_STAT, value);
   strncpy_s(value, static_cast<size_t>(size), text, ZOR_MLOG_STAT_TEXT_SIZE - 1);
@@ -69,6 +68,6 @@ int32_t inform_mlogger_power_off(void) {
   const ZOR_MLOG_MSG request = {ZOR_MLOG_POWER_OFF, 0, {}};
   if (mlog_send_msg(socket.fd(), &request, ZOR_MLOG_SERVER_NAME) != 0) return -1;
   ZOR_MLOG_MSG answer;
-  mlog_recv_msg(socket.fd(), &answer, zor::kAnswerTimeoutSeconds, nullptr, 0);  // power goes off with or without it
+  mlog_recv_msg(socket.fd(), &answer, ZOR_MLOG_ANSWER_WAIT_SECONDS, nullptr, 0);  // power goes off with or without it
   return 0;
 }

@@ -1,4 +1,5 @@
 #include <unistd.h>
+#include <zor/limits.h>
 #include <zor/trace.h>
 
 #include <cerrno>
@@ -12,17 +13,16 @@
 namespace zor::notify {
 namespace {
 
-constexpr std::uint32_t kReceiveTimeoutMs = 240'000;
-
 // Waits for the next piece, each wait with the full limit. False after a time-out. A wait that fails for good counts
 // as ready, because the read that follows tells what is wrong.
 bool AwaitPiece(int fd) {
   WaitResult result;
   do {
-    result = WaitReadable(fd, static_cast<int>(kReceiveTimeoutMs));
+    result = WaitReadable(fd, static_cast<int>(ZOR_NOTIFY_ANSWER_WAIT_MS));
   } while (result == WaitResult::kInterrupted);
   if (result != WaitResult::kTimedOut) return true;
-  std::printf("notifyclient: timeout to wait data when recv, timeout=%u, pid=%d", kReceiveTimeoutMs, ::getpid());
+  std::printf("notifyclient: timeout to wait data when recv, timeout=%u, pid=%d", ZOR_NOTIFY_ANSWER_WAIT_MS,
+              ::getpid());
   return false;
 }
 

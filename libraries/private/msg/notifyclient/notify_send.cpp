@@ -1,5 +1,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
+#include <zor/limits.h>
 #include <zor/trace.h>
 
 #include <cerrno>
@@ -12,9 +13,6 @@
 
 namespace zor::notify {
 namespace {
-
-constexpr int kWritableTimeoutMs = 10'000;
-constexpr std::uint32_t kFailuresBeforeReboot = 10;
 
 // Sends in a row that found the socket not writable. Outlives the client, which a failing process may well re-create.
 constinit std::uint32_t failureCount;
@@ -54,7 +52,7 @@ std::uint32_t WriteAll(int fd, const ZOR_NOTIFY_MSG &msg) {
     if (count >= 0) {
       sent += static_cast<std::size_t>(count);
     } else if (errno == EAGAIN) {
-      WaitWritable(fd, kWritableTimeoutMs);
+      WaitWritable(fd, ZOR_NOTIFY_WRITABLE_WAIT_MS);
     } else if (errno != EINTR) {
       return ReportWriteError(fd, msg, sent, count);
     }
@@ -65,7 +63,7 @@ std::uint32_t WriteAll(int fd, const ZOR_NOTIFY_MSG &msg) {
 WaitResult AwaitWritable(int fd) {
   WaitResult result;
   do {
-    result = WaitWritable(fd, kWritableTimeoutMs);
+    result = WaitWritable(fd, ZOR_NOTIFY_WRITABLE_WAIT_MS);
   } while (result == WaitResult::kInterrupted);
   return result;
 }
@@ -99,7 +97,7 @@ std::uint32_t Send(const ZOR_NOTIFY_MSG &msg) noexcept {
                       "sync_tag=%d, data_len=%d, fd=%d\n",
                       ::getpid(), ::gettid(), msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag,
                       msg.data_len, fd);
-  if (failureCount >= kFailuresBeforeReboot) {
+  if (failureCount >= ZOR_NOTIFY_FAILURES_MAX) {
     std::printf("error: notifyclient failed more than 10 times, reboot devie!!");
     std::fflush(stdout);  // the device is about to go down
     StartReboot();

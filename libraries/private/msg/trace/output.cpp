@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zor/limits.h>
 #include <zor/paths.h>
 #include <zor/trace.h>
 
@@ -19,8 +20,6 @@
 
 namespace {
 
-constexpr std::uint64_t kLeastFileMaxKiB = 1024;
-constexpr std::size_t kOutputTextSize = 64;
 constexpr std::array<const char *, 2> kOutputNames = {"stdout", "file"};
 
 struct Output {
@@ -28,7 +27,7 @@ struct Output {
   std::uint64_t fileMaxKiB;
 };
 
-constinit Output output = {nullptr, kLeastFileMaxKiB};
+constinit Output output = {nullptr, ZOR_TRACE_FILE_KIB};
 
 // A stream over a socket owns it: closing the stream closes the socket.
 void ReplaceStream(std::FILE *stream) {
@@ -109,7 +108,7 @@ int32_t ZOR_TRACE_GetOutputByString(const char *name) {
 
 void ZOR_TRACE_SetOutputByString(const char *text) {
   if (text == nullptr) return;
-  char copy[kOutputTextSize] = {};
+  char copy[ZOR_TRACE_OUTPUT_SIZE] = {};
   std::memcpy(copy, text, strnlen(text, sizeof copy - 1));
   const int32_t index = ZOR_TRACE_GetOutputByString(copy);
   if (index >= 0) return ZOR_TRACE_SetOutput(static_cast<uint32_t>(index));
@@ -119,7 +118,7 @@ void ZOR_TRACE_SetOutputByString(const char *text) {
 }
 
 void ZOR_TRACE_SetFileMaxSize(uint64_t sizeKiB) {
-  if (sizeKiB > kLeastFileMaxKiB) output.fileMaxKiB = sizeKiB;
+  if (sizeKiB > ZOR_TRACE_FILE_KIB) output.fileMaxKiB = sizeKiB;
 }
 
 uint64_t ZOR_TRACE_GetFileMaxSize(void) {

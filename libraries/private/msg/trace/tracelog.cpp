@@ -1,6 +1,7 @@
 // The lines themselves.
 #include <sys/time.h>
 #include <unistd.h>
+#include <zor/limits.h>
 #include <zor/msg_head.h>
 #include <zor/systime.h>
 #include <zor/trace.h>
@@ -15,15 +16,13 @@
 
 namespace {
 
-constexpr std::size_t kHeaderSize = 512;
-
 const char *OrEmpty(const char *text) {
   return text == nullptr ? "" : text;
 }
 
 // False when nothing could be formatted. A header too long for the buffer is cut.
 bool WriteHeader(std::FILE *stream, const char *file, uint32_t line, const char *module, uint32_t level) {
-  char header[kHeaderSize];
+  char header[ZOR_TRACE_LINE_HEAD_SIZE];
   const int wanted = std::snprintf(header, sizeof header, "\r\n[(%s)%s %s:%d:%s %s:%d]: ", ZOR_TRACE_GetLevelStr(level),
                                    ZOR_UTIL_GetCurTimeStamp(), m_aucAppName, ZOR_UTIL_GetCurPid(), OrEmpty(module),
                                    OrEmpty(file), static_cast<int>(line));

@@ -1,4 +1,5 @@
 #include <zor/cfm.h>
+#include <zor/limits.h>
 
 #include <zor/msg_build.h>
 #include <zor/msg_request.h>
@@ -16,10 +17,6 @@ static_assert(sizeof(ZOR_CFG_RESTORE) == 8 && offsetof(ZOR_CFG_RESTORE, user) ==
 
 namespace {
 
-constexpr uint32_t kFileTimeoutMs = 15000;
-constexpr uint32_t kSaveTimeoutMs = 5000;
-constexpr uint32_t kAppSaveTimeoutMs = 1000;
-
 struct FileRequest {
   ZOR_MSG_HEAD header;
   char path[ZOR_CFG_PATH_SIZE];
@@ -35,7 +32,7 @@ uint32_t AskAboutFile(uint32_t type, uint32_t dataWord, const char *path) {
     request.path[length] = '\0';
     request.header.bodyLength = static_cast<uint32_t>(length + 1);
   }
-  return zor::RequestResult(request.header, kFileTimeoutMs);
+  return zor::RequestResult(request.header, ZOR_CFG_FILE_WAIT_MS);
 }
 
 // Unlike a request about a file, one without an answer is a failure.
@@ -60,15 +57,15 @@ uint32_t ZOR_DBSaveToAppFunc(void) {
 }
 
 uint32_t ZOR_DBSaveSyncFunc(void) {
-  return AskToSave(ZOR_MSG_DB_SAVE_SYNC, kSaveTimeoutMs);
+  return AskToSave(ZOR_MSG_DB_SAVE_SYNC, ZOR_CFG_SAVE_WAIT_MS);
 }
 
 uint32_t ZOR_DBSaveToAppSyncFunc(void) {
-  return AskToSave(ZOR_MSG_DB_SAVE_TO_APP_SYNC, kAppSaveTimeoutMs);
+  return AskToSave(ZOR_MSG_DB_SAVE_TO_APP_SYNC, ZOR_CFG_APP_SAVE_WAIT_MS);
 }
 
 uint32_t ZOR_AppSaveSyncFunc(void) {
-  return AskToSave(ZOR_MSG_APP_SAVE_SYNC, kAppSaveTimeoutMs);
+  return AskToSave(ZOR_MSG_APP_SAVE_SYNC, ZOR_CFG_APP_SAVE_WAIT_MS);
 }
 
 uint32_t ZOR_CFM_ExportFlashCfgFile(uint32_t dataWord, const char *path) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <iconv.h>
 #include <sys/ioctl.h>
+#include <zor/limits.h>
 
 #include <array>
 #include <cerrno>
@@ -12,12 +13,11 @@
 namespace zor {
 namespace {
 
-constexpr std::size_t kSetNameSize = 32;
-using SetName = std::array<char, kSetNameSize>;
+using SetName = std::array<char, ZOR_NLS_SET_NAME_SIZE>;
 
 SetName CutName(const char *name) {
   SetName cut = {};
-  std::memcpy(cut.data(), name, strnlen(name, kSetNameSize - 1));
+  std::memcpy(cut.data(), name, strnlen(name, ZOR_NLS_SET_NAME_SIZE - 1));
   return cut;
 }
 

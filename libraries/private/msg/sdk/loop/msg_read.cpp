@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <zor/limits.h>
 #include <zor/status.h>
 
 #include <cerrno>
@@ -43,7 +44,7 @@ std::uint32_t ReadExactly(int fd, void *buffer, std::size_t length, int firstWai
     if (count > 0) {
       at += count;
       length -= static_cast<std::size_t>(count);
-      waitMs = kNextPieceWaitMs;
+      waitMs = ZOR_MSG_NEXT_PIECE_WAIT_MS;
       continue;
     }
     if (!Repeatable(count)) return FailureOf(count);

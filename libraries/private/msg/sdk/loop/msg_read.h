@@ -8,8 +8,6 @@
 
 namespace zor {
 
-constexpr int kNextPieceWaitMs = 1000;
-
 // Reads exactly length bytes, waiting up to firstWaitMs for the first and up to a second for each later piece.
 // ZOR_E_TIMEOUT: nothing within a wait, or a negative descriptor. ZOR_E_PEER_GONE: end of file. ZOR_E_IO: any other
 // error.

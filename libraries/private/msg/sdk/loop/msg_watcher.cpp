@@ -1,5 +1,6 @@
 #include "sdk/loop/msg_watcher.h"
 
+#include <zor/limits.h>
 #include <zor/status.h>
 
 #include <utility>
@@ -49,7 +50,7 @@ std::uint32_t ReadPayload(const UvMsgWatcher &watcher, std::uint32_t payloadLeng
   received.message = GuardedRegrow(std::move(received.message), headerLength, received.length);
   if (received.message == nullptr) return ZOR_E_NO_MEMORY;
   char *payload = static_cast<char *>(static_cast<void *>(received.message.get())) + headerLength;
-  return ReadExactly(watcher.io.fd, payload, payloadLength, kNextPieceWaitMs);
+  return ReadExactly(watcher.io.fd, payload, payloadLength, ZOR_MSG_NEXT_PIECE_WAIT_MS);
 }
 
 std::uint32_t ReadWholeMessage(const UvMsgWatcher &watcher, Received &received) {

@@ -1,6 +1,7 @@
 // Command lines that run under the account that bears the name of their program.
 #include <pwd.h>
 #include <unistd.h>
+#include <zor/limits.h>
 #include <zor/platform/process.h>
 #include <zor/status.h>
 
@@ -25,7 +26,7 @@ using Args = std::unique_ptr<char *[], ArgsDeleter>;
 // The arguments of a command line; null when there are none.
 Args Split(const char *command) {
   if (command == nullptr) return nullptr;
-  char line[512];
+  char line[ZOR_EXEC_ACCOUNT_COMMAND_SIZE];
   std::snprintf(line, sizeof line, "%s", command);
   const std::size_t length = std::strlen(line);
   if (length > 0 && line[length - 1] == '&') line[length - 1] = '\0';

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <zor/limits.h>
 #include <zor/msg_bus.h>
 #include <zor/msg_dispatch.h>
 #include <zor/notifyclt.h>
@@ -31,7 +32,7 @@
 namespace zor {
 namespace {
 
-constexpr timeval kSlaveSendTimeout = {1, 0};
+constexpr timeval kSlaveSendTimeout = {ZOR_MSG_REMOTE_SEND_WAIT_MS / 1000, ZOR_MSG_REMOTE_SEND_WAIT_MS % 1000 * 1000};
 
 UniqueFd OpenSocket(int domain) {
   UniqueFd fd(::socket(domain, SOCK_STREAM | SOCK_CLOEXEC, 0));

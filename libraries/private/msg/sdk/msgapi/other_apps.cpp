@@ -1,4 +1,5 @@
 // What one daemon asks on behalf of, about, or of another: event subscriptions, process count, safe exit.
+#include <zor/limits.h>
 #include <zor/msg_build.h>
 #include <zor/msg_request.h>
 #include <zor/status.h>
@@ -6,11 +7,9 @@
 #include "base/text.h"
 #include "sdk/msgapi/context.h"
 
-uint32_t g_ulSafeExitMsgTimeout = 5000;
+uint32_t g_ulSafeExitMsgTimeout = ZOR_CFG_SAFE_EXIT_WAIT_MS;
 
 namespace {
-
-constexpr uint32_t kAnswerWithinMs = 5000;
 
 // A message whose body is an application name, which always fills its whole field.
 struct NameMessage {
@@ -42,7 +41,7 @@ uint32_t ZOR_MSG_GetNumOfProcesses(const char *name) {
   request.header.bodyLength = sizeof request.name;
   zor::SetName(request.name, name);
   ZOR_MSG_HEAD *answer = nullptr;
-  const uint32_t status = ZOR_MSG_SendAndRecv(&request.header, &answer, kAnswerWithinMs);
+  const uint32_t status = ZOR_MSG_SendAndRecv(&request.header, &answer, ZOR_MSG_PROCESSES_WAIT_MS);
   const zor::MessagePtr reply(answer);
   return status == ZOR_OK && reply != nullptr ? reply->data : 0;
 }
@@ -52,7 +51,7 @@ uint32_t ZOR_MSG_SafeExitProcesses(const char *name) {
   ZOR_MSG_HEAD request;
   ZOR_MSG_SimpleBuilder(&request, name, ZOR_MSG_SAFE_EXIT, 0);
   ZOR_MSG_HEAD *answer = nullptr;
-  const uint32_t asked = ZOR_MSG_SendAndRecv(&request, &answer, kAnswerWithinMs);
+  const uint32_t asked = ZOR_MSG_SendAndRecv(&request, &answer, ZOR_MSG_PROCESSES_WAIT_MS);
   const zor::MessagePtr reply(answer);
   // The server is told even when the daemon did not answer; callers test the combined bits against 0 only.
   return SendNameToServer(ZOR_MSG_SAFE_EXIT, 0, name) | asked;

@@ -2,6 +2,7 @@
 // awaited type for the reply, and set everything else aside in the pending queue, which the loop drains later. The
 // sequence number is not compared, so a late reply to an earlier request of the same type is taken too: daemons rely on
 // that.
+#include <zor/limits.h>
 #include <zor/msg_request.h>
 
 #include <zor/mlog.h>
@@ -25,7 +26,6 @@
 namespace zor {
 namespace {
 
-constexpr std::uint32_t kSetAsideMax = 1000;
 constexpr std::string_view kMicName = "mic";
 
 struct Awaited {
@@ -94,7 +94,7 @@ std::uint32_t CollectReply(const Awaited &awaited, ZOR_MSG_HEAD *&reply, std::ui
       return ZOR_OK;
     }
     if (SetAside(std::move(message))) ++setAsideCount;
-  } while (remainingMs != 0 && setAsideCount < kSetAsideMax);
+  } while (remainingMs != 0 && setAsideCount < ZOR_MSG_SET_ASIDE_MAX);
   return ZOR_E_TIMEOUT;
 }
 

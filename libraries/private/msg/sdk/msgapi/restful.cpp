@@ -1,5 +1,6 @@
 // Restful requests: a daemon registers a table of procedures under a path prefix and tells the server which paths to
 // send it; a request names a prefix and a procedure, and the procedure's text goes back to the requester.
+#include <zor/limits.h>
 #include <zor/mlog.h>
 #include <zor/msg_build.h>
 #include <zor/msg_dispatch.h>
@@ -17,9 +18,6 @@
 namespace zor {
 namespace {
 
-constexpr std::size_t kPatternListSize = 4096;
-constexpr std::size_t kPatternSize = 128;
-
 struct RestfulRegistration {
   RestfulRegistration *next;
   const ZOR_MSG_RESTFUL_ENTRY *table;
@@ -28,14 +26,14 @@ struct RestfulRegistration {
 
 RestfulRegistration *registrations = nullptr;
 
-using PatternList = char[kPatternListSize];
+using PatternList = char[ZOR_MSG_RESTFUL_PATTERNS_SIZE];
 
 // "prefix/name" of every row, separated by "|"; ends before the first pattern that does not fit with its separator.
 void ExpandPatterns(const char *prefix, const ZOR_MSG_RESTFUL_ENTRY *table, PatternList &list) {
   std::size_t used = 0;
   list[0] = '\0';
   for (const ZOR_MSG_RESTFUL_ENTRY *row = table; row->name != nullptr; ++row) {
-    char pattern[kPatternSize];
+    char pattern[ZOR_MSG_RESTFUL_PATTERN_SIZE];
     snprintf_s(pattern, sizeof pattern, sizeof pattern - 1, "%s/%s", prefix, row->name);
     const char *separator = row[1].name != nullptr ? "|" : "";
     if (std::strlen(pattern) + std::strlen(separator) >= sizeof list - used) return;

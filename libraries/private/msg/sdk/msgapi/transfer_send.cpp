@@ -1,5 +1,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
+#include <zor/limits.h>
 #include <zor/mlog.h>
 #include <zor/msg_bus.h>
 #include <zor/status.h>
@@ -19,8 +20,6 @@ ZOR_MSG_SEND_HOOK g_pfMsgSendHook = nullptr;
 namespace zor {
 namespace {
 
-constexpr int kWritableWithinMs = 10000;
-
 // Where bytes go.
 struct Target {
   int fd;
@@ -37,7 +36,7 @@ ssize_t Write(const Target &to, const char *from, std::size_t length, int flags)
 std::uint32_t AwaitWritable(const Target &to, const ZOR_MSG_HEAD &header) {
   WaitResult result;
   do {
-    result = WaitWritable(to.fd, kWritableWithinMs);
+    result = WaitWritable(to.fd, ZOR_MSG_WRITABLE_WAIT_MS);
   } while (result == WaitResult::kInterrupted);
   if (result == WaitResult::kReady) return ZOR_OK;
   const int error = errno;

@@ -1,6 +1,7 @@
 // Finds processes by name in "/proc". That is the kernel's, not the device's, so it is the same for a system that runs
 // inside a directory.
 #include <dirent.h>
+#include <zor/limits.h>
 #include <zor/zorutil.h>
 
 #include <cstdio>
@@ -16,9 +17,7 @@ namespace zor {
 namespace {
 
 constexpr std::size_t kCommandLineSize = 240;
-constexpr int kCommandLineMax = 237;
 constexpr int kNameLineMax = 125;
-constexpr std::size_t kNameMax = 239;
 
 struct DirectoryCloser {
   void operator()(DIR *directory) const noexcept { ::closedir(directory); }
@@ -103,7 +102,7 @@ int32_t *ZOR_UTIL_FindPidByName(const char *name) {
   zor::PidList found;
   while (const char *process = processes.Next()) {
     char commandLine[zor::kCommandLineSize] = {};
-    if (!zor::ReadFirstLine(process, "cmdline", commandLine, zor::kCommandLineMax)) continue;
+    if (!zor::ReadFirstLine(process, "cmdline", commandLine, ZOR_PROCESS_COMMAND_LINE_MAX)) continue;
     zor::JoinArguments(commandLine);
     if (std::strstr(commandLine, name) == nullptr) continue;
     if (!found.Add(static_cast<int32_t>(std::strtol(process, nullptr, 0)))) return nullptr;
@@ -112,8 +111,8 @@ int32_t *ZOR_UTIL_FindPidByName(const char *name) {
 }
 
 int32_t ZOR_UTIL_GetPid(const char *name) {
-  if (name == nullptr || std::strlen(name) > zor::kNameMax) return 0;
-  char searched[zor::kNameMax + 1];
+  if (name == nullptr || std::strlen(name) > ZOR_PROCESS_NAME_MAX) return 0;
+  char searched[ZOR_PROCESS_NAME_MAX + 1];
   char *out = searched;
   for (const char *in = name; *in != '\0'; ++in) {
     if (*in != ' ') *out++ = *in;

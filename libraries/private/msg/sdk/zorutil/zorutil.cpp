@@ -3,6 +3,7 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
+#include <zor/limits.h>
 #include <zor/platform/process.h>
 #include <zor/systime.h>
 
@@ -19,10 +20,8 @@ namespace zor {
 namespace {
 
 constexpr char kSourceFile[] = "libraries/private/msg/sdk/zorutil/zorutil.cpp";
-constexpr std::int32_t kTimeLimitMs = 40000;
 constexpr std::int32_t kNoTimeLimit = -1;
 constexpr std::int32_t kKilledWaitMs = 1000;
-constexpr std::uint32_t kDefaultSeconds = 20;
 constexpr std::uint32_t kNapMicroseconds = 20;
 constexpr timespec kNap = {0, 1000L * kNapMicroseconds};
 
@@ -85,7 +84,7 @@ int32_t ZOR_UTIL_ExecCmdNoHang(const char *command) {
   }
   int32_t status = 0;
   uint32_t timedOut = 0;
-  const int32_t limitMs = mode == ZOR_EXEC_UNLIMITED ? zor::kNoTimeLimit : zor::kTimeLimitMs;
+  const int32_t limitMs = mode == ZOR_EXEC_UNLIMITED ? zor::kNoTimeLimit : ZOR_EXEC_LIMIT_MS;
   const int32_t pid = ZOR_UTIL_ForkProcessSys(command, limitMs, &status, &timedOut);
   if (pid < 1) return pid;
   if (timedOut != 1) return status;
@@ -102,7 +101,7 @@ int32_t ZOR_UTIL_ExecCmd_ByTime(const char *command, uint32_t seconds) {
     zor::ExecuteShell(command);
   }
   if (pid < 0) return -1;
-  zor::Polls polls(seconds == 0 ? zor::kDefaultSeconds : seconds);
+  zor::Polls polls(seconds == 0 ? ZOR_EXEC_DEFAULT_SECONDS : seconds);
   do {
     int status = 0;
     const pid_t changed = ::waitpid(pid, &status, WNOHANG | WUNTRACED);

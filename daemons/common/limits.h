@@ -1,0 +1,106 @@
+// The limits of the servers, all of them in one place. "[unit] What: what happens beyond." stands in front of each that
+// the manual's tables name; the others are bounds of settings, which its pages name. Limits of the library and of the
+// wire formats: <zor/limits.h>.
+#ifndef COMMON_LIMITS_H
+#define COMMON_LIMITS_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace zor::limits {
+
+// All servers.
+
+// [bytes] Settings file: the server does not start.
+inline constexpr std::uint32_t kSettingsFile = 1u << 20;
+// [lines] Lines on standard error in a burst, then one a second: left out and counted.
+inline constexpr int kProblemBurst = 20;
+// [descriptors] Descriptors that one client leaves unread: the client is cut off.
+inline constexpr std::size_t kUnreadDescriptors = 16;  // scarcer than memory
+
+namespace msgsvr {
+
+// The message server.
+
+// [bytes] Output that one client leaves unread (setting queue_bytes): the client is cut off.
+inline constexpr std::size_t kQueueBytes = 1048576;
+inline constexpr std::size_t kLeastQueueBytes = 16384;  // holds some of the longest messages
+inline constexpr std::size_t kMostQueueBytes = 64u << 20;
+// [connections] Connections at one time (setting max_clients): further ones are turned away.
+inline constexpr std::size_t kClients = 256;
+inline constexpr std::size_t kMostClients = 65536;
+// [ms] Time that the sender to a slow reader is held back: it goes on.
+inline constexpr std::chrono::milliseconds kHold{200};
+// [bytes] Restful patterns of one client: not registered.
+inline constexpr std::size_t kPatternBytes = 16384;
+// [bytes] Request to the server that comes in a file: no answer.
+inline constexpr std::size_t kRequestInFile = 8192;
+// [names] Names with a subscription that somebody else asked for: no subscription.
+inline constexpr std::size_t kSubscribedNames = 1024;
+// [posts] Barrier posts that nobody has waited for yet: the oldest is forgotten.
+inline constexpr std::size_t kBarrierPosts = 256;
+// [periods] Missed periods of a daemon's reports: a log line names it.
+inline constexpr int kMissedReports = 3;
+// [settings] Trace levels of one daemon: a mistake in the settings.
+inline constexpr std::size_t kTraceLevels = 64;  // so that the registration reply stays short
+
+}  // namespace msgsvr
+
+namespace notifyserver {
+
+// The notification server.
+
+// [connections] Connections at one time (setting max_clients): further ones are turned away.
+inline constexpr std::size_t kClients = 128;
+inline constexpr std::size_t kMostClients = 65536;
+// [bytes] Output that one client leaves unread (setting queue_bytes): the client is cut off.
+inline constexpr std::size_t kQueueBytes = 9437184;
+inline constexpr std::size_t kMostQueueBytes = 64u << 20;
+inline constexpr std::size_t kQueueOverhead = 4096;  // a header, and what it costs to keep a message
+inline constexpr std::size_t kLeastDataBytes = 64;
+// [bytes] Data that a client sends before it has registered: the client is cut off.
+inline constexpr std::size_t kRegistration = 64;
+// [requests] Requests of one client that wait for their answers: the oldest is answered, empty.
+inline constexpr std::size_t kRequests = 64;  // the library waits for one at a time in each process
+
+}  // namespace notifyserver
+
+namespace mlogserver {
+
+// The logging daemon.
+
+// [statistics] Statistics that are kept (setting max_statistics): a new one is refused.
+inline constexpr std::uint64_t kStatistics = 256;
+inline constexpr std::uint64_t kMostStatistics = 65536;
+
+}  // namespace mlogserver
+
+namespace cms {
+
+// The configuration daemon.
+
+// [clients] Clients that have named a user for an export and not asked for it: all of them must name it again.
+inline constexpr std::size_t kExportUsers = 64;
+
+}  // namespace cms
+
+namespace syslogd {
+
+// The log daemon.
+
+// [records] Records that are kept (setting max_records): the oldest goes.
+inline constexpr std::uint32_t kRecords = 2000;
+inline constexpr std::uint32_t kMostRecords = 20000;
+// [records] Records that wait for being written: written at once.
+inline constexpr std::uint32_t kUnwrittenRecords = 64;
+// [s] Time that a record waits for being written (setting flush_seconds): written.
+inline constexpr std::uint32_t kFlushSeconds = 10;
+inline constexpr std::uint32_t kMostFlushSeconds = 3600;
+// [ms] Wait for the file while another process uses it: the record is lost; a log line.
+inline constexpr int kBusyMs = 500;  // somebody with a shell; senders wait ten times as long
+
+}  // namespace syslogd
+}  // namespace zor::limits
+
+#endif
