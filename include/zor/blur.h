@@ -22,25 +22,26 @@ ZOR_BEGIN_DECLS
 #define ZOR_BLUR_E_PATH UINT32_C(0x1000f)      /* the path could not be resolved */
 #define ZOR_BLUR_E_PATH_LONG UINT32_C(0x10010) /* the path is longer than 4096 characters */
 
-/* The text, cut to 259 characters; from its first MAC address ("00:11:22:33:44:55", '-' too) to its end every character
-   but ':' is masked. */
+/* Masks a text, cut to 259 characters, from its first MAC address ("00:11:22:33:44:55", '-' too) to its end: every
+   character but ':'. */
 ZOR_API const char *ZOR_Blur_Mac(const char *text);
 
-/* The same from its first IPv4 address on for every character but '.'; then every IPv6 address as a whole. */
+/* The same from its first IPv4 address on, for every character but '.'; then every IPv6 address as a whole. */
 ZOR_API const char *ZOR_Blur_Ip(const char *text);
 
-/* The text, cut to 259 characters, with every IPv6 address masked as a whole, separators included. */
+/* Masks every IPv6 address in a text, cut to 259 characters: as a whole, separators included. */
 ZOR_API const char *ZOR_Blur_Ipv6(const char *text);
 
-/* The text, cut to 259 characters, with the last group of every UUID of the form "1234-5678-9abc-0123456789ab" masked.
- */
+/* Masks the last group of every UUID in a text, cut to 259 characters; a UUID has the form
+   "1234-5678-9abc-0123456789ab". */
 ZOR_API const char *ZOR_Blur_Uuid(const char *text);
 
-/* The first character, "******" and the last one, whatever the length: 7 or 8 characters, or none for an empty name. */
+/* Masks a name: its first character, "******" and its last one, whatever the length: 7 or 8 characters, or none for an
+   empty name. */
 ZOR_API const char *ZOR_Blur_Usb_Account(const char *name);
 
-/* The SSID, cut to 35 characters, with all but its first and last character masked; all of it below 3 characters. One
-   that was cut shows no last character. */
+/* Masks an SSID, cut to 35 characters, but for its first and last character; all of it below 3 characters. One that was
+   cut shows no last character. */
 ZOR_API const char *ZOR_Blur_SSID(const char *ssid);
 
 /*

@@ -29,9 +29,9 @@ typedef struct ZOR_CAL_TIME {
 ZOR_API uint32_t ZOR_UTIL_UCTTimeFormatCheck(const char *text, ZOR_CAL_TIME *time);
 
 /*
- * Checks the ranges. Months and days of 0 pass; so does February 30, since of the days that a month lacks only February
- * 29 and day 31 are refused. A missing day, a bad hour, minute or second and the all-zero time each print a line;
- * a month above 12 or a day above 31 does not. Returns 0 or 1.
+ * Checks the ranges of a calendar time. Months and days of 0 pass; so does February 30, since of the days that a month
+ * lacks only February 29 and day 31 are refused. A missing day, a bad hour, minute or second and the all-zero time each
+ * print a line; a month above 12 or a day above 31 does not. Returns 0 or 1.
  */
 ZOR_API uint32_t ZOR_UTIL_CheckTimeValid(uint32_t year, uint32_t month, uint32_t day, uint32_t hour, uint32_t minute,
                                          uint32_t second);

@@ -78,7 +78,7 @@ ZOR_API void ZOR_EVT_SubscribeAllEventCallBack(ZOR_EVT_CALLBACK callback);
    message of a JSON event must be followed by a zero byte, as every received one is. Null is ignored. */
 ZOR_API void ZOR_Evt_SubMsgProc(ZOR_MSG_HEAD *msg);
 
-/* Adds a text member. ZOR_EVT_FAILED for a null argument and without memory; so do the three below. */
+/* Adds a text member to an object. ZOR_EVT_FAILED for a null argument and without memory; so do the three below. */
 ZOR_API uint32_t ZOR_GenerateJsonItem(struct cJSON *object, const char *name, const char *value);
 
 /* Begins an event in *root (a struct cJSON *, or null), everything but its payload. The object that is there is deleted

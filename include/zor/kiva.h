@@ -162,16 +162,16 @@ ZOR_API uint32_t ZOR_UPG_RemoveDevKivaInfoSync(const char *mac);
 /* Requests that begin with the stored record of a MAC (null: the gateway's own) and send it back changed. They write no
    file. The status of the read; ZOR_KIVA_E_UNKNOWN; else as ZOR_UPG_AddDevKivaInfo. */
 
-/* Changes detail and xmlPath unless they are null, dlSize, param1 and param3 unless they are 0, and state always; flags
-   stay. ZOR_KIVA_E_ARGUMENT for null. */
+/* Has a record changed: detail and xmlPath unless they are null, dlSize, param1 and param3 unless they are 0, and state
+   always; flags stay. ZOR_KIVA_E_ARGUMENT for null. */
 ZOR_API uint32_t ZOR_UPG_UpdateKivaInfo(const dev_kiva_info *info);
 ZOR_API uint32_t ZOR_UPG_UpdateKivaInfoSync(const dev_kiva_info *info);
 
-/* Changes state. */
+/* Has the state of a record changed. */
 ZOR_API uint32_t ZOR_UPG_UpdateKivaStateEx(const char *mac, uint32_t state);
 ZOR_API uint32_t ZOR_UPG_UpdateKivaStateExSync(const char *mac, uint32_t state);
 
-/* Changes dlSize. In a state other than ZOR_KIVA_STATE_LOADING sends nothing and returns 0. */
+/* Has dlSize of a record changed. In a state other than ZOR_KIVA_STATE_LOADING sends nothing and returns 0. */
 ZOR_API uint32_t ZOR_UPG_UpdateKivaDlSize(const char *mac, uint32_t size);
 
 /* Upgrade information. */
@@ -187,10 +187,10 @@ typedef struct ZOR_KIVA_UPDATE_INFO {
    written; 1 for a null MAC or without memory. */
 ZOR_API uint32_t ZOR_UPG_SaveUpdateInfo(const char *mac, uint32_t value, const char *text);
 
-/* Reads it; null when there is none. */
+/* Reads the latest report of a device; null when there is none. */
 ZOR_API ZOR_KIVA_UPDATE_INFO *ZOR_UPG_GetUpdateInfo(const char *mac);
 
-/* Deletes it, if it is there. Returns 0; 1 for a null or empty MAC. */
+/* Deletes the latest report of a device, if there is one. Returns 0; 1 for a null or empty MAC. */
 ZOR_API uint32_t ZOR_UPG_ClearUpdateInfo(const char *mac);
 
 /* Stores the present time and the text (null: none) as the gateway's own latest upgrade. Returns 1 in any case. */
@@ -200,7 +200,8 @@ ZOR_API uint32_t ZOR_UPG_SetSelfUpdateInfo(const char *text);
    one has more than 5120 bytes. Null without memory. */
 ZOR_API ZOR_KIVA_UPDATE_INFO *ZOR_UPG_GetSelfUpdateInfo(void);
 
-/* Its time as "YYYY-MM-DD hh:mm:ss", local, in a new block, which the caller frees; null when none is stored. */
+/* The time of the gateway's own latest upgrade as "YYYY-MM-DD hh:mm:ss", local, in a new block, which the caller frees;
+   null when none is stored. */
 ZOR_API char *ZOR_UPG_GetSelfUpdateInfoTime(void);
 
 /* Records the gateway's own upgrade: the time, and for success 1 the content of its "/var/kiva/kiva_MAC.xml" as the

@@ -25,7 +25,7 @@ struct sockaddr;
    is the send's; or change *fd, a copy of the descriptor: then the message goes there and its status is ignored. */
 typedef uint32_t (*ZOR_MSG_SEND_HOOK)(ZOR_MSG_HEAD *msg, int *handled, int *fd);
 
-/* Null at start: no hook. */
+/* The send hook of the process; null, as at the start, is none. */
 ZOR_API extern ZOR_MSG_SEND_HOOK g_pfMsgSendHook;
 
 /*

@@ -48,7 +48,7 @@ typedef struct ZOR_MSG_CTX {
   uint32_t sequence;            /* last number handed out */
 } ZOR_MSG_CTX;
 
-/* Starts as all zeros but for the two descriptors, which are -1. */
+/* The bus context of the process. It starts as all zeros but for the two descriptors, which are -1. */
 ZOR_API extern ZOR_MSG_CTX g_stMsgCtx;
 
 /* The name that trace lines bear: "" until registration, then the context's name. */

@@ -116,8 +116,8 @@ ZOR_API void ZOR_UV_ProcessDeleteRedirectIO(UvProcess *process, UvIO *stream);
  */
 ZOR_API uint32_t ZOR_UV_ProcessSpawnSync(const UvProcessOptions *options, uint32_t idleTimeMs);
 
-/* The directories in which the functions below look for a program without '/': "/bin", "/sbin", "/usr/bin",
-   "/system/bin", "/app/bin" and null. A daemon may set others. */
+/* The directories in which ZOR_UTIL_ExecCmdWithPermissions and its like look for a program without '/': "/bin",
+   "/sbin", "/usr/bin", "/system/bin", "/app/bin" and null. A daemon may set others. */
 ZOR_API extern const char *g_apcBinSearchPath[6];
 
 /*

@@ -25,7 +25,8 @@ typedef struct ZOR_EXEC_CTX {
   const char *recordPath; /* the file of ZOR_EXEC_RECORD */
 } ZOR_EXEC_CTX;
 
-/* A daemon may point it at a record of its own. Null, as at the start, means ZOR_EXEC_LIMITED. Read without a lock. */
+/* How ZOR_UTIL_ExecCmdNoHang runs a command. A daemon may point it at a record of its own; null, as at the start, means
+   ZOR_EXEC_LIMITED. Read without a lock. */
 ZOR_API extern ZOR_EXEC_CTX *g_pstExecCtx;
 
 /*

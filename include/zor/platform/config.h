@@ -37,7 +37,7 @@ ZOR_API uint32_t ZOR_DBSetPara(uint32_t parameter, uint32_t instance, const void
 /* The number of the user on whose behalf this process acts: 0 unless it was told otherwise. */
 ZOR_API uint32_t ZOR_DBGetCurrUser(void);
 
-/* Tells it. A child made by fork starts with its parent's user. */
+/* Tells on whose behalf this process acts. A child made by fork starts with its parent's user. */
 ZOR_API void ZOR_DBSetCurrUser(uint32_t user);
 
 /* Reads an item of application data: copies at most size bytes. A shorter item leaves the rest untouched. */
