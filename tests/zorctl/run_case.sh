@@ -5,6 +5,10 @@
 #
 # What a case may use:
 #   start NAME [ARGUMENT...]  a server or an example; waits until it is ready
+#   peer NAME MODE [ARGUMENT...]  a daemon of that name on the bus, see peer.cpp
+#   background NAME ARGUMENT...   zorctl while the case goes on
+#   stop NAME                 kills it
+#   gone NAME                 whether it has ended
 #   running NAME              its process id
 #   output NAME               what it has printed so far
 #   run ARGUMENT...           zorctl: prints the command, its output, "! " and its errors, "= " and its exit code
@@ -48,6 +52,26 @@ await() {
     [ "$SECONDS" -lt "$end" ] || fail "waited in vain for: $*"
     sleep 0.02
   done
+}
+
+peer() {
+  "${emulator[@]}" "$build/tests/zorctl/peer" "$2" "$1" "${@:3}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
+  pids[$1]=$!
+  disown $!
+  await grep -q ready "$ZOR_ROOT/$1.out"
+}
+
+background() {
+  "${emulator[@]}" "$build/tools/zorctl/zorctl" "${@:2}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
+  pids[$1]=$!
+  disown $!
+}
+
+gone() { ! kill -0 "$(running "$1")"; }
+
+stop() {
+  kill -KILL "$(running "$1")"
+  await gone "$1"
 }
 
 running() { echo "${pids[$1]}"; }

@@ -17,6 +17,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl exit web\n"
      "  zorctl exit web --timeout 30\n",
      MakeExitVerb},
+    {"trace", "The trace settings that a daemon gets when it registers: show, set and clear them",
+     "  zorctl trace set web msg=debug all=error --output file\n"
+     "  zorctl trace clear web\n",
+     MakeTraceVerb},
 };
 
 }  // namespace

@@ -8,6 +8,7 @@ namespace zor::ctl {
 
 std::unique_ptr<Verb> MakeExitVerb();
 std::unique_ptr<Verb> MakeListVerb();
+std::unique_ptr<Verb> MakeTraceVerb();
 std::unique_ptr<Verb> MakeWhyVerb();
 
 }  // namespace zor::ctl

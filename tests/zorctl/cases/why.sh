@@ -1,9 +1,3 @@
-peer() { # NAME MODE ARGUMENT...: a peer of that name
-  "${emulator[@]}" "$build/tests/zorctl/peer" "$2" "$1" "${@:3}" >"$ZOR_ROOT/$1.out" 2>&1 &
-  pids[$1]=$!
-  await grep -q ready "$ZOR_ROOT/$1.out"
-}
-
 says() { zorctl why "$1" | head -n 1 | grep -qF "$2"; }
 normalise() {
   sed -E 's/ +[0-9]+\.[0-9] s/ N.N s/g; s/^([a-z]+) +[0-9]+  (sleeping|stopped|running)/\1 PID \2/; s/  +/  /g
@@ -35,5 +29,5 @@ run why left
 run why right --json
 run_on_terminal 40 why left
 
-{ kill -KILL "$(running msgsvr)" && wait "$(running msgsvr)"; } 2>/dev/null || true
+stop msgsvr
 run why left

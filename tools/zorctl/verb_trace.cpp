@@ -1,0 +1,131 @@
+#include <zor/control_wire.h>
+#include <zor/trace.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "common/settings.h"
+#include "zorctl/bus.h"
+#include "zorctl/output.h"
+#include "zorctl/table.h"
+#include "zorctl/text.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+using Json = nlohmann::json;
+
+// Where settings come from, in the server's words.
+std::string SourceText(const std::string &source) {
+  if (source == "kept") return "set with this command";
+  return source == "file" ? "the server's settings file" : "nothing is set";
+}
+
+bool IsLevel(const std::string &text) {
+  uint64_t number = 0;
+  return text == "none" || ZOR_TRACE_GetLevelByString(text.c_str()) != 0 ||
+         (daemon::ParseNumber(text, &number) && number <= UINT32_MAX);
+}
+
+class TraceVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_option("ACTION", action_, "show; set, which leaves what it does not name; clear, back to the settings file")
+        ->required()
+        ->check(CLI::IsMember({"show", "set", "clear"}))
+        ->type_name("");
+    app.add_option("NAME", name_, "The daemon; * stands for all without settings of their own")
+        ->required()
+        ->type_name("");
+    app.add_option("MODULE=LEVEL", levels_,
+                   "With set: replace all levels; the module all stands for the rest. Levels: none, fatal, error, "
+                   "warning, info, debug or a number")
+        ->type_name("");
+    output_ =
+        app.add_option("--output", outputText_, "With set: stdout, file or ADDRESS:PORT (UDP)")->type_name("TEXT");
+    fileKib_ = app.add_option("--file-kib", kib_, "With set: size limit of the trace file in KiB, at least 1024")
+                   ->check(CLI::Range(uint64_t{1024}, uint64_t{UINT32_MAX}))
+                   ->type_name("N");
+  }
+
+  ExitCode Run(const Common &common) override {
+    const std::string field = NameField(name_);
+    const bool hasSettings = !levels_.empty() || output_->count() > 0 || fileKib_->count() > 0;
+    if (hasSettings != (action_ == "set")) {
+      throw Failure(kExitUsage, hasSettings ? action_ + " takes no settings" : "nothing to set",
+                    hasSettings ? "use set" : "give MODULE=LEVEL, --output or --file-kib");
+    }
+    const std::string settings = action_ == "set" ? Settings().dump() : "";
+    const Deadline deadline = common.deadline();
+    Bus bus(deadline);
+    if (action_ == "set") bus.Control(ZOR_MSG_CONTROL_TRACE_SET, settings, deadline);
+    if (action_ == "clear") bus.Control(ZOR_MSG_CONTROL_TRACE_CLEAR, field, deadline);
+    const Json kept = bus.ControlJson(ZOR_MSG_CONTROL_TRACE_GET, field, deadline);
+    common.json ? PrintJson(kept) : PrintText(kept);
+    return kExitOk;
+  }
+
+ private:
+  Json Settings() const {
+    Json settings = {{"name", name_}};
+    if (output_->count() > 0) settings["output"] = Output();
+    if (fileKib_->count() > 0) settings["file_kib"] = kib_;
+    if (!levels_.empty()) settings["levels"] = Levels();
+    return settings;
+  }
+
+  std::string Output() const {
+    if (outputText_ == "stdout" || outputText_ == "file" || outputText_.find(':') != std::string::npos) {
+      return outputText_;
+    }
+    throw Failure(kExitUsage, "no output for trace lines: " + Escape(outputText_), "use stdout, file or ADDRESS:PORT");
+  }
+
+  Json Levels() const {
+    Json levels = Json::object();
+    for (const std::string &each : levels_) {
+      const size_t sign = std::min(each.find('='), each.size());
+      const std::string module = each.substr(0, sign), level = each.substr(std::min(sign + 1, each.size()));
+      if (module.empty() || module.size() >= ZOR_MSG_NAME_SIZE || !IsLevel(level)) {
+        throw Failure(
+            kExitUsage, "not MODULE=LEVEL: " + Escape(each),
+            "modules have at most 11 characters; levels are none, fatal, error, warning, info, debug or a number");
+      }
+      levels[module] = level;
+    }
+    return levels;
+  }
+
+  void PrintText(const Json &kept) const {
+    Table table({{"SETTING"}, {"VALUE"}});
+    table.Add({"output", kept.value("output", "stdout")});
+    table.Add({"file-kib", std::to_string(kept.value("file_kib", uint64_t{0}))});
+    const Json levels = kept.value("levels", Json::object());
+    for (const auto &[module, level] : levels.items()) {
+      table.Add({"level of " + module, level.is_string() ? level.get<std::string>() : level.dump()});
+    }
+    table.Add({"source", SourceText(kept.value("source", ""))});
+    table.Print();
+    if (action_ == "show") return;
+    Print("\nThis holds from the next registration" +
+          (name_ == "*" ? " of each daemon" : " of " + Escape(name_) + ", which is when it starts again") + ".\n");
+  }
+
+  std::string action_, name_, outputText_;
+  std::vector<std::string> levels_;
+  uint64_t kib_ = 0;
+  CLI::Option *output_ = nullptr;
+  CLI::Option *fileKib_ = nullptr;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeTraceVerb() {
+  return std::make_unique<TraceVerb>();
+}
+
+}  // namespace zor::ctl
