@@ -4,11 +4,11 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libcli11-dev nlohmann-json3-dev)
-tests=(libgtest-dev libgmock-dev libsystemd-dev clang-format-14)
+tests=(libgtest-dev libgmock-dev libsystemd-dev clang-format-14 mandoc)
 case ${1:-demo} in
   demo) ;;
   tests) packages+=("${tests[@]}") ;;
-  lint) packages+=("${tests[@]}" clang-tidy) ;;
+  lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
   bench) packages+=(libc-ares-dev libcurl4-openssl-dev) ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;

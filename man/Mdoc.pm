@@ -1,0 +1,68 @@
+# Prose as mdoc(7) source.
+package Mdoc;
+use strict;
+use warnings;
+use Exporter 'import';
+our @EXPORT_OK = qw(sentences text_lines argument);
+
+# Words by which text_lines marks up: kind of each known name ("Fn", "Dv", "Vt", "Va").
+our %kinds;
+
+# Escapes what roff would not print as it stands.
+sub escape {
+  my ($text) = @_;
+  $text =~ s/\\/\\e/g;
+  $text =~ s/(?<![\w-])-(?=\d)/\\-/g;
+  return $text;
+}
+
+# An argument of a macro: one word, and none that is taken for a macro.
+sub argument {
+  my ($text) = @_;
+  $text = escape($text) =~ s/"/\\(dq/gr;
+  $text = "\\&$text" if $text =~ /^[A-Z][a-z][a-z]?$/ || $text =~ /^[.,:;()\[\]?!|]$/;
+  return $text =~ /\s/ ? qq("$text") : $text;
+}
+
+# Splits a paragraph at the ends of its sentences, but never inside quotes.
+sub sentences {
+  my ($text) = @_;
+  $text =~ s/("[^"]*")/$1 =~ tr, ,\x01,r/ge;
+  return map { tr/\x01/ /r } split /(?<=[.?!])\s+(?=[A-Z*"\d(])/, $text;
+}
+
+# The lines of a paragraph, each sentence on a new one. $self the functions that the page is about, $parameters its
+# parameters' names.
+sub text_lines {
+  my ($text, $self, $parameters) = @_;
+  my @lines;
+  for my $sentence (sentences($text)) {
+    $sentence =~ s/("[^"]*")/$1 =~ tr, ,\x01,r/ge;
+    my @words;
+    my $flush = sub {
+      return unless @words;
+      my $line = escape(join(' ', splice @words) =~ tr/\x01/ /r);
+      push @lines, $line =~ /^[.']/ ? "\\&$line" : $line;
+    };
+    for my $word (split / +/, $sentence) {
+      my ($before, $core, $after) = $word =~ /^(\(?)(.*?)([.,;:)?!]*)$/;
+      my $macro =
+          $core =~ /^<(zor\/[\w\/]+\.h)>$/ ? "In $1"
+        : $core =~ /^\*?(\w+)$/ && $parameters->{$1} && ($core =~ /^\*/ || $core =~ /[a-z][A-Z]/) ? "Fa $core"
+        : !defined $kinds{$core} ? undef
+        : $kinds{$core} eq 'Fn' ? ($self->{$core} ? "Fn $core" : "Xr $core 3")
+        : "$kinds{$core} $core";
+      if (!defined $macro) {
+        push @words, $word;
+        next;
+      }
+      $flush->();
+      $macro =~ s/^(\w+) /$1 ( / if $before;
+      push @lines, '.' . join(' ', $macro, split //, $after);
+    }
+    $flush->();
+  }
+  return @lines;
+}
+
+1;

@@ -1,0 +1,66 @@
+#!/usr/bin/perl
+# Writes the pages of sections 1, 5, 7 and 8: the texts beside this script with figures from the code in them.
+# "@NAME@" is a limit's value and "@NAME:unit@" the value as people read it; "@INCLUDE file@" is another file's text.
+# Usage: pages.pl SOURCE_DIR OUTPUT_DIR VERSION DATE
+use strict;
+use warnings;
+use FindBin;
+use lib $FindBin::Bin;
+use Headers qw(read_header);
+use Limits qw(read_limits figure);
+use Mdoc qw(text_lines);
+
+my ($source, $output, $version, $date) = @ARGV;
+my ($sections, $values) = read_limits($source);
+
+sub content {
+  my ($path) = @_;
+  open my $in, '<', $path or die "$path: $!\n";
+  local $/;
+  return <$in>;
+}
+
+sub limits {
+  my @lines;
+  for my $section (@$sections) {
+    push @lines, ".Ss $section->{title}", '.Bl -tag -width 16n';
+    for (@{$section->{entries}}) {
+      push @lines, '.It ' . figure($_->{value}, $_->{unit}), text_lines("$_->{what}: $_->{beyond}."), ".Pq Dv $_->{name}";
+    }
+    push @lines, '.El';
+  }
+  return join "\n", @lines;
+}
+
+sub statuses {
+  my @lines;
+  for (@{read_header("$source/include/zor/status.h", 'zor/status.h')->{items}}) {
+    next unless $_->{doc};
+    push @lines, '.It ' . $_->{value} =~ s/^UINT32_C\((.*)\)$/$1/r, ".Dv $_->{name} .", text_lines($_->{doc} =~ s/\s+/ /gr);
+  }
+  return join "\n", @lines;
+}
+
+my %made = (VERSION => sub { $version }, DATE => sub { $date }, LIMITS => \&limits, STATUSES => \&statuses);
+
+sub replacement {
+  my ($page, $word) = @_;
+  return $made{$word}->() if $made{$word};
+  my ($name, $unit) = $word =~ /^((?:\w+::)?\w+)(?::(\w+))?$/;
+  defined $values->{$name} or die "$page: there is no limit $name\n";
+  return figure($values->{$name}, $unit // '');
+}
+
+my @pages = glob "$source/man/*.in";
+for my $path (@pages) {
+  my ($page) = $path =~ m{([^/]+)\.in$};
+  my ($name, $section) = $page =~ /^(.*)\.(\d)$/;
+  my $text = content($path);
+  $text =~ s/^\@INCLUDE (\S+)\@\n/content("$source\/man\/$1")/gme;
+  $text =~ s/\@NAME\@/$name/g;
+  $text =~ s/\@([A-Za-z]\w*(?:::\w+)?(?::\w+)?)\@/replacement($page, $1)/ge;
+  mkdir "$output/man$section";
+  open my $out, '>', "$output/man$section/$page" or die "$output/man$section/$page: $!\n";
+  print $out $text;
+  close $out or die "$page: $!\n";
+}

@@ -1,0 +1,25 @@
+#!/bin/sh
+# usage: check_functions.sh LIST PAGES
+# Every name that the libraries export has a page in section 3 that names, shows and describes it, and there is no other.
+set -eu
+list=$1 pages=$2
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+awk '/^[^#[]/ && NF { print $1 }' "$list" | LC_ALL=C sort >"$work/exported"
+(cd "$pages" && ls) | sed 's/\.3$//' | LC_ALL=C sort >"$work/pages"
+diff "$work/exported" "$work/pages"
+
+wrong=$(cd "$pages" && while read -r name; do
+  awk -v name="$name" '
+    /^\.Sh / { section = $2 }
+    section == "NAME" && $1 == ".Nm" && $2 == name { named = 1 }
+    section == "NAME" && $1 == ".Nd" && NF > 1 { summary = 1 }
+    section == "SYNOPSIS" && index($0, name) { shown = 1 }
+    section == "DESCRIPTION" && /^\.Ss / { section = "" }
+    section == "DESCRIPTION" && !/^\./ { words += NF }
+    END { if (!(named && summary && shown && words)) print name ": the page lacks its name, prototype or description" }
+  ' "$name.3"
+done <"$work/exported")
+[ -z "$wrong" ] || { echo "$wrong"; exit 1; }
+echo "$(wc -l <"$work/pages") pages"
