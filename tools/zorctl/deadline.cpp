@@ -6,18 +6,18 @@
 #include <algorithm>
 #include <climits>
 #include <csignal>
+#include <cstring>
 
 #include "zorctl/exit_code.h"
 
 namespace zor::ctl {
 namespace {
 
-constexpr char kStuckText[] =
-    "zorctl: the message server does not take messages; look whether it is stopped, or give more --timeout\n";
+const char *lastWords = "";
 
 void OnAlarm(int) {
   // Nothing can be done when even this is not written.
-  if (::write(STDERR_FILENO, kStuckText, sizeof kStuckText - 1) < 0) ::_exit(kExitFailure);
+  if (::write(STDERR_FILENO, lastWords, std::strlen(lastWords)) < 0) ::_exit(kExitFailure);
   ::_exit(kExitTimeOver);
 }
 
@@ -44,7 +44,8 @@ Deadline Deadline::Within(Milliseconds fromNow) const {
   return other;
 }
 
-Watchdog::Watchdog(const Deadline &deadline) {
+Watchdog::Watchdog(const Deadline &deadline, const char *line) {
+  lastWords = line;
   std::signal(SIGALRM, OnAlarm);
   SetAlarm(std::max(deadline.left(), Milliseconds(1)));  // zero would mean never
 }

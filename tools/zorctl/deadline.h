@@ -28,11 +28,14 @@ class Deadline {
   Clock::time_point end_;
 };
 
-// Ends the process with kExitTimeOver when a call of the library blocks beyond a deadline: some of them wait for the
-// server without a limit. One at a time.
+// Ends the process with kExitTimeOver and a line on standard error when a call of the library blocks beyond a deadline:
+// some of them wait without a limit, most often for the message server. One at a time.
 class Watchdog {
  public:
-  explicit Watchdog(const Deadline &deadline);
+  static constexpr char kServerStuck[] =
+      "zorctl: the message server does not take messages; look whether it is stopped, or give more --timeout\n";
+
+  explicit Watchdog(const Deadline &deadline, const char *line = kServerStuck);
   ~Watchdog();
   Watchdog(const Watchdog &) = delete;
   Watchdog &operator=(const Watchdog &) = delete;

@@ -2,7 +2,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <clocale>
-#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "zorctl/output.h"
+#include "zorctl/seconds.h"
 #include "zorctl/text.h"
 #include "zorctl/verb.h"
 
@@ -32,14 +32,6 @@ std::string ExitCodeTable() {
   return text;
 }
 
-std::string CheckSeconds(const std::string &text) {
-  double seconds = 0;
-  if (!CLI::detail::lexical_cast(text, seconds) || !(seconds >= 0.001 && seconds <= kMaxTimeoutSeconds)) {
-    return "not a time of 0.001 to " + std::to_string(static_cast<long>(kMaxTimeoutSeconds)) + " seconds";
-  }
-  return {};
-}
-
 void Declare(CLI::App &program, Declared &declared) {
   const VerbRow &row = *declared.row;
   declared.app = program.add_subcommand(row.name, std::string(row.purpose) + ".");
@@ -47,10 +39,7 @@ void Declare(CLI::App &program, Declared &declared) {
   declared.seconds = row.timeoutSeconds;
   declared.verb->Declare(*declared.app);
   declared.app->add_flag("--json", declared.json, "Print JSON");
-  declared.app->add_option("--timeout", declared.seconds, "How long to wait at most")
-      ->check(CLI::Validator(CheckSeconds, ""))
-      ->type_name("SECONDS")
-      ->capture_default_str();
+  AddSeconds(*declared.app, "--timeout", declared.seconds, "How long to wait at most");
   declared.app->footer(std::string("examples:\n") + row.examples);
 }
 
@@ -81,7 +70,7 @@ int ReportUsage(const CLI::ParseError &error, const std::string &verb) {
 }
 
 int RunVerb(const Declared &declared) {
-  const Common common = {declared.json, Milliseconds(std::llround(declared.seconds * 1000))};
+  const Common common = {declared.json, FromSeconds(declared.seconds)};
   const std::string name = declared.row->name;
   try {
     const ExitCode code = declared.verb->Run(common);

@@ -40,6 +40,7 @@ bool WantsColour() {
 }  // namespace
 
 void TakeOutput() {
+  std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGPIPE, SIG_IGN);  // a write tells
   // A standard descriptor that the caller had closed must not become a socket's.
   int nowhere;
@@ -76,8 +77,16 @@ void Flush() {
   pending.clear();
 }
 
+std::string JsonLine(const nlohmann::json &value) {
+  return EscapeJson(value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)) + "\n";
+}
+
+std::string JsonLine(const nlohmann::ordered_json &value) {
+  return EscapeJson(value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)) + "\n";
+}
+
 void PrintJson(const nlohmann::json &value) {
-  Print(value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+  Print(JsonLine(value));
 }
 
 bool OutputIsTerminal() {

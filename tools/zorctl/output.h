@@ -21,7 +21,9 @@ void TakeOutput();
 void Print(std::string_view text);
 void Flush();
 
-// One line of compact JSON. Text that is not UTF-8 is replaced.
+// One line of compact JSON. Text that is not UTF-8 is replaced, and nothing in it acts on a terminal.
+std::string JsonLine(const nlohmann::json &value);
+std::string JsonLine(const nlohmann::ordered_json &value);
 void PrintJson(const nlohmann::json &value);
 
 bool OutputIsTerminal();

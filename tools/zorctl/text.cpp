@@ -60,6 +60,17 @@ void AppendHex(std::string_view bytes, std::string &out) {
   }
 }
 
+// Visits the bytes of each character, and says whether it is one and may be printed.
+template <class Visit>
+void ForEachCharacter(std::string_view text, const Visit &visit) {
+  while (!text.empty()) {
+    const Character next = FirstOf(text);
+    const std::string_view bytes = text.substr(0, std::max<size_t>(next.length, 1));
+    visit(bytes, next.length != 0 && !Contains(kUnprintable, next.value));
+    text.remove_prefix(bytes.size());
+  }
+}
+
 size_t ColumnsOf(char32_t character) {
   if (Contains(kNoColumn, character)) return 0;
   return Contains(kTwoColumns, character) ? 2 : 1;
@@ -82,16 +93,41 @@ size_t FittingLength(std::string_view text, size_t columns) {
 
 std::string Escape(std::string_view text) {
   std::string out;
-  while (!text.empty()) {
-    const Character next = FirstOf(text);
-    const std::string_view bytes = text.substr(0, std::max<size_t>(next.length, 1));
-    text.remove_prefix(bytes.size());
-    if (next.length == 0 || Contains(kUnprintable, next.value)) {
-      AppendHex(bytes, out);
-    } else {
+  ForEachCharacter(text, [&out](std::string_view bytes, bool printable) {
+    if (printable) {
       out.append(bytes == "\\" ? "\\\\" : bytes);
+    } else {
+      AppendHex(bytes, out);
     }
-  }
+  });
+  return out;
+}
+
+std::string EscapeLines(std::string_view text) {
+  std::string out;
+  ForEachCharacter(text, [&out](std::string_view bytes, bool printable) {
+    if (printable || bytes == "\n" || bytes == "\t") {
+      out.append(bytes);
+    } else {
+      AppendHex(bytes, out);
+    }
+  });
+  return out;
+}
+
+bool IsPrintable(std::string_view text) {
+  bool all = true;
+  ForEachCharacter(text, [&all](std::string_view, bool printable) { all = all && printable; });
+  return all;
+}
+
+std::string EscapeJson(std::string_view json) {
+  std::string out;
+  ForEachCharacter(json, [&out](std::string_view bytes, bool printable) {
+    std::array<char, 8> escaped{};
+    std::snprintf(escaped.data(), escaped.size(), "\\u%04x", static_cast<unsigned>(FirstOf(bytes).value) & 0xffff);
+    out.append(printable ? bytes : escaped.data());
+  });
   return out;
 }
 

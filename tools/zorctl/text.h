@@ -13,6 +13,15 @@ namespace zor::ctl {
 // \xNN, and a backslash doubled, so that it stays in its line and place.
 std::string Escape(std::string_view text);
 
+// The same for a text of several lines, which stay lines, and whose backslashes stay single: what programs read.
+std::string EscapeLines(std::string_view text);
+
+// Whether the text is UTF-8 without any character that Escape would write otherwise, but for backslashes.
+bool IsPrintable(std::string_view text);
+
+// JSON with the characters that Escape writes otherwise as \uNNNN. It must be UTF-8.
+std::string EscapeJson(std::string_view json);
+
 // How many columns an escaped text takes on a terminal.
 size_t Width(std::string_view text);
 

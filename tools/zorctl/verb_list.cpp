@@ -1,15 +1,14 @@
-#include <pwd.h>
 #include <zor/control_wire.h>
 #include <zor/event.h>
 
 #include <CLI/CLI.hpp>
-#include <array>
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "zorctl/bus.h"
 #include "zorctl/output.h"
+#include "zorctl/people.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -22,21 +21,11 @@ using Align = Table::Align;
 
 std::string UserText(const Json &client) {
   if (!client.value("local", true)) return "-";
-  const auto uid = client.value("uid", uid_t{0});
-  const passwd *user = ::getpwuid(uid);
-  return user == nullptr ? std::to_string(uid) : user->pw_name;
+  return UserName(client.value("uid", uid_t{0}));
 }
 
 std::string PidText(const Json &client) {
   return client.value("local", true) ? std::to_string(client.value("pid", 0)) : "-";
-}
-
-std::string TimeText(std::time_t time) {
-  std::tm parts = {};
-  std::array<char, 32> text{};
-  if (::localtime_r(&time, &parts) == nullptr) return "-";
-  const size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);
-  return {text.data(), length};
 }
 
 std::string CountText(const Json &object, const char *key) {

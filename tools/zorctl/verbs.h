@@ -6,8 +6,14 @@
 
 namespace zor::ctl {
 
+std::unique_ptr<Verb> MakeConfigVerb();
 std::unique_ptr<Verb> MakeExitVerb();
 std::unique_ptr<Verb> MakeListVerb();
+std::unique_ptr<Verb> MakeListenVerb();
+std::unique_ptr<Verb> MakeLogVerb();
+std::unique_ptr<Verb> MakeNotifyVerb();
+std::unique_ptr<Verb> MakePublishVerb();
+std::unique_ptr<Verb> MakeRestVerb();
 std::unique_ptr<Verb> MakeTraceVerb();
 std::unique_ptr<Verb> MakeWhyVerb();
 

@@ -1,0 +1,86 @@
+#include "zorctl/event.h"
+
+#include <zor/event.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "zorctl/bus.h"
+#include "zorctl/exit_code.h"
+#include "zorctl/number.h"
+#include "zorctl/output.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+using Json = nlohmann::ordered_json;  // the members stay in the publisher's order
+
+// Writing a value takes stack for each level of it, so a deeper one is not taken for JSON.
+constexpr int kMaxDepth = 100;
+
+Json ParseBounded(const std::string &text) {
+  bool tooDeep = false;
+  const auto check = [&tooDeep](int depth, Json::parse_event_t, Json &) {
+    tooDeep = tooDeep || depth > kMaxDepth;
+    return !tooDeep;
+  };
+  Json value = Json::parse(text, check, false);
+  return tooDeep ? Json(Json::value_t::discarded) : value;
+}
+
+// The text of an event of items; empty when it has none.
+std::string ItemText(const Message &event) {
+  ZOR_MSG_HEAD head = {};
+  head.type = event.type;
+  head.bodyLength = static_cast<uint32_t>(event.body.size());
+  // Whole words, and a zero behind the body.
+  std::vector<uint32_t> block((sizeof head + event.body.size()) / sizeof(uint32_t) + 2);
+  std::memcpy(block.data(), &head, sizeof head);
+  std::memcpy(reinterpret_cast<char *>(block.data()) + sizeof head, event.body.data(), event.body.size());
+  char *text = nullptr;
+  uint32_t length = 0;
+  if (ZOR_EVT_GetEventContent(reinterpret_cast<const ZOR_MSG_HEAD *>(block.data()), &text, &length) != 0) return {};
+  const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
+  return {text, length};
+}
+
+std::string KnownModules() {
+  std::string list;
+  for (uint32_t type = ZOR_EVT_ALL + 1; type <= ZOR_MSG_EVENT_LAST; ++type) {
+    const char *name = ZOR_EVT_GetEventModuleNameByEventType(type);
+    if (name != nullptr) list += (list.empty() ? "" : ", ") + std::string(name);
+  }
+  return list;
+}
+
+}  // namespace
+
+bool IsEvent(uint32_t type) {
+  return type > ZOR_EVT_ALL && type <= ZOR_MSG_EVENT_LAST;
+}
+
+bool IsJsonEvent(uint32_t type) {
+  return type >= ZOR_EVT_JSON_FIRST && type <= ZOR_EVT_JSON_LAST;
+}
+
+uint32_t EventTypeOf(const std::string &module) {
+  const uint32_t type = ZOR_EVT_GetMsgTypeByEventModuleName(module.c_str());
+  if (type != ZOR_EVT_ALL) return type;
+  if (const auto number = ParseNumber(module); number && IsEvent(*number)) return *number;
+  throw Failure(kExitNotFound, "no module " + Escape(module) + " has events", "there are " + KnownModules());
+}
+
+std::string EventLine(const Message &event) {
+  std::string text = IsJsonEvent(event.type) ? event.body : ItemText(event);
+  text.resize(std::strlen(text.c_str()));  // some publishers send the NUL too
+  Json value = ParseBounded(text);
+  if (!value.is_discarded()) return JsonLine(value);
+  const char *module = ZOR_EVT_GetEventModuleNameByEventType(event.type);
+  return JsonLine(Json{{"Module", module == nullptr ? Json() : Json(module)}, {"Type", event.type}, {"Text", text}});
+}
+
+}  // namespace zor::ctl

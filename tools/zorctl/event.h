@@ -1,0 +1,25 @@
+// Events as the tool sees them: names of their modules, and the text of one that came.
+#ifndef ZORCTL_EVENT_H
+#define ZORCTL_EVENT_H
+
+#include <cstdint>
+#include <string>
+
+namespace zor::ctl {
+
+struct Message;
+
+bool IsEvent(uint32_t type);
+// Whether events of this type are JSON texts; others are made of items.
+bool IsJsonEvent(uint32_t type);
+
+// The event type of a module, by its name or by the type's number. Failure (not found) for anything else.
+uint32_t EventTypeOf(const std::string &module);
+
+// A received event as one line of JSON. What its publisher sent need not be JSON at all; such a text becomes a member
+// of an object.
+std::string EventLine(const Message &event);
+
+}  // namespace zor::ctl
+
+#endif

@@ -1,0 +1,69 @@
+#include "zorctl/log_names.h"
+
+#include <strings.h>
+#include <zor/log.h>
+
+#include <algorithm>
+
+#include "zorctl/exit_code.h"
+#include "zorctl/number.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+constexpr uint32_t kAllTypes = UINT32_MAX >> ZOR_LOG_TYPE_SHIFT;
+
+// The name of one bit; empty for one that has none.
+std::string TypeName(uint32_t bit) {
+  const char *name = ZOR_UTIL_LOG_GetTypeString(bit << ZOR_LOG_TYPE_SHIFT, 0);
+  return name == nullptr ? "" : name;
+}
+
+std::string LevelName(uint32_t bit) {
+  const char *name = ZOR_UTIL_LOG_GetLevelString(bit, 0);
+  return name == nullptr ? "" : name;
+}
+
+bool IsSameWord(const std::string &left, const std::string &right) {
+  return !left.empty() && ::strcasecmp(left.c_str(), right.c_str()) == 0;
+}
+
+Failure Unknown(const char *what, const std::string &name, std::string (*nameOf)(uint32_t), uint32_t bits) {
+  std::vector<std::string> known;
+  for (uint32_t bit = 1; (bit & bits) != 0; bit <<= 1) {
+    const std::string text = nameOf(bit);
+    if (!text.empty() && std::find(known.begin(), known.end(), text) == known.end()) known.push_back(text);
+  }
+  std::string list;
+  for (const std::string &each : known) list += (list.empty() ? "" : ", ") + each;
+  return {kExitNotFound, std::string("no log ") + what + " " + Escape(name), "there are " + list};
+}
+
+uint32_t TypeBits(const std::string &name) {
+  if (const auto number = ParseNumber(name); number && *number != 0 && *number <= kAllTypes) return *number;
+  uint32_t bits = 0;
+  for (uint32_t bit = 1; (bit & kAllTypes) != 0; bit <<= 1) {
+    if (IsSameWord(TypeName(bit), name)) bits |= bit;
+  }
+  if (bits == 0) throw Unknown("type", name, TypeName, kAllTypes);
+  return bits;
+}
+
+}  // namespace
+
+uint32_t LogTypes(const std::vector<std::string> &names) {
+  uint32_t bits = 0;
+  for (const std::string &name : names) bits |= TypeBits(name);
+  return names.empty() ? kAllTypes : bits;
+}
+
+uint32_t LogLevels(const std::string &name) {
+  if (name.empty()) return ZOR_LOG_LEVEL_MASK;
+  for (uint32_t bit = ZOR_LOG_EMERGENCY; bit <= ZOR_LOG_DEBUG; bit <<= 1) {
+    if (IsSameWord(LevelName(bit), name)) return bit | (bit - 1);
+  }
+  throw Unknown("level", name, LevelName, ZOR_LOG_LEVEL_MASK);
+}
+
+}  // namespace zor::ctl

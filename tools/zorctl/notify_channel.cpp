@@ -1,0 +1,179 @@
+#include "zorctl/notify_channel.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <zor/notify_control_wire.h>
+#include <zor/paths.h>
+
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "common/paths.h"
+#include "zorctl/exit_code.h"
+
+namespace zor::ctl {
+namespace {
+
+constexpr char kServer[] = "the notification server";
+
+Failure ServerGone() {
+  return {kExitNoServer, std::string(kServer) + " has gone, or cut us off",
+          "look at its log, start it again, and then this command"};
+}
+
+// errno says why the server could not be reached.
+Failure NotConnected(const std::string &path) {
+  if (errno == EACCES) {
+    return {kExitRefused, "no permission to open " + path, "run this as a user who may"};
+  }
+  return {kExitNoServer, "no notification server listens on " + path,
+          "start notifyserver, or set ZOR_ROOT to the directory that it runs in"};
+}
+
+Failure SystemFailure(const char *what) {
+  return {kExitFailure, std::string(what) + ": " + std::strerror(errno), "look at the limits of the system"};
+}
+
+sockaddr_un ServerAddress(const std::string &path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) {
+    throw Failure(kExitUsage, "the path " + path + " is too long for a socket", "give ZOR_ROOT a shorter one");
+  }
+  path.copy(address.sun_path, path.size());
+  return address;
+}
+
+void CheckControl(uint32_t result) {
+  switch (result) {
+    case ZOR_CONTROL_OK:
+      return;
+    case ZOR_CONTROL_REFUSED:
+      throw Failure(kExitRefused, std::string(kServer) + " answers only root and its own user",
+                    "run this as one of them");
+    case ZOR_CONTROL_UNKNOWN:
+      throw Failure(kExitRefused, std::string(kServer) + " does not know this request",
+                    "use a server and a tool of one version");
+    default:
+      throw Failure(kExitFailure, std::string(kServer) + " could not do it", "raise queue_bytes in its settings");
+  }
+}
+
+}  // namespace
+
+NotifyChannel::NotifyChannel(const Deadline &deadline)
+    : deadline_(deadline), socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+  if (!socket_.valid()) throw SystemFailure("no socket");
+  const std::string path = daemon::FixedPath(ZOR_PATH_NOTIFY_SERVER);
+  const sockaddr_un address = ServerAddress(path);
+  while (::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN) throw NotConnected(path);
+    // A local socket does not say when the server's queue of connections has room again.
+    if (deadline_.over()) throw Failure(kExitTimeOver, std::string(kServer) + " takes no connection", "is it stopped?");
+    ::poll(nullptr, 0, 10);
+  }
+}
+
+ZOR_NOTIFY_MSG NotifyChannel::NewHead(uint32_t module, uint32_t type, size_t dataLength) {
+  if (dataLength > ZOR_NOTIFY_DATA_MAX) {
+    throw Failure(kExitUsage, "a body too large: " + std::to_string(dataLength) + " bytes",
+                  "a notification has at most " + std::to_string(ZOR_NOTIFY_DATA_MAX));
+  }
+  ZOR_NOTIFY_MSG head = {};
+  head.msg_type = type;
+  head.seq = ++sequence_;
+  head.source_id = module_;
+  head.des_id = module;
+  head.ack_tag = ZOR_NOTIFY_ACK_REQUEST;
+  head.data_len = static_cast<uint32_t>(dataLength);
+  return head;
+}
+
+void NotifyChannel::Register(uint32_t module) {
+  module_ = module;
+  const uint32_t data[] = {module, 0};
+  const std::string_view bytes(reinterpret_cast<const char *>(data), sizeof data);
+  ZOR_NOTIFY_MSG head = NewHead(ZOR_NOTIFY_MID_SERVER, ZOR_NOTIFY_TYPE_REGISTER, bytes.size());
+  head.sub_data_len1 = head.sub_data_len2 = sizeof module;
+  Send(head, bytes);
+}
+
+void NotifyChannel::Post(uint32_t module, uint32_t type, std::string_view part1, std::string_view part2) {
+  ZOR_NOTIFY_MSG head = NewHead(module, type, part1.size() + part2.size());
+  head.sub_data_len1 = static_cast<uint32_t>(part1.size());
+  head.sub_data_len2 = static_cast<uint32_t>(part2.size());
+  head.async_flag = 1;
+  Send(head, std::string(part1).append(part2));
+}
+
+std::string NotifyChannel::Ask(uint32_t module, uint32_t type, std::string_view data) {
+  ZOR_NOTIFY_MSG request = NewHead(module, type, data.size());
+  request.sync_tag = 1;
+  request.request_word = ZOR_NOTIFY_DATA_MAX;
+  Send(request, data);
+  for (;;) {
+    ZOR_NOTIFY_MSG answer;
+    std::memcpy(&answer, Receive(sizeof answer).data(), sizeof answer);
+    if (answer.data_len > ZOR_NOTIFY_DATA_MAX) throw ServerGone();
+    std::string answerData = Receive(answer.data_len);
+    const bool isAnswer = answer.sync_tag == 1 && answer.ack_tag == ZOR_NOTIFY_ACK_ANSWER;
+    if (isAnswer && answer.msg_type == type && answer.seq == request.seq) return answerData;
+  }
+}
+
+nlohmann::json NotifyChannel::List() {
+  const std::string answer = Ask(ZOR_NOTIFY_MID_SERVER, ZOR_NOTIFY_CONTROL_LIST, {});
+  uint32_t result = ZOR_CONTROL_UNKNOWN;  // what a server from before this request answers: nothing
+  if (answer.size() >= sizeof result) std::memcpy(&result, answer.data(), sizeof result);
+  CheckControl(result);
+  nlohmann::json list = nlohmann::json::parse(answer.substr(sizeof result), nullptr, false);
+  if (list.is_object()) return list;
+  throw Failure(kExitFailure, std::string(kServer) + " answers with something that is not JSON",
+                "use a server and a tool of one version");
+}
+
+void NotifyChannel::Await(short events) {
+  pollfd watched = {socket_.get(), events, 0};
+  int ready = 0;
+  while (ready <= 0) {
+    ready = ::poll(&watched, 1, deadline_.pollTimeout());
+    if (ready < 0 && errno != EINTR) throw SystemFailure("poll");
+    if (ready <= 0 && deadline_.over()) {
+      throw Failure(kExitTimeOver, "no answer in time", "see whether the module is stuck, or give more --timeout");
+    }
+  }
+}
+
+void NotifyChannel::Send(const ZOR_NOTIFY_MSG &head, std::string_view data) {
+  std::string bytes(reinterpret_cast<const char *>(&head), sizeof head);
+  bytes.append(data);
+  for (size_t sent = 0; sent < bytes.size();) {
+    const ssize_t count = ::send(socket_.get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+    if (count >= 0) {
+      sent += static_cast<size_t>(count);
+    } else if (errno == EAGAIN) {
+      Await(POLLOUT);
+    } else if (errno != EINTR) {
+      throw ServerGone();
+    }
+  }
+}
+
+std::string NotifyChannel::Receive(size_t length) {
+  std::string bytes(length, '\0');
+  for (size_t received = 0; received < length;) {
+    Await(POLLIN);
+    const ssize_t count = ::recv(socket_.get(), bytes.data() + received, length - received, 0);
+    if (count > 0) {
+      received += static_cast<size_t>(count);
+    } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+      throw ServerGone();
+    }
+  }
+  return bytes;
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,46 @@
+// A connection to the notification server by its wire format (zor/notify_wire.h). The library's client would not do: it
+// registers always, waits for minutes and tells on standard output what went wrong.
+#ifndef ZORCTL_NOTIFY_CHANNEL_H
+#define ZORCTL_NOTIFY_CHANNEL_H
+
+#include <zor/notify_wire.h>
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+
+#include "common/fd.h"
+#include "zorctl/deadline.h"
+
+namespace zor::ctl {
+
+class NotifyChannel {
+ public:
+  // Connects. All of it throws Failure with a text for the user.
+  explicit NotifyChannel(const Deadline &deadline);
+
+  void Register(uint32_t module);
+  // An asynchronous notification of one part or two.
+  void Post(uint32_t module, uint32_t type, std::string_view part1, std::string_view part2);
+  // A synchronous one, and the data of its answer. The server answers for a module that is not there, without data.
+  std::string Ask(uint32_t module, uint32_t type, std::string_view data);
+  // The server itself and the modules that are connected. Needs no registration.
+  nlohmann::json List();
+
+ private:
+  ZOR_NOTIFY_MSG NewHead(uint32_t module, uint32_t type, size_t dataLength);
+  void Send(const ZOR_NOTIFY_MSG &head, std::string_view data);
+  std::string Receive(size_t length);
+  // Waits until the socket is ready for these events.
+  void Await(short events);
+
+  Deadline deadline_;
+  daemon::Fd socket_;
+  uint32_t module_ = 0;
+  uint32_t sequence_ = 0;
+};
+
+}  // namespace zor::ctl
+
+#endif

@@ -1,0 +1,31 @@
+#include "zorctl/seconds.h"
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <string>
+
+namespace zor::ctl {
+namespace {
+
+std::string CheckSeconds(const std::string &text) {
+  double seconds = 0;
+  if (!CLI::detail::lexical_cast(text, seconds) || !(seconds >= 0.001 && seconds <= kMaxTimeoutSeconds)) {
+    return "not a time of 0.001 to " + std::to_string(static_cast<long>(kMaxTimeoutSeconds)) + " seconds";
+  }
+  return {};
+}
+
+}  // namespace
+
+void AddSeconds(CLI::App &app, const char *name, double &seconds, const char *purpose) {
+  app.add_option(name, seconds, purpose)
+      ->check(CLI::Validator(CheckSeconds, ""))
+      ->type_name("SECONDS")
+      ->capture_default_str();
+}
+
+Milliseconds FromSeconds(double seconds) {
+  return Milliseconds(std::llround(seconds * 1000));
+}
+
+}  // namespace zor::ctl

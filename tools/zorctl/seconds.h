@@ -1,0 +1,20 @@
+// Times on the command line: seconds, fractions allowed, never without an end.
+#ifndef ZORCTL_SECONDS_H
+#define ZORCTL_SECONDS_H
+
+#include "zorctl/deadline.h"
+
+namespace CLI {
+class App;
+}
+
+namespace zor::ctl {
+
+// Adds an option for a time, which starts with what the variable holds.
+void AddSeconds(CLI::App &app, const char *name, double &seconds, const char *purpose);
+
+Milliseconds FromSeconds(double seconds);
+
+}  // namespace zor::ctl
+
+#endif

@@ -1,0 +1,107 @@
+#include "zorctl/statistic.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <zor/mlog.h>
+#include <zor/paths.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "common/paths.h"
+#include "zorctl/exit_code.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+constexpr char kServer[] = "the logging daemon";
+
+Failure NoAnswer() {
+  return {kExitTimeOver, std::string(kServer) + " has not answered in time",
+          "see whether mlogserver is busy or stopped, or give more --timeout"};
+}
+
+Failure Absent() {
+  return {kExitNoServer, std::string(kServer) + " is absent",
+          "start mlogserver, or set ZOR_ROOT to the directory that it runs in"};
+}
+
+// A socket of our own, to which the daemon answers. Connected, so that it can be waited for until the daemon's queue
+// has room; the library would wait without bound.
+class StatisticSocket {
+ public:
+  StatisticSocket() : name_("zorctl_" + std::to_string(::getpid())) {
+    if (mlog_socket_open(name_.c_str(), &fd_) == 0) {
+      Connect();
+      return;
+    }
+    const std::string directory = daemon::FixedPath(ZOR_PATH_MLOG_DIR);
+    if (errno == EACCES) {
+      throw Failure(kExitRefused, "no permission to make a socket in " + directory, "run this as a user who may");
+    }
+    throw Absent();
+  }
+  StatisticSocket(const StatisticSocket &) = delete;
+  StatisticSocket &operator=(const StatisticSocket &) = delete;
+  ~StatisticSocket() { mlog_socket_close(fd_, name_.c_str()); }
+
+  int fd() const { return fd_; }
+
+  void Await(short events, const Deadline &deadline) const {
+    pollfd watched = {fd_, events, 0};
+    while (::poll(&watched, 1, deadline.pollTimeout()) <= 0) {
+      if (deadline.over()) throw NoAnswer();
+    }
+  }
+
+ private:
+  void Connect() {
+    const std::string path = daemon::FixedPath(std::string(ZOR_PATH_MLOG_DIR) + ZOR_MLOG_SERVER_NAME);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (::connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return;
+    mlog_socket_close(fd_, name_.c_str());
+    throw Absent();
+  }
+
+  std::string name_;
+  int32_t fd_ = -1;
+};
+
+ZOR_MLOG_MSG Question(const std::string &name) {
+  if (name.size() >= ZOR_MLOG_STAT_TEXT_SIZE) {
+    throw Failure(kExitUsage, "the name of a statistic is too long", "it has at most 255 bytes");
+  }
+  ZOR_MLOG_STAT stat = {};
+  name.copy(stat.name, sizeof stat.name - 1);
+  ZOR_MLOG_MSG question = {ZOR_MLOG_GET_STAT, sizeof stat, {}};
+  std::memcpy(question.data, &stat, sizeof stat);
+  return question;
+}
+
+}  // namespace
+
+std::string AskStatistic(const std::string &name, const Deadline &deadline) {
+  const ZOR_MLOG_MSG question = Question(name);
+  const StatisticSocket socket;
+  socket.Await(POLLOUT, deadline);
+  if (mlog_send_msg(socket.fd(), &question, ZOR_MLOG_SERVER_NAME) != 0) throw Absent();
+  socket.Await(POLLIN, deadline);
+  ZOR_MLOG_MSG answer;
+  ZOR_MLOG_STAT stat;
+  if (mlog_recv_msg(socket.fd(), &answer, 1, nullptr, 0) != 0 || answer.length != sizeof stat) {
+    throw Failure(kExitFailure, std::string(kServer) + " answers with something that is no statistic",
+                  "use a daemon and a tool of one version");
+  }
+  std::memcpy(&stat, answer.data, sizeof stat);
+  const std::string value(FieldText(stat.value, sizeof stat.value));
+  if (!value.empty()) return value;
+  throw Failure(kExitNotFound, std::string(kServer) + " has no statistic " + Escape(name),
+                "a daemon must have set it since mlogserver was started");
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,30 @@
+// Values of the configuration store, through the platform's functions. All of it throws Failure with a text for the
+// user.
+#ifndef ZORCTL_STORE_VALUE_H
+#define ZORCTL_STORE_VALUE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "zorctl/value.h"
+
+namespace zor::ctl {
+
+// The most that the tool reads or writes as one value.
+constexpr size_t kMaxStoreValue = 16u << 20;
+
+std::string ReadParameter(uint32_t parameter, uint32_t instance);
+std::string ReadAppData(uint32_t item);
+Pairs ReadObject(uint32_t objectClass, uint32_t instance);
+
+void WriteParameter(uint32_t parameter, uint32_t instance, const std::string &value);
+void WriteAppData(uint32_t item, const std::string &value);
+// Sets these values of an instance; the others stay.
+void WriteObject(uint32_t objectClass, uint32_t instance, const Pairs &values);
+// Adds an instance; its number.
+uint32_t AddObject(uint32_t objectClass, const Pairs &values);
+
+}  // namespace zor::ctl
+
+#endif

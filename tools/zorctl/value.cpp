@@ -1,0 +1,112 @@
+#include "zorctl/value.h"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "zorctl/exit_code.h"
+#include "zorctl/number.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+std::string HexBytes(std::string_view text) {
+  std::string bytes;
+  for (size_t i = 0; i + 1 < text.size(); i += 2) {
+    unsigned value = 0;
+    const auto [end, error] = std::from_chars(text.data() + i, text.data() + i + 2, value, 16);
+    if (error != std::errc() || end != text.data() + i + 2) break;
+    bytes += static_cast<char>(value);
+  }
+  if (bytes.size() * 2 == text.size()) return bytes;
+  throw Failure(kExitUsage, "not hexadecimal: " + Escape(text), "write two digits for each byte, such as 0aff");
+}
+
+std::string WordBytes(std::string_view text) {
+  const auto number = ParseNumber(text);
+  if (!number) throw Failure(kExitUsage, "no 32-bit number: " + Escape(text), "write it as 17 or 0x11");
+  return {reinterpret_cast<const char *>(&*number), sizeof *number};
+}
+
+std::string FileBytes(const std::string &path, size_t limit) {
+  std::ifstream file(path, std::ios::binary);
+  std::string bytes(limit + 1, '\0');
+  if (file) file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  if (!file.is_open() || file.bad() || (file.fail() && !file.eof())) {
+    throw Failure(kExitUsage, "cannot read " + Escape(path) + ": " + std::strerror(errno), "name a readable file");
+  }
+  bytes.resize(static_cast<size_t>(file.gcount()));
+  if (bytes.size() <= limit) return bytes;
+  throw Failure(kExitUsage, Escape(path) + " is too large", "at most " + std::to_string(limit) + " bytes are taken");
+}
+
+std::string ToHex(std::string_view bytes) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const char each : bytes) {
+    const auto byte = static_cast<unsigned char>(each);
+    text.append(1, kDigits[byte >> 4]).append(1, kDigits[byte & 15]);
+  }
+  return text;
+}
+
+// A text that is printable as it is, with its NUL or without.
+std::optional<std::string_view> TextOf(std::string_view bytes) {
+  const std::string_view text = bytes.ends_with('\0') ? bytes.substr(0, bytes.size() - 1) : bytes;
+  return text.empty() || !IsPrintable(text) ? std::nullopt : std::optional(text);
+}
+
+std::optional<uint32_t> NumberOf(std::string_view bytes) {
+  uint32_t number;
+  if (bytes.size() != sizeof number) return std::nullopt;
+  std::memcpy(&number, bytes.data(), sizeof number);
+  return number;
+}
+
+}  // namespace
+
+Pairs ParsePairs(const std::vector<std::string> &words) {
+  Pairs pairs;
+  for (const std::string &word : words) {
+    const size_t equals = word.find('=');
+    if (equals == 0 || equals == word.npos) {
+      throw Failure(kExitUsage, "not of the form NAME=VALUE: " + Escape(word), "quote a value that has blanks");
+    }
+    pairs.emplace_back(word.substr(0, equals), word.substr(equals + 1));
+  }
+  return pairs;
+}
+
+void AddFormatOption(CLI::App &app, std::string &format) {
+  app.add_option("--as", format, "How a value is written: text, string (text and its NUL), hex, u32 or file")
+      ->check(CLI::IsMember({"text", "string", "hex", "u32", "file"}))
+      ->type_name("FORMAT")
+      ->capture_default_str();
+}
+
+std::string BytesOf(const std::string &word, std::string_view format, size_t limit) {
+  if (format == "hex") return HexBytes(word);
+  if (format == "u32") return WordBytes(word);
+  if (format == "file") return FileBytes(word, limit);
+  return format == "string" ? word + '\0' : word;
+}
+
+std::string ShowBytes(std::string_view bytes) {
+  if (const auto text = TextOf(bytes)) return std::string(*text);
+  if (const auto number = NumberOf(bytes)) return std::to_string(*number) + " (" + HexText(*number) + ")";
+  return ToHex(bytes);
+}
+
+nlohmann::json BytesJson(std::string_view bytes) {
+  nlohmann::json json = {{"size", bytes.size()}, {"hex", ToHex(bytes)}};
+  if (const auto text = TextOf(bytes)) json["text"] = *text;
+  if (const auto number = NumberOf(bytes)) json["u32"] = *number;
+  return json;
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,67 @@
+#include <zor/event.h>
+#include <zor/msg_wire.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "zorctl/bus.h"
+#include "zorctl/event.h"
+#include "zorctl/output.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+class ListenVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_option("MODULE", modules_, "Only events of these modules (or types); none: all events")->type_name("");
+    app.add_option("--limit", limit_, "End after so many events; when they do not come in time, that is a failure")
+        ->type_name("N");
+    app.add_flag("-v,--verbose", verbose_, "Say on standard error when events begin to be received");
+  }
+
+  ExitCode Run(const Common &common) override {
+    std::set<uint32_t> types;
+    for (const std::string &module : modules_) types.insert(EventTypeOf(module));
+    const Deadline deadline = common.deadline();
+    daemon::StopSignal stop;
+    Bus bus(deadline);
+    bus.StopWith(stop);
+    Subscribe(bus, types, deadline);
+    if (verbose_) std::fputs("zorctl listen: listening\n", stderr);
+    uint64_t count = 0;
+    while (const std::optional<Message> message = bus.Receive(deadline)) {
+      if (!IsEvent(message->type)) continue;
+      Print(EventLine(*message));
+      Flush();
+      if (++count == limit_) return kExitOk;
+    }
+    if (limit_ == 0 || bus.stopped()) return kExitOk;
+    throw Failure(kExitTimeOver, std::to_string(count) + " of " + std::to_string(limit_) + " events came in time",
+                  "see whether the publisher runs, or give more --timeout");
+  }
+
+ private:
+  static void Subscribe(Bus &bus, const std::set<uint32_t> &types, const Deadline &deadline) {
+    for (const uint32_t type : types) bus.Send({ZOR_MSG_SUBSCRIBE_EVENT, "", type, ""}, deadline);
+    if (types.empty()) bus.Send({ZOR_MSG_SUBSCRIBE_EVENT, "", ZOR_EVT_ALL, ""}, deadline);
+    bus.CountProcesses(bus.name(), deadline);  // answered after it has subscribed us, which it does not answer
+  }
+
+  std::vector<std::string> modules_;
+  uint64_t limit_ = 0;
+  bool verbose_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeListenVerb() {
+  return std::make_unique<ListenVerb>();
+}
+
+}  // namespace zor::ctl

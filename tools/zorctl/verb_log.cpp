@@ -1,0 +1,191 @@
+// The user-visible log, as the daemon "syslog" renders it. It answers queries by writing a file; following the log is
+// asking again and again, and printing what was not there before.
+#include <unistd.h>
+#include <zor/log.h>
+#include <zor/platform/file.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/paths.h"
+#include "zorctl/bus.h"
+#include "zorctl/log_lines.h"
+#include "zorctl/log_names.h"
+#include "zorctl/output.h"
+#include "zorctl/seconds.h"
+#include "zorctl/statistic.h"
+#include "zorctl/text.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+constexpr uint32_t kRefused = 0xffffffff;
+// Lines that each query of --follow asks for. When none of them was in the one before, more have come than that.
+constexpr uint32_t kFollowWindow = 200;
+
+// The place of a result: one of our own, directly in the daemon's directory. Nothing is left there.
+class ResultFile {
+ public:
+  explicit ResultFile(const std::string &directory)
+      : fixedPath_(directory + "/zorctl." + std::to_string(::getpid())), path_(daemon::FixedPath(fixedPath_)) {
+    if (fixedPath_.size() < ZOR_LOG_QUERY_TEXT_SIZE) return;
+    throw Failure(kExitUsage, "the directory " + directory + " has too long a name", "a query names 63 characters");
+  }
+  ResultFile(const ResultFile &) = delete;
+  ResultFile &operator=(const ResultFile &) = delete;
+  ~ResultFile() { ::unlink(path_.c_str()); }
+
+  const std::string &fixedPath() const { return fixedPath_; }
+
+  std::string Text() const {
+    void *buffer = nullptr;
+    uint32_t length = 0;
+    const uint32_t status = ZOR_UTIL_ReadFileToBuf(path_.c_str(), &buffer, &length);
+    const std::unique_ptr<void, decltype(&std::free)> owner(buffer, &std::free);
+    if (status == ZOR_FILE_OK) return {static_cast<const char *>(buffer), length};
+    if (::access(path_.c_str(), R_OK) != 0 && errno == EACCES) {
+      throw Failure(kExitRefused, "no permission to read the result in " + path_,
+                    "run this as the daemon's user or a member of its group");
+    }
+    throw Failure(kExitFailure, "the result in " + path_ + " cannot be read", "does the daemon run in this ZOR_ROOT?");
+  }
+
+ private:
+  std::string fixedPath_;
+  std::string path_;
+};
+
+class LogVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_option("--type", types_, "Only records of these types (names as in the log, or bits)")
+        ->delimiter(',')
+        ->type_name("TYPE");
+    app.add_option("--level", level_, "Only records as severe as that, or more: emergency ... debug")
+        ->type_name("LEVEL");
+    app.add_option("--count", count_, "How many of the newest records; 0: all")->type_name("N")->capture_default_str();
+    app.add_option("--language", language_, "Of the texts: en, or zh for the second language")
+        ->check(CLI::IsMember({"en", "zh"}))
+        ->capture_default_str();
+    app.add_option("--directory", directory_, "Where the daemon may write results (its setting query_directory)")
+        ->capture_default_str()
+        ->type_name("PATH");
+    CLI::Option *follow = app.add_flag("--follow", follow_, "Go on with what comes, until Ctrl-C or --for is over");
+    AddSeconds(app, "--for", followSeconds_, "How long to follow the log");
+    AddSeconds(app, "--interval", intervalSeconds_, "Time between two looks with --follow");
+    app.add_option("--stat", statistic_, "Instead: a statistic by its name, of the logging daemon mlogserver")
+        ->excludes(follow)
+        ->type_name("NAME");
+  }
+
+  ExitCode Run(const Common &common) override {
+    json_ = common.json;
+    if (!statistic_.empty()) return PrintStatistic(common);
+    const uint32_t typeLevel = LogTypes(types_) << ZOR_LOG_TYPE_SHIFT | LogLevels(level_);
+    Bus bus(common.deadline());
+    // What is old is told later by what is there now, so --follow looks at more than it prints.
+    const uint32_t count = follow_ && count_ != 0 ? std::max(count_, kFollowWindow) : count_;
+    Lines lines = Query(bus, typeLevel, count, common.deadline());
+    PrintLines(lines, count_ != 0 && lines.size() > count_ ? lines.size() - count_ : 0);
+    if (follow_) Follow(bus, typeLevel, std::move(lines), common);
+    return kExitOk;
+  }
+
+ private:
+  Lines Query(Bus &bus, uint32_t typeLevel, uint32_t count, const Deadline &deadline) const {
+    const ResultFile result(directory_);
+    ZOR_LOG_QUERY query = {};
+    query.selector = language_ == "zh" ? ZOR_LOG_SECOND_LANGUAGE : 0;
+    query.typeLevel = typeLevel;
+    query.count = count;
+    result.fixedPath().copy(query.text, sizeof query.text - 1);
+    const std::string body(reinterpret_cast<const char *>(&query), sizeof query);
+    const Message answer = bus.Request({ZOR_LOG_MSG_QUERY, ZOR_LOG_DAEMON_NAME, 0, body}, deadline);
+    if (answer.data != kRefused) return SplitLines(result.Text());
+    throw Failure(kExitRefused, "the daemon refused the query",
+                  "its setting query_directory must be " + directory_ + ", and it must be able to write there");
+  }
+
+  void Follow(Bus &bus, uint32_t typeLevel, Lines before, const Common &common) {
+    daemon::StopSignal stop;
+    bus.StopWith(stop);
+    const Deadline deadline(FromSeconds(followSeconds_));
+    bool absent = false;
+    for (;;) {
+      const Deadline next = deadline.Within(FromSeconds(intervalSeconds_));
+      while (bus.Receive(next)) continue;
+      if (bus.stopped() || deadline.over()) return;
+      try {
+        before = PrintNew(bus, typeLevel, before, common.deadline());
+        absent = false;
+      } catch (const Failure &failure) {
+        // It may be about to start again; what it kept comes then.
+        if (failure.code != kExitNotFound) throw;
+        if (!std::exchange(absent, true))
+          std::fputs("zorctl log: the daemon syslog has gone; waiting for it\n", stderr);
+      }
+    }
+  }
+
+  Lines PrintNew(Bus &bus, uint32_t typeLevel, const Lines &before, const Deadline &deadline) const {
+    Lines now = Query(bus, typeLevel, kFollowWindow, deadline);
+    size_t seen = CountSeen(before, now);
+    if (seen == 0 && !before.empty() && now.size() == kFollowWindow) {
+      now = Query(bus, typeLevel, 0, deadline);
+      seen = CountSeen(before, now);
+    }
+    PrintLines(now, seen);
+    return now;
+  }
+
+  void PrintLines(const Lines &lines, size_t from) const {
+    for (size_t i = from; i < lines.size(); ++i) {
+      if (!json_) {
+        Print(Escape(lines[i]) + "\n");
+      } else if (const auto line = ParseLogLine(lines[i])) {
+        PrintJson({{"time", line->time}, {"type", line->type}, {"level", line->level}, {"text", line->text}});
+      } else {
+        PrintJson({{"text", lines[i]}});
+      }
+    }
+    Flush();
+  }
+
+  ExitCode PrintStatistic(const Common &common) const {
+    const std::string value = AskStatistic(statistic_, common.deadline());
+    if (json_) {
+      PrintJson({{"name", statistic_}, {"value", value}});
+    } else {
+      Print(Escape(value) + "\n");
+    }
+    return kExitOk;
+  }
+
+  std::vector<std::string> types_;
+  std::string level_;
+  uint32_t count_ = 50;
+  std::string language_ = "en";
+  std::string directory_ = "/var/syslog";
+  bool follow_ = false;
+  double followSeconds_ = 3600;
+  double intervalSeconds_ = 1;
+  std::string statistic_;
+  bool json_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeLogVerb() {
+  return std::make_unique<LogVerb>();
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,173 @@
+#include <zor/notifyclt.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "zorctl/notify_channel.h"
+#include "zorctl/number.h"
+#include "zorctl/output.h"
+#include "zorctl/people.h"
+#include "zorctl/table.h"
+#include "zorctl/text.h"
+#include "zorctl/value.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+using Json = nlohmann::json;
+using Align = Table::Align;
+
+// An id without a name, so that nobody's notifications come here while we are connected.
+constexpr char kOwnModule[] = "102";
+
+std::string ModuleName(uint32_t module) {
+  const char *name = ZOR_NOTIFYCLT_GetNameByMID(module);
+  return name == nullptr ? std::to_string(module) : name;
+}
+
+uint32_t ModuleOf(const std::string &word) {
+  if (const uint32_t module = ZOR_NOTIFYCLT_GetMIDByName(word.c_str()); module != 0) return module;
+  const std::optional<uint32_t> number = ParseNumber(word);
+  const bool isModule = number && *number >= ZOR_NOTIFY_MID_FIRST && *number <= ZOR_NOTIFY_MID_LAST;
+  if (isModule && *number != ZOR_NOTIFY_MID_SERVER) return *number;
+  throw Failure(kExitNotFound, "no module " + Escape(word), "give a name that zorctl notify --list shows, or 1 to 102");
+}
+
+bool IsConnected(const Json &list, uint32_t module) {
+  const Json clients = list.value("clients", Json::array());
+  return std::any_of(clients.begin(), clients.end(),
+                     [module](const Json &client) { return client.value("module", 0u) == module; });
+}
+
+class NotifyVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_option("MODULE", module_, "The module, by name or number")->type_name("");
+    app.add_option("TYPE", type_, "The notification's type, a number")->type_name("");
+    app.add_option("DATA", part1_, "What it carries")->type_name("");
+    app.add_option("DATA2", part2_, "The second part of an asynchronous one")->type_name("");
+    AddFormatOption(app, format_);
+    app.add_flag("--sync", sync_, "Wait for the answer and print it");
+    app.add_option("--from", from_, "The module to send as")->type_name("MODULE")->capture_default_str();
+    app.add_flag("--list", list_, "Instead: the modules that are connected");
+  }
+
+  ExitCode Run(const Common &common) override {
+    if (list_) return List(common);
+    CheckArguments();
+    const uint32_t module = ModuleOf(module_);
+    const uint32_t type = TypeNumber();
+    const uint32_t from = ModuleOf(from_);
+    const std::string part1 = Bytes(part1_);
+    const std::string part2 = Bytes(part2_);
+    NotifyChannel channel(common.deadline());
+    CheckConnected(channel, module);
+    channel.Register(from);
+    if (sync_) {
+      PrintAnswer(channel.Ask(module, type, part1), common);
+    } else {
+      channel.Post(module, type, part1, part2);
+      // Asked after the notification, answered when that has been passed on. Nobody has the server's own id.
+      channel.Ask(ZOR_NOTIFY_MID_SERVER, type, {});
+      if (common.json) PrintJson({{"module", module}, {"type", type}, {"bytes", part1.size() + part2.size()}});
+    }
+    return kExitOk;
+  }
+
+ private:
+  ExitCode List(const Common &common) const {
+    if (!module_.empty()) throw Failure(kExitUsage, "--list takes no module", "leave it out");
+    const Json answer = NotifyChannel(common.deadline()).List();
+    if (common.json) {
+      PrintJson(answer);
+      return kExitOk;
+    }
+    Table table({{"MODULE"},
+                 {"ID", Align::kRight},
+                 {"PID", Align::kRight},
+                 {"USER"},
+                 {"SINCE"},
+                 {"WAITING", Align::kRight},
+                 {"PENDING", Align::kRight},
+                 {"IN", Align::kRight},
+                 {"OUT", Align::kRight},
+                 {"DROPPED", Align::kRight}});
+    for (const Json &client : answer.value("clients", Json::array())) table.Add(RowOf(client));
+    table.Print();
+    return kExitOk;
+  }
+
+  static Table::Row RowOf(const Json &client) {
+    const auto count = [&client](const char *key) { return std::to_string(client.value(key, uint64_t{0})); };
+    const Json waiting = client.value("waiting", Json::object());
+    return {ModuleName(client.value("module", 0u)),
+            count("module"),
+            count("pid"),
+            UserName(client.value("uid", uid_t{0})),
+            TimeText(client.value("since", std::time_t{0})),
+            std::to_string(waiting.value("bytes", uint64_t{0}) + waiting.value("socket", uint64_t{0})),
+            std::to_string(client.value("pending", Json::array()).size()),
+            count("in"),
+            count("out"),
+            count("dropped")};
+  }
+
+  void CheckArguments() const {
+    if (module_.empty() || type_.empty()) {
+      throw Failure(kExitUsage, "a module and a type are needed, or --list", "zorctl notify --help explains it");
+    }
+    if (sync_ && !part2_.empty()) {
+      throw Failure(kExitUsage, "a synchronous notification has one part", "leave out --sync or the second part");
+    }
+  }
+
+  uint32_t TypeNumber() const {
+    if (const auto number = ParseNumber(type_)) return *number;
+    throw Failure(kExitUsage, "no type of a notification: " + Escape(type_), "write it as 33 or 0x21");
+  }
+
+  std::string Bytes(const std::string &part) const {
+    return part.empty() ? part : BytesOf(part, format_, ZOR_NOTIFY_DATA_MAX);
+  }
+
+  // The server says nothing of modules that are not there, and only some users may ask it.
+  static void CheckConnected(NotifyChannel &channel, uint32_t module) {
+    try {
+      if (IsConnected(channel.List(), module)) return;
+    } catch (const Failure &failure) {
+      if (failure.code != kExitRefused) throw;
+      return;
+    }
+    throw Failure(kExitNotFound, "module " + ModuleName(module) + " is not connected",
+                  "zorctl notify --list shows those that are");
+  }
+
+  static void PrintAnswer(const std::string &answer, const Common &common) {
+    if (common.json) {
+      PrintJson(BytesJson(answer));
+    } else if (!answer.empty()) {
+      Print(ShowBytes(answer) + "\n");
+    }
+  }
+
+  std::string module_;
+  std::string type_;
+  std::string part1_;
+  std::string part2_;
+  std::string format_ = "text";
+  bool sync_ = false;
+  std::string from_ = kOwnModule;
+  bool list_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeNotifyVerb() {
+  return std::make_unique<NotifyVerb>();
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,117 @@
+#include <zor/dmmsg.h>
+#include <zor/event.h>
+#include <zor/msg_head.h>
+#include <zor/platform/system.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "zorctl/bus.h"
+#include "zorctl/event.h"
+#include "zorctl/output.h"
+#include "zorctl/text.h"
+#include "zorctl/value.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr char kItemBroker[] = "mic";  // where events of items go
+
+// The text behind the option, or in the file that it names with "@".
+Json ParsePayload(const std::string &word) {
+  const bool isFile = word.starts_with('@');
+  const Json payload =
+      Json::parse(BytesOf(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody), nullptr, false);
+  if (!payload.is_discarded()) return payload;
+  throw Failure(kExitUsage, "the payload is not JSON", "quote it for the shell: --json-payload '{\"port\":1}'");
+}
+
+struct FreeDm {
+  void operator()(ZOR_DMMSG_HEAD *dm) const noexcept { ZOR_DMMSG_Free(dm); }
+};
+
+std::string ItemBody(const std::string &event, const Pairs &pairs) {
+  ZOR_DMMSG_HEAD *made = nullptr;
+  uint32_t status = ZOR_DMMSG_Builder(&made, kItemBroker, 0);
+  const auto append = [&](const std::string &name, const std::string &value) {
+    const auto length = static_cast<uint32_t>(value.size() + 1);
+    if (status == 0) status = ZOR_DMMSG_AppendItem(&made, 0, name.c_str(), value.c_str(), length);
+  };
+  append("EventType", event);
+  for (const auto &[name, value] : pairs) append(name, value);
+  const std::unique_ptr<ZOR_DMMSG_HEAD, FreeDm> dm(made);
+  if (status != 0) throw Failure(kExitFailure, "no memory for the event", "publish less");
+  dm->capacity -= std::exchange(dm->free, 0);
+  return {reinterpret_cast<const char *>(dm.get()), dm->capacity};
+}
+
+class PublishVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_option("MODULE", module_, "The module that the event belongs to, or the event's message type")
+        ->required()
+        ->type_name("");
+    app.add_option("EVENT", event_, "The event's name (EventType)")->required()->type_name("");
+    CLI::Option *items = app.add_option("NAME=VALUE", items_, "What the event says, as texts")->type_name("");
+    app.add_option("--json-payload", payload_, "What the event says, as JSON; @FILE takes it from a file")
+        ->excludes(items)
+        ->type_name("TEXT");
+  }
+
+  ExitCode Run(const Common &common) override {
+    const uint32_t type = EventTypeOf(module_);
+    const Outgoing event = IsJsonEvent(type) ? JsonEvent(type) : ItemEvent(type);
+    const Deadline deadline = common.deadline();
+    Bus bus(deadline);
+    bus.Send(event, deadline);
+    bus.CountProcesses(bus.name(), deadline);  // answered after it has passed the event on
+    if (common.json) PrintJson({{"type", type}, {"event", event_}, {"bytes", event.body.size()}});
+    return kExitOk;
+  }
+
+ private:
+  Outgoing JsonEvent(uint32_t type) const {
+    Json payload = Json::object();
+    for (const auto &[name, value] : ParsePairs(items_)) payload[name] = value;
+    if (!payload_.empty()) payload = ParsePayload(payload_);
+    const char *module = ZOR_EVT_GetEventModuleNameByEventType(type);
+    const Json event = {{"Method", "notify"},
+                        {"Module", module == nullptr ? module_ : module},
+                        {"EventType", event_},
+                        {"Timestamp", ZOR_UTIL_GetCurrUTCTimeStamp()},
+                        {"Payload", payload}};
+    return {type, "", 0, event.dump(-1, ' ', false, Json::error_handler_t::replace)};
+  }
+
+  Outgoing ItemEvent(uint32_t type) const {
+    if (!payload_.empty()) {
+      throw Failure(kExitUsage, "events of " + Escape(module_) + " carry texts, not JSON", "give NAME=VALUE ...");
+    }
+    if (items_.empty()) {
+      throw Failure(kExitUsage, "an event of " + Escape(module_) + " without a text reaches nobody",
+                    "give NAME=VALUE ...");
+    }
+    return {type, kItemBroker, 0, ItemBody(event_, ParsePairs(items_))};
+  }
+
+  std::string module_;
+  std::string event_;
+  std::vector<std::string> items_;
+  std::string payload_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakePublishVerb() {
+  return std::make_unique<PublishVerb>();
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,79 @@
+#include <zor/msg_wire.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "zorctl/bus.h"
+#include "zorctl/output.h"
+#include "zorctl/text.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+void CopyText(const std::string &text, const char *what, char (&field)[ZOR_MSG_RESTFUL_NAME_SIZE]) {
+  if (text.size() >= sizeof field) {
+    throw Failure(kExitUsage, std::string("the ") + what + " is too long", "it has at most 63 bytes");
+  }
+  text.copy(field, text.size());
+}
+
+class RestVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_option("PREFIX", prefix_, "The path that a daemon has registered")->required()->type_name("");
+    app.add_option("NAME", name_, "The procedure's name beneath it")->required()->type_name("");
+    app.add_option("DATA", data_, "The text that it gets")->type_name("");
+  }
+
+  ExitCode Run(const Common &common) override {
+    const std::string body = Body();
+    const Deadline deadline = common.deadline();
+    Bus bus(deadline);
+    const Message answer = Ask(bus, body, deadline);
+    const std::string text(FieldText(answer.body.data(), answer.body.size()));
+    if (common.json) {
+      PrintJson({{"from", answer.source}, {"answer", text}});
+    } else if (!text.empty()) {
+      Print(EscapeLines(text) + "\n");
+    }
+    return kExitOk;
+  }
+
+ private:
+  std::string Body() const {
+    ZOR_MSG_RESTFUL_HEAD head = {};
+    CopyText(prefix_, "prefix", head.prefix);
+    CopyText(name_, "name", head.name);
+    std::string body(reinterpret_cast<const char *>(&head), sizeof head);
+    return body.append(data_).append(1, '\0');
+  }
+
+  Message Ask(Bus &bus, const std::string &body, const Deadline &deadline) const try {
+    return bus.Request({ZOR_MSG_RESTFUL_REQUEST, "", 0, body}, deadline);
+  } catch (const Failure &failure) {
+    const std::string path = Escape(prefix_ + "/" + name_);
+    switch (failure.code) {
+      case kExitNotFound:
+        throw Failure(kExitNotFound, "no daemon has registered " + path, "zorctl list -v shows the patterns");
+      case kExitTimeOver:
+        throw Failure(kExitTimeOver, "no answer from " + path + " in time",
+                      "a daemon does not answer what it refuses, or a name that it does not have; or it is stuck");
+      default:
+        throw;
+    }
+  }
+
+  std::string prefix_;
+  std::string name_;
+  std::string data_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeRestVerb() {
+  return std::make_unique<RestVerb>();
+}
+
+}  // namespace zor::ctl
