@@ -14,6 +14,9 @@
 #   run ARGUMENT...           zorctl: prints the command, its output, "! " and its errors, "= " and its exit code
 #   run_on_terminal COLUMNS ARGUMENT...   the same on a terminal, output and errors mixed
 #   report COMMAND...         the same for any command
+#   begin ARGUMENT...         as run, in the background; its errors so far are in $work/begun.err
+#   finish                    waits until it ends, and prints what run would have
+#   run_unread ARGUMENT...    as run, into a pipe whose reader has gone
 #   await COMMAND...          until it succeeds; the case fails after ten seconds
 #   normalise                 a filter that a case may define, for what differs from run to run
 set -euo pipefail
@@ -33,10 +36,7 @@ mkdir "$work"
 declare -A pids=()
 
 clean_up() {
-  {
-    for pid in "${pids[@]}"; do kill -KILL "$pid" || true; done
-    wait
-  } 2>/dev/null
+  [ ${#pids[@]} -eq 0 ] || kill -KILL "${pids[@]}" 2>/dev/null || true
   rm -rf "$ZOR_ROOT"
 }
 trap clean_up EXIT
@@ -82,20 +82,22 @@ declare -A ready=([msgsvr]=listening [notifyserver]=listening [mlogserver]=liste
 
 start() {
   local program
+  [ -z "${pids[$1]:-}" ] || kill -KILL "${pids[$1]}" 2>/dev/null || true # the one before it
   for program in "$build/daemons/$1/$1" "$build/examples/$1" "$build/tests/zorctl/$1"; do
     [ ! -x "$program" ] || break
   done
   : >"$ZOR_ROOT/$1.out" # what an earlier process of that name said does not count
   "${emulator[@]}" "$program" "${@:2}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
   pids[$1]=$!
+  disown $! # or its end would be announced
   await grep -q "${ready[$1]:-ready}" "$ZOR_ROOT/$1.out"
 }
 
 report() {
-  local status=0
-  "$@" >"$work/stdout" 2>"$work/stderr" || status=$?
-  cat "$work/stdout"
-  sed 's/^/! /' "$work/stderr"
+  local status=0 errors
+  errors=$(mktemp -p "$work")
+  "$@" 2>"$errors" || status=$?
+  sed 's/^/! /' "$errors"
   echo "= $status"
 }
 
@@ -123,6 +125,37 @@ run_on_terminal() {
   report on_terminal "$@" </dev/null
 }
 
+begin() {
+  : >"$work/begun.err"
+  {
+    local status=0
+    show_command "$@"
+    zorctl "$@" 2>"$work/begun.err" || status=$?
+    sed 's/^/! /' "$work/begun.err"
+    echo "= $status"
+  } >"$work/begun" &
+  begun=$!
+}
+
+finish() {
+  wait "$begun"
+  cat "$work/begun"
+}
+
+unread() { zorctl "${@:2}" 1>&"$1"; }
+
+run_unread() {
+  local pipe
+  mkfifo "$work/unread"
+  : <"$work/unread" &
+  exec {pipe}>"$work/unread"
+  wait $!
+  rm "$work/unread"
+  show_command "$@"
+  report unread "$pipe" "$@"
+  exec {pipe}>&-
+}
+
 normalise() { cat; }
 
 # The tool's own name on the bus, and process ids and times in JSON.
@@ -138,4 +171,5 @@ normalise <"$ZOR_ROOT/actual.raw" | normalise_all >"$ZOR_ROOT/actual"
 if [ -n "${ZOR_UPDATE_GOLDEN:-}" ]; then
   cp "$ZOR_ROOT/actual" "$expected"
 fi
+[ -e "$expected" ] || expected=/dev/null
 diff -u "$expected" "$ZOR_ROOT/actual"

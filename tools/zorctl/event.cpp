@@ -19,18 +19,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;  // the members stay in the publisher's order
 
-// Writing a value takes stack for each level of it, so a deeper one is not taken for JSON.
+// Writing a value takes stack for each level of it.
 constexpr int kMaxDepth = 100;
-
-Json ParseBounded(const std::string &text) {
-  bool tooDeep = false;
-  const auto check = [&tooDeep](int depth, Json::parse_event_t, Json &) {
-    tooDeep = tooDeep || depth > kMaxDepth;
-    return !tooDeep;
-  };
-  Json value = Json::parse(text, check, false);
-  return tooDeep ? Json(Json::value_t::discarded) : value;
-}
 
 // The text of an event of items; empty when it has none.
 std::string ItemText(const Message &event) {
@@ -74,10 +64,20 @@ uint32_t EventTypeOf(const std::string &module) {
   throw Failure(kExitNotFound, "no module " + Escape(module) + " has events", "there are " + KnownModules());
 }
 
+nlohmann::ordered_json ParsePayload(const std::string &text) {
+  bool tooDeep = false;
+  const auto check = [&tooDeep](int depth, Json::parse_event_t, Json &) {
+    tooDeep = tooDeep || depth > kMaxDepth;
+    return !tooDeep;
+  };
+  Json value = Json::parse(ToUtf8(text), check, false);
+  return tooDeep ? Json(Json::value_t::discarded) : value;
+}
+
 std::string EventLine(const Message &event) {
   std::string text = IsJsonEvent(event.type) ? event.body : ItemText(event);
   text.resize(std::strlen(text.c_str()));  // some publishers send the NUL too
-  Json value = ParseBounded(text);
+  const Json value = ParsePayload(text);
   if (!value.is_discarded()) return JsonLine(value);
   const char *module = ZOR_EVT_GetEventModuleNameByEventType(event.type);
   return JsonLine(Json{{"Module", module == nullptr ? Json() : Json(module)}, {"Type", event.type}, {"Text", text}});

@@ -3,6 +3,7 @@
 #define ZORCTL_EVENT_H
 
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 namespace zor::ctl {
@@ -15,6 +16,9 @@ bool IsJsonEvent(uint32_t type);
 
 // The event type of a module, by its name or by the type's number. Failure (not found) for anything else.
 uint32_t EventTypeOf(const std::string &module);
+
+// JSON as events carry it: members in their order, and not too deep. Discarded when it is none.
+nlohmann::ordered_json ParsePayload(const std::string &text);
 
 // A received event as one line of JSON. What its publisher sent need not be JSON at all; such a text becomes a member
 // of an object.

@@ -121,6 +121,14 @@ bool IsPrintable(std::string_view text) {
   return all;
 }
 
+std::string ToUtf8(std::string_view text) {
+  std::string out;
+  ForEachCharacter(text, [&out](std::string_view bytes, bool) {
+    out.append(FirstOf(bytes).length == 0 ? std::string_view("\ufffd") : bytes);
+  });
+  return out;
+}
+
 std::string EscapeJson(std::string_view json) {
   std::string out;
   ForEachCharacter(json, [&out](std::string_view bytes, bool printable) {

@@ -19,6 +19,9 @@ std::string EscapeLines(std::string_view text);
 // Whether the text is UTF-8 without any character that Escape would write otherwise, but for backslashes.
 bool IsPrintable(std::string_view text);
 
+// The text with U+FFFD for every byte that is not UTF-8.
+std::string ToUtf8(std::string_view text);
+
 // JSON with the characters that Escape writes otherwise as \uNNNN. It must be UTF-8.
 std::string EscapeJson(std::string_view json);
 

@@ -26,10 +26,9 @@ using Json = nlohmann::ordered_json;
 constexpr char kItemBroker[] = "mic";  // where events of items go
 
 // The text behind the option, or in the file that it names with "@".
-Json ParsePayload(const std::string &word) {
+Json PayloadOf(const std::string &word) {
   const bool isFile = word.starts_with('@');
-  const Json payload =
-      Json::parse(BytesOf(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody), nullptr, false);
+  const Json payload = ParsePayload(BytesOf(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody));
   if (!payload.is_discarded()) return payload;
   throw Failure(kExitUsage, "the payload is not JSON", "quote it for the shell: --json-payload '{\"port\":1}'");
 }
@@ -81,7 +80,7 @@ class PublishVerb : public Verb {
   Outgoing JsonEvent(uint32_t type) const {
     Json payload = Json::object();
     for (const auto &[name, value] : ParsePairs(items_)) payload[name] = value;
-    if (!payload_.empty()) payload = ParsePayload(payload_);
+    if (!payload_.empty()) payload = PayloadOf(payload_);
     const char *module = ZOR_EVT_GetEventModuleNameByEventType(type);
     const Json event = {{"Method", "notify"},
                         {"Module", module == nullptr ? module_ : module},

@@ -1,0 +1,60 @@
+# Events: publish and listen together.
+normalise() { sed -E 's/"Timestamp":"[^"]*"/"Timestamp":"TIME"/; s/x{9,}/XXX/'; }
+
+listen() { # ARGUMENT...: begins, and waits until it hears
+  begin listen --verbose "$@"
+  await grep -qs listening "$work/begun.err"
+}
+
+run listen
+run publish lan link port=1
+start msgsvr
+
+listen --limit 5
+run publish lan link port=1 state=up
+run publish network lease host=a
+run publish network lease --json-payload '{"hosts":[2,3],"a":{"z":1,"b":null}}' --json
+run publish lan evil text=$'\e[31mred\nline \xc2\x9b \xff\xe2\x80\xae'
+run publish 0x2DA50 odd name=value
+finish
+
+# Only some modules, and those that nobody knows.
+listen lan network --limit 2
+run publish wan up x=1
+run publish lan link port=2
+run publish network lease host=b
+finish
+run listen moon
+run publish moon link port=1
+run publish 0x2DA00 link port=1
+run listen --timeout 0.1
+run listen --timeout 0.1 --limit 1
+
+# Bodies: in a file of the bus, too large, no JSON; and ones that are none.
+head -c 5000 /dev/zero | tr '\0' x | sed 's/.*/"&"/' >"$work/long.json"
+listen --limit 1
+run publish network long --json-payload "@$work/long.json" --json
+finish
+head -c 3000000 /dev/zero | tr '\0' x | sed 's/.*/"&"/' >"$work/big.json"
+run publish network big --json-payload "@$work/big.json"
+run publish network big --json-payload '{"a":'
+run publish network big --json-payload "@$work/absent"
+run publish lan link --json-payload '{}'
+run publish lan link
+run publish lan link port
+
+# A server that ends meanwhile, and output that nobody reads.
+listen
+kill -KILL "$(running msgsvr)"
+finish
+start msgsvr
+publish_often() {
+  while kill -0 "$1"; do
+    zorctl publish lan link port=1
+    sleep 0.05
+  done 2>/dev/null
+}
+publish_often $$ &
+publisher=$!
+run_unread listen
+kill "$publisher"

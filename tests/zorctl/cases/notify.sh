@@ -1,0 +1,42 @@
+normalise() { sed -E "s/[0-9]+  $(id -un) +/PID  USER  /; s/  +/  /g; s/(SINCE|USER  [0-9-]+).*…/\1…/"; }
+answer_awaited() { zorctl notify --list --json | grep -q '"pending":\[{'; }
+
+run notify --list
+start msgsvr
+start notifyserver
+start provider # answers type 0x71 as module cms
+run notify --list
+run notify cms 0x71 what? --sync
+run notify cms 0x71 what? --sync --json
+run notify 8 0x72 0102ff --as hex
+run notify cms 0x72 1 2 --as u32 --from web --json
+run notify --list --json
+
+# Faults.
+run notify web 0x71 hello
+run notify lamp 0x71 hello
+run notify 30 0x71 hello
+run notify cms lots
+run notify cms 0x71 one two --sync
+run notify cms 0x71 0f0 --as hex
+head -c 8388609 /dev/zero >"$work/big"
+run notify cms 0x71 "$work/big" --as file
+run notify cms 0x71 "$work/absent" --as file
+run notify --list web
+run_unread notify --list
+run_on_terminal 40 notify --list
+
+# The module is stuck; then it ends while it is asked; then the server does.
+kill -STOP "$(running provider)"
+run notify cms 0x71 what? --sync --timeout 0.2
+begin notify cms 0x71 what? --sync --timeout 20
+await answer_awaited
+kill -KILL "$(running provider)"
+finish
+start provider
+kill -STOP "$(running provider)"
+begin notify cms 0x71 what? --sync --timeout 20
+await answer_awaited
+kill -KILL "$(running notifyserver)"
+finish
+run notify cms 0x71 what?
