@@ -40,14 +40,18 @@ sub text_lines {
     $sentence =~ s/("[^"]*")/$1 =~ tr, ,\x01,r/ge;
     my @words;
     my $flush = sub {
-      return unless @words;
-      my $line = escape(join(' ', splice @words) =~ tr/\x01/ /r);
-      push @lines, $line =~ /^[.']/ ? "\\&$line" : $line;
+      while (@words) {
+        my $line = shift @words;
+        $line .= ' ' . shift @words while @words && length($line) + length($words[0]) < 79;
+        $line = escape($line =~ tr/\x01/ /r);
+        push @lines, $line =~ /^[.']/ ? "\\&$line" : $line;
+      }
     };
     for my $word (split / +/, $sentence) {
-      my ($before, $core, $after) = $word =~ /^(\(?)(.*?)([.,;:)?!]*)$/;
+      my ($before, $core, $after) = $word =~ /^(\(?)(\w+\(\)|.*?)([.,;:)?!]*)$/;
       my $macro =
-          $core =~ /^<(zor\/[\w\/]+\.h)>$/ ? "In $1"
+          $core =~ /^(\w+)\(\)$/ ? "Fn $1"
+        : $core =~ /^<(zor\/[\w\/]+\.h)>$/ ? "In $1"
         : $core =~ /^\*?(\w+)$/ && $parameters->{$1} && ($core =~ /^\*/ || $core =~ /[a-z][A-Z]/) ? "Fa $core"
         : !defined $kinds{$core} ? undef
         : $kinds{$core} eq 'Fn' ? ($self->{$core} ? "Fn $core" : "Xr $core 3")

@@ -51,8 +51,8 @@ sub replacement {
   return figure($values->{$name}, $unit // '');
 }
 
-my @pages = glob "$source/man/*.in";
-for my $path (@pages) {
+unlink glob "$output/man[1578]/*";
+for my $path (glob "$source/man/*.in") {
   my ($page) = $path =~ m{([^/]+)\.in$};
   my ($name, $section) = $page =~ /^(.*)\.(\d)$/;
   my $text = content($path);
