@@ -51,6 +51,7 @@ sub replacement {
   return figure($values->{$name}, $unit // '');
 }
 
+mkdir "$output/man$_" for 1, 5, 7, 8;
 unlink glob "$output/man[1578]/*";
 for my $path (glob "$source/man/*.in") {
   my ($page) = $path =~ m{([^/]+)\.in$};
@@ -59,7 +60,6 @@ for my $path (glob "$source/man/*.in") {
   $text =~ s/^\@INCLUDE (\S+)\@\n/content("$source\/man\/$1")/gme;
   $text =~ s/\@NAME\@/$name/g;
   $text =~ s/\@([A-Za-z]\w*(?:::\w+)?(?::\w+)?)\@/replacement($page, $1)/ge;
-  mkdir "$output/man$section";
   open my $out, '>', "$output/man$section/$page" or die "$output/man$section/$page: $!\n";
   print $out $text;
   close $out or die "$page: $!\n";
