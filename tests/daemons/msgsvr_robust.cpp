@@ -25,8 +25,8 @@ void FloodUntilGone(const WireClient &sender, const std::string &destination) {
 
 // A few frames with known types and small lengths but random content, and random bytes behind them.
 std::string Garbage(std::mt19937 &random) {
-  constexpr uint32_t kTypes[] = {0x701, 0x702, 0x703, 0x705,  0x706,  0x708,
-                                 0x109, 0x10A, 0x10D, 0x5018, 0x5019, 0x2DA05};
+  constexpr uint32_t kTypes[] = {0x701,  0x702,  0x703,   0x705,   0x706,   0x708,   0x109,   0x10A,   0x10D,
+                                 0x5018, 0x5019, 0x2DA05, 0xFF000, 0xFF001, 0xFF002, 0xFF003, 0xFF004, 0xFF005};
   const auto word = [&](uint32_t below) { return static_cast<uint32_t>(random()) % below; };
   const auto noise = [&](uint32_t below) {
     std::string bytes(word(below), '\0');
