@@ -44,6 +44,19 @@ inline constexpr std::size_t kBarrierPosts = 256;
 inline constexpr int kMissedReports = 3;
 // [settings] Trace levels of one daemon: a mistake in the settings.
 inline constexpr std::size_t kTraceLevels = 64;  // so that the registration reply stays short
+// [names] Names with trace settings that operators have made: refused.
+inline constexpr std::size_t kTraceNames = 256;
+// [requests] Unanswered requests of one client that operators are shown: the oldest is forgotten.
+inline constexpr std::size_t kPendingRequests = 16;
+// [messages] Unread messages of one client whose number and age operators are shown: a lower bound.
+inline constexpr std::size_t kDeliveries = 32;
+// [bytes] Restful patterns of one client that operators are shown: "..." in their place.
+inline constexpr std::size_t kListedPatternBytes = 4096;
+// [names] Names of daemons that were cut off, with what they lost: a further one's loss is not shown.
+inline constexpr std::size_t kLossNames = 256;
+inline constexpr std::uint64_t kLeastTraceFileKiB = 1024;  // daemons ignore less
+inline constexpr std::size_t kControlInFile = 16384;       // sets all trace levels of a daemon
+inline constexpr std::uint32_t kKeptFile = 1u << 20;       // more than all names with all modules take
 
 }  // namespace msgsvr
 

@@ -7,7 +7,7 @@
 namespace zor::msgsvr {
 
 void PendingRequests::Add(const Request &request) {
-  if (requests_.size() == kMax) requests_.erase(requests_.begin());
+  if (requests_.size() == limits::msgsvr::kPendingRequests) requests_.erase(requests_.begin());
   requests_.push_back(request);
 }
 
@@ -47,7 +47,7 @@ Deliveries::Unread Deliveries::UnreadOf(uint64_t bytes, size_t queued, uint32_t 
 }
 
 void Losses::Add(const AppName &name, uint64_t messages) {
-  if (byName_.size() < kMaxNames || byName_.contains(name)) byName_[name] += messages;
+  if (byName_.size() < limits::msgsvr::kLossNames || byName_.contains(name)) byName_[name] += messages;
 }
 
 uint64_t Losses::Take(const AppName &name) {

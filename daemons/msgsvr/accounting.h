@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "common/limits.h"
 #include "msgsvr/names.h"
 
 namespace zor::msgsvr {
@@ -24,7 +25,6 @@ struct Counters {
 // oldest one is forgotten for a new one when there are too many, since one-way messages may carry numbers too.
 class PendingRequests {
  public:
-  static constexpr size_t kMax = 16;
   struct Request {
     AppName to;
     uint32_t type;
@@ -65,15 +65,13 @@ class Deliveries {
     uint32_t bytes;
     uint32_t timeMs;
   };
-  std::array<Delivery, 32> latest_{};
+  std::array<Delivery, limits::msgsvr::kDeliveries> latest_{};
   uint32_t next_ = 0;
 };
 
 // Messages that were lost when a daemon was cut off, until it comes back.
 class Losses {
  public:
-  static constexpr size_t kMaxNames = 256;
-
   void Add(const AppName &name, uint64_t messages);
   uint64_t Take(const AppName &name);
 

@@ -5,15 +5,13 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/limits.h"
 #include "msgsvr/control_list.h"
 #include "msgsvr/json.h"
 #include "msgsvr/registration.h"
 
 namespace zor::msgsvr {
 namespace {
-
-// The longest request is one to set all trace levels of a daemon.
-constexpr size_t kMaxFileBody = 16384;
 
 bool MayControl(const Peer &peer) {
   return peer.local && (peer.uid == 0 || peer.uid == ::geteuid());
@@ -51,7 +49,7 @@ void Control::Handle(Client &from, const Frame &frame) {
 Control::Answer Control::Perform(Client &from, const Frame &frame) {
   std::optional<std::vector<std::byte>> content;
   if (frame.bodyInFile()) {
-    content = bus_.files.Read(frame, kMaxFileBody);
+    content = bus_.files.Read(frame, limits::msgsvr::kControlInFile);
     bus_.files.Remove(frame.bytes);
     if (!content) return {ZOR_CONTROL_FAILED, {}};
   }

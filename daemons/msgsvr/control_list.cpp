@@ -4,14 +4,12 @@
 
 #include <algorithm>
 
+#include "common/limits.h"
 #include "msgsvr/json.h"
 #include "msgsvr/unread.h"
 
 namespace zor::msgsvr {
 namespace {
-
-// Of one client's restful patterns: they may be as long as the answer.
-constexpr size_t kMaxPatternBytes = 4096;
 
 template <typename Number>
 void AddNumber(cJSON *object, const char *name, Number number) {
@@ -56,7 +54,7 @@ void AddEvents(cJSON *object, const Bus &bus, const Client &client) {
 
 void AddPatterns(cJSON *object, const Bus &bus, const Client &client) {
   cJSON *array = cJSON_AddArrayToObject(object, "patterns");
-  size_t room = kMaxPatternBytes;
+  size_t room = limits::msgsvr::kListedPatternBytes;
   for (std::string_view list : bus.patterns.Of(client)) {
     while (!list.empty()) {
       const std::string_view pattern = list.substr(0, list.find('|'));

@@ -10,12 +10,11 @@
 #include <utility>
 
 #include "common/files.h"
+#include "common/limits.h"
 #include "common/paths.h"
 
 namespace zor::msgsvr {
 namespace {
-
-constexpr uint32_t kMaxFileBytes = 1u << 20;  // more than all names with all modules take
 
 // Members that stand in `over` replace those of `under`.
 TraceMembers Merge(TraceMembers under, const TraceMembers &over) {
@@ -58,7 +57,7 @@ KeptTrace::Result KeptTrace::Set(std::string_view json) {
   ByName changed = byName_;
   TraceMembers &members = changed[trace->name];
   members = Merge(members, trace->members);
-  return changed.size() > kMaxNames ? Result::kFailed : Keep(std::move(changed));
+  return changed.size() > limits::msgsvr::kTraceNames ? Result::kFailed : Keep(std::move(changed));
 }
 
 KeptTrace::Result KeptTrace::Clear(const AppName &name) {
@@ -89,13 +88,14 @@ void KeptTrace::Load() {
   const std::unique_ptr<void, decltype(&std::free)> owner(block, &std::free);
   if (status != ZOR_FILE_OK && errno == ENOENT) return;
   if (status != ZOR_FILE_OK && errno != 0) return log_.PrintErrno("%s: cannot be read", fixedPath_.c_str());
-  const Json array(length <= kMaxFileBytes ? Parse({static_cast<const char *>(block), length}) : nullptr);
+  const Json array(length <= limits::msgsvr::kKeptFile ? Parse({static_cast<const char *>(block), length}) : nullptr);
   ByName found;
   bool intact = cJSON_IsArray(array.get()) != 0;
   const cJSON *item = nullptr;
   cJSON_ArrayForEach(item, array.get()) {
     const auto trace = TraceFromJson(item);
-    intact = intact && trace && found.size() < kMaxNames && found.emplace(trace->name, trace->members).second;
+    intact = intact && trace && found.size() < limits::msgsvr::kTraceNames &&
+             found.emplace(trace->name, trace->members).second;
   }
   if (intact) {
     byName_ = std::move(found);

@@ -17,8 +17,6 @@ namespace zor::msgsvr {
 
 class KeptTrace {
  public:
-  static constexpr size_t kMaxNames = 256;
-
   enum class Result { kDone, kMalformed, kFailed };
 
   // Reads the file at a fixed path. A damaged one is set aside.

@@ -40,7 +40,7 @@ bool TakeOutput(const cJSON *value, NamedTrace &trace) {
 }
 
 bool TakeFileKiB(const cJSON *value, NamedTrace &trace) {
-  trace.members.fileKiB = WholeNumber(value, kLeastTraceFileKiB, UINT32_MAX);
+  trace.members.fileKiB = WholeNumber(value, limits::msgsvr::kLeastTraceFileKiB, UINT32_MAX);
   return trace.members.fileKiB.has_value();
 }
 

@@ -11,9 +11,6 @@
 
 namespace zor::msgsvr {
 
-// The trace file's least size limit: daemons ignore less.
-inline constexpr uint64_t kLeastTraceFileKiB = 1024;
-
 // What has been set; a member that has no value leaves to others what it is.
 struct TraceMembers {
   std::optional<std::string> output;
