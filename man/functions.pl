@@ -72,6 +72,13 @@ sub body {
   return @lines;
 }
 
+# Whether a sentence says what a function returns and nothing else.
+sub is_result {
+  my ($item, $sentence) = @_;
+  return 0 if $item->{kind} ne 'Fn' || $item->{type} eq 'void';
+  return $sentence =~ /^(?:Returns\b|Null (?:for|when|without)\b|Null;|-?\d+(?:;| (?:for|when|also)\b)|(?:ZOR_\w*E_|ZOR_\w+FAIL|CL_E_|ERANGE|EINVAL))/;
+}
+
 # The statuses that a text names, with what their own comments say.
 sub statuses {
   my ($context, @texts) = @_;
@@ -97,16 +104,18 @@ sub synopsis {
     '.Fc');
 }
 
-# The types that prototypes name, as the headers define them.
+# The types that prototypes name, as the headers define them, and the callbacks that these name.
 sub types {
   my ($group, @context) = @_;
   my (@lines, %seen);
-  for my $word (map { $_->{text} =~ /(\w+)/g } @$group) {
+  my @words = map { $_->{text} =~ /(\w+)/g } @$group;
+  while (defined(my $word = shift @words)) {
     my $type = $items{$word};
     next unless $type && $type->{kind} eq 'Vt' && !$seen{$word}++;
-    push @lines, '.Ss Types' unless @lines;
+    push @lines, @lines ? '.Pp' : '.Ss Types' if $type->{doc} || !@lines;
     push @lines, body($type->{doc}, @context) if $type->{doc};
     push @lines, '.Bd -literal -offset indent', (map { Mdoc::escape($_) } split /\n/, $type->{text}), '.Ed';
+    push @words, grep { $items{$_} && $items{$_}{text} && $items{$_}{text} =~ /^typedef[^{]*\(\*/ } $type->{text} =~ /(\w+)/g;
   }
   return @lines;
 }
@@ -138,10 +147,10 @@ sub page {
       next;
     }
     my @kept;
-    push @{/^Returns\b/ ? \@returned : \@kept}, $_ for sentences($paragraph =~ s/\s+/ /gr);
+    push @{is_result($item, $_) ? \@returned : \@kept}, $_ for sentences($paragraph =~ s/\s+/ /gr);
     push @said, join ' ', @kept if @kept;
   }
-  @said = ($item->{doc}) unless @said;
+  (@said, @returned) = ($item->{doc}) unless @said;
 
   my @lines = (
     '.\" Made from <' . $header->{name} . '>: mend its comments instead.',
@@ -164,7 +173,7 @@ sub page {
     push @lines, '.Pp', body($_, @context);
   }
   push @lines, types(\@group, @context);
-  push @lines, ".Ss Conventions of <$header->{name}>", @opening if $header->{opening} =~ /\S/;
+  push @lines, ".Ss Conventions of <$header->{name}>", @opening if sentences($header->{opening}) > 1;
   my @statuses = statuses(\@context, $item->{doc}, @{$item->{section}}, map { $_->{doc} } @leaned);
   if (@returned || @statuses) {
     push @lines, '.Sh RETURN VALUES', (map { text_lines($_, @context) } @returned), @statuses;
