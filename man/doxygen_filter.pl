@@ -3,8 +3,7 @@
 # the opening comment made the file's. Usage: doxygen_filter.pl HEADER
 use strict;
 use warnings;
-use FindBin;
-use lib $FindBin::Bin;
+use lib $0 =~ m{(.*)/}s ? $1 : q(.);
 use Headers qw(read_header);
 
 sub plain { # text in which nothing is a command

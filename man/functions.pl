@@ -3,8 +3,8 @@
 # Usage: functions.pl SOURCE_DIR OUTPUT_DIR VERSION DATE
 use strict;
 use warnings;
-use FindBin;
-use lib $FindBin::Bin;
+use List::Util qw(max min);
+use lib $0 =~ m{(.*)/}s ? $1 : q(.);
 use Headers qw(read_header);
 use Mdoc qw(sentences text_lines argument);
 
@@ -76,7 +76,8 @@ sub body {
 sub is_result {
   my ($item, $sentence) = @_;
   return 0 if $item->{kind} ne 'Fn' || $item->{type} eq 'void';
-  return $sentence =~ /^(?:Returns\b|Null (?:for|when|without)\b|Null;|-?\d+(?:;| (?:for|when|also)\b)|(?:ZOR_\w*E_|ZOR_\w+FAIL|CL_E_|ERANGE|EINVAL))/;
+  return $sentence =~ /^(?:Returns\b|Null(?:;| (?:for|when|without)\b)|-?\d+(?:;| (?:for|when|also)\b))/
+    || $sentence =~ /^(?:ZOR_\w*E_|ZOR_\w+FAIL|CL_E_|ERANGE|EINVAL)/;
 }
 
 # The statuses that a text names, with what their own comments say.
@@ -100,8 +101,8 @@ sub statuses {
 sub synopsis {
   my ($item) = @_;
   return (".Vt $item->{text}" =~ s/\s*;$//r . ' ;') if $item->{kind} eq 'Va';
-  return ('.Ft ' . $item->{type}, ".Fo $item->{name}", (map { '.Fa ' . argument($_) } @{$item->{parameters}} ? @{$item->{parameters}} : 'void'),
-    '.Fc');
+  my @parameters = @{$item->{parameters}} ? @{$item->{parameters}} : 'void';
+  return ('.Ft ' . $item->{type}, ".Fo $item->{name}", (map { '.Fa ' . argument($_) } @parameters), '.Fc');
 }
 
 # The types that prototypes name, as the headers define them, and the callbacks that these name.
@@ -115,7 +116,7 @@ sub types {
     push @lines, @lines ? '.Pp' : '.Ss Types' if $type->{doc} || !@lines;
     push @lines, body($type->{doc}, @context) if $type->{doc};
     push @lines, '.Bd -literal -offset indent', (map { Mdoc::escape($_) } split /\n/, $type->{text}), '.Ed';
-    push @words, grep { $items{$_} && $items{$_}{text} && $items{$_}{text} =~ /^typedef[^{]*\(\*/ } $type->{text} =~ /(\w+)/g;
+    push @words, grep { $items{$_} && ($items{$_}{text} // '') =~ /^typedef[^{]*\(\*/ } $type->{text} =~ /(\w+)/g;
   }
   return @lines;
 }
@@ -124,8 +125,8 @@ sub see_also {
   my ($header, $item) = @_;
   my @family = grep { $_->{kind} =~ /^(?:Fn|Va)$/ && "@{$_->{section}}" eq "@{$item->{section}}" } @{$header->{items}};
   my ($at) = grep { $family[$_] == $item } 0 .. $#family;
-  my $first = $at > 7 ? $at - 7 : 0;
-  my @near = grep { $_->{group} != $item->{group} } @family[$first .. ($first + 14 < $#family ? $first + 14 : $#family)];
+  my $first = max(0, $at - 7);
+  my @near = grep { $_->{group} != $item->{group} } @family[$first .. min($first + 14, $#family)];
   my @pages = ((map { "$_ 3" } sort { lc $a cmp lc $b } map { $_->{name} } @near), 'msgapi 7');
   return map { ".Xr $pages[$_]" . ($_ < $#pages ? ' ,' : '') } 0 .. $#pages;
 }
@@ -165,8 +166,8 @@ sub page {
   for (my $from = $item; leans($from);) {
     $from = predecessor($header, $from) or last;
     push @leaned, $from;
-    push @lines, '.Pp', 'What is said of', ".Xr $from->{name} 3 :", '.Bd -filled -offset indent', body($from->{doc}, @context),
-      '.Ed';
+    push @lines, '.Pp', 'What is said of', ".Xr $from->{name} 3 :";
+    push @lines, '.Bd -filled -offset indent', body($from->{doc}, @context), '.Ed';
   }
   for (@{$item->{section}}) {
     next unless tr/.// > 1 || length > 60;

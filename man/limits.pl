@@ -3,8 +3,7 @@
 # Usage: limits.pl SOURCE_DIR [FILE]
 use strict;
 use warnings;
-use FindBin;
-use lib $FindBin::Bin;
+use lib $0 =~ m{(.*)/}s ? $1 : q(.);
 use Limits qw(read_limits figure);
 
 my ($source, $file) = @ARGV;

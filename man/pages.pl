@@ -4,8 +4,7 @@
 # Usage: pages.pl SOURCE_DIR OUTPUT_DIR VERSION DATE
 use strict;
 use warnings;
-use FindBin;
-use lib $FindBin::Bin;
+use lib $0 =~ m{(.*)/}s ? $1 : q(.);
 use Headers qw(read_header);
 use Limits qw(read_limits figure);
 use Mdoc qw(text_lines);
@@ -25,7 +24,8 @@ sub limits {
   for my $section (@$sections) {
     push @lines, ".Ss $section->{title}", '.Bl -tag -width 16n';
     for (@{$section->{entries}}) {
-      push @lines, '.It ' . figure($_->{value}, $_->{unit}), text_lines("$_->{what}: $_->{beyond}."), ".Pq Dv $_->{name}";
+      push @lines, '.It ' . figure($_->{value}, $_->{unit});
+      push @lines, text_lines("$_->{what}: $_->{beyond}."), ".Pq Dv $_->{name}";
     }
     push @lines, '.El';
   }
@@ -36,7 +36,8 @@ sub statuses {
   my @lines;
   for (@{read_header("$source/include/zor/status.h", 'zor/status.h')->{items}}) {
     next unless $_->{doc};
-    push @lines, '.It ' . $_->{value} =~ s/^UINT32_C\((.*)\)$/$1/r, ".Dv $_->{name} .", text_lines($_->{doc} =~ s/\s+/ /gr);
+    push @lines, '.It ' . $_->{value} =~ s/^UINT32_C\((.*)\)$/$1/r, ".Dv $_->{name} .";
+    push @lines, text_lines($_->{doc} =~ s/\s+/ /gr);
   }
   return join "\n", @lines;
 }
