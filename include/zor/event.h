@@ -29,6 +29,8 @@ struct cJSON;
 #define ZOR_EVT_ALL ZOR_MSG_EVENT_FIRST /* stands for all events; no event itself */
 #define ZOR_EVT_JSON_FIRST 0x2DA01u
 #define ZOR_EVT_JSON_LAST 0x2DA63u
+#define ZOR_EVT_ITEMS_FIRST 0x2DA64u
+#define ZOR_EVT_ITEMS_LAST 0x2DAFFu
 #define ZOR_EVT_FAILED UINT32_C(1)
 
 /* Receives an event: a JSON text, whose length does not count the NUL behind it. The text of a JSON event is as the
