@@ -1,8 +1,10 @@
 // A daemon for the golden tests, which says "ready" and then does what its first argument wants:
 //   peer idle NAME                reads what comes, and answers nothing
 //   peer ask NAME OTHER           waits until OTHER is there, asks it something and waits for the answer for an hour
+//   peer refuse NAME [PATTERN]    announces the restful pattern, subscribes to events of "lan", and will not exit
 //   peer flood NAME OTHER COUNT   sends it so many messages, then says "done" and reads what comes
 #include <unistd.h>
+#include <zor/event.h>
 #include <zor/msg.h>
 
 #include <cstdio>
@@ -33,13 +35,25 @@ int Flood(const char *other, long count) {
   return 0;
 }
 
+// The pattern is any text; the server says what becomes of it.
+int Refuse(const char *pattern) {
+  ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
+  ZOR_MSG_RegSyncMsgProc(
+      ZOR_MSG_SAFE_EXIT, [](ZOR_MSG_HEAD *msg) { return ZOR_MSG_MsgResponseBuilder(msg, 1, nullptr, 0); }, 0, nullptr);
+  ZOR_MSG_SendSimpleMsg(nullptr, ZOR_MSG_SUBSCRIBE_EVENT, ZOR_EVT_GetMsgTypeByEventModuleName("lan"));
+  if (pattern == nullptr) return 0;
+  const auto length = static_cast<uint32_t>(std::strlen(pattern) + 1);
+  return ZOR_MSG_SendMsgData(nullptr, ZOR_MSG_RESTFUL_REGISTER, pattern, length) == ZOR_OK ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int count, char **arguments) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   if (count < 3 || ZOR_MSG_Init(arguments[2]) != ZOR_OK) return 2;
-  std::puts("ready");
   int status = 0;
+  if (std::strcmp(arguments[1], "refuse") == 0) status = Refuse(arguments[3]);
+  std::puts("ready");
   if (count > 3 && std::strcmp(arguments[1], "ask") == 0) status = Ask(arguments[2], arguments[3]);
   if (count > 4 && std::strcmp(arguments[1], "flood") == 0) status = Flood(arguments[3], std::atol(arguments[4]));
   if (status == 0) ZOR_MSG_GetAndDispatch();

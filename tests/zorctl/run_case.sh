@@ -54,19 +54,6 @@ await() {
   done
 }
 
-peer() {
-  "${emulator[@]}" "$build/tests/zorctl/peer" "$2" "$1" "${@:3}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
-  pids[$1]=$!
-  disown $!
-  await grep -q ready "$ZOR_ROOT/$1.out"
-}
-
-background() {
-  "${emulator[@]}" "$build/tools/zorctl/zorctl" "${@:2}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
-  pids[$1]=$!
-  disown $!
-}
-
 gone() { ! kill -0 "$(running "$1")"; }
 
 stop() {
@@ -82,15 +69,26 @@ declare -A ready=([msgsvr]=listening [notifyserver]=listening [mlogserver]=liste
 
 start() {
   local program
-  [ -z "${pids[$1]:-}" ] || kill -KILL "${pids[$1]}" 2>/dev/null || true # the one before it
   for program in "$build/daemons/$1/$1" "$build/examples/$1" "$build/tests/zorctl/$1"; do
     [ ! -x "$program" ] || break
   done
+  spawn "$1" "$program" "${@:2}"
+  await grep -q "${ready[$1]:-ready}" "$ZOR_ROOT/$1.out"
+}
+
+peer() {
+  spawn "$1" "$build/tests/zorctl/peer" "$2" "$1" "${@:3}"
+  await grep -q ready "$ZOR_ROOT/$1.out"
+}
+
+background() { spawn "$1" "$build/tools/zorctl/zorctl" "${@:2}"; }
+
+spawn() { # NAME PROGRAM ARGUMENT...
+  [ -z "${pids[$1]:-}" ] || kill -KILL "${pids[$1]}" 2>/dev/null || true # the one before it
   : >"$ZOR_ROOT/$1.out" # what an earlier process of that name said does not count
-  "${emulator[@]}" "$program" "${@:2}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
+  "${emulator[@]}" "${@:2}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
   pids[$1]=$!
   disown $! # or its end would be announced
-  await grep -q "${ready[$1]:-ready}" "$ZOR_ROOT/$1.out"
 }
 
 report() {

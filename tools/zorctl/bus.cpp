@@ -209,6 +209,16 @@ nlohmann::json Bus::ControlJson(uint32_t type, std::string_view body, const Dead
   return answer;
 }
 
+// The server handles what one client sends in order: when it has answered what follows the message, it has also said
+// whether it could deliver it.
+void Bus::SendAndCheck(const Outgoing &message, const Deadline &deadline) {
+  const uint32_t sequence = Send(message, deadline);
+  CountProcesses(name_, deadline);
+  const auto notice = std::find_if(setAside_.begin(), setAside_.end(),
+                                   [&](const Message &each) { return IsNoticeOf(each, message.type, sequence); });
+  if (notice != setAside_.end()) throw Undelivered(message);
+}
+
 uint32_t Bus::CountProcesses(std::string_view name, const Deadline &deadline) {
   return Request({ZOR_MSG_GET_PROCESS_NUM, "", 0, NameField(name)}, deadline).data;
 }

@@ -40,7 +40,8 @@ struct VerbRow {
   const char *examples;  // two lines "  zorctl ...\n"
   std::unique_ptr<Verb> (*make)();
   double timeoutSeconds = kDefaultTimeoutSeconds;
-  bool hidden = false;  // for scripts of our own
+  const char *completes = "";  // what its words are, for shells: of names, types, modules; the last one repeats
+  bool hidden = false;         // for scripts of our own
 };
 
 // All verbs, as --help lists them.

@@ -3,16 +3,30 @@
 namespace zor::ctl {
 namespace {
 
+constexpr double kBootSeconds = 30;
+
 // In the order of --help: looking, talking, setting.
 constexpr VerbRow kVerbs[] = {
     {"list", "Who is on the bus",
      "  zorctl list -v\n"
      "  zorctl list --json | jq '.clients[].name'\n",
      MakeListVerb},
+    {"send", "Send a message that nobody answers",
+     "  zorctl send DB_SAVE user=0\n"
+     "  zorctl send 0x61001 web --data 7 --text hello\n",
+     MakeSendVerb, kDefaultTimeoutSeconds, "types names nothing"},
+    {"call", "Send a request and print the answer",
+     "  zorctl call GET_PROCESS_NUM daemon=web\n"
+     "  zorctl call DM cms --subtype 1 --item device=lamp\n",
+     MakeCallVerb, kDefaultTimeoutSeconds, "types names nothing"},
+    {"wait", "Wait until daemons are on the bus",
+     "  zorctl wait cms syslog\n"
+     "  zorctl wait web --timeout 120 && zorctl call 0x4001 web\n",
+     MakeWaitVerb, kBootSeconds, "names"},
     {"why", "Why a daemon does not answer: what it has not read, and who waits for whom",
      "  zorctl why web\n"
      "  zorctl why web --json | jq -r .verdict\n",
-     MakeWhyVerb},
+     MakeWhyVerb, kDefaultTimeoutSeconds, "names"},
     {"log", "The user-visible log, and statistics of the logging daemon",
      "  zorctl log --type user,system --level warning --count 20\n"
      "  zorctl log --follow --language zh\n",
@@ -20,11 +34,11 @@ constexpr VerbRow kVerbs[] = {
     {"listen", "Events as they are published, one line of JSON for each",
      "  zorctl listen --limit 1 --timeout 600 lan\n"
      "  zorctl listen | jq .EventType\n",
-     MakeListenVerb, 60},
+     MakeListenVerb, 60, "modules"},
     {"publish", "Publish an event",
      "  zorctl publish lan link port=1 state=up\n"
      "  zorctl publish network lease --json-payload '{\"hosts\":[2,3]}'\n",
-     MakePublishVerb},
+     MakePublishVerb, kDefaultTimeoutSeconds, "modules nothing"},
     {"rest", "A restful request, and its answer",
      "  zorctl rest /api status\n"
      "  zorctl rest /api set '{\"lamp\":1}' --timeout 20\n",
@@ -40,11 +54,15 @@ constexpr VerbRow kVerbs[] = {
     {"exit", "Ask a daemon to leave the bus, and say whether it did",
      "  zorctl exit web\n"
      "  zorctl exit web --timeout 30\n",
-     MakeExitVerb},
+     MakeExitVerb, kDefaultTimeoutSeconds, "names"},
     {"trace", "The trace settings that a daemon gets when it registers: show, set and clear them",
      "  zorctl trace set web msg=debug all=error --output file\n"
      "  zorctl trace clear web\n",
      MakeTraceVerb},
+    {"complete", "List what a word of a command line may be",
+     "  zorctl complete types\n"
+     "  zorctl complete line exit \"\"\n",
+     MakeCompleteVerb, kDefaultTimeoutSeconds, "", true},
 };
 
 }  // namespace

@@ -6,6 +6,8 @@
 
 namespace zor::ctl {
 
+std::unique_ptr<Verb> MakeCallVerb();
+std::unique_ptr<Verb> MakeCompleteVerb();
 std::unique_ptr<Verb> MakeConfigVerb();
 std::unique_ptr<Verb> MakeExitVerb();
 std::unique_ptr<Verb> MakeListVerb();
@@ -14,7 +16,9 @@ std::unique_ptr<Verb> MakeLogVerb();
 std::unique_ptr<Verb> MakeNotifyVerb();
 std::unique_ptr<Verb> MakePublishVerb();
 std::unique_ptr<Verb> MakeRestVerb();
+std::unique_ptr<Verb> MakeSendVerb();
 std::unique_ptr<Verb> MakeTraceVerb();
+std::unique_ptr<Verb> MakeWaitVerb();
 std::unique_ptr<Verb> MakeWhyVerb();
 
 }  // namespace zor::ctl

@@ -13,3 +13,6 @@ run exit cms --timeout 0.2
 kill -CONT "$(running provider)"
 start provider
 run exit cms --json
+
+peer stubborn refuse
+run exit stubborn --timeout 0.2

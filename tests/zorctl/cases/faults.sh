@@ -1,0 +1,45 @@
+tools_on_the_bus() { zorctl list --json | grep -o '"ctl[0-9]*"' | wc -l; }
+two_tools() { [ "$(tools_on_the_bus)" -eq 2 ]; }
+
+# The server dies while a verb waits.
+start msgsvr
+start notifyserver
+start provider
+for verb in 'wait lamp' 'call 0x61005 cms'; do
+  # shellcheck disable=SC2086
+  run $verb --timeout 30 >"$work/dying" &
+  dying=$!
+  await two_tools
+  kill -KILL "$(running msgsvr)"
+  wait "$dying"
+  cat "$work/dying"
+  start msgsvr
+  start provider
+done
+
+# The server is there and does nothing.
+kill -STOP "$(running msgsvr)"
+run list --timeout 0.2
+kill -CONT "$(running msgsvr)"
+
+# The server turns clients away.
+kill -KILL "$(running msgsvr)"
+echo 'max_clients = 1' >"$work/settings"
+start msgsvr --settings "$work/settings"
+peer lamp idle
+run list
+kill -KILL "$(running lamp)" "$(running msgsvr)"
+
+# Trace that is set for everybody stays out of the output.
+printf 'trace.* = all=debug\n' >"$work/settings"
+start msgsvr --settings "$work/settings"
+run wait cms --timeout 0.1
+
+# Nobody reads the output, or nobody can write it, or there is none.
+exec {closed}> >(:)
+wait $!
+types_to() { zorctl complete types >"$1"; }
+report types_to /dev/fd/"$closed"
+report types_to /dev/full
+nowhere() { zorctl complete types >&-; }
+report nowhere

@@ -1,0 +1,17 @@
+# Process ids are of any width, and so are the columns with them.
+normalise() {
+  sed -E "s/^(ctl)?([a-z0-9]+) +[0-9]+ +$(id -un) /\1\2 PID USER /" | tr -s ' '
+}
+
+start msgsvr
+peer peer refuse $'/lamp\e[31m/\xff*'
+run list
+run list -v
+run list --json
+
+# On a narrow terminal lines are cut, and only there the titles are bold.
+columns() { wc -L | sed 's/^/columns: /'; }
+NO_COLOR=1 on_terminal 40 list | columns
+NO_COLOR=1 on_terminal 40 list -v | columns
+[ "$(zorctl list -v | wc -L)" -gt 60 ] && echo 'whole in a pipe'
+on_terminal 200 list | grep -c $'^\e\[1mNAME.*\e\[0m'

@@ -1,0 +1,114 @@
+// What golden tests see badly: widths, hostile bytes and the layout of bodies.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zor/config_wire.h>
+#include <zor/control_wire.h>
+#include <zor/log_wire.h>
+
+#include <nlohmann/json.hpp>
+
+#include "zorctl/body.h"
+#include "zorctl/exit_code.h"
+#include "zorctl/hex.h"
+#include "zorctl/message_types.h"
+#include "zorctl/table.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+using namespace std::string_literals;
+using testing::ElementsAre;
+
+std::string_view RequestOf(uint32_t type) {
+  return FindType(type)->request;
+}
+
+std::string_view ReplyOf(uint32_t type) {
+  return FindType(type)->reply;
+}
+
+TEST(Text, IsEscapedWhereItWouldNotStayInItsPlace) {
+  EXPECT_EQ(Escape("a\\b \u4e2d\u00e9"), "a\\\\b \u4e2d\u00e9");
+  EXPECT_EQ(Escape("\x1b[1m\n\x7f"), "\\x1b[1m\\x0a\\x7f");
+  EXPECT_EQ(Escape("\xc2\x9b"), "\\xc2\\x9b") << "a control character in two bytes";
+  EXPECT_EQ(Escape("\u202e"), "\\xe2\\x80\\xae") << "turns the direction of writing";
+  EXPECT_EQ(Escape("\xc0\xaf\xed\xa0\x80\xff\xe4\xb8"), "\\xc0\\xaf\\xed\\xa0\\x80\\xff\\xe4\\xb8") << "not UTF-8";
+}
+
+TEST(Text, IsCutByColumnsNotByBytes) {
+  EXPECT_EQ(Width("a\u4e2de\u0301"), 4u);
+  EXPECT_EQ(Cut("abcdef", 6), "abcdef");
+  EXPECT_EQ(Cut("abcdef", 5), "abcd\u2026");
+  EXPECT_EQ(Cut("\u4e2d\u4e2d\u4e2d", 4), "\u4e2d\u2026") << "half a character does not fit";
+  EXPECT_EQ(Cut("abc", 0), "");
+}
+
+TEST(Table, AlignsItsColumnsAndCutsTheLines) {
+  Table table({{"NAME"}, {"IN", Table::Align::kRight}, {"REST"}});
+  table.Add({"a\tb", "7", ""});
+  table.Add({"c", "1234", "text"});
+  EXPECT_THAT(table.Lines(std::string::npos), ElementsAre("NAME      IN  REST",  //
+                                                          "a\\x09b     7",       //
+                                                          "c       1234  text"));
+  EXPECT_THAT(table.Lines(15), ElementsAre("NAME      IN  \u2026", "a\\x09b     7", "c       1234  \u2026"));
+}
+
+TEST(Body, HasTheSizeOfTheRecordThatItStandsFor) {
+  const auto sizeOf = [](std::string_view shape, const char *field) {
+    return Encode(shape, {{field, ""}}).body.size();
+  };
+  EXPECT_EQ(sizeOf(RequestOf(ZOR_LOG_MSG_RECORD), "parameters"), sizeof(ZOR_LOG_RECORD));
+  EXPECT_EQ(sizeOf(RequestOf(ZOR_LOG_MSG_QUERY), "path"), sizeof(ZOR_LOG_QUERY));
+  EXPECT_EQ(sizeOf(RequestOf(ZOR_LOG_MSG_SET_SERVER), "name"), sizeof(ZOR_LOG_SERVERS));
+  EXPECT_EQ(sizeOf(RequestOf(ZOR_MSG_CONTROL_MONITOR), "daemon"), sizeof(ZOR_CONTROL_FILTER));
+  EXPECT_EQ(sizeOf(RequestOf(ZOR_MSG_CONTROL_COPY), "receiver"), sizeof(ZOR_CONTROL_COPY));
+  EXPECT_EQ(sizeOf(RequestOf(ZOR_MSG_RESTFUL_REQUEST), "prefix"), ZOR_MSG_RESTFUL_HEAD_SIZE + 1) << "the text's NUL";
+}
+
+TEST(Body, IsBuiltFromFieldsAndTakenApartAgain) {
+  const Content content = Encode("data:user u16:port u32:mode text8:name bytes2:key text:path",
+                                 {{"path", "/x"}, {"user", "0x10"}, {"port", "513"}, {"name", "abc"}, {"key", "ff"}});
+  EXPECT_EQ(content.data, 16u);
+  EXPECT_EQ(content.body, "\x01\x02\0\0\0\0abc\0\0\0\0\0\xff\0/x\0"s);
+  EXPECT_EQ(Decode("u16:port u32:mode text8:name bytes2:key text:path", 0, content.body).dump(),
+            R"({"port":513,"mode":0,"name":"abc","key":"ff00","path":"/x"})");
+  EXPECT_EQ(Encode("data:user u32:mode", {{"user", "1"}}).body, "") << "nothing is said of the body";
+}
+
+TEST(Body, IsRefusedWhenAValueDoesNotFit) {
+  for (const auto &[field, value] : {std::pair{"port", "65536"},
+                                     {"mode", "4294967296"},
+                                     {"name", "12345678"},
+                                     {"key", "010203"},
+                                     {"key", "0g"},
+                                     {"nothing", ""}}) {
+    EXPECT_THROW(Encode("u16:port u32:mode text8:name bytes2:key", {{field, value}}), Failure) << field << value;
+  }
+}
+
+TEST(Body, IsTakenApartAsFarAsItGoes) {
+  EXPECT_EQ(Decode(ReplyOf(ZOR_MSG_GET_PROCESS_NUM), 3, "").dump(), R"({"count":3})");
+  EXPECT_EQ(Decode("u32:a u32:b", 0, "\x01\0\0\0\x02"s).dump(), R"({"a":1,"b":"02"})");
+  EXPECT_EQ(Decode("u16:a", 0, "\x01\0more"s).dump(), R"({"a":1,"rest":"6d6f7265"})");
+  EXPECT_EQ(Decode("json:j", 0, "{\"x\":").dump(), R"({"j":"{\"x\":"})") << "not JSON after all";
+  EXPECT_EQ(Decode("items:i", 0, "no items").dump(), R"({"i":{"text":"no items"}})");
+  EXPECT_EQ(DecodeUnknown("lines\nof text\0"s).dump(), R"({"text":"lines\nof text"})");
+  EXPECT_EQ(DecodeUnknown("\x1b[1m").dump(), R"({"hex":"1b5b316d"})");
+}
+
+TEST(Body, OfAManagementMessageShowsItsItems) {
+  const std::string body = EncodeItems({{"device", "lamp"}, {"esc", "\x1b"}}, 7);
+  EXPECT_EQ(Decode(RequestOf(0x209), 0, body).dump(),
+            R"({"items":{"error_code":0,"sub_type":7,"items":[{"name":"device","value":"lamp"},)"
+            R"({"name":"esc","value":"0x1b00"}]}})");
+}
+
+TEST(HexDump, ShowsOffsetsBytesAndCharacters) {
+  EXPECT_EQ(HexDump("0123456789abcdef\n"),
+            "0000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66  0123456789abcdef\n"
+            "0010  0a                                               .\n");
+}
+
+}  // namespace
+}  // namespace zor::ctl

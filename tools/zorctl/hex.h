@@ -1,0 +1,21 @@
+// Bytes as hexadecimal digits.
+#ifndef ZORCTL_HEX_H
+#define ZORCTL_HEX_H
+
+#include <string>
+#include <string_view>
+
+namespace zor::ctl {
+
+std::string ToHex(std::string_view bytes);
+
+// The bytes that hexadecimal digits stand for; white space between them does not count. Failure (usage) for anything
+// else.
+std::string ParseHex(std::string_view digits);
+
+// 16 bytes a line, with their offset and their characters.
+std::string HexDump(std::string_view bytes);
+
+}  // namespace zor::ctl
+
+#endif

@@ -1,0 +1,22 @@
+// The body of a management message as a block of the library's, which is how its functions want it.
+#ifndef ZORCTL_ITEMS_H
+#define ZORCTL_ITEMS_H
+
+#include <zor/dmmsg.h>
+
+#include <memory>
+#include <string_view>
+
+namespace zor::ctl {
+
+struct ItemBlockDeleter {
+  void operator()(ZOR_DMMSG_HEAD *dm) const { ZOR_DMMSG_Free(dm); }
+};
+using ItemBlock = std::unique_ptr<ZOR_DMMSG_HEAD, ItemBlockDeleter>;
+
+// Null when the bytes are no management message.
+ItemBlock ItemBlockOf(std::string_view body);
+
+}  // namespace zor::ctl
+
+#endif

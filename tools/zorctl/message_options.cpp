@@ -1,0 +1,105 @@
+#include "zorctl/message_options.h"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include "zorctl/body.h"
+#include "zorctl/exit_code.h"
+#include "zorctl/hex.h"
+#include "zorctl/message_types.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+std::pair<std::string, std::string> SplitPair(const std::string &text) {
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0) {
+    throw Failure(kExitUsage, "no NAME=VALUE: " + Escape(text), "put a name and = in front of the value");
+  }
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+// One byte more than a body may have, so that the bus can tell.
+std::string ReadSome(std::istream &from) {
+  std::string content(kMaxBody + 1, '\0');
+  from.read(content.data(), static_cast<std::streamsize>(content.size()));
+  content.resize(static_cast<size_t>(from.gcount()));
+  return content;
+}
+
+}  // namespace
+
+void MessageOptions::Declare(CLI::App &app) {
+  app.add_option("TYPE", type_, "The message type, a number or a name (zorctl complete types)")
+      ->required()
+      ->type_name("");
+  app.add_option("WORDS", words_,
+                 "[NAME] [FIELD=VALUE ...]: the daemon, if the type does not tell, and the fields of the type")
+      ->type_name("");
+  app.add_option("--data", data_, "The data word")->type_name("NUMBER");
+  const auto addBody = [&](const char *name, auto &value, const char *help, const char *type) {
+    return app.add_option(name, value, help)->type_name(type)->group("The body, by one of these");
+  };
+  addBody("--text", text_, "A text and its NUL", "TEXT");
+  addBody("--hex", hex_, "Bytes in hexadecimal digits", "DIGITS");
+  addBody("--file", file_, "What the file holds, - for standard input", "FILE");
+  CLI::Option *items = addBody("--item", items_, "An item of a management message; repeatable", "NAME=VALUE")
+                           ->expected(1)
+                           ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option("--subtype", subType_, "The sub-type of the management message")->type_name("NUMBER")->needs(items);
+}
+
+std::string MessageOptions::TextOfFile() const {
+  if (*file_ == "-") return ReadSome(std::cin);
+  std::ifstream file(*file_, std::ios::binary);
+  std::string content = file ? ReadSome(file) : std::string();
+  if (!file.is_open() || file.bad()) {
+    throw Failure(kExitFailure, "cannot read " + Escape(*file_) + ": " + std::strerror(errno), "check the path");
+  }
+  return content;
+}
+
+void MessageOptions::SortWords(Outgoing &message, Values &fields) const {
+  for (size_t i = 0; i < words_.size(); ++i) {
+    const bool isName = i == 0 && words_[i].find('=') == std::string::npos;
+    if (isName) {
+      NameField(words_[i]);  // says what is wrong with it
+      message.destination = words_[i];
+    } else {
+      fields.push_back(SplitPair(words_[i]));
+    }
+  }
+}
+
+Outgoing MessageOptions::Build() const {
+  Outgoing message;
+  message.type = ParseType(type_);
+  Values fields;
+  SortWords(message, fields);
+  const MessageType *known = FindType(message.type);
+  if (!fields.empty() && known == nullptr) {
+    throw Failure(kExitUsage, "the fields of type " + HexText(message.type) + " are not known",
+                  "give the body by --text, --hex, --file or --item");
+  }
+  Content content = Encode(known == nullptr ? "-" : known->request, fields);
+  message.data = data_ ? ParseWord(*data_, "--data") : content.data;
+  message.body = std::move(content.body);
+  if (text_.has_value() + hex_.has_value() + file_.has_value() + !items_.empty() + !message.body.empty() > 1) {
+    throw Failure(kExitUsage, "more than one body", "give fields, or one of --text, --hex, --file and --item");
+  }
+  if (text_) message.body = *text_ + '\0';
+  if (hex_) message.body = ParseHex(*hex_);
+  if (file_) message.body = TextOfFile();
+  if (!items_.empty()) {
+    Values items;
+    for (const std::string &item : items_) items.push_back(SplitPair(item));
+    message.body = EncodeItems(items, ParseWord(subType_, "--subtype"));
+  }
+  return message;
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,80 @@
+#include "zorctl/message_types.h"
+
+#include <zor/msg_wire.h>
+
+#include <algorithm>
+#include <cctype>
+
+#include "common/settings.h"
+#include "zorctl/exit_code.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+constexpr MessageType kMessageTypes[] = {
+#include "zorctl/message_type_table.inc"
+};
+
+constexpr std::string_view kPrefixes[] = {"ZOR_MSG_", "ZOR_"};  // the longer one first
+
+bool SameInAnyCase(std::string_view left, std::string_view right) {
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [](unsigned char a, unsigned char b) { return std::toupper(a) == std::toupper(b); });
+}
+
+bool IsNamed(const MessageType &type, std::string_view text) {
+  if (SameInAnyCase(type.name, text)) return true;
+  return std::any_of(std::begin(kPrefixes), std::end(kPrefixes), [&](std::string_view prefix) {
+    return type.name.starts_with(prefix) && SameInAnyCase(type.name.substr(prefix.size()), text);
+  });
+}
+
+std::string_view ShortName(const MessageType &type) {
+  for (const std::string_view prefix : kPrefixes) {
+    if (type.name.starts_with(prefix)) return type.name.substr(prefix.size());
+  }
+  return type.name;
+}
+
+uint32_t NumberOf(const MessageType &type) {
+  if (type.first == type.last) return type.first;
+  throw Failure(kExitUsage, std::string(type.name) + " stands for many types",
+                "give a number from " + HexText(type.first) + " to " + HexText(type.last));
+}
+
+}  // namespace
+
+std::span<const MessageType> MessageTypes() {
+  return kMessageTypes;
+}
+
+const MessageType *FindType(uint32_t type) {
+  const auto *found = std::find_if(std::begin(kMessageTypes), std::end(kMessageTypes),
+                                   [=](const MessageType &each) { return type >= each.first && type <= each.last; });
+  return found == std::end(kMessageTypes) ? nullptr : found;
+}
+
+std::string TypeText(uint32_t type) {
+  const MessageType *known = FindType(type);
+  return known == nullptr || known->first != known->last ? HexText(type) : std::string(ShortName(*known));
+}
+
+uint32_t ParseType(std::string_view text) {
+  uint64_t number = 0;
+  if (daemon::ParseNumber(text, &number) && number <= ZOR_MSG_TYPE_MASK) return static_cast<uint32_t>(number);
+  for (const MessageType &type : kMessageTypes) {
+    if (IsNamed(type, text)) return NumberOf(type);
+  }
+  throw Failure(
+      kExitNotFound, "no message type " + Escape(text),
+      "give a number from 0 to " + HexText(ZOR_MSG_TYPE_MASK) + " or a name that zorctl complete types lists");
+}
+
+uint32_t ParseWord(std::string_view text, std::string_view what) {
+  uint64_t number = 0;
+  if (daemon::ParseNumber(text, &number) && number <= UINT32_MAX) return static_cast<uint32_t>(number);
+  throw Failure(kExitUsage, std::string(what) + " is no number of 32 bits: " + Escape(text), "write 42 or 0x2A");
+}
+
+}  // namespace zor::ctl

@@ -1,0 +1,40 @@
+// What is known of message types: names and shapes, from tools/messages/messages.tsv.
+#ifndef ZORCTL_MESSAGE_TYPES_H
+#define ZORCTL_MESSAGE_TYPES_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace zor::ctl {
+
+// The columns of the table, which explains them.
+struct MessageType {
+  uint32_t first;
+  uint32_t last;
+  std::string_view name;
+  std::string_view to;
+  std::string_view kind;
+  std::string_view request;
+  std::string_view reply;
+  std::string_view meaning;
+};
+
+std::span<const MessageType> MessageTypes();
+
+// Null when nothing is known of it.
+const MessageType *FindType(uint32_t type);
+
+// The name without "ZOR_MSG_" or "ZOR_"; a number when it has none.
+std::string TypeText(uint32_t type);
+
+// A number, or a name with or without "ZOR_MSG_" or "ZOR_", in any case. Failure for anything else.
+uint32_t ParseType(std::string_view text);
+
+// A word of 32 bits, decimal or with 0x. Failure (usage), which names it as what, for anything else.
+uint32_t ParseWord(std::string_view text, std::string_view what);
+
+}  // namespace zor::ctl
+
+#endif

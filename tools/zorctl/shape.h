@@ -1,0 +1,28 @@
+// The shape of a message, as messages.tsv writes it, and as a list of fields.
+#ifndef ZORCTL_SHAPE_H
+#define ZORCTL_SHAPE_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zor::ctl {
+
+struct Field {
+  enum class Kind { kData, kNumber, kText, kBytes, kItems, kJson };
+
+  Kind kind;
+  size_t size;  // 0: as long as the value
+  std::string_view name;
+};
+
+// The fields refer to the shape.
+std::vector<Field> ParseShape(std::string_view shape);
+
+// The names, separated by commas; "none" without any.
+std::string FieldNames(const std::vector<Field> &fields);
+
+}  // namespace zor::ctl
+
+#endif

@@ -1,0 +1,144 @@
+#include <zor/control_wire.h>
+#include <zor/event.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "zorctl/bus.h"
+#include "zorctl/message_types.h"
+#include "zorctl/output.h"
+#include "zorctl/text.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+using Words = std::vector<std::string>;
+
+// A key that is pressed must not hang.
+constexpr Milliseconds kPatience{500};
+
+Words Names() {
+  Words words;
+  const Deadline deadline(kPatience);
+  Bus bus(deadline);
+  const nlohmann::json answer = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
+  for (const auto &client : answer.value("clients", nlohmann::json::array())) {
+    if (!client.value("self", false)) words.push_back(client.value("name", ""));
+  }
+  return words;
+}
+
+Words Types() {
+  Words words;
+  for (const MessageType &type : MessageTypes()) {
+    if (type.first == type.last) words.push_back(TypeText(type.first));
+  }
+  return words;
+}
+
+Words Modules() {
+  Words words;
+  for (uint32_t type = ZOR_EVT_ALL + 1; type <= ZOR_MSG_EVENT_LAST; ++type) {
+    if (const char *module = ZOR_EVT_GetEventModuleNameByEventType(type)) words.emplace_back(module);
+  }
+  return words;
+}
+
+Words VerbNames() {
+  Words words;
+  for (const VerbRow &row : Verbs()) {
+    if (!row.hidden) words.emplace_back(row.name);
+  }
+  return words;
+}
+
+Words OptionsOf(const VerbRow &row) {
+  CLI::App app;
+  const std::unique_ptr<Verb> verb = row.make();
+  verb->Declare(app);
+  Words words = {"--json", "--timeout", "--help"};
+  for (const CLI::Option *option : app.get_options()) {
+    for (const std::string &name : option->get_lnames()) words.push_back("--" + name);
+  }
+  std::sort(words.begin(), words.end());
+  words.erase(std::unique(words.begin(), words.end()), words.end());
+  return words;
+}
+
+struct Source {
+  std::string_view what;
+  Words (*list)();
+};
+
+constexpr Source kSources[] = {{"names", Names}, {"types", Types}, {"modules", Modules}, {"verbs", VerbNames}};
+
+Words ListOf(std::string_view what) {
+  for (const Source &source : kSources) {
+    if (source.what == what) return source.list();
+  }
+  return {};
+}
+
+// What may stand at that place of a verb's words: the row tells, its last word holds for all further places.
+std::string_view WhatStandsAt(const VerbRow &row, size_t place) {
+  std::string_view completes = row.completes;
+  for (; place > 0; --place) {
+    const size_t blank = completes.find(' ');
+    if (blank == completes.npos) break;
+    completes.remove_prefix(blank + 1);
+  }
+  return completes.substr(0, completes.find(' '));
+}
+
+// What the last of the words of a command line may become; the first is a verb.
+Words CandidatesFor(const Words &line) {
+  if (line.size() < 2) return VerbNames();
+  const auto row =
+      std::find_if(Verbs().begin(), Verbs().end(), [&](const VerbRow &each) { return each.name == line[0]; });
+  if (row == Verbs().end()) return {};
+  if (line.back().starts_with('-')) return OptionsOf(*row);
+  const auto place =
+      std::count_if(line.begin() + 1, line.end() - 1, [](const auto &word) { return !word.starts_with('-'); });
+  return ListOf(WhatStandsAt(*row, static_cast<size_t>(place)));
+}
+
+// For the shells' scripts and for people who look for a name. What cannot be found out is silently left out: a shell
+// has no place for errors.
+class CompleteVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_option("WHAT", what_, "names, types, modules, verbs, or line")->required()->type_name("");
+    app.add_option("WORDS", line_, "With line: the words behind zorctl, the last one to be completed")->type_name("");
+    app.positionals_at_end();
+  }
+
+  ExitCode Run(const Common &common) override {
+    Words words;
+    try {
+      words = what_ == "line" ? CandidatesFor(line_) : ListOf(what_);
+    } catch (const Failure &) {
+    }
+    if (common.json) {
+      PrintJson(words);
+      return kExitOk;
+    }
+    for (const std::string &word : words) Print(Escape(word) + "\n");
+    return kExitOk;
+  }
+
+ private:
+  std::string what_;
+  Words line_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeCompleteVerb() {
+  return std::make_unique<CompleteVerb>();
+}
+
+}  // namespace zor::ctl

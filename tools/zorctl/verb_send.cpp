@@ -1,0 +1,36 @@
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "zorctl/message_options.h"
+#include "zorctl/message_types.h"
+#include "zorctl/output.h"
+#include "zorctl/text.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+class SendVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override { options_.Declare(app); }
+
+  ExitCode Run(const Common &common) override {
+    const Outgoing message = options_.Build();
+    const Deadline deadline = common.deadline();
+    Bus bus(deadline);
+    bus.SendAndCheck(message, deadline);
+    if (common.json) PrintJson({{"type", HexText(message.type)}, {"sent", true}});
+    return kExitOk;
+  }
+
+ private:
+  MessageOptions options_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeSendVerb() {
+  return std::make_unique<SendVerb>();
+}
+
+}  // namespace zor::ctl
