@@ -21,3 +21,6 @@ foreach(server msgsvr notifyserver mlogserver cms syslogd)
   endif()
 endforeach()
 install(TARGETS zorctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES tools/zorctl/completion/zorctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+  RENAME zorctl)
+install(FILES tools/zorctl/completion/_zorctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)

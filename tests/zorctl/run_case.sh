@@ -21,6 +21,7 @@
 #   normalise                 a filter that a case may define, for what differs from run to run
 set -euo pipefail
 
+source=$(cd "$(dirname "$0")/../.." && pwd)
 build=$(cd "$1" && pwd)
 case_file=$2
 emulator=("${@:3}")

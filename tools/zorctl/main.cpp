@@ -35,7 +35,6 @@ std::string ExitCodeTable() {
 void Declare(CLI::App &program, Declared &declared) {
   const VerbRow &row = *declared.row;
   declared.app = program.add_subcommand(row.name, std::string(row.purpose) + ".");
-  if (row.hidden) declared.app->group("");
   declared.seconds = row.timeoutSeconds;
   declared.verb->Declare(*declared.app);
   declared.app->add_flag("--json", declared.json, "Print JSON");

@@ -41,7 +41,6 @@ struct VerbRow {
   std::unique_ptr<Verb> (*make)();
   double timeoutSeconds = kDefaultTimeoutSeconds;
   const char *completes = "";  // what its words are, for shells: of names, types, modules; the last one repeats
-  bool hidden = false;         // for scripts of our own
 };
 
 // All verbs, as --help lists them.

@@ -50,9 +50,7 @@ Words Modules() {
 
 Words VerbNames() {
   Words words;
-  for (const VerbRow &row : Verbs()) {
-    if (!row.hidden) words.emplace_back(row.name);
-  }
+  for (const VerbRow &row : Verbs()) words.emplace_back(row.name);
   return words;
 }
 
@@ -113,7 +111,6 @@ class CompleteVerb : public Verb {
   void Declare(CLI::App &app) override {
     app.add_option("WHAT", what_, "names, types, modules, verbs, or line")->required()->type_name("");
     app.add_option("WORDS", line_, "With line: the words behind zorctl, the last one to be completed")->type_name("");
-    app.positionals_at_end();
   }
 
   ExitCode Run(const Common &common) override {

@@ -62,7 +62,7 @@ constexpr VerbRow kVerbs[] = {
     {"complete", "List what a word of a command line may be",
      "  zorctl complete types\n"
      "  zorctl complete line exit \"\"\n",
-     MakeCompleteVerb, kDefaultTimeoutSeconds, "", true},
+     MakeCompleteVerb, kDefaultTimeoutSeconds, "what"},
 };
 
 }  // namespace

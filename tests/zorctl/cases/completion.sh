@@ -1,0 +1,29 @@
+completion=$source/tools/zorctl/completion/zorctl.bash
+# shellcheck source=/dev/null
+. "$completion"
+
+# What bash would offer for the last of the words.
+offers() {
+  COMP_WORDS=(zorctl "$@")
+  COMP_CWORD=$#
+  _zorctl
+  printf 'zorctl%s ->' "$(printf ' %q' "$@")"
+  printf ' [%s]' "${COMPREPLY[@]}"
+  printf '\n'
+}
+
+offers li
+offers exit ''
+start msgsvr
+peer lamp idle
+peer '$(id>x);`id`' idle
+offers exit ''
+offers exit l
+offers wait lamp --timeout 3 ''
+offers call GET_P
+offers call DB_SAVE l
+offers call DB_SAVE lamp ''
+offers publish wl
+offers send --t
+offers nonsense ''
+test ! -e x
