@@ -39,6 +39,8 @@ void BecomeDaemon() {
   g_stMsgCtx.socketFd = -1;
   ZOR_MSG_RegMsgProcEx(
       kHandledType, nullptr, [](ZOR_MSG_HEAD *msg) { return msg; }, 0, nullptr);
+  ZOR_MSG_RegMsgProc(
+      ZOR_MSG_SAFE_EXIT, [](ZOR_MSG_HEAD *) {}, 0, nullptr);  // else it ends the process
   ZOR_EVT_SubscribeAllEventCallBack(OnEvent);
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
   ZOR_TRACE_SetPackageLevel(nullptr, ZOR_TRACE_DEBUG);
