@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 
 #include "common/paths.h"
 
@@ -18,6 +20,17 @@ sockaddr_un AddressOf(const std::string &path) {
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
   return address;
+}
+
+// Where a link at the path leads; the path itself when there is none. Anybody can make links in a directory that is
+// open to all, so only those of the system and of the server's own user count.
+std::string FollowLink(const std::string &path) {
+  struct stat status = {};
+  if (::lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return path;
+  if (status.st_uid != 0 && status.st_uid != ::geteuid()) return path;
+  std::error_code error;
+  const std::filesystem::path target = std::filesystem::read_symlink(path, error);
+  return error ? path : (std::filesystem::path(path).parent_path() / target).string();
 }
 
 const sockaddr *Generic(const sockaddr_un *address) {
@@ -39,7 +52,7 @@ LocalSocket::~LocalSocket() {
 }
 
 ExitCode LocalSocket::Open(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log) {
-  path_ = FixedPath(fixedPath);
+  path_ = FollowLink(FixedPath(fixedPath));
   if (path_.empty() || path_.size() >= sizeof(sockaddr_un::sun_path)) {
     log.Print("%s: too long for the address of a socket beneath ZOR_ROOT", fixedPath.c_str());
     return kExitFailure;

@@ -3,6 +3,9 @@
 // One server per path: a lock on the file PATH.lock, held as long as the process lives, decides between two that start
 // at the same time; a socket at which some other program answers is left alone too; one that nobody holds any more is
 // replaced. The lock file stays behind, since removing it would let two servers lock two files of the same name.
+//
+// A server that must not write to the directory of its fixed path finds a link there, made by root, and listens where
+// it leads; the lock lies there too.
 #ifndef COMMON_LOCAL_SOCKET_H
 #define COMMON_LOCAL_SOCKET_H
 

@@ -113,6 +113,20 @@ TEST_F(OwnMsgsvrTest, TellsADaemonItsSettingsAndSaysWhenItStopsReporting) {
   EXPECT_EQ(log_.Text().find("sender"), std::string::npos);
 }
 
+TEST_F(OwnMsgsvrTest, ListensWhereALinkAtItsPathLeads) {
+  const std::filesystem::path place = root_.Path("/place");
+  std::filesystem::create_directory(place);
+  std::filesystem::create_symlink("../place/socket", root_.Path(ZOR_PATH_MSGSVR));
+  Start();
+  EXPECT_TRUE(std::filesystem::is_socket(place / "socket"));
+  EXPECT_TRUE(std::filesystem::exists(place / "socket.lock"));
+  server_->Signal(SIGTERM);
+  EXPECT_EQ(server_->Wait(), 0);
+  EXPECT_FALSE(std::filesystem::exists(place / "socket"));
+  EXPECT_TRUE(std::filesystem::is_symlink(root_.Path(ZOR_PATH_MSGSVR)));
+  server_.reset();
+}
+
 TEST_F(OwnMsgsvrTest, ServesDaemonsOfOtherBoardsOverTcp) {
   Start("tcp = 127.0.0.1:0\n");
   const std::string announced = "msgsvr: listening on 127.0.0.1:";
