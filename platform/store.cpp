@@ -46,6 +46,18 @@ int CreateTables(sqlite3 *db) {
   return result == SQLITE_OK ? Execute(db, version) : result;
 }
 
+// A system whose daemons cannot make files beside the fixed path has a link there. SQLite follows it by itself, to a
+// file that exists; what is still to be made must be made where it leads.
+bool FollowLink(char (&path)[PATH_MAX]) {
+  char target[PATH_MAX];
+  const ssize_t length = ::readlink(path, target, sizeof target);
+  if (length < 0) return errno == EINVAL || errno == ENOENT;  // no link
+  if (length >= PATH_MAX || target[0] != '/') return false;
+  std::memcpy(path, target, static_cast<size_t>(length));
+  path[length] = '\0';
+  return true;
+}
+
 // Two processes that come at the same time both make a file; the first one to name it wins.
 int CreateStore(const char *path) {
   char building[PATH_MAX];
@@ -58,7 +70,7 @@ int CreateStore(const char *path) {
 
 int OpenStore(Database *db) {
   char path[PATH_MAX];
-  if (ZOR_UTIL_FixedPath(ZOR_STORE_PATH, path, sizeof path) == 0) return SQLITE_CANTOPEN;
+  if (ZOR_UTIL_FixedPath(ZOR_STORE_PATH, path, sizeof path) == 0 || !FollowLink(path)) return SQLITE_CANTOPEN;
   int result = SQLITE_OK;
   if (::access(path, F_OK) != 0 && errno == ENOENT) result = CreateStore(path);
   if (result == SQLITE_OK) result = OpenFile(path, db);

@@ -97,6 +97,15 @@ TEST_F(Store, AForkedProcessHasAConnectionOfItsOwn) {
   EXPECT_EQ(GetPara(1), "child");
 }
 
+TEST_F(Store, IsMadeWhereALinkLeads) {
+  const std::string place = root_.Path("/place");
+  std::filesystem::create_directory(place);
+  std::filesystem::create_symlink(place + "/store", path_);
+  EXPECT_EQ(SetPara(1, "x"), ZOR_STORE_OK);
+  EXPECT_TRUE(std::filesystem::is_symlink(path_));
+  EXPECT_TRUE(std::filesystem::is_regular_file(place + "/store"));
+}
+
 TEST_F(Store, WhatCannotBeOpenedOrIsDamagedIsAStatusAndALine) {
   Capture errors(2);
   std::filesystem::create_directory(path_);
