@@ -1,26 +1,44 @@
-# Headers, libraries, servers, the pkg-config file and the CMake package.
+# What is installed, by component: runtime and platform (the libraries), development, servers, tool, documentation. Each
+# becomes a package of its own, see ZorDebian.cmake.
 include(CMakePackageConfigHelpers)
 
-install(DIRECTORY include/zor DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(TARGETS msgapi zorplatform EXPORT msgapi
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+# The libraries; a vendor's platform replaces the second one.
+install(TARGETS msgapi EXPORT msgapi
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(EXPORT msgapi NAMESPACE zor:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/msgapi FILE msgapi-targets.cmake)
+install(TARGETS zorplatform EXPORT msgapi
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT platform NAMELINK_COMPONENT development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
-configure_package_config_file(cmake/msgapi-config.cmake.in msgapi-config.cmake
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/msgapi)
+# What it takes to build against them: headers, the pkg-config file, the CMake package.
+set(cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/msgapi)
+install(DIRECTORY include/zor DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(EXPORT msgapi NAMESPACE zor:: DESTINATION ${cmake_dir} FILE msgapi-targets.cmake COMPONENT development)
+configure_package_config_file(cmake/msgapi-config.cmake.in msgapi-config.cmake INSTALL_DESTINATION ${cmake_dir})
 write_basic_package_version_file(msgapi-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/msgapi-config.cmake ${PROJECT_BINARY_DIR}/msgapi-config-version.cmake
+  DESTINATION ${cmake_dir} COMPONENT development)
 configure_file(cmake/msgapi.pc.in msgapi.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/msgapi-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/msgapi-config-version.cmake
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/msgapi)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/msgapi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/msgapi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+# The servers with their units, users and directories.
+file(READ packaging/systemd/hardening.conf hardening)
+string(STRIP "${hardening}" hardening)
 foreach(server msgsvr notifyserver mlogserver cms syslogd)
-  if(TARGET ${server})
-    install(TARGETS ${server} RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
-  endif()
+  install(TARGETS ${server} RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT servers)
+  configure_file(packaging/systemd/${server}.service.in packaging/${server}.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/packaging/${server}.service DESTINATION lib/systemd/system COMPONENT servers)
 endforeach()
-install(TARGETS zorctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+foreach(kind sysusers tmpfiles)
+  install(FILES packaging/systemd/${kind}.conf DESTINATION lib/${kind}.d RENAME msgapi.conf COMPONENT servers)
+endforeach()
+
+# The operator's tool with its completions.
+install(TARGETS zorctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
 install(FILES tools/zorctl/completion/zorctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-  RENAME zorctl)
-install(FILES tools/zorctl/completion/_zorctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+  RENAME zorctl COMPONENT tool)
+install(FILES tools/zorctl/completion/_zorctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
+  COMPONENT tool)
+
+file(GLOB pages CONFIGURE_DEPENDS docs/*.md)
+install(FILES README.md ${pages} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmsgapi-doc COMPONENT documentation)
