@@ -1,19 +1,21 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages that are missing for a purpose, and nothing when none is.
-# Usage: setup.sh [demo | tests | lint | bench | fuzz | armhf]   (demo: what building and running needs; the others add to it)
+# Usage: setup.sh [demo | tests | lint | bench | fuzz | armhf | package]
+# (demo: what building and running needs; the others add to it)
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libcli11-dev nlohmann-json3-dev)
-tests=(libgtest-dev libgmock-dev libsystemd-dev clang-format-14 mandoc)
+tests=(libgtest-dev libgmock-dev libsystemd-dev clang-format-14 mandoc pkg-config)
 case ${1:-demo} in
   demo) ;;
   tests) packages+=("${tests[@]}") ;;
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
   bench) packages+=(libc-ares-dev libcurl4-openssl-dev) ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
+  package) packages+=(libsystemd-dev dpkg-dev file lintian abigail-tools) ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
   *)
-    echo "usage: setup.sh [demo | tests | lint | bench | fuzz | armhf]" >&2
+    echo "usage: setup.sh [demo | tests | lint | bench | fuzz | armhf | package]" >&2
     exit 2
     ;;
 esac
