@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs what a consumer needs into an empty prefix and lets check_consumers.sh use it against the built server.
+# Usage: check_prefix.sh SOURCE-DIRECTORY BUILD-DIRECTORY LIBRARY-DIRECTORY
+set -euo pipefail
+source=$1 build=$2 libdir=$3
+
+work=$(mktemp -d)
+server=
+clean_up() {
+  if [ -n "$server" ]; then kill "$server" && wait "$server" || true; fi
+  rm -rf "$work"
+}
+trap clean_up EXIT
+
+for component in runtime platform development; do
+  cmake --install "$build" --prefix "$work/prefix" --component $component >/dev/null
+done
+mkdir "$work/root"
+export ZOR_ROOT=$work/root
+export PKG_CONFIG_PATH=$work/prefix/$libdir/pkgconfig PKG_CONFIG_OPTIONS=--define-variable=prefix=$work/prefix
+export CMAKE_PREFIX_PATH=$work/prefix LD_LIBRARY_PATH=$work/prefix/$libdir
+exec {ready}< <("$build/daemons/msgsvr/msgsvr" & echo $!; wait)
+read -r server <&"$ready"
+read -r line <&"$ready"
+echo "ok $line"
+"$(dirname "$0")/check_consumers.sh" "$source/README.md" "$source/tests/install/consumer" "$work"
