@@ -158,7 +158,8 @@ bool Bus::AwaitMessage(const Deadline &deadline) {
 
 std::optional<Message> Bus::Read(const Deadline &deadline) {
   if (!AwaitMessage(deadline)) return std::nullopt;
-  const Watchdog watchdog(deadline);
+  // A message that has come is read, however little time is left.
+  const Watchdog watchdog(Deadline(std::max(deadline.left(), kServerTime)));
   ZOR_MSG_HEAD *received = nullptr;
   const uint32_t status = ZOR_MSG_Recv(g_stMsgCtx.socketFd, &received, 0);
   const std::unique_ptr<ZOR_MSG_HEAD, decltype(&std::free)> head(received, &std::free);
