@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libcli11-dev nlohmann-json3-dev)
-tests=(libgtest-dev libgmock-dev libsystemd-dev clang-format-14 mandoc pkg-config)
+tests=(libgtest-dev libgmock-dev libsystemd-dev clang-format-14 mandoc pkg-config tshark)
 case ${1:-demo} in
   demo) ;;
   tests) packages+=("${tests[@]}") ;;
