@@ -89,6 +89,10 @@ void PrintJson(const nlohmann::json &value) {
   Print(JsonLine(value));
 }
 
+int OutputDescriptor() {
+  return outputFd;
+}
+
 bool OutputIsTerminal() {
   return ::isatty(outputFd) == 1;
 }

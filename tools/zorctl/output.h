@@ -26,6 +26,8 @@ std::string JsonLine(const nlohmann::json &value);
 std::string JsonLine(const nlohmann::ordered_json &value);
 void PrintJson(const nlohmann::json &value);
 
+// Where the output goes, for what is no text. Whoever writes there prints nothing.
+int OutputDescriptor();
 bool OutputIsTerminal();
 // The columns of the terminal, or no limit when the output is none.
 size_t OutputWidth();

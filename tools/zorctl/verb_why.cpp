@@ -7,6 +7,7 @@
 #include <string>
 
 #include "zorctl/bus.h"
+#include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -80,7 +81,8 @@ class Report {
     Table requests({{"FROM"}, {"TO"}, {"AGE", Align::kRight}, {"SEQUENCE", Align::kRight}, {"TYPE"}});
     for (const Waiter &each : waiters_) {
       requests.Add({each.from->name, each.request->to.empty() ? "(barrier)" : each.request->to,
-                    AgeText(each.request->ageMs), std::to_string(each.request->sequence), HexText(each.request->type)});
+                    AgeText(each.request->ageMs), std::to_string(each.request->sequence),
+                    TypeText(each.request->type)});
     }
     requests.Print();
   }

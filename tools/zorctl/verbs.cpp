@@ -27,6 +27,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl why web\n"
      "  zorctl why web --json | jq -r .verdict\n",
      MakeWhyVerb, kDefaultTimeoutSeconds, "names"},
+    {"monitor", "A copy of the traffic, as lines, JSON or a capture; ends after --timeout, --limit or Ctrl-C",
+     "  zorctl monitor --name web --timeout 10\n"
+     "  zorctl monitor --type 0x5000-0x50FF --pcapng bus.pcapng\n",
+     MakeMonitorVerb, 60},
     {"log", "The user-visible log, and statistics of the logging daemon",
      "  zorctl log --type user,system --level warning --count 20\n"
      "  zorctl log --follow --language zh\n",

@@ -13,6 +13,7 @@ std::unique_ptr<Verb> MakeExitVerb();
 std::unique_ptr<Verb> MakeListVerb();
 std::unique_ptr<Verb> MakeListenVerb();
 std::unique_ptr<Verb> MakeLogVerb();
+std::unique_ptr<Verb> MakeMonitorVerb();
 std::unique_ptr<Verb> MakeNotifyVerb();
 std::unique_ptr<Verb> MakePublishVerb();
 std::unique_ptr<Verb> MakeRestVerb();

@@ -1,0 +1,29 @@
+# What a capture holds, as the dissector shows it; and what is left of one when there is no room.
+dissect() {
+  tshark -X "lua_script:$build/tools/wireshark/zorbus.lua" -r "$@" 2>"$work/tshark.err" || cat "$work/tshark.err"
+}
+normalise() { sed -E '/^Frame /d; / Time: /d; s/(Sequence number|Reply to): [0-9]+/\1: N/; s/msg_file_[0-9]+/msg_file_N/'; }
+
+start msgsvr
+start notifyserver
+start provider
+background all monitor --pcapng "$work/all.pcapng"
+await test -s "$work/all.pcapng"
+zorctl call DM cms --subtype 1 --item device=lamp >"$work/answer"
+zorctl send 0x4001 cms --text "$(printf '%3000s' long)"
+zorctl send 0x4001 nobody --text lost 2>"$work/answer" || true
+zorctl call RESTFUL_REQUEST word0=1 prefix=/api/lamp name=state text='{}' >"$work/answer" 2>&1 || true
+count() { [ "$(dissect "$work/all.pcapng" -Y 'zorbus.type == 0x10d' | wc -l)" -ge "$1" ]; }
+await count 2
+kill -INT "$(running all)"
+await gone all
+dissect "$work/all.pcapng" -O zorbus -Y 'zorbus.type == 0x209 || zorbus.type == 0x4001 || zorbus.type == 0x10d'
+
+run monitor --pcapng /dev/full
+run monitor --pcapng "$work/no/such/directory"
+# A file that may grow to 8 KiB, which lies within a block.
+peer asker ask nobody
+report bash -c 'ulimit -f 8; exec "$@"' - "${emulator[@]}" "$build/tools/zorctl/zorctl" monitor \
+  --pcapng "$work/full.pcapng" >"$work/full"
+sed -E 's/[0-9]+ (copied|messages)/N \1/' "$work/full"
+grep -q "the first $(dissect "$work/full.pcapng" | wc -l) messages are in it" "$work/full" && echo 'All of these can be read.'

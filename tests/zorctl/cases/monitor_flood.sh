@@ -1,0 +1,27 @@
+# Ten monitors of a bus that is flooded, one of them stopped: the bus goes on, and what it missed is counted.
+start msgsvr
+peer target idle
+for i in 0 1 2 3 4 5 6 7 8 9; do
+  background "monitor$i" monitor --type 0x4000 --pcapng "$work/$i.pcapng"
+done
+for i in 0 1 2 3 4 5 6 7 8 9; do await test -s "$work/$i.pcapng"; done
+stopped=$(running monitor9)
+kill -STOP "$stopped"
+
+peer source flood target 8000
+await grep -q done "$ZOR_ROOT/source.out"
+
+kill -CONT "$stopped"
+
+# Only the next copy tells how many are missing, so there is one when all have been read.
+all_read() { [ -z "$(zorctl list | awk '/^ctl/ && $6 != 0')" ]; }
+await all_read
+peer last flood target 1
+await grep -q done "$ZOR_ROOT/last.out"
+await all_read
+for i in 0 1 2 3 4 5 6 7 8 9; do
+  kill -INT "$(running "monitor$i")"
+  await gone "monitor$i"
+  awk '{ print ($3 + $5 == 8001 ? "copied and missed are all" : $0) }' "$ZOR_ROOT/monitor$i.err"
+done
+awk '$5 > 0 { print "the stopped one has missed some" }' "$ZOR_ROOT/monitor9.err"

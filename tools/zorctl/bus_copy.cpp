@@ -1,0 +1,127 @@
+#include "zorctl/bus_copy.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "zorctl/body.h"
+#include "zorctl/message_types.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr uint64_t kMicrosInSecond = 1'000'000;
+constexpr size_t kNameWidth = ZOR_MSG_NAME_SIZE - 1;
+constexpr size_t kTypeWidth = 20;
+
+// How much of a second is shown.
+enum Digits : size_t { kMillis = 3, kMicros = 6 };
+
+std::string TimeText(uint64_t timeUs, const char *format, tm *(*convert)(const time_t *, tm *), Digits digits) {
+  const auto seconds = static_cast<time_t>(timeUs / kMicrosInSecond);
+  tm parts{};
+  std::array<char, 64> text{};
+  if (convert(&seconds, &parts) == nullptr) return "-";
+  const std::string whole(text.data(), std::strftime(text.data(), text.size(), format, &parts));
+  std::snprintf(text.data(), text.size(), ".%06u", static_cast<unsigned>(timeUs % kMicrosInSecond));
+  return whole + std::string(text.data()).substr(0, 1 + digits);
+}
+
+std::string Pad(const std::string &text, size_t width) {
+  return text + std::string(width - std::min(width, Width(text)), ' ');
+}
+
+std::string NameText(std::string_view name) {
+  return Pad(name.empty() ? "-" : Escape(name), kNameWidth);
+}
+
+std::string NumberText(uint64_t number, size_t width) {
+  const std::string text = std::to_string(number);
+  return std::string(width - std::min(width, text.size()), ' ') + text;
+}
+
+// A message of a type that this daemon answers, to somebody: the reply to a request that went by unseen.
+bool IsFromAnswerer(const BusCopy &copy) {
+  const MessageType *type = FindType(copy.type());
+  if (type == nullptr || type->to == "any" || copy.destination().empty()) return false;
+  return type->to == "server" ? copy.source().empty() : copy.source() == type->to;
+}
+
+Json DecodeBody(const BusCopy &copy, bool isReply) {
+  if (copy.inFile()) return {{"file", FieldText(copy.body.data(), copy.body.size())}};
+  const MessageType *type = FindType(copy.type());
+  if (type == nullptr) return DecodeUnknown(copy.body);
+  return Decode(isReply ? type->reply : type->request, copy.head.data, copy.body);
+}
+
+}  // namespace
+
+std::string_view BusCopy::source() const {
+  return FieldText(head.source, sizeof head.source);
+}
+
+std::string_view BusCopy::destination() const {
+  return FieldText(head.destination, sizeof head.destination);
+}
+
+std::string_view BusCopy::receiver() const {
+  const std::string_view receiver = FieldText(copy.receiver, sizeof copy.receiver);
+  return receiver.empty() ? destination() : receiver;
+}
+
+std::optional<BusCopy> ParseCopy(std::string_view bytes) {
+  BusCopy copy{};
+  constexpr size_t kHeads = sizeof copy.copy + sizeof copy.head;
+  if (bytes.size() < kHeads) return std::nullopt;
+  std::memcpy(&copy.copy, bytes.data(), sizeof copy.copy);
+  std::memcpy(&copy.head, bytes.data() + sizeof copy.copy, sizeof copy.head);
+  copy.body = bytes.substr(kHeads, copy.head.bodyLength);
+  return copy;
+}
+
+bool Conversations::IsReply(const BusCopy &copy) {
+  const uint64_t number = uint64_t{copy.type()} << 32 | copy.head.sequence;
+  if (copy.head.sequence == 0) return IsFromAnswerer(copy);
+  if (requests_.erase({std::string(copy.receiver()), number}) > 0) return true;
+  if (IsFromAnswerer(copy)) return true;
+  if (requests_.size() == kMaxRequests) requests_.clear();  // nobody answers these
+  requests_.emplace(copy.source(), number);
+  return false;
+}
+
+std::string CopyTitles() {
+  return "TIME          FROM           TO           TYPE                     SEQ       DATA  BYTES  BODY";
+}
+
+std::string CopyLine(const BusCopy &copy, bool isReply) {
+  std::string line = TimeText(copy.copy.timeUs, "%H:%M:%S", &::localtime_r, kMillis) + "  ";
+  line += NameText(copy.source()) + (copy.delivered() ? " -> " : " -x ") + NameText(copy.receiver());
+  line += "  " + Pad(TypeText(copy.type()), kTypeWidth);
+  line += NumberText(copy.head.sequence, 8) + NumberText(copy.head.data, 11) + NumberText(copy.head.bodyLength, 7);
+  const Json body = DecodeBody(copy, isReply);
+  return body.empty() ? line : line + "  " + body.dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+Json CopyJson(const BusCopy &copy, bool isReply) {
+  return {{"time", TimeText(copy.copy.timeUs, "%Y-%m-%dT%H:%M:%S", &::gmtime_r, kMicros) + "Z"},
+          {"missed", copy.copy.missed},
+          {"delivered", copy.delivered()},
+          {"receiver", copy.receiver()},
+          {"type", copy.type()},
+          {"name", TypeText(copy.type())},
+          {"sequence", copy.head.sequence},
+          {"source", copy.source()},
+          {"destination", copy.destination()},
+          {"data", copy.head.data},
+          {"body_length", copy.head.bodyLength},
+          {"cut", copy.body.size() < copy.head.bodyLength},
+          {"body", DecodeBody(copy, isReply)}};
+}
+
+}  // namespace zor::ctl
