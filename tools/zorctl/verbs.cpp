@@ -62,7 +62,7 @@ constexpr VerbRow kVerbs[] = {
     {"trace", "The trace settings that a daemon gets when it registers: show, set and clear them",
      "  zorctl trace set web msg=debug all=error --output file\n"
      "  zorctl trace clear web\n",
-     MakeTraceVerb},
+     MakeTraceVerb, kDefaultTimeoutSeconds, "nothing names nothing"},
     {"complete", "List what a word of a command line may be",
      "  zorctl complete types\n"
      "  zorctl complete line exit \"\"\n",
