@@ -19,6 +19,9 @@ cd "$work"
 "${@:4}" -Wall -Werror -I "$source/include" -o greeter greeter.c -L "$build/libraries/private/msg" -L "$build/platform" \
   -lmsgapi -lzorplatform -Wl,-rpath,"$build/libraries/private/msg:$build/platform"
 
+for program in daemons/msgsvr/msgsvr tools/zorctl/zorctl; do
+  [ -x "$build/$program" ] || { echo "$program is not built"; exit 1; }
+done
 PATH=$build/daemons/msgsvr:$build/tools/zorctl:$PATH
 {
   echo 'set -e; trap '\''kill $(jobs -p); rm -rf "$ZOR_ROOT"'\'' EXIT'
