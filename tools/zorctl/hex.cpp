@@ -47,7 +47,7 @@ std::string HexDump(std::string_view bytes) {
   std::string dump;
   for (size_t at = 0; at < bytes.size(); at += kRow) {
     const std::string_view row = bytes.substr(at, kRow);
-    std::array<char, 16> offset{};
+    std::array<char, 24> offset{};
     std::snprintf(offset.data(), offset.size(), "%04zx ", at);
     std::string digits;
     std::string characters;
