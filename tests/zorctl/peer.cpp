@@ -2,9 +2,11 @@
 //   peer idle NAME                reads what comes, and answers nothing
 //   peer ask NAME OTHER           waits until OTHER is there, asks it something and waits for the answer for an hour
 //   peer refuse NAME [PATTERN]    announces the restful pattern, subscribes to events of "lan", and will not exit
+//   peer stat NAME STATISTIC VALUE   leaves a statistic with the logging daemon
 //   peer flood NAME OTHER COUNT   sends it so many messages, then says "done" and reads what comes
 #include <unistd.h>
 #include <zor/event.h>
+#include <zor/mlog.h>
 #include <zor/msg.h>
 
 #include <cstdio>
@@ -53,6 +55,7 @@ int main(int count, char **arguments) {
   if (count < 3 || ZOR_MSG_Init(arguments[2]) != ZOR_OK) return 2;
   int status = 0;
   if (std::strcmp(arguments[1], "refuse") == 0) status = Refuse(arguments[3]);
+  if (count > 4 && std::strcmp(arguments[1], "stat") == 0) status = set_mlog_stat_info(arguments[3], arguments[4]);
   std::puts("ready");
   if (count > 3 && std::strcmp(arguments[1], "ask") == 0) status = Ask(arguments[2], arguments[3]);
   if (count > 4 && std::strcmp(arguments[1], "flood") == 0) status = Flood(arguments[3], std::atol(arguments[4]));

@@ -11,17 +11,10 @@
 #include "zorctl/hex.h"
 #include "zorctl/message_types.h"
 #include "zorctl/text.h"
+#include "zorctl/value.h"
 
 namespace zor::ctl {
 namespace {
-
-std::pair<std::string, std::string> SplitPair(const std::string &text) {
-  const size_t equals = text.find('=');
-  if (equals == std::string::npos || equals == 0) {
-    throw Failure(kExitUsage, "no NAME=VALUE: " + Escape(text), "put a name and = in front of the value");
-  }
-  return {text.substr(0, equals), text.substr(equals + 1)};
-}
 
 // One byte more than a body may have, so that the bus can tell.
 std::string ReadSome(std::istream &from) {
@@ -70,7 +63,7 @@ void MessageOptions::SortWords(Outgoing &message, Values &fields) const {
       NameField(words_[i]);  // says what is wrong with it
       message.destination = words_[i];
     } else {
-      fields.push_back(SplitPair(words_[i]));
+      fields.push_back(ParsePair(words_[i]));
     }
   }
 }
@@ -96,7 +89,7 @@ Outgoing MessageOptions::Build() const {
   if (file_) message.body = TextOfFile();
   if (!items_.empty()) {
     Values items;
-    for (const std::string &item : items_) items.push_back(SplitPair(item));
+    for (const std::string &item : items_) items.push_back(ParsePair(item));
     message.body = EncodeItems(items, ParseWord(subType_, "--subtype"));
   }
   return message;

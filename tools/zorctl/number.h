@@ -2,21 +2,19 @@
 #ifndef ZORCTL_NUMBER_H
 #define ZORCTL_NUMBER_H
 
-#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <string_view>
+
+#include "common/settings.h"
 
 namespace zor::ctl {
 
 // None for anything but one number of at most 32 bits.
 inline std::optional<uint32_t> ParseNumber(std::string_view text) {
-  const bool isHex = text.starts_with("0x") || text.starts_with("0X");
-  if (isHex) text.remove_prefix(2);
-  uint32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, isHex ? 16 : 10);
-  if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
+  uint64_t number = 0;
+  if (!daemon::ParseNumber(text, &number) || number > UINT32_MAX) return std::nullopt;
+  return static_cast<uint32_t>(number);
 }
 
 }  // namespace zor::ctl

@@ -47,7 +47,7 @@ std::string ReadProbed(uint32_t parameter, uint32_t instance, size_t size, const
   return zeros;
 }
 
-Object MakeObject(uint32_t objectClass, uint32_t instance, const Pairs &values, const std::string &what) {
+Object MakeObject(uint32_t objectClass, uint32_t instance, const Values &values, const std::string &what) {
   ZOR_CFM_OBJ *made = nullptr;
   uint32_t status = ZOR_STORE_E_ARGUMENT;
   for (const auto &[name, value] : values) {
@@ -91,11 +91,11 @@ std::string ReadAppData(uint32_t item) {
   return value;
 }
 
-Pairs ReadObject(uint32_t objectClass, uint32_t instance) {
+Values ReadObject(uint32_t objectClass, uint32_t instance) {
   ZOR_CFM_OBJ *read = nullptr;
   CheckStatus(ZOR_DBGetObj(objectClass, instance, &read), NamedObject(objectClass, instance));
   const Object object(read);
-  Pairs values;
+  Values values;
   for (const ZOR_CFM_VALUE *each = object->values; each != nullptr; each = each->next) {
     values.emplace_back(each->name, each->value);
   }
@@ -112,12 +112,12 @@ void WriteAppData(uint32_t item, const std::string &value) {
               Named("application data of item", item));
 }
 
-void WriteObject(uint32_t objectClass, uint32_t instance, const Pairs &values) {
+void WriteObject(uint32_t objectClass, uint32_t instance, const Values &values) {
   const std::string what = NamedObject(objectClass, instance);
   CheckStatus(ZOR_DBSetObj(MakeObject(objectClass, instance, values, what).get()), what);
 }
 
-uint32_t AddObject(uint32_t objectClass, const Pairs &values) {
+uint32_t AddObject(uint32_t objectClass, const Values &values) {
   const std::string what = Named("object of class", objectClass);
   uint32_t instance = 0;
   CheckStatus(ZOR_DBAddObj(objectClass, MakeObject(objectClass, 0, values, what).get(), &instance), what);

@@ -16,14 +16,14 @@ constexpr size_t kMaxStoreValue = 16u << 20;
 
 std::string ReadParameter(uint32_t parameter, uint32_t instance);
 std::string ReadAppData(uint32_t item);
-Pairs ReadObject(uint32_t objectClass, uint32_t instance);
+Values ReadObject(uint32_t objectClass, uint32_t instance);
 
 void WriteParameter(uint32_t parameter, uint32_t instance, const std::string &value);
 void WriteAppData(uint32_t item, const std::string &value);
 // Sets these values of an instance; the others stay.
-void WriteObject(uint32_t objectClass, uint32_t instance, const Pairs &values);
+void WriteObject(uint32_t objectClass, uint32_t instance, const Values &values);
 // Adds an instance; its number.
-uint32_t AddObject(uint32_t objectClass, const Pairs &values);
+uint32_t AddObject(uint32_t objectClass, const Values &values);
 
 }  // namespace zor::ctl
 

@@ -2,35 +2,22 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <optional>
 
 #include "zorctl/exit_code.h"
-#include "zorctl/number.h"
+#include "zorctl/hex.h"
+#include "zorctl/message_types.h"
 #include "zorctl/text.h"
 
 namespace zor::ctl {
 namespace {
 
-std::string HexBytes(std::string_view text) {
-  std::string bytes;
-  for (size_t i = 0; i + 1 < text.size(); i += 2) {
-    unsigned value = 0;
-    const auto [end, error] = std::from_chars(text.data() + i, text.data() + i + 2, value, 16);
-    if (error != std::errc() || end != text.data() + i + 2) break;
-    bytes += static_cast<char>(value);
-  }
-  if (bytes.size() * 2 == text.size()) return bytes;
-  throw Failure(kExitUsage, "not hexadecimal: " + Escape(text), "write two digits for each byte, such as 0aff");
-}
-
 std::string WordBytes(std::string_view text) {
-  const auto number = ParseNumber(text);
-  if (!number) throw Failure(kExitUsage, "no 32-bit number: " + Escape(text), "write it as 17 or 0x11");
-  return {reinterpret_cast<const char *>(&*number), sizeof *number};
+  const uint32_t number = ParseWord(text, "the value");
+  return {reinterpret_cast<const char *>(&number), sizeof number};
 }
 
 std::string FileBytes(const std::string &path, size_t limit) {
@@ -43,16 +30,6 @@ std::string FileBytes(const std::string &path, size_t limit) {
   bytes.resize(static_cast<size_t>(file.gcount()));
   if (bytes.size() <= limit) return bytes;
   throw Failure(kExitUsage, Escape(path) + " is too large", "at most " + std::to_string(limit) + " bytes are taken");
-}
-
-std::string ToHex(std::string_view bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const char each : bytes) {
-    const auto byte = static_cast<unsigned char>(each);
-    text.append(1, kDigits[byte >> 4]).append(1, kDigits[byte & 15]);
-  }
-  return text;
 }
 
 // A text that is printable as it is, with its NUL or without.
@@ -70,15 +47,17 @@ std::optional<uint32_t> NumberOf(std::string_view bytes) {
 
 }  // namespace
 
-Pairs ParsePairs(const std::vector<std::string> &words) {
-  Pairs pairs;
-  for (const std::string &word : words) {
-    const size_t equals = word.find('=');
-    if (equals == 0 || equals == word.npos) {
-      throw Failure(kExitUsage, "not of the form NAME=VALUE: " + Escape(word), "quote a value that has blanks");
-    }
-    pairs.emplace_back(word.substr(0, equals), word.substr(equals + 1));
+std::pair<std::string, std::string> ParsePair(const std::string &word) {
+  const size_t equals = word.find('=');
+  if (equals == std::string::npos || equals == 0) {
+    throw Failure(kExitUsage, "no NAME=VALUE: " + Escape(word), "put a name and = in front of the value");
   }
+  return {word.substr(0, equals), word.substr(equals + 1)};
+}
+
+Values ParsePairs(const std::vector<std::string> &words) {
+  Values pairs;
+  for (const std::string &word : words) pairs.push_back(ParsePair(word));
   return pairs;
 }
 
@@ -90,7 +69,7 @@ void AddFormatOption(CLI::App &app, std::string &format) {
 }
 
 std::string BytesOf(const std::string &word, std::string_view format, size_t limit) {
-  if (format == "hex") return HexBytes(word);
+  if (format == "hex") return ParseHex(word);
   if (format == "u32") return WordBytes(word);
   if (format == "file") return FileBytes(word, limit);
   return format == "string" ? word + '\0' : word;

@@ -8,16 +8,17 @@
 #include <utility>
 #include <vector>
 
+#include "zorctl/body.h"
+
 namespace CLI {
 class App;
 }
 
 namespace zor::ctl {
 
-using Pairs = std::vector<std::pair<std::string, std::string>>;
-
-// Words of the form name=value. Failure (usage) for any other.
-Pairs ParsePairs(const std::vector<std::string> &words);
+// A word of the form NAME=VALUE; such words. Failure (usage) for any other.
+std::pair<std::string, std::string> ParsePair(const std::string &word);
+Values ParsePairs(const std::vector<std::string> &words);
 
 // Adds the option --as, which says how values are written; it starts with what the variable holds: "text", "string" (a
 // text with its NUL), "hex", "u32" or "file" (the path of a file that holds the bytes).

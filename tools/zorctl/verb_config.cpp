@@ -216,7 +216,7 @@ class ConfigVerb : public Verb {
   }
 
   ExitCode SetObject() const {
-    const Pairs values = ParsePairs(words_);
+    const Values values = ParsePairs(words_);
     if (values.empty()) throw Failure(kExitUsage, "NAME=VALUE is needed", "an object's values have names");
     uint32_t instance = 0;
     if (create_ && !key_.instance) {
@@ -236,7 +236,7 @@ class ConfigVerb : public Verb {
                   "write CLASS.INSTANCE; zorctl config list object shows them");
   }
 
-  void PrintObject(const Pairs &values) const {
+  void PrintObject(const Values &values) const {
     Json object = Json::object();
     for (const auto &[name, value] : values) {
       if (!json_) Print(Escape(name) + "=" + Escape(value) + "\n");

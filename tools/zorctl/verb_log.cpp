@@ -128,10 +128,9 @@ class LogVerb : public Verb {
         before = PrintNew(bus, typeLevel, before, common.deadline());
         absent = false;
       } catch (const Failure &failure) {
-        // It may be about to start again; what it kept comes then.
-        if (failure.code != kExitNotFound) throw;
-        if (!std::exchange(absent, true))
-          std::fputs("zorctl log: the daemon syslog has gone; waiting for it\n", stderr);
+        // It may be about to start again, with our question lost; what it kept comes then.
+        if (failure.code != kExitNotFound && failure.code != kExitTimeOver) throw;
+        if (!std::exchange(absent, true)) std::fprintf(stderr, "zorctl log: %s; waiting for it\n", failure.what());
       }
     }
   }

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "zorctl/message_types.h"
 #include "zorctl/notify_channel.h"
 #include "zorctl/number.h"
 #include "zorctl/output.h"
@@ -60,7 +61,7 @@ class NotifyVerb : public Verb {
     if (list_) return List(common);
     CheckArguments();
     const uint32_t module = ModuleOf(module_);
-    const uint32_t type = TypeNumber();
+    const uint32_t type = ParseWord(type_, "TYPE");
     const uint32_t from = ModuleOf(from_);
     const std::string part1 = Bytes(part1_);
     const std::string part2 = Bytes(part2_);
@@ -123,11 +124,6 @@ class NotifyVerb : public Verb {
     if (sync_ && !part2_.empty()) {
       throw Failure(kExitUsage, "a synchronous notification has one part", "leave out --sync or the second part");
     }
-  }
-
-  uint32_t TypeNumber() const {
-    if (const auto number = ParseNumber(type_)) return *number;
-    throw Failure(kExitUsage, "no type of a notification: " + Escape(type_), "write it as 33 or 0x21");
   }
 
   std::string Bytes(const std::string &part) const {

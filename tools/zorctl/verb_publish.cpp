@@ -1,16 +1,12 @@
-#include <zor/dmmsg.h>
 #include <zor/event.h>
-#include <zor/msg_head.h>
 #include <zor/platform/system.h>
 
 #include <CLI/CLI.hpp>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
+#include "zorctl/body.h"
 #include "zorctl/bus.h"
 #include "zorctl/event.h"
 #include "zorctl/output.h"
@@ -31,25 +27,6 @@ Json PayloadOf(const std::string &word) {
   const Json payload = ParsePayload(BytesOf(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody));
   if (!payload.is_discarded()) return payload;
   throw Failure(kExitUsage, "the payload is not JSON", "quote it for the shell: --json-payload '{\"port\":1}'");
-}
-
-struct FreeDm {
-  void operator()(ZOR_DMMSG_HEAD *dm) const noexcept { ZOR_DMMSG_Free(dm); }
-};
-
-std::string ItemBody(const std::string &event, const Pairs &pairs) {
-  ZOR_DMMSG_HEAD *made = nullptr;
-  uint32_t status = ZOR_DMMSG_Builder(&made, kItemBroker, 0);
-  const auto append = [&](const std::string &name, const std::string &value) {
-    const auto length = static_cast<uint32_t>(value.size() + 1);
-    if (status == 0) status = ZOR_DMMSG_AppendItem(&made, 0, name.c_str(), value.c_str(), length);
-  };
-  append("EventType", event);
-  for (const auto &[name, value] : pairs) append(name, value);
-  const std::unique_ptr<ZOR_DMMSG_HEAD, FreeDm> dm(made);
-  if (status != 0) throw Failure(kExitFailure, "no memory for the event", "publish less");
-  dm->capacity -= std::exchange(dm->free, 0);
-  return {reinterpret_cast<const char *>(dm.get()), dm->capacity};
 }
 
 class PublishVerb : public Verb {
@@ -98,7 +75,9 @@ class PublishVerb : public Verb {
       throw Failure(kExitUsage, "an event of " + Escape(module_) + " without a text reaches nobody",
                     "give NAME=VALUE ...");
     }
-    return {type, kItemBroker, 0, ItemBody(event_, ParsePairs(items_))};
+    Values items = {{"EventType", event_}};
+    for (const std::string &word : items_) items.push_back(ParsePair(word));
+    return {type, kItemBroker, 0, EncodeItems(items, 0)};
   }
 
   std::string module_;

@@ -1,5 +1,5 @@
 # Events: publish and listen together.
-normalise() { sed -E 's/"Timestamp":"[^"]*"/"Timestamp":"TIME"/; s/x{9,}/XXX/'; }
+normalise() { sed -E 's/"Timestamp":"[^"]*"/"Timestamp":"TIME"/; s/x{9,}/XXX/; s/(5b){9,}/5b5b/; s/\[{9,}/[[[/'; }
 
 listen() { # ARGUMENT...: begins, and waits until it hears
   begin listen --verbose "$@"
@@ -10,12 +10,14 @@ run listen
 run publish lan link port=1
 start msgsvr
 
-listen --limit 5
+listen --limit 7
 run publish lan link port=1 state=up
 run publish network lease host=a
 run publish network lease --json-payload '{"hosts":[2,3],"a":{"z":1,"b":null}}' --json
 run publish lan evil text=$'\e[31mred\nline \xc2\x9b \xff\xe2\x80\xae'
 run publish 0x2DA50 odd name=value
+run send 0x2DA07 --text $'no JSON \e[31m'
+run send 0x2DA07 --hex "$(printf '5b%.0s' {1..2000})"
 finish
 
 # Only some modules, and those that nobody knows.
