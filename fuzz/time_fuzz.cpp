@@ -9,7 +9,7 @@ namespace {
 
 using zor::fuzz::Require;
 
-constexpr uint32_t kUnset = 0xffffffff;
+constexpr uint32_t kUnset = 0x80000000;  // neither a number of a time text nor a difference
 
 void CheckParsed(const std::string &text) {
   ZOR_CAL_TIME time = {kUnset, kUnset, kUnset, kUnset, kUnset, kUnset};
