@@ -1,7 +1,7 @@
 says() { zorctl why "$1" | head -n 1 | grep -qF "$2"; }
 normalise() {
   sed -E 's/ +[0-9]+\.[0-9] s/ N.N s/g; s/^([a-z]+) +[0-9]+  (sleeping|stopped|running)/\1 PID \2/; s/  +/  /g
-    s/[0-9]+  0x/N  0x/; s/"sequence":[0-9]+/"sequence":N/g'
+    s/(sleeping|running)/going/g; s/[0-9]+  0x/N  0x/; s/"sequence":[0-9]+/"sequence":N/g'
 }
 
 start msgsvr
