@@ -120,7 +120,9 @@ class MonitorVerb : public Verb {
     app.add_flag("--received", received_, "With --name: only what it receives");
     app.add_option("--type", type_, "Only messages of this type: a number, a range such as 0x5000-0x50FF, or a name")
         ->type_name("TYPE");
-    app.add_option("--limit", limit_, "End after so many messages")->check(CLI::PositiveNumber)->type_name("COUNT");
+    app.add_option("--limit", limit_, "End after so many messages; with status 4 when the time is over first")
+        ->check(CLI::PositiveNumber)
+        ->type_name("COUNT");
     CLI::Option *lines = app.add_flag("--lines", lines_, "Print a line for each message; this is the default");
     app.add_option("--pcapng", file_, "Write a capture for packet analysers; - is standard output")
         ->type_name("FILE")
@@ -129,6 +131,9 @@ class MonitorVerb : public Verb {
 
   ExitCode Run(const Common &common) override {
     const ZOR_CONTROL_FILTER filter = Filter();
+    if (!file_.empty() && common.json) {
+      throw Failure(kExitUsage, "a capture is no JSON", "use one of --json and --pcapng");
+    }
     if (file_ == "-" && OutputIsTerminal()) {
       throw Failure(kExitUsage, "a capture is nothing for a terminal", "send the output to a file or a pipe");
     }

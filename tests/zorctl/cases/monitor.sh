@@ -16,6 +16,7 @@ run monitor --sent
 run monitor --name nobody --timeout 0.1
 run monitor --name web --limit 1 --timeout 0.1
 run monitor --pcapng - --lines
+run monitor --pcapng - --json
 run_on_terminal 80 monitor --pcapng -
 
 # Lines of what one daemon gets, a message to nobody, and JSON of what one sends.
