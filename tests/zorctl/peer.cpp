@@ -3,7 +3,7 @@
 //   peer ask NAME OTHER           waits until OTHER is there, asks it something and waits for the answer for an hour
 //   peer refuse NAME [PATTERN]    announces the restful pattern, subscribes to events of "lan", and will not exit
 //   peer stat NAME STATISTIC VALUE   leaves a statistic with the logging daemon
-//   peer flood NAME OTHER COUNT   sends it so many messages, then says "done" and reads what comes
+//   peer flood NAME OTHER COUNT [BYTES]   sends it so many messages, then says "done" and reads what comes
 #include <unistd.h>
 #include <zor/event.h>
 #include <zor/mlog.h>
@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace {
 
@@ -28,10 +29,11 @@ int Ask(const char *self, const char *other) {
              : 1;
 }
 
-int Flood(const char *other, long count) {
-  static constexpr char kText[] = "one of many";
+int Flood(const char *other, long count, const char *bytes) {
+  std::string text = "one of many";
+  if (bytes != nullptr) text.resize(std::strtoul(bytes, nullptr, 10), '.');
   for (long i = 0; i < count; ++i) {
-    if (ZOR_MSG_SendMsgData(other, kType, kText, sizeof kText) != ZOR_OK) return 1;
+    if (ZOR_MSG_SendMsgData(other, kType, text.c_str(), static_cast<uint32_t>(text.size() + 1)) != ZOR_OK) return 1;
   }
   std::puts("done");
   return 0;
@@ -58,7 +60,8 @@ int main(int count, char **arguments) {
   if (count > 4 && std::strcmp(arguments[1], "stat") == 0) status = set_mlog_stat_info(arguments[3], arguments[4]);
   std::puts("ready");
   if (count > 3 && std::strcmp(arguments[1], "ask") == 0) status = Ask(arguments[2], arguments[3]);
-  if (count > 4 && std::strcmp(arguments[1], "flood") == 0) status = Flood(arguments[3], std::atol(arguments[4]));
+  if (count > 4 && std::strcmp(arguments[1], "flood") == 0)
+    status = Flood(arguments[3], std::atol(arguments[4]), arguments[5]);
   if (status == 0) ZOR_MSG_GetAndDispatch();
   ZOR_MSG_Destroy();
   return status;

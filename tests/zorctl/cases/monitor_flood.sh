@@ -8,7 +8,7 @@ for i in 0 1 2 3 4 5 6 7 8 9; do await test -s "$work/$i.pcapng"; done
 stopped=$(running monitor9)
 kill -STOP "$stopped"
 
-peer source flood target 8000
+peer source flood target 3000 500
 await grep -q done "$ZOR_ROOT/source.out"
 
 kill -CONT "$stopped"
@@ -22,6 +22,6 @@ await all_read
 for i in 0 1 2 3 4 5 6 7 8 9; do
   kill -INT "$(running "monitor$i")"
   await gone "monitor$i"
-  awk '{ print ($3 + $5 == 8001 ? "copied and missed are all" : $0) }' "$ZOR_ROOT/monitor$i.err"
+  awk '{ print ($3 + $5 == 3001 ? "copied and missed are all" : $0) }' "$ZOR_ROOT/monitor$i.err"
 done
 awk '$5 > 0 { print "the stopped one has missed some" }' "$ZOR_ROOT/monitor9.err"
