@@ -5,16 +5,16 @@ two_tools() { [ "$(tools_on_the_bus)" -eq 2 ]; }
 start msgsvr
 start notifyserver
 start provider
-for verb in 'wait lamp' 'call 0x61005 cms'; do
+peer lamp refuse
+for verb in 'wait fan' 'call 0x61005 cms' 'exit lamp'; do
   # shellcheck disable=SC2086
-  run $verb --timeout 30 >"$work/dying" &
-  dying=$!
+  begin $verb --timeout 30
   await two_tools
   kill -KILL "$(running msgsvr)"
-  wait "$dying"
-  cat "$work/dying"
+  finish
   start msgsvr
   start provider
+  peer lamp refuse
 done
 
 # The server is there and does nothing.
@@ -36,10 +36,8 @@ start msgsvr --settings "$work/settings"
 run wait cms --timeout 0.1
 
 # Nobody reads the output, or nobody can write it, or there is none.
-exec {closed}> >(:)
-wait $!
+run_unread complete types
 types_to() { zorctl complete types >"$1"; }
-report types_to /dev/fd/"$closed"
 report types_to /dev/full
 nowhere() { zorctl complete types >&-; }
 report nowhere

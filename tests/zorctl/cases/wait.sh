@@ -6,11 +6,8 @@ run wait lamp --timeout 0.2 --json
 run_on_terminal 40 wait lamp --timeout 0.2
 run wait $'we\nb'
 
-run wait lamp fan >"$work/waiting" &
-waiting=$!
-
+begin wait lamp fan
 peer lamp idle
 peer fan idle
-wait "$waiting"
-cat "$work/waiting"
+finish
 run wait fan lamp --json
