@@ -91,10 +91,9 @@ Json DecodeField(const Field &field, std::string_view &body) {
   }
 }
 
-bool IsLineText(std::string_view text) {
-  std::string plain(text);
-  std::erase_if(plain, [](char each) { return each == '\n' || each == '\t' || each == '\\'; });
-  return Escape(plain) == plain;
+bool IsLineText(std::string text) {
+  std::erase_if(text, [](char each) { return each == '\n' || each == '\t'; });
+  return IsPrintable(text);
 }
 
 }  // namespace
@@ -116,7 +115,7 @@ Json DecodeUnknown(std::string_view body) {
   Json result = Json::object();
   if (body.empty()) return result;
   const std::string_view text = body.substr(0, body.size() - (body.back() == '\0' ? 1 : 0));
-  if (IsLineText(text)) {
+  if (IsLineText(std::string(text))) {
     result["text"] = text;
   } else {
     result["hex"] = ToHex(body);

@@ -16,6 +16,7 @@
 #include <system_error>
 
 #include "common/paths.h"
+#include "zorctl/control.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
@@ -91,23 +92,6 @@ Failure Undelivered(const Outgoing &request) {
             "name the daemon, or set route." + HexText(request.type) + " in the server's settings"};
   }
   return {kExitNotFound, "no daemon " + Escape(request.destination) + " on the bus", "zorctl list shows who is there"};
-}
-
-void CheckControl(uint32_t result) {
-  switch (result) {
-    case ZOR_CONTROL_OK:
-      return;
-    case ZOR_CONTROL_REFUSED:
-      throw Failure(kExitRefused, std::string(kServer) + " answers only root and its own user",
-                    "run this as one of them");
-    case ZOR_CONTROL_MALFORMED:
-      throw Failure(kExitRefused, std::string(kServer) + " does not understand the request", "check the arguments");
-    case ZOR_CONTROL_UNKNOWN:
-      throw Failure(kExitRefused, std::string(kServer) + " does not know this request",
-                    "use a server and a tool of one version");
-    default:
-      throw Failure(kExitFailure, std::string(kServer) + " could not do it", "look at its log: memory, or its disk");
-  }
 }
 
 }  // namespace
@@ -193,11 +177,12 @@ Message Bus::Request(const Outgoing &request, const Deadline &deadline) {
 
 std::string Bus::Control(uint32_t type, std::string_view body, const Deadline &deadline) try {
   Message answer = Request({type, "", 0, std::string(body)}, deadline);
-  CheckControl(answer.data);
+  CheckControl(answer.data, kServer);
   return std::move(answer.body);
 } catch (const Failure &failure) {
   if (failure.code != kExitNotFound) throw;
-  CheckControl(ZOR_CONTROL_UNKNOWN);  // a server from before these requests looks for somebody to pass them on to
+  CheckControl(ZOR_CONTROL_UNKNOWN,
+               kServer);  // a server from before these requests looks for somebody to pass them on to
   throw;
 }
 

@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "common/paths.h"
+#include "zorctl/control.h"
 #include "zorctl/exit_code.h"
 
 namespace zor::ctl {
@@ -44,21 +45,6 @@ sockaddr_un ServerAddress(const std::string &path) {
   }
   path.copy(address.sun_path, path.size());
   return address;
-}
-
-void CheckControl(uint32_t result) {
-  switch (result) {
-    case ZOR_CONTROL_OK:
-      return;
-    case ZOR_CONTROL_REFUSED:
-      throw Failure(kExitRefused, std::string(kServer) + " answers only root and its own user",
-                    "run this as one of them");
-    case ZOR_CONTROL_UNKNOWN:
-      throw Failure(kExitRefused, std::string(kServer) + " does not know this request",
-                    "use a server and a tool of one version");
-    default:
-      throw Failure(kExitFailure, std::string(kServer) + " could not do it", "raise queue_bytes in its settings");
-  }
 }
 
 }  // namespace
@@ -128,7 +114,7 @@ nlohmann::json NotifyChannel::List() {
   const std::string answer = Ask(ZOR_NOTIFY_MID_SERVER, ZOR_NOTIFY_CONTROL_LIST, {});
   uint32_t result = ZOR_CONTROL_UNKNOWN;  // what a server from before this request answers: nothing
   if (answer.size() >= sizeof result) std::memcpy(&result, answer.data(), sizeof result);
-  CheckControl(result);
+  CheckControl(result, kServer);
   nlohmann::json list = nlohmann::json::parse(answer.substr(sizeof result), nullptr, false);
   if (list.is_object()) return list;
   throw Failure(kExitFailure, std::string(kServer) + " answers with something that is not JSON",
