@@ -143,7 +143,7 @@ bool Bus::AwaitMessage(const Deadline &deadline) {
 std::optional<Message> Bus::Read(const Deadline &deadline) {
   if (!AwaitMessage(deadline)) return std::nullopt;
   // A message that has come is read, however little time is left.
-  const Watchdog watchdog(Deadline(std::max(deadline.left(), kServerTime)));
+  const Watchdog watchdog(deadline);
   ZOR_MSG_HEAD *received = nullptr;
   const uint32_t status = ZOR_MSG_Recv(g_stMsgCtx.socketFd, &received, 0);
   const std::unique_ptr<ZOR_MSG_HEAD, decltype(&std::free)> head(received, &std::free);
@@ -176,7 +176,7 @@ Message Bus::Request(const Outgoing &request, const Deadline &deadline) {
 }
 
 std::string Bus::Control(uint32_t type, std::string_view body, const Deadline &deadline) try {
-  Message answer = Request({type, "", 0, std::string(body)}, deadline);
+  Message answer = Request({type, "", 0, std::string(body)}, deadline.ForServer());
   CheckControl(answer.data, kServer);
   return std::move(answer.body);
 } catch (const Failure &failure) {
@@ -206,7 +206,7 @@ void Bus::SendAndCheck(const Outgoing &message, const Deadline &deadline) {
 }
 
 uint32_t Bus::CountProcesses(std::string_view name, const Deadline &deadline) {
-  return Request({ZOR_MSG_GET_PROCESS_NUM, "", 0, NameField(name)}, deadline).data;
+  return Request({ZOR_MSG_GET_PROCESS_NUM, "", 0, NameField(name)}, deadline.ForServer()).data;
 }
 
 std::string NameField(std::string_view name) {

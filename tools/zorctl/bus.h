@@ -44,9 +44,6 @@ class Bus {
   Bus(const Bus &) = delete;
   Bus &operator=(const Bus &) = delete;
 
-  // The server answers its own requests at once: a time for those that do not belong to what the user waits for.
-  static constexpr Milliseconds kServerTime{1000};
-
   // Returns the message's sequence number.
   uint32_t Send(const Outgoing &message, const Deadline &deadline);
 

@@ -44,10 +44,17 @@ Deadline Deadline::Within(Milliseconds fromNow) const {
   return other;
 }
 
+Deadline Deadline::ForServer() const {
+  constexpr Milliseconds kLeast{1000};
+  Deadline other(kLeast);
+  other.end_ = std::max(end_, other.end_);
+  return other;
+}
+
 Watchdog::Watchdog(const Deadline &deadline, const char *line) {
   lastWords = line;
   std::signal(SIGALRM, OnAlarm);
-  SetAlarm(std::max(deadline.left(), Milliseconds(1)));  // zero would mean never
+  SetAlarm(deadline.ForServer().left());
 }
 
 Watchdog::~Watchdog() {

@@ -21,6 +21,9 @@ class Deadline {
   int pollTimeout() const;
   // Whichever comes first.
   Deadline Within(Milliseconds fromNow) const;
+  // The same, or a second from now when that is later: for what the servers themselves do, which is to be had at once,
+  // but not in a tenth of a second from a busy system. A user who gives so little means what he waits for.
+  Deadline ForServer() const;
 
  private:
   using Clock = std::chrono::steady_clock;

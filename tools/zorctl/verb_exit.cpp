@@ -27,7 +27,7 @@ class ExitVerb : public Verb {
       throw Failure(kExitNotFound, "no daemon " + name_ + " on the bus", "zorctl list shows who is there");
     bus.Send({ZOR_MSG_SAFE_EXIT, name_, 0, ""}, deadline);
     bus.Send({ZOR_MSG_SAFE_EXIT, "", 0, field}, deadline);  // so that what others subscribed for it ends too
-    while (bus.CountProcesses(name_, Deadline(Bus::kServerTime)) >= before) {
+    while (bus.CountProcesses(name_, deadline) >= before) {
       TakeAnswer(bus, deadline.Within(kPollEvery));
       if (deadline.over()) throw StillThere(common);
     }

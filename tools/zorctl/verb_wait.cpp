@@ -25,7 +25,7 @@ class WaitVerb : public Verb {
     std::vector<std::string> missing = names_;
     while (true) {
       std::erase_if(missing, [&](const std::string &name) {
-        if (bus.CountProcesses(name, Deadline(Bus::kServerTime)) == 0) return false;
+        if (bus.CountProcesses(name, deadline) == 0) return false;
         if (!common.json) Print(name + " is on the bus\n");
         return true;
       });
