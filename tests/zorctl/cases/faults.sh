@@ -10,7 +10,7 @@ for verb in 'wait fan' 'call 0x61005 cms' 'exit lamp'; do
   # shellcheck disable=SC2086
   begin $verb --timeout 30
   await two_tools
-  kill -KILL "$(running msgsvr)"
+  stop msgsvr
   finish
   start msgsvr
   start provider
@@ -23,12 +23,13 @@ run list --timeout 0.2
 kill -CONT "$(running msgsvr)"
 
 # The server turns clients away.
-kill -KILL "$(running msgsvr)"
+stop msgsvr
 echo 'max_clients = 1' >"$work/settings"
 start msgsvr --settings "$work/settings"
 peer lamp idle
 run list
-kill -KILL "$(running lamp)" "$(running msgsvr)"
+stop lamp
+stop msgsvr
 
 # Trace that is set for everybody stays out of the output.
 printf 'trace.* = all=debug\n' >"$work/settings"
