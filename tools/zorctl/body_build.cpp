@@ -73,11 +73,11 @@ std::optional<std::string> ValueOf(const Field &field, const Values &values) {
 }
 
 void CheckNames(const std::vector<Field> &fields, const Values &values) {
-  for (const auto &[name, value] : values) {
+  for (const auto &given : values) {
     const auto found =
-        std::find_if(fields.begin(), fields.end(), [&](const Field &field) { return field.name == name; });
+        std::find_if(fields.begin(), fields.end(), [&](const Field &field) { return field.name == given.first; });
     if (found == fields.end()) {
-      throw Failure(kExitUsage, "no field " + Escape(name), "the type has: " + FieldNames(fields));
+      throw Failure(kExitUsage, "no field " + Escape(given.first), "the type has: " + FieldNames(fields));
     }
     if (found->kind == Kind::kItems) throw Failure(kExitUsage, "items are no field", "use --item NAME=VALUE");
   }

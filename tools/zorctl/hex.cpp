@@ -52,7 +52,7 @@ std::string HexDump(std::string_view bytes) {
     std::string digits;
     std::string characters;
     for (const char each : row) {
-      digits += " " + ToHex({&each, 1});
+      digits.append(" ").append(ToHex({&each, 1}));
       characters += each >= ' ' && each <= '~' ? each : '.';
     }
     digits.resize(kRow * 3, ' ');

@@ -18,7 +18,7 @@
 namespace zor::ctl {
 namespace {
 
-constexpr size_t kFlushAt = 64 * 1024;
+constexpr size_t kFlushAt = size_t{64} * 1024;
 constexpr char kClearLine[] = "\r\x1b[K";
 
 int outputFd = STDOUT_FILENO;
