@@ -34,6 +34,12 @@ Failure TimeOver(const std::string &what) {
   return {kExitTimeOver, what, "see whether it is busy or stuck, or give more --timeout"};
 }
 
+// A server that dies with our messages unread makes a read fail like any other fault.
+bool HasHungUp(int fd) {
+  pollfd watched = {fd, 0, 0};
+  return fd < 0 || (::poll(&watched, 1, 0) == 1 && (watched.revents & (POLLHUP | POLLERR)) != 0);
+}
+
 // Nobody listens, or we may not connect; the library does not say which.
 Failure NotConnected() {
   const std::string path = daemon::FixedPath(ZOR_PATH_MSGSVR);
@@ -147,7 +153,7 @@ std::optional<Message> Bus::Read(const Deadline &deadline) {
   ZOR_MSG_HEAD *received = nullptr;
   const uint32_t status = ZOR_MSG_Recv(g_stMsgCtx.socketFd, &received, 0);
   const std::unique_ptr<ZOR_MSG_HEAD, decltype(&std::free)> head(received, &std::free);
-  if (status == ZOR_E_PEER_GONE) throw ServerGone();
+  if (status == ZOR_E_PEER_GONE || (status == ZOR_E_IO && HasHungUp(g_stMsgCtx.socketFd))) throw ServerGone();
   if (status != ZOR_OK) {
     throw Failure(kExitFailure, "cannot read a message: status " + HexText(status),
                   "a body file may be missing or unreadable in " + daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR));
