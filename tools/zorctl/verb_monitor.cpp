@@ -23,7 +23,8 @@
 namespace zor::ctl {
 namespace {
 
-constexpr Milliseconds kRefresh{250};  // of progress, and of a file that somebody else reads meanwhile
+constexpr Milliseconds kSetUpTime{5000};  // the time to watch begins behind it
+constexpr Milliseconds kRefresh{250};     // of progress, and of a file that somebody else reads meanwhile
 
 struct TypeRange {
   uint32_t first;
@@ -139,15 +140,15 @@ class MonitorVerb : public Verb {
     }
     daemon::StopSignal signal;
     if (!signal.valid()) throw std::system_error(errno, std::generic_category(), "signalfd");
-    const Deadline deadline = common.deadline();
-    Bus bus(deadline);
+    const Deadline setUp(kSetUpTime);
+    Bus bus(setUp);
     bus.StopWith(signal);
-    WarnIfAbsent(bus, deadline);
-    bus.Control(ZOR_MSG_CONTROL_MONITOR, {reinterpret_cast<const char *>(&filter), sizeof filter}, deadline);
+    WarnIfAbsent(bus, setUp);
+    bus.Control(ZOR_MSG_CONTROL_MONITOR, {reinterpret_cast<const char *>(&filter), sizeof filter}, setUp);
     const std::unique_ptr<Sink> sink = MakeSink(common);
     Totals totals;
     try {
-      Watch(bus, deadline, *sink, totals);
+      Watch(bus, common.deadline(), *sink, totals);
     } catch (const Failure &) {
       Conclude(*sink, totals);
       throw;
