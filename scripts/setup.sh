@@ -12,7 +12,7 @@ case ${1:-demo} in
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
   bench) packages+=(libc-ares-dev libcurl4-openssl-dev) ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
-  package) packages+=(libsystemd-dev dpkg-dev file lintian abigail-tools) ;;
+  package) packages+=(libsystemd-dev dpkg-dev file lintian abigail-tools debootstrap) ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
   *)
     echo "usage: setup.sh [demo | tests | lint | bench | fuzz | armhf | package]" >&2

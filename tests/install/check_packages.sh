@@ -1,0 +1,123 @@
+#!/usr/bin/env bash
+# What scripts/package-test.sh does inside the fresh folder, where the packages and the examples lie beside this file.
+set -euo pipefail
+cd "$(dirname "$0")"
+chmod 755 /root . ./*  # for the users of the daemons
+
+ours=(libmsgapi1 libzorplatform1 libmsgapi-dev msgapi-servers zorctl libmsgapi-doc)
+servers=(msgsvr notifyserver mlogserver cms syslogd)
+export DEBIAN_FRONTEND=noninteractive
+declare -A pids=()
+
+say() { printf '\n== %s\n' "$*"; }
+fail() {
+  echo "FAILED $*"
+  for output in /tmp/*.out; do [ -e "$output" ] && tail -n 20 "$output"; done
+  for pid in "${pids[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
+  exit 1
+}
+expect() { # WHAT COMMAND...: the command must succeed
+  "${@:2}" >/tmp/expected.out 2>&1 || fail "$1"
+  echo "ok $1"
+}
+quietly() {
+  local output
+  output=$("$@" 2>&1) || fail "$*: $output"
+}
+
+# Every file but those of the package manager's and systemd's own bookkeeping and of the test.
+list_files() {
+  find / -xdev \( -path /run/systemd -o -path /var/lib/dpkg -o -path /var/lib/apt -o -path /var/cache -o -path /var/log \
+    -o -path /tmp -o -path /root -o -name '*-' -path '/etc/*' \) -prune -o -print | LC_ALL=C sort
+}
+
+start() { # SERVER READY-TEXT: with the rights that its unit gives it
+  local unit=/usr/lib/systemd/system/$1.service
+  setting() { sed -n "s/^$1=//p" "$unit"; }
+  local caps
+  caps=-all$(setting AmbientCapabilities | tr '[:upper:]' '[:lower:]' | sed 's/\(^\| \)cap_/,+/g')
+  : >"/tmp/$1.out"
+  (
+    umask "$(setting UMask)"
+    exec setpriv --reuid "$(setting User)" --regid "$(setting Group)" --clear-groups --no-new-privs \
+      --bounding-set "$caps" --inh-caps "$caps" --ambient-caps "$caps" "$(setting ExecStart)"
+  ) >"/tmp/$1.out" 2>&1 &
+  pids[$1]=$!
+  for _ in $(seq 200); do
+    if grep -qF "$2" "/tmp/$1.out"; then
+      echo "ok $1 runs as $(setting User)"
+      return
+    fi
+    sleep 0.05
+  done
+  fail "$1 did not say: $2"
+}
+
+stopped() { # NAME: it ends with exit status 0
+  wait "${pids[$1]}"
+  unset "pids[$1]"
+}
+
+say 'what the packages need'
+quietly apt-get -qq update
+needed=$(for package in *.deb; do dpkg-deb -f "$package" Depends; done | tr ',' '\n' |
+  sed 's/^ *//; /^libmsgapi1 /d; /^libzorplatform1 /d; /^$/d' | sort -u | paste -sd ,)
+quietly apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config
+quietly apt-get -qq satisfy -y --no-install-recommends "$needed"
+list_files >/tmp/before
+echo 'ok it is installed'
+
+say 'installing'
+quietly apt-get -qq install -y --no-install-recommends ./*.deb
+for package in "${ours[@]}"; do expect "$package is installed" dpkg --verify "$package"; done
+expect 'the units are sound' systemd-analyze --man=no verify "${servers[@]/%/.service}"
+for server in "${servers[@]}"; do
+  printf '%-14s %s\n' "$server" "$(systemd-analyze security --offline=true --no-pager "$server.service" |
+    sed -n 's/.*exposure level for [^:]*: \([0-9.]* [A-Z]*\).*/exposure \1/p')"
+done
+
+say 'servers, each as its own user'
+printf 'trace.%s = demo=info\n' cms web >/etc/zor/msgsvr.conf  # what the examples look for
+start msgsvr 'listening on /var/msgsvr'
+start notifyserver 'listening on /var/run/notify/notifyserver'
+start mlogserver 'listening on /var/mlog/mlogServer'
+
+say 'daemons of two more users talk'
+useradd --no-create-home --gid _zorbus first
+useradd --no-create-home --gid _zorbus second
+as_first=(setpriv --reuid first --regid _zorbus --clear-groups)
+as_second=(setpriv --reuid second --regid _zorbus --clear-groups)
+"${as_first[@]}" ./provider >/tmp/provider.out 2>&1 &
+pids[provider]=$!
+expect 'the provider is there' zorctl wait --timeout 10 cms
+expect 'the consumer gets all that it asks for' timeout 60 "${as_second[@]}" ./consumer
+expect 'the provider has left as it was asked to' stopped provider
+mkdir built
+./check_consumers.sh README.md project built "${as_first[@]}" || fail 'the consumers'
+
+say "the system's own daemons serve a third one"
+start cms 'on the bus as cms'
+start syslogd 'on the bus as syslog'
+"${as_first[@]}" ./login_keeper >/tmp/login_keeper.out 2>&1 &
+pids[login_keeper]=$!
+expect 'all are there' zorctl wait --timeout 10 cms syslog lctrl
+# As root: only root and cms may read the device list.
+expect 'the services do what they are asked for' timeout 60 ./services
+expect 'the store is for all daemons' "${as_second[@]}" test -w /var/zor_config.db
+expect 'trace settings are kept' sh -c 'zorctl trace set web all=debug && test -s /var/lib/zor/msgsvr.trace'
+expect 'zorctl sees who they are' sh -c 'zorctl list | grep _zor-cms && zorctl list | grep _zor-syslog'
+expect 'zorctl is refused as another user' sh -c '! setpriv --reuid second --regid _zorbus --clear-groups zorctl list'
+
+say 'removing'
+for name in login_keeper cms syslogd mlogserver notifyserver msgsvr; do
+  kill -TERM "${pids[$name]}"
+  expect "$name has stopped cleanly" stopped "$name"
+done
+quietly apt-get -qq purge -y "${ours[@]}"
+rm -rf /etc/zor
+userdel first
+userdel second
+list_files >/tmp/after
+expect 'nothing is left' diff /tmp/before /tmp/after
+
+printf '\npackages: everything worked\n'
