@@ -20,6 +20,11 @@ ZOR_MSG_HEAD *OnLogin(ZOR_MSG_HEAD *msg) {
   return ZOR_MSG_MsgResponseBuilder(msg, 0, result, sizeof result);
 }
 
+ZOR_MSG_HEAD *OnExit(ZOR_MSG_HEAD *msg) {
+  ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
+  return ZOR_MSG_MsgResponseBuilder(msg, 0, nullptr, 0);
+}
+
 }  // namespace
 
 int main() {
@@ -28,6 +33,7 @@ int main() {
   std::signal(SIGTERM, [](int) { ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault()); });
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
   ZOR_MSG_RegSyncMsgProc(ZOR_LCTRL_CHECK, OnLogin, 0, nullptr);
+  ZOR_MSG_RegSyncMsgProc(ZOR_MSG_SAFE_EXIT, OnExit, 0, nullptr);
   std::printf("lctrl: on the bus\n");
   const uint32_t status = ZOR_MSG_GetAndDispatch();
   ZOR_MSG_Destroy();

@@ -22,7 +22,8 @@ scripts/setup.sh demo
 preset=${1:-release}
 emulator=("${@:2}")
 build=build/$preset
-programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper devices codecs processes)
+programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper devices codecs processes
+  zorctl)
 mkdir -p build
 { cmake --preset "$preset" && cmake --build --preset "$preset" --target "${programs[@]}"; } \
   >build/demo.log 2>&1 || {
@@ -89,6 +90,12 @@ tr -d '\r' <"$transcript"
 
 expect 'the provider has exited as it was asked to' ended_well provider
 
+say 'children, commands and server sockets'
+"${emulator[@]}" "$build/examples/processes" 2>&1 | tr -d '\r' || fail 'the processes'
+
+say 'a tour of the codecs'
+"${emulator[@]}" "$build/examples/codecs" || fail 'the codecs'
+
 say "the system's own daemons serve a third one"
 start cms 'cms: on the bus' daemons/cms/cms
 start syslogd 'syslogd: on the bus' daemons/syslogd/syslogd
@@ -97,16 +104,39 @@ timeout 60 "${emulator[@]}" "$build/examples/services" 2>&1 | tr -d '\r' || fail
 "${emulator[@]}" "$build/examples/devices" | tee "$ZOR_ROOT/devices.out" || fail 'reading the device list'
 expect 'another process has read the device list' \
   grep -qFx 'device **11**AA**CC: state 23, 4096 bytes loaded' "$ZOR_ROOT/devices.out"
-for daemon in cms syslogd login_keeper; do
+
+say 'an operator looks at the running system'
+zorctl() { timeout 30 "${emulator[@]}" "$build/tools/zorctl/zorctl" "$@"; }
+shown() { # WHAT TEXT ARGUMENT...: zorctl succeeds and prints the text
+  printf '$ zorctl'
+  printf ' %q' "${@:3}"
+  printf '\n'
+  zorctl "${@:3}" >"$ZOR_ROOT/shown" || {
+    cat "$ZOR_ROOT/shown"
+    fail "$1"
+  }
+  cat "$ZOR_ROOT/shown"
+  grep -qF -- "$2" "$ZOR_ROOT/shown" || fail "$1"
+  printf 'ok %s\n' "$1"
+}
+shown 'three daemons are on the bus' syslog list
+shown 'the log daemon has answered' 'result: 0' call ZOR_LOG_MSG_FLUSH syslog
+shown 'the log tells of the login' 'login' log --count 3
+shown 'the store holds a parameter' 'parameter' config list
+shown 'a trace setting is kept' 'level of demo  debug' trace set cms demo=debug
+kill -STOP "${pids[login_keeper]}"
+zorctl call ZOR_LCTRL_FORBIDDEN_ROUND --hex 000000000000000000000000 --timeout 0.5 >"$ZOR_ROOT/unanswered" 2>&1 &&
+  fail 'a stopped daemon has answered'
+cat "$ZOR_ROOT/unanswered"
+shown 'the tool tells why' 'stopped' why lctrl
+kill -CONT "${pids[login_keeper]}"
+shown 'a daemon leaves when it is asked to' 'has left' exit lctrl
+
+expect 'login_keeper has stopped cleanly' ended_well login_keeper
+for daemon in cms syslogd; do
   kill -TERM "${pids[$daemon]}"
   expect "$daemon has stopped cleanly" ended_well "$daemon"
 done
-
-say 'children, commands and server sockets'
-"${emulator[@]}" "$build/examples/processes" 2>&1 | tr -d '\r' || fail 'the processes'
-
-say 'a tour of the codecs'
-"${emulator[@]}" "$build/examples/codecs" || fail 'the codecs'
 
 say 'what is left'
 for server in "${servers[@]}"; do
