@@ -14,8 +14,8 @@ void PendingRequests::Add(const Request &request) {
 bool PendingRequests::Answer(const AppName &by, uint32_t type, uint32_t sequence) {
   auto answered = requests_.end();
   for (auto request = requests_.begin(); request != requests_.end(); ++request) {
+    if (request->type != type || request->to != by) continue;
     const bool sameSequence = request->sequence == sequence;
-    if ((!sameSequence && request->type != type) || request->to != by) continue;
     if (sameSequence || answered == requests_.end()) answered = request;
     if (sameSequence) break;
   }

@@ -30,11 +30,13 @@ class PendingRequests {
     uint32_t type;
     uint32_t sequence;
     uint32_t sentMs;
+    uint32_t ordinal;  // among the messages of its sender, modulo 2^32
   };
 
   void Add(const Request &request);
-  // Whether a message from that client answers one, which is pending no longer: by its sequence number, or by its type,
-  // for many daemons answer with a new number and the library takes that for the answer.
+  // Whether a message from that client answers one, which is pending no longer: one of its type, if possible with its
+  // sequence number, though many daemons answer with a new one and the library takes that for the answer. The number
+  // alone says nothing, since every process counts from 1.
   bool Answer(const AppName &by, uint32_t type, uint32_t sequence);
   // Forgets one that was not delivered.
   void Undo(uint32_t type, uint32_t sequence);

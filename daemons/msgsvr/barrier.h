@@ -21,6 +21,7 @@ class Barriers {
     AppName name;
     uint32_t sequence;  // of the request to answer
     uint32_t sinceMs;
+    uint32_t ordinal;  // of the request among the client's messages
   };
 
   // True when a remembered post lets the client through at once; otherwise it waits.

@@ -33,6 +33,8 @@ struct Client {
       : socket(std::move(connection)), peer(other), id(number), output(queueBytes) {}
 
   bool registered() const { return !name.empty(); }
+  // Of its latest message, among all that came from it.
+  uint32_t ordinal() const { return static_cast<uint32_t>(counters.in); }
   // How log lines call it.
   std::string Label() const;
 

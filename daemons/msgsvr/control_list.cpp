@@ -68,24 +68,24 @@ void AddPatterns(cJSON *object, const Bus &bus, const Client &client) {
   }
 }
 
-void AddPending(cJSON *array, std::string_view to, uint32_t type, uint32_t sequence, uint32_t ageMs) {
+// A client that has sent something since does not wait for the answer, or not for this one alone.
+void AddPending(cJSON *array, const Bus &bus, const Client &client, const PendingRequests::Request &pending) {
   cJSON *request = cJSON_CreateObject();
-  AddText(request, "to", to);
-  AddNumber(request, "type", type);
-  AddNumber(request, "sequence", sequence);
-  AddNumber(request, "age_ms", ageMs);
+  AddText(request, "to", pending.to.text());
+  AddNumber(request, "type", pending.type);
+  AddNumber(request, "sequence", pending.sequence);
+  AddNumber(request, "age_ms", bus.nowMs - pending.sentMs);
+  cJSON_AddBoolToObject(request, "latest", pending.ordinal == client.ordinal());
   cJSON_AddItemToArray(array, request);
 }
 
-// The barrier at which a client waits comes last: it can be asked for nothing else meanwhile.
+// A barrier comes last, since whoever waits at one asks for nothing else.
 void AddPendingRequests(cJSON *object, const Bus &bus, const Client &client) {
   cJSON *array = cJSON_AddArrayToObject(object, "pending");
-  for (const PendingRequests::Request &request : client.pending.requests()) {
-    AddPending(array, request.to.text(), request.type, request.sequence, bus.nowMs - request.sentMs);
-  }
+  for (const auto &request : client.pending.requests()) AddPending(array, bus, client, request);
   for (const Barriers::Waiter &waiter : bus.barriers.waiters()) {
     if (waiter.client != &client) continue;
-    AddPending(array, "", ZOR_MSG_SYNC_WAIT, waiter.sequence, bus.nowMs - waiter.sinceMs);
+    AddPending(array, bus, client, {{}, ZOR_MSG_SYNC_WAIT, waiter.sequence, waiter.sinceMs, waiter.ordinal});
   }
 }
 

@@ -24,7 +24,7 @@ void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
   bus_.CountDelivery(to, frame.bytes.size());
   const bool answer = to.pending.Answer(from.name, frame.type(), frame.head.sequence);
   if (!answer && frame.head.sequence != 0) {
-    from.pending.Add({to.name, frame.type(), frame.head.sequence, bus_.nowMs});
+    from.pending.Add({to.name, frame.type(), frame.head.sequence, bus_.nowMs, from.ordinal()});
   }
 }
 

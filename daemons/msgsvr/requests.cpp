@@ -98,7 +98,9 @@ void Requests::RegisterPatterns(Client &from, const Frame &, Body body) {
 }
 
 void Requests::SyncWait(Client &from, const Frame &frame, Body body) {
-  if (bus_.barriers.Wait({&from, AppName(TextOf(body)), frame.head.sequence, bus_.nowMs})) delivery_.Reply(from, frame);
+  const AppName name(TextOf(body));
+  const bool passed = bus_.barriers.Wait({&from, name, frame.head.sequence, bus_.nowMs, from.ordinal()});
+  if (passed) delivery_.Reply(from, frame);
 }
 
 // The one who posts does not wait for an answer and gets none.

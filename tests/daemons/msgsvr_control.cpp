@@ -49,13 +49,14 @@ class MsgsvrControlTest : public OwnMsgsvrTest {
   double Number(const std::string &name, const char *member, const char *inner = nullptr) const {
     return cJSON_GetNumberValue(Of(name, member, inner));
   }
-  // "to type, ..." of the pending requests.
+  // "to type, ..." of the pending requests, the client's latest message with a "!".
   std::string Pending(const std::string &name) const {
     std::string text;
     const cJSON *request = nullptr;
     cJSON_ArrayForEach(request, Of(name, "pending")) {
       text += cJSON_GetObjectItem(request, "to")->valuestring + std::string(" ") +
-              std::to_string(cJSON_GetObjectItem(request, "type")->valueint) + ", ";
+              std::to_string(cJSON_GetObjectItem(request, "type")->valueint) +
+              (cJSON_IsTrue(cJSON_GetObjectItem(request, "latest")) ? "!, " : ", ");
     }
     return text;
   }
@@ -148,16 +149,16 @@ TEST_F(MsgsvrControlTest, ListsWhoWaitsForWhom) {
   operator_.Send(MakeRequest(ZOR_MSG_SYNC_WAIT, "gate"));
   List();
   EXPECT_EQ(Pending("sender"), "receiver 16385, receiver 16387, ") << "what went nowhere is not pending";
-  EXPECT_EQ(Pending("receiver"), "sender 16386, ");
+  EXPECT_EQ(Pending("receiver"), "sender 16386!, ");
   EXPECT_EQ(Pending("ctl1"), " 20504, ") << "at a barrier";
-  // Answered by number, and by type as many daemons do it.
-  receiver_.Send(MakeMessage(0x9999, "", "sender", 0, "", 0x4003));
+  // Answered by a new number, as many daemons do it; a request of another type is no answer, whatever its number.
   receiver_.Send(MakeMessage(0x4001, "", "sender", 0, "", 12345));
-  ASSERT_EQ(sender_.Next().header.type, 0x9999u);
+  receiver_.Send(MakeMessage(0x9999, "", "sender", 0, "", 0x4003));
   ASSERT_EQ(sender_.Next().header.type, 0x4001u);
+  ASSERT_EQ(sender_.Next().header.type, 0x9999u);
   List();
-  EXPECT_EQ(Pending("sender"), "");
-  EXPECT_EQ(Pending("receiver"), "sender 16386, ");
+  EXPECT_EQ(Pending("sender"), "receiver 16387, ");
+  EXPECT_EQ(Pending("receiver"), "sender 16386, sender 39321!, ");
 }
 
 struct Copy {
