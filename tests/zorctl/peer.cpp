@@ -1,6 +1,8 @@
 // A daemon for the golden tests, which says "ready" and then does what its first argument wants:
 //   peer idle NAME                reads what comes, and answers nothing
 //   peer ask NAME OTHER           waits until OTHER is there, asks it something and waits for the answer for an hour
+//   peer tell NAME OTHER TYPE     waits until OTHER is there, sends it a message of the type that wants no answer, says
+//                                 "told" and reads what comes
 //   peer refuse NAME [PATTERN]    announces the restful pattern, subscribes to events of "lan", and will not exit
 //   peer stat NAME STATISTIC VALUE   leaves a statistic with the logging daemon
 //   peer flood NAME OTHER COUNT [BYTES]   sends it so many messages, then says "done" and reads what comes
@@ -20,13 +22,25 @@ constexpr uint32_t kType = 0x4000;
 constexpr uint32_t kLongMs = 3'600'000;
 constexpr useconds_t kPollUs = 10'000;
 
+void Await(const char *other) {
+  while (ZOR_MSG_GetNumOfProcesses(other) == 0) ::usleep(kPollUs);
+}
+
 // Each asks with a type of its own: a waiting library takes any message of the type that it waits for as the answer.
 int Ask(const char *self, const char *other) {
-  while (ZOR_MSG_GetNumOfProcesses(other) == 0) ::usleep(kPollUs);
+  Await(other);
   uint32_t answer = 0;
   return ZOR_MSG_SendAndRecvMsgData(other, kType + static_cast<unsigned char>(self[0]), 0, kLongMs, &answer) == ZOR_OK
              ? 0
              : 1;
+}
+
+int Tell(const char *other, const char *type) {
+  Await(other);
+  const auto number = static_cast<uint32_t>(std::strtoul(type, nullptr, 0));
+  if (ZOR_MSG_SendSimpleMsg(other, number, 0) != ZOR_OK) return 1;
+  std::puts("told");
+  return 0;
 }
 
 int Flood(const char *other, long count, const char *bytes) {
@@ -60,6 +74,7 @@ int main(int count, char **arguments) {
   if (count > 4 && std::strcmp(arguments[1], "stat") == 0) status = set_mlog_stat_info(arguments[3], arguments[4]);
   std::puts("ready");
   if (count > 3 && std::strcmp(arguments[1], "ask") == 0) status = Ask(arguments[2], arguments[3]);
+  if (count > 4 && std::strcmp(arguments[1], "tell") == 0) status = Tell(arguments[3], arguments[4]);
   if (count > 4 && std::strcmp(arguments[1], "flood") == 0)
     status = Flood(arguments[3], std::atol(arguments[4]), arguments[5]);
   if (status == 0) ZOR_MSG_GetAndDispatch();

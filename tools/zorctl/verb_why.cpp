@@ -1,14 +1,15 @@
 #include <zor/control_wire.h>
 
 #include <CLI/CLI.hpp>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "zorctl/bus.h"
 #include "zorctl/message_types.h"
 #include "zorctl/output.h"
+#include "zorctl/process_state.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -20,26 +21,28 @@ namespace {
 using Json = nlohmann::json;
 using Align = Table::Align;
 
-// The state letter of a process of this machine: it stands behind the name of the program, which may hold anything.
-char ProcessState(int pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
-  const size_t nameEnd = text.rfind(')');
-  return nameEnd == std::string::npos || nameEnd + 2 >= text.size() ? '?' : text[nameEnd + 2];
+// Nothing for a message that wants no answer.
+std::optional<PendingRequest> RequestOf(const Json &pending, bool senderInLoop) {
+  PendingRequest request{pending.value("to", ""), pending.value("type", 0u), pending.value("sequence", 0u),
+                         pending.value("age_ms", uint64_t{0}), Waits::kNo};
+  const MessageType *known = FindType(request.type);
+  if (known != nullptr && known->kind != "request") return std::nullopt;
+  if (pending.value("latest", true) && !senderInLoop) request.waits = known == nullptr ? Waits::kPerhaps : Waits::kYes;
+  return request;
 }
 
 Daemon DaemonOf(const Json &client) {
   Daemon daemon;
   daemon.name = client.value("name", "");
   if (client.value("local", true)) daemon.pid = client.value("pid", 0);
-  if (daemon.pid > 0) daemon.state = ProcessState(daemon.pid);
+  const ProcessState process = daemon.pid > 0 ? StateOf(daemon.pid) : ProcessState();
+  daemon.state = process.letter;
   const Json waiting = client.value("waiting", Json::object());
   daemon.unread = waiting.value("messages", uint64_t{0});
   daemon.unreadAtLeast = waiting.value("at_least", false);
   daemon.unreadMs = waiting.value("oldest_ms", uint64_t{0});
-  for (const Json &request : client.value("pending", Json::array())) {
-    daemon.pending.push_back({request.value("to", ""), request.value("type", 0u), request.value("sequence", 0u),
-                              request.value("age_ms", uint64_t{0})});
+  for (const Json &pending : client.value("pending", Json::array())) {
+    if (auto request = RequestOf(pending, process.inLoop)) daemon.pending.push_back(std::move(*request));
   }
   return daemon;
 }
@@ -55,7 +58,7 @@ class Report {
   Report(const std::vector<Daemon> &daemons, const Daemon &subject) : chain_(FollowWaits(daemons, subject)) {
     verdict_ = Verdict(chain_, CountRequestsTo(daemons, subject.name));
     for (const Daemon *daemon : chain_.daemons) {
-      if (!daemon->pending.empty()) waiters_.push_back({daemon, &daemon->pending.back()});
+      if (const PendingRequest *awaited = daemon->Awaited()) waiters_.push_back({daemon, awaited});
     }
     // Those of the chain come first, then whatever else the subject waits for, and who waits for it.
     for (const Daemon &daemon : daemons) {
@@ -78,11 +81,11 @@ class Report {
     daemons.Print();
     if (waiters_.empty()) return;
     Print("\n");
-    Table requests({{"FROM"}, {"TO"}, {"AGE", Align::kRight}, {"SEQUENCE", Align::kRight}, {"TYPE"}});
+    Table requests({{"FROM"}, {"TO"}, {"AGE", Align::kRight}, {"SEQUENCE", Align::kRight}, {"TYPE"}, {"WAITS"}});
     for (const Waiter &each : waiters_) {
       requests.Add({each.from->name, each.request->to.empty() ? "(barrier)" : each.request->to,
-                    AgeText(each.request->ageMs), std::to_string(each.request->sequence),
-                    TypeText(each.request->type)});
+                    AgeText(each.request->ageMs), std::to_string(each.request->sequence), TypeText(each.request->type),
+                    std::string(WaitsText(each.request->waits))});
     }
     requests.Print();
   }
@@ -102,7 +105,8 @@ class Report {
                           {"to", each.request->to},
                           {"type", each.request->type},
                           {"sequence", each.request->sequence},
-                          {"age_ms", each.request->ageMs}});
+                          {"age_ms", each.request->ageMs},
+                          {"waits", WaitsText(each.request->waits)}});
     }
     for (size_t i = chain_.cycle.value_or(chain_.daemons.size()); i < chain_.daemons.size(); ++i) {
       cycle.push_back(chain_.daemons[i]->name);

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <utility>
+
+#include "zorctl/text.h"
 
 namespace zor::ctl {
 namespace {
@@ -12,6 +15,9 @@ struct ProcessState {
   std::string_view text;
   std::string_view verdict;  // for those that cannot go on by themselves
 };
+
+// Who reads at all has read what came so long ago.
+constexpr uint64_t kReadingMs = 1000;
 
 constexpr std::array kStates = {
     ProcessState{'R', "running", ""},
@@ -51,16 +57,60 @@ std::string Trouble(const Daemon &daemon) {
   return "has not read for " + AgeText(daemon.unreadMs) + ": " + Waiting(daemon);
 }
 
+// What a verdict takes for granted about types that nobody has named; empty when there are none.
+std::string Provided(const std::set<uint32_t> &types) {
+  std::string text;
+  for (const uint32_t type : types) {
+    text += (text.empty() ? "; provided that " : type == *types.rbegin() ? " and " : ", ") + HexText(type);
+  }
+  return types.empty() ? "" : text + (types.size() == 1 ? " is a request" : " are requests");
+}
+
 std::string VerdictOnOne(const Daemon &daemon, const RequestsTo &asked) {
   const std::string trouble = Trouble(daemon);
   if (!trouble.empty()) return daemon.name + " " + trouble;
-  if (asked.count == 0) return "nothing waits for " + daemon.name + ", and it waits for nobody";
-  return daemon.name +
-         " has read its messages and waits for nobody: " + Counted(asked.count, false, "request", "wait") +
-         " for its answer, the oldest for " + AgeText(asked.oldestMs);
+  if (asked.count > 0) {
+    return daemon.name +
+           " has read its messages and waits for nobody: " + Counted(asked.count, false, "request", "wait") +
+           " for its answer, the oldest for " + AgeText(asked.oldestMs) + Provided(asked.doubtful);
+  }
+  const std::string idle = "nothing waits for " + daemon.name + ", and it waits for nobody";
+  return daemon.pending.empty() ? idle : idle + ": it went on after it had sent what has no answer yet";
+}
+
+// How long nobody in the cycle has sent anything.
+uint64_t CycleMs(const WaitChain &chain) {
+  uint64_t youngest = UINT64_MAX;
+  for (size_t i = *chain.cycle; i < chain.daemons.size(); ++i) {
+    youngest = std::min(youngest, chain.daemons[i]->Awaited()->ageMs);
+  }
+  return youngest;
+}
+
+// How the chain ends.
+std::string End(const WaitChain &chain, std::string_view link) {
+  const Daemon &last = *chain.daemons.back();
+  if (chain.cycle) {
+    return std::string(link) + chain.daemons[*chain.cycle]->name + ": a cycle, in which nobody has gone on for " +
+           AgeText(CycleMs(chain));
+  }
+  if (chain.absent == "") return std::string(chain.daemons.size() > 1 ? ", which" : "") + " waits at a barrier";
+  if (chain.absent) return std::string(link) + *chain.absent + ", which is not on the bus";
+  const std::string trouble = Trouble(last);
+  if (!trouble.empty()) return ", which " + trouble;
+  const uint64_t age = chain.daemons[chain.daemons.size() - 2]->Awaited()->ageMs;
+  return ", which has read its messages and waits for nobody, but has not answered for " + AgeText(age);
 }
 
 }  // namespace
+
+const PendingRequest *Daemon::Awaited() const {
+  const ProcessState *known = FindState(state);
+  if ((known != nullptr && !known->verdict.empty()) || (unread > 0 && unreadMs >= kReadingMs)) return nullptr;
+  const auto found =
+      std::find_if(pending.begin(), pending.end(), [](const auto &each) { return each.waits != Waits::kNo; });
+  return found == pending.end() ? nullptr : &*found;
+}
 
 const Daemon *FindDaemon(const std::vector<Daemon> &daemons, std::string_view name) {
   const auto found =
@@ -70,11 +120,10 @@ const Daemon *FindDaemon(const std::vector<Daemon> &daemons, std::string_view na
 
 WaitChain FollowWaits(const std::vector<Daemon> &daemons, const Daemon &start) {
   WaitChain chain{{&start}, {}, {}};
-  while (!chain.daemons.back()->pending.empty()) {
-    const PendingRequest &request = chain.daemons.back()->pending.back();
-    const Daemon *next = FindDaemon(daemons, request.to);
+  while (const PendingRequest *request = chain.daemons.back()->Awaited()) {
+    const Daemon *next = FindDaemon(daemons, request->to);
     if (next == nullptr) {
-      chain.absent = request.to;
+      chain.absent = request->to;
       break;
     }
     const auto before = std::find(chain.daemons.begin(), chain.daemons.end(), next);
@@ -91,31 +140,32 @@ RequestsTo CountRequestsTo(const std::vector<Daemon> &daemons, std::string_view 
   RequestsTo requests;
   for (const Daemon &each : daemons) {
     for (const PendingRequest &request : each.pending) {
-      if (request.to != name) continue;
+      if (request.to != name || request.waits == Waits::kNo) continue;
       ++requests.count;
       requests.oldestMs = std::max(requests.oldestMs, request.ageMs);
+      if (request.waits == Waits::kPerhaps) requests.doubtful.insert(request.type);
     }
   }
   return requests;
 }
 
 std::string Verdict(const WaitChain &chain, const RequestsTo &asked) {
-  const Daemon &last = *chain.daemons.back();
-  if (chain.daemons.size() == 1 && !chain.absent && !chain.cycle) return VerdictOnOne(last, asked);
-  std::string text = chain.daemons.front()->name;
+  const Daemon &first = *chain.daemons.front();
+  if (chain.daemons.size() == 1 && !chain.absent && !chain.cycle) return VerdictOnOne(first, asked);
+  std::string text = first.name;
   std::string_view link = " waits for ";
-  for (size_t i = 1; i < chain.daemons.size(); ++i) {
-    text.append(link).append(chain.daemons[i]->name);
-    link = ", which waits for ";
+  std::set<uint32_t> doubtful;
+  for (const Daemon *daemon : chain.daemons) {
+    if (daemon != &first) text.append(std::exchange(link, ", which waits for ")).append(daemon->name);
+    const PendingRequest *awaited = daemon->Awaited();
+    if (awaited != nullptr && awaited->waits == Waits::kPerhaps) doubtful.insert(awaited->type);
   }
-  if (chain.cycle)
-    return text.append(link) + chain.daemons[*chain.cycle]->name + ": a cycle, in which nobody can go on";
-  if (chain.absent == "") return text + (chain.daemons.size() > 1 ? ", which" : "") + " waits at a barrier";
-  if (chain.absent) return text.append(link) + *chain.absent + ", which is not on the bus";
-  const std::string trouble = Trouble(last);
-  if (!trouble.empty()) return text + ", which " + trouble;
-  const uint64_t age = chain.daemons[chain.daemons.size() - 2]->pending.back().ageMs;
-  return text + ", which has read its messages and waits for nobody, but has not answered for " + AgeText(age);
+  return text + End(chain, link) + Provided(doubtful);
+}
+
+std::string_view WaitsText(Waits waits) {
+  if (waits == Waits::kNo) return "no";
+  return waits == Waits::kYes ? "yes" : "perhaps";
 }
 
 std::string_view StateText(char state) {

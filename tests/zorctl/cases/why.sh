@@ -29,5 +29,18 @@ run why left
 run why right --json
 run_on_terminal 40 why left
 
+# Two that only tell each other something: by types that are known to want no answer, and by types that nobody knows.
+tell_each_other() { # NAME TYPE NAME TYPE
+  peer "$1" tell "$3" "$2"
+  peer "$3" tell "$1" "$4"
+  await grep -q told "$ZOR_ROOT/$1.out"
+  await grep -q told "$ZOR_ROOT/$3.out"
+}
+tell_each_other one 0x4B05 two 0x4B06
+run why one
+tell_each_other here 0x4062 there 0x4063
+# Where the system shows that they sleep in their loops, they do not wait; else the verdict takes nothing for granted.
+says here 'nothing waits for here' || says here 'provided that 0x4062 and 0x4063 are requests' || zorctl why here
+
 stop msgsvr
 run why left

@@ -1,0 +1,56 @@
+#include "zorctl/process_state.h"
+
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+namespace zor::ctl {
+namespace {
+
+// The library's loop sleeps in one of these, and its waits for an answer do not.
+constexpr auto kLoopCalls = std::to_array<long>({
+    SYS_pselect6,
+#ifdef SYS_pselect6_time64
+    SYS_pselect6_time64,
+#endif
+});
+
+std::string FileText(int pid, const char *name) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/" + name);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The fields of a process, from its state on: they stand behind the name of the program, which may hold anything.
+std::istringstream Fields(int pid) {
+  const std::string text = FileText(pid, "stat");
+  const size_t nameEnd = text.rfind(')');
+  return std::istringstream(nameEnd == std::string::npos ? "" : text.substr(nameEnd + 1));
+}
+
+bool SleepsInLoop(int pid) {
+  std::istringstream text(FileText(pid, "syscall"));
+  long call = -1;
+  return text >> call && std::find(kLoopCalls.begin(), kLoopCalls.end(), call) != kLoopCalls.end();
+}
+
+}  // namespace
+
+ProcessState StateOf(int pid) {
+  constexpr int kBetween = 16;  // fields between the state and the number of threads
+  ProcessState state;
+  std::istringstream fields = Fields(pid);
+  if (!(fields >> state.letter)) return {};
+  std::string skipped;
+  for (int i = 0; i < kBetween; ++i) fields >> skipped;
+  int threads = 0;
+  // Of several threads any may be the one that waits.
+  state.inLoop = fields >> threads && threads == 1 && SleepsInLoop(pid);
+  return state;
+}
+
+}  // namespace zor::ctl
