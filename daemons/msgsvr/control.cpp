@@ -85,8 +85,8 @@ Control::Answer Control::Monitor(Client &from, Body body) {
   if (body.empty()) {
     // What has been copied in this turn would be left in the queue.
     delivery_.FlushCopies();
-    bus_.monitors.Remove(from);
-    return {ZOR_CONTROL_OK, {}};
+    const uint32_t missed = bus_.monitors.Remove(from);
+    return {ZOR_CONTROL_OK, {reinterpret_cast<const char *>(&missed), sizeof missed}};
   }
   ZOR_CONTROL_FILTER filter;
   if (body.size() != sizeof filter) return {ZOR_CONTROL_MALFORMED, {}};

@@ -62,8 +62,7 @@ bool Monitors::Has(const Client &client) const {
 bool Monitors::Set(Client &client, const ZOR_CONTROL_FILTER &wanted) {
   const std::optional<Filter> filter = Parse(wanted);
   if (!filter) return false;
-  const auto monitor =
-      std::find_if(monitors_.begin(), monitors_.end(), [&](const Monitor &m) { return m.client == &client; });
+  const auto monitor = Of(client);
   if (monitor == monitors_.end()) {
     monitors_.push_back({&client, *filter, 0});
   } else {
@@ -72,8 +71,16 @@ bool Monitors::Set(Client &client, const ZOR_CONTROL_FILTER &wanted) {
   return true;
 }
 
-void Monitors::Remove(const Client &client) {
-  std::erase_if(monitors_, [&](const Monitor &monitor) { return monitor.client == &client; });
+uint32_t Monitors::Remove(const Client &client) {
+  const auto monitor = Of(client);
+  if (monitor == monitors_.end()) return 0;
+  const uint32_t missed = monitor->missed;
+  monitors_.erase(monitor);
+  return missed;
+}
+
+std::vector<Monitors::Monitor>::iterator Monitors::Of(const Client &client) {
+  return std::find_if(monitors_.begin(), monitors_.end(), [&](const Monitor &m) { return m.client == &client; });
 }
 
 void Monitors::Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome, uint32_t nowMs) {

@@ -23,7 +23,8 @@ class Monitors {
   bool Has(const Client &client) const;
   // Begins to copy for the client, or changes what is copied. False, with nothing changed, when the filter is none.
   bool Set(Client &client, const ZOR_CONTROL_FILTER &filter);
-  void Remove(const Client &client);
+  // Ends that. The number of copies that the client lost since the latest one.
+  uint32_t Remove(const Client &client);
 
   // Queues a copy for everybody who wants it; the outcome is ZOR_CONTROL_DELIVERED or ZOR_CONTROL_UNDELIVERED.
   void Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome, uint32_t nowMs);
@@ -47,6 +48,7 @@ class Monitors {
     uint32_t missed;
   };
   static std::optional<Filter> Parse(const ZOR_CONTROL_FILTER &filter);
+  std::vector<Monitor>::iterator Of(const Client &client);
 
   std::vector<Monitor> monitors_;
 };

@@ -25,7 +25,8 @@
 #define ZOR_CONTROL_UNKNOWN UINT32_C(3)   /* no such request */
 #define ZOR_CONTROL_FAILED UINT32_C(4)    /* the server could not: memory, or its disk */
 
-/* Which messages to copy. Zero means any: a filter of zeros asks for everything. */
+/* Which messages to copy. Zero means any: a filter of zeros asks for everything. No filter at all ends the copies; that
+   is answered with one uint32_t, the copies that were lost since the latest one. */
 #define ZOR_CONTROL_SENT UINT32_C(1)     /* by `name` */
 #define ZOR_CONTROL_RECEIVED UINT32_C(2) /* by `name` */
 typedef struct {

@@ -247,6 +247,21 @@ TEST_F(MsgsvrControlTest, NeitherWaitsForAStoppedMonitorNorCutsItOff) {
     }
   }
   EXPECT_EQ(copies + missed, last + 1);
+  // What is missing behind the latest copy, the end tells.
+  operator_ = Client("ctl10");
+  ASSERT_EQ(Monitor({"", 0, kType, 0}), ZOR_CONTROL_OK);
+  for (uint32_t i = 0; i < kMessages; ++i) {
+    sender_.Send(MakeMessage(kType, "", "receiver", i, kKilobyte));
+    receiver_.Next();
+  }
+  Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));  // the server has seen them all
+  operator_.Send(MakeRequest(ZOR_MSG_CONTROL_MONITOR));
+  Message message;
+  for (copies = 0; (message = operator_.Next()).header.type == ZOR_MSG_CONTROL_COPY;)
+    copies += 1 + Copy(message).head.missed;
+  message.body.copy(reinterpret_cast<char *>(&missed), sizeof missed);
+  EXPECT_GT(missed, 0u);
+  EXPECT_EQ(copies + missed, kMessages);
 }
 
 constexpr char kDefault[] = R"({"name":"cms","output":"stdout","file_kib":1024,"levels":{},"source":"default"})";
