@@ -38,13 +38,16 @@ bool HasBodyFile(std::span<const std::byte> frame) {
   return (type & ZOR_MSG_BODY_IN_FILE) != 0;
 }
 
+bool IsFileOf(const Client &sender, const struct stat &status) {
+  return S_ISREG(status.st_mode) && status.st_uid == sender.peer.uid;
+}
+
 }  // namespace
 
 bool BodyFiles::IsAcceptable(const Client &sender, const Frame &frame) const {
   const std::string_view name = FileName(frame.body());
   struct stat status = {};
-  return sender.peer.local && !name.empty() && ::lstat(PathOf(name).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-         status.st_uid == sender.peer.uid;
+  return sender.peer.local && !name.empty() && ::lstat(PathOf(name).c_str(), &status) == 0 && IsFileOf(sender, status);
 }
 
 void BodyFiles::Remove(std::span<const std::byte> frame) const {
@@ -90,9 +93,10 @@ std::optional<std::vector<std::byte>> BodyFiles::MakeNamed(Make make) const {
   return std::nullopt;
 }
 
-std::optional<std::vector<std::byte>> BodyFiles::Read(const Frame &frame, size_t maxBytes) const {
+std::optional<std::vector<std::byte>> BodyFiles::Read(const Client &sender, const Frame &frame, size_t maxBytes) const {
   const daemon::Fd file(::open(PathOf(FileName(frame.body())).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!file.valid()) return std::nullopt;
+  struct stat status = {};
+  if (!file.valid() || ::fstat(file.get(), &status) != 0 || !IsFileOf(sender, status)) return std::nullopt;
   std::vector<std::byte> content(maxBytes);
   ssize_t count;
   do {

@@ -31,8 +31,8 @@ class BodyFiles {
   void Remove(std::span<const std::byte> frame) const;
   // The frame again with a body file of its own, of the same content; nothing when the system refuses.
   std::optional<std::vector<std::byte>> Duplicate(const Frame &frame) const;
-  // The first bytes of the file, at most that many.
-  std::optional<std::vector<std::byte>> Read(const Frame &frame, size_t maxBytes) const;
+  // The first bytes of the file, at most that many; nothing when another file has taken its place meanwhile.
+  std::optional<std::vector<std::byte>> Read(const Client &sender, const Frame &frame, size_t maxBytes) const;
 
  private:
   template <typename Make>

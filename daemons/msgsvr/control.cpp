@@ -49,7 +49,7 @@ void Control::Handle(Client &from, const Frame &frame) {
 Control::Answer Control::Perform(Client &from, const Frame &frame) {
   std::optional<std::vector<std::byte>> content;
   if (frame.bodyInFile()) {
-    content = bus_.files.Read(frame, limits::msgsvr::kControlInFile);
+    content = bus_.files.Read(from, frame, limits::msgsvr::kControlInFile);
     bus_.files.Remove(frame.bytes);
     if (!content) return {ZOR_CONTROL_FAILED, {}};
   }

@@ -43,7 +43,7 @@ bool Requests::Handle(Client &from, const Frame &frame) {
     return true;
   }
   // The router lets only acceptable files come here; the longest is a list of restful patterns.
-  const auto content = bus_.files.Read(frame, limits::msgsvr::kRequestInFile);
+  const auto content = bus_.files.Read(from, frame, limits::msgsvr::kRequestInFile);
   bus_.files.Remove(frame.bytes);
   if (content) (this->*entry->handle)(from, frame, *content);
   return true;

@@ -49,7 +49,7 @@ void Router::RouteFrame(Client &from, Frame &frame) {
 }
 
 void Router::RouteUnnamed(Client &from, const Frame &frame) {
-  if (IsRestful(frame.type())) return ForwardTo(from, RestfulTarget(frame), frame);
+  if (IsRestful(frame.type())) return ForwardTo(from, RestfulTarget(from, frame), frame);
   ForwardTo(from, bus_.names.Oldest(bus_.settings.RouteOf(frame.type())), frame);
 }
 
@@ -106,11 +106,11 @@ void Router::CollectSubscribers(const Frame &frame) {
   }
 }
 
-Client *Router::RestfulTarget(const Frame &frame) const {
+Client *Router::RestfulTarget(const Client &from, const Frame &frame) const {
   std::vector<std::byte> content;
   std::span<const std::byte> body = frame.body();
   if (frame.bodyInFile()) {
-    content = bus_.files.Read(frame, ZOR_MSG_RESTFUL_HEAD_SIZE).value_or(std::vector<std::byte>());
+    content = bus_.files.Read(from, frame, ZOR_MSG_RESTFUL_HEAD_SIZE).value_or(std::vector<std::byte>());
     body = content;
   }
   if (body.size() < ZOR_MSG_RESTFUL_HEAD_SIZE) return nullptr;

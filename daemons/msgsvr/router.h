@@ -29,7 +29,7 @@ class Router {
   void PublishEvent(Client &from, const Frame &frame);
   void PublishEventInFile(Client &from, const Frame &frame);
   void CollectSubscribers(const Frame &frame);
-  Client *RestfulTarget(const Frame &frame) const;
+  Client *RestfulTarget(const Client &from, const Frame &frame) const;
   bool IsWellSent(Client &from, const Frame &frame);
 
   Bus &bus_;
