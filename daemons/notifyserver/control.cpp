@@ -6,11 +6,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/limits.h"
+
 namespace zor::notifyserver {
 namespace {
-
-// Beside an answer in a client's queue: its header, and what it costs to keep it.
-constexpr size_t kQueueOverhead = 4096;
 
 bool MayAsk(const Client &client) {
   return client.peer().uid == 0 || client.peer().uid == ::geteuid();
@@ -61,7 +60,8 @@ void Control::Answer(Client &from, const Frame &request) const {
   } else {
     text = List();
   }
-  if (text.size() > std::min<size_t>(limits_.queueBytes - kQueueOverhead, ZOR_NOTIFY_DATA_MAX - sizeof result)) {
+  const size_t room = limits_.queueBytes - limits::notifyserver::kQueueOverhead;
+  if (text.size() > std::min<size_t>(room, ZOR_NOTIFY_DATA_MAX - sizeof result)) {
     result = ZOR_CONTROL_FAILED;
     text.clear();
   }
