@@ -34,7 +34,7 @@ inline constexpr std::size_t kMostClients = 65536;
 inline constexpr std::chrono::milliseconds kHold{200};
 // [bytes] Restful patterns of one client: not registered.
 inline constexpr std::size_t kPatternBytes = 16384;
-// [bytes] Request to the server that comes in a file: no answer.
+// [bytes] Request to the server that comes in a file: what is beyond is not read.
 inline constexpr std::size_t kRequestInFile = 8192;
 // [names] Names with a subscription that somebody else asked for: no subscription.
 inline constexpr std::size_t kSubscribedNames = 1024;

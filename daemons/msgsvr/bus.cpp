@@ -8,11 +8,8 @@ void Bus::End(Client &client) {
   if (client.ended) return;
   client.ended = true;
   someEnded_ = true;
-  for (const auto &message : client.output.messages()) {
-    files.Remove(message.bytes);
-    const bool descriptor = message.bytes.size() < ZOR_MSG_HEAD_SIZE;
-    if (!descriptor && !IsCopy(message.bytes)) ++counters.dropped;
-  }
+  counters.dropped += MessagesFor(client);
+  for (const auto &message : client.output.messages()) files.Remove(message.bytes);
   patterns.Remove(client);
   barriers.Forget(client);
   monitors.Remove(client);
@@ -20,6 +17,13 @@ void Bus::End(Client &client) {
   if (verbose) log.Print("%s leaves", client.Label().c_str());
   names.Remove(client.name, client);
   if (client.leaving && names.Bearers(client.name).empty()) subscriptions.Forget(client.name);
+}
+
+size_t Bus::MessagesFor(const Client &client) {
+  const auto &queued = client.output.messages();
+  return static_cast<size_t>(std::count_if(queued.begin(), queued.end(), [](const auto &message) {
+    return message.bytes.size() >= ZOR_MSG_HEAD_SIZE && !IsCopy(message.bytes);
+  }));
 }
 
 void Bus::CutOff(Client &client, const std::string &reason) {

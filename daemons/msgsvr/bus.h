@@ -28,6 +28,8 @@ struct Bus {
   // Takes the client off the bus; what is still queued for it is lost. Its record stays until Sweep, so that whoever
   // is at work with it needs to look at `ended` only. Nothing happens the second time.
   void End(Client &client);
+  // Messages queued for the client, which are lost when it ends; copies and descriptors do not count.
+  static size_t MessagesFor(const Client &client);
   // Ends a client that has broken a rule, and says so.
   void CutOff(Client &client, const std::string &reason);
   // Releases the clients that have ended.

@@ -76,8 +76,7 @@ void Control::SendInFile(Client &to, const Frame &request, const Answer &answer)
 Control::Answer Control::List(Client &from, Body body) {
   if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
   std::string text = ListText(bus_, from);
-  // More is refused by the receiving library.
-  if (text.empty() || text.size() > ZOR_ALLOC_MAX - ZOR_MSG_HEAD_SIZE) return {ZOR_CONTROL_FAILED, {}};
+  if (text.empty()) return {ZOR_CONTROL_FAILED, {}};
   return {ZOR_CONTROL_OK, std::move(text)};
 }
 

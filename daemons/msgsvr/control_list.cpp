@@ -11,6 +11,9 @@
 namespace zor::msgsvr {
 namespace {
 
+// Behind it come two characters more. What is longer is refused by the receiving library.
+constexpr size_t kMaxText = ZOR_ALLOC_MAX - ZOR_MSG_HEAD_SIZE - 2;
+
 template <typename Number>
 void AddNumber(cJSON *object, const char *name, Number number) {
   cJSON_AddNumberToObject(object, name, static_cast<double>(number));
@@ -130,7 +133,7 @@ std::string ListText(const Bus &bus, const Client &asker) {
     if (client.ended || !client.registered()) continue;
     if (!std::exchange(first, false)) text += ',';
     const std::string entry = ClientText(bus, client, &client == &asker, kernel);
-    if (entry.empty()) return {};
+    if (entry.empty() || text.size() + entry.size() > kMaxText) return {};
     text += entry;
   }
   return text + "]}";

@@ -8,7 +8,8 @@
 
 namespace zor::msgsvr {
 
-// The server and its named clients, as `asker` is told; empty when memory is short.
+// The server and its named clients, as `asker` is told; empty when memory is short, or the text
+// is more than the library takes.
 std::string ListText(const Bus &bus, const Client &asker);
 
 }  // namespace zor::msgsvr

@@ -173,7 +173,7 @@ void Delivery::DescriptorLost(const Client &to) {
 }
 
 void Delivery::Overflow(Client &to, std::span<const std::byte> rest) {
-  size_t lost = to.output.messages().size();
+  size_t lost = Bus::MessagesFor(to);
   for (; !rest.empty(); rest = rest.subspan(FrameSize(rest))) ++lost;
   bus_.losses.Add(to.name, lost);
   bus_.CutOff(to, "its output queue is full, " + std::to_string(lost) + " messages lost");

@@ -96,7 +96,9 @@ std::optional<NamedTrace> TraceFromJson(const cJSON *value) {
 Json TraceToJson(const NamedTrace &trace) {
   Json object(cJSON_CreateObject());
   cJSON_AddStringToObject(object.get(), "name", trace.name.c_str());
-  if (trace.members.output) cJSON_AddStringToObject(object.get(), "output", trace.members.output->c_str());
+  if (trace.members.output) {
+    cJSON_AddStringToObject(object.get(), "output", CleanText(*trace.members.output).c_str());
+  }
   if (trace.members.fileKiB) {
     cJSON_AddNumberToObject(object.get(), "file_kib", static_cast<double>(*trace.members.fileKiB));
   }
