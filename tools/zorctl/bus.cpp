@@ -18,6 +18,7 @@
 #include "common/paths.h"
 #include "zorctl/control.h"
 #include "zorctl/exit_code.h"
+#include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 
@@ -87,8 +88,17 @@ Message Unpack(ZOR_MSG_HEAD *head) {
 }
 
 bool IsNoticeOf(const Message &message, uint32_t type, uint32_t sequence) {
-  return message.type == ZOR_MSG_SEND_FAILED_NOTICE && (message.data & ZOR_MSG_TYPE_MASK) == type &&
-         message.sequence == sequence;
+  return message.type == ZOR_MSG_SEND_FAILED_NOTICE && message.fromServer() &&
+         (message.data & ZOR_MSG_TYPE_MASK) == type && message.sequence == sequence;
+}
+
+// As for every daemon, the type makes it the answer: not all of them send the number back. Who answers what names no
+// destination is known of the server's own requests only.
+bool Answers(const Message &message, const Outgoing &request) {
+  if (message.type != request.type) return false;
+  if (!request.destination.empty()) return message.source == request.destination;
+  const MessageType *known = FindType(request.type);
+  return known == nullptr || known->to != "server" || message.fromServer();
 }
 
 Failure Undelivered(const Outgoing &request) {
@@ -172,9 +182,7 @@ Message Bus::Request(const Outgoing &request, const Deadline &deadline) {
   const uint32_t sequence = Send(request, deadline);
   while (std::optional<Message> message = Read(deadline)) {
     if (IsNoticeOf(*message, request.type, sequence)) throw Undelivered(request);
-    // As for every daemon, the type makes it the answer: not all of them send the number back.
-    const bool expected = request.destination.empty() || message->source == request.destination;
-    if (message->type == request.type && expected) return std::move(*message);
+    if (Answers(*message, request)) return std::move(*message);
     setAside_.push_back(std::move(*message));
   }
   const std::string who = request.destination.empty() ? "nobody" : Escape(request.destination) + " has not";

@@ -24,6 +24,9 @@ struct Message {
   std::string source;  // at most 11 bytes, as they came
   uint32_t data = 0;
   std::string body;
+
+  // Only the server can send without a name.
+  bool fromServer() const { return source.empty(); }
 };
 
 // A message to send.
@@ -69,6 +72,11 @@ class Bus {
   // stopped() is true.
   void StopWith(daemon::StopSignal &signal) { stop_ = &signal; }
   bool stopped() const { return stopped_; }
+  // From now on the user cannot stop it: for what has to be said before the end.
+  void GoOn() {
+    stop_ = nullptr;
+    stopped_ = false;
+  }
 
   const std::string &name() const { return name_; }
 

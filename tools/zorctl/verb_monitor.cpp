@@ -147,17 +147,22 @@ class MonitorVerb : public Verb {
     bus.Control(ZOR_MSG_CONTROL_MONITOR, {reinterpret_cast<const char *>(&filter), sizeof filter}, setUp);
     const std::unique_ptr<Sink> sink = MakeSink(common);
     Totals totals;
+    bool stopped = false;
     try {
       Watch(bus, common.deadline(), *sink, totals);
+      stopped = bus.stopped();
+      if (!full(totals)) End(bus, *sink, totals);
     } catch (const Failure &) {
       Conclude(*sink, totals);
       throw;
     }
     Conclude(*sink, totals);
-    return limit_ == 0 || totals.copies == limit_ || bus.stopped() ? kExitOk : kExitTimeOver;
+    return limit_ == 0 || full(totals) || stopped ? kExitOk : kExitTimeOver;
   }
 
  private:
+  bool full(const Totals &totals) const { return limit_ != 0 && totals.copies >= limit_; }
+
   ZOR_CONTROL_FILTER Filter() const {
     ZOR_CONTROL_FILTER filter{};
     if (name_.empty() && (sent_ || received_)) {
@@ -187,14 +192,32 @@ class MonitorVerb : public Verb {
 
   void Watch(Bus &bus, const Deadline &deadline, Sink &sink, Totals &totals) const {
     Deadline refresh(kRefresh);
-    while (!deadline.over() && !bus.stopped() && (limit_ == 0 || totals.copies < limit_)) {
+    while (!deadline.over() && !bus.stopped() && !full(totals)) {
       const std::optional<Message> message = bus.Receive(deadline.Within(refresh.left()));
-      if (message && message->type == ZOR_MSG_CONTROL_COPY) Take(message->body, sink, totals);
+      if (message && IsCopy(*message)) Take(message->body, sink, totals);
       if (!refresh.over()) continue;
       sink.Refresh(totals);
       refresh = Deadline(kRefresh);
     }
   }
+
+  // Takes what is on its way still. The server's answer says how many copies were lost behind the latest one.
+  void End(Bus &bus, Sink &sink, Totals &totals) const {
+    const Deadline deadline = Deadline(Milliseconds(0)).ForServer();
+    bus.GoOn();
+    const uint32_t request = bus.Send({ZOR_MSG_CONTROL_MONITOR, "", 0, ""}, deadline);
+    while (const std::optional<Message> message = bus.Receive(deadline)) {
+      if (IsCopy(*message) && !full(totals)) Take(message->body, sink, totals);
+      if (message->type != ZOR_MSG_CONTROL_MONITOR || message->sequence != request || !message->fromServer()) continue;
+      uint32_t missed = 0;
+      message->body.copy(reinterpret_cast<char *>(&missed), sizeof missed);
+      totals.missed += missed;
+      return;
+    }
+  }
+
+  // Anybody can send messages of that type.
+  static bool IsCopy(const Message &message) { return message.type == ZOR_MSG_CONTROL_COPY && message.fromServer(); }
 
   static void Take(const std::string &bytes, Sink &sink, Totals &totals) {
     const std::optional<BusCopy> copy = ParseCopy(bytes);
