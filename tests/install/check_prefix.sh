@@ -7,7 +7,7 @@ source=$1 build=$2 libdir=$3
 work=$(mktemp -d)
 server=
 clean_up() {
-  if [ -n "$server" ]; then kill "$server" && wait "$server" || true; fi
+  [ -z "$server" ] || kill "$server" || true
   rm -rf "$work"
 }
 trap clean_up EXIT
@@ -19,6 +19,7 @@ mkdir "$work/root"
 export ZOR_ROOT=$work/root
 export PKG_CONFIG_PATH=$work/prefix/$libdir/pkgconfig PKG_CONFIG_OPTIONS=--define-variable=prefix=$work/prefix
 export CMAKE_PREFIX_PATH=$work/prefix LD_LIBRARY_PATH=$work/prefix/$libdir
+export CMAKE_GENERATOR=Ninja # as for the project itself: there may be no make
 exec {ready}< <("$build/daemons/msgsvr/msgsvr" & echo $!; wait)
 read -r server <&"$ready"
 read -r line <&"$ready"
