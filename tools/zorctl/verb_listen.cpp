@@ -10,6 +10,7 @@
 
 #include "zorctl/bus.h"
 #include "zorctl/event.h"
+#include "zorctl/limit.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
 
@@ -20,8 +21,7 @@ class ListenVerb : public Verb {
  public:
   void Declare(CLI::App &app) override {
     app.add_option("MODULE", modules_, "Only events of these modules (or types); none: all events")->type_name("");
-    app.add_option("--limit", limit_, "End after so many events; when they do not come in time, that is a failure")
-        ->type_name("N");
+    AddLimit(app, limit_, "End after so many events; with status 4 when the time is over first");
     app.add_flag("-v,--verbose", verbose_, "Say on standard error when events begin to be received");
   }
 

@@ -14,6 +14,7 @@
 #include "common/stop_signal.h"
 #include "zorctl/bus.h"
 #include "zorctl/bus_copy.h"
+#include "zorctl/limit.h"
 #include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/pcapng.h"
@@ -121,9 +122,7 @@ class MonitorVerb : public Verb {
     app.add_flag("--received", received_, "With --name: only what it receives");
     app.add_option("--type", type_, "Only messages of this type: a number, a range such as 0x5000-0x50FF, or a name")
         ->type_name("TYPE");
-    app.add_option("--limit", limit_, "End after so many messages; with status 4 when the time is over first")
-        ->check(CLI::PositiveNumber)
-        ->type_name("COUNT");
+    AddLimit(app, limit_, "End after so many messages; with status 4 when the time is over first");
     CLI::Option *lines = app.add_flag("--lines", lines_, "Print a line for each message; this is the default");
     app.add_option("--pcapng", file_, "Write a capture for packet analysers; - is standard output")
         ->type_name("FILE")

@@ -27,6 +27,7 @@ run publish lan link port=2
 run publish network lease host=b
 finish
 run listen moon
+run listen --limit 0
 run publish moon link port=1
 run publish 0x2DA00 link port=1
 run listen --timeout 0.1

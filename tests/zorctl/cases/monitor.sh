@@ -15,6 +15,7 @@ run monitor --type 0x5000-0x4000
 run monitor --sent
 run monitor --name nobody --timeout 0.1
 run monitor --name web --limit 1 --timeout 0.1
+run monitor --limit -1
 run monitor --pcapng - --lines
 run monitor --pcapng - --json
 run_on_terminal 80 monitor --pcapng -
