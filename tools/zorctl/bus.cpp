@@ -103,9 +103,12 @@ bool Answers(const Message &message, const Outgoing &request) {
 
 Failure Undelivered(const Outgoing &request) {
   if (request.destination.empty()) {
+    const MessageType *known = FindType(request.type);
+    const bool isForOne = known != nullptr && known->to != "server" && known->to != "any";
     return {kExitNotFound,
             "nobody on the bus takes messages of type " + HexText(request.type) + " without a destination",
-            "name the daemon, or set route." + HexText(request.type) + " in the server's settings"};
+            "name the daemon" + (isForOne ? ", " + std::string(known->to) : "") + ", or set route." +
+                HexText(request.type) + " in the server's settings"};
   }
   return {kExitNotFound, "no daemon " + Escape(request.destination) + " on the bus", "zorctl list shows who is there"};
 }

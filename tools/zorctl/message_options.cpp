@@ -31,7 +31,7 @@ void MessageOptions::Declare(CLI::App &app) {
       ->required()
       ->type_name("");
   app.add_option("WORDS", words_,
-                 "[NAME] [FIELD=VALUE ...]: the daemon, if the type does not tell, and the fields of the type")
+                 "[NAME] [FIELD=VALUE ...]: the daemon, if the server has no route for the type, and its fields")
       ->type_name("");
   app.add_option("--data", data_, "The data word")->type_name("NUMBER");
   const auto addBody = [&](const char *name, auto &value, const char *help, const char *type) {

@@ -8,6 +8,7 @@
 #include "zorctl/bus.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
+#include "zorctl/wait_graph.h"
 
 namespace zor::ctl {
 namespace {
@@ -44,9 +45,10 @@ class ExitVerb : public Verb {
   }
 
   Failure StillThere(const Common &common) const {
-    const std::string there = name_ + " is still there after " + std::to_string(common.timeout.count()) + " ms";
+    const std::string there = name_ + " is still there after " + AgeText(static_cast<uint64_t>(common.timeout.count()));
     if (!answer_)
-      return {kExitTimeOver, there + " and has not answered", "zorctl why " + name_ + " may tell the reason"};
+      return {kExitTimeOver, there + " and has not answered",
+              "it may have no handler of SAFE_EXIT, or zorctl why " + name_ + " tells more"};
     if (*answer_ == 0) return {kExitTimeOver, there + ", although it agreed", "give it more --timeout"};
     return {kExitRefused, there + "; it answered " + std::to_string(*answer_), "it does not want to leave"};
   }

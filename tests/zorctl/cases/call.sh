@@ -30,6 +30,7 @@ run call 0x100000 cms
 run call EVT_ITEMS
 run call 0x61005 nobody
 run call 0x61005
+run call LOG_MSG_FLUSH
 run send 0x61001 nobody
 run call DB_SAVE_SYNC nonsense=1
 run call RESTORE_DEFAULT mode=one
