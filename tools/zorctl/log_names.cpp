@@ -29,7 +29,8 @@ bool IsSameWord(const std::string &left, const std::string &right) {
   return !left.empty() && ::strcasecmp(left.c_str(), right.c_str()) == 0;
 }
 
-Failure Unknown(const char *what, const std::string &name, std::string (*nameOf)(uint32_t), uint32_t bits) {
+Failure Unknown(ExitCode code, const char *what, const std::string &name, std::string (*nameOf)(uint32_t),
+                uint32_t bits) {
   std::vector<std::string> known;
   for (uint32_t bit = 1; (bit & bits) != 0; bit <<= 1) {
     const std::string text = nameOf(bit);
@@ -37,7 +38,7 @@ Failure Unknown(const char *what, const std::string &name, std::string (*nameOf)
   }
   std::string list;
   for (const std::string &each : known) list += (list.empty() ? "" : ", ") + each;
-  return {kExitNotFound, std::string("no log ") + what + " " + Escape(name), "there are " + list};
+  return {code, std::string("no log ") + what + " " + Escape(name), "there are " + list};
 }
 
 uint32_t TypeBits(const std::string &name) {
@@ -46,7 +47,7 @@ uint32_t TypeBits(const std::string &name) {
   for (uint32_t bit = 1; (bit & kAllTypes) != 0; bit <<= 1) {
     if (IsSameWord(TypeName(bit), name)) bits |= bit;
   }
-  if (bits == 0) throw Unknown("type", name, TypeName, kAllTypes);
+  if (bits == 0) throw Unknown(kExitNotFound, "type", name, TypeName, kAllTypes);
   return bits;
 }
 
@@ -63,7 +64,7 @@ uint32_t LogLevels(const std::string &name) {
   for (uint32_t bit = ZOR_LOG_EMERGENCY; bit <= ZOR_LOG_DEBUG; bit <<= 1) {
     if (IsSameWord(LevelName(bit), name)) return bit | (bit - 1);
   }
-  throw Unknown("level", name, LevelName, ZOR_LOG_LEVEL_MASK);
+  throw Unknown(kExitUsage, "level", name, LevelName, ZOR_LOG_LEVEL_MASK);
 }
 
 }  // namespace zor::ctl

@@ -17,8 +17,8 @@ std::string CheckSeconds(const std::string &text) {
 
 }  // namespace
 
-void AddSeconds(CLI::App &app, const char *name, double &seconds, const char *purpose) {
-  app.add_option(name, seconds, purpose)
+CLI::Option *AddSeconds(CLI::App &app, const char *name, double &seconds, const char *purpose) {
+  return app.add_option(name, seconds, purpose)
       ->check(CLI::Validator(CheckSeconds, ""))
       ->type_name("SECONDS")
       ->capture_default_str();

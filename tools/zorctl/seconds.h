@@ -6,12 +6,13 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace zor::ctl {
 
 // Adds an option for a time, which starts with what the variable holds.
-void AddSeconds(CLI::App &app, const char *name, double &seconds, const char *purpose);
+CLI::Option *AddSeconds(CLI::App &app, const char *name, double &seconds, const char *purpose);
 
 Milliseconds FromSeconds(double seconds);
 

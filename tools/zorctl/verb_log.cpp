@@ -80,8 +80,8 @@ class LogVerb : public Verb {
         ->capture_default_str()
         ->type_name("PATH");
     CLI::Option *follow = app.add_flag("--follow", follow_, "Go on with what comes, until Ctrl-C or --for is over");
-    AddSeconds(app, "--for", followSeconds_, "How long to follow the log");
-    AddSeconds(app, "--interval", intervalSeconds_, "Time between two looks with --follow");
+    AddSeconds(app, "--for", followSeconds_, "How long to follow the log")->needs(follow);
+    AddSeconds(app, "--interval", intervalSeconds_, "Time between two looks")->needs(follow);
     app.add_option("--stat", statistic_, "Instead: a statistic by its name, of the logging daemon mlogserver")
         ->excludes(follow)
         ->type_name("NAME");

@@ -49,6 +49,7 @@ run_unread log
 # Faults.
 run log --type moon
 run log --level loud
+run log --for 1
 run log --language en --directory /elsewhere
 run log --follow --for 0.1 --interval 0.05 --count 1
 kill -STOP "$(running syslogd)"
