@@ -9,7 +9,7 @@ trap 'rm -rf "$work"' EXIT
 
 # Lines "VERB OPTION", "VERB timeout SECONDS", "exit CODE TEXT".
 "$zorctl" --help >"$work/all"
-sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\)  .*/\1/p' "$work/all" >"$work/verbs"
+sed -n '/^Verbs:/,/^$/s/^  \([a-z]*\)  .*/\1/p' "$work/all" >"$work/verbs"
 [ -s "$work/verbs" ] || { echo "zorctl --help names no verbs"; exit 1; }
 {
   while read -r verb; do

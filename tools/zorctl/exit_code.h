@@ -27,7 +27,7 @@ inline constexpr std::array kExitCodes = {
     ExitCodeText{kExitOk, "done; also when the reader of the output has gone"},
     ExitCodeText{kExitFailure, "the system failed: disk, memory, or an answer that makes no sense"},
     ExitCodeText{kExitUsage, "wrong arguments"},
-    ExitCodeText{kExitNotFound, "no such daemon, module, message type or parameter"},
+    ExitCodeText{kExitNotFound, "no such daemon, module, type, statistic or stored value"},
     ExitCodeText{kExitTimeOver, "the time was over first"},
     ExitCodeText{kExitRefused, "refused: no permission, or the other side answered with an error"},
     ExitCodeText{kExitNoServer, "the server is absent, or went away"},

@@ -34,7 +34,7 @@ std::string ExitCodeTable() {
 
 void Declare(CLI::App &program, Declared &declared) {
   const VerbRow &row = *declared.row;
-  declared.app = program.add_subcommand(row.name, std::string(row.purpose) + ".");
+  declared.app = program.add_subcommand(row.name, std::string(row.purpose) + ".")->group("Verbs");
   declared.seconds = row.timeoutSeconds;
   declared.verb->Declare(*declared.app);
   declared.app->add_flag("--json", declared.json, "Print JSON");
@@ -62,7 +62,7 @@ const Declared *Selected(const std::vector<Declared> &all) {
 
 // CLI11 explains itself in whole sentences.
 int ReportUsage(const CLI::ParseError &error, const std::string &verb) {
-  std::string what = Escape(error.what());
+  std::string what = verb.empty() ? "options stand behind a verb" : Escape(error.what());
   while (!what.empty() && what.back() == '.') what.pop_back();
   PrintError(verb, what, verb.empty() ? "zorctl --help lists the verbs" : "zorctl " + verb + " --help explains it");
   return kExitUsage;
@@ -95,6 +95,7 @@ int Main(int count, char **arguments) {
   TakeOutput();
   CLI::App program("Looks into the message bus, talks on it and sets it.", "zorctl");
   program.set_help_flag("--help", "Print this and end");
+  program.get_formatter()->label("SUBCOMMAND", "VERB");
   program.require_subcommand(1);
   program.footer("zorctl VERB --help explains a verb.\n\n" + ExitCodeTable() +
                  "\nThe environment variable ZOR_ROOT moves every fixed path beneath the directory that it names.");

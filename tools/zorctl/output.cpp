@@ -40,7 +40,6 @@ bool WantsColour() {
 }  // namespace
 
 void TakeOutput() {
-  std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGPIPE, SIG_IGN);  // a write tells
   // A standard descriptor that the caller had closed must not become a socket's.
   int nowhere;

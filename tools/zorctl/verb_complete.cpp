@@ -81,6 +81,10 @@ Words ListOf(std::string_view what) {
   return {};
 }
 
+bool IsSource(std::string_view what) {
+  return std::any_of(std::begin(kSources), std::end(kSources), [=](const Source &each) { return each.what == what; });
+}
+
 // What may stand at that place of a verb's words: the row tells, its last word holds for all further places.
 std::string_view WhatStandsAt(const VerbRow &row, size_t place) {
   std::string_view completes = row.completes;
@@ -114,6 +118,9 @@ class CompleteVerb : public Verb {
   }
 
   ExitCode Run(const Common &common) override {
+    if (what_ != "line" && !IsSource(what_)) {
+      throw Failure(kExitUsage, "cannot list " + Escape(what_), "give names, types, modules, verbs, or line");
+    }
     Words words;
     try {
       words = what_ == "line" ? CandidatesFor(line_) : ListOf(what_);

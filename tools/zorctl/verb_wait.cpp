@@ -14,9 +14,7 @@ constexpr Milliseconds kPollEvery{50};
 
 class WaitVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("NAMES", names_, "The daemons")->required()->type_name("NAME ...");
-  }
+  void Declare(CLI::App &app) override { app.add_option("NAME", names_, "The daemons")->required()->type_name(""); }
 
   ExitCode Run(const Common &common) override {
     for (const std::string &name : names_) NameField(name);  // says what is wrong with one

@@ -1,6 +1,8 @@
 run
 run nonsense
 run list --nonsense
+run --version
+run complete moon
 run list --timeout 0
 run list --timeout nan
 run list --help
@@ -8,8 +10,8 @@ run list --help
 # The verbs come and go; what holds for each of them does not.
 zorctl --help >"$work/help"
 echo '$ zorctl --help'
-sed '/^Subcommands:/,/^$/d' "$work/help"
-sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p' "$work/help" >"$work/verbs"
+sed '/^Verbs:/,/^$/d' "$work/help"
+sed -n '/^Verbs:/,/^$/s/^  \([a-z]*\) .*/\1/p' "$work/help" >"$work/verbs"
 grep -qx list "$work/verbs"
 while read -r verb; do
   zorctl "$verb" --help >"$work/help"
