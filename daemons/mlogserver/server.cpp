@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "common/fd.h"
 #include "common/paths.h"
 
 namespace zor::mlogserver {
@@ -161,6 +162,11 @@ bool Server::HandlePowerOff(const Datagram &datagram) {
   return true;
 }
 
+ssize_t Server::SendTo(int socket, const Datagram &request, const ZOR_MLOG_MSG &answer) {
+  return ::sendto(socket, &answer, ZOR_MLOG_HEAD_SIZE + answer.length, MSG_DONTWAIT | MSG_NOSIGNAL,
+                  Generic(&request.sender), request.senderLength);
+}
+
 void Server::Answer(const Datagram &request, const ZOR_MLOG_MSG &answer) {
   const std::string path = PathOf(request.sender, request.senderLength);
   const bool isClient = path.starts_with(clientDirectory_) && path.size() > clientDirectory_.size() &&
@@ -169,8 +175,13 @@ void Server::Answer(const Datagram &request, const ZOR_MLOG_MSG &answer) {
     problems_.Print("no answer to \"%s\", which is outside " ZOR_PATH_MLOG_DIR, path.c_str());
     return;
   }
-  const ssize_t sent = ::sendto(socket_, &answer, ZOR_MLOG_HEAD_SIZE + answer.length, MSG_DONTWAIT | MSG_NOSIGNAL,
-                                Generic(&request.sender), request.senderLength);
+  ssize_t sent = SendTo(socket_, request, answer);
+  // Answers that some client leaves unread use up the room of the socket that sent them, for all clients alike; a
+  // socket for this one answer has room of its own.
+  if (sent < 0 && errno == EAGAIN) {
+    const daemon::Fd own(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sent = SendTo(own.get(), request, answer);
+  }
   // A client that has gone meanwhile has given up waiting, which is its right.
   const bool isGone = sent < 0 && (errno == ECONNREFUSED || errno == ENOENT);
   if (sent < 0 && !isGone) problems_.PrintErrno("an answer to \"%s\" is given up", path.c_str());

@@ -4,7 +4,7 @@
 // - A datagram counts only when its size agrees with its own length field and with what its type carries.
 // - Memory is bounded: one datagram at a time, and a table of statistics with a largest size.
 // - It never waits for a client. An answer that the client's queue does not take at once is given up; the client, which
-//   waits for it 2 seconds at most, may ask again.
+//   waits for it 2 seconds at most, may ask again. Clients that read nothing keep no other from its answer.
 // - Answers go only to sockets directly in the directory of the log's clients, whatever address a sender shows.
 // - Lines are visible to readers of the file as soon as no more datagrams wait, and after 256 of them at the latest.
 #ifndef MLOGSERVER_SERVER_H
@@ -50,6 +50,7 @@ class Server {
   bool HandleSetStat(const Datagram &datagram);
   bool HandleGetStat(const Datagram &datagram);
   bool HandlePowerOff(const Datagram &datagram);
+  static ssize_t SendTo(int socket, const Datagram &request, const ZOR_MLOG_MSG &answer);
   void Answer(const Datagram &request, const ZOR_MLOG_MSG &answer);
   void Save();
 
