@@ -21,7 +21,7 @@ libraries=("$build/libraries/private/msg/libmsgapi.so" "$build/platform/libzorpl
 # Only what the public headers tell counts, and nothing of the machine that built it.
 describe() { # LIBRARY
   abidw --headers-dir include --drop-private-types --exported-interfaces-only --no-elf-needed --no-corpus-path \
-    --no-comp-dir-path --no-show-locs --no-parameter-names "$1"
+    --no-comp-dir-path --no-show-locs --no-parameter-names "$1" | sed "s|path='$PWD/|path='|"
 }
 
 work=$(mktemp -d)
