@@ -60,7 +60,8 @@ class CallVerb : public Verb {
     const Message answer = bus.Request(request, deadline);
     const Json fields = Explain(answer);
     if (common.json) {
-      PrintJson(Json{{"type", TypeText(answer.type)}, {"source", answer.source}, {"fields", fields}});
+      PrintJson(
+          Json{{"type", answer.type}, {"name", TypeText(answer.type)}, {"source", answer.source}, {"fields", fields}});
     } else {
       for (const auto &[name, value] : fields.items()) PrintField(name, value);
     }

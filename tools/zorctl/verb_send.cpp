@@ -19,7 +19,7 @@ class SendVerb : public Verb {
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
     bus.SendAndCheck(message, deadline);
-    if (common.json) PrintJson({{"type", TypeText(message.type)}, {"sent", true}});
+    if (common.json) PrintJson({{"type", message.type}, {"name", TypeText(message.type)}, {"sent", true}});
     return kExitOk;
   }
 
