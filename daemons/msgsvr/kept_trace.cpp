@@ -87,7 +87,10 @@ void KeptTrace::Load() {
   const uint32_t status = ZOR_UTIL_ReadFileToBuf(path.c_str(), &block, &length);
   const std::unique_ptr<void, decltype(&std::free)> owner(block, &std::free);
   if (status != ZOR_FILE_OK && errno == ENOENT) return;
-  if (status != ZOR_FILE_OK && errno != 0) return log_.PrintErrno("%s: cannot be read", fixedPath_.c_str());
+  if (status != ZOR_FILE_OK && errno != 0) {
+    isFileOurs_ = false;
+    return log_.PrintErrno("%s: cannot be read, and is left as it is", fixedPath_.c_str());
+  }
   const Json array(length <= limits::msgsvr::kKeptFile ? Parse({static_cast<const char *>(block), length}) : nullptr);
   ByName found;
   bool intact = cJSON_IsArray(array.get()) != 0;
@@ -102,12 +105,13 @@ void KeptTrace::Load() {
     return;
   }
   log_.Print("%s: damaged, set aside as %s.damaged", fixedPath_.c_str(), fixedPath_.c_str());
-  if (std::rename(path.c_str(), (path + ".damaged").c_str()) != 0) log_.PrintErrno("%s", fixedPath_.c_str());
+  isFileOurs_ = std::rename(path.c_str(), (path + ".damaged").c_str()) == 0;
+  if (!isFileOurs_) log_.PrintErrno("%s", fixedPath_.c_str());
 }
 
 KeptTrace::Result KeptTrace::Keep(ByName changed) {
   const auto text = FileText(changed);
-  if (!text) return Result::kFailed;
+  if (!text || !isFileOurs_) return Result::kFailed;
   if (!daemon::MakeDirectory(daemon::ParentOf(fixedPath_) + "/") ||
       !daemon::ReplaceFile(daemon::FixedPath(fixedPath_), std::as_bytes(std::span(*text)))) {
     log_.PrintErrno("%s: cannot be written, trace settings stay as they were", fixedPath_.c_str());

@@ -38,6 +38,7 @@ class KeptTrace {
   std::string fixedPath_;
   daemon::ProblemLog &log_;
   ByName byName_;
+  bool isFileOurs_ = true;  // what lies there is known, so that nothing is lost when it is replaced
 };
 
 }  // namespace zor::msgsvr

@@ -290,6 +290,12 @@ TEST_F(MsgsvrControlTest, KeepsTraceSettingsOverARestart) {
   EXPECT_EQ(Trace("cms"), kDefault);
   EXPECT_TRUE(LogHolds("/var/lib/zor/msgsvr.trace: damaged, set aside"));
   EXPECT_TRUE(Exists("/var/lib/zor/msgsvr.trace.damaged"));
+  TearDown();
+  std::filesystem::remove(root_.Path("/var/lib/zor/msgsvr.trace.damaged"));
+  std::filesystem::create_directory(root_.Path("/var/lib/zor/msgsvr.trace.damaged"));
+  std::ofstream(root_.Path("/var/lib/zor/msgsvr.trace")) << "[";
+  StartWithOperator();
+  EXPECT_EQ(SetTrace(R"({"name":"cms","file_kib":2048})"), ZOR_CONTROL_FAILED) << "or what lies there would be lost";
 }
 
 TEST_F(MsgsvrControlTest, ChangesNoTraceSettingsThatAreWrongOrCannotBeKept) {
