@@ -157,11 +157,14 @@ run_unread() {
 
 normalise() { cat; }
 
-# The tool's own name on the bus, and process ids and times in JSON.
+# The tool's own name on the bus; process ids, users and times in JSON and in tables, whose columns are as wide as those
+# happen to be. A case that cuts lines to a terminal's width cuts them before such a column.
 normalise_all() {
   sed -E "s|$ZOR_ROOT|ROOT|g; s/ctl[0-9]+/ctlPID/g
     s/\"(pid|uid|since|uptime_ms|oldest_ms|age_ms)\":[0-9]+/\"\1\":N/g
-    s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}/YYYY-MM-DD hh:mm:ss/g"
+    s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}/YYYY-MM-DD hh:mm:ss/g
+    s/ +[0-9]+  [^ ]+ +YYYY/  PID  USER  YYYY/; s/ +PID  USER +SINCE/  PID  USER  SINCE/
+    /PID  USER/s/^([^ ]+) +/\1  /"
 }
 
 # shellcheck source=/dev/null

@@ -1,8 +1,3 @@
-# Process ids are of any width, and so are the columns with them.
-normalise() {
-  sed -E "s/^(ctl)?([a-z0-9]+) +[0-9]+ +$(id -un) /\1\2 PID USER /" | tr -s ' '
-}
-
 start msgsvr
 peer peer refuse $'/lamp\e[31m/\xff*'
 run list

@@ -1,4 +1,3 @@
-normalise() { sed -E "s/[0-9]+  $(id -un) +/PID  USER  /; s/  +/  /g; s/(SINCE|USER  [0-9-]+).*…/\1…/"; }
 answer_awaited() { zorctl notify --list --json | grep -q '"pending":\[{'; }
 
 run notify --list
@@ -24,7 +23,7 @@ run notify cms 0x71 "$work/big" --as file
 run notify cms 0x71 "$work/absent" --as file
 run notify --list web
 run_unread notify --list
-run_on_terminal 40 notify --list
+run_on_terminal 11 notify --list
 
 # The module is stuck; then it ends while it is asked; then the server does.
 kill -STOP "$(running provider)"
