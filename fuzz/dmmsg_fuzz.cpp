@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "fuzz.h"
+#include "message/context.h"
+#include "message/header.h"
 #include "sdk/dmmsg/body.h"
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
 
 namespace {
 

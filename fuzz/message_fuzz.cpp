@@ -9,8 +9,8 @@
 #include <fstream>
 
 #include "fuzz.h"
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
+#include "message/context.h"
+#include "message/header.h"
 #include "support/temp_root.h"
 
 namespace {

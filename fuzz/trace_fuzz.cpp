@@ -5,7 +5,7 @@
 
 #include "base/list.h"
 #include "fuzz.h"
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 #include "support/temp_root.h"
 #include "trace/levels.h"
 

@@ -5,12 +5,11 @@
 set -eu
 cd "$1"
 
-# The layer of a file below libraries/private/msg. Message tracking prints headers and is shared by loop and bus.
+# The layer of a file below libraries/private/msg.
 layer_of() {
   case $1 in
     base/*) echo 2 ;;
-    sdk/msgapi/header.* | sdk/msgapi/context.* | sdk/msgapi/wire_layout.* | sdk/msgapi/message_track.*) echo 3 ;;
-    trace/* | mlogapi/*) echo 3 ;;
+    message/* | trace/* | mlogapi/*) echo 3 ;;
     sdk/loop/* | sdk/sockutil/*) echo 4 ;;
     notifyclient/* | sdk/msgapi/*) echo 5 ;;
     sdk/dmmsg/* | sdk/event/* | sdk/cfmdbinit/* | main/*) echo 6 ;;

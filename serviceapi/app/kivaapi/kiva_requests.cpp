@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "app/kivaapi/kiva_list.h"
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 
 namespace {
 

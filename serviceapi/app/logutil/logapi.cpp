@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 
 static_assert(sizeof(ZOR_LOG_RECORD) == 276);
 static_assert(offsetof(ZOR_LOG_RECORD, typeLevel) == 4 && offsetof(ZOR_LOG_RECORD, index) == 12);

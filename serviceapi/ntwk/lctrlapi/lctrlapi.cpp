@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
+#include "message/context.h"
+#include "message/header.h"
 
 namespace {
 

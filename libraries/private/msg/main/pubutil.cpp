@@ -8,8 +8,8 @@
 #include <array>
 #include <cstring>
 
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
+#include "message/context.h"
+#include "message/header.h"
 
 namespace {
 

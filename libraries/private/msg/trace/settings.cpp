@@ -3,7 +3,7 @@
 
 #include "base/bytes.h"
 #include "base/text.h"
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 #include "trace/trace.h"
 
 namespace zor {

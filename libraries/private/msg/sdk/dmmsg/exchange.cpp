@@ -7,8 +7,8 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "message/context.h"
 #include "sdk/dmmsg/body.h"
-#include "sdk/msgapi/context.h"
 
 namespace zor {
 namespace {

@@ -8,8 +8,8 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
+#include "message/context.h"
 #include "sdk/dmmsg/body.h"
-#include "sdk/msgapi/context.h"
 
 namespace zor {
 namespace {

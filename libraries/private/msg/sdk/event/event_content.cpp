@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "base/alloc.h"
+#include "message/header.h"
 #include "sdk/event/event_json.h"
-#include "sdk/msgapi/header.h"
 
 namespace zor {
 namespace {

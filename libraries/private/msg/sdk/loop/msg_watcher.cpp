@@ -8,7 +8,7 @@
 #include "base/alloc.h"
 #include "base/list.h"
 #include "sdk/loop/msg_read.h"
-#include "sdk/msgapi/message_track.h"
+#include "trace/message_track.h"
 
 namespace zor {
 namespace {

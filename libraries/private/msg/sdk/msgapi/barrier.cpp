@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "base/text.h"
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 
 namespace zor {
 namespace {

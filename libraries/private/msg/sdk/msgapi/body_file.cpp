@@ -17,7 +17,7 @@
 
 #include "base/fixed_path.h"
 #include "base/unique_fd.h"
-#include "sdk/msgapi/header.h"
+#include "message/header.h"
 
 namespace zor {
 namespace {

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 
 namespace zor {
 

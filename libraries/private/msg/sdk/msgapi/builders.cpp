@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "base/text.h"
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
+#include "message/context.h"
+#include "message/header.h"
 
 namespace {
 

@@ -5,11 +5,11 @@
 #include <zor/trace.h>
 #include <zor/uv_io.h>
 
+#include "message/context.h"
+#include "message/header.h"
 #include "sdk/loop/lookup.h"
 #include "sdk/loop/msg_watcher.h"
 #include "sdk/msgapi/body_file.h"
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
 
 namespace zor {
 namespace {

@@ -23,9 +23,9 @@
 #include "base/fixed_path.h"
 #include "base/text.h"
 #include "base/unique_fd.h"
+#include "message/context.h"
 #include "sdk/loop/lookup.h"
 #include "sdk/msgapi/bus_watcher.h"
-#include "sdk/msgapi/context.h"
 #include "sdk/msgapi/queue.h"
 #include "sdk/msgapi/registration.h"
 

@@ -12,10 +12,10 @@
 #include <cstdio>
 
 #include "base/text.h"
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 #include "sdk/msgapi/handler_table.h"
-#include "sdk/msgapi/message_track.h"
 #include "sdk/msgapi/safe_exit.h"
+#include "trace/message_track.h"
 
 namespace zor {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "base/unique_fd.h"
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 #include "sdk/msgapi/transfer.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <zor/status.h>
 
 #include "base/text.h"
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 
 uint32_t g_ulSafeExitMsgTimeout = ZOR_CFG_SAFE_EXIT_WAIT_MS;
 

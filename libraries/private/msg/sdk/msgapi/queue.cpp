@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "base/list.h"
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 
 namespace {
 

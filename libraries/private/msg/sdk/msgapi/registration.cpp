@@ -11,8 +11,8 @@
 
 #include "base/bytes.h"
 #include "base/text.h"
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
+#include "message/context.h"
+#include "message/header.h"
 #include "trace/trace.h"
 
 namespace zor {

@@ -20,8 +20,8 @@
 
 #include "base/scoped_value.h"
 #include "base/text.h"
+#include "message/context.h"
 #include "sdk/msgapi/bus_watcher.h"
-#include "sdk/msgapi/context.h"
 
 namespace zor {
 namespace {

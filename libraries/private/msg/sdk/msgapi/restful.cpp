@@ -13,7 +13,7 @@
 #include "base/alloc.h"
 #include "base/list.h"
 #include "base/text.h"
-#include "sdk/msgapi/header.h"
+#include "message/header.h"
 
 namespace zor {
 namespace {

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstring>
 
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
+#include "message/context.h"
+#include "message/header.h"
 
 static_assert(sizeof(ZOR_MSG_RESTFUL_HEAD) == ZOR_MSG_RESTFUL_HEAD_SIZE);
 static_assert(offsetof(ZOR_MSG_RESTFUL_HEAD, prefix) == 8);

@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "base/text.h"
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
+#include "message/context.h"
+#include "message/header.h"
 
 namespace {
 

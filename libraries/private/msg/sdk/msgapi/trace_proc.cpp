@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "base/unique_fd.h"
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 
 void ZOR_MSG_TraceProc(int fd) {
   // Closing the stream closes its descriptor. A descriptor number without a stream is not ours: after ZOR_MSG_Destroy

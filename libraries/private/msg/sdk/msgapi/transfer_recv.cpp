@@ -12,9 +12,9 @@
 #include <utility>
 
 #include "base/wait.h"
+#include "message/context.h"
+#include "message/header.h"
 #include "sdk/msgapi/body_file.h"
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
 #include "sdk/msgapi/transfer.h"
 
 namespace zor {

@@ -11,9 +11,9 @@
 
 #include "base/text.h"
 #include "base/wait.h"
+#include "message/context.h"
+#include "message/header.h"
 #include "sdk/msgapi/body_file.h"
-#include "sdk/msgapi/context.h"
-#include "sdk/msgapi/header.h"
 
 ZOR_MSG_SEND_HOOK g_pfMsgSendHook = nullptr;
 

@@ -1,4 +1,4 @@
-#include "sdk/msgapi/context.h"
+#include "message/context.h"
 
 #include <cstddef>
 

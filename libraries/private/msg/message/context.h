@@ -1,6 +1,6 @@
 // The one bus context of the process.
-#ifndef SDK_MSGAPI_CONTEXT_H
-#define SDK_MSGAPI_CONTEXT_H
+#ifndef MESSAGE_CONTEXT_H
+#define MESSAGE_CONTEXT_H
 
 #include <zor/msg_head.h>
 

@@ -1,4 +1,4 @@
-#include "sdk/msgapi/header.h"
+#include "message/header.h"
 
 #include <initializer_list>
 

@@ -1,6 +1,6 @@
 // The pair of "track" lines around the handling of one message.
-#ifndef SDK_MSGAPI_MESSAGE_TRACK_H
-#define SDK_MSGAPI_MESSAGE_TRACK_H
+#ifndef TRACE_MESSAGE_TRACK_H
+#define TRACE_MESSAGE_TRACK_H
 
 #include <zor/msg_wire.h>
 

@@ -1,6 +1,6 @@
 // The 40-byte header on its way out and in: board bits, byte order, and the flag of a body that lies in a file.
-#ifndef SDK_MSGAPI_HEADER_H
-#define SDK_MSGAPI_HEADER_H
+#ifndef MESSAGE_HEADER_H
+#define MESSAGE_HEADER_H
 
 #include <zor/msg_head.h>
 

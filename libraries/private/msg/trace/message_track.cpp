@@ -1,4 +1,4 @@
-#include "sdk/msgapi/message_track.h"
+#include "trace/message_track.h"
 
 #include <zor/msg_head.h>
 #include <zor/trace.h>
