@@ -54,8 +54,9 @@ ZOR_API void ZOR_MSG_MsgFilterProc(ZOR_MSG_HEAD *msg, uint32_t word);
 ZOR_API uint32_t ZOR_MSG_GetAndDispatch(void);
 
 /* Adds a handler for a message type. Handlers of one type run in ascending order, equal orders as registered; of one
-   entry first the procedure, then the synchronous one; either may be null. *handle (handle may be null) is cleared
-   first. ZOR_E_NO_MEMORY. */
+   entry first the procedure, then the synchronous one; either may be null. A handler that is registered while one of
+   its type runs is called for the same message if its place is behind the running one. *handle (handle may be null) is
+   cleared first. ZOR_E_NO_MEMORY. */
 ZOR_API uint32_t ZOR_MSG_RegMsgProcEx(uint32_t type, ZOR_MSG_HANDLER proc, ZOR_MSG_SYNC_HANDLER syncProc,
                                       uint32_t order, ZOR_MSG_PROC_ENTRY **handle);
 

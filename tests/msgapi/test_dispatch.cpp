@@ -81,6 +81,24 @@ TEST(HandlerTable, AHandlerUnregisteredDuringDispatchIsNotCalledAnyMore) {
   EXPECT_THAT(calls, ElementsAre("l", "l"));
 }
 
+// Registers handlers of the type behind, between and before itself, the first time only.
+void Register(ZOR_MSG_HEAD *) {
+  calls.emplace_back("r");
+  if (calls.size() > 1) return;
+  ZOR_MSG_RegMsgProc(kType, Note<'b'>, 5, nullptr);
+  ZOR_MSG_RegMsgProc(kType, Note<'e'>, 9, nullptr);
+  ZOR_MSG_RegMsgProc(kType, Note<'a'>, 4, nullptr);
+}
+
+TEST(HandlerTable, AHandlerRegisteredDuringDispatchRunsInItWhenItsPlaceIsStillAhead) {
+  ZOR_MSG_RegMsgProc(kType, Register, 5, nullptr);
+  Dispatch(Header(kType));
+  EXPECT_THAT(calls, ElementsAre("r", "b", "e"));
+  ZOR_MSG_RegMsgProc(kType, Note<'d'>, 8, nullptr);
+  Dispatch(Header(kType));
+  EXPECT_THAT(calls, ElementsAre("r", "b", "e", "a", "r", "b", "d", "e"));
+}
+
 TEST(DefaultProc, RunsAllHandlersAndSendsOneAnswerToTheSource) {
   LoopbackBus bus;
   ZOR_MSG_RegMsgProc(kType, Note<'a'>, 0, nullptr);

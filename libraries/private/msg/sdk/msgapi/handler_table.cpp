@@ -3,6 +3,7 @@
 #include <zor/status.h>
 
 #include "base/alloc.h"
+#include "base/list.h"
 
 namespace zor {
 namespace {
@@ -44,12 +45,8 @@ HandlerWalk::~HandlerWalk() {
   if (--walksRunning == 0 && anyDead) FreeDeadEntries();
 }
 
-ListView<HandlerEntry>::Iterator HandlerWalk::begin() const noexcept {
-  return ListView(First()).begin();
-}
-
-ListView<HandlerEntry>::Iterator HandlerWalk::end() const noexcept {
-  return ListView(First()).end();
+HandlerWalk::Iterator HandlerWalk::begin() const noexcept {
+  return Iterator(First());
 }
 
 }  // namespace zor
