@@ -1,8 +1,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 #include <zor/msg.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -132,6 +135,27 @@ TEST_F(DescriptorPassing, RefusesOtherFramesAndKeepsNoDescriptorOfThem) {
   EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 0), ZOR_E_PEER_GONE);
   EXPECT_EQ(ZOR_MSG_SendFd(0), ZOR_E_IO);
   EXPECT_EQ(arrived, -7);
+}
+
+int signalsLeft;
+int peerToShut;
+
+TEST_F(DescriptorPassing, ASignalEndsAWaitWithoutLimit) {
+  // A receive that went back to waiting would meet the end of file after the last of the signals.
+  signalsLeft = 50;
+  peerToShut = peer_.fd();
+  struct sigaction action = {};
+  action.sa_handler = [](int) {
+    if (--signalsLeft == 0) ::shutdown(peerToShut, SHUT_RDWR);
+  };
+  ASSERT_EQ(::sigaction(SIGALRM, &action, nullptr), 0);
+  const itimerval every = {{0, 20000}, {0, 20000}};
+  ASSERT_EQ(::setitimer(ITIMER_REAL, &every, nullptr), 0);
+  int arrived = -7;
+  EXPECT_EQ(ZOR_MSG_RecvFd(&arrived, 0), ZOR_E_IO);
+  EXPECT_EQ(arrived, -7);
+  const itimerval off = {};
+  ::setitimer(ITIMER_REAL, &off, nullptr);
 }
 
 }  // namespace

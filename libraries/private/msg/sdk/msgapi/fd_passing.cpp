@@ -4,7 +4,6 @@
 #include <zor/status.h>
 
 #include <array>
-#include <cerrno>
 #include <cstring>
 
 #include "base/unique_fd.h"
@@ -52,7 +51,7 @@ class FdFrame {
     return fd;
   }
 
-  // A descriptor beside a frame that is refused belongs to nobody.
+  // A descriptor beside a frame that is refused has no owner and is closed.
   void CloseAttached() noexcept {
     if (!HasControl()) return;
     const cmsghdr *control = CMSG_FIRSTHDR(&msg_);
@@ -83,10 +82,8 @@ uint32_t ZOR_MSG_RecvFd(int *fd, uint32_t timeoutMs) {
   if (timeoutMs != 0 && !zor::WaitForInput(bus, timeoutMs)) return ZOR_E_TIMEOUT;
   std::array<char, kReceiveRoom> data;
   FdFrame frame(data.data(), data.size());
-  ssize_t count;
-  do {
-    count = ::recvmsg(bus, frame.get(), MSG_CMSG_CLOEXEC);
-  } while (count < 0 && errno == EINTR);
+  // Once only: a daemon that waits without limit gets out of the wait by a signal.
+  const ssize_t count = ::recvmsg(bus, frame.get(), MSG_CMSG_CLOEXEC);
   if (count < 0) return ZOR_E_IO;
   if (count == 0) return ZOR_E_PEER_GONE;
   if (count != static_cast<ssize_t>(kFrameLength) || !frame.HasControl() || data[0] != 0 || data[1] != 0) {
