@@ -139,6 +139,19 @@ TEST(Filter, PassesABodyOfTheDispatchLimitAndPrintsALargerOne) {
                                    HasSubstr("[msg] error msg datalen = 2097153 \r\n")));
 }
 
+TEST(DefaultProc, PrintsAnOwnNameThatFillsItsFieldWithoutReadingOn) {
+  const std::string name(ZOR_MSG_NAME_SIZE, 'n');
+  std::memcpy(g_stMsgCtx.appName, name.data(), name.size());
+  g_stMsgCtx.socketFd = 0x7e7e7e7e;  // the text "~~~~" directly behind the name
+  ZOR_TRACE_SetPackageLevel("msg", ZOR_TRACE_INFO);
+  ZOR_MSG_RegMsgProc(kType, Note<'a'>, 0, nullptr);
+  Capture output;
+  Dispatch(Header(kType));
+  EXPECT_EQ(Child::Function([] { return Dispatch(Header(ZOR_MSG_SAFE_EXIT, "asker", "upnp")), 3; }).Wait(), 0);
+  EXPECT_THAT(output.Text(), AllOf(HasSubstr("Match msg"), HasSubstr("Process msg"), HasSubstr("App(" + name + ":"),
+                                   Not(HasSubstr("~"))));
+}
+
 TEST(SafeExit, ADaemonOfTheListAnswersAndExitsWhateverItsOwnNameIs) {
   for (const char *name : {"dhcps", "ssdpd", "upnp", "ntwksync", "quorelbridge", "devmngr", "datacli"}) {
     SCOPED_TRACE(name);

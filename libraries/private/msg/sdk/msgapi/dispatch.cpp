@@ -47,7 +47,7 @@ void TraceMatch(const HandlerEntry &entry, const ZOR_MSG_HEAD &head) {
   const auto *function = entry.proc != nullptr ? reinterpret_cast<const void *>(entry.proc)
                                                : reinterpret_cast<const void *>(entry.syncProc);
   ZOR_TRACE_PrintInfo("dispatch.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-                      "Match msg type:[0x%x] app:[%s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] with function %p "
+                      "Match msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] with function %p "
                       "[%s].",
                       head.type, g_stMsgCtx.appName, head.data, head.bodyLength, head.destination, head.source,
                       function, kTraceLabel);
@@ -105,7 +105,7 @@ void ZOR_MSG_DefaultMsgProc(ZOR_MSG_HEAD *msg, uint32_t) {
   const ZOR_MSG_HEAD head = *msg;
   const bool handled = zor::RunHandlers(msg, head);
   ZOR_TRACE_PrintInfo("dispatch.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-                      "Process msg type:[0x%x] app:[%s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] finished.",
+                      "Process msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] finished.",
                       head.type, g_stMsgCtx.appName, head.data, head.bodyLength, head.destination, head.source);
   if (!handled) zor::RunBuiltInRule(*msg);
 }

@@ -27,7 +27,7 @@ bool IsSafeExitRequest(const ZOR_MSG_HEAD &msg) noexcept {
 }
 
 void SafeExit(ZOR_MSG_HEAD &request) noexcept {
-  std::printf("Fatal: App(%s:%d) exited.=================================\n", g_stMsgCtx.appName, ::getpid());
+  std::printf("Fatal: App(%.12s:%d) exited.=================================\n", g_stMsgCtx.appName, ::getpid());
   NameField sender;
   CopyName(sender, request.source);
   ZOR_MSG_SendSimpleMsg(sender, ZOR_MSG_SAFE_EXIT, 0);
