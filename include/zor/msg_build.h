@@ -55,8 +55,9 @@ ZOR_API ZOR_MSG_HEAD *ZOR_MSG_Dup(const ZOR_MSG_HEAD *msg);
    freed through ZOR_MSG_GetMsgHead. Null when it is refused. */
 ZOR_API void *ZOR_MSG_GetMsgBlock(uint32_t dataLength);
 
-/* Lays a message over the caller's buffer of size bytes, which must be aligned for a uint32_t; only the header is
-   cleared. Returns the place of the body; null for null or a size below 40. */
+/* Lays a message over the caller's buffer of size bytes, at any address; only the header is cleared. Returns the place
+   of the body; null for null or a size below 40. ZOR_MSG_SetMsgProfile and the sends of <zor/msg_bus.h> take such a
+   message; other functions need one that is aligned for a uint32_t. */
 ZOR_API void *ZOR_MSG_GetMsgBlockEx(void *buffer, uint32_t size);
 
 /* Sets destination (not when null), type and body length of the message around a body. ZOR_E_ARGUMENT for a null body,

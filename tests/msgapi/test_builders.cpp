@@ -84,6 +84,25 @@ TEST_F(OneCallSend, PutsTypeNumberDataAndBodyOnTheWire) {
   }
 }
 
+TEST_F(OneCallSend, SendsAMessageThatLiesAtAnyAddress) {
+  alignas(ZOR_MSG_HEAD) char room[ZOR_MSG_HEAD_SIZE + 16];
+  for (const size_t offset : {0, 1, 2, 3}) {
+    SCOPED_TRACE(offset);
+    void *body = ZOR_MSG_GetMsgBlockEx(room + offset, ZOR_MSG_HEAD_SIZE + 8);
+    ASSERT_EQ(body, room + offset + ZOR_MSG_HEAD_SIZE);
+    std::memcpy(body, "unaligned", 8);
+    EXPECT_EQ(ZOR_MSG_SetMsgProfile(body, "cms", 0xf0000009, 9), ZOR_E_ARGUMENT);
+    EXPECT_EQ(ZOR_MSG_SetMsgProfile(body, nullptr, 0xf0000009, 7), ZOR_OK);
+    ZOR_MSG_HEAD *msg = ZOR_MSG_GetMsgHead(body);
+    EXPECT_EQ(ZOR_MSG_GetMsgByHead(msg), body);
+    ASSERT_EQ(ZOR_MSG_Send(msg), ZOR_OK);
+    EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x10000009, "tester", "cms", 0, "unalign").Bytes());
+    ASSERT_EQ(ZOR_MSG_SendEx(g_stMsgCtx.socketFd, msg), ZOR_OK);
+    EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(9, "tester", "cms", 0, "unalign").Bytes())
+        << "the first send reduced the type in the caller's block";
+  }
+}
+
 // A pipe whose reading end tells whether any copy of the writing end is still open.
 struct Pipe {
   Pipe() {

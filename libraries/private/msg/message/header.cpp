@@ -25,7 +25,7 @@ ZOR_MSG_HEAD *ZOR_MSG_GetMsgHead(void *body) {
 }
 
 void *ZOR_MSG_GetMsgByHead(ZOR_MSG_HEAD *header) {
-  if (header == nullptr || header->bodyLength == 0) return nullptr;
+  if (header == nullptr || zor::HeaderAt(header).bodyLength == 0) return nullptr;
   return zor::BodyOf(header);
 }
 

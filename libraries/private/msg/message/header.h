@@ -5,8 +5,19 @@
 #include <zor/msg_head.h>
 
 #include <cstdint>
+#include <cstring>
 
 namespace zor {
+
+// Header access for blocks that callers have laid over a buffer of any alignment.
+inline ZOR_MSG_HEAD HeaderAt(const void *block) noexcept {
+  ZOR_MSG_HEAD header;
+  std::memcpy(&header, block, sizeof header);
+  return header;
+}
+inline void StoreHeader(void *block, const ZOR_MSG_HEAD &header) noexcept {
+  std::memcpy(block, &header, sizeof header);
+}
 
 // The place of the body, also when it is empty.
 inline void *BodyOf(ZOR_MSG_HEAD *header) noexcept {

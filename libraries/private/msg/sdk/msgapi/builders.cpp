@@ -63,18 +63,20 @@ void *ZOR_MSG_GetMsgBlock(uint32_t dataLength) {
 
 void *ZOR_MSG_GetMsgBlockEx(void *buffer, uint32_t size) {
   if (buffer == nullptr || size < ZOR_MSG_HEAD_SIZE) return nullptr;
-  auto *header = static_cast<ZOR_MSG_HEAD *>(buffer);
-  *header = {};
-  header->bodyLength = size - ZOR_MSG_HEAD_SIZE;
-  return zor::BodyOf(header);
+  ZOR_MSG_HEAD header = {};
+  header.bodyLength = size - ZOR_MSG_HEAD_SIZE;
+  zor::StoreHeader(buffer, header);
+  return static_cast<char *>(buffer) + ZOR_MSG_HEAD_SIZE;
 }
 
 uint32_t ZOR_MSG_SetMsgProfile(void *body, const char *destination, uint32_t type, uint32_t dataLength) {
   if (body == nullptr) return ZOR_E_ARGUMENT;
-  ZOR_MSG_HEAD *header = ZOR_MSG_GetMsgHead(body);
-  if (destination != nullptr) zor::SetName(header->destination, destination);
-  header->type = type;
-  if (dataLength > header->bodyLength) return ZOR_E_ARGUMENT;
-  header->bodyLength = dataLength;
-  return ZOR_OK;
+  void *block = ZOR_MSG_GetMsgHead(body);
+  ZOR_MSG_HEAD header = zor::HeaderAt(block);
+  if (destination != nullptr) zor::SetName(header.destination, destination);
+  header.type = type;
+  const bool fits = dataLength <= header.bodyLength;
+  if (fits) header.bodyLength = dataLength;
+  zor::StoreHeader(block, header);
+  return fits ? ZOR_OK : ZOR_E_ARGUMENT;
 }

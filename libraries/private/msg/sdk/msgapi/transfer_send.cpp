@@ -8,6 +8,8 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 #include "base/text.h"
 #include "base/wait.h"
@@ -109,11 +111,28 @@ std::uint32_t SendByFile(const Target &to, const ZOR_MSG_HEAD &msg) {
   return status;
 }
 
+bool IsAligned(const ZOR_MSG_HEAD *msg) {
+  return reinterpret_cast<std::uintptr_t>(msg) % alignof(ZOR_MSG_HEAD) == 0;
+}
+
+// A block that lies over an unaligned buffer is sent from a copy; its header is then as that send left the copy's.
+template <class Send>
+std::uint32_t SendAlignedCopy(ZOR_MSG_HEAD *msg, Send send) {
+  const std::uint64_t bodyLength = HeaderAt(msg).bodyLength;
+  const MessagePtr copy = NewMessageBlock(bodyLength);
+  if (copy == nullptr) return ZOR_E_NO_MEMORY;
+  std::memcpy(static_cast<void *>(copy.get()), static_cast<const void *>(msg), ZOR_MSG_HEAD_SIZE + bodyLength);
+  const std::uint32_t status = send(copy.get());
+  StoreHeader(msg, *copy);
+  return status;
+}
+
 }  // namespace
 }  // namespace zor
 
 uint32_t ZOR_MSG_Send(ZOR_MSG_HEAD *msg) {
   if (msg == nullptr) return ZOR_E_ARGUMENT;
+  if (!zor::IsAligned(msg)) return zor::SendAlignedCopy(msg, ZOR_MSG_Send);
   const int fd = g_stMsgCtx.socketFd;
   if (fd < 0) {
     ZOR_TRACE_PrintInfo("transfer_send.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
@@ -135,6 +154,10 @@ uint32_t ZOR_MSG_SendEx(int fd, ZOR_MSG_HEAD *msg) {
 
 uint32_t ZOR_MSG_SendTo(int fd, ZOR_MSG_HEAD *msg, const struct sockaddr *address, uint32_t addressLength) {
   if (msg == nullptr || fd < 0) return ZOR_E_ARGUMENT;
+  if (!zor::IsAligned(msg)) {
+    return zor::SendAlignedCopy(msg,
+                                [&](ZOR_MSG_HEAD *copy) { return ZOR_MSG_SendTo(fd, copy, address, addressLength); });
+  }
   const zor::Target to = {fd, address, addressLength};
   return msg->bodyLength > ZOR_MSG_INLINE_BODY_MAX ? zor::SendByFile(to, *msg) : zor::Transmit(to, *msg, false);
 }
