@@ -22,6 +22,12 @@ bool Refuse(std::uint64_t size, const char (&line)[N]) {
   return true;
 }
 
+// Either block may be null.
+void *CopyInto(void *grown, const void *block, std::uint64_t length) {
+  if (grown != nullptr && block != nullptr) std::memcpy(grown, block, static_cast<std::size_t>(length));
+  return grown;
+}
+
 }  // namespace
 
 void *GuardedAlloc(std::uint64_t size) noexcept {
@@ -39,11 +45,12 @@ void *GuardedCalloc(std::uint64_t size) noexcept {
 
 void *GuardedRegrow(MallocPtr<void> block, std::uint64_t oldSize, std::uint64_t newSize) noexcept {
   if (Refuse(newSize, kRegrowRefused)) return nullptr;
-  auto *grown = static_cast<char *>(std::calloc(1, static_cast<std::size_t>(newSize) + kSlack));
-  if (grown != nullptr && block != nullptr) {
-    std::memcpy(grown, block.get(), static_cast<std::size_t>(std::min(oldSize, newSize)));
-  }
-  return grown;
+  return CopyInto(GuardedCalloc(newSize), block.get(), std::min(oldSize, newSize));
+}
+
+void *GuardedGrow(MallocPtr<void> block, std::uint64_t oldSize, std::uint64_t newSize) noexcept {
+  if (Refuse(newSize, kRegrowRefused)) return nullptr;
+  return CopyInto(GuardedAlloc(newSize), block.get(), std::min(oldSize, newSize));
 }
 
 }  // namespace zor

@@ -33,6 +33,14 @@ MallocPtr<T> GuardedNew() noexcept {
 // every outcome, refusal included; a refused size prints a line of its own.
 void *GuardedRegrow(MallocPtr<void> block, std::uint64_t oldSize, std::uint64_t newSize) noexcept;
 
+// The same with nothing zeroed but the bytes behind the block, for a block that is filled at once.
+void *GuardedGrow(MallocPtr<void> block, std::uint64_t oldSize, std::uint64_t newSize) noexcept;
+
+template <class T>
+MallocPtr<T> GuardedGrow(MallocPtr<T> block, std::uint64_t oldSize, std::uint64_t newSize) noexcept {
+  return MallocPtr<T>(static_cast<T *>(GuardedGrow(MallocPtr<void>(block.release()), oldSize, newSize)));
+}
+
 template <class T>
 MallocPtr<T> GuardedRegrow(MallocPtr<T> block, std::uint64_t oldSize, std::uint64_t newSize) noexcept {
   return MallocPtr<T>(static_cast<T *>(GuardedRegrow(MallocPtr<void>(block.release()), oldSize, newSize)));

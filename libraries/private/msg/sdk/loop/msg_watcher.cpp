@@ -7,7 +7,8 @@
 
 #include "base/alloc.h"
 #include "base/list.h"
-#include "sdk/loop/msg_read.h"
+#include "base/stream_read.h"
+#include "message/reader.h"
 #include "trace/message_track.h"
 
 namespace zor {
@@ -15,20 +16,20 @@ namespace {
 
 constexpr std::uint32_t kRawChunkSize = 1024;
 constexpr std::uint32_t kNoReply = 1;
+// Nothing waits for a first byte that is not there: a callback may run for bytes that an earlier callback of the same
+// pass has already consumed.
+constexpr ReadWaits kHeaderWaits = {0, ZOR_MSG_NEXT_PIECE_WAIT_MS};
+constexpr ReadWaits kPayloadWaits = {ZOR_MSG_NEXT_PIECE_WAIT_MS, ZOR_MSG_NEXT_PIECE_WAIT_MS};
 
 // A received block; its length may be less than a bus header's, since the watcher's owner decides what a header is.
 struct Received {
-  MallocPtr<ZOR_MSG_HEAD> message;
+  MessagePtr message;
   std::uint64_t length = 0;
 };
 
-MallocPtr<ZOR_MSG_HEAD> NewBlock(std::uint32_t length) {
-  return MallocPtr<ZOR_MSG_HEAD>(static_cast<ZOR_MSG_HEAD *>(GuardedCalloc(length)));
-}
-
 // Handlers of raw chunks are given no length, so the rest of the block is zero.
 std::uint32_t ReadRawChunk(const UvMsgWatcher &watcher, Received &received) {
-  received = {NewBlock(kRawChunkSize), kRawChunkSize};
+  received = {MessagePtr(static_cast<ZOR_MSG_HEAD *>(GuardedCalloc(kRawChunkSize))), kRawChunkSize};
   if (received.message == nullptr) return ZOR_E_NO_MEMORY;
   return ReadChunk(watcher.io.fd, received.message.get(), kRawChunkSize);
 }
@@ -42,29 +43,17 @@ std::uint32_t FixUp(const UvMsgWatcher &watcher, Received &received) {
   return status == ZOR_OK && message != nullptr ? ZOR_OK : ZOR_E_IO;
 }
 
-// A payload that is refused stays on the descriptor and is read as headers from then on.
-std::uint32_t ReadPayload(const UvMsgWatcher &watcher, std::uint32_t payloadLength, Received &received) {
-  if (payloadLength > ZOR_MSG_RECV_BODY_MAX) return ZOR_E_NO_MEMORY;
-  const std::uint64_t headerLength = received.length;
-  received.length += payloadLength;
-  received.message = GuardedRegrow(std::move(received.message), headerLength, received.length);
-  if (received.message == nullptr) return ZOR_E_NO_MEMORY;
-  char *payload = static_cast<char *>(static_cast<void *>(received.message.get())) + headerLength;
-  return ReadExactly(watcher.io.fd, payload, payloadLength, ZOR_MSG_NEXT_PIECE_WAIT_MS);
-}
-
 std::uint32_t ReadWholeMessage(const UvMsgWatcher &watcher, Received &received) {
   if (watcher.headerLength == 0 || watcher.getPayloadLength == nullptr) return ZOR_E_IO;
-  received = {NewBlock(watcher.headerLength), watcher.headerLength};
-  if (received.message == nullptr) return ZOR_E_NO_MEMORY;
-  std::uint32_t status = ReadExactly(watcher.io.fd, received.message.get(), watcher.headerLength, 0);
+  MessageReader reader(watcher.io.fd, {watcher.headerLength, true, kHeaderWaits, kPayloadWaits});
+  std::uint32_t status = reader.ReadHeader();
   if (status != ZOR_OK) return status;
   std::uint32_t needsFixUp = 0;
-  const std::uint32_t payloadLength = watcher.getPayloadLength(received.message.get(), &needsFixUp);
-  if (payloadLength == 0) return ZOR_OK;
-  status = ReadPayload(watcher, payloadLength, received);
-  if (status != ZOR_OK || needsFixUp == 0 || watcher.fixUp == nullptr) return status;
-  return FixUp(watcher, received);
+  const std::uint32_t payloadLength = watcher.getPayloadLength(reader.message(), &needsFixUp);
+  status = reader.ReadPayload(payloadLength);
+  if (status != ZOR_OK) return status;
+  received = {reader.Take(), reader.length()};
+  return payloadLength != 0 && needsFixUp != 0 && watcher.fixUp != nullptr ? FixUp(watcher, received) : ZOR_OK;
 }
 
 // Takes the record off its watcher and stops its guard. This comes before its callback: a loop run from inside the

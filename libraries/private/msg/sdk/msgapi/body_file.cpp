@@ -69,17 +69,6 @@ ssize_t ReadUpTo(int fd, char *to, std::size_t length) {
   return static_cast<ssize_t>(done);
 }
 
-// Room for a body that is read in at once, and so is not cleared first. Only a size that is refused goes through the
-// guard of growing blocks, for its line.
-MessagePtr GrowForFile(MessagePtr arrived, std::uint64_t size) {
-  if (ZOR_MSG_HEAD_SIZE + size > ZOR_ALLOC_MAX) {
-    return GuardedRegrow(std::move(arrived), ZOR_MSG_HEAD_SIZE, ZOR_MSG_HEAD_SIZE + size);
-  }
-  MessagePtr whole = NewMessageBlock(size);
-  if (whole != nullptr) *whole = *arrived;
-  return whole;
-}
-
 }  // namespace
 
 std::uint32_t MoveBodyToFile(const ZOR_MSG_HEAD &msg, MessagePtr &block) noexcept {
@@ -116,7 +105,7 @@ std::uint32_t RestoreFileBody(MessagePtr &msg) noexcept {
   if (!file.valid()) return ZOR_E_IO;
   KeepPagesOfLongBodies();
   // Read straight into the message: a large body is copied once only.
-  MessagePtr whole = GrowForFile(std::move(arrived), size);
+  MessagePtr whole = GuardedGrow(std::move(arrived), ZOR_MSG_HEAD_SIZE, ZOR_MSG_HEAD_SIZE + size);
   const ssize_t length =
       whole == nullptr ? 0 : ReadUpTo(file.get(), static_cast<char *>(BodyOf(whole.get())), static_cast<size_t>(size));
   if (length < 0) return ZOR_E_IO;

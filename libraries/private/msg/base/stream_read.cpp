@@ -1,9 +1,8 @@
-#include "sdk/loop/msg_read.h"
+#include "base/stream_read.h"
 
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
-#include <zor/limits.h>
 #include <zor/status.h>
 
 #include <cerrno>
@@ -15,7 +14,7 @@ namespace {
 
 constexpr int kChunkAttempts = 10;
 
-// Takes what is there without waiting. Bytes are nearly always there, so asking first would be a wasted system call.
+// Takes what is there without waiting.
 ssize_t ReadNow(int fd, void *buffer, std::size_t length) {
   const ssize_t count = ::recv(fd, buffer, length, MSG_DONTWAIT);
   if (count >= 0 || errno != ENOTSOCK) return count;
@@ -24,33 +23,40 @@ ssize_t ReadNow(int fd, void *buffer, std::size_t length) {
   return -1;
 }
 
-// ECONNRESET is not among the signs of a peer that has gone: it means that bytes were lost.
-std::uint32_t FailureOf(ssize_t count) {
-  return count == 0 || errno == ENOTRECOVERABLE ? ZOR_E_PEER_GONE : ZOR_E_IO;
-}
-
 bool Repeatable(ssize_t count) {
   return count < 0 && (errno == EINTR || errno == EAGAIN);
 }
 
 }  // namespace
 
-std::uint32_t ReadExactly(int fd, void *buffer, std::size_t length, int firstWaitMs) noexcept {
+std::uint32_t StatusOfFailedRead(ssize_t count) noexcept {
+  return count == 0 || errno == ENOTRECOVERABLE ? ZOR_E_PEER_GONE : ZOR_E_IO;
+}
+
+std::uint32_t ReadExactly(int fd, void *buffer, std::size_t length, ReadWaits waits) noexcept {
   if (fd < 0) return ZOR_E_TIMEOUT;
   auto *at = static_cast<char *>(buffer);
-  int waitMs = firstWaitMs;
+  int waitMs = waits.firstMs;
   while (length > 0) {
     const ssize_t count = ReadNow(fd, at, length);
     if (count > 0) {
       at += count;
       length -= static_cast<std::size_t>(count);
-      waitMs = ZOR_MSG_NEXT_PIECE_WAIT_MS;
+      waitMs = waits.laterMs;
       continue;
     }
-    if (!Repeatable(count)) return FailureOf(count);
+    if (!Repeatable(count)) return StatusOfFailedRead(count);
     if (errno == EAGAIN && WaitReadable(fd, waitMs) == WaitResult::kTimedOut) return ZOR_E_TIMEOUT;
   }
   return ZOR_OK;
+}
+
+ssize_t ReadOnce(int fd, void *buffer, std::size_t length) noexcept {
+  for (;;) {
+    const ssize_t count = ::read(fd, buffer, length);
+    if (!Repeatable(count)) return count;
+    if (errno == EAGAIN) WaitReadable(fd, -1);  // a descriptor in non-blocking mode is not asked again at once
+  }
 }
 
 std::uint32_t ReadChunk(int fd, void *buffer, std::size_t length) noexcept {
@@ -61,7 +67,7 @@ std::uint32_t ReadChunk(int fd, void *buffer, std::size_t length) noexcept {
   for (int attempt = 0; attempt < kChunkAttempts; ++attempt) {
     const ssize_t count = ::read(fd, buffer, length);
     if (count > 0) return ZOR_OK;
-    if (!Repeatable(count)) return FailureOf(count);
+    if (!Repeatable(count)) return StatusOfFailedRead(count);
   }
   return ZOR_E_TIMEOUT;
 }
