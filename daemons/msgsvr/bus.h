@@ -10,11 +10,11 @@
 #include "msgsvr/body_files.h"
 #include "msgsvr/client.h"
 #include "msgsvr/events.h"
-#include "msgsvr/kept_trace.h"
 #include "msgsvr/monitor.h"
 #include "msgsvr/names.h"
 #include "msgsvr/restful.h"
 #include "msgsvr/settings.h"
+#include "msgsvr/trace_overrides.h"
 
 namespace zor::msgsvr {
 
@@ -23,7 +23,7 @@ struct Bus {
       : settings(busSettings),
         log(problemLog),
         files(std::move(messageDirectory)),
-        keptTrace(busSettings.keptFile, problemLog) {}
+        traceOverrides(busSettings.keptFile, problemLog) {}
 
   // Takes the client off the bus; what is still queued for it is lost. Its record stays until Sweep, so that whoever
   // is at work with it needs to look at `ended` only. Nothing happens the second time.
@@ -56,7 +56,7 @@ struct Bus {
   daemon::ProblemLog &log;
   daemon::EventPoll poll;
   BodyFiles files;
-  KeptTrace keptTrace;
+  TraceOverrides traceOverrides;
   std::list<Client> clients;  // the oldest connection first
   NameTable names;
   RestfulPatterns patterns;

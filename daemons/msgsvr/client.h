@@ -65,7 +65,7 @@ struct Client {
   bool readable = false;  // may hold unread bytes
   bool queued = false;    // in the list of clients to read
   bool hungUp = false;    // the peer has closed: read to the end
-  bool held = false;      // not read for a while, see Holds
+  bool held = false;      // not read for a while, see PausedSenders
   bool flushing = false;  // its queue goes on when the socket is writable
 };
 

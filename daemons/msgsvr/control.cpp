@@ -25,9 +25,9 @@ std::optional<AppName> NameIn(std::span<const std::byte> body) {
   return AppName::FromField(field);
 }
 
-uint32_t ResultOf(KeptTrace::Result result) {
-  if (result == KeptTrace::Result::kMalformed) return ZOR_CONTROL_MALFORMED;
-  return result == KeptTrace::Result::kDone ? ZOR_CONTROL_OK : ZOR_CONTROL_FAILED;
+uint32_t ResultOf(TraceOverrides::Result result) {
+  if (result == TraceOverrides::Result::kMalformed) return ZOR_CONTROL_MALFORMED;
+  return result == TraceOverrides::Result::kDone ? ZOR_CONTROL_OK : ZOR_CONTROL_FAILED;
 }
 
 }  // namespace
@@ -96,7 +96,7 @@ Control::Answer Control::Monitor(Client &from, Body body) {
 Control::Answer Control::TraceGet(Client &, Body body) {
   const auto name = NameIn(body);
   if (!name || !name->IsGrantable()) return {ZOR_CONTROL_MALFORMED, {}};
-  const TraceSettings trace = TraceSettingsOf(bus_.settings, bus_.keptTrace, *name);
+  const TraceSettings trace = TraceSettingsOf(bus_.settings, bus_.traceOverrides, *name);
   const Json json = TraceToJson({std::string(name->text()), trace.members});
   cJSON_AddStringToObject(json.get(), "source", std::string(trace.source).c_str());
   std::string text = JsonText(json.get());
@@ -105,13 +105,13 @@ Control::Answer Control::TraceGet(Client &, Body body) {
 }
 
 Control::Answer Control::TraceSet(Client &, Body body) {
-  return {ResultOf(bus_.keptTrace.Set(TextOf(body))), {}};
+  return {ResultOf(bus_.traceOverrides.Set(TextOf(body))), {}};
 }
 
 Control::Answer Control::TraceClear(Client &, Body body) {
   const auto name = body.empty() ? std::optional(AppName()) : NameIn(body);
   if (!name || (!name->empty() && !name->IsGrantable())) return {ZOR_CONTROL_MALFORMED, {}};
-  return {ResultOf(bus_.keptTrace.Clear(*name)), {}};
+  return {ResultOf(bus_.traceOverrides.Clear(*name)), {}};
 }
 
 }  // namespace zor::msgsvr

@@ -37,7 +37,7 @@ ZOR_TRACE_SETTINGS_HEAD TraceHead(uint64_t fileKiB, const std::string &output) {
 
 }  // namespace
 
-TraceSettings TraceSettingsOf(const BusSettings &settings, const KeptTrace &kept, const AppName &daemon) {
+TraceSettings TraceSettingsOf(const BusSettings &settings, const TraceOverrides &kept, const AppName &daemon) {
   TraceMembers members = kept.Of(daemon);
   const bool fromKept = members.output || members.fileKiB || members.levels;
   bool fromFile = false;
@@ -48,7 +48,8 @@ TraceSettings TraceSettingsOf(const BusSettings &settings, const KeptTrace &kept
   return {std::move(members), fromKept ? "kept" : fromFile ? "file" : "default"};
 }
 
-std::vector<std::byte> RegistrationBody(const BusSettings &settings, const KeptTrace &kept, const AppName &daemon) {
+std::vector<std::byte> RegistrationBody(const BusSettings &settings, const TraceOverrides &kept,
+                                        const AppName &daemon) {
   const uint32_t reportSeconds = settings.reportSeconds.Get(daemon);
   std::vector<std::byte> body;
   Append(body, ZOR_MSG_REGISTER_REPLY{reportSeconds != 0 ? 1u : 0u, reportSeconds});

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "msgsvr/kept_trace.h"
 #include "msgsvr/settings.h"
+#include "msgsvr/trace_overrides.h"
 
 namespace zor::msgsvr {
 
@@ -16,10 +16,10 @@ struct TraceSettings {
   TraceMembers members;
   std::string_view source;  // the first of "kept", "file" and "default" that has a part in it
 };
-TraceSettings TraceSettingsOf(const BusSettings &settings, const KeptTrace &kept, const AppName &daemon);
+TraceSettings TraceSettingsOf(const BusSettings &settings, const TraceOverrides &kept, const AppName &daemon);
 
 // The body of the registration reply.
-std::vector<std::byte> RegistrationBody(const BusSettings &settings, const KeptTrace &kept, const AppName &daemon);
+std::vector<std::byte> RegistrationBody(const BusSettings &settings, const TraceOverrides &kept, const AppName &daemon);
 
 }  // namespace zor::msgsvr
 

@@ -30,7 +30,7 @@ void Requests::Register(Client &from, const Frame &frame) {
   if (bus_.verbose) bus_.log.Print("%s registers", from.Label().c_str());
   from.reportPeriod = std::chrono::seconds(bus_.settings.reportSeconds.Get(from.name));
   from.lastReport = Clock::now();
-  delivery_.Reply(from, frame, 0, RegistrationBody(bus_.settings, bus_.keptTrace, from.name));
+  delivery_.Reply(from, frame, 0, RegistrationBody(bus_.settings, bus_.traceOverrides, from.name));
 }
 
 bool Requests::Handle(Client &from, const Frame &frame) {

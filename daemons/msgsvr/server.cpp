@@ -121,7 +121,7 @@ void Server::ReadReady() {
     if (client->ended || client->held) continue;
     Read(*client);
     if (Client *slow = router_.delivery().TakeCongested(); slow != nullptr && slow != client) {
-      holds_.Add(*client, *slow, Clock::now());
+      pausedSenders_.Add(*client, *slow, Clock::now());
     }
     if (client->readable) MarkReadable(*client);
   }
@@ -174,15 +174,15 @@ void Server::TakeDescriptor(Client &client, std::span<const std::byte> rest, dae
 
 int Server::TimeoutMs() const {
   if (!ready_.empty()) return 0;
-  if (!holds_.empty()) return 10;
+  if (!pausedSenders_.empty()) return 10;
   if (bus_.settings.reportSeconds.empty()) return -1;
   return static_cast<int>(std::chrono::milliseconds(kReportCheck).count());
 }
 
 void Server::LookAfterTime() {
-  if (holds_.empty() && bus_.settings.reportSeconds.empty()) return;
+  if (pausedSenders_.empty() && bus_.settings.reportSeconds.empty()) return;
   const Clock::time_point now = Clock::now();
-  holds_.Release(now, [this](Client &sender) {
+  pausedSenders_.Release(now, [this](Client &sender) {
     if (sender.readable) MarkReadable(sender);
   });
   if (!bus_.settings.reportSeconds.empty() && now - reportsChecked_ >= kReportCheck) CheckReports(now);

@@ -10,8 +10,8 @@
 #include "common/fd.h"
 #include "common/stop_signal.h"
 #include "msgsvr/bus.h"
-#include "msgsvr/holds.h"
 #include "msgsvr/input.h"
+#include "msgsvr/paused_senders.h"
 #include "msgsvr/router.h"
 
 namespace zor::msgsvr {
@@ -57,7 +57,7 @@ class Server {
   daemon::Fd spare_;  // given up for a moment to turn a caller away when there are no descriptors left
   bool running_ = true;
   uint64_t lastId_ = 0;
-  Holds holds_;
+  PausedSenders pausedSenders_;
   Clock::time_point reportsChecked_;
   std::vector<Client *> ready_;
   std::vector<Client *> reading_;

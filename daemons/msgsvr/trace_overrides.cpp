@@ -1,4 +1,4 @@
-#include "msgsvr/kept_trace.h"
+#include "msgsvr/trace_overrides.h"
 
 #include <zor/platform/file.h>
 
@@ -47,11 +47,12 @@ std::optional<std::string> FileText(const std::map<std::string, TraceMembers> &b
 
 }  // namespace
 
-KeptTrace::KeptTrace(std::string fixedPath, daemon::ProblemLog &log) : fixedPath_(std::move(fixedPath)), log_(log) {
+TraceOverrides::TraceOverrides(std::string fixedPath, daemon::ProblemLog &log)
+    : fixedPath_(std::move(fixedPath)), log_(log) {
   Load();
 }
 
-KeptTrace::Result KeptTrace::Set(std::string_view json) {
+TraceOverrides::Result TraceOverrides::Set(std::string_view json) {
   const auto trace = TraceFromJson(Parse(json).get());
   if (!trace) return Result::kMalformed;
   ByName changed = byName_;
@@ -60,7 +61,7 @@ KeptTrace::Result KeptTrace::Set(std::string_view json) {
   return changed.size() > limits::msgsvr::kTraceNames ? Result::kFailed : Keep(std::move(changed));
 }
 
-KeptTrace::Result KeptTrace::Clear(const AppName &name) {
+TraceOverrides::Result TraceOverrides::Clear(const AppName &name) {
   ByName changed = byName_;
   if (name.empty()) {
     changed.clear();
@@ -70,7 +71,7 @@ KeptTrace::Result KeptTrace::Clear(const AppName &name) {
   return changed.size() == byName_.size() ? Result::kDone : Keep(std::move(changed));
 }
 
-TraceMembers KeptTrace::Of(const AppName &daemon) const {
+TraceMembers TraceOverrides::Of(const AppName &daemon) const {
   TraceMembers members;
   for (const std::string &name : {std::string("*"), std::string(daemon.text())}) {
     const auto entry = byName_.find(name);
@@ -79,7 +80,7 @@ TraceMembers KeptTrace::Of(const AppName &daemon) const {
   return members;
 }
 
-void KeptTrace::Load() {
+void TraceOverrides::Load() {
   const std::string path = daemon::FixedPath(fixedPath_);
   void *block = nullptr;
   uint32_t length = 0;
@@ -109,7 +110,7 @@ void KeptTrace::Load() {
   if (!isFileOurs_) log_.PrintErrno("%s", fixedPath_.c_str());
 }
 
-KeptTrace::Result KeptTrace::Keep(ByName changed) {
+TraceOverrides::Result TraceOverrides::Keep(ByName changed) {
   const auto text = FileText(changed);
   if (!text || !isFileOurs_) return Result::kFailed;
   if (!daemon::MakeDirectory(daemon::ParentOf(fixedPath_) + "/") ||

@@ -1,16 +1,16 @@
-#include "msgsvr/holds.h"
+#include "msgsvr/paused_senders.h"
 
 #include "common/limits.h"
 
 namespace zor::msgsvr {
 
-void Holds::Add(Client &sender, const Client &reader, Clock::time_point now) {
+void PausedSenders::Add(Client &sender, const Client &reader, Clock::time_point now) {
   if (sender.held) return;
   sender.held = true;
-  holds_.push_back({&sender, &reader, now + limits::msgsvr::kHold});
+  pausedSenders_.push_back({&sender, &reader, now + limits::msgsvr::kHold});
 }
 
-bool Holds::IsOver(const Hold &hold, Clock::time_point now) {
+bool PausedSenders::IsOver(const Hold &hold, Clock::time_point now) {
   const daemon::OutputQueue &queue = hold.reader->output;
   return hold.sender->ended || hold.reader->ended || now >= hold.until || queue.bytes() <= queue.maxBytes() / 4;
 }

@@ -3,8 +3,8 @@
 //
 // They lie in one file, a JSON array of what the requests set, which is replaced whole: either a change is on the disk,
 // or it was refused and has changed nothing.
-#ifndef MSGSVR_KEPT_TRACE_H
-#define MSGSVR_KEPT_TRACE_H
+#ifndef MSGSVR_TRACE_OVERRIDES_H
+#define MSGSVR_TRACE_OVERRIDES_H
 
 #include <map>
 #include <string>
@@ -15,12 +15,12 @@
 
 namespace zor::msgsvr {
 
-class KeptTrace {
+class TraceOverrides {
  public:
   enum class Result { kDone, kMalformed, kFailed };
 
   // Reads the file at a fixed path. A damaged one is set aside.
-  KeptTrace(std::string fixedPath, daemon::ProblemLog &log);
+  TraceOverrides(std::string fixedPath, daemon::ProblemLog &log);
 
   // Takes an object with a name and members, which replace those that were set before.
   Result Set(std::string_view json);
