@@ -11,16 +11,16 @@ void PendingRequests::Add(const Request &request) {
   requests_.push_back(request);
 }
 
-bool PendingRequests::Answer(const AppName &by, uint32_t type, uint32_t sequence) {
-  auto answered = requests_.end();
+bool PendingRequests::TakeReply(const AppName &from, uint32_t type, uint32_t sequence) {
+  auto match = requests_.end();
   for (auto request = requests_.begin(); request != requests_.end(); ++request) {
-    if (request->type != type || request->to != by) continue;
+    if (request->type != type || request->to != from) continue;
     const bool sameSequence = request->sequence == sequence;
-    if (sameSequence || answered == requests_.end()) answered = request;
+    if (sameSequence || match == requests_.end()) match = request;
     if (sameSequence) break;
   }
-  if (answered == requests_.end()) return false;
-  requests_.erase(answered);
+  if (match == requests_.end()) return false;
+  requests_.erase(match);
   return true;
 }
 
@@ -39,7 +39,7 @@ Deliveries::Unread Deliveries::UnreadOf(uint64_t bytes, size_t queued, uint32_t 
     const Delivery &delivery = latest_[(next_ - back) % latest_.size()];
     covered += delivery.bytes;
     unread.oldestMs = nowMs - delivery.timeMs;
-    if (delivery.bytes >= ZOR_MSG_HEAD_SIZE) ++unread.messages;  // less is a descriptor's
+    if (delivery.bytes >= ZOR_MSG_HEAD_SIZE) ++unread.messages;  // anything shorter is a descriptor frame
   }
   unread.atLeast = covered < bytes;
   unread.messages = std::max<uint64_t>(unread.messages, queued);

@@ -1,5 +1,5 @@
-// What the server knows about a client's traffic: for those who ask why a daemon does not answer. Kept for every
-// message, so that it costs no memory but its own and next to no time.
+// Statistics of a client's traffic, from which operators' tools find out why a daemon does not reply. They are updated
+// for every message, so each update takes negligible time and allocates nothing beyond the records below.
 #ifndef MSGSVR_ACCOUNTING_H
 #define MSGSVR_ACCOUNTING_H
 
@@ -14,15 +14,15 @@
 
 namespace zor::msgsvr {
 
-// Messages, since the server or the connection began.
+// Messages since the server started or the client connected.
 struct Counters {
-  uint64_t in = 0;       // from a client
-  uint64_t out = 0;      // given to a client
-  uint64_t dropped = 0;  // reached nobody
+  uint64_t in = 0;       // received from a client
+  uint64_t out = 0;      // delivered to a client
+  uint64_t dropped = 0;  // delivered to no client
 };
 
-// Requests that a client has sent and that nobody has answered. A request is a message with a sequence number; the
-// oldest one is forgotten for a new one when there are too many, since one-way messages may carry numbers too.
+// Requests of a client that have no reply yet. Any message with a sequence number is taken for a request. Since one-way
+// messages may carry numbers too, the list is bounded: a new request pushes out the oldest.
 class PendingRequests {
  public:
   struct Request {
@@ -34,32 +34,33 @@ class PendingRequests {
   };
 
   void Add(const Request &request);
-  // Whether a message from that client answers one, which is pending no longer: one of its type, if possible with its
-  // sequence number, though many daemons answer with a new one and the library takes that for the answer. The number
-  // alone says nothing, since every process counts from 1.
-  bool Answer(const AppName &by, uint32_t type, uint32_t sequence);
-  // Forgets one that was not delivered.
+  // Whether a message from that client is the reply to a pending request, which is then removed. The type must match;
+  // a request with the same sequence number is preferred, but not required, because many daemons reply with a new
+  // number and the library accepts that. The number alone proves nothing, since every process counts from 1.
+  bool TakeReply(const AppName &from, uint32_t type, uint32_t sequence);
+  // Removes a request that was not delivered.
   void Undo(uint32_t type, uint32_t sequence);
-  // The newest last.
+  // Newest last.
   const std::vector<Request> &requests() const { return requests_; }
 
  private:
   std::vector<Request> requests_;
 };
 
-// The latest messages that a client was given, which tell how many of them a number of unread bytes are, and how old.
+// The messages most recently delivered to a client. They convert a number of unread bytes into a number of messages and
+// the age of the oldest.
 class Deliveries {
  public:
   struct Unread {
     uint64_t bytes;
     uint64_t messages;
-    uint32_t oldestMs;  // its age
-    bool atLeast;       // there are more messages, and older ones
+    uint32_t oldestMs;  // age
+    bool atLeast;       // the true values are larger: the record does not reach back far enough
   };
 
-  // The time is that of the server's clock in milliseconds, which may pass its greatest value.
+  // The time comes from the server's millisecond clock, which may wrap.
   void Add(size_t bytes, uint32_t nowMs) { latest_[next_++ % latest_.size()] = {static_cast<uint32_t>(bytes), nowMs}; }
-  // What so many bytes are that the client has not read, at least `queued` messages.
+  // Describes this many unread bytes, which hold at least `queued` messages.
   Unread UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const;
 
  private:
@@ -71,7 +72,7 @@ class Deliveries {
   uint32_t next_ = 0;
 };
 
-// Messages that were lost when a daemon was cut off, until it comes back.
+// Messages lost when a daemon was cut off, kept until it reconnects.
 class Losses {
  public:
   void Add(const AppName &name, uint64_t messages);

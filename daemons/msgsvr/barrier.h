@@ -1,8 +1,8 @@
-// Barriers between processes: a wait is answered when somebody posts the barrier's name.
+// Barriers between processes: a wait gets its reply when another client posts the barrier's name.
 //
-// A post releases everybody who waits for that name. When nobody waits it is remembered, once, and lets the next wait
-// through, so that it does not matter which of two daemons comes first. A client waits for one barrier at a time: a new
-// wait replaces one that its sender has given up.
+// A post releases all clients that wait for that name. A post without waiters is remembered, once, and lets the next
+// wait through, so the two daemons may arrive in either order. A client waits for one barrier at a time: a new wait
+// replaces one that the client has given up.
 #ifndef MSGSVR_BARRIER_H
 #define MSGSVR_BARRIER_H
 
@@ -19,14 +19,14 @@ class Barriers {
   struct Waiter {
     Client *client;
     AppName name;
-    uint32_t sequence;  // of the request to answer
+    uint32_t sequence;  // of the request that gets the reply
     uint32_t sinceMs;
     uint32_t ordinal;  // of the request among the client's messages
   };
 
-  // True when a remembered post lets the client through at once; otherwise it waits.
+  // True if a remembered post lets the client through at once; otherwise the client waits.
   bool Wait(const Waiter &waiter);
-  // Those whom the post releases.
+  // Returns the waiters that the post releases.
   std::vector<Waiter> Post(const AppName &name);
   void Forget(const Client &client);
   const std::vector<Waiter> &waiters() const { return waiters_; }

@@ -16,7 +16,7 @@
 namespace zor::msgsvr {
 namespace {
 
-// The name of the file below the message directory; empty when the body names anything else.
+// The file's name in the message directory; empty if the body names anything else.
 std::string_view FileName(std::span<const std::byte> body) {
   constexpr std::string_view kDirectory = ZOR_PATH_MSG_FILE_DIR;
   const std::string_view path = TextOf(body);
@@ -44,7 +44,7 @@ bool IsFileOf(const Client &sender, const struct stat &status) {
 
 }  // namespace
 
-bool BodyFiles::IsAcceptable(const Client &sender, const Frame &frame) const {
+bool BodyFiles::BelongsTo(const Client &sender, const Frame &frame) const {
   const std::string_view name = FileName(frame.body());
   struct stat status = {};
   return sender.peer.local && !name.empty() && ::lstat(PathOf(name).c_str(), &status) == 0 && IsFileOf(sender, status);
@@ -78,8 +78,8 @@ std::optional<std::vector<std::byte>> BodyFiles::Duplicate(const Frame &frame) c
   return bytes;
 }
 
-// Tries names until `make` has made a file of one, or fails for another reason than that the name is taken; the body
-// that names the file.
+// Tries random names until `make` creates a file or fails for a reason other than that the name is taken. Returns the
+// body that names the file.
 template <typename Make>
 std::optional<std::vector<std::byte>> BodyFiles::MakeNamed(Make make) const {
   constexpr int kAttempts = 8;

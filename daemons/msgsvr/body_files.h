@@ -1,7 +1,7 @@
-// Message files: bodies too long for the socket. The sender makes the file, the receiver deletes it; the server lets a
-// message with such a body pass only when the file lies directly in the message directory, is a regular one and belongs
-// to the sender's user, and deletes it when the message cannot be delivered. So nobody can make a daemon read or delete
-// the file of another user.
+// Body files: bodies too long for the socket. The sender creates the file and the receiver deletes it. The server
+// forwards such a message only if the file is a regular file directly in the message directory and owned by the
+// sender's user, and deletes it if the message cannot be delivered. So no client can make a daemon read or delete
+// another user's file.
 #ifndef MSGSVR_BODY_FILES_H
 #define MSGSVR_BODY_FILES_H
 
@@ -16,22 +16,22 @@ namespace zor::msgsvr {
 
 class BodyFiles {
  public:
-  // The message directory as it is opened, with its last slash.
+  // The real path of the message directory, with its trailing slash.
   explicit BodyFiles(std::string directory) : directory_(std::move(directory)) {}
 
-  // Whether the file that the frame's body names may be passed on for this sender.
-  bool IsAcceptable(const Client &sender, const Frame &frame) const;
+  // Whether the frame's body names a body file of this sender.
+  bool BelongsTo(const Client &sender, const Frame &frame) const;
 
-  // Makes a file of the server's own; the body that names it, or nothing when the system refuses.
+  // Creates a file owned by the server. Returns the body that names it, or nothing if the system refuses.
   std::optional<std::vector<std::byte>> Create(std::span<const std::byte> content) const;
 
-  // The following take frames whose file was acceptable.
+  // The following require a frame that passed BelongsTo.
 
   // Deletes the file; does nothing for a frame whose body is not in a file.
   void Remove(std::span<const std::byte> frame) const;
-  // The frame again with a body file of its own, of the same content; nothing when the system refuses.
+  // Returns a copy of the frame with a body file of its own and the same content; nothing if the system refuses.
   std::optional<std::vector<std::byte>> Duplicate(const Frame &frame) const;
-  // The first bytes of the file, at most that many; nothing when another file has taken its place meanwhile.
+  // Returns at most that many bytes from the start of the file; nothing if another file has replaced it since.
   std::optional<std::vector<std::byte>> Read(const Client &sender, const Frame &frame, size_t maxBytes) const;
 
  private:

@@ -16,7 +16,7 @@ void Bus::End(Client &client) {
   if (!client.registered()) return;
   if (verbose) log.Print("%s leaves", client.Label().c_str());
   names.Remove(client.name, client);
-  if (client.leaving && names.Bearers(client.name).empty()) subscriptions.Forget(client.name);
+  if (client.leaving && names.ClientsNamed(client.name).empty()) subscriptions.Forget(client.name);
 }
 
 size_t Bus::MessagesFor(const Client &client) {

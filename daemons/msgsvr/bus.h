@@ -1,4 +1,4 @@
-// What is on the bus: the clients, and by what others reach them.
+// The state of the bus: the clients, and the tables by which messages reach them.
 #ifndef MSGSVR_BUS_H
 #define MSGSVR_BUS_H
 
@@ -23,41 +23,41 @@ struct Bus {
       : settings(busSettings),
         log(problemLog),
         files(std::move(messageDirectory)),
-        traceOverrides(busSettings.keptFile, problemLog) {}
+        traceOverrides(busSettings.traceOverridesFile, problemLog) {}
 
-  // Takes the client off the bus; what is still queued for it is lost. Its record stays until Sweep, so that whoever
-  // is at work with it needs to look at `ended` only. Nothing happens the second time.
+  // Takes the client off the bus; messages still queued for it are lost. Its record stays until Sweep, so callers that
+  // still hold it need only check `ended`. Ending a client twice has no effect.
   void End(Client &client);
-  // Messages queued for the client, which are lost when it ends; copies and descriptors do not count.
+  // Messages queued for the client, without copies and descriptors.
   static size_t MessagesFor(const Client &client);
-  // Ends a client that has broken a rule, and says so.
+  // Ends a client that has broken a rule, and logs the reason.
   void CutOff(Client &client, const std::string &reason);
   // Releases the clients that have ended.
   void Sweep();
 
-  // Counts a message that the client is given now, the server's own included.
+  // Counts a message delivered to the client, including those of the server itself.
   void CountDelivery(Client &to, size_t bytes) {
     to.deliveries.Add(bytes, nowMs);
     ++to.counters.out;
     ++counters.out;
   }
 
-  // Takes the time, once a turn, for all that happens in it.
-  void TakeTime() {
+  // Reads the clock once per turn, for everything that happens in it.
+  void UpdateClock() {
     nowMs =
         static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started).count());
   }
 
-  // The client of that id; null when it has gone.
+  // The client with that id; null if it has disconnected.
   Client *Find(uint64_t id);
 
   const BusSettings &settings;
-  bool verbose = false;  // say who comes and goes
+  bool verbose = false;  // log clients that register and leave
   daemon::ProblemLog &log;
   daemon::EventPoll poll;
   BodyFiles files;
   TraceOverrides traceOverrides;
-  std::list<Client> clients;  // the oldest connection first
+  std::list<Client> clients;  // oldest connection first
   NameTable names;
   RestfulPatterns patterns;
   Barriers barriers;
@@ -66,7 +66,7 @@ struct Bus {
   Counters counters;
   Losses losses;
   Clock::time_point started = Clock::now();
-  uint32_t nowMs = 0;  // since then, modulo 2^32, as of this turn
+  uint32_t nowMs = 0;  // since `started`, modulo 2^32, as of this turn
 
  private:
   bool someEnded_ = false;

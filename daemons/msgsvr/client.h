@@ -1,4 +1,4 @@
-// A connection to the server and all that the server holds for it.
+// A connection to the server and everything that the server stores for it.
 #ifndef MSGSVR_CLIENT_H
 #define MSGSVR_CLIENT_H
 
@@ -21,9 +21,9 @@ namespace zor::msgsvr {
 
 using Clock = std::chrono::steady_clock;
 
-// Who is at the other end, as the kernel says.
+// The process at the other end, as reported by the kernel.
 struct Peer {
-  bool local;  // on this machine: has credentials, can share files and descriptors
+  bool local;  // on this machine: has credentials, shares files and descriptors
   uid_t uid;
   pid_t pid;
 };
@@ -33,9 +33,9 @@ struct Client {
       : socket(std::move(connection)), peer(other), id(number), output(queueBytes) {}
 
   bool registered() const { return !name.empty(); }
-  // Of its latest message, among all that came from it.
+  // The number of its latest message among all messages from it.
   uint32_t ordinal() const { return static_cast<uint32_t>(counters.in); }
-  // How log lines call it.
+  // Its name in log lines.
   std::string Label() const;
 
   daemon::Fd socket;
@@ -43,10 +43,10 @@ struct Client {
   uint64_t id;
   AppName name;  // empty until the server has granted one
 
-  std::vector<std::byte> partial;  // the start of a frame whose rest has not come yet
-  daemon::Fd halfDescriptor;       // came with the first of its two bytes, which is all of `partial`
+  std::vector<std::byte> partial;  // the start of an incomplete frame
+  daemon::Fd halfDescriptor;       // received with the first of its two bytes, which is all of `partial`
   daemon::OutputQueue output;
-  uint64_t lastTarget = 0;  // id of the client that got its latest message
+  uint64_t lastTarget = 0;  // id of the client that received its latest message
 
   std::time_t since = std::time(nullptr);
   Counters counters;
@@ -54,19 +54,19 @@ struct Client {
   Deliveries deliveries;
 
   EventSet events;
-  bool leaving = false;  // somebody has stopped it for good
+  bool leaving = false;  // another daemon has asked it to exit for good
 
-  std::chrono::seconds reportPeriod{0};  // zero: it was not asked to report
+  std::chrono::seconds reportPeriod{0};  // zero: no reports expected
   Clock::time_point lastReport;
   bool reportMissed = false;
 
-  // The state of its connection in the event loop.
+  // State in the event loop.
   bool ended = false;     // no longer on the bus; released at the end of the turn
-  bool readable = false;  // may hold unread bytes
+  bool readable = false;  // may pause unread bytes
   bool queued = false;    // in the list of clients to read
-  bool hungUp = false;    // the peer has closed: read to the end
-  bool held = false;      // not read for a while, see PausedSenders
-  bool flushing = false;  // its queue goes on when the socket is writable
+  bool hungUp = false;    // the peer has closed its end: read to the end
+  bool paused = false;    // not read for a while, see PausedSenders
+  bool flushing = false;  // its queue is sent when the socket becomes writable
 };
 
 }  // namespace zor::msgsvr

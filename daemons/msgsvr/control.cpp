@@ -17,7 +17,7 @@ bool MayControl(const Peer &peer) {
   return peer.local && (peer.uid == 0 || peer.uid == ::geteuid());
 }
 
-// The name that is all of the body; nothing when it is not one.
+// The name that the body consists of; nothing if it is malformed.
 std::optional<AppName> NameIn(std::span<const std::byte> body) {
   char field[ZOR_MSG_NAME_SIZE];
   if (body.size() != sizeof field) return std::nullopt;
@@ -41,12 +41,12 @@ const Control::Entry Control::kEntries[] = {
 };
 
 void Control::Handle(Client &from, const Frame &frame) {
-  delivery_.CopyTaken(frame);
-  const Answer answer = Perform(from, frame);
-  Send(from, frame, answer);
+  delivery_.CopyRequest(frame);
+  const ControlReply reply = Perform(from, frame);
+  Send(from, frame, reply);
 }
 
-Control::Answer Control::Perform(Client &from, const Frame &frame) {
+Control::ControlReply Control::Perform(Client &from, const Frame &frame) {
   std::optional<std::vector<std::byte>> content;
   if (frame.bodyInFile()) {
     content = bus_.files.Read(from, frame, limits::msgsvr::kControlInFile);
@@ -60,29 +60,29 @@ Control::Answer Control::Perform(Client &from, const Frame &frame) {
   return (this->*entry->handle)(from, content ? Body(*content) : frame.body());
 }
 
-void Control::Send(Client &to, const Frame &request, const Answer &answer) {
-  if (answer.body.size() > ZOR_MSG_INLINE_BODY_MAX) return SendInFile(to, request, answer);
-  delivery_.Reply(to, request, answer.result, std::as_bytes(std::span(answer.body)));
+void Control::Send(Client &to, const Frame &request, const ControlReply &reply) {
+  if (reply.body.size() > ZOR_MSG_INLINE_BODY_MAX) return SendInFile(to, request, reply);
+  delivery_.Reply(to, request, reply.result, std::as_bytes(std::span(reply.body)));
 }
 
-void Control::SendInFile(Client &to, const Frame &request, const Answer &answer) {
-  const auto body = bus_.files.Create(std::as_bytes(std::span(answer.body)));
+void Control::SendInFile(Client &to, const Frame &request, const ControlReply &reply) {
+  const auto body = bus_.files.Create(std::as_bytes(std::span(reply.body)));
   if (!body) return delivery_.Reply(to, request, ZOR_CONTROL_FAILED);
   const auto frame =
-      BuildFrame(request.type() | ZOR_MSG_BODY_IN_FILE, request.head.sequence, to.name, answer.result, *body);
+      BuildFrame(request.type() | ZOR_MSG_BODY_IN_FILE, request.head.sequence, to.name, reply.result, *body);
   if (!delivery_.Send(to, frame)) bus_.files.Remove(frame);
 }
 
-Control::Answer Control::List(Client &from, Body body) {
+Control::ControlReply Control::List(Client &from, Body body) {
   if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
   std::string text = ListText(bus_, from);
   if (text.empty()) return {ZOR_CONTROL_FAILED, {}};
   return {ZOR_CONTROL_OK, std::move(text)};
 }
 
-Control::Answer Control::Monitor(Client &from, Body body) {
+Control::ControlReply Control::Monitor(Client &from, Body body) {
   if (body.empty()) {
-    // What has been copied in this turn would be left in the queue.
+    // Copies made in this turn would otherwise stay in the queue.
     delivery_.FlushCopies();
     const uint32_t missed = bus_.monitors.Remove(from);
     return {ZOR_CONTROL_OK, {reinterpret_cast<const char *>(&missed), sizeof missed}};
@@ -93,7 +93,7 @@ Control::Answer Control::Monitor(Client &from, Body body) {
   return {bus_.monitors.Set(from, filter) ? ZOR_CONTROL_OK : ZOR_CONTROL_MALFORMED, {}};
 }
 
-Control::Answer Control::TraceGet(Client &, Body body) {
+Control::ControlReply Control::TraceGet(Client &, Body body) {
   const auto name = NameIn(body);
   if (!name || !name->IsGrantable()) return {ZOR_CONTROL_MALFORMED, {}};
   const TraceSettings trace = TraceSettingsOf(bus_.settings, bus_.traceOverrides, *name);
@@ -104,11 +104,11 @@ Control::Answer Control::TraceGet(Client &, Body body) {
   return {ZOR_CONTROL_OK, std::move(text)};
 }
 
-Control::Answer Control::TraceSet(Client &, Body body) {
+Control::ControlReply Control::TraceSet(Client &, Body body) {
   return {ResultOf(bus_.traceOverrides.Set(TextOf(body))), {}};
 }
 
-Control::Answer Control::TraceClear(Client &, Body body) {
+Control::ControlReply Control::TraceClear(Client &, Body body) {
   const auto name = body.empty() ? std::optional(AppName()) : NameIn(body);
   if (!name || (!name->empty() && !name->IsGrantable())) return {ZOR_CONTROL_MALFORMED, {}};
   return {ResultOf(bus_.traceOverrides.Clear(*name)), {}};

@@ -1,4 +1,5 @@
-// Operators' requests: looking into the server and setting it. Answered to root and to the server's own user only.
+// Control requests: operators' tools inspect and configure the server. Only root and the server's own user get more
+// than a refusal.
 #ifndef MSGSVR_CONTROL_H
 #define MSGSVR_CONTROL_H
 
@@ -19,31 +20,30 @@ class Control {
  public:
   Control(Bus &bus, Delivery &delivery) : bus_(bus), delivery_(delivery) {}
 
-  // Answers a request of a registered client, whatever it is.
+  // Replies to a control request of a registered client, known or not.
   void Handle(Client &from, const Frame &frame);
 
  private:
   using Body = std::span<const std::byte>;
-  // The data word of the answer, and its body.
-  struct Answer {
-    uint32_t result;
+  struct ControlReply {
+    uint32_t result;  // the data word
     std::string body;
   };
   struct Entry {
     uint32_t type;
-    Answer (Control::*handle)(Client &from, Body body);
+    ControlReply (Control::*handle)(Client &from, Body body);
   };
   static const Entry kEntries[];
 
-  Answer Perform(Client &from, const Frame &frame);
-  void Send(Client &to, const Frame &request, const Answer &answer);
-  void SendInFile(Client &to, const Frame &request, const Answer &answer);
+  ControlReply Perform(Client &from, const Frame &frame);
+  void Send(Client &to, const Frame &request, const ControlReply &reply);
+  void SendInFile(Client &to, const Frame &request, const ControlReply &reply);
 
-  Answer List(Client &from, Body body);
-  Answer Monitor(Client &from, Body body);
-  Answer TraceGet(Client &from, Body body);
-  Answer TraceSet(Client &from, Body body);
-  Answer TraceClear(Client &from, Body body);
+  ControlReply List(Client &from, Body body);
+  ControlReply Monitor(Client &from, Body body);
+  ControlReply TraceGet(Client &from, Body body);
+  ControlReply TraceSet(Client &from, Body body);
+  ControlReply TraceClear(Client &from, Body body);
 
   Bus &bus_;
   Delivery &delivery_;

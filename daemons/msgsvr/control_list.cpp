@@ -11,7 +11,7 @@
 namespace zor::msgsvr {
 namespace {
 
-// Behind it come two characters more. What is longer is refused by the receiving library.
+// Room for the two closing characters. The receiving library rejects a longer text.
 constexpr size_t kMaxText = ZOR_ALLOC_MAX - ZOR_MSG_HEAD_SIZE - 2;
 
 template <typename Number>
@@ -71,7 +71,7 @@ void AddPatterns(cJSON *object, const Bus &bus, const Client &client) {
   }
 }
 
-// A client that has sent something since does not wait for the answer, or not for this one alone.
+// A client that has sent another message since is not waiting for this reply, or not for this one alone.
 void AddPending(cJSON *array, const Bus &bus, const Client &client, const PendingRequests::Request &pending) {
   cJSON *request = cJSON_CreateObject();
   AddText(request, "to", pending.to.text());
@@ -82,7 +82,7 @@ void AddPending(cJSON *array, const Bus &bus, const Client &client, const Pendin
   cJSON_AddItemToArray(array, request);
 }
 
-// A barrier comes last, since whoever waits at one asks for nothing else.
+// A barrier comes last, since a client that waits at one has no other outstanding request.
 void AddPendingRequests(cJSON *object, const Bus &bus, const Client &client) {
   cJSON *array = cJSON_AddArrayToObject(object, "pending");
   for (const auto &request : client.pending.requests()) AddPending(array, bus, client, request);
@@ -124,7 +124,7 @@ std::string ClientText(const Bus &bus, const Client &client, bool self, const Un
 
 }  // namespace
 
-// One client after the other: a tree of all of them would take many times the text.
+// Converts one client at a time: a tree of all clients would take many times the memory of the text.
 std::string ListText(const Bus &bus, const Client &asker) {
   const UnreadBytes kernel;
   std::string text = "{\"server\":" + ServerText(bus) + ",\"clients\":[";

@@ -1,4 +1,4 @@
-// What is on the bus, as JSON. docs/protocol.md describes its members.
+// The state of the bus as JSON. docs/protocol.md describes its members.
 #ifndef MSGSVR_CONTROL_LIST_H
 #define MSGSVR_CONTROL_LIST_H
 
@@ -8,8 +8,8 @@
 
 namespace zor::msgsvr {
 
-// The server and its named clients, as `asker` is told; empty when memory is short, or the text
-// is more than the library takes.
+// Describes the server and its named clients to `asker`. Empty if memory runs out or the text is longer than the
+// library accepts.
 std::string ListText(const Bus &bus, const Client &asker);
 
 }  // namespace zor::msgsvr

@@ -22,8 +22,8 @@ void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
   run_ = {run_.data(), run_.size() + frame.bytes.size()};
   from.lastTarget = to.id;
   bus_.CountDelivery(to, frame.bytes.size());
-  const bool answer = to.pending.Answer(from.name, frame.type(), frame.head.sequence);
-  if (!answer && frame.head.sequence != 0) {
+  const bool isReply = to.pending.TakeReply(from.name, frame.type(), frame.head.sequence);
+  if (!isReply && frame.head.sequence != 0) {
     from.pending.Add({to.name, frame.type(), frame.head.sequence, bus_.nowMs, from.ordinal()});
   }
 }
@@ -39,7 +39,7 @@ void Delivery::FlushRun() {
       Copy(frame, runTo_->name, ZOR_CONTROL_DELIVERED);
     } else {
       --bus_.counters.out;
-      Undelivered(*runFrom_, frame, runTo_->name);
+      DropUndelivered(*runFrom_, frame, runTo_->name);
     }
     offset += frame.size();
   }
@@ -68,12 +68,12 @@ void Delivery::Refuse(Client &from, std::span<const std::byte> frame, const AppN
   ++bus_.counters.dropped;
   from.pending.Undo(type, head.sequence);
   Copy(frame, to, ZOR_CONTROL_UNDELIVERED);
-  // A notice that nobody takes must not be answered with another.
+  // An undeliverable notice must not cause another one.
   if (type == ZOR_MSG_SEND_FAILED_NOTICE) return;
   Send(from, BuildFrame(ZOR_MSG_SEND_FAILED_NOTICE, head.sequence, from.name, type));
 }
 
-void Delivery::Undelivered(Client &from, std::span<const std::byte> frame, const AppName &to) {
+void Delivery::DropUndelivered(Client &from, std::span<const std::byte> frame, const AppName &to) {
   bus_.files.Remove(frame);
   Refuse(from, frame, to);
 }
@@ -82,16 +82,16 @@ void Delivery::PassDescriptor(Client &from, daemon::Fd descriptor) {
   FlushRun();
   Client *to = bus_.Find(from.lastTarget);
   if (to == nullptr || !to->peer.local) {
-    bus_.log.Print("%s: a descriptor is lost, its latest message has no receiver here", from.Label().c_str());
+    bus_.log.Print("%s: descriptor dropped: its latest message had no local receiver", from.Label().c_str());
     return;
   }
   to->deliveries.Add(kDescriptorFrame.size(), bus_.nowMs);
   if (to->output.empty()) {
     const ssize_t sent = daemon::SendNow(to->socket.get(), kDescriptorFrame, descriptor.get());
     if (sent == static_cast<ssize_t>(kDescriptorFrame.size())) return;
-    if (sent < 0) return errno == ETOOMANYREFS ? DescriptorLost(*to) : bus_.End(*to);
+    if (sent < 0) return errno == ETOOMANYREFS ? LogLostDescriptor(*to) : bus_.End(*to);
     if (sent > 0) descriptor.reset();
-    if (to->output.Push(kDescriptorFrame, static_cast<size_t>(sent), std::move(descriptor))) return Queued(*to);
+    if (to->output.Push(kDescriptorFrame, static_cast<size_t>(sent), std::move(descriptor))) return WatchForOutput(*to);
   } else if (to->output.Push(kDescriptorFrame, 0, std::move(descriptor))) {
     return;
   }
@@ -100,20 +100,20 @@ void Delivery::PassDescriptor(Client &from, daemon::Fd descriptor) {
 
 void Delivery::Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome) {
   if (bus_.monitors.empty()) return;
-  FlushRun();  // what came before it is copied before it
+  FlushRun();  // earlier frames are copied first
   bus_.monitors.Copy(frame, receiver, outcome, bus_.nowMs);
 }
 
 void Delivery::FlushCopies() {
   if (bus_.monitors.empty()) return;
-  // Ending a client changes the list.
+  // Collected first, because ending a client changes the list.
   std::vector<Client *> idle;
   bus_.monitors.ForEach([&](Client &client) {
     if (!client.flushing && !client.output.empty()) idle.push_back(&client);
   });
   for (Client *client : idle) {
     FlushQueue(*client);
-    if (!client->ended && !client->output.empty()) Queued(*client);
+    if (!client->ended && !client->output.empty()) WatchForOutput(*client);
   }
 }
 
@@ -123,14 +123,14 @@ void Delivery::FlushQueue(Client &client) {
   for (; state == daemon::OutputQueue::State::kBroken && errno == ETOOMANYREFS;
        state = client.output.Flush(client.socket.get())) {
     client.output.DropFront();
-    DescriptorLost(client);
+    LogLostDescriptor(client);
   }
   if (state == daemon::OutputQueue::State::kBroken) return bus_.End(client);
   if (state != daemon::OutputQueue::State::kDrained || !std::exchange(client.flushing, false)) return;
   bus_.poll.Change(client.socket.get(), kClientEvents, &client);
 }
 
-// How much of the frames has been taken, in whole frames.
+// Returns how many bytes were sent or queued, in whole frames.
 size_t Delivery::Write(Client &to, std::span<const std::byte> frames) {
   if (to.ended) return 0;
   if (!to.output.empty()) return Queue(to, frames, 0);
@@ -141,7 +141,7 @@ size_t Delivery::Write(Client &to, std::span<const std::byte> frames) {
     return 0;
   }
   const size_t taken = Queue(to, frames, static_cast<size_t>(sent));
-  if (!to.ended) Queued(to);
+  if (!to.ended) WatchForOutput(to);
   return taken;
 }
 
@@ -155,21 +155,21 @@ size_t Delivery::Queue(Client &to, std::span<const std::byte> frames, size_t sen
     }
     offset += size;
   }
-  // Copies may have filled the queue to its half, and must hold up nobody.
+  // Copies may fill a monitor's queue to its half, and must not slow down any sender.
   if (to.output.bytes() > to.output.maxBytes() / 2 && !bus_.monitors.Has(to)) congested_ = &to;
   return frames.size();
 }
 
-// The queue holds something now: it goes on when the socket is writable.
-void Delivery::Queued(Client &to) {
+// The queue is no longer empty: send it when the socket becomes writable.
+void Delivery::WatchForOutput(Client &to) {
   if (std::exchange(to.flushing, true)) return;
   bus_.poll.Change(to.socket.get(), kClientEvents | EPOLLOUT, &to);
 }
 
-// The kernel limits how many descriptors one user has on the way. Others may have used them up, so that this is no
-// reason to end the receiver.
-void Delivery::DescriptorLost(const Client &to) {
-  bus_.log.Print("%s: a descriptor for it is lost, too many are on their way", to.Label().c_str());
+// The kernel limits how many descriptors one user has in flight. Other processes may have used them up, so the receiver
+// is not cut off.
+void Delivery::LogLostDescriptor(const Client &to) {
+  bus_.log.Print("%s: descriptor to it dropped: too many in flight", to.Label().c_str());
 }
 
 void Delivery::Overflow(Client &to, std::span<const std::byte> rest) {

@@ -10,7 +10,7 @@ std::optional<size_t> EventBit(uint32_t eventNumber) {
   return bit;
 }
 
-void Drop(EventSet &events, size_t bit) {
+void RemoveSubscription(EventSet &events, size_t bit) {
   if (bit == 0) {
     events.reset();
   } else {
@@ -27,7 +27,7 @@ bool NamedSubscriptions::Add(const AppName &name, size_t bit) {
 void NamedSubscriptions::Remove(const AppName &name, size_t bit) {
   const auto entry = byName_.find(name);
   if (entry == byName_.end()) return;
-  Drop(entry->second, bit);
+  RemoveSubscription(entry->second, bit);
   if (entry->second.none()) byName_.erase(entry);
 }
 

@@ -1,6 +1,6 @@
-// Event subscriptions. A client's own last as long as its connection. One that somebody makes for a daemon belongs to
-// that daemon's name: it may come before the daemon and outlives its restarts, until it is taken back or the daemon
-// has been stopped for good.
+// Event subscriptions. A client's own subscriptions last as long as its connection. One made on behalf of another
+// daemon belongs to that daemon's name: it may be made before the daemon starts and survives its restarts, until it is
+// cancelled or the daemon is stopped for good.
 #ifndef MSGSVR_EVENTS_H
 #define MSGSVR_EVENTS_H
 
@@ -16,20 +16,20 @@ namespace zor::msgsvr {
 // Bit 0 stands for all events.
 using EventSet = std::bitset<ZOR_MSG_EVENT_LAST - ZOR_MSG_EVENT_FIRST + 1>;
 
-// The bit of an event number: a message type, or its distance from the first one. Nothing for any other number.
+// The bit of an event number, which is a message type or its offset from the first one. Nothing for any other number.
 std::optional<size_t> EventBit(uint32_t eventNumber);
 
 inline bool Wants(const EventSet &events, size_t bit) {
   return events[0] || events[bit];
 }
 
-// Taking back "all events" ends every subscription.
-void Drop(EventSet &events, size_t bit);
+// Unsubscribing from "all events" ends every subscription.
+void RemoveSubscription(EventSet &events, size_t bit);
 
-// The subscriptions that were made for names.
+// Subscriptions made for names.
 class NamedSubscriptions {
  public:
-  // False when there is no room for another name.
+  // False if there is no room for another name.
   bool Add(const AppName &name, size_t bit);
   void Remove(const AppName &name, size_t bit);
   void Forget(const AppName &name) { byName_.erase(name); }

@@ -1,5 +1,6 @@
-// Frames: a header and its body, as they stand in the receive buffer. Every frame that leaves ParseFrame is whole, its
-// body no longer than the library ever sends through the socket, its destination terminated.
+// Parses and builds frames. A frame is a header and its body, in place in the receive buffer. Every frame that
+// ParseFrame returns is complete, its body no longer than the library ever sends through the socket, its destination
+// terminated.
 #ifndef MSGSVR_FRAMES_H
 #define MSGSVR_FRAMES_H
 
@@ -14,7 +15,7 @@
 
 namespace zor::msgsvr {
 
-// Longer bodies travel in a file, so a longer one on the socket is not the library's.
+// Longer bodies travel in a file, so a longer one on the socket does not come from the library.
 inline constexpr size_t kMaxFrameSize = ZOR_MSG_HEAD_SIZE + ZOR_MSG_INLINE_BODY_MAX;
 
 struct Frame {
@@ -25,7 +26,7 @@ struct Frame {
   uint32_t type() const { return head.type & ZOR_MSG_TYPE_MASK; }
   bool bodyInFile() const { return (head.type & ZOR_MSG_BODY_IN_FILE) != 0; }
   std::span<const std::byte> body() const { return bytes.subspan(ZOR_MSG_HEAD_SIZE); }
-  // Writes the name of the sender into the frame: what a client says about itself is never passed on.
+  // Writes the sender's name into the frame: the name that a client claims is never passed on.
   void SetSource(const AppName &name);
 };
 
@@ -42,10 +43,10 @@ Parsed ParseFrame(std::span<std::byte> bytes);
 // The size of the whole frame at the start of bytes that ParseFrame has accepted before.
 size_t FrameSize(std::span<const std::byte> bytes);
 
-// The text at the start of a body: up to its first NUL, or to its end.
+// The text at the start of a body, up to its first NUL or its end.
 std::string_view TextOf(std::span<const std::byte> body);
 
-// A frame of the server itself: its source is empty.
+// Builds a frame from the server itself, whose source is empty.
 std::vector<std::byte> BuildFrame(uint32_t type, uint32_t sequence, const AppName &destination, uint32_t data,
                                   std::span<const std::byte> body = {});
 

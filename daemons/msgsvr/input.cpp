@@ -9,7 +9,7 @@
 namespace zor::msgsvr {
 namespace {
 
-// Room for two, so that a second descriptor is seen and closed.
+// Room for two, so that a second descriptor is noticed and closed.
 constexpr size_t kControlSize = CMSG_SPACE(2 * sizeof(int));
 
 void TakeDescriptors(const cmsghdr &control, Received &received) {

@@ -14,11 +14,11 @@ namespace zor::msgsvr {
 struct Received {
   ssize_t count = -1;  // 0 at the end of the stream; -1 with errno
   daemon::Fd descriptor;
-  bool excessive = false;  // more than one descriptor came, or something else that nobody asked for; all is closed
+  bool excessive = false;  // more than one descriptor, or other ancillary data, arrived; all of it was closed
 };
 
-// One read, without waiting. The kernel ends a read after the bytes that carry a descriptor, so that a descriptor
-// always belongs to the last bytes.
+// Reads once, without blocking. The kernel ends a read after the bytes that carry a descriptor, so a descriptor always
+// belongs to the last bytes.
 Received Receive(int socket, std::span<std::byte> buffer);
 
 }  // namespace zor::msgsvr

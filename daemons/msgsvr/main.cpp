@@ -22,18 +22,18 @@ constexpr daemon::Program kProgram = {
     "The message server: grants daemons their names on the bus and passes messages between them.",
     "/etc/zor/msgsvr.conf",
     msgsvr::kSettingsHelp,
-    "say on standard error who registers and who leaves",
+    "log clients that register and leave on standard error",
 };
 
-// Daemons of other users on the bus are members of the server's group; a new file in the directory gets that group.
+// Daemons that run as other users are members of the server's group; new files in the directory get that group.
 constexpr mode_t kSocketMode = 0660;
 constexpr mode_t kMessageDirectoryMode = 02770;
 
-// Descriptors that belong to no client.
+// Descriptors that do not belong to clients.
 constexpr rlim_t kOwnDescriptors = 64;
 
-// Room for every connection and for all that the queues may hold: clients that leave descriptors unread must not keep
-// others from sending any.
+// Room for every connection and every descriptor that queues may hold: clients that leave descriptors unread must not
+// keep others from sending some.
 void RaiseDescriptorLimit(size_t maxClients) {
   rlimit limit;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -46,7 +46,7 @@ void RaiseDescriptorLimit(size_t maxClients) {
 
 bool MakeDirectories(daemon::ProblemLog &log) {
   if (daemon::MakeDirectory(ZOR_PATH_MSG_FILE_DIR, kMessageDirectoryMode)) return true;
-  log.PrintErrno("%s: cannot be made", ZOR_PATH_MSG_FILE_DIR);
+  log.PrintErrno("%s: cannot create the directory", ZOR_PATH_MSG_FILE_DIR);
   return false;
 }
 
@@ -71,7 +71,7 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, bool verbo
   daemon::SayListening(kProgram, ZOR_PATH_MSGSVR);
   if (tcp.socket.valid()) daemon::SayListening(kProgram, tcp.address.c_str());
   if (server.Run()) return daemon::kExitOk;
-  log.PrintErrno("cannot run");
+  log.PrintErrno("cannot start");
   return daemon::kExitFailure;
 }
 

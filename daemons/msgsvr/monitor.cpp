@@ -22,7 +22,7 @@ uint64_t UnixMicroseconds() {
   return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
 }
 
-// A copy as it is sent, but for what differs from monitor to monitor.
+// A copy as it is sent, built once; For fills in what differs between monitors.
 class CopyFrame {
  public:
   CopyFrame(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome) {

@@ -1,8 +1,8 @@
-// Copies of the traffic for operators' tools that watch it.
+// Copies of the traffic for the tools that monitor it.
 //
-// Watching must not change what is watched: a copy waits for nobody. It is queued while less than half of the monitor's
-// queue is taken, and otherwise only counted; the next copy says how many are missing. Copies are sent together at the
-// end of a turn. There are none of copies.
+// Monitoring must not disturb the traffic, so a copy never blocks. It is queued while the monitor's queue is less than
+// half full and otherwise only counted; the next copy reports how many are missing. Copies are sent together at the end
+// of a turn. Copies themselves are not copied.
 #ifndef MSGSVR_MONITOR_H
 #define MSGSVR_MONITOR_H
 
@@ -21,12 +21,13 @@ class Monitors {
  public:
   bool empty() const { return monitors_.empty(); }
   bool Has(const Client &client) const;
-  // Begins to copy for the client, or changes what is copied. False, with nothing changed, when the filter is none.
+  // Starts copying for the client, or changes its filter. False, with nothing changed, if the filter is malformed.
   bool Set(Client &client, const ZOR_CONTROL_FILTER &filter);
-  // Ends that. The number of copies that the client lost since the latest one.
+  // Stops copying. Returns the number of copies that the client has missed since the last one it got.
   uint32_t Remove(const Client &client);
 
-  // Queues a copy for everybody who wants it; the outcome is ZOR_CONTROL_DELIVERED or ZOR_CONTROL_UNDELIVERED.
+  // Queues a copy for each monitor whose filter matches; the outcome is ZOR_CONTROL_DELIVERED or
+  // ZOR_CONTROL_UNDELIVERED.
   void Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome, uint32_t nowMs);
 
   template <typename Visit>

@@ -34,25 +34,25 @@ size_t AppNameHash::operator()(const AppName &name) const noexcept {
 }
 
 void NameTable::Add(const AppName &name, Client &client) {
-  bearers_[name].push_back(&client);
+  byName_[name].push_back(&client);
 }
 
 void NameTable::Remove(const AppName &name, const Client &client) {
-  const auto entry = bearers_.find(name);
-  if (entry == bearers_.end()) return;
+  const auto entry = byName_.find(name);
+  if (entry == byName_.end()) return;
   std::erase(entry->second, &client);
-  if (entry->second.empty()) bearers_.erase(entry);
+  if (entry->second.empty()) byName_.erase(entry);
 }
 
-std::span<Client *const> NameTable::Bearers(const AppName &name) const {
-  const auto entry = bearers_.find(name);
-  if (entry == bearers_.end()) return {};
+std::span<Client *const> NameTable::ClientsNamed(const AppName &name) const {
+  const auto entry = byName_.find(name);
+  if (entry == byName_.end()) return {};
   return entry->second;
 }
 
 Client *NameTable::Oldest(const AppName &name) const {
-  const std::span<Client *const> bearers = Bearers(name);
-  return bearers.empty() ? nullptr : bearers.front();
+  const std::span<Client *const> clients = ClientsNamed(name);
+  return clients.empty() ? nullptr : clients.front();
 }
 
 }  // namespace zor::msgsvr

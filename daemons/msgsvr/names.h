@@ -1,4 +1,4 @@
-// Application names, and which client answers to one.
+// Application names, and the clients that have them.
 #ifndef MSGSVR_NAMES_H
 #define MSGSVR_NAMES_H
 
@@ -17,21 +17,21 @@ namespace zor::msgsvr {
 
 struct Client;
 
-// At most 11 characters in a zero-padded field, so that two names are equal when their fields are.
+// At most 11 characters in a zero-padded field, so two names are equal if their fields are.
 class AppName {
  public:
   using Field = std::array<char, ZOR_MSG_NAME_SIZE>;
 
   AppName() = default;
-  // The text cut to a name.
+  // Truncates the text to a name.
   explicit AppName(std::string_view text);
-  // The name in a field of the wire; nothing when the field holds no terminator.
+  // The name in a field of a message; nothing if the field is not terminated.
   static std::optional<AppName> FromField(const char (&field)[ZOR_MSG_NAME_SIZE]);
 
   bool empty() const { return field_[0] == '\0'; }
   const Field &field() const { return field_; }
   std::string_view text() const { return {field_.data(), ::strnlen(field_.data(), field_.size())}; }
-  // Whether a daemon may bear it: not empty, and nothing but visible ASCII characters.
+  // Whether a daemon may have this name: not empty, and only visible ASCII characters.
   bool IsGrantable() const;
 
   friend bool operator==(const AppName &, const AppName &) = default;
@@ -49,13 +49,13 @@ class NameTable {
  public:
   void Add(const AppName &name, Client &client);
   void Remove(const AppName &name, const Client &client);
-  // Everybody of that name, the oldest first.
-  std::span<Client *const> Bearers(const AppName &name) const;
-  // The client that a name means: the oldest of its bearers; null when nobody bears it.
+  // All clients with that name, longest registered first.
+  std::span<Client *const> ClientsNamed(const AppName &name) const;
+  // The client that gets messages to that name: the longest-registered one; null if there is none.
   Client *Oldest(const AppName &name) const;
 
  private:
-  std::unordered_map<AppName, std::vector<Client *>, AppNameHash> bearers_;
+  std::unordered_map<AppName, std::vector<Client *>, AppNameHash> byName_;
 };
 
 }  // namespace zor::msgsvr

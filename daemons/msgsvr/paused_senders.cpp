@@ -5,14 +5,14 @@
 namespace zor::msgsvr {
 
 void PausedSenders::Add(Client &sender, const Client &reader, Clock::time_point now) {
-  if (sender.held) return;
-  sender.held = true;
+  if (sender.paused) return;
+  sender.paused = true;
   pausedSenders_.push_back({&sender, &reader, now + limits::msgsvr::kHold});
 }
 
-bool PausedSenders::IsOver(const Hold &hold, Clock::time_point now) {
-  const daemon::OutputQueue &queue = hold.reader->output;
-  return hold.sender->ended || hold.reader->ended || now >= hold.until || queue.bytes() <= queue.maxBytes() / 4;
+bool PausedSenders::IsOver(const Pause &pause, Clock::time_point now) {
+  const daemon::OutputQueue &queue = pause.reader->output;
+  return pause.sender->ended || pause.reader->ended || now >= pause.until || queue.bytes() <= queue.maxBytes() / 4;
 }
 
 }  // namespace zor::msgsvr

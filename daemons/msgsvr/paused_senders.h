@@ -1,8 +1,8 @@
-// Senders that are not read for a moment because a client to which they send cannot follow.
+// Senders that are not read for a moment because a client to which they send cannot keep up.
 //
-// A fast sender would otherwise fill the queue of a reader that is merely a bit slower, and get it cut off. So a sender
-// whose message makes a queue pass its half waits until that queue has been read down to a quarter, but never longer
-// than a short while: a reader that has stopped does not stop its senders, and is cut off soon.
+// Otherwise a fast sender would fill the queue of a slightly slower reader and get it cut off. So a sender whose
+// message takes a queue past its half is paused until that queue has drained to a quarter, but only for a short while:
+// a reader that has stopped does not stop its senders, and is soon cut off.
 #ifndef MSGSVR_PAUSED_SENDERS_H
 #define MSGSVR_PAUSED_SENDERS_H
 
@@ -16,26 +16,26 @@ class PausedSenders {
  public:
   bool empty() const { return pausedSenders_.empty(); }
   void Add(Client &sender, const Client &reader, Clock::time_point now);
-  // Ends the holds that are over and gives their senders to `released`; to be called before clients are released.
-  template <typename Released>
-  void Release(Clock::time_point now, Released released) {
-    std::erase_if(pausedSenders_, [&](const Hold &hold) {
-      if (!IsOver(hold, now)) return false;
-      hold.sender->held = false;
-      released(*hold.sender);
+  // Ends the pauses that are over and calls `resume` with their senders. Call it before ended clients are released.
+  template <typename Resume>
+  void Release(Clock::time_point now, Resume resume) {
+    std::erase_if(pausedSenders_, [&](const Pause &pause) {
+      if (!IsOver(pause, now)) return false;
+      pause.sender->paused = false;
+      resume(*pause.sender);
       return true;
     });
   }
 
  private:
-  struct Hold {
+  struct Pause {
     Client *sender;
     const Client *reader;
     Clock::time_point until;
   };
-  static bool IsOver(const Hold &hold, Clock::time_point now);
+  static bool IsOver(const Pause &pause, Clock::time_point now);
 
-  std::vector<Hold> pausedSenders_;
+  std::vector<Pause> pausedSenders_;
 };
 
 }  // namespace zor::msgsvr

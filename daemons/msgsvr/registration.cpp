@@ -16,7 +16,7 @@ void Append(std::vector<std::byte> &body, const Record &record) {
   std::memcpy(body.data() + body.size() - sizeof record, &record, sizeof record);
 }
 
-// The value that has been kept, or else that of the settings file or the default.
+// Fills in a member that has no override from the settings file or the default.
 template <typename Value>
 void Complete(std::optional<Value> &member, const PerDaemon<Value> &file, const AppName &daemon, bool &fromFile) {
   if (member) return;
@@ -37,25 +37,25 @@ ZOR_TRACE_SETTINGS_HEAD TraceHead(uint64_t fileKiB, const std::string &output) {
 
 }  // namespace
 
-TraceSettings TraceSettingsOf(const BusSettings &settings, const TraceOverrides &kept, const AppName &daemon) {
-  TraceMembers members = kept.Of(daemon);
-  const bool fromKept = members.output || members.fileKiB || members.levels;
+TraceSettings TraceSettingsOf(const BusSettings &settings, const TraceOverrides &overrides, const AppName &daemon) {
+  TraceMembers members = overrides.Of(daemon);
+  const bool overridden = members.output || members.fileKiB || members.levels;
   bool fromFile = false;
   Complete(members.output, settings.traceOutput, daemon, fromFile);
   Complete(members.fileKiB, settings.traceFileKiB, daemon, fromFile);
   Complete(members.levels, settings.traceLevels, daemon, fromFile);
   if (members.output->empty()) members.output = "stdout";
-  return {std::move(members), fromKept ? "kept" : fromFile ? "file" : "default"};
+  return {std::move(members), overridden ? "kept" : fromFile ? "file" : "default"};
 }
 
-std::vector<std::byte> RegistrationBody(const BusSettings &settings, const TraceOverrides &kept,
+std::vector<std::byte> RegistrationBody(const BusSettings &settings, const TraceOverrides &overrides,
                                         const AppName &daemon) {
   const uint32_t reportSeconds = settings.reportSeconds.Get(daemon);
   std::vector<std::byte> body;
   Append(body, ZOR_MSG_REGISTER_REPLY{reportSeconds != 0 ? 1u : 0u, reportSeconds});
-  TraceMembers trace = TraceSettingsOf(settings, kept, daemon).members;
+  TraceMembers trace = TraceSettingsOf(settings, overrides, daemon).members;
   Append(body, TraceHead(*trace.fileKiB, *trace.output));
-  // A daemon that is told a level for all forgets what it was told before.
+  // A level for all modules resets the levels that the daemon has read before it.
   std::stable_partition(trace.levels->begin(), trace.levels->end(),
                         [](const TraceLevel &l) { return l.module.text() == "all"; });
   for (const TraceLevel &level : *trace.levels) {

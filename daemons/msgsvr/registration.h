@@ -1,4 +1,4 @@
-// What a daemon is told when it registers.
+// The settings that a daemon gets when it registers.
 #ifndef MSGSVR_REGISTRATION_H
 #define MSGSVR_REGISTRATION_H
 
@@ -11,15 +11,16 @@
 
 namespace zor::msgsvr {
 
-// Its trace settings, every member set: what operators have made them, else what the settings file says, else defaults.
+// A daemon's trace settings, every member set: the operators' override, else the settings file, else the default.
 struct TraceSettings {
   TraceMembers members;
-  std::string_view source;  // the first of "kept", "file" and "default" that has a part in it
+  std::string_view source;  // the first of "kept" (an override), "file" and "default" that contributes a member
 };
-TraceSettings TraceSettingsOf(const BusSettings &settings, const TraceOverrides &kept, const AppName &daemon);
+TraceSettings TraceSettingsOf(const BusSettings &settings, const TraceOverrides &overrides, const AppName &daemon);
 
 // The body of the registration reply.
-std::vector<std::byte> RegistrationBody(const BusSettings &settings, const TraceOverrides &kept, const AppName &daemon);
+std::vector<std::byte> RegistrationBody(const BusSettings &settings, const TraceOverrides &overrides,
+                                        const AppName &daemon);
 
 }  // namespace zor::msgsvr
 

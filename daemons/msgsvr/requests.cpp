@@ -20,7 +20,7 @@ const Requests::Entry Requests::kEntries[] = {
 
 void Requests::Register(Client &from, const Frame &frame) {
   const auto wanted = AppName::FromField(frame.head.source);
-  delivery_.CopyTaken(frame);
+  delivery_.CopyRequest(frame);
   if (from.registered()) bus_.names.Remove(from.name, from);
   from.name = wanted && wanted->IsGrantable() ? *wanted : AppName();
   if (from.registered()) {
@@ -37,12 +37,12 @@ bool Requests::Handle(Client &from, const Frame &frame) {
   const auto *entry = std::find_if(std::begin(kEntries), std::end(kEntries),
                                    [&](const Entry &candidate) { return candidate.type == frame.type(); });
   if (entry == std::end(kEntries)) return false;
-  delivery_.CopyTaken(frame);
+  delivery_.CopyRequest(frame);
   if (!frame.bodyInFile()) {
     (this->*entry->handle)(from, frame, frame.body());
     return true;
   }
-  // The router lets only acceptable files come here; the longest is a list of restful patterns.
+  // The router has checked that the file is the sender's. The longest content is a list of restful patterns.
   const auto content = bus_.files.Read(from, frame, limits::msgsvr::kRequestInFile);
   bus_.files.Remove(frame.bytes);
   if (content) (this->*entry->handle)(from, frame, *content);
@@ -56,7 +56,8 @@ void Requests::Subscribe(Client &from, const Frame &frame, Body body) {
   if (name.empty() || name == from.name) {
     from.events.set(*event);
   } else if (!bus_.subscriptions.Add(name, *event)) {
-    bus_.log.Print("%s: no room for a subscription for another daemon", from.Label().c_str());
+    bus_.log.Print("%s: too many subscriptions on behalf of other daemons, the latest is refused",
+                   from.Label().c_str());
   }
 }
 
@@ -65,26 +66,26 @@ void Requests::Unsubscribe(Client &from, const Frame &frame, Body body) {
   const AppName name(TextOf(body));
   if (!event) return;
   if (name.empty() || name == from.name) {
-    Drop(from.events, *event);
+    RemoveSubscription(from.events, *event);
     bus_.subscriptions.Remove(from.name, *event);
     return;
   }
-  for (Client *bearer : bus_.names.Bearers(name)) Drop(bearer->events, *event);
+  for (Client *client : bus_.names.ClientsNamed(name)) RemoveSubscription(client->events, *event);
   bus_.subscriptions.Remove(name, *event);
 }
 
 void Requests::CountProcesses(Client &from, const Frame &frame, Body body) {
-  const auto bearers = bus_.names.Bearers(AppName(TextOf(body)));
-  delivery_.Reply(from, frame, static_cast<uint32_t>(bearers.size()));
+  const auto clients = bus_.names.ClientsNamed(AppName(TextOf(body)));
+  delivery_.Reply(from, frame, static_cast<uint32_t>(clients.size()));
 }
 
-// The daemon has been asked to exit and may or may not have obeyed, so it stays reachable while it is connected. What
-// others subscribed for it ends with its last process.
+// The daemon has been asked to exit but may not comply, so it stays reachable while it is connected. Subscriptions that
+// others made for it end with its last process.
 void Requests::SafeExit(Client &, const Frame &, Body body) {
   const AppName name(TextOf(body));
-  const auto bearers = bus_.names.Bearers(name);
-  if (bearers.empty()) bus_.subscriptions.Forget(name);
-  for (Client *bearer : bearers) bearer->leaving = true;
+  const auto clients = bus_.names.ClientsNamed(name);
+  if (clients.empty()) bus_.subscriptions.Forget(name);
+  for (Client *client : clients) client->leaving = true;
 }
 
 void Requests::Report(Client &from, const Frame &, Body) {
@@ -94,7 +95,7 @@ void Requests::Report(Client &from, const Frame &, Body) {
 
 void Requests::RegisterPatterns(Client &from, const Frame &, Body body) {
   if (bus_.patterns.Add(from, TextOf(body))) return;
-  bus_.log.Print("%s: too many restful patterns, the latest are not registered", from.Label().c_str());
+  bus_.log.Print("%s: too many restful patterns, the latest are refused", from.Label().c_str());
 }
 
 void Requests::SyncWait(Client &from, const Frame &frame, Body body) {
@@ -103,7 +104,7 @@ void Requests::SyncWait(Client &from, const Frame &frame, Body body) {
   if (passed) delivery_.Reply(from, frame);
 }
 
-// The one who posts does not wait for an answer and gets none.
+// The poster does not wait, so it gets no reply.
 void Requests::SyncPost(Client &, const Frame &, Body body) {
   for (const auto &waiter : bus_.barriers.Post(AppName(TextOf(body)))) {
     delivery_.Send(*waiter.client, BuildFrame(ZOR_MSG_SYNC_WAIT, waiter.sequence, waiter.client->name, 0));

@@ -1,4 +1,4 @@
-// Requests to the server itself.
+// Requests to the server itself: the table in requests.cpp names the function for each type.
 #ifndef MSGSVR_REQUESTS_H
 #define MSGSVR_REQUESTS_H
 
@@ -12,9 +12,9 @@ class Requests {
  public:
   Requests(Bus &bus, Delivery &delivery) : bus_(bus), delivery_(delivery) {}
 
-  // Grants the sender the name that it asks for and tells it its settings.
+  // Grants the sender the name that it asks for and replies with its settings.
   void Register(Client &from, const Frame &frame);
-  // Does what a registered client asks the server for. False when the type is none of the server's.
+  // Carries out a request of a registered client. False if the server has no request of that type.
   bool Handle(Client &from, const Frame &frame);
 
  private:

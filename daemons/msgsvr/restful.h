@@ -1,4 +1,4 @@
-// Restful patterns: which client takes a request for a path. A pattern list holds glob patterns separated by "|".
+// Restful patterns: which client gets a request for a path. A pattern list holds patterns separated by "|".
 #ifndef MSGSVR_RESTFUL_H
 #define MSGSVR_RESTFUL_H
 
@@ -37,12 +37,12 @@ class RestfulPath {
 
 class RestfulPatterns {
  public:
-  // False, with nothing registered, when the client would hold too much.
+  // False, with nothing registered, if the client would exceed its share.
   bool Add(Client &client, std::string_view patternList);
   void Remove(const Client &client);
   // The lists that the client has registered.
   std::vector<std::string_view> Of(const Client &client) const;
-  // The client that registered for the path first; null when none did.
+  // The client that registered for the path first; null if none did.
   Client *Find(std::string_view prefix, std::string_view name) const;
 
  private:

@@ -7,7 +7,7 @@ namespace zor::msgsvr {
 namespace {
 
 bool IsEvent(const Frame &frame) {
-  static const AppName kBroker("mic");  // events with items are sent to this name, those with a text to none
+  static const AppName kBroker("mic");  // events with items are sent to this name, those with a text to no name
   return frame.type() > ZOR_MSG_EVENT_FIRST && frame.type() <= ZOR_MSG_EVENT_LAST &&
          (frame.destination.empty() || frame.destination == kBroker);
 }
@@ -38,10 +38,10 @@ void Router::RouteFrame(Client &from, Frame &frame) {
   ++from.counters.in;
   ++bus_.counters.in;
   if (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty()) return requests_.Register(from, frame);
-  if (!from.registered()) return bus_.CutOff(from, "it has no name and sends messages");
+  if (!from.registered()) return bus_.CutOff(from, "it sent a message before it registered");
   frame.SetSource(from.name);
   from.lastTarget = 0;
-  if (frame.bodyInFile() && !IsWellSent(from, frame)) return;
+  if (frame.bodyInFile() && !bus_.files.BelongsTo(from, frame)) return RefuseBodyFile(from, frame);
   if (IsEvent(frame)) return PublishEvent(from, frame);
   if (!frame.destination.empty()) return ForwardTo(from, bus_.names.Oldest(frame.destination), frame);
   if (IsControl(frame.type())) return control_.Handle(from, frame);
@@ -56,27 +56,25 @@ void Router::RouteUnnamed(Client &from, const Frame &frame) {
 void Router::ForwardTo(Client &from, Client *to, const Frame &frame) {
   // A daemon on another board cannot read this one's files.
   if (to == nullptr || (frame.bodyInFile() && !to->peer.local))
-    return delivery_.Undelivered(from, frame.bytes, frame.destination);
+    return delivery_.DropUndelivered(from, frame.bytes, frame.destination);
   delivery_.Forward(from, *to, frame);
 }
 
-bool Router::IsWellSent(Client &from, const Frame &frame) {
-  if (bus_.files.IsAcceptable(from, frame)) return true;
-  bus_.log.Print("%s: refused a message of type 0x%x: its body is no message file of its own", from.Label().c_str(),
-                 frame.type());
+void Router::RefuseBodyFile(Client &from, const Frame &frame) {
+  bus_.log.Print("%s: refused a message of type 0x%x: its body is not a body file of the sender's user",
+                 from.Label().c_str(), frame.type());
   delivery_.Refuse(from, frame.bytes, frame.destination);
-  return false;
 }
 
 void Router::PublishEvent(Client &from, const Frame &frame) {
   CollectSubscribers(frame);
-  if (subscribers_.empty()) delivery_.CopyUnwanted(frame);
+  if (subscribers_.empty()) delivery_.CopyUndelivered(frame);
   if (frame.bodyInFile()) return PublishEventInFile(from, frame);
   for (Client *subscriber : subscribers_) delivery_.Send(*subscriber, frame.bytes);
 }
 
-// Each receiver deletes the file that it gets, so each gets one of its own. All of them exist before the first
-// receiver is told, and the one that came with the event goes to the last.
+// Each receiver deletes its file, so each gets a file of its own. All files exist before the first receiver gets its
+// event; the original goes to the last one.
 void Router::PublishEventInFile(Client &from, const Frame &frame) {
   if (subscribers_.empty()) return bus_.files.Remove(frame.bytes);
   std::vector<std::vector<std::byte>> copies(subscribers_.size());
@@ -87,8 +85,8 @@ void Router::PublishEventInFile(Client &from, const Frame &frame) {
     } else {
       ++subscribers_[i]->counters.dropped;
       ++bus_.counters.dropped;
-      bus_.log.PrintErrno("%s: an event from %s is lost, its body file cannot be shared",
-                          subscribers_[i]->Label().c_str(), from.Label().c_str());
+      bus_.log.PrintErrno("%s: event from %s dropped: its body file cannot be linked", subscribers_[i]->Label().c_str(),
+                          from.Label().c_str());
     }
   }
   for (size_t i = 0; i < copies.size(); ++i) {

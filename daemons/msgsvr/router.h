@@ -1,6 +1,6 @@
-// Where frames go. The order of decisions: an unregistered client may only register; an event goes to its subscribers;
-// a named destination gets its message; what the server knows it does itself, operators' requests included; a restful
-// request goes by its path; the rest goes by the route table.
+// Decides where frames go, in this order: an unregistered client may only register; an event goes to its subscribers;
+// a message with a destination goes to the client of that name; the server handles its own requests, control requests
+// included; a restful request goes by its path; everything else goes by the route table.
 #ifndef MSGSVR_ROUTER_H
 #define MSGSVR_ROUTER_H
 
@@ -17,7 +17,7 @@ class Router {
  public:
   explicit Router(Bus &bus) : bus_(bus), delivery_(bus), requests_(bus, delivery_), control_(bus, delivery_) {}
 
-  // Routes every whole frame of the bytes. Returns how many bytes those were; the sender may have ended meanwhile.
+  // Routes every complete frame in the bytes and returns their total size. The sender may have ended meanwhile.
   size_t Route(Client &from, std::span<std::byte> bytes);
 
   Delivery &delivery() { return delivery_; }
@@ -30,7 +30,7 @@ class Router {
   void PublishEventInFile(Client &from, const Frame &frame);
   void CollectSubscribers(const Frame &frame);
   Client *RestfulTarget(const Client &from, const Frame &frame) const;
-  bool IsWellSent(Client &from, const Frame &frame);
+  void RefuseBodyFile(Client &from, const Frame &frame);
 
   Bus &bus_;
   Delivery delivery_;

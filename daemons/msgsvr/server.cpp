@@ -15,7 +15,8 @@ namespace zor::msgsvr {
 namespace {
 
 constexpr std::chrono::seconds kReportCheck{1};
-constexpr int kAcceptsPerTurn = 64;  // callers that come and go in a loop must not keep the clients waiting
+constexpr std::chrono::milliseconds kPauseCheck{10};
+constexpr int kAcceptsPerTurn = 64;  // peers that connect and disconnect in a loop must not starve the clients
 
 Peer PeerOf(int socket, bool local) {
   ucred credentials{-1, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
@@ -24,7 +25,7 @@ Peer PeerOf(int socket, bool local) {
   return {local, credentials.uid, credentials.pid};
 }
 
-// Small messages go out at once, and a board that has lost its power is noticed.
+// Small messages are sent at once, and a board that has lost power is noticed.
 void SetUpTcp(int socket) {
   const int on = 1;
   ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -53,16 +54,16 @@ bool Server::Watch() {
 
 void Server::Turn() {
   const auto events = bus_.poll.Wait(TimeoutMs());
-  bus_.TakeTime();
-  for (const epoll_event &event : events) TakeEvent(event);
+  bus_.UpdateClock();
+  for (const epoll_event &event : events) HandleEvent(event);
   ReadReady();
   router_.delivery().FlushCopies();
-  LookAfterTime();
+  CheckTimers();
   std::erase_if(ready_, [](const Client *client) { return client->ended; });
   bus_.Sweep();
 }
 
-void Server::TakeEvent(const epoll_event &event) {
+void Server::HandleEvent(const epoll_event &event) {
   if (event.data.ptr == &stop_) {
     if (stop_.Take()) running_ = false;
   } else if (event.data.ptr == &local_ || event.data.ptr == &tcp_) {
@@ -88,9 +89,9 @@ void Server::Accept(const Listener &listener) {
   }
 }
 
-// A caller that stays in the backlog would keep the listener readable and the loop busy.
+// A connection that stays in the backlog would keep the listener readable and the loop busy.
 void Server::AcceptWithoutDescriptors(const Listener &listener) {
-  bus_.log.PrintErrno("turned a client away");
+  bus_.log.PrintErrno("connection refused");
   spare_.reset();
   daemon::Fd(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC)).reset();
   spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -98,7 +99,7 @@ void Server::AcceptWithoutDescriptors(const Listener &listener) {
 
 void Server::Admit(daemon::Fd socket, bool local) {
   if (bus_.clients.size() >= bus_.settings.maxClients) {
-    bus_.log.Print("turned a client away, %zu are connected", bus_.clients.size());
+    bus_.log.Print("connection refused: %zu clients are connected", bus_.clients.size());
     return;
   }
   if (!local) SetUpTcp(socket.get());
@@ -109,7 +110,7 @@ void Server::Admit(daemon::Fd socket, bool local) {
 
 void Server::MarkReadable(Client &client) {
   client.readable = true;
-  if (client.queued || client.held || client.ended) return;
+  if (client.queued || client.paused || client.ended) return;
   client.queued = true;
   ready_.push_back(&client);
 }
@@ -118,7 +119,7 @@ void Server::ReadReady() {
   std::swap(ready_, reading_);
   for (Client *client : reading_) {
     client->queued = false;
-    if (client->ended || client->held) continue;
+    if (client->ended || client->paused) continue;
     Read(*client);
     if (Client *slow = router_.delivery().TakeCongested(); slow != nullptr && slow != client) {
       pausedSenders_.Add(*client, *slow, Clock::now());
@@ -138,32 +139,32 @@ void Server::Read(Client &client) {
     return;
   }
   if (received.count <= 0) return bus_.End(client);
-  // Less than there was room for means that nothing is left; unless a descriptor ended the read, or the end of the
-  // stream is still to be seen, which no further event will announce.
+  // A short read means that nothing is left, unless a descriptor ended the read or the end of the stream is still
+  // pending, which no further event will announce.
   const auto count = static_cast<size_t>(received.count);
   client.readable = count == room.size() || received.descriptor.valid() || client.hungUp;
   if (received.excessive) return bus_.CutOff(client, "it sent more than one descriptor at a time");
-  Take(client, std::span(buffer_).first(kept + count), received);
+  HandleInput(client, std::span(buffer_).first(kept + count), received);
 }
 
-void Server::Take(Client &client, std::span<std::byte> bytes, Received &received) {
-  bytes = bytes.subspan(TakeHalfDescriptor(client, bytes));
+void Server::HandleInput(Client &client, std::span<std::byte> bytes, Received &received) {
+  bytes = bytes.subspan(HandleHalfDescriptor(client, bytes));
   bytes = bytes.subspan(router_.Route(client, bytes));
   client.partial.clear();
   if (client.ended) return;
-  if (received.descriptor.valid()) return TakeDescriptor(client, bytes, std::move(received.descriptor));
+  if (received.descriptor.valid()) return HandleDescriptor(client, bytes, std::move(received.descriptor));
   client.partial.assign(bytes.begin(), bytes.end());
 }
 
-// The descriptor came with the first of its two bytes, because the buffer ended there.
-size_t Server::TakeHalfDescriptor(Client &client, std::span<const std::byte> bytes) {
+// The descriptor arrived with the first of its two bytes, because the buffer ended there.
+size_t Server::HandleHalfDescriptor(Client &client, std::span<const std::byte> bytes) {
   if (!client.halfDescriptor.valid()) return 0;
-  TakeDescriptor(client, bytes.first(2), std::move(client.halfDescriptor));
+  HandleDescriptor(client, bytes.first(2), std::move(client.halfDescriptor));
   return 2;
 }
 
-// Behind the last whole frame there must be the two zero bytes that carry a descriptor, and nothing else.
-void Server::TakeDescriptor(Client &client, std::span<const std::byte> rest, daemon::Fd descriptor) {
+// After the last complete frame there must be the two zero bytes that carry a descriptor, and nothing else.
+void Server::HandleDescriptor(Client &client, std::span<const std::byte> rest, daemon::Fd descriptor) {
   if (!client.registered() || rest.empty() || rest.size() > 2 || !IsZero(rest)) {
     return bus_.CutOff(client, "it sent a descriptor out of place");
   }
@@ -174,12 +175,12 @@ void Server::TakeDescriptor(Client &client, std::span<const std::byte> rest, dae
 
 int Server::TimeoutMs() const {
   if (!ready_.empty()) return 0;
-  if (!pausedSenders_.empty()) return 10;
+  if (!pausedSenders_.empty()) return static_cast<int>(kPauseCheck.count());
   if (bus_.settings.reportSeconds.empty()) return -1;
   return static_cast<int>(std::chrono::milliseconds(kReportCheck).count());
 }
 
-void Server::LookAfterTime() {
+void Server::CheckTimers() {
   if (pausedSenders_.empty() && bus_.settings.reportSeconds.empty()) return;
   const Clock::time_point now = Clock::now();
   pausedSenders_.Release(now, [this](Client &sender) {

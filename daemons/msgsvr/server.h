@@ -1,6 +1,6 @@
-// The event loop. One turn: wait; accept, note who is readable, write to those who take output again; read each
-// readable client once and route what it sent; send what has been copied for monitors; look after time; release the
-// clients that have ended. A client that still has something to read comes again in the next turn, after the others.
+// The event loop. One turn: wait; accept connections, mark readable clients, flush the queues of writable ones; read
+// each readable client once and route its frames; send the copies for monitors; check timers; release ended clients. A
+// client with more to read is read again in the next turn, after the others.
 #ifndef MSGSVR_SERVER_H
 #define MSGSVR_SERVER_H
 
@@ -18,11 +18,11 @@ namespace zor::msgsvr {
 
 class Server {
  public:
-  // The descriptors outlive the server; tcpListener is -1 when there is none.
+  // The descriptors must outlive the server; tcpListener is -1 if there is none.
   Server(Bus &bus, daemon::StopSignal &stop, int localListener, int tcpListener)
       : bus_(bus), router_(bus), stop_(stop), local_{localListener, true}, tcp_{tcpListener, false} {}
 
-  // Runs until the stop signal. False, with errno, when it could not begin.
+  // Runs until the stop signal. False, with errno, if it could not start.
   bool Run();
 
  private:
@@ -33,7 +33,7 @@ class Server {
 
   bool Watch();
   void Turn();
-  void TakeEvent(const epoll_event &event);
+  void HandleEvent(const epoll_event &event);
   void Accept(const Listener &listener);
   void AcceptWithoutDescriptors(const Listener &listener);
   void Admit(daemon::Fd socket, bool local);
@@ -41,12 +41,12 @@ class Server {
   void MarkReadable(Client &client);
   void ReadReady();
   void Read(Client &client);
-  void Take(Client &client, std::span<std::byte> bytes, Received &received);
-  size_t TakeHalfDescriptor(Client &client, std::span<const std::byte> bytes);
-  void TakeDescriptor(Client &client, std::span<const std::byte> rest, daemon::Fd descriptor);
+  void HandleInput(Client &client, std::span<std::byte> bytes, Received &received);
+  size_t HandleHalfDescriptor(Client &client, std::span<const std::byte> bytes);
+  void HandleDescriptor(Client &client, std::span<const std::byte> rest, daemon::Fd descriptor);
 
   int TimeoutMs() const;
-  void LookAfterTime();
+  void CheckTimers();
   void CheckReports(Clock::time_point now);
 
   Bus &bus_;
@@ -54,14 +54,14 @@ class Server {
   daemon::StopSignal &stop_;
   Listener local_;
   Listener tcp_;
-  daemon::Fd spare_;  // given up for a moment to turn a caller away when there are no descriptors left
+  daemon::Fd spare_;  // closed for a moment to turn a connection away when the process has no descriptors left
   bool running_ = true;
   uint64_t lastId_ = 0;
   PausedSenders pausedSenders_;
   Clock::time_point reportsChecked_;
   std::vector<Client *> ready_;
   std::vector<Client *> reading_;
-  // All input passes through here: what a client sends takes no memory until it has to be kept.
+  // All input passes through here: a client's input takes no memory of its own unless it ends in a partial frame.
   std::array<std::byte, 65536> buffer_;
 };
 

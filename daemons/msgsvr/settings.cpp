@@ -9,19 +9,19 @@
 namespace zor::msgsvr {
 
 const char kSettingsHelp[] =
-    "  queue_bytes = 1048576     output that one client may leave unread before it is cut off\n"
-    "  max_clients = 256         connections at one time\n"
-    "  tcp =                     ADDRESS:PORT (IPv4) to listen at for daemons on other boards; port 0: any\n"
-    "  kept_file = /var/lib/zor/msgsvr.trace  keeps the trace settings that operators' tools make\n"
-    "  route.TYPE = NAME         the daemon for requests of that type without destination; TYPE is a number or a\n"
-    "                            range such as 0x5025-0x502B; no NAME: nobody. Configuration and device list\n"
-    "                            requests go to cms, login control to lctrl, unless set here\n"
-    "Told to a daemon when it registers; NAME is a daemon's, or * for all others:\n"
-    "  report.NAME = 0           seconds between the reports that it is to send, 0 for none\n"
+    "  queue_bytes = 1048576     unread output after which a client is cut off\n"
+    "  max_clients = 256         maximum number of connections\n"
+    "  tcp =                     ADDRESS:PORT (IPv4) to listen on for daemons on other boards; port 0: any\n"
+    "  kept_file = /var/lib/zor/msgsvr.trace  stores the trace overrides that operators' tools set\n"
+    "  route.TYPE = NAME         the daemon that gets requests of that type without a destination; TYPE is a number\n"
+    "                            or a range such as 0x5025-0x502B; without NAME such requests are refused. By\n"
+    "                            default configuration and device list requests go to cms, login control to lctrl\n"
+    "Sent to a daemon when it registers; NAME is a daemon's name, or * for all others:\n"
+    "  report.NAME = 0           seconds between its reports, 0 for none\n"
     "  trace_output.NAME =       stdout, file, or ADDRESS:PORT\n"
-    "  trace_file_kib.NAME = 1024  size limit of its trace file; daemons ignore less\n"
-    "  trace.NAME =              MODULE=LEVEL ..., the module all for the rest; levels: none fatal error\n"
-    "                            warning info debug, or a number\n";
+    "  trace_file_kib.NAME = 1024  size limit of its trace file; daemons ignore smaller values\n"
+    "  trace.NAME =              MODULE=LEVEL ..., where the module \"all\" stands for the rest; levels: none fatal\n"
+    "                            error warning info debug, or a number\n";
 
 namespace {
 
@@ -88,7 +88,7 @@ std::optional<std::vector<TraceLevel>> ParseLevels(std::string_view text) {
 void ReadRoutes(daemon::Settings &settings, BusSettings &result) {
   for (const auto &[range, daemon] : settings.WithPrefix("route.")) {
     Route route{};
-    if (!ParseRange(range, &route) || !FitsName(daemon)) settings.AddMistake("route." + range + ": not a route");
+    if (!ParseRange(range, &route) || !FitsName(daemon)) settings.AddMistake("route." + range + ": invalid route");
     route.daemon = AppName(daemon);
     result.routes.push_back(route);
   }
@@ -97,7 +97,7 @@ void ReadRoutes(daemon::Settings &settings, BusSettings &result) {
   }
 }
 
-// Settings of one kind for daemons: parse returns nothing for a value that is none.
+// Reads the settings of one kind, one per daemon. `parse` returns nothing for an invalid value.
 template <typename Value, typename Parse>
 void ReadPerDaemon(daemon::Settings &settings, const std::string &prefix, PerDaemon<Value> &result, Parse parse) {
   for (const auto &[daemon, text] : settings.WithPrefix(prefix)) {
@@ -105,7 +105,7 @@ void ReadPerDaemon(daemon::Settings &settings, const std::string &prefix, PerDae
     if (value && !daemon.empty() && FitsName(daemon)) {
       result.Set(daemon, *value);
     } else {
-      settings.AddMistake(std::string(prefix).append(daemon).append(": cannot be ").append(text));
+      settings.AddMistake(std::string(prefix).append(daemon).append(": invalid value: ").append(text));
     }
   }
 }
@@ -154,8 +154,8 @@ BusSettings ReadSettings(daemon::Settings &settings) {
   result.maxClients =
       static_cast<size_t>(settings.Number("max_clients", limits::msgsvr::kClients, 1, limits::msgsvr::kMostClients));
   result.tcp = settings.Text("tcp", "");
-  result.keptFile = settings.Text("kept_file", "/var/lib/zor/msgsvr.trace");
-  if (!result.keptFile.starts_with('/')) settings.AddMistake("kept_file: not a path from the root");
+  result.traceOverridesFile = settings.Text("kept_file", "/var/lib/zor/msgsvr.trace");
+  if (!result.traceOverridesFile.starts_with('/')) settings.AddMistake("kept_file must be an absolute path");
   ReadRoutes(settings, result);
   ReadPerDaemon(settings, "report.", result.reportSeconds, ParseSeconds);
   ReadPerDaemon(settings, "trace_output.", result.traceOutput, ParseOutput);

@@ -1,4 +1,4 @@
-// The server's settings, as read from its file and completed with defaults.
+// The server's settings: read from its file, with defaults for the rest.
 #ifndef MSGSVR_SETTINGS_H
 #define MSGSVR_SETTINGS_H
 
@@ -15,14 +15,14 @@
 
 namespace zor::msgsvr {
 
-// Which daemon gets the requests of these types that name no destination.
+// The daemon that gets requests of these types without a destination.
 struct Route {
   uint32_t first;
   uint32_t last;
-  AppName daemon;  // empty: nobody
+  AppName daemon;  // empty: no daemon
 };
 
-// A setting that each daemon may have on its own and "*" gives to all others.
+// A setting with a value for each daemon; the name "*" stands for all others.
 template <typename Value>
 class PerDaemon {
  public:
@@ -30,7 +30,7 @@ class PerDaemon {
   explicit PerDaemon(Value fallback) : fallback_(std::move(fallback)) {}
 
   void Set(const std::string &daemon, Value value) { values_[daemon] = std::move(value); }
-  // What has been set for the daemon; null when nothing has.
+  // The value set for the daemon; null if there is none.
   const Value *Find(const AppName &daemon) const {
     auto found = values_.find(std::string(daemon.text()));
     if (found == values_.end()) found = values_.find("*");
@@ -52,30 +52,30 @@ struct TraceLevel {
   uint32_t level;
 };
 
-// A level's number; nothing when the text is neither the name of one nor a number.
+// A level's number; nothing if the text is neither the name of a level nor a number.
 std::optional<uint32_t> ParseTraceLevel(std::string_view text);
-// A level's name; empty when it has none.
+// A level's name; empty if it has none.
 std::string_view TraceLevelName(uint32_t level);
 
 struct BusSettings {
   size_t queueBytes;
   size_t maxClients;
   std::string tcp;  // ADDRESS:PORT, or empty
-  std::string keptFile;
+  std::string traceOverridesFile;
   std::vector<Route> routes;
   PerDaemon<uint32_t> reportSeconds;
   PerDaemon<std::string> traceOutput;
   PerDaemon<uint64_t> traceFileKiB{1024};
   PerDaemon<std::vector<TraceLevel>> traceLevels;
 
-  // The daemon that the type is routed to; the empty name when there is none.
+  // The daemon that the type is routed to; the empty name if there is none.
   AppName RouteOf(uint32_t type) const;
 };
 
-// What --help says about them.
+// The part of --help that describes them.
 extern const char kSettingsHelp[];
 
-// Mistakes are left in the settings, for Settings::CheckAndReport.
+// Mistakes stay in the settings, for Settings::CheckAndReport.
 BusSettings ReadSettings(daemon::Settings &settings);
 
 }  // namespace zor::msgsvr

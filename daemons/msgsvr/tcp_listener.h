@@ -19,7 +19,7 @@ struct TcpListener {
 // An IPv4 ADDRESS:PORT; nothing for any other text.
 std::optional<sockaddr_in> ParseTcpAddress(const std::string &text);
 
-// Listens at an IPv4 ADDRESS:PORT. Without a valid socket, and with errno, when that is not possible.
+// Listens on an IPv4 ADDRESS:PORT. On failure the socket is invalid and errno says why.
 TcpListener ListenTcp(const std::string &address);
 
 }  // namespace zor::msgsvr

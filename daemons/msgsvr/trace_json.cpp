@@ -33,7 +33,7 @@ bool TakeOutput(const cJSON *value, NamedTrace &trace) {
   const std::string text = value->valuestring;
   trace.members.output = text;
   if (text == "stdout" || text == "file") return true;
-  // What daemons read as a port is decimal and not 0.
+  // Daemons read the port as a decimal number and reject 0.
   const auto address = ParseTcpAddress(text);
   return address && address->sin_port != 0 && text.size() < ZOR_TRACE_OUTPUT_TEXT_SIZE &&
          text.find_first_not_of("0123456789.:") == text.npos;

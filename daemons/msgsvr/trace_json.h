@@ -1,4 +1,5 @@
-// Trace settings of one daemon as JSON: how operators' tools send and get them, and how they are kept.
+// Trace settings of one daemon as JSON: the form in which operators' tools send and receive them and in which overrides
+// are stored.
 #ifndef MSGSVR_TRACE_JSON_H
 #define MSGSVR_TRACE_JSON_H
 
@@ -11,7 +12,7 @@
 
 namespace zor::msgsvr {
 
-// What has been set; a member that has no value leaves to others what it is.
+// A member without a value is not set here and comes from elsewhere.
 struct TraceMembers {
   std::optional<std::string> output;
   std::optional<uint64_t> fileKiB;
@@ -23,11 +24,11 @@ struct NamedTrace {
   TraceMembers members;
 };
 
-// Nothing when the value is not an object with a name and at least one member, each as a daemon can use it. A member
-// "source", which the answer to a request has, does not count.
+// Nothing if the value is not an object with a name and at least one other member, all of them valid for a daemon. A
+// member "source", which replies contain, is ignored.
 std::optional<NamedTrace> TraceFromJson(const cJSON *value);
 
-// The object of what is set; null when memory is short.
+// An object with the members that are set; null if memory runs out.
 Json TraceToJson(const NamedTrace &trace);
 
 }  // namespace zor::msgsvr

@@ -16,7 +16,7 @@
 namespace zor::msgsvr {
 namespace {
 
-// Members that stand in `over` replace those of `under`.
+// Members set in `over` replace those of `under`.
 TraceMembers Merge(TraceMembers under, const TraceMembers &over) {
   if (over.output) under.output = over.output;
   if (over.fileKiB) under.fileKiB = over.fileKiB;
@@ -24,7 +24,7 @@ TraceMembers Merge(TraceMembers under, const TraceMembers &over) {
   return under;
 }
 
-// The whole of the text, or null.
+// Parses the whole text; null if it is malformed.
 Json Parse(std::string_view text) {
   const char *end = nullptr;
   Json value(cJSON_ParseWithLengthOpts(text.data(), text.size(), &end, 0));
@@ -33,7 +33,7 @@ Json Parse(std::string_view text) {
   return rest.find_first_not_of(" \t\r\n") == rest.npos ? std::move(value) : nullptr;
 }
 
-// One daemon on each line.
+// One daemon per line.
 std::optional<std::string> FileText(const std::map<std::string, TraceMembers> &byName) {
   std::string text = "[";
   for (const auto &[name, members] : byName) {
@@ -58,7 +58,7 @@ TraceOverrides::Result TraceOverrides::Set(std::string_view json) {
   ByName changed = byName_;
   TraceMembers &members = changed[trace->name];
   members = Merge(members, trace->members);
-  return changed.size() > limits::msgsvr::kTraceNames ? Result::kFailed : Keep(std::move(changed));
+  return changed.size() > limits::msgsvr::kTraceNames ? Result::kFailed : Save(std::move(changed));
 }
 
 TraceOverrides::Result TraceOverrides::Clear(const AppName &name) {
@@ -68,7 +68,7 @@ TraceOverrides::Result TraceOverrides::Clear(const AppName &name) {
   } else {
     changed.erase(std::string(name.text()));
   }
-  return changed.size() == byName_.size() ? Result::kDone : Keep(std::move(changed));
+  return changed.size() == byName_.size() ? Result::kDone : Save(std::move(changed));
 }
 
 TraceMembers TraceOverrides::Of(const AppName &daemon) const {
@@ -89,8 +89,8 @@ void TraceOverrides::Load() {
   const std::unique_ptr<void, decltype(&std::free)> owner(block, &std::free);
   if (status != ZOR_FILE_OK && errno == ENOENT) return;
   if (status != ZOR_FILE_OK && errno != 0) {
-    isFileOurs_ = false;
-    return log_.PrintErrno("%s: cannot be read, and is left as it is", fixedPath_.c_str());
+    mayReplaceFile_ = false;
+    return log_.PrintErrno("%s: cannot be read, will not be replaced", fixedPath_.c_str());
   }
   const Json array(length <= limits::msgsvr::kKeptFile ? Parse({static_cast<const char *>(block), length}) : nullptr);
   ByName found;
@@ -106,16 +106,16 @@ void TraceOverrides::Load() {
     return;
   }
   log_.Print("%s: damaged, set aside as %s.damaged", fixedPath_.c_str(), fixedPath_.c_str());
-  isFileOurs_ = std::rename(path.c_str(), (path + ".damaged").c_str()) == 0;
-  if (!isFileOurs_) log_.PrintErrno("%s", fixedPath_.c_str());
+  mayReplaceFile_ = std::rename(path.c_str(), (path + ".damaged").c_str()) == 0;
+  if (!mayReplaceFile_) log_.PrintErrno("%s", fixedPath_.c_str());
 }
 
-TraceOverrides::Result TraceOverrides::Keep(ByName changed) {
+TraceOverrides::Result TraceOverrides::Save(ByName changed) {
   const auto text = FileText(changed);
-  if (!text || !isFileOurs_) return Result::kFailed;
+  if (!text || !mayReplaceFile_) return Result::kFailed;
   if (!daemon::MakeDirectory(daemon::ParentOf(fixedPath_) + "/") ||
       !daemon::ReplaceFile(daemon::FixedPath(fixedPath_), std::as_bytes(std::span(*text)))) {
-    log_.PrintErrno("%s: cannot be written, trace settings stay as they were", fixedPath_.c_str());
+    log_.PrintErrno("%s: cannot be written, trace overrides are unchanged", fixedPath_.c_str());
     return Result::kFailed;
   }
   byName_ = std::move(changed);

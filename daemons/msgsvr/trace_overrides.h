@@ -1,8 +1,8 @@
-// Trace settings that operators have made, kept over restarts. They stand before those of the settings file, and like
-// them they are told to a daemon when it registers.
+// Operator trace overrides, persisted across restarts. They take precedence over the settings file, and like its
+// settings they are sent to a daemon when it registers.
 //
-// They lie in one file, a JSON array of what the requests set, which is replaced whole: either a change is on the disk,
-// or it was refused and has changed nothing.
+// They are stored in one file, a JSON array of the objects that requests set, which is always replaced as a whole: a
+// change is either on the disk, or was refused and has had no effect.
 #ifndef MSGSVR_TRACE_OVERRIDES_H
 #define MSGSVR_TRACE_OVERRIDES_H
 
@@ -19,26 +19,26 @@ class TraceOverrides {
  public:
   enum class Result { kDone, kMalformed, kFailed };
 
-  // Reads the file at a fixed path. A damaged one is set aside.
+  // Reads the file at a fixed path. A damaged file is set aside.
   TraceOverrides(std::string fixedPath, daemon::ProblemLog &log);
 
-  // Takes an object with a name and members, which replace those that were set before.
+  // Takes an object with a name and members, which replace those set before.
   Result Set(std::string_view json);
-  // Forgets what was set for the name; the empty name stands for everybody.
+  // Removes the overrides of the name; the empty name stands for all names.
   Result Clear(const AppName &name);
-  // What stands for a daemon: its own, then everybody's.
+  // The overrides that apply to a daemon: its own, then those of "*".
   TraceMembers Of(const AppName &daemon) const;
 
  private:
   using ByName = std::map<std::string, TraceMembers>;
 
   void Load();
-  Result Keep(ByName changed);
+  Result Save(ByName changed);
 
   std::string fixedPath_;
   daemon::ProblemLog &log_;
   ByName byName_;
-  bool isFileOurs_ = true;  // what lies there is known, so that nothing is lost when it is replaced
+  bool mayReplaceFile_ = true;  // false if the file could not be read: replacing it would lose its content
 };
 
 }  // namespace zor::msgsvr

@@ -36,7 +36,7 @@ Request RequestForAll() {
   return request;
 }
 
-// The record at the start of the bytes; nothing when they hold less.
+// The record at the start of the bytes; nothing if they are too few.
 template <typename Record>
 std::optional<Record> RecordIn(std::span<const std::byte> bytes) {
   Record record;
@@ -45,8 +45,8 @@ std::optional<Record> RecordIn(std::span<const std::byte> bytes) {
   return record;
 }
 
-// Behind a part of that length, which is aligned.
-std::span<const std::byte> Behind(std::span<const std::byte> bytes, size_t length) {
+// The bytes after a part of that length and its padding.
+std::span<const std::byte> After(std::span<const std::byte> bytes, size_t length) {
   static_assert(NLMSG_ALIGNTO == RTA_ALIGNTO);
   return bytes.subspan(std::min<size_t>(NLMSG_ALIGN(length), bytes.size()));
 }
@@ -61,31 +61,32 @@ UnreadBytes::UnreadBytes() {
   ssize_t count;
   do {
     count = ::recv(netlink.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-  } while ((count < 0 && errno == EINTR) || (count > 0 && Take(std::span(buffer).first(static_cast<size_t>(count)))));
+  } while ((count < 0 && errno == EINTR) ||
+           (count > 0 && ParseReply(std::span(buffer).first(static_cast<size_t>(count)))));
 }
 
-// False when it was the last part of the answer.
-bool UnreadBytes::Take(std::span<const std::byte> answer) {
-  while (const auto head = RecordIn<nlmsghdr>(answer)) {
+// False after the last part of the reply.
+bool UnreadBytes::ParseReply(std::span<const std::byte> reply) {
+  while (const auto head = RecordIn<nlmsghdr>(reply)) {
     if (head->nlmsg_type != SOCK_DIAG_BY_FAMILY) return false;
-    if (head->nlmsg_len < NLMSG_HDRLEN || head->nlmsg_len > answer.size()) return false;
-    TakeSocket(answer.first(head->nlmsg_len).subspan(NLMSG_HDRLEN));
-    answer = Behind(answer, head->nlmsg_len);
+    if (head->nlmsg_len < NLMSG_HDRLEN || head->nlmsg_len > reply.size()) return false;
+    ParseSocket(reply.first(head->nlmsg_len).subspan(NLMSG_HDRLEN));
+    reply = After(reply, head->nlmsg_len);
   }
   return true;
 }
 
-void UnreadBytes::TakeSocket(std::span<const std::byte> message) {
+void UnreadBytes::ParseSocket(std::span<const std::byte> message) {
   const auto about = RecordIn<unix_diag_msg>(message);
   if (!about) return;
   Socket socket;
-  std::span<const std::byte> rest = Behind(message, sizeof *about);
+  std::span<const std::byte> rest = After(message, sizeof *about);
   while (const auto attribute = RecordIn<rtattr>(rest)) {
     if (attribute->rta_len < sizeof(rtattr) || attribute->rta_len > rest.size()) break;
     const std::span<const std::byte> value = rest.first(attribute->rta_len).subspan(sizeof(rtattr));
     if (attribute->rta_type == UNIX_DIAG_PEER) socket.peer = RecordIn<uint32_t>(value).value_or(0);
     if (attribute->rta_type == UNIX_DIAG_RQLEN) socket.unread = RecordIn<uint32_t>(value);  // its first member
-    rest = Behind(rest, attribute->rta_len);
+    rest = After(rest, attribute->rta_len);
   }
   byInode_[about->udiag_ino] = socket;
 }

@@ -1,5 +1,4 @@
-// How many bytes clients have left unread in their sockets: the kernel's to know, and asked for only when somebody
-// wants to see it.
+// How many bytes clients have left unread in their sockets. The kernel is asked only when a tool wants to show it.
 #ifndef MSGSVR_UNREAD_H
 #define MSGSVR_UNREAD_H
 
@@ -11,13 +10,13 @@
 
 namespace zor::msgsvr {
 
-// All connected local sockets at one moment: to ask for each of them would make the kernel look through all, each time.
+// A snapshot of all connected local sockets: the kernel would search all of them for each single one.
 class UnreadBytes {
  public:
   UnreadBytes();
 
-  // What the other end of this connected local socket had not read; nothing when the kernel did not say, for example
-  // because that end is in another network namespace.
+  // The number of bytes that the other end of this connected local socket had not read; nothing if the kernel does not
+  // know, for example because that end is in another network namespace.
   std::optional<uint32_t> Of(int socket) const;
 
  private:
@@ -26,13 +25,13 @@ class UnreadBytes {
     std::optional<uint32_t> unread;  // bytes in this socket
   };
 
-  bool Take(std::span<const std::byte> answer);
-  void TakeSocket(std::span<const std::byte> message);
+  bool ParseReply(std::span<const std::byte> reply);
+  void ParseSocket(std::span<const std::byte> message);
 
   std::unordered_map<uint32_t, Socket> byInode_;
 };
 
-// Whether something is on the way to the other end, of any kind of socket.
+// Whether data is in flight to the other end, for any kind of socket.
 bool HasUnread(int socket);
 
 }  // namespace zor::msgsvr
