@@ -10,10 +10,10 @@
 namespace zor::notifyserver {
 namespace {
 
-// An input buffer that has grown for a long frame is given back after it.
+// An input buffer that has grown for a long frame is released after it.
 constexpr size_t kKeptInputBytes = 4096;
 
-// An unknown user is nobody, and not the one of number 0.
+// An unknown user must not be taken for user 0.
 ucred PeerOf(int socket) {
   ucred credentials = {};
   socklen_t size = sizeof credentials;
@@ -39,7 +39,7 @@ void Client::Read(std::span<std::byte> scratch) {
   const ssize_t count = ::recv(socket_.get(), scratch.data(), scratch.size(), MSG_DONTWAIT);
   if (count > 0) {
     input_.insert(input_.end(), scratch.begin(), scratch.begin() + count);
-  } else if (count == 0 || errno == ECONNRESET) {  // reset: it closed without reading everything
+  } else if (count == 0 || errno == ECONNRESET) {  // reset: the peer closed with unread data
     End();
   } else if (errno != EAGAIN && errno != EINTR) {
     End(std::strerror(errno));
@@ -92,15 +92,15 @@ void Client::End(std::string reason) {
   endedClients_.push_back(this);
 }
 
-Client::Waiting Client::waiting() const {
-  Waiting waiting = {0, output_.messages().size(), 0};
-  for (const auto &message : output_.messages()) waiting.bytes += message.bytes.size() - message.sent;
+Client::Unread Client::unread() const {
+  Unread unread = {0, output_.messages().size(), 0};
+  for (const auto &message : output_.messages()) unread.bytes += message.bytes.size() - message.sent;
   int held = 0;
-  if (::ioctl(socket_.get(), SIOCOUTQ, &held) == 0 && held > 0) waiting.socket = static_cast<size_t>(held);
-  return waiting;
+  if (::ioctl(socket_.get(), SIOCOUTQ, &held) == 0 && held > 0) unread.socket = static_cast<size_t>(held);
+  return unread;
 }
 
-// The peer reads no more. What it sent before may still lie in the socket, so it ends only when that has been read.
+// The peer no longer reads. The socket may still hold data that it sent before, so it ends only after that is read.
 void Client::BreakOutput() {
   outputBroken_ = true;
   WaitForOutput(false);

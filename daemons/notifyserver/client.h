@@ -1,7 +1,7 @@
-// A connection to the server and all that the server holds for it.
+// A connection to the server and everything that the server stores for it.
 //
-// A client ends in the middle of a turn of the loop, for instance because a message to it finds its queue full while
-// another client's frame is routed. So ending only marks it and puts it on a list; it is released after the turn.
+// A client may end in the middle of a turn of the loop, for example because its queue overflows while another client's
+// frame is routed. So ending only marks the client and adds it to a list; it is released after the turn.
 #ifndef NOTIFYSERVER_CLIENT_H
 #define NOTIFYSERVER_CLIENT_H
 
@@ -24,17 +24,17 @@ namespace zor::notifyserver {
 
 class Client;
 
-// A request on its way: who will answer it, and by what the answer is known.
+// A pending request: the client that will reply, and what identifies the reply.
 struct Request {
   uint32_t type;
   uint32_t sequence;
   uint32_t module;  // as the requester addressed it
-  const Client *answerer;
+  const Client *responder;
 };
 
 class Client {
  public:
-  // The client adds itself to ended when it has ended.
+  // The client adds itself to `ended` when it ends.
   Client(daemon::Fd socket, daemon::EventPoll &poll, std::vector<Client *> &ended, const Limits &limits);
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
@@ -42,49 +42,48 @@ class Client {
   bool Watch() { return poll_.Add(socket_.get(), EPOLLIN, this); }
 
   bool registered() const { return mid != 0; }
-  // How log lines call it.
+  // Its name in log lines.
   std::string Label() const;
-  // Who is at the other end; nobody when the system does not say.
+  // The process at the other end; user -1 if unknown.
   const ucred &peer() const { return peer_; }
 
-  // Reads what has come, at most as much as the scratch space holds. End of file ends the client.
+  // Reads at most as much as the scratch space holds. End of file ends the client.
   void Read(std::span<std::byte> scratch);
-  // What has been read and not yet consumed.
+  // The bytes read but not yet consumed.
   std::span<std::byte> input() { return std::span(input_).subspan(consumed_); }
   void Consume(size_t count) { consumed_ += count; }
-  // Forgets what has been consumed.
+  // Releases the consumed bytes.
   void CompactInput();
 
-  // Sends a message, at once as far as the socket takes it. A client that leaves too much unread is ended.
+  // Sends a message, or queues what the socket does not accept. A client that leaves too much unread is ended.
   void Deliver(std::span<const std::byte> message);
-  // Sends what is queued, as far as the socket takes it.
+  // Sends as much of the queue as the socket accepts.
   void Flush();
 
-  // Ends the client. An empty reason is an ordinary end.
+  // Ends the client. An empty reason means an ordinary disconnect.
   void End(std::string reason = "");
   bool ended() const { return ended_; }
-  // Whether a message may still reach it.
+  // Whether messages can still reach it.
   bool reachable() const { return !ended_ && !outputBroken_; }
   const std::string &reason() const { return reason_; }
-  // Messages to it that were or would be lost if it ended now.
+  // Messages to it that are lost if it ends now.
   size_t Lost() const { return lost_ + output_.messages().size(); }
 
-  // What it has not read yet.
-  struct Waiting {
+  // Messages that it has not read yet.
+  struct Unread {
     size_t bytes;     // in the queue
     size_t messages;  // in the queue
-    size_t socket;    // memory that its socket holds; 0: it has read everything that was written to it
+    size_t socket;    // memory that its socket takes up; 0: it has read everything written to it
   };
-  Waiting waiting() const;
+  Unread unread() const;
 
   uint32_t mid = 0;  // 0 until it has registered
-  time_t since = 0;  // when it did
+  time_t since = 0;  // when it registered
   std::deque<Request> requests;
-  // Messages that it sent, that it got, and of those that it sent the ones that nobody got.
   struct Counts {
-    uint64_t in = 0;
-    uint64_t out = 0;
-    uint64_t dropped = 0;
+    uint64_t in = 0;       // messages from it
+    uint64_t out = 0;      // messages to it
+    uint64_t dropped = 0;  // messages from it that no client received
   } counts;
 
  private:

@@ -23,9 +23,9 @@ std::string CountsText(const Client::Counts &counts) {
   return Member("in", counts.in) + "," + Member("out", counts.out) + "," + Member("dropped", counts.dropped);
 }
 
-std::string WaitingText(const Client::Waiting &waiting) {
-  return R"("waiting":{)" + Member("bytes", waiting.bytes) + "," + Member("messages", waiting.messages) + "," +
-         Member("socket", waiting.socket) + "}";
+std::string UnreadText(const Client::Unread &unread) {
+  return R"("waiting":{)" + Member("bytes", unread.bytes) + "," + Member("messages", unread.messages) + "," +
+         Member("socket", unread.socket) + "}";
 }
 
 std::string PendingText(const std::deque<Request> &requests) {
@@ -40,7 +40,7 @@ std::string PendingText(const std::deque<Request> &requests) {
 std::string ClientText(const Client &client) {
   return "{" + Member("module", client.mid) + "," + Member("pid", static_cast<uint64_t>(client.peer().pid)) + "," +
          Member("uid", client.peer().uid) + "," + Member("since", static_cast<uint64_t>(client.since)) + "," +
-         CountsText(client.counts) + "," + WaitingText(client.waiting()) + "," + PendingText(client.requests) + "}";
+         CountsText(client.counts) + "," + UnreadText(client.unread()) + "," + PendingText(client.requests) + "}";
 }
 
 }  // namespace
@@ -50,7 +50,7 @@ bool Control::IsRequest(const Frame &frame) {
          frame.head.msg_type >= ZOR_NOTIFY_CONTROL_FIRST && frame.head.msg_type <= ZOR_NOTIFY_CONTROL_LAST;
 }
 
-void Control::Answer(Client &from, const Frame &request) const {
+void Control::Reply(Client &from, const Frame &request) const {
   uint32_t result = ZOR_CONTROL_OK;
   std::string text;
   if (!MayAsk(from)) {
@@ -65,7 +65,7 @@ void Control::Answer(Client &from, const Frame &request) const {
     result = ZOR_CONTROL_FAILED;
     text.clear();
   }
-  ZOR_NOTIFY_MSG head = AnswerHead(request.head.msg_type, request.head.seq, ZOR_NOTIFY_MID_SERVER, from.mid);
+  ZOR_NOTIFY_MSG head = ReplyHead(request.head.msg_type, request.head.seq, ZOR_NOTIFY_MID_SERVER, from.mid);
   head.data_len = static_cast<uint32_t>(sizeof result + text.size());
   std::vector<std::byte> bytes(sizeof head + head.data_len);
   std::memcpy(bytes.data(), &head, sizeof head);

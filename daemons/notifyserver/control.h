@@ -1,4 +1,4 @@
-// The server's own requests (zor/notify_control_wire.h), by which operators look into it.
+// Control requests (zor/notify_control_wire.h): operators' tools inspect the server.
 #ifndef NOTIFYSERVER_CONTROL_H
 #define NOTIFYSERVER_CONTROL_H
 
@@ -15,17 +15,17 @@
 
 namespace zor::notifyserver {
 
-// The registered clients by module id, each module's in the order of their registration. 0 and the server's own id stay
-// empty.
+// The registered clients by module id, in the order of their registration. Id 0 and the server's own id stay empty.
 using Modules = std::array<std::vector<Client *>, ZOR_NOTIFY_MID_LAST + 1>;
 
 class Control {
  public:
-  // The modules are looked at when somebody asks.
+  // The modules are read when a request arrives.
   Control(const Limits &limits, const Modules &modules) : limits_(limits), modules_(modules) {}
 
   static bool IsRequest(const Frame &frame);
-  void Answer(Client &from, const Frame &request) const;
+  // Carries out a control request and sends the reply.
+  void Reply(Client &from, const Frame &request) const;
 
  private:
   std::string List() const;

@@ -8,13 +8,13 @@ namespace {
 
 static_assert(sizeof(ZOR_NOTIFY_MSG) == ZOR_NOTIFY_HEAD_SIZE);
 
-// What is wrong with a header, or null.
+// Why a header is malformed; null if it is valid.
 const char *FaultOf(const ZOR_NOTIFY_MSG &head, size_t maxDataBytes) {
   if (head.data_len > maxDataBytes) return "its frame is oversized";
   const bool asynchronous = head.sync_tag == 0;
-  const bool answer = head.ack_tag == ZOR_NOTIFY_ACK_ANSWER;
-  if (head.sync_tag > 1 || (!answer && head.ack_tag != ZOR_NOTIFY_ACK_REQUEST) || (asynchronous && answer)) {
-    return "its frame is neither a notification nor a request nor an answer";
+  const bool reply = head.ack_tag == ZOR_NOTIFY_ACK_ANSWER;
+  if (head.sync_tag > 1 || (!reply && head.ack_tag != ZOR_NOTIFY_ACK_REQUEST) || (asynchronous && reply)) {
+    return "its frame is not a notification, request or reply";
   }
   if (asynchronous && uint64_t{head.sub_data_len1} + head.sub_data_len2 > head.data_len) {
     return "its frame has parts longer than its data";
@@ -26,7 +26,7 @@ const char *FaultOf(const ZOR_NOTIFY_MSG &head, size_t maxDataBytes) {
 
 Frame::Kind Frame::kind() const {
   if (head.sync_tag == 0) return Kind::kNotification;
-  return head.ack_tag == ZOR_NOTIFY_ACK_REQUEST ? Kind::kRequest : Kind::kAnswer;
+  return head.ack_tag == ZOR_NOTIFY_ACK_REQUEST ? Kind::kRequest : Kind::kReply;
 }
 
 uint32_t Frame::FirstValue() const {
@@ -52,7 +52,7 @@ Parsed ParseFrame(std::span<std::byte> bytes, size_t maxDataBytes) {
   return parsed;
 }
 
-ZOR_NOTIFY_MSG AnswerHead(uint32_t type, uint32_t sequence, uint32_t source, uint32_t destination) {
+ZOR_NOTIFY_MSG ReplyHead(uint32_t type, uint32_t sequence, uint32_t source, uint32_t destination) {
   ZOR_NOTIFY_MSG head = {};
   head.msg_type = type;
   head.seq = sequence;
@@ -63,9 +63,9 @@ ZOR_NOTIFY_MSG AnswerHead(uint32_t type, uint32_t sequence, uint32_t source, uin
   return head;
 }
 
-std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE> BuildEmptyAnswer(uint32_t type, uint32_t sequence, uint32_t source,
-                                                             uint32_t destination) {
-  return std::bit_cast<std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE>>(AnswerHead(type, sequence, source, destination));
+std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE> BuildEmptyReply(uint32_t type, uint32_t sequence, uint32_t source,
+                                                            uint32_t destination) {
+  return std::bit_cast<std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE>>(ReplyHead(type, sequence, source, destination));
 }
 
 }  // namespace zor::notifyserver

@@ -1,5 +1,5 @@
-// Frames: a header and its data, as they stand in the receive buffer. Every frame that leaves ParseFrame is whole, its
-// data within the limit, its tags and part lengths in order.
+// Parses and builds frames. A frame is a header and its data, in place in the receive buffer. Every frame that
+// ParseFrame returns is complete, its data within the limit, its tags and part lengths valid.
 #ifndef NOTIFYSERVER_FRAME_H
 #define NOTIFYSERVER_FRAME_H
 
@@ -13,15 +13,15 @@
 namespace zor::notifyserver {
 
 struct Frame {
-  enum class Kind { kNotification, kRequest, kAnswer };
+  enum class Kind { kNotification, kRequest, kReply };
 
   ZOR_NOTIFY_MSG head;
   std::span<std::byte> bytes;  // header and data
 
   Kind kind() const;
-  // The 32-bit word that the data begins with; it must be there.
+  // The first 32-bit word of the data, which must have one.
   uint32_t FirstValue() const;
-  // Writes the id of the sender into the frame: what a client says about itself is never passed on.
+  // Writes the sender's id into the frame: the id that a client claims is never passed on.
   void SetSource(uint32_t mid);
 };
 
@@ -35,12 +35,12 @@ struct Parsed {
 // The frame at the start of the bytes.
 Parsed ParseFrame(std::span<std::byte> bytes, size_t maxDataBytes);
 
-// The header of the answer to a request of the given type and number.
-ZOR_NOTIFY_MSG AnswerHead(uint32_t type, uint32_t sequence, uint32_t source, uint32_t destination);
+// The header of the reply to a request of the given type and number.
+ZOR_NOTIFY_MSG ReplyHead(uint32_t type, uint32_t sequence, uint32_t source, uint32_t destination);
 
-// The answer without data.
-std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE> BuildEmptyAnswer(uint32_t type, uint32_t sequence, uint32_t source,
-                                                             uint32_t destination);
+// The reply without data.
+std::array<std::byte, ZOR_NOTIFY_HEAD_SIZE> BuildEmptyReply(uint32_t type, uint32_t sequence, uint32_t source,
+                                                            uint32_t destination);
 
 }  // namespace zor::notifyserver
 

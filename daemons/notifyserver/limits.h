@@ -1,4 +1,4 @@
-// What one client may make the server hold.
+// Bounds on the memory that clients take up in the server.
 #ifndef NOTIFYSERVER_LIMITS_H
 #define NOTIFYSERVER_LIMITS_H
 
@@ -9,7 +9,7 @@ namespace zor::notifyserver {
 struct Limits {
   size_t maxClients;
   size_t maxDataBytes;  // of one notification
-  size_t queueBytes;    // of output that a client has not read
+  size_t queueBytes;    // of unread output of one client
 };
 
 }  // namespace zor::notifyserver

@@ -17,11 +17,10 @@ constexpr zor::daemon::Program kProgram = {
     "notifyserver",
     "Routes notifications between modules, by module id, at " ZOR_PATH_NOTIFY_SERVER ".",
     "/etc/zor/notifyserver.conf",
-    "  max_clients = 128         connections at one time\n"
-    "  max_data_bytes = 8388608  data of one notification; a client that sends more is cut off\n"
-    "  queue_bytes = 9437184     output that one client may leave unread before it is cut off; more than\n"
-    "                            max_data_bytes\n",
-    "also report who comes and goes, and notifications and answers without a destination",
+    "  max_clients = 128         maximum number of connections\n"
+    "  max_data_bytes = 8388608  maximum size of a notification's data; a client that sends more is cut off\n"
+    "  queue_bytes = 9437184     unread output after which a client is cut off; must exceed max_data_bytes\n",
+    "log clients that register and leave, and notifications and replies without a destination",
 };
 
 Limits ReadLimits(zor::daemon::Settings &settings) {

@@ -17,16 +17,16 @@ bool IsRegistration(const Frame &frame) {
          frame.head.msg_type == ZOR_NOTIFY_TYPE_REGISTER && frame.head.data_len >= sizeof(uint32_t);
 }
 
-void AnswerEmpty(Client &requester, const Request &request) {
-  requester.Deliver(BuildEmptyAnswer(request.type, request.sequence, request.module, requester.mid));
+void SendEmptyReply(Client &requester, const Request &request) {
+  requester.Deliver(BuildEmptyReply(request.type, request.sequence, request.module, requester.mid));
 }
 
-// Answers and forgets the requests of one client that satisfy the predicate.
+// Sends empty replies to the requests of one client that satisfy the predicate, and removes them.
 template <class Predicate>
-void AnswerEmptyIf(Client &requester, Predicate &&matches) {
+void SendEmptyReplies(Client &requester, Predicate &&matches) {
   std::erase_if(requester.requests, [&](const Request &request) {
     if (!matches(request)) return false;
-    AnswerEmpty(requester, request);
+    SendEmptyReply(requester, request);
     return true;
   });
 }
@@ -39,11 +39,11 @@ void Router::Route(Client &from, Frame &frame) {
     return;
   }
   if (Control::IsRequest(frame)) {
-    control_.Answer(from, frame);
+    control_.Reply(from, frame);
     return;
   }
   if (!from.registered()) {
-    from.End("its first frame is not a registration");
+    from.End("its first frame was not a registration");
     return;
   }
   frame.SetSource(from.mid);
@@ -55,8 +55,8 @@ void Router::Route(Client &from, Frame &frame) {
     case Frame::Kind::kRequest:
       RouteRequest(from, frame);
       break;
-    case Frame::Kind::kAnswer:
-      RouteAnswer(from, frame);
+    case Frame::Kind::kReply:
+      RouteReply(from, frame);
       break;
   }
 }
@@ -64,10 +64,10 @@ void Router::Route(Client &from, Frame &frame) {
 void Router::Remove(const Client &client) {
   if (!client.registered()) return;
   std::erase(modules_[client.mid], &client);
-  if (verbose_) log_.Print("%s has gone", client.Label().c_str());
+  if (verbose_) log_.Print("%s disconnected", client.Label().c_str());
   for (const auto &clients : modules_) {
     for (Client *requester : clients) {
-      AnswerEmptyIf(*requester, [&](const Request &request) { return request.answerer == &client; });
+      SendEmptyReplies(*requester, [&](const Request &request) { return request.responder == &client; });
     }
   }
 }
@@ -75,14 +75,14 @@ void Router::Remove(const Client &client) {
 void Router::Register(Client &client, const Frame &frame) {
   const uint32_t mid = frame.FirstValue();
   if (client.registered()) {
-    if (client.mid != mid) client.End("it registers under a second id");
+    if (client.mid != mid) client.End("it registered a second id");
   } else if (!MayRegister(mid)) {
-    client.End("it registers under an id that no module has");
+    client.End("it registered an invalid id");
   } else {
     client.mid = mid;
     client.since = std::time(nullptr);
     modules_[mid].push_back(&client);
-    if (verbose_) log_.Print("%s has registered", client.Label().c_str());
+    if (verbose_) log_.Print("%s registered", client.Label().c_str());
   }
 }
 
@@ -93,34 +93,34 @@ void Router::RouteNotification(Client &from, const Frame &frame) {
   }
   ++from.counts.dropped;
   if (verbose_) {
-    log_.Print("notification 0x%x from module %u lost: there is no module %u", frame.head.msg_type,
-               frame.head.source_id, frame.head.des_id);
+    log_.Print("notification 0x%x from module %u dropped: no module %u", frame.head.msg_type, frame.head.source_id,
+               frame.head.des_id);
   }
 }
 
 void Router::RouteRequest(Client &from, const Frame &frame) {
-  Client *answerer = Oldest(frame.head.des_id);
-  const Request request = {frame.head.msg_type, frame.head.seq, frame.head.des_id, answerer};
-  // The requester would take its own request, sent back to it, for the answer.
-  if (answerer == nullptr || answerer == &from) {
+  Client *responder = Oldest(frame.head.des_id);
+  const Request request = {frame.head.msg_type, frame.head.seq, frame.head.des_id, responder};
+  // The requester would accept its own request, sent back to it, as the reply.
+  if (responder == nullptr || responder == &from) {
     ++from.counts.dropped;
-    AnswerEmpty(from, request);
+    SendEmptyReply(from, request);
     return;
   }
-  // It has given up the oldest ones, or it asks without waiting; new ones are the ones that count.
+  // The requester has given up its oldest requests, or never waits for replies; new requests matter more.
   if (from.requests.size() == limits::notifyserver::kRequests) {
     const Request oldest = from.requests.front();
     from.requests.pop_front();
-    AnswerEmpty(from, oldest);
+    SendEmptyReply(from, oldest);
   }
   from.requests.push_back(request);
-  answerer->Deliver(frame.bytes);
+  responder->Deliver(frame.bytes);
 }
 
-void Router::RouteAnswer(Client &from, const Frame &frame) {
+void Router::RouteReply(Client &from, const Frame &frame) {
   for (Client *requester : ClientsOf(frame.head.des_id)) {
     const auto request = std::find_if(requester->requests.begin(), requester->requests.end(), [&](const Request &r) {
-      return r.answerer == &from && r.type == frame.head.msg_type && r.sequence == frame.head.seq;
+      return r.responder == &from && r.type == frame.head.msg_type && r.sequence == frame.head.seq;
     });
     if (request == requester->requests.end()) continue;
     requester->requests.erase(request);
@@ -129,7 +129,7 @@ void Router::RouteAnswer(Client &from, const Frame &frame) {
   }
   ++from.counts.dropped;
   if (!verbose_) return;
-  log_.Print("answer 0x%x from module %u dropped: module %u does not wait for it", frame.head.msg_type,
+  log_.Print("reply 0x%x from module %u dropped: module %u has no such request", frame.head.msg_type,
              frame.head.source_id, frame.head.des_id);
 }
 

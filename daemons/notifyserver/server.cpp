@@ -13,7 +13,8 @@
 namespace zor::notifyserver {
 namespace {
 
-// Every module makes a socket of its own beside the server's, whoever it runs as; as in /tmp, only its own.
+// Every module creates a socket beside the server's, whatever user it runs as; as in /tmp, users can remove only their
+// own.
 constexpr mode_t kDirectoryMode = 01777;
 constexpr mode_t kSocketMode = 0666;
 
@@ -69,12 +70,12 @@ void Server::Accept() {
   daemon::Fd socket(::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!socket.valid()) {
     if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
-    log_.PrintErrno("cannot take a connection");
+    log_.PrintErrno("cannot accept a connection");
     PauseListening(true);
     return;
   }
   if (clients_.size() >= limits_.maxClients) {
-    log_.Print("a connection refused: there are %zu clients already", clients_.size());
+    log_.Print("connection refused: %zu clients are connected", clients_.size());
     return;
   }
   auto client = std::make_unique<Client>(std::move(socket), poll_, ended_, limits_);
@@ -85,7 +86,7 @@ void Server::Accept() {
   clients_.emplace(client.get(), std::move(client));
 }
 
-// Out of descriptors the listening socket stays readable, and the loop would spin on it.
+// Without free descriptors the listening socket stays readable, and the loop would spin on it.
 void Server::PauseListening(bool on) {
   if (poll_.Change(listener_.fd(), on ? 0u : uint32_t{EPOLLIN}, &listener_)) listeningPaused_ = on;
 }
@@ -98,7 +99,7 @@ void Server::Serve(Client &client, uint32_t events) {
 void Server::ReadFrames(Client &client) {
   client.Read(scratch_);
   while (!client.ended()) {
-    // A client that has not registered has nothing longer to say than its registration.
+    // Before it registers, a client may send nothing longer than a registration.
     const size_t limit = client.registered() ? limits_.maxDataBytes : limits::notifyserver::kRegistration;
     Parsed parsed = ParseFrame(client.input(), limit);
     if (parsed.state == Parsed::State::kPartial) break;
@@ -112,7 +113,7 @@ void Server::ReadFrames(Client &client) {
   client.CompactInput();
 }
 
-// Answering the requests that one client leaves open may end another, which then joins the list.
+// Sending the empty replies that are due when one client ends may end another, which then joins the list.
 void Server::ReleaseEnded() {
   for (size_t index = 0; index < ended_.size(); ++index) {
     router_.Remove(*ended_[index]);

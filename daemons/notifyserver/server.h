@@ -1,5 +1,5 @@
-// The loop of the server: one thread that takes connections, reads frames and writes what sockets did not take at once.
-// Everything is non-blocking; one turn reads at most one buffer from each client, so that no client starves another.
+// The event loop: accepts connections, reads frames and flushes output queues. Everything is non-blocking; one turn
+// reads at most one buffer from each client, so that no client starves another.
 #ifndef NOTIFYSERVER_SERVER_H
 #define NOTIFYSERVER_SERVER_H
 
@@ -25,7 +25,7 @@ class Server {
   Server(const Limits &limits, daemon::ProblemLog &log, bool verbose)
       : limits_(limits), log_(log), router_(limits, log, verbose) {}
 
-  // Listens at the fixed path. Prints what went wrong.
+  // Listens on the fixed path. Logs failures.
   daemon::ExitCode Open();
   // Serves until a stop signal arrives.
   void Run();

@@ -49,8 +49,8 @@ TEST_F(NotifyServerRobustness, MalformedFrameEndsItsSenderAlone) {
     const char *reason;
   } faults[] = {
       {WithLengths(0x800001, 0, 0), "oversized"}, {WithLengths(2, 0xffffffff, 3), "parts longer than its data"},
-      {WithTags(2, 1), "neither a notification"}, {WithTags(0, 2), "neither a notification"},
-      {WithTags(1, 0), "neither a notification"}, {MakeRegistration(9), "second id"},
+      {WithTags(2, 1), "not a notification"}, {WithTags(0, 2), "not a notification"},
+      {WithTags(1, 0), "not a notification"}, {MakeRegistration(9), "second id"},
   };
   for (const auto &fault : faults) {
     const BusPeer client = Register(kWeb);
