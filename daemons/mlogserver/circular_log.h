@@ -1,4 +1,4 @@
-// The circular file that the log lines end up in, written through the library's mlog_file_ functions.
+// The circular file that stores the log lines, written through the library's mlog_file_ functions.
 #ifndef MLOGSERVER_CIRCULAR_LOG_H
 #define MLOGSERVER_CIRCULAR_LOG_H
 
@@ -12,15 +12,14 @@ namespace zor::mlogserver {
 
 class CircularLog {
  public:
-  // Opens the file, ready to open as it stands, or makes it; its directory must exist. False when that fails.
+  // Opens or creates the file at a real path; its directory must exist. False on failure.
   bool Open(const std::string &path);
 
-  // Writes one line and, when it lacks one, its newline: lines that their sender had to cut come without. False when
-  // the line is lost.
+  // Writes one line, and its newline if it has none: truncated lines arrive without one. False if the line is lost.
   bool Append(std::string_view line);
-  // Makes what was written visible to readers. False, with errno, when the system refuses it.
+  // Makes the written lines visible to readers. False, with errno, on failure.
   bool Flush();
-  // The same, and returns only when it lies on the medium.
+  // The same, and waits until the lines are on the medium.
   bool Save();
 
  private:

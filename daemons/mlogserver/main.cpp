@@ -1,3 +1,4 @@
+// mlogserver: the logging daemon.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -31,18 +32,18 @@ constexpr daemon::Program kProgram = {
     "Keeps the log lines and statistics of the system's daemons.",
     "/etc/zor/mlogserver.conf",
     "  log_file = /online/log/mlog.log  the circular file, 2 MiB at most\n"
-    "  max_statistics = 256             how many statistics are kept\n",
-    "keep the progress lines of the log file on standard output",
+    "  max_statistics = 256             maximum number of statistics\n",
+    "print the progress lines of the log file on standard output",
 };
 
-// Every daemon makes and removes a socket of its own there, whoever it runs as; as in /tmp, only its own.
+// Every daemon creates a socket there, whatever user it runs as; as in /tmp, users can remove only their own.
 constexpr mode_t kClientDirectoryMode = 01777;
 constexpr mode_t kSocketMode = 0666;
-// Log lines are not for everybody to read.
+// Not every user may read the log.
 constexpr mode_t kUmask = 0027;
 
-// While it lives, what the process prints on standard output goes nowhere: the library reports every write to the
-// circular file there, which an operator wants to see only when he asks for it.
+// Discards standard output for the object's lifetime: the library reports every write to the circular file there, which
+// operators want to see only on request.
 class MutedOutput {
  public:
   explicit MutedOutput(bool muted) {
@@ -93,11 +94,11 @@ int Main(int count, char **arguments) {
   ::umask(kUmask);
   daemon::StopSignal stop;
   if (!stop.valid()) {
-    problems.PrintErrno("no descriptor for signals");
+    problems.PrintErrno("cannot wait for signals");
     return daemon::kExitFailure;
   }
   if (!daemon::MakeDirectory(ZOR_PATH_MLOG_DIR, kClientDirectoryMode)) {
-    problems.PrintErrno(ZOR_PATH_MLOG_DIR);
+    problems.PrintErrno("%s", ZOR_PATH_MLOG_DIR);
     return daemon::kExitFailure;
   }
   daemon::LocalSocket socket;

@@ -25,7 +25,7 @@ const sockaddr *Generic(const sockaddr_un *address) {
   return reinterpret_cast<const sockaddr *>(address);
 }
 
-// The path of a sender; empty when it has none in the file system.
+// The path of a sender; empty if its address is not a path.
 std::string PathOf(const sockaddr_un &address, socklen_t length) {
   constexpr size_t kBefore = offsetof(sockaddr_un, sun_path);
   if (length <= kBefore) return {};
@@ -33,7 +33,7 @@ std::string PathOf(const sockaddr_un &address, socklen_t length) {
   return {address.sun_path, ::strnlen(address.sun_path, room)};
 }
 
-// The text of a field; none when it is empty or not terminated.
+// The text of a field; nothing if it is unterminated, or empty and may not be.
 std::optional<std::string> TextOf(const char (&field)[ZOR_MLOG_STAT_TEXT_SIZE], bool mayBeEmpty) {
   const size_t length = ::strnlen(field, sizeof field);
   if (length == sizeof field || (length == 0 && !mayBeEmpty)) return std::nullopt;
@@ -89,7 +89,7 @@ void Server::TakeBatch() {
     ++taken;
     Handle(datagram);
   }
-  if (taken > 0 && !log_.Flush()) problems_.PrintErrno("the log file cannot be written");
+  if (taken > 0 && !log_.Flush()) problems_.PrintErrno("cannot write the log file");
 }
 
 void Server::Handle(const Datagram &datagram) {
@@ -123,7 +123,7 @@ void Server::Handle(const Datagram &datagram) {
 bool Server::HandleLine(const Datagram &datagram) {
   const std::string_view line(datagram.msg.data, ::strnlen(datagram.msg.data, datagram.msg.length));
   if (line.empty()) return false;
-  if (!log_.Append(line)) problems_.Print("a line is lost, the log file cannot be written");
+  if (!log_.Append(line)) problems_.Print("line dropped: cannot write the log file");
   return true;
 }
 
@@ -134,7 +134,7 @@ bool Server::HandleSetStat(const Datagram &datagram) {
   const std::optional<std::string> value = TextOf(stat->value, true);
   if (!name || !value) return false;
   if (!stats_.Set(*name, *value)) {
-    problems_.Print("too many statistics, \"%s\" from \"%s\" is not kept", name->c_str(),
+    problems_.Print("too many statistics: \"%s\" from \"%s\" refused", name->c_str(),
                     PathOf(datagram.sender, datagram.senderLength).c_str());
   }
   return true;
@@ -148,47 +148,47 @@ bool Server::HandleGetStat(const Datagram &datagram) {
   ZOR_MLOG_STAT stat = {};
   name->copy(stat.name, sizeof stat.name - 1);
   stats_.Get(*name).copy(stat.value, sizeof stat.value - 1);
-  ZOR_MLOG_MSG answer = {ZOR_MLOG_GET_STAT, sizeof stat, {}};
-  std::memcpy(answer.data, &stat, sizeof stat);
-  Answer(datagram, answer);
+  ZOR_MLOG_MSG reply = {ZOR_MLOG_GET_STAT, sizeof stat, {}};
+  std::memcpy(reply.data, &stat, sizeof stat);
+  Reply(datagram, reply);
   return true;
 }
 
 bool Server::HandlePowerOff(const Datagram &datagram) {
   if (datagram.msg.length != 0) return false;
-  // Answered even when the medium fails: power goes off all the same, and waiting would only delay it.
+  // The reply is sent even if saving fails: power goes off all the same, and waiting would only delay it.
   Save();
-  Answer(datagram, {ZOR_MLOG_POWER_OFF, 0, {}});
+  Reply(datagram, {ZOR_MLOG_POWER_OFF, 0, {}});
   return true;
 }
 
-ssize_t Server::SendTo(int socket, const Datagram &request, const ZOR_MLOG_MSG &answer) {
-  return ::sendto(socket, &answer, ZOR_MLOG_HEAD_SIZE + answer.length, MSG_DONTWAIT | MSG_NOSIGNAL,
+ssize_t Server::SendTo(int socket, const Datagram &request, const ZOR_MLOG_MSG &reply) {
+  return ::sendto(socket, &reply, ZOR_MLOG_HEAD_SIZE + reply.length, MSG_DONTWAIT | MSG_NOSIGNAL,
                   Generic(&request.sender), request.senderLength);
 }
 
-void Server::Answer(const Datagram &request, const ZOR_MLOG_MSG &answer) {
+void Server::Reply(const Datagram &request, const ZOR_MLOG_MSG &reply) {
   const std::string path = PathOf(request.sender, request.senderLength);
   const bool isClient = path.starts_with(clientDirectory_) && path.size() > clientDirectory_.size() &&
                         path.find('/', clientDirectory_.size()) == std::string::npos;
   if (!isClient) {
-    problems_.Print("no answer to \"%s\", which is outside " ZOR_PATH_MLOG_DIR, path.c_str());
+    problems_.Print("no reply to \"%s\": it is outside " ZOR_PATH_MLOG_DIR, path.c_str());
     return;
   }
-  ssize_t sent = SendTo(socket_, request, answer);
-  // Answers that some client leaves unread use up the room of the socket that sent them, for all clients alike; a
-  // socket for this one answer has room of its own.
+  ssize_t sent = SendTo(socket_, request, reply);
+  // Replies that a client leaves unread use up the send buffer of this socket, for all clients alike; a socket for this
+  // one reply has a buffer of its own.
   if (sent < 0 && errno == EAGAIN) {
     const daemon::Fd own(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sent = SendTo(own.get(), request, answer);
+    sent = SendTo(own.get(), request, reply);
   }
-  // A client that has gone meanwhile has given up waiting, which is its right.
+  // A client that disconnected meanwhile has given up waiting, which is normal.
   const bool isGone = sent < 0 && (errno == ECONNREFUSED || errno == ENOENT);
-  if (sent < 0 && !isGone) problems_.PrintErrno("an answer to \"%s\" is given up", path.c_str());
+  if (sent < 0 && !isGone) problems_.PrintErrno("reply to \"%s\" dropped", path.c_str());
 }
 
 void Server::Save() {
-  if (!log_.Save()) problems_.PrintErrno("the log file cannot be saved");
+  if (!log_.Save()) problems_.PrintErrno("cannot save the log file");
 }
 
 }  // namespace zor::mlogserver

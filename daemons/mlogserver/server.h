@@ -1,12 +1,12 @@
-// The logging daemon: takes datagrams from a local socket, one at a time, until it is told to stop.
+// The logging daemon: receives datagrams on a local socket, one at a time, until it is stopped.
 //
-// What it promises to a system in which any process may send to it:
-// - A datagram counts only when its size agrees with its own length field and with what its type carries.
-// - Memory is bounded: one datagram at a time, and a table of statistics with a largest size.
-// - It never waits for a client. An answer that the client's queue does not take at once is given up; the client, which
-//   waits for it 2 seconds at most, may ask again. Clients that read nothing keep no other from its answer.
-// - Answers go only to sockets directly in the directory of the log's clients, whatever address a sender shows.
-// - Lines are visible to readers of the file as soon as no more datagrams wait, and after 256 of them at the latest.
+// Any process may send to it, so it guarantees:
+// - A datagram is handled only if its size matches its length field and its type.
+// - Memory is bounded: one datagram at a time, and a table of statistics with a maximum size.
+// - It never blocks on a client. A reply that does not fit the client's queue is dropped; the client waits at most 2
+//   seconds for it and may ask again. Clients that do not read their replies do not delay those of others.
+// - Replies go only to sockets directly in the directory of the log's clients, whatever address a sender shows.
+// - Lines are visible to readers of the file once no more datagrams are pending, and after 256 of them at the latest.
 #ifndef MLOGSERVER_SERVER_H
 #define MLOGSERVER_SERVER_H
 
@@ -27,11 +27,11 @@ namespace zor::mlogserver {
 
 class Server {
  public:
-  // The socket is bound and non-blocking; all that is handed over must outlive the server.
+  // The socket is bound and non-blocking; all arguments must outlive the server.
   Server(int socket, CircularLog &log, StatTable &stats, daemon::ProblemLog &problems);
 
-  // Serves until a signal arrives, then takes what is queued already and saves the file. kExitOk, or kExitFailure when
-  // the system does not let it wait.
+  // Serves until a signal arrives, then handles the pending datagrams and saves the file. Returns kExitOk, or
+  // kExitFailure if it cannot wait for datagrams.
   daemon::ExitCode Run(daemon::StopSignal &stop);
 
  private:
@@ -50,8 +50,8 @@ class Server {
   bool HandleSetStat(const Datagram &datagram);
   bool HandleGetStat(const Datagram &datagram);
   bool HandlePowerOff(const Datagram &datagram);
-  static ssize_t SendTo(int socket, const Datagram &request, const ZOR_MLOG_MSG &answer);
-  void Answer(const Datagram &request, const ZOR_MLOG_MSG &answer);
+  static ssize_t SendTo(int socket, const Datagram &request, const ZOR_MLOG_MSG &reply);
+  void Reply(const Datagram &request, const ZOR_MLOG_MSG &reply);
   void Save();
 
   int socket_;

@@ -1,4 +1,4 @@
-// The statistics that daemons leave with the server: texts by name, for as long as the server runs.
+// The statistics that daemons report: texts by name, kept in memory only.
 #ifndef MLOGSERVER_STAT_TABLE_H
 #define MLOGSERVER_STAT_TABLE_H
 
@@ -12,10 +12,10 @@ class StatTable {
  public:
   explicit StatTable(size_t maxCount) : maxCount_(maxCount) {}
 
-  // Sets a value. False when the name is a new one and the table is full: what is known stays, because a daemon that
-  // invents names must not push out those of others.
+  // Sets a value. False if the name is new and the table is full: a daemon that invents names must not push out those
+  // of others.
   bool Set(const std::string &name, const std::string &value);
-  // The value of a name; empty when there is none.
+  // The value of a name; empty if there is none.
   std::string Get(const std::string &name) const;
 
  private:

@@ -111,7 +111,7 @@ TEST_F(MlogServer, ReportsMalformedDatagramsAndDoesNotWaitForAClientThatReadsNoA
   const ZOR_MLOG_MSG msg = {ZOR_MLOG_GET_STAT, sizeof(ZOR_MLOG_STAT), "name"};
   for (int i = 0; i < 2000; ++i) ASSERT_EQ(mlog_send_msg(client.fd(), &msg, ZOR_MLOG_SERVER_NAME), 0);
   EXPECT_TRUE(WaitUntil([&] { return IsAlive(); })) << "unread answers must not use up the room of others";
-  EXPECT_THAT(errors_.Text(), HasSubstr("/var/mlog/hostile\" is given up"));
+  EXPECT_THAT(errors_.Text(), HasSubstr("/var/mlog/hostile\" dropped"));
 }
 
 TEST_F(MlogServer, LeavesALivingServersSocketAloneAndTakesOverThatOfADeadOne) {
