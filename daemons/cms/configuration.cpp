@@ -14,8 +14,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A path that somebody names: a whole one, that leads where it says. Empty when it is none.
-std::string OpenedPath(const std::string &path) {
+// The real path for a path in a request, which must be absolute and without "..". Empty if it is invalid.
+std::string RequestedPath(const std::string &path) {
   const fs::path parts(path);
   const bool climbs = std::find(parts.begin(), parts.end(), "..") != parts.end();
   return path.starts_with('/') && !climbs ? daemon::FixedPath(path) : std::string();
@@ -25,7 +25,7 @@ uint32_t Write(const std::string &path, uint32_t parts) {
   return path.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_WriteFile(path.c_str(), parts);
 }
 
-// Copies a store file; only another one makes way for it.
+// Copies a store file; only another store file may be replaced by it.
 uint32_t Copy(const std::string &from, const std::string &to) {
   if (const uint32_t status = ZOR_STORE_CheckFile(from.c_str()); status != ZOR_STORE_OK) return status;
   const uint32_t existing = ZOR_STORE_CheckFile(to.c_str());
@@ -33,7 +33,7 @@ uint32_t Copy(const std::string &from, const std::string &to) {
   const std::string building = to + ".new";
   std::error_code error;
   fs::remove(building, error);
-  // Never over what lies there: it could be somebody's link to a file that only this daemon may write.
+  // Never write over an existing file: it could be a link to a file that only this daemon may write.
   if (!error) fs::copy_file(from, building, error);
   if (!error) fs::rename(building, to, error);
   return error ? ZOR_STORE_E_IO : ZOR_STORE_OK;
@@ -71,40 +71,40 @@ uint32_t Configuration::RestoreSaved(uint32_t user) const {
 }
 
 uint32_t Configuration::Export(const std::string &path) const {
-  return Write(OpenedPath(path), ZOR_STORE_CONFIGURATION);
+  return Write(RequestedPath(path), ZOR_STORE_CONFIGURATION);
 }
 
 uint32_t Configuration::ExportSaved(uint32_t user, const std::string &path) const {
-  const std::string target = OpenedPath(path);
+  const std::string target = RequestedPath(path);
   return target.empty() ? ZOR_STORE_E_ARGUMENT : Copy(PathOf("config_", user), target);
 }
 
 uint32_t Configuration::Import(const std::string &path) const {
-  return Read(OpenedPath(path), ZOR_STORE_CONFIGURATION);
+  return Read(RequestedPath(path), ZOR_STORE_CONFIGURATION);
 }
 
 uint32_t Configuration::Check(const std::string &path) const {
-  const std::string opened = OpenedPath(path);
-  return opened.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_CheckFile(opened.c_str());
+  const std::string file = RequestedPath(path);
+  return file.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_CheckFile(file.c_str());
 }
 
 uint32_t Configuration::Clean() const {
   const uint32_t status = ZOR_STORE_Clear(ZOR_STORE_CONFIGURATION);
-  return status == ZOR_STORE_OK ? Forget({"config_", "app_"}) : status;
+  return status == ZOR_STORE_OK ? DeleteSaved({"config_", "app_"}) : status;
 }
 
 uint32_t Configuration::DeleteAppData() const {
   const uint32_t status = ZOR_STORE_Clear(ZOR_STORE_APPDATA);
-  return status == ZOR_STORE_OK ? Forget({"appdata", "app_"}) : status;
+  return status == ZOR_STORE_OK ? DeleteSaved({"appdata", "app_"}) : status;
 }
 
-uint32_t Configuration::Forget(std::initializer_list<std::string_view> kinds) const {
+uint32_t Configuration::DeleteSaved(std::initializer_list<std::string_view> kinds) const {
   std::error_code error;
   for (const auto &entry : fs::directory_iterator(daemon::FixedPath(directory_), error)) {
     const std::string name = entry.path().filename().string();
-    const bool meant =
+    const bool matches =
         std::any_of(kinds.begin(), kinds.end(), [&](std::string_view kind) { return name.starts_with(kind); });
-    if (meant && !fs::remove(entry.path(), error) && error) break;
+    if (matches && !fs::remove(entry.path(), error) && error) break;
   }
   return error ? ZOR_STORE_E_IO : ZOR_STORE_OK;
 }

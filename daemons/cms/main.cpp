@@ -1,4 +1,4 @@
-// The configuration daemon: it keeps what others ask to be saved, and is the only one that writes the device list.
+// cms: the configuration daemon. It saves and restores the configuration, and is the only writer of the device list.
 #include <zor/kiva.h>
 
 #include <string>
@@ -17,15 +17,15 @@ namespace {
 
 constexpr char kDefaultDirectory[] = "/var/cfg";
 constexpr char kDefaultFactoryFile[] = "/etc/zor/factory.db";
-// Saved configurations hold pass phrases.
+// Saved configurations contain pass phrases.
 constexpr mode_t kDirectoryMode = 0700;
 
 constexpr daemon::Program kProgram = {
     "cms",
     "Saves, restores, exports and imports the configuration of the system.",
     "/etc/zor/cms.conf",
-    "  directory = /var/cfg                where saved configurations lie\n"
-    "  factory_file = /etc/zor/factory.db  the configuration that the device was delivered with\n",
+    "  directory = /var/cfg                the directory for saved configurations\n"
+    "  factory_file = /etc/zor/factory.db  the factory configuration\n",
     "nothing",
 };
 
@@ -56,7 +56,7 @@ int Main(int count, char **arguments) {
   if (!ReadPlaces(line, problems, &places)) return daemon::kExitSettings;
   const daemon::StopSignal stop;
   if (!MakeDirectories(places)) {
-    problems.PrintErrno("directories for saved configurations and the device list");
+    problems.PrintErrno("cannot create the directories for saved configurations and the device list");
     return daemon::kExitFailure;
   }
 

@@ -15,7 +15,7 @@ namespace {
 
 struct Request {
   uint32_t type;
-  bool answered;
+  bool hasReply;
   uint32_t (Service::*apply)(ZOR_MSG_HEAD &);
   const char *name;
 };
@@ -42,7 +42,7 @@ constexpr auto kRequests = std::to_array<Request>({
     {ZOR_MSG_KIVA_REMOVE_SYNC, true, &Service::RemoveDevice, "removal from the device list"},
 });
 
-// Handlers of the bus have no data of their own.
+// Bus handlers have no data pointer.
 Service *registered = nullptr;
 
 const char *BodyOf(const ZOR_MSG_HEAD &request) {
@@ -53,7 +53,7 @@ std::string SourceOf(const ZOR_MSG_HEAD &request) {
   return {request.source, ::strnlen(request.source, sizeof request.source)};
 }
 
-// The path in a body; empty when the body is none.
+// The path in a body; empty if the body is malformed.
 std::string PathOf(const ZOR_MSG_HEAD &request) {
   const size_t length = ::strnlen(BodyOf(request), request.bodyLength);
   const bool whole = length < request.bodyLength && length < ZOR_CFG_PATH_SIZE;
@@ -75,9 +75,9 @@ ZOR_MSG_HEAD *Service::OnRequest(ZOR_MSG_HEAD *message) {
   if (request == kRequests.end()) return nullptr;
   const uint32_t result = (registered->*request->apply)(*message);
   if (result != 0) {
-    registered->problems_.Print("%s for %s: result 0x%x", request->name, SourceOf(*message).c_str(), result);
+    registered->problems_.Print("%s for %s failed: result 0x%x", request->name, SourceOf(*message).c_str(), result);
   }
-  return request->answered ? ZOR_MSG_MsgResponseBuilder(message, result, nullptr, 0) : nullptr;
+  return request->hasReply ? ZOR_MSG_MsgResponseBuilder(message, result, nullptr, 0) : nullptr;
 }
 
 uint32_t Service::Save(ZOR_MSG_HEAD &request) {
@@ -111,7 +111,7 @@ uint32_t Service::ExportSaved(ZOR_MSG_HEAD &request) {
 }
 
 uint32_t Service::NameExportUser(ZOR_MSG_HEAD &request) {
-  // Those who name a user and never ask for the export must not fill the memory.
+  // Clients that name a user but never request the export must not fill the memory.
   if (exportUsers_.size() >= limits::cms::kExportUsers) exportUsers_.clear();
   exportUsers_[SourceOf(request)] = request.data;
   return 0;

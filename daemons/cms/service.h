@@ -1,8 +1,5 @@
-/*
- * The configuration daemon's end of the bus: one handler for all requests, and one table that says what each of them
- * does. Requests that cannot be done are answered with a result other than 0, or leave a line in the log when their
- * sender waits for nothing.
- */
+// The requests to the configuration daemon: one handler for all of them, and one table with the function for each. A
+// request that fails is logged; if its sender waits for a reply, the reply has a result other than 0.
 #ifndef CMS_SERVICE_H
 #define CMS_SERVICE_H
 
@@ -17,7 +14,8 @@
 
 namespace zor::cms {
 
-// The result of a request that this daemon does not know how to do. Others are statuses of the store or of the list.
+// The result of a request that this daemon does not support. Other results are statuses of the store or the device
+// list.
 constexpr uint32_t kUnsupported = 1;
 
 class Service {
@@ -25,10 +23,10 @@ class Service {
   Service(const Configuration &configuration, daemon::ProblemLog &problems)
       : configuration_(configuration), problems_(problems) {}
 
-  // Registers the handlers of all requests; they call this object from then on. False when memory runs out.
+  // Registers the handlers of all requests, which then call this object. False if memory runs out.
   bool Register();
 
-  // One function for each request: its result.
+  // One function per request; each returns the result.
   uint32_t Save(ZOR_MSG_HEAD &request);
   uint32_t SaveWithAppData(ZOR_MSG_HEAD &request);
   uint32_t SaveAppData(ZOR_MSG_HEAD &request);
@@ -49,7 +47,7 @@ class Service {
 
   const Configuration &configuration_;
   daemon::ProblemLog &problems_;
-  // Who asked for the export of which user's configuration, until the export itself is asked for.
+  // The user named by each client for its next export.
   std::map<std::string, uint32_t> exportUsers_;
 };
 

@@ -28,7 +28,7 @@ std::string OwnHostName() {
   return ::gethostname(name, sizeof name) == 0 ? TextOf(name) : std::string();
 }
 
-// The header of a message holds printable ASCII only, and no blanks within a field.
+// Header fields contain printable ASCII characters only, without blanks.
 std::string AsHeaderField(std::string text) {
   std::ranges::replace_if(
       text, [](char each) { return each < '!' || each > '~'; }, '_');
@@ -55,13 +55,13 @@ void Forwarder::AddTarget(const std::string &server, std::uint16_t port) {
   const int result = ::getaddrinfo(server.c_str(), service.c_str(), &hints, &list);
   const std::unique_ptr<addrinfo, AddressFreer> owner(list);
   if (result != 0) {
-    problems_.Print("the remote server \"%s\" is no address", server.c_str());
+    problems_.Print("remote server \"%s\": invalid address", server.c_str());
     return;
   }
   Target target = {
       daemon::Fd(::socket(list->ai_family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)), {}, list->ai_addrlen};
   if (!target.socket.valid()) {
-    problems_.PrintErrno("no socket for the remote server \"%s\"", server.c_str());
+    problems_.PrintErrno("remote server \"%s\": cannot create a socket", server.c_str());
     return;
   }
   std::memcpy(&target.address, list->ai_addr, list->ai_addrlen);
@@ -74,7 +74,7 @@ void Forwarder::Forward(const LogRecord &record) {
   for (const Target &target : targets_) {
     const auto *address = reinterpret_cast<const sockaddr *>(&target.address);
     if (::sendto(target.socket.get(), text.data(), text.size(), MSG_NOSIGNAL, address, target.length) < 0) {
-      problems_.PrintErrno("a remote server misses a record");
+      problems_.PrintErrno("cannot send a record to a remote server");
     }
   }
 }

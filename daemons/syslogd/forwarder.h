@@ -1,5 +1,5 @@
-// Sends records to remote servers, one datagram each. It never waits: neither for a name server, so that servers are
-// given by address, nor for the network; a datagram that does not go out at once is lost, with a line.
+// Sends records to remote servers, one datagram each. It never blocks: servers are given by address, so no name server
+// is asked; a datagram that the network does not accept at once is dropped, with a log line.
 #ifndef SYSLOGD_FORWARDER_H
 #define SYSLOGD_FORWARDER_H
 
@@ -20,8 +20,8 @@ class Forwarder {
  public:
   Forwarder(std::uint32_t language, daemon::ProblemLog &problems) : language_(language), problems_(problems) {}
 
-  // Replaces the servers: each text that is not empty is one, with the number beside it as its port (0: 514). The name
-  // is how this system calls itself; empty: its host name. An address that cannot be used costs a line.
+  // Replaces the servers: each non-empty text is a server address, with the number beside it as its port (0: 514). The
+  // name is this system's name in the messages; empty: its host name. Invalid addresses are logged.
   void SetServers(const ZOR_LOG_SERVERS &servers);
   void Forward(const LogRecord &record);
 

@@ -25,7 +25,7 @@ std::optional<std::vector<std::string>> ParseParameters(const ZOR_LOG_RECORD &wi
   return parameters;
 }
 
-// None for an unknown item, and for a kernel line without a type.
+// Nothing for an unknown item, or for a kernel line without a type.
 std::optional<std::uint32_t> TypeLevelOf(const ZOR_LOG_RECORD &wire, bool fromKernel) {
   if (fromKernel) {
     if (wire.index != ZOR_LOG_KERNEL_INDEX || wire.typeLevel >> ZOR_LOG_TYPE_SHIFT == 0) return std::nullopt;
@@ -42,14 +42,14 @@ const char *FormatOf(const LogRecord &record, std::uint32_t language) {
   return format == nullptr ? "" : format;
 }
 
-// Parameters come from other processes and must not end a line, or start one that looks like another record.
+// Parameters come from other processes, and must not end a line or start one that looks like another record.
 std::string WithoutControlCharacters(std::string text) {
   const auto isControl = [](char each) { return static_cast<unsigned char>(each) < ' ' || each == '\x7f'; };
   std::ranges::replace_if(text, isControl, ' ');
   return text;
 }
 
-// Names that one language lacks are shown in the other.
+// Names that are missing in one language are shown in the other.
 std::string NameIn(const char *(*find)(std::uint32_t, std::uint32_t), std::uint32_t code, std::uint32_t language) {
   const char *name = find(code, language);
   if (name == nullptr) name = find(code, 0);

@@ -1,4 +1,4 @@
-// One record of the log, apart from how it travels and how it is stored.
+// One record of the log, independent of its wire format and its storage.
 #ifndef SYSLOGD_LOG_RECORD_H
 #define SYSLOGD_LOG_RECORD_H
 
@@ -16,16 +16,16 @@ struct LogRecord {
   std::time_t time = 0;
   std::uint32_t index = 0;  // of the item; ZOR_LOG_KERNEL_INDEX for a line of the kernel log
   std::uint32_t typeLevel = 0;
-  std::vector<std::string> parameters;  // of a kernel line: its text
+  std::vector<std::string> parameters;  // for a kernel line: its text
 };
 
-// Takes a record apart that arrived now. None when it names no item, or its parameters do not lie within their area.
+// Parses a record that has just arrived. Nothing if its item is unknown or its parameters exceed their area.
 std::optional<LogRecord> ParseRecord(const ZOR_LOG_RECORD &wire, bool fromKernel);
 
-// The item's text with its parameters in place, in one line. A parameter that the record lacks is left out.
+// The item's text with its parameters filled in, on one line. Missing parameters are left out.
 std::string RenderText(const LogRecord &record, std::uint32_t language);
 
-// The same behind the local time, the type and the level: "2026-11-21 09:30:00 [User][Notice] User admin logout".
+// The same with the local time, the type and the level: "2026-11-21 09:30:00 [User][Notice] User admin logout".
 std::string RenderLine(const LogRecord &record, std::uint32_t language);
 
 // The record as a message of RFC 5424. The type's bit number is the facility, the level's is the severity.

@@ -20,10 +20,10 @@ constexpr std::uint32_t kOwnLanguage = 0xffffffff;  // the selector of the syste
 constexpr char kFilter[] = "filter";
 constexpr char kServers[] = "servers";
 
-// Handlers have no place for an address of their own.
-LogService *g_service = nullptr;
+// Bus handlers have no data pointer.
+LogService *registered = nullptr;
 
-// The record in a run of bytes; none when they are not exactly one.
+// The record in the bytes; nothing if their size differs from the record's.
 template <class Record>
 std::optional<Record> From(const void *bytes, std::size_t size) {
   Record record;
@@ -60,7 +60,7 @@ LogService::LogService(Options options, LogStore &store, Forwarder &forwarder, d
 }
 
 bool LogService::Register() {
-  g_service = this;
+  registered = this;
   return std::ranges::all_of(kRequests, [](const Request &request) {
     return ZOR_MSG_RegSyncMsgProc(request.type, &LogService::Serve, 0, nullptr) == ZOR_OK;
   });
@@ -69,25 +69,26 @@ bool LogService::Register() {
 ZOR_MSG_HEAD *LogService::Serve(ZOR_MSG_HEAD *msg) {
   const auto *request = std::ranges::find(kRequests, msg->type, &Request::type);
   if (request == std::end(kRequests)) return nullptr;
-  const Answer answer = (g_service->*request->serve)(*msg);
-  return answer ? ZOR_MSG_MsgResponseBuilder(msg, *answer, nullptr, 0) : nullptr;
+  const Result result = (registered->*request->serve)(*msg);
+  return result ? ZOR_MSG_MsgResponseBuilder(msg, *result, nullptr, 0) : nullptr;
 }
 
-LogService::Answer LogService::Record(const ZOR_MSG_HEAD &msg) {
+LogService::Result LogService::Record(const ZOR_MSG_HEAD &msg) {
   const bool fromKernel = msg.type == ZOR_LOG_MSG_RECORD_KERNEL;
   const auto wire = BodyOf<ZOR_LOG_RECORD>(msg);
   const auto record = wire ? ParseRecord(*wire, fromKernel) : std::nullopt;
   if (!record) ReportMalformed(msg);
   const bool waits = wire && !fromKernel && (wire->index & ZOR_LOG_SYNC_FLAG) != 0;
   bool kept = record && Keep(*record);
-  // Whoever waits for a record is about to restart the device or to pull the plug.
+  // A sender that waits is about to restart the device or to cut its power.
   if (waits) kept = store_.Commit() && kept;
-  return waits ? Answer(kept ? kDone : kFailed) : std::nullopt;
+  return waits ? Result(kept ? kDone : kFailed) : std::nullopt;
 }
 
 bool LogService::Keep(const LogRecord &record) {
   const std::uint32_t passed = record.typeLevel & filter_;
-  if ((passed & ZOR_LOG_LEVEL_MASK) == 0 || passed >> ZOR_LOG_TYPE_SHIFT == 0) return true;  // not wanted: no failure
+  if ((passed & ZOR_LOG_LEVEL_MASK) == 0 || passed >> ZOR_LOG_TYPE_SHIFT == 0)
+    return true;  // filtered out: not a failure
   if (options_.verbose) {
     std::puts(RenderLine(record, options_.language).c_str());
     std::fflush(stdout);
@@ -96,7 +97,7 @@ bool LogService::Keep(const LogRecord &record) {
   return store_.Append(record);
 }
 
-LogService::Answer LogService::Query(const ZOR_MSG_HEAD &msg) {
+LogService::Result LogService::Query(const ZOR_MSG_HEAD &msg) {
   const auto query = BodyOf<ZOR_LOG_QUERY>(msg);
   const std::string path = query ? ResultPath(*query) : std::string();
   if (path.empty()) {
@@ -115,7 +116,7 @@ LogService::Answer LogService::Query(const ZOR_MSG_HEAD &msg) {
   return static_cast<std::uint32_t>(records->size());
 }
 
-// Directly in its directory and nowhere else: anybody on the bus may ask, and the daemon may write more than they.
+// Only files directly in the query directory: any client may send a query, and the daemon may write where they may not.
 std::string LogService::ResultPath(const ZOR_LOG_QUERY &query) const {
   const std::string path(query.text, ::strnlen(query.text, sizeof query.text));
   const std::string directory = options_.queryDirectory + "/";
@@ -125,18 +126,18 @@ std::string LogService::ResultPath(const ZOR_LOG_QUERY &query) const {
   return daemon::FixedPath(path);
 }
 
-LogService::Answer LogService::Clear(const ZOR_MSG_HEAD &msg) {
+LogService::Result LogService::Clear(const ZOR_MSG_HEAD &msg) {
   store_.Clear(msg.data >> ZOR_LOG_TYPE_SHIFT);
   return std::nullopt;
 }
 
-LogService::Answer LogService::SetFilter(const ZOR_MSG_HEAD &msg) {
+LogService::Result LogService::SetFilter(const ZOR_MSG_HEAD &msg) {
   filter_ = msg.data;
   store_.SetSetting(kFilter, BytesOf(filter_));
   return std::nullopt;
 }
 
-LogService::Answer LogService::SetServers(const ZOR_MSG_HEAD &msg) {
+LogService::Result LogService::SetServers(const ZOR_MSG_HEAD &msg) {
   const auto servers = BodyOf<ZOR_LOG_SERVERS>(msg);
   if (!servers) {
     ReportMalformed(msg);
@@ -147,12 +148,12 @@ LogService::Answer LogService::SetServers(const ZOR_MSG_HEAD &msg) {
   return std::nullopt;
 }
 
-LogService::Answer LogService::Flush(const ZOR_MSG_HEAD &) {
+LogService::Result LogService::Flush(const ZOR_MSG_HEAD &) {
   return store_.Commit() ? kDone : kFailed;
 }
 
 void LogService::ReportMalformed(const ZOR_MSG_HEAD &msg) {
-  problems_.Print("request 0x%x of %u bytes from \"%.12s\" makes no sense", msg.type, msg.bodyLength, msg.source);
+  problems_.Print("malformed request 0x%x of %u bytes from \"%.12s\"", msg.type, msg.bodyLength, msg.source);
 }
 
 }  // namespace zor::syslogd

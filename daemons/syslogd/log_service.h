@@ -1,8 +1,8 @@
-// What the log daemon does for others on the bus. It answers exactly those requests whose senders wait; see
-// docs/protocol.md for what each means.
+// The requests to the log daemon. It replies only to requests whose senders wait; docs/protocol.md describes each of
+// them.
 //
-// The filter and the remote servers come from requests and are kept in the store, so that they outlive the daemon.
-// Types and levels in requests are sets of bits: a record passes when it has one of the types and one of the levels.
+// The filter and the remote servers are set by requests and persisted in the store. Types and levels in requests are
+// bit sets: a record passes if it has one of the types and one of the levels.
 #ifndef SYSLOGD_LOG_SERVICE_H
 #define SYSLOGD_LOG_SERVICE_H
 
@@ -27,31 +27,31 @@ class LogService {
     bool verbose = false;        // print each record
   };
 
-  // All that is handed over must outlive the service. There is one service per process.
+  // All arguments must outlive the service. There is one service per process.
   LogService(Options options, LogStore &store, Forwarder &forwarder, daemon::ProblemLog &problems);
 
-  // Registers for all requests to the log daemon. False when memory runs out.
+  // Registers the handlers of all requests. False if memory runs out.
   bool Register();
 
  private:
-  // The data word of the answer; none for a request that gets none.
-  using Answer = std::optional<std::uint32_t>;
+  // The data word of the reply; nothing for a request that gets no reply.
+  using Result = std::optional<std::uint32_t>;
   struct Request {
     std::uint32_t type;
-    Answer (LogService::*serve)(const ZOR_MSG_HEAD &);
+    Result (LogService::*serve)(const ZOR_MSG_HEAD &);
   };
   static const Request kRequests[];
 
   static ZOR_MSG_HEAD *Serve(ZOR_MSG_HEAD *msg);
-  Answer Record(const ZOR_MSG_HEAD &msg);
-  Answer Query(const ZOR_MSG_HEAD &msg);
-  Answer Clear(const ZOR_MSG_HEAD &msg);
-  Answer SetFilter(const ZOR_MSG_HEAD &msg);
-  Answer SetServers(const ZOR_MSG_HEAD &msg);
-  Answer Flush(const ZOR_MSG_HEAD &msg);
+  Result Record(const ZOR_MSG_HEAD &msg);
+  Result Query(const ZOR_MSG_HEAD &msg);
+  Result Clear(const ZOR_MSG_HEAD &msg);
+  Result SetFilter(const ZOR_MSG_HEAD &msg);
+  Result SetServers(const ZOR_MSG_HEAD &msg);
+  Result Flush(const ZOR_MSG_HEAD &msg);
 
   bool Keep(const LogRecord &record);
-  // Where a result file lies; empty when it is not one that may be written.
+  // The real path of a result file; empty if the requested path is not allowed.
   std::string ResultPath(const ZOR_LOG_QUERY &query) const;
   void ReportMalformed(const ZOR_MSG_HEAD &msg);
 

@@ -25,7 +25,7 @@ class Statement {
   Statement &operator=(const Statement &) = delete;
   ~Statement() { sqlite3_finalize(statement_); }
 
-  // Bind the next parameter. Bytes must outlive the statement. On a statement that could not be prepared all calls
+  // Bind the next parameter. Bytes must outlive the statement. All calls on a statement that could not be prepared
   // fail.
   Statement &Bind(std::int64_t number) {
     sqlite3_bind_int64(statement_, next_++, number);
@@ -112,13 +112,13 @@ bool LogStore::Open(const std::string &path) {
   if (error != SQLITE_NOTADB && error != SQLITE_CORRUPT) return false;
   database_.reset();
   const std::string aside = path + ".damaged";
-  // What the old file's log holds must not be played back into the new one.
+  // The old file's journal must not be replayed into the new file.
   for (const char *companion : {"-wal", "-shm"}) std::remove((path + companion).c_str());
   if (std::rename(path.c_str(), aside.c_str()) != 0) {
-    problems_.PrintErrno("%s: cannot be set aside", path.c_str());
+    problems_.PrintErrno("%s: cannot set the damaged log aside", path.c_str());
     return false;
   }
-  problems_.Print("the damaged log is set aside as %s", aside.c_str());
+  problems_.Print("%s: damaged, set aside as %s", path.c_str(), aside.c_str());
   return OpenFile(path) || Report(path.c_str());
 }
 
@@ -137,7 +137,7 @@ bool LogStore::Append(const LogRecord &record) {
                                     .Bind(LevelsOf(record.typeLevel))
                                     .Bind(parameters)
                                     .Run();
-  if (!added) return Report("a record is lost");
+  if (!added) return Report("record dropped");
   return ++uncommitted_ < limits::syslogd::kUnwrittenRecords || Commit();
 }
 
@@ -150,14 +150,14 @@ bool LogStore::Commit() {
                           .Bind(maxRecords_)
                           .Run();
   if (pruned && Run("COMMIT")) return true;
-  Report("the latest records are lost");
+  Report("latest records dropped");
   Run("ROLLBACK");
   return false;
 }
 
 bool LogStore::Clear(std::uint32_t types) {
   const bool cleared = Begin() && Statement(database_.get(), "DELETE FROM record WHERE type & ?").Bind(types).Run();
-  return cleared ? Commit() : Report("the log cannot be cleared");
+  return cleared ? Commit() : Report("cannot clear the log");
 }
 
 std::optional<std::vector<LogRecord>> LogStore::Read(std::uint32_t typeLevel, std::uint32_t count) {
@@ -169,7 +169,7 @@ std::optional<std::vector<LogRecord>> LogStore::Read(std::uint32_t typeLevel, st
   int result;
   while ((result = query.Step()) == SQLITE_ROW) records.push_back(RecordOf(query));
   if (result == SQLITE_DONE) return records;
-  Report("the log cannot be read");
+  Report("cannot read the log");
   return std::nullopt;
 }
 
@@ -177,7 +177,7 @@ std::string LogStore::Setting(const char *name) {
   Statement query(database_.get(), "SELECT value FROM setting WHERE name = ?");
   const int result = query.BindText(name).Step();
   if (result == SQLITE_ROW) return std::string(query.Bytes(0));
-  if (result != SQLITE_DONE) Report("a setting cannot be read");
+  if (result != SQLITE_DONE) Report("cannot read a setting");
   return {};
 }
 
@@ -186,7 +186,7 @@ bool LogStore::SetSetting(const char *name, const std::string &value) {
                                   .BindText(name)
                                   .Bind(value)
                                   .Run();
-  return set ? Commit() : Report("a setting is lost");
+  return set ? Commit() : Report("cannot save a setting");
 }
 
 }  // namespace zor::syslogd

@@ -1,10 +1,9 @@
-// The log on disk: one SQLite file, which the sqlite3 shell reads while the daemon runs.
+// The log on disk: one SQLite file, which the sqlite3 shell can read while the daemon runs.
 //
-// Records gather in an open transaction, because each commit costs a write to flash. Commit brings them to the medium:
-// the daemon calls it when it is asked to flush, at intervals, and before it answers a sender that waits; the store
-// itself does so after 64 records. What is not committed when power fails is lost, and so is what a full medium
-// refuses; each failure is reported. A file that is no database is set aside, so that a damaged log never stops the
-// daemon.
+// Records are collected in an open transaction, because each commit costs a write to flash. Commit brings them to the
+// medium: the daemon calls it on a flush request, at intervals, and before it replies to a sender that waits; the store
+// itself does so after 64 records. Uncommitted records are lost if power fails, or if the medium is full; each failure
+// is logged. A file that is not a database is set aside, so that a damaged log never stops the daemon.
 #ifndef SYSLOGD_LOG_STORE_H
 #define SYSLOGD_LOG_STORE_H
 
@@ -29,18 +28,18 @@ class LogStore {
   LogStore &operator=(const LogStore &) = delete;
   ~LogStore() { Commit(); }
 
-  // Opens the file, which is made when there is none. Each of these is false, with a line, when SQLite refuses.
+  // Opens or creates the file. This and the following log a failure of SQLite and return false.
   bool Open(const std::string &path);
   bool Append(const LogRecord &record);
   bool Commit();
   // Removes the records of these types.
   bool Clear(std::uint32_t types);
 
-  // The newest records, at most count of them (0: all), that have one of the code's types and one of its levels; oldest
-  // first. None when they cannot be read.
+  // Returns the newest records that have one of the types and one of the levels, at most `count` of them (0: all),
+  // oldest first. Nothing if they cannot be read.
   std::optional<std::vector<LogRecord>> Read(std::uint32_t typeLevel, std::uint32_t count);
 
-  // What the daemon was told to do survives its restart. The value of a name; empty when there is none.
+  // Settings made by requests, persisted across restarts. The value of a name; empty if there is none.
   std::string Setting(const char *name);
   bool SetSetting(const char *name, const std::string &value);
 

@@ -1,4 +1,4 @@
-// The log daemon: it keeps the records of the system log, shows them and sends them on.
+// syslogd: the log daemon. It stores the records of the system log, replies to queries and forwards records.
 #include <sys/stat.h>
 #include <zor/log_wire.h>
 #include <zor/uv_timer.h>
@@ -21,15 +21,15 @@ constexpr daemon::Program kProgram = {
     "syslogd",
     "Keeps the user-visible log of the system's daemons.",
     "/etc/zor/syslogd.conf",
-    "  log_file = /online/log/syslog.db  the SQLite file that holds the records\n"
-    "  max_records = 2000                how many records are kept, the newest ones\n"
-    "  flush_seconds = 10                how long a record may wait for being written to the file\n"
-    "  query_directory = /var/syslog     where results of queries are written, and nowhere else\n"
-    "  language = 0                      of system queries and remote servers: 0 English, 1 the second language\n",
+    "  log_file = /online/log/syslog.db  the SQLite file for the records\n"
+    "  max_records = 2000                maximum number of records; the oldest are deleted\n"
+    "  flush_seconds = 10                maximum time before a record is written to the file\n"
+    "  query_directory = /var/syslog     the only directory for query results\n"
+    "  language = 0                      language of system queries and remote servers: 0 English, 1 the second one\n",
     "print each record on standard output",
 };
 
-// Records name users and addresses: not for everybody to read.
+// Records contain user names and addresses: not every user may read them.
 constexpr mode_t kUmask = 0027;
 
 struct Configuration {

@@ -77,8 +77,8 @@ TEST_F(Cms, RestoresWhatEachUserSavedAndTheFactorysConfiguration) {
   Tell(ZOR_MSG_RESTORE_DEFAULT, 0, Words(2, 0));
   Tell(ZOR_MSG_RESTORE_DEFAULT, 0, "short");
   EXPECT_EQ(Para(), "third's");
-  EXPECT_THAT(errors_.Text(), HasSubstr("cms: restore for web: result 0x10002\ncms: stop of"));
-  EXPECT_THAT(errors_.Text(), HasSubstr("cms: restore for web: result 0x1\n"));
+  EXPECT_THAT(errors_.Text(), HasSubstr("cms: restore for web failed: result 0x10002\ncms: stop of"));
+  EXPECT_THAT(errors_.Text(), HasSubstr("cms: restore for web failed: result 0x1\n"));
   Tell(ZOR_MSG_RESTORE_DEFAULT, 0, Words(ZOR_CFG_RESTORE_FACTORY, 3));
   EXPECT_EQ(Para(), "none");
   SetPara("delivered");

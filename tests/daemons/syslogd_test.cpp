@@ -100,7 +100,7 @@ TEST_F(Syslogd, ForwardsToRemoteServers) {
   ZOR_LOG_API_Set_RtoServer("", "log.example", 0, "", 0, 0);
   ZOR_LOG_API_Record_Log(kUpgrade, "admin", kEnd);
   EXPECT_THAT(Everything(), HasSubstr("admin"));
-  EXPECT_THAT(errors_.Text(), HasSubstr("the remote server \"log.example\" is no address"));
+  EXPECT_THAT(errors_.Text(), HasSubstr("remote server \"log.example\": invalid address"));
 }
 
 TEST_F(Syslogd, RefusesWhatMakesNoSense) {
