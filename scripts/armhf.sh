@@ -47,5 +47,5 @@ beyond_the_emulator=(
   zorctl.monitor_capture
 )
 excluded=$(IFS='|' && echo "${beyond_the_emulator[*]}")
-ctest --preset armhf --timeout 300 --no-tests=error --exclude-regex "^($excluded)\$"
+ctest --preset armhf --no-tests=error --exclude-regex "^($excluded)\$"
 scripts/demo.sh armhf "${emulator[@]}"

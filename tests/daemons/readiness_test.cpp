@@ -40,7 +40,7 @@ class Readiness : public testing::TestWithParam<Served> {
   Readiness() {
     const sockaddr_un address = AddressOf(root_.Path("/manager"));
     EXPECT_EQ(::bind(manager_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-    const timeval deadline = {10, 0};
+    const timeval deadline = {60, 0};
     ::setsockopt(manager_, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
     ::setenv("NOTIFY_SOCKET", address.sun_path, 1);
   }

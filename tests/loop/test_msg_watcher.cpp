@@ -82,7 +82,7 @@ class MsgWatcher : public testing::Test {
   }
   uint32_t Read() { return zor::ReadAndDispatchMessage(*watcher_); }
   void RunUntil(std::function<bool()> condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto end = std::chrono::steady_clock::now() + zor::test::kPatience;
     std::function<bool()> done = [&] { return condition() || std::chrono::steady_clock::now() >= end; };
     UvTimer *timer = ZOR_UTIL_TimerAdd(1, 0, StopWhenDone, &done);
     while (!done()) ZOR_UV_LoopRun(nullptr, 0);  // again when an outer run's condition has stopped this one

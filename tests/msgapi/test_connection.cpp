@@ -36,14 +36,14 @@ std::vector<std::string> OnLoop() {
   return found;
 }
 
-// Runs the loop until the condition holds; false when it does not within about ten seconds.
+// Runs the loop until the condition holds; false when a busy machine would have been in time.
 bool RunLoopUntil(const std::function<bool()> &condition) {
-  for (int pass = 0; pass < 1000 && !condition(); ++pass) {
+  return zor::test::WaitUntil([&condition] {
     const auto stop = [](void *) { ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault()); };
     ZOR_UTIL_TimerAdd(10, 1, stop, nullptr);
     ZOR_UV_LoopRun(nullptr, 0);
-  }
-  return condition();
+    return condition();
+  });
 }
 
 std::vector<std::string> dispatched;  // what the message procedure noted of each message

@@ -68,7 +68,7 @@ TEST_F(Store, ProcessesThatWriteAtOnceLoseNothingAndNumbersAreGivenAgain) {
   };
   std::vector<Child> children;
   for (int process = 0; process < 6; ++process) children.push_back(Child::Function(addTen));
-  for (Child &child : children) EXPECT_EQ(child.Wait(std::chrono::seconds(50)), 0);
+  for (Child &child : children) EXPECT_EQ(child.Wait(), 0);
   EXPECT_EQ(ZOR_DBDelObj(1, 2), ZOR_STORE_OK);
   uint32_t instance = 0;
   EXPECT_EQ(ZOR_DBAddObj(1, nullptr, &instance), ZOR_STORE_OK);

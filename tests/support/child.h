@@ -11,8 +11,11 @@
 
 namespace zor::test {
 
+// How long a test waits for what must happen: long enough for a busy machine, since only a failing test waits it out.
+constexpr std::chrono::milliseconds kPatience = std::chrono::seconds(60);
+
 // Polls until the condition holds; false when the deadline passes first.
-bool WaitUntil(const std::function<bool()> &condition, std::chrono::milliseconds deadline = std::chrono::seconds(10));
+bool WaitUntil(const std::function<bool()> &condition, std::chrono::milliseconds deadline = kPatience);
 
 class Child {
  public:
@@ -27,12 +30,12 @@ class Child {
 
   pid_t pid() const { return pid_; }
   // Reads the program's output up to and with the given text; false on end of file or after the deadline.
-  bool WaitForOutput(const std::string &text, std::chrono::milliseconds deadline = std::chrono::seconds(10));
+  bool WaitForOutput(const std::string &text, std::chrono::milliseconds deadline = kPatience);
   // All that was read from the program's output so far.
   const std::string &output() const { return output_; }
   void Signal(int number) const;
   // Waits for the end: the exit status, 128 + the signal that ended it, or -1 after the deadline.
-  int Wait(std::chrono::milliseconds deadline = std::chrono::seconds(10));
+  int Wait(std::chrono::milliseconds deadline = kPatience);
 
  private:
   Child(pid_t pid, int fd) : pid_(pid), fd_(fd) {}

@@ -26,7 +26,7 @@ NotifyFrame MakeAsync(uint32_t type, uint32_t source, uint32_t destination, cons
 NotifyFrame MakeRegistration(uint32_t mid);
 
 // None when the frame does not come whole before the deadline.
-std::optional<NotifyFrame> ReceiveNotify(const BusPeer &peer, std::chrono::milliseconds deadline = kPeerDeadline);
+std::optional<NotifyFrame> ReceiveNotify(const BusPeer &peer, std::chrono::milliseconds deadline = kPatience);
 
 }  // namespace zor::test
 

@@ -162,7 +162,7 @@ UdpReceiver::UdpReceiver() : socket_(BoundToLoopback(SOCK_DGRAM)), port_(PortOf(
 std::string UdpReceiver::Next() const {
   char text[8192];
   const ssize_t size =
-      Readable(socket_.fd(), Clock::now() + kPeerDeadline) ? ::recv(socket_.fd(), text, sizeof text, 0) : 0;
+      Readable(socket_.fd(), Clock::now() + kPatience) ? ::recv(socket_.fd(), text, sizeof text, 0) : 0;
   return {text, static_cast<size_t>(std::max<ssize_t>(size, 0))};
 }
 

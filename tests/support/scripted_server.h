@@ -16,11 +16,10 @@
 #include <string_view>
 #include <thread>
 
+#include "support/child.h"
 #include "support/temp_root.h"
 
 namespace zor::test {
-
-constexpr std::chrono::milliseconds kPeerDeadline = std::chrono::seconds(10);
 
 // A message on the wire. Set header.bodyLength afterwards for one that lies about its length.
 struct Message {
@@ -52,13 +51,13 @@ class BusPeer {
   void Send(std::string_view bytes) const;
   void Send(const Message &message) const { Send(message.Bytes()); }
   // Exactly count bytes; fewer at the end of file or after the deadline.
-  std::string Receive(std::size_t count, std::chrono::milliseconds deadline = kPeerDeadline) const;
+  std::string Receive(std::size_t count, std::chrono::milliseconds deadline = kPatience) const;
   // Header and body in the byte order of this machine; none when either does not come whole.
-  std::optional<Message> ReceiveMessage(std::chrono::milliseconds deadline = kPeerDeadline) const;
+  std::optional<Message> ReceiveMessage(std::chrono::milliseconds deadline = kPatience) const;
   // Whether nothing has arrived that is still unread.
   bool NothingArrived() const;
   // Whether the other end closes before the deadline without sending anything more.
-  bool ClosedByOther(std::chrono::milliseconds deadline = kPeerDeadline) const;
+  bool ClosedByOther(std::chrono::milliseconds deadline = kPatience) const;
   void Close();
   // Gives the descriptor away, to code under test that closes it.
   int Release();

@@ -74,7 +74,7 @@ void WireClient::SendDescriptors(const std::string &bytes, const std::vector<int
 
 int WireClient::ReceiveDescriptor() const {
   pollfd entry = {fd(), POLLIN, 0};
-  if (::poll(&entry, 1, static_cast<int>(kPeerDeadline.count())) != 1) return -1;
+  if (::poll(&entry, 1, static_cast<int>(kPatience.count())) != 1) return -1;
   char data[64];
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
   iovec vector = {data, sizeof data};

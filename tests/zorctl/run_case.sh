@@ -17,7 +17,7 @@
 #   begin ARGUMENT...         as run, in the background; its errors so far are in $work/begun.err
 #   finish                    waits until it ends, and prints what run would have
 #   run_unread ARGUMENT...    as run, into a pipe whose reader has gone
-#   await COMMAND...          until it succeeds; the case fails after ten seconds
+#   await COMMAND...          until it succeeds; the case fails after two minutes
 #   normalise                 a filter that a case may define, for what differs from run to run
 set -euo pipefail
 
@@ -31,7 +31,7 @@ cd "$(dirname "$case_file")"
 ZOR_ROOT=$(mktemp -d)
 export ZOR_ROOT
 unset NO_COLOR
-export TZ=UTC LC_ALL=C.UTF-8 TERM=xterm
+export TZ=UTC LC_ALL=C.UTF-8 TERM=xterm SHELL=/bin/sh
 work=$ZOR_ROOT/case # the case's own files
 mkdir "$work"
 declare -A pids=()
@@ -48,7 +48,7 @@ fail() {
 }
 
 await() {
-  local end=$((SECONDS + 10))
+  local end=$((SECONDS + 120))
   until "$@" >/dev/null 2>&1; do
     [ "$SECONDS" -lt "$end" ] || fail "waited in vain for: $*"
     sleep 0.02
@@ -58,7 +58,7 @@ await() {
 gone() { ! kill -0 "$(running "$1")"; }
 
 stop() {
-  kill -KILL "$(running "$1")"
+  kill -KILL "$(running "$1")" 2>/dev/null || true # or it has ended by itself
   await gone "$1"
 }
 
@@ -85,7 +85,7 @@ peer() {
 background() { spawn "$1" "$build/tools/zorctl/zorctl" "${@:2}"; }
 
 spawn() { # NAME PROGRAM ARGUMENT...
-  [ -z "${pids[$1]:-}" ] || kill -KILL "${pids[$1]}" 2>/dev/null || true # the one before it
+  [ -z "${pids[$1]:-}" ] || stop "$1" # the one before it
   : >"$ZOR_ROOT/$1.out" # what an earlier process of that name said does not count
   "${emulator[@]}" "${@:2}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
   pids[$1]=$!

@@ -15,4 +15,9 @@ start provider
 run exit cms --json
 
 peer stubborn refuse
-run exit stubborn --timeout 0.2
+refused() {
+  run exit stubborn --timeout 0.2 >"$work/refused"
+  grep -q 'it answered' "$work/refused"
+}
+await refused # on a busy system the answer may take longer
+cat "$work/refused"

@@ -1,4 +1,5 @@
 says() { zorctl why "$1" | head -n 1 | grep -qF "$2"; }
+settled() { says "$@" && ! zorctl why "$1" --json | grep -q '"unread":[1-9]'; } # what they were sent they have read
 normalise() {
   sed -E 's/ +[0-9]+\.[0-9] s/ N.N s/g; s/^([a-z]+) +[0-9]+  (sleeping|stopped|running)/\1 PID \2/; s/  +/  /g
     s/(sleeping|running)/going/g; s/[0-9]+  0x/N  0x/; s/"sequence":[0-9]+/"sequence":N/g'
@@ -9,7 +10,7 @@ run why nobody
 run why 'no name'
 
 peer free idle
-await says free 'nothing waits for free'
+await settled free 'nothing waits for free'
 run why free
 
 # A stopped daemon, and one that waits for it.
@@ -24,10 +25,10 @@ run why asker --json
 # Two that wait for each other.
 peer left ask right
 peer right ask left
-await says left 'cycle'
+await settled left 'cycle'
 run why left
 run why right --json
-run_on_terminal 40 why left
+run_on_terminal 7 why left
 
 # Two that only tell each other something: by types that are known to want no answer, and by types that nobody knows.
 tell_each_other() { # NAME TYPE NAME TYPE
@@ -37,6 +38,7 @@ tell_each_other() { # NAME TYPE NAME TYPE
   await grep -q told "$ZOR_ROOT/$3.out"
 }
 tell_each_other one 0x4B05 two 0x4B06
+await settled one 'nothing waits for one'
 run why one
 tell_each_other here 0x4062 there 0x4063
 # Where the system shows that they sleep in their loops, they do not wait; else the verdict takes nothing for granted.
