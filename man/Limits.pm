@@ -5,7 +5,7 @@ use warnings;
 use Exporter 'import';
 our @EXPORT_OK = qw(read_limits figure);
 
-my @HEADERS = qw(include/zor/limits.h include/zor/platform/limits.h daemons/common/limits.h);
+my @HEADERS = qw(include/zor/limits.h include/zor/platform/limits.h programs/limits.h);
 
 # "1u << 20", "0x2000l" or "1048576" as a number.
 sub number {

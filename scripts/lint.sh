@@ -7,7 +7,7 @@ scripts/setup.sh lint
 [ -f build/dev/compile_commands.json ] || cmake --preset dev
 cmake --build --preset dev --target log_item_table  # a source that is made
 if [ $# -eq 0 ]; then
-  mapfile -t files < <(git ls-files 'platform/*.cpp' 'libraries/*.cpp' 'serviceapi/*.cpp' 'daemons/*.cpp' 'tools/*.cpp')
+  mapfile -t files < <(git ls-files 'platform/*.cpp' 'libraries/*.cpp' 'serviceapi/*.cpp' 'programs/*.cpp' 'daemons/*.cpp' 'tools/*.cpp')
   set -- "${files[@]}"
 fi
 printf '%s\0' "$@" | xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/dev --quiet

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "common/paths.h"
+#include "programs/paths.h"
 
 namespace zor::cms {
 namespace {

@@ -5,12 +5,12 @@
 
 #include "cms/configuration.h"
 #include "cms/service.h"
-#include "common/bus_daemon.h"
-#include "common/command_line.h"
-#include "common/paths.h"
-#include "common/problem_log.h"
-#include "common/settings.h"
-#include "common/stop_signal.h"
+#include "programs/bus_daemon.h"
+#include "programs/command_line.h"
+#include "programs/paths.h"
+#include "programs/problem_log.h"
+#include "programs/settings.h"
+#include "programs/stop_signal.h"
 
 namespace zor::cms {
 namespace {

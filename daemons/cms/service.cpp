@@ -8,7 +8,7 @@
 #include <array>
 #include <cstring>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::cms {
 namespace {

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "cms/configuration.h"
-#include "common/problem_log.h"
+#include "programs/problem_log.h"
 
 namespace zor::cms {
 

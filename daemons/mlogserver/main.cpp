@@ -9,17 +9,17 @@
 #include <cstdio>
 #include <string>
 
-#include "common/command_line.h"
-#include "common/fd.h"
-#include "common/limits.h"
-#include "common/local_socket.h"
-#include "common/paths.h"
-#include "common/problem_log.h"
-#include "common/settings.h"
-#include "common/stop_signal.h"
 #include "mlogserver/circular_log.h"
 #include "mlogserver/server.h"
 #include "mlogserver/stat_table.h"
+#include "programs/command_line.h"
+#include "programs/fd.h"
+#include "programs/limits.h"
+#include "programs/local_socket.h"
+#include "programs/paths.h"
+#include "programs/problem_log.h"
+#include "programs/settings.h"
+#include "programs/stop_signal.h"
 
 namespace zor::mlogserver {
 namespace {

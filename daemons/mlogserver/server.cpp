@@ -10,8 +10,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "common/fd.h"
-#include "common/paths.h"
+#include "programs/fd.h"
+#include "programs/paths.h"
 
 namespace zor::mlogserver {
 namespace {

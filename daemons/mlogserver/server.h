@@ -17,11 +17,11 @@
 #include <optional>
 #include <string>
 
-#include "common/exit_code.h"
-#include "common/problem_log.h"
-#include "common/stop_signal.h"
 #include "mlogserver/circular_log.h"
 #include "mlogserver/stat_table.h"
+#include "programs/exit_code.h"
+#include "programs/problem_log.h"
+#include "programs/stop_signal.h"
 
 namespace zor::mlogserver {
 

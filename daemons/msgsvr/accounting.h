@@ -9,8 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "common/limits.h"
 #include "msgsvr/names.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 

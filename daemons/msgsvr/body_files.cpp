@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "common/files.h"
+#include "programs/files.h"
 
 namespace zor::msgsvr {
 namespace {

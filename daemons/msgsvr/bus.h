@@ -4,8 +4,6 @@
 
 #include <list>
 
-#include "common/event_poll.h"
-#include "common/problem_log.h"
 #include "msgsvr/barrier.h"
 #include "msgsvr/body_files.h"
 #include "msgsvr/client.h"
@@ -15,6 +13,8 @@
 #include "msgsvr/restful.h"
 #include "msgsvr/settings.h"
 #include "msgsvr/trace_overrides.h"
+#include "programs/event_poll.h"
+#include "programs/problem_log.h"
 
 namespace zor::msgsvr {
 

@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "common/fd.h"
-#include "common/output_queue.h"
 #include "msgsvr/accounting.h"
 #include "msgsvr/events.h"
 #include "msgsvr/names.h"
+#include "programs/fd.h"
+#include "programs/output_queue.h"
 
 namespace zor::msgsvr {
 

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "common/limits.h"
 #include "msgsvr/control_list.h"
 #include "msgsvr/json.h"
 #include "msgsvr/registration.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "common/limits.h"
 #include "msgsvr/json.h"
 #include "msgsvr/unread.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 namespace {

@@ -1,6 +1,6 @@
 #include "msgsvr/events.h"
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <span>
 
-#include "common/fd.h"
+#include "programs/fd.h"
 
 namespace zor::msgsvr {
 

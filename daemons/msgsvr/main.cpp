@@ -5,13 +5,13 @@
 
 #include <algorithm>
 
-#include "common/command_line.h"
-#include "common/limits.h"
-#include "common/local_socket.h"
-#include "common/paths.h"
-#include "common/stop_signal.h"
 #include "msgsvr/server.h"
 #include "msgsvr/tcp_listener.h"
+#include "programs/command_line.h"
+#include "programs/limits.h"
+#include "programs/local_socket.h"
+#include "programs/paths.h"
+#include "programs/stop_signal.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "msgsvr/paused_senders.h"
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 

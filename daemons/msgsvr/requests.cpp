@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "common/limits.h"
 #include "msgsvr/registration.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 const Requests::Entry Requests::kEntries[] = {

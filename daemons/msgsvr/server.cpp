@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 namespace {

@@ -7,12 +7,12 @@
 #include <array>
 #include <vector>
 
-#include "common/fd.h"
-#include "common/stop_signal.h"
 #include "msgsvr/bus.h"
 #include "msgsvr/input.h"
 #include "msgsvr/paused_senders.h"
 #include "msgsvr/router.h"
+#include "programs/fd.h"
+#include "programs/stop_signal.h"
 
 namespace zor::msgsvr {
 

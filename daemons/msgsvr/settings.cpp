@@ -4,7 +4,7 @@
 #include <array>
 #include <string_view>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 

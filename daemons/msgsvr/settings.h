@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "common/settings.h"
 #include "msgsvr/names.h"
+#include "programs/settings.h"
 
 namespace zor::msgsvr {
 

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "common/settings.h"
+#include "programs/settings.h"
 
 namespace zor::msgsvr {
 namespace {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "common/fd.h"
+#include "programs/fd.h"
 
 namespace zor::msgsvr {
 

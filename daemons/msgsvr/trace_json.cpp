@@ -4,8 +4,8 @@
 #include <cmath>
 #include <iterator>
 
-#include "common/limits.h"
 #include "msgsvr/tcp_listener.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 namespace {

@@ -9,9 +9,9 @@
 #include <optional>
 #include <utility>
 
-#include "common/files.h"
-#include "common/limits.h"
-#include "common/paths.h"
+#include "programs/files.h"
+#include "programs/limits.h"
+#include "programs/paths.h"
 
 namespace zor::msgsvr {
 namespace {

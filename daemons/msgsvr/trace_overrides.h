@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
-#include "common/problem_log.h"
 #include "msgsvr/trace_json.h"
+#include "programs/problem_log.h"
 
 namespace zor::msgsvr {
 

@@ -15,7 +15,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "common/fd.h"
+#include "programs/fd.h"
 
 namespace zor::msgsvr {
 namespace {

@@ -15,10 +15,10 @@
 #include <string>
 #include <vector>
 
-#include "common/event_poll.h"
-#include "common/fd.h"
-#include "common/output_queue.h"
 #include "notifyserver/limits.h"
+#include "programs/event_poll.h"
+#include "programs/fd.h"
+#include "programs/output_queue.h"
 
 namespace zor::notifyserver {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::notifyserver {
 namespace {

@@ -2,11 +2,11 @@
 #include <zor/notify_wire.h>
 #include <zor/paths.h>
 
-#include "common/command_line.h"
-#include "common/limits.h"
-#include "common/problem_log.h"
-#include "common/settings.h"
 #include "notifyserver/server.h"
+#include "programs/command_line.h"
+#include "programs/limits.h"
+#include "programs/problem_log.h"
+#include "programs/settings.h"
 
 namespace {
 

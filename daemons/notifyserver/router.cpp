@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <ctime>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::notifyserver {
 namespace {

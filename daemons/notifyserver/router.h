@@ -17,10 +17,10 @@
 
 #include <vector>
 
-#include "common/problem_log.h"
 #include "notifyserver/client.h"
 #include "notifyserver/control.h"
 #include "notifyserver/frame.h"
+#include "programs/problem_log.h"
 
 namespace zor::notifyserver {
 

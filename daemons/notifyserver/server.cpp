@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "common/limits.h"
-#include "common/paths.h"
+#include "programs/limits.h"
+#include "programs/paths.h"
 
 namespace zor::notifyserver {
 namespace {

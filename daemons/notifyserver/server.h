@@ -9,14 +9,14 @@
 #include <unordered_map>
 #include <vector>
 
-#include "common/event_poll.h"
-#include "common/exit_code.h"
-#include "common/local_socket.h"
-#include "common/problem_log.h"
-#include "common/stop_signal.h"
 #include "notifyserver/client.h"
 #include "notifyserver/limits.h"
 #include "notifyserver/router.h"
+#include "programs/event_poll.h"
+#include "programs/exit_code.h"
+#include "programs/local_socket.h"
+#include "programs/problem_log.h"
+#include "programs/stop_signal.h"
 
 namespace zor::notifyserver {
 

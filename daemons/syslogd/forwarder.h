@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "common/fd.h"
-#include "common/problem_log.h"
+#include "programs/fd.h"
+#include "programs/problem_log.h"
 #include "syslogd/log_record.h"
 
 namespace zor::syslogd {

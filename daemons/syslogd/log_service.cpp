@@ -7,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-#include "common/paths.h"
+#include "programs/paths.h"
 
 namespace zor::syslogd {
 namespace {

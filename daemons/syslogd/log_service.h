@@ -13,7 +13,7 @@
 #include <optional>
 #include <string>
 
-#include "common/problem_log.h"
+#include "programs/problem_log.h"
 #include "syslogd/forwarder.h"
 #include "syslogd/log_store.h"
 

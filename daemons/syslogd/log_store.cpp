@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::syslogd {
 namespace {

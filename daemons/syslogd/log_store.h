@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "common/problem_log.h"
+#include "programs/problem_log.h"
 #include "syslogd/log_record.h"
 
 struct sqlite3;

@@ -3,13 +3,13 @@
 #include <zor/log_wire.h>
 #include <zor/uv_timer.h>
 
-#include "common/bus_daemon.h"
-#include "common/command_line.h"
-#include "common/limits.h"
-#include "common/paths.h"
-#include "common/problem_log.h"
-#include "common/settings.h"
-#include "common/stop_signal.h"
+#include "programs/bus_daemon.h"
+#include "programs/command_line.h"
+#include "programs/limits.h"
+#include "programs/paths.h"
+#include "programs/problem_log.h"
+#include "programs/settings.h"
+#include "programs/stop_signal.h"
 #include "syslogd/forwarder.h"
 #include "syslogd/log_service.h"
 #include "syslogd/log_store.h"

@@ -4,8 +4,8 @@
 
 #include <random>
 
-#include "common/exit_code.h"
 #include "msgsvr_fixture.h"
+#include "programs/exit_code.h"
 
 namespace zor::test {
 namespace {

@@ -15,7 +15,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "common/paths.h"
+#include "programs/paths.h"
 #include "zorctl/control.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/message_types.h"

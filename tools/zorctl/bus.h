@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/stop_signal.h"
+#include "programs/stop_signal.h"
 #include "zorctl/deadline.h"
 
 namespace zor::ctl {

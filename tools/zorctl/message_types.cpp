@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "common/settings.h"
+#include "programs/settings.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/text.h"
 

@@ -1,4 +1,4 @@
-// What is known of message types: names and shapes, from tools/messages/messages.tsv.
+// What is known of message types: names and shapes, from messages/messages.tsv.
 #ifndef ZORCTL_MESSAGE_TYPES_H
 #define ZORCTL_MESSAGE_TYPES_H
 

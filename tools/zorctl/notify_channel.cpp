@@ -10,7 +10,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
-#include "common/paths.h"
+#include "programs/paths.h"
 #include "zorctl/control.h"
 #include "zorctl/exit_code.h"
 

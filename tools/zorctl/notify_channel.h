@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/fd.h"
+#include "programs/fd.h"
 #include "zorctl/deadline.h"
 
 namespace zor::ctl {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "common/settings.h"
+#include "programs/settings.h"
 
 namespace zor::ctl {
 

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "common/paths.h"
+#include "programs/paths.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/text.h"
 

@@ -14,7 +14,7 @@
 #include <system_error>
 #include <vector>
 
-#include "common/paths.h"
+#include "programs/paths.h"
 #include "zorctl/number.h"
 #include "zorctl/output.h"
 #include "zorctl/store_file.h"

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/paths.h"
+#include "programs/paths.h"
 #include "zorctl/bus.h"
 #include "zorctl/log_lines.h"
 #include "zorctl/log_names.h"

@@ -11,7 +11,7 @@
 #include <string>
 #include <system_error>
 
-#include "common/stop_signal.h"
+#include "programs/stop_signal.h"
 #include "zorctl/bus.h"
 #include "zorctl/bus_copy.h"
 #include "zorctl/limit.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "common/settings.h"
+#include "programs/settings.h"
 #include "zorctl/bus.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/problem_log.h"
+#include "programs/problem_log.h"
 
 namespace zor::daemon {
 

@@ -1,4 +1,4 @@
-#include "common/settings.h"
+#include "programs/settings.h"
 
 #include <zor/platform/file.h>
 
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <memory>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::daemon {
 namespace {

@@ -1,4 +1,4 @@
-#include "common/event_poll.h"
+#include "programs/event_poll.h"
 
 namespace zor::daemon {
 

@@ -1,4 +1,4 @@
-#include "common/files.h"
+#include "programs/files.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "common/fd.h"
-#include "common/paths.h"
+#include "programs/fd.h"
+#include "programs/paths.h"
 
 namespace zor::daemon {
 

@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 in_headers() {
-  grep -hoE '^#define ZOR_(MSG|LOG_MSG|LCTRL|EVT)_[A-Z0-9_]+ +(UINT32_C\()?0x[0-9A-Fa-f]{3,5}\b' ../../include/zor/*.h |
+  grep -hoE '^#define ZOR_(MSG|LOG_MSG|LCTRL|EVT)_[A-Z0-9_]+ +(UINT32_C\()?0x[0-9A-Fa-f]{3,5}\b' ../include/zor/*.h |
     awk '{ print $2 }' | grep -vE '_(MASK|FIRST|LAST)$' | sort
 }
 in_table() { grep -v '^#' messages.tsv | cut -f 2 | sort; }

@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-page=../../docs/protocol.md
+page=../docs/protocol.md
 made=$(mktemp)
 trap 'rm -f "$made"' EXIT
 {
@@ -13,7 +13,7 @@ trap 'rm -f "$made"' EXIT
 } >"$made"
 if [ "${1:-}" = --check ]; then
   diff -u "$page" "$made" || {
-    echo 'docs/protocol.md: run tools/messages/docs.sh' >&2
+    echo 'docs/protocol.md: run messages/docs.sh' >&2
     exit 1
   }
 else

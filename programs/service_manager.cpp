@@ -1,4 +1,4 @@
-#include "common/service_manager.h"
+#include "programs/service_manager.h"
 
 #ifdef ZOR_SYSTEMD
 #include <systemd/sd-daemon.h>

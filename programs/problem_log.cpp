@@ -1,4 +1,4 @@
-#include "common/problem_log.h"
+#include "programs/problem_log.h"
 
 #include <poll.h>
 #include <unistd.h>

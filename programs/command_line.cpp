@@ -1,4 +1,4 @@
-#include "common/command_line.h"
+#include "programs/command_line.h"
 
 #include <fcntl.h>
 #include <getopt.h>
@@ -6,8 +6,8 @@
 
 #include <cstdio>
 
-#include "common/paths.h"
-#include "common/service_manager.h"
+#include "programs/paths.h"
+#include "programs/service_manager.h"
 
 namespace zor::daemon {
 namespace {

@@ -1,4 +1,4 @@
-#include "common/output_queue.h"
+#include "programs/output_queue.h"
 
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <utility>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::daemon {
 namespace {

@@ -1,11 +1,11 @@
-#include "common/stop_signal.h"
+#include "programs/stop_signal.h"
 
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <csignal>
 
-#include "common/service_manager.h"
+#include "programs/service_manager.h"
 
 namespace zor::daemon {
 

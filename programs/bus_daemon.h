@@ -4,9 +4,9 @@
 #ifndef COMMON_BUS_DAEMON_H
 #define COMMON_BUS_DAEMON_H
 
-#include "common/exit_code.h"
-#include "common/problem_log.h"
-#include "common/stop_signal.h"
+#include "programs/exit_code.h"
+#include "programs/problem_log.h"
+#include "programs/stop_signal.h"
 
 namespace zor::daemon {
 

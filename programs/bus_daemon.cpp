@@ -1,4 +1,4 @@
-#include "common/bus_daemon.h"
+#include "programs/bus_daemon.h"
 
 #include <fcntl.h>
 #include <zor/msg.h>
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "common/service_manager.h"
+#include "programs/service_manager.h"
 
 namespace zor::daemon {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <span>
 
-#include "common/fd.h"
+#include "programs/fd.h"
 
 namespace zor::daemon {
 

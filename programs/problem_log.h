@@ -9,7 +9,7 @@
 #include <chrono>
 #include <string>
 
-#include "common/limits.h"
+#include "programs/limits.h"
 
 namespace zor::daemon {
 

@@ -12,7 +12,7 @@
 #include <span>
 #include <vector>
 
-#include "common/fd.h"
+#include "programs/fd.h"
 
 namespace zor::daemon {
 

@@ -13,9 +13,9 @@
 
 #include <string>
 
-#include "common/exit_code.h"
-#include "common/fd.h"
-#include "common/problem_log.h"
+#include "programs/exit_code.h"
+#include "programs/fd.h"
+#include "programs/problem_log.h"
 
 namespace zor::daemon {
 

@@ -1,4 +1,4 @@
-#include "common/paths.h"
+#include "programs/paths.h"
 
 #include <sys/stat.h>
 #include <zor/platform/file.h>

@@ -3,7 +3,7 @@
 #ifndef COMMON_STOP_SIGNAL_H
 #define COMMON_STOP_SIGNAL_H
 
-#include "common/fd.h"
+#include "programs/fd.h"
 
 namespace zor::daemon {
 

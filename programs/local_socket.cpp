@@ -1,4 +1,4 @@
-#include "common/local_socket.h"
+#include "programs/local_socket.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "common/paths.h"
+#include "programs/paths.h"
 
 namespace zor::daemon {
 namespace {

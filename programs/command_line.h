@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "common/exit_code.h"
+#include "programs/exit_code.h"
 
 namespace zor::daemon {
 
