@@ -67,6 +67,34 @@ TEST_F(Timer, OneThatACallbackStartsStillShortensTheWait) {
   }
 }
 
+TEST_F(Timer, OneThatTheLastWatcherAddsIsVisitedInTheSamePass) {
+  UvTimer *added = nullptr;
+  Expire(AddTimer(10, 1,
+                  [&] {
+                    added = AddTimer(300, 1, [] {});
+                    ZOR_UTIL_TimerDel(added);
+                  }),
+         {0, 0});
+  PassAt({1, 0});
+  EXPECT_NE(added->header.flags & UV_WATCHER_DELETED, 0u) << "it has no callback, which every visit notices";
+}
+
+TEST_F(Timer, TheIdleTimeOfAPassIsTheOneFromBeforeItsCallbacks) {
+  const std::function<void()> changes[] = {
+      [&] { ZOR_UV_LoopSetIdleTime(&loop_, 1000); },
+      [&] {
+        AddIdle([&] { Stop(); });
+        EXPECT_EQ(Run(1000), ZOR_OK);
+      },
+  };
+  for (const auto &change : changes) {
+    loop_.idleTimeMs = 2000;
+    Expire(AddTimer(5000, 1, change), {0, 0});
+    EXPECT_EQ(PassAt({1, 0}), (Fields{2, 0}));
+    EXPECT_EQ(ZOR_UV_LoopGetIdleTime(&loop_), 1000u) << "the next pass";
+  }
+}
+
 TEST_F(Timer, OneThatAnIdleHookStartsEndsTheWait) {
   bool started = false;
   AddIdle([&] {

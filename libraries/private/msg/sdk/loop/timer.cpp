@@ -100,19 +100,21 @@ void SetFirstExpiry(UvTimer &timer, UvTime expiry) {
 
 constinit thread_local std::uint64_t timerStarts = 0;
 
-// Neither the started nor the deleted bit is looked at: a deleted timer may fire until it is swept. A callback may have
-// started a timer that the walk had left behind, or added one behind the last watcher.
+// Neither the started nor the deleted bit is looked at: a deleted timer may fire until it is swept. A callback may
+// start a timer that the walk has already passed. The idle time is the one from before the callbacks, which may change
+// it, also by a run of their own.
 Survey RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept {
   Survey survey = {listChanges, timerStarts};
+  const UvTime idleTime = loop.idleTimeMs != 0 ? FromMilliseconds(loop.idleTimeMs) : kEndless;
   UvTime earliest = kEndless;
-  for (Walk walk(loop); UvWatcher *watcher = walk.Next();) {
+  for (Walk walk(loop, Walk::Appended::kVisit); UvWatcher *watcher = walk.Next();) {
     survey.flags |= watcher->flags;
     if ((watcher->flags & UV_WATCHER_IO) != 0) ++survey.descriptorCount;
     if ((watcher->flags & UV_WATCHER_TIMER) == 0) continue;
     auto &timer = RecordOf<UvTimer>(watcher);
     if (Examine(loop, timer) && Before(Expiry(timer), earliest)) earliest = Expiry(timer);
   }
-  timeout = loop.idleTimeMs != 0 ? FromMilliseconds(loop.idleTimeMs) : kEndless;
+  timeout = idleTime;
   LowerTo(earliest, loop, timeout);
   if (survey.timerStarts != timerStarts) HeedStartedTimers(loop, timeout);
   survey.timerStarts = timerStarts;

@@ -33,6 +33,12 @@ void Walk::OnUnlink(const UvWatcher *watcher) noexcept {
   }
 }
 
+void Walk::OnAppend(UvWatcher *watcher) noexcept {
+  for (Walk *walk = innermost_; walk != nullptr; walk = walk->outer_) {
+    if (walk->next_ == nullptr && walk->growing_ == watcher->loop) walk->next_ = watcher;
+  }
+}
+
 CallFrame::~CallFrame() {
   innermost_ = outer_;
   if (freed_) Free(watcher_);
@@ -74,6 +80,7 @@ uint32_t ZOR_UV_WatcherInit(UvLoop *loop, UvWatcher *watcher, uint32_t kind) {
   if (watcher == nullptr || owner == nullptr) return ZOR_E_ARGUMENT;
   *watcher = {nullptr, owner, kind | UV_WATCHER_LISTED, nullptr};
   zor::Append(owner->watchers, watcher);
+  zor::Walk::OnAppend(watcher);
   ++zor::listChanges;
   return ZOR_OK;
 }

@@ -18,11 +18,17 @@ Record &RecordOf(UvWatcher *watcher) noexcept {
   return *static_cast<Record *>(static_cast<void *>(watcher));
 }
 
-// A walk in list order. The next watcher is chosen before the current one is handed out, so what is appended while the
-// last one is handed out is not visited: a hook that replaces itself would never let a pass end.
+// A walk in list order. The next watcher is chosen before the current one is handed out.
 class Walk {
  public:
-  explicit Walk(const UvLoop &loop) noexcept : next_(loop.watchers), outer_(innermost_) { innermost_ = this; }
+  // What becomes of watchers that are appended while the last one is handed out. Most walks leave them to the next
+  // pass: a hook that replaces itself would never let this one end.
+  enum class Appended { kLeave, kVisit };
+
+  explicit Walk(const UvLoop &loop, Appended appended = Appended::kLeave) noexcept
+      : next_(loop.watchers), growing_(appended == Appended::kVisit ? &loop : nullptr), outer_(innermost_) {
+    innermost_ = this;
+  }
   ~Walk() { innermost_ = outer_; }
   Walk(const Walk &) = delete;
   Walk &operator=(const Walk &) = delete;
@@ -34,13 +40,15 @@ class Walk {
     return watcher;
   }
 
-  // What every unlinking tells the walks.
+  // Every unlinking and every appending reports to the walks.
   static void OnUnlink(const UvWatcher *watcher) noexcept;
+  static void OnAppend(UvWatcher *watcher) noexcept;
 
  private:
   [[gnu::tls_model("initial-exec")]] static constinit thread_local Walk *innermost_;
 
   UvWatcher *next_;
+  const UvLoop *const growing_;  // the loop, when appended watchers are visited too
   Walk *const outer_;
 };
 
