@@ -182,14 +182,33 @@ TEST_F(Process, HasItsOutputReadToTheEndWithoutASpareDescriptor) {
   EXPECT_EQ(shell.out, "out\n");
 }
 
+TEST_F(Process, HasItsOutputReadToTheEndThoughSomeCallsReadNothing) {
+  static int calls;
+  calls = 0;
+  Shell shell("echo 1; echo 2; echo 3", UV_PROCESS_STDOUT);
+  shell.options.outputCallback = [](UvProcess *process, UvIO *stream, uint32_t) {
+    if (++calls % 2 == 0) return;
+    char byte;
+    if (::read(stream->fd, &byte, 1) != 1) return ZOR_UV_ProcessDeleteRedirectIO(process, stream);
+    Shell::Of(process).out += byte;
+  };
+  shell.onExit = [] { ZOR_UV_LoopStop(mainLoop); };
+  ASSERT_EQ(shell.Spawn(), ZOR_OK);
+  EXPECT_TRUE(WaitUntil([&] { return shell.process->exited != 0; })) << "all is left to the drain";
+  EXPECT_EQ(ZOR_UV_LoopRun(nullptr, 0), ZOR_OK);
+  EXPECT_EQ(shell.out, "1\n2\n3\n");
+}
+
 TEST_F(Process, HasDescriptorsClosedUpToTheLoopsHighest) {
-  for (const int fd : {10, 11, 50, 51}) ASSERT_EQ(::dup2(2, fd), fd);
+  for (const int fd : {10, 50, 51}) ASSERT_EQ(::dup2(2, fd), fd);
+  ASSERT_EQ(::dup3(2, 11, O_CLOEXEC), 11) << "like the sockets that the library makes";
   const char *script = "n=0; for i in 10 11 50 51; do n=$((2*n)); [ -e /proc/$$/fd/$i ] && n=$((n+1)); done; exit $n";
   Shell low(script);
   low.options.keepFd = [](const UvProcessOptions *, int32_t fd) -> uint32_t { return fd == 11 ? 1 : 0; };
   mainLoop->maxFd = 3;
   EXPECT_EQ(low.Run(), "exit 5") << "11 is kept, 51 is beyond";
   mainLoop->maxFd = 10;
+  ASSERT_EQ(::dup2(2, 11), 11);
   EXPECT_EQ(Shell(script).Run(), "exit 7");
 }
 

@@ -30,6 +30,7 @@ class ChildSetup {
 
  private:
   bool Has(std::uint32_t flags) const noexcept { return (options_.flags & flags) != 0; }
+  bool IsOurs(int fd) const noexcept;
   bool IsKept(int fd) const noexcept;
   void CloseDescriptors(int maxFd) const noexcept;
   void JoinGroups() const noexcept;
@@ -48,9 +49,18 @@ void Say(const char *text) {
   ::dprintf(STDOUT_FILENO, "%s", text);
 }
 
-bool ChildSetup::IsKept(int fd) const noexcept {
+// The library's own sockets are close-on-exec, and a descriptor that is kept is meant for the program.
+void KeepAcrossExec(int fd) {
+  const int flags = ::fcntl(fd, F_GETFD);
+  if (flags >= 0) ::fcntl(fd, F_SETFD, flags & ~FD_CLOEXEC);
+}
+
+bool ChildSetup::IsOurs(int fd) const noexcept {
   if (fd == gate_.childEnd()) return true;
-  if (std::any_of(streams_.begin(), streams_.end(), [fd](const UniqueFd &end) { return end.get() == fd; })) return true;
+  return std::any_of(streams_.begin(), streams_.end(), [fd](const UniqueFd &end) { return end.get() == fd; });
+}
+
+bool ChildSetup::IsKept(int fd) const noexcept {
   return options_.keepFd != nullptr && options_.keepFd(&options_, fd) != 0;
 }
 
@@ -60,7 +70,12 @@ void ChildSetup::CloseDescriptors(int maxFd) const noexcept {
   int bound = redirects ? maxFd + 1 : maxFd;
   if (bound < kLowestBound) bound = kDefaultBound;
   for (int fd = kFirstClosed; fd <= bound; ++fd) {
-    if (!IsKept(fd)) ::close(fd);
+    if (IsOurs(fd)) continue;
+    if (IsKept(fd)) {
+      KeepAcrossExec(fd);
+    } else {
+      ::close(fd);
+    }
   }
 }
 

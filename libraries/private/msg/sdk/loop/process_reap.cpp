@@ -64,26 +64,26 @@ int BytesIn(int fd) {
   return ::ioctl(fd, FIONREAD, &bytes) == 0 ? bytes : 0;
 }
 
-// Whether the pipe is empty and nobody has it open any more.
-bool IsAtEnd(int fd) {
+// Whether no process can write to the pipe any more, so that its end comes by itself.
+bool HasHungUp(int fd) {
   pollfd polled = {fd, POLLIN, 0};
-  return ::poll(&polled, 1, 0) == 1 && polled.revents == POLLHUP;
+  return ::poll(&polled, 1, 0) == 1 && (polled.revents & POLLHUP) != 0;
 }
 
-// Whoever else has the pipe open could keep its reader waiting for ever, so the reader gets an empty file in its place.
+// Another process that has the pipe open could keep its reader waiting for ever, so the reader gets an empty file in
+// its place.
 bool GiveEndOfFile(int fd) {
-  if (IsAtEnd(fd)) return true;
   const UniqueFd empty(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   return empty.valid() && ::dup3(empty.get(), fd, O_CLOEXEC) == fd;
 }
 
-// Has all that the child has written read. A call reads a byte at least, so a pipe into which another process goes on
-// writing is cut off when the child's bytes must have been read.
+// Calls until all that the child has written was read. While another process can still write, the pipe is cut off once
+// it is empty, or after as many calls as the child has left bytes: the other process may keep writing.
 void Drain(UvIO *const &slot, const CallFrame &process) {
   if (slot == nullptr) return;
   int callsLeft = BytesIn(slot->fd);
   for (bool ended = false; !process.freed() && slot != nullptr; --callsLeft) {
-    if (!ended && (callsLeft <= 0 || BytesIn(slot->fd) == 0)) {
+    if (!ended && !HasHungUp(slot->fd) && (callsLeft <= 0 || BytesIn(slot->fd) == 0)) {
       if (!GiveEndOfFile(slot->fd)) return;
       ended = true;
     }
