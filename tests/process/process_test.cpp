@@ -292,6 +292,36 @@ TEST_F(Process, IsRunToItsEndByASynchronousSpawn) {
   EXPECT_EQ(ZOR_UV_LoopGetDefault(), mainLoop);
 }
 
+TEST_F(Process, OfASynchronousSpawnMayRunAndStopTheLoopInItsCallbacks) {
+  const auto runFor = [](uint32_t idleTimeMs) {
+    UvTimer *guard = ZOR_UTIL_TimerAdd(
+        20, 1, [](void *) { ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault()); }, nullptr);
+    ZOR_UV_LoopRun(nullptr, idleTimeMs);
+    ZOR_UTIL_TimerDel(guard);
+  };
+  static std::function<void()> onOutput;
+  const std::function<void()> actions[] = {
+      [&] { runFor(0); },
+      [&] { runFor(60000); },
+      [] { ZOR_UV_LoopRun(nullptr, 1); },
+      [] { ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault()); },
+      [] {  // a run that sees the end of the child
+        while (ZOR_UV_LoopRun(nullptr, 1000) == ZOR_E_TIMEOUT) continue;
+      },
+  };
+  for (const auto &action : actions) {
+    Shell shell("echo out; sleep 0.2; echo more; exit 3", UV_PROCESS_STDOUT);
+    onOutput = action;
+    shell.onExit = [] { ZOR_UV_LoopRun(nullptr, 1); };
+    shell.options.outputCallback = [](UvProcess *process, UvIO *stream, uint32_t streamId) {
+      Shell::OnOutput(process, stream, streamId);
+      if (onOutput != nullptr) std::exchange(onOutput, nullptr)();
+    };
+    EXPECT_EQ(ZOR_UV_ProcessSpawnSync(&shell.options, 0), 3u);
+    EXPECT_EQ(shell.ended + shell.out, "exit 3out\nmore\n");
+  }
+}
+
 TEST_F(Process, MaySpawnSynchronouslyFromACallbackButNotFromASynchronousOne) {
   Shell inner("exit 5");
   Shell outer("exit 6");

@@ -41,6 +41,12 @@ void Run::BeginTurn() noexcept {
   turn_ = ++lastTurn;
 }
 
+void Run::End(const UvLoop &loop) noexcept {
+  for (Run *run = innermostRun; run != nullptr; run = run->outer_) {
+    if (&run->loop_ == &loop) run->ended_ = true;
+  }
+}
+
 std::uint64_t Run::TurnOf(const UvLoop &loop) noexcept {
   const Run *run = innermostRun;
   while (run != nullptr && &run->loop_ != &loop) run = run->outer_;
@@ -74,14 +80,15 @@ uint32_t ZOR_UV_LoopRun(UvLoop *loop, uint32_t idleTimeMs) {
   running->iteration = 0;
   uint32_t status = ZOR_OK;
   zor::Run run(*running);
-  while ((running->flags & UV_LOOP_STOP) == 0) {
+  const auto mustLeave = [&] { return run.ended() || (running->flags & UV_LOOP_STOP) != 0; };
+  while (!mustLeave()) {
     run.BeginTurn();
     running->now = zor::MonotonicNow();
     const zor::Survey survey = zor::RunTimerPass(*running, running->selectTimeout);
     const bool mayHaveHooks = (survey.flags & UV_WATCHER_IDLE) != 0 || survey.changes != zor::listChanges;
     if (mayHaveHooks) zor::RunIdleHooks(*running);
     if (survey.timerStarts != zor::timerStarts) zor::HeedStartedTimers(*running, running->selectTimeout);
-    if ((running->flags & UV_LOOP_STOP) != 0) break;
+    if (mustLeave()) break;
     status = zor::WaitAndDispatch(*running, survey);
     if (status != ZOR_OK) running->flags |= UV_LOOP_STOP;
     ++running->iteration;

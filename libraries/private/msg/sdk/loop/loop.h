@@ -26,6 +26,11 @@ class Run {
   Run &operator=(const Run &) = delete;
 
   void BeginTurn() noexcept;
+  // Whether End was called for this run.
+  bool ended() const noexcept { return ended_; }
+
+  // Ends every run of the loop that is on the stack at its next look. A stop ends the innermost one only.
+  static void End(const UvLoop &loop) noexcept;
   // The turn that the loop is in; of nested runs the innermost. 0 outside a run.
   static std::uint64_t TurnOf(const UvLoop &loop) noexcept;
   static bool InProgress(std::uint64_t turn) noexcept;
@@ -33,6 +38,7 @@ class Run {
  private:
   const UvLoop &loop_;
   std::uint64_t turn_ = 0;
+  bool ended_ = false;
   Run *const outer_;
 };
 

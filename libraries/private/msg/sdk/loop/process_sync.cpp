@@ -12,45 +12,50 @@
 namespace zor {
 namespace {
 
-// What the caller's options held, while they hold the wrappers. It is the data of the process, but the caller's data
-// is while a callback of the caller runs.
-struct SyncSpawn {
-  const UvProcessOptions &wanted;
+// The private loop of a spawn, with what the caller's options hold while a copy of them holds the wrappers. Callbacks
+// find it through the loop of their process: the data of the process is the caller's.
+struct SyncSpawn : UvLoop {
+  const UvProcessOptions *wanted;
   std::uint32_t result;
+  bool ended;
 };
 
 SyncSpawn &ContextOf(const UvProcess &process) {
-  return *static_cast<SyncSpawn *>(process.header.data);
+  return static_cast<SyncSpawn &>(*process.header.loop);
 }
 
+// The options that the caller gave. A callback may have left something else in the data of the process.
+const UvProcessOptions &BeginCall(UvProcess &process) {
+  const UvProcessOptions &wanted = *ContextOf(process).wanted;
+  process.header.data = wanted.data;
+  return wanted;
+}
+
+// The runs end even when one that the callback starts takes the stop for its own.
 void OnExit(UvProcess *process, std::int32_t pid, std::int32_t exitCode, std::int32_t termSignal) {
   SyncSpawn &context = ContextOf(*process);
   context.result = termSignal == SIGKILL ? ZOR_E_TIMEOUT : static_cast<std::uint32_t>(exitCode);
-  ZOR_UV_LoopStop(defaultLoopOverride);
-  if (context.wanted.exitCallback == nullptr) return;
-  const ScopedValue<void *> data(process->header.data, context.wanted.data);
-  context.wanted.exitCallback(process, pid, exitCode, termSignal);
+  context.ended = true;
+  Run::End(context);
+  ZOR_UV_LoopStop(&context);
+  const UvProcessOptions &wanted = BeginCall(*process);
+  if (wanted.exitCallback != nullptr) wanted.exitCallback(process, pid, exitCode, termSignal);
 }
 
 void OnOutput(UvProcess *process, UvIO *stream, std::uint32_t streamId) {
-  const SyncSpawn &context = ContextOf(*process);
-  const ScopedValue<void *> data(process->header.data, context.wanted.data);
-  context.wanted.outputCallback(process, stream, streamId);
+  BeginCall(*process).outputCallback(process, stream, streamId);
 }
 
 void OnInput(UvProcess *process, UvIO *stream) {
-  const SyncSpawn &context = ContextOf(*process);
-  const ScopedValue<void *> data(process->header.data, context.wanted.data);
-  context.wanted.inputCallback(process, stream);
+  BeginCall(*process).inputCallback(process, stream);
 }
 
-// A wrapper of a callback that is not there would have a pipe made that nobody reads.
-UvProcessOptions Wrapped(SyncSpawn &context) {
-  UvProcessOptions options = context.wanted;
+// A wrapper without a callback behind it would get a pipe that is never read.
+UvProcessOptions Wrapped(const UvProcessOptions &wanted) {
+  UvProcessOptions options = wanted;
   options.exitCallback = OnExit;
   if (options.outputCallback != nullptr) options.outputCallback = OnOutput;
   if (options.inputCallback != nullptr) options.inputCallback = OnInput;
-  options.data = &context;
   return options;
 }
 
@@ -59,18 +64,28 @@ void TraceEnd(std::int32_t pid, const UvProcess &process) {
                       process.cmdLine, static_cast<long long>(ZOR_UV_LoopGetCurIdx(nullptr)));
 }
 
-std::uint32_t RunToEnd(UvLoop &loop, SyncSpawn &context, std::uint32_t idleTimeMs) {
-  const UvProcessOptions options = Wrapped(context);
+// A callback may stop the loop, or change its idle time by a run of its own: neither is the end of the child. A
+// callback may even destroy the loop, and then nothing is left to wait for.
+void RunToEnd(SyncSpawn &context, const UvProcess *process, std::uint32_t idleTimeMs) {
+  std::uint32_t status = ZOR_OK;
+  do {
+    status = ZOR_UV_LoopRun(&context, idleTimeMs);
+    if (status == ZOR_E_TIMEOUT && context.idleTimeMs != idleTimeMs) status = ZOR_OK;
+  } while (status == ZOR_OK && !context.ended && IsOnLoop(&context, &process->header));
+}
+
+std::uint32_t SpawnAndRun(SyncSpawn &context, std::uint32_t idleTimeMs) {
+  const UvProcessOptions options = Wrapped(*context.wanted);
   UvProcess *process = nullptr;
   std::int32_t pid = -1;
   {
-    const ScopedValue<UvLoop *> override(defaultLoopOverride, &loop);
-    const std::uint32_t status = ZOR_UV_ProcessSpawn(&loop, &process, &options);
+    const ScopedValue<UvLoop *> override(defaultLoopOverride, &context);
+    const std::uint32_t status = ZOR_UV_ProcessSpawn(&context, &process, &options);
     if (status != ZOR_OK) return status;
     pid = process->pid;
-    ZOR_UV_LoopRun(&loop, idleTimeMs);
+    RunToEnd(context, process, idleTimeMs);
   }
-  if (IsOnLoop(&loop, &process->header)) TraceEnd(pid, *process);
+  if (IsOnLoop(&context, &process->header)) TraceEnd(pid, *process);
   return context.result;
 }
 
@@ -80,10 +95,10 @@ std::uint32_t RunToEnd(UvLoop &loop, SyncSpawn &context, std::uint32_t idleTimeM
 uint32_t ZOR_UV_ProcessSpawnSync(const UvProcessOptions *options, uint32_t idleTimeMs) {
   if (options == nullptr) return ZOR_E_ARGUMENT;
   if (zor::defaultLoopOverride != nullptr) return ZOR_E_BUSY;
-  UvLoop loop;
-  ZOR_UV_LoopInit(&loop);
-  zor::SyncSpawn context = {*options, 0};
-  const uint32_t result = zor::RunToEnd(loop, context, idleTimeMs);
-  ZOR_UV_LoopDestroy(&loop);
+  zor::SyncSpawn context = {};
+  context.wanted = options;
+  ZOR_UV_LoopInit(&context);
+  const uint32_t result = zor::SpawnAndRun(context, idleTimeMs);
+  ZOR_UV_LoopDestroy(&context);
   return result;
 }
