@@ -42,8 +42,8 @@ struct UvProcessOptions;
 typedef void (*UV_PROCESS_REAP)(struct UvProcess *process, int32_t pid, int32_t termSignal, int32_t exitCode);
 /* Called in the idle pass: exit code first. One of the two is 0. */
 typedef void (*UV_PROCESS_EXIT)(struct UvProcess *process, int32_t pid, int32_t exitCode, int32_t termSignal);
-/* Asked in the child: nonzero keeps the descriptor open until the program starts, and beyond if it is not
-   close-on-exec. */
+/* Asked in the child: nonzero keeps the descriptor open for the program, also one that is close-on-exec in the parent,
+   as the library's own sockets are. */
 typedef uint32_t (*UV_PROCESS_KEEP_FD)(const struct UvProcessOptions *options, int32_t fd);
 /*
  * A redirected output may be read; streamId is UV_PROCESS_STDOUT or UV_PROCESS_STDERR. Has to read, and to call

@@ -119,6 +119,21 @@ TEST_F(Connection, TheLoopDispatchesWhatArrivesAlsoFromAFile) {
   EXPECT_THAT(dispatched, ElementsAre("1:inline", "0:" + body));
 }
 
+TEST_F(Connection, OutlivesTheSynchronousSpawnInWhoseCallbackItWasMade) {
+  static std::function<void()> onExit;
+  onExit = [&] { EXPECT_EQ(Init(MakeRegistrationReply("granted", 0, Words(1, 300))), ZOR_OK); };
+  const char *const args[] = {"true", nullptr};
+  UvProcessOptions options = {};
+  options.file = "/bin/true";
+  options.args = args;
+  options.exitCallback = [](UvProcess *, int32_t, int32_t, int32_t) { onExit(); };
+  EXPECT_EQ(ZOR_UV_ProcessSpawnSync(&options, 0), 0u);
+  EXPECT_THAT(OnLoop(), ElementsAre("every 300000", "hook"));
+  server_.Send(MakeMessage(0x4001, "peer", "granted", 1, "one"));
+  EXPECT_TRUE(RunLoopUntil([] { return !dispatched.empty(); }));
+  EXPECT_THAT(dispatched, ElementsAre("1:one"));
+}
+
 TEST_F(Connection, AnAsynchronousReplyMustMatchTypeAndNumber) {
   ASSERT_EQ(Init(), ZOR_OK);
   static uint32_t answer = 0;

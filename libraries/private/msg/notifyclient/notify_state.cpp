@@ -2,9 +2,12 @@
 
 #include <sys/socket.h>
 #include <unistd.h>
+#include <zor/status.h>
 
 #include "base/list.h"
 #include "sdk/loop/lookup.h"
+#include "sdk/loop/loop.h"
+#include "sdk/sockutil/sockbase.h"
 
 namespace zor::notify {
 namespace {
@@ -12,7 +15,7 @@ namespace {
 // The watcher, or null once its loop has been destroyed and has freed it.
 SockBase *LiveWatcher() {
   SockBase *watcher = g_stClient.watcher;
-  return watcher != nullptr && IsOnLoop(g_stClient.loop, &watcher->io.header) ? watcher : nullptr;
+  return watcher != nullptr && IsOnLoop(&MainLoop(), &watcher->io.header) ? watcher : nullptr;
 }
 
 void FreePendingMessage(void *item) {
@@ -55,8 +58,7 @@ void SetDescriptor(std::int32_t fd) noexcept {
 
 bool StartWatching(SOCK_EVENT_PROC eventProc) noexcept {
   Client &client = g_stClient;
-  client.loop = ZOR_UV_LoopGetDefault();
-  return ZOR_UTIL_SockBaseReg(client.fd, 0, eventProc, ZOR_SOCK_MODE_READ, &client, &client.watcher) == 0;
+  return RegisterSockBase(MainLoop(), client.fd, eventProc, ZOR_SOCK_MODE_READ, &client, &client.watcher) == ZOR_OK;
 }
 
 void StopWatching() noexcept {

@@ -39,8 +39,7 @@ struct Client {
   std::uint32_t mid;
   std::int32_t fd = -1;
   std::uint32_t sequence;
-  SockBase *watcher;
-  UvLoop *loop;  // the watcher's; destroying the loop frees the watcher without a word to us
+  SockBase *watcher;  // on the main loop; destroying the loop frees it without notifying the client
   Handler *handlers;
   ZOR_NOTIFY_DEFAULT_SYNC_PROC defaultSync;
   ZOR_NOTIFY_DEFAULT_ASYNC_PROC defaultAsync;
@@ -64,7 +63,7 @@ void SetOwnId(std::uint32_t mid) noexcept;
 // Sends and receives on this descriptor from now on.
 void SetDescriptor(std::int32_t fd) noexcept;
 
-// Watches the connection on the default loop. False when the loop does not take it.
+// Watches the connection on the main loop. False when the loop does not take it.
 bool StartWatching(SOCK_EVENT_PROC eventProc) noexcept;
 
 // Takes the connection off its loop and leaves the descriptor open.

@@ -1,5 +1,6 @@
 #include "sdk/loop/lookup.h"
 
+#include "sdk/loop/loop.h"
 #include "sdk/loop/watcher.h"
 
 namespace zor {
@@ -26,11 +27,11 @@ bool IsOnLoop(UvLoop *loop, const UvWatcher *watcher) noexcept {
 }
 
 bool EnsureIdleHook(UV_IDLE_CALLBACK callback) noexcept {
-  const bool present = AnyOnLoop(nullptr, [callback](UvWatcher *listed) {
+  const bool present = AnyOnLoop(&MainLoop(), [callback](UvWatcher *listed) {
     const bool isHook = (listed->flags & (UV_WATCHER_IDLE | UV_WATCHER_DELETED)) == UV_WATCHER_IDLE;
     return isHook && RecordOf<UvIdle>(listed).idleCallback == callback;
   });
-  return present || ZOR_UV_IdleStart(nullptr, callback) != nullptr;
+  return present || ZOR_UV_IdleStart(&MainLoop(), callback) != nullptr;
 }
 
 }  // namespace zor

@@ -1,5 +1,5 @@
-// Asking a loop what it holds. Whoever destroys a loop frees its watchers without a word to their owners, so an owner
-// looks on the loop itself: an address that it remembers may dangle.
+// Finds watchers on a loop. Destroying a loop frees its watchers without notifying their owners, so an owner searches
+// the loop: an address that it remembers may dangle.
 #ifndef SDK_LOOP_LOOKUP_H
 #define SDK_LOOP_LOOKUP_H
 
@@ -10,7 +10,7 @@ namespace zor {
 // Whether the watcher is still on the loop.
 bool IsOnLoop(UvLoop *loop, const UvWatcher *watcher) noexcept;
 
-// Starts an idle hook on the default loop unless one with this callback is there. False when it cannot be started.
+// Starts an idle hook on the main loop unless one with this callback is there. False when it cannot be started.
 bool EnsureIdleHook(UV_IDLE_CALLBACK callback) noexcept;
 
 }  // namespace zor

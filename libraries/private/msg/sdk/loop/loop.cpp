@@ -12,8 +12,6 @@
 namespace zor {
 namespace {
 
-UvLoop defaultLoop;
-
 // Runs on the stack of this thread, innermost first, and the last turn number given out.
 thread_local Run *innermostRun = nullptr;
 thread_local std::uint64_t lastTurn = 0;
@@ -28,6 +26,12 @@ void FreePendingReplies(const UvLoop &loop) {
 }  // namespace
 
 UvLoop *defaultLoopOverride = nullptr;
+
+UvLoop &MainLoop() noexcept {
+  static UvLoop loop;
+  if ((loop.flags & UV_LOOP_INITIALISED) == 0) ZOR_UV_LoopInit(&loop);
+  return loop;
+}
 
 Run::Run(const UvLoop &loop) noexcept : loop_(loop), outer_(innermostRun) {
   innermostRun = this;
@@ -68,9 +72,7 @@ void ZOR_UV_LoopInit(UvLoop *loop) {
 }
 
 UvLoop *ZOR_UV_LoopGetDefault(void) {
-  if (zor::defaultLoopOverride != nullptr) return zor::defaultLoopOverride;
-  if ((zor::defaultLoop.flags & UV_LOOP_INITIALISED) == 0) ZOR_UV_LoopInit(&zor::defaultLoop);
-  return &zor::defaultLoop;
+  return zor::defaultLoopOverride != nullptr ? zor::defaultLoopOverride : &zor::MainLoop();
 }
 
 uint32_t ZOR_UV_LoopRun(UvLoop *loop, uint32_t idleTimeMs) {

@@ -3,6 +3,7 @@
 #define SDK_LOOP_LOOP_H
 
 #include <zor/uv_io.h>
+#include <zor/uv_timer.h>
 
 #include <cstdint>
 
@@ -10,6 +11,9 @@ namespace zor {
 
 // While set, this loop is the default loop: a synchronous spawn runs a private loop.
 extern UvLoop *defaultLoopOverride;
+
+// The process's own default loop, also during a synchronous spawn: for what outlives the spawn.
+UvLoop &MainLoop() noexcept;
 
 // Null stands for the default loop.
 inline UvLoop *LoopOrDefault(UvLoop *loop) noexcept {
@@ -57,6 +61,10 @@ struct Survey {
 Survey RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept;
 // Lowers the time-out for timers that were started behind the back of the timer pass, which would else fire late.
 void HeedStartedTimers(const UvLoop &loop, UvTime &timeout) noexcept;
+
+// A timer in a block of its own, started on this loop; null without memory. The loop frees it after its deletion.
+UvTimer *AddTimer(UvLoop *loop, std::uint32_t intervalMs, std::uint32_t repeatCount, UV_TIMER_CALLBACK callback,
+                  void *data) noexcept;
 
 // The idle pass.
 void RunIdleHooks(UvLoop &loop) noexcept;

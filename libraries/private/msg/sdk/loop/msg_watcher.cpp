@@ -9,6 +9,7 @@
 #include "base/list.h"
 #include "base/stream_read.h"
 #include "message/reader.h"
+#include "sdk/loop/loop.h"
 #include "trace/message_track.h"
 
 namespace zor {
@@ -98,10 +99,7 @@ void OnNoReply(void *data) {
 
 // The guard lives on the loop of its watcher: the default loop may be a passing one, whose end frees its timers.
 UvTimer *StartGuard(UvPendingReply &record, std::uint32_t timeoutMs) {
-  MallocPtr<UvTimer> timer = GuardedNew<UvTimer>();
-  if (timer == nullptr || ZOR_UV_TimerInit(record.watcher->io.header.loop, timer.get()) != ZOR_OK) return nullptr;
-  ZOR_UV_TimerStart(timer.get(), timeoutMs, 1, OnNoReply, &record);
-  return timer.release();
+  return AddTimer(record.watcher->io.header.loop, timeoutMs, 1, OnNoReply, &record);
 }
 
 UvIO *IoOf(UvMsgWatcher *watcher) {

@@ -121,6 +121,14 @@ Survey RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept {
   return survey;
 }
 
+UvTimer *AddTimer(UvLoop *loop, std::uint32_t intervalMs, std::uint32_t repeatCount, UV_TIMER_CALLBACK callback,
+                  void *data) noexcept {
+  auto timer = GuardedNew<UvTimer>();
+  if (timer == nullptr || ZOR_UV_TimerInit(loop, timer.get()) != ZOR_OK) return nullptr;
+  ZOR_UV_TimerStart(timer.get(), intervalMs, repeatCount, callback, data);
+  return timer.release();
+}
+
 void HeedStartedTimers(const UvLoop &loop, UvTime &timeout) noexcept {
   for (UvWatcher *watcher : ListView<UvWatcher>(loop.watchers)) {
     if ((watcher->flags & UV_WATCHER_TIMER) == 0 || CallFrame::Holds(watcher)) continue;
@@ -164,10 +172,7 @@ uint32_t ZOR_UV_RunTimers(UvLoop *loop, UvTime *timeoutOut) {
 }
 
 UvTimer *ZOR_UTIL_TimerAdd(uint32_t intervalMs, uint32_t repeatCount, UV_TIMER_CALLBACK callback, void *data) {
-  auto timer = zor::GuardedNew<UvTimer>();
-  if (timer == nullptr || ZOR_UV_TimerInit(nullptr, timer.get()) != ZOR_OK) return nullptr;
-  ZOR_UV_TimerStart(timer.get(), intervalMs, repeatCount, callback, data);
-  return timer.release();
+  return zor::AddTimer(nullptr, intervalMs, repeatCount, callback, data);
 }
 
 void ZOR_UTIL_TimerDel(UvTimer *timer) {

@@ -8,14 +8,12 @@
 #include "message/context.h"
 #include "message/header.h"
 #include "sdk/loop/lookup.h"
+#include "sdk/loop/loop.h"
 #include "sdk/loop/msg_watcher.h"
 #include "sdk/msgapi/body_file.h"
 
 namespace zor {
 namespace {
-
-// The loop that the watcher was put on. Who destroys that loop frees the watcher, and the context does not learn of it.
-UvLoop *g_busLoop = nullptr;
 
 std::uint32_t FixUpHeader(ZOR_MSG_HEAD *header, std::uint32_t *bodyInFile) {
   *bodyInFile = FixUpReceivedHeader(*header, g_stMsgCtx);
@@ -58,17 +56,16 @@ std::uint32_t StartBusWatcher(int fd) noexcept {
   watcher->getPayloadLength = FixUpHeader;
   watcher->matchReply = AnswersRequest;
   watcher->fixUp = RestoreBody;
-  ZOR_UV_MsgInit(nullptr, watcher.get(), fd, Dispatch);
+  ZOR_UV_MsgInit(&MainLoop(), watcher.get(), fd, Dispatch);
   if (watcher->io.header.loop == nullptr) return ZOR_E_ARGUMENT;
   watcher->io.ioCallback = OnReadable;
-  g_busLoop = watcher->io.header.loop;
   g_stMsgCtx.watcher = watcher.release();  // the loop's from here on
   return ZOR_UV_MsgStart(g_stMsgCtx.watcher);
 }
 
 UvMsgWatcher *LiveBusWatcher() noexcept {
   UvMsgWatcher *watcher = g_stMsgCtx.watcher;
-  return watcher != nullptr && IsOnLoop(g_busLoop, &watcher->io.header) ? watcher : nullptr;
+  return watcher != nullptr && IsOnLoop(&MainLoop(), &watcher->io.header) ? watcher : nullptr;
 }
 
 // Not ZOR_UV_MsgDelete, which shuts the connection down: a forked child that leaves the bus must not cut off its

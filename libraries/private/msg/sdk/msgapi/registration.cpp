@@ -13,6 +13,7 @@
 #include "base/text.h"
 #include "message/context.h"
 #include "message/header.h"
+#include "sdk/loop/loop.h"
 #include "trace/trace.h"
 
 namespace zor {
@@ -36,7 +37,7 @@ void StartReports(std::string_view body) {
   if (body.size() < sizeof(ZOR_MSG_REGISTER_REPLY)) return;
   if (LoadU32(body.data() + offsetof(ZOR_MSG_REGISTER_REPLY, reportSwitch)) == 0) return;
   const std::uint64_t seconds = LoadU32(body.data() + offsetof(ZOR_MSG_REGISTER_REPLY, reportSeconds));
-  ZOR_UTIL_TimerAdd(static_cast<std::uint32_t>(std::min(seconds * 1000, kPeriodMaxMs)), 0, SendReport, nullptr);
+  AddTimer(&MainLoop(), static_cast<std::uint32_t>(std::min(seconds * 1000, kPeriodMaxMs)), 0, SendReport, nullptr);
 }
 
 // Also without settings: this call is what puts the granted name into the trace lines.
@@ -69,7 +70,7 @@ std::uint32_t Register() noexcept {
 }
 
 void StopReports() noexcept {
-  ZOR_UV_WatcherIterateItem(nullptr, nullptr, StopIfReport);
+  ZOR_UV_WatcherIterateItem(&MainLoop(), nullptr, StopIfReport);
 }
 
 }  // namespace zor

@@ -1,9 +1,10 @@
 // The socket base: descriptor watchers of the default loop with one event procedure each.
-#include <zor/sockbase.h>
+#include "sdk/sockutil/sockbase.h"
 
 #include <zor/status.h>
 
 #include "base/alloc.h"
+#include "sdk/loop/watcher.h"
 
 namespace zor {
 namespace {
@@ -11,7 +12,7 @@ namespace {
 constexpr std::uint32_t kAllEvents = UV_READABLE | UV_WRITABLE | UV_EXCEPTIONAL;
 
 void Dispatch(UvIO *watcher, std::uint32_t event) {
-  auto *sockBase = static_cast<SockBase *>(static_cast<void *>(watcher));
+  auto *sockBase = &RecordOf<SockBase>(&watcher->header);
   if (sockBase->eventProc != nullptr) sockBase->eventProc(sockBase, event);
 }
 
@@ -30,22 +31,28 @@ void ApplyFirstMode(SockBase *sockBase, std::uint32_t mode) {
 }
 
 }  // namespace
-}  // namespace zor
 
-uint32_t ZOR_UTIL_SockBaseReg(int32_t fd, uintptr_t, SOCK_EVENT_PROC eventProc, uint32_t mode, void *data,
-                              SockBase **outSockBase) {
+std::uint32_t RegisterSockBase(UvLoop &loop, std::int32_t fd, SOCK_EVENT_PROC eventProc, std::uint32_t mode, void *data,
+                               SockBase **outSockBase) noexcept {
   if (outSockBase != nullptr) *outSockBase = nullptr;
-  auto owned = zor::GuardedNew<SockBase>();
+  auto owned = GuardedNew<SockBase>();
   if (owned == nullptr) return ZOR_E_NO_MEMORY;
-  const uint32_t status = ZOR_UV_IOInit(nullptr, &owned->io, fd, zor::Dispatch);
+  const std::uint32_t status = ZOR_UV_IOInit(&loop, &owned->io, fd, Dispatch);
   if (status != ZOR_OK) return status;
   SockBase *sockBase = owned.release();
   sockBase->io.header.flags |= UV_WATCHER_SOCKBASE;
   sockBase->io.header.data = data;
   sockBase->eventProc = eventProc;
-  zor::ApplyFirstMode(sockBase, mode);
+  ApplyFirstMode(sockBase, mode);
   if (outSockBase != nullptr) *outSockBase = sockBase;
   return ZOR_OK;
+}
+
+}  // namespace zor
+
+uint32_t ZOR_UTIL_SockBaseReg(int32_t fd, uintptr_t, SOCK_EVENT_PROC eventProc, uint32_t mode, void *data,
+                              SockBase **outSockBase) {
+  return zor::RegisterSockBase(*ZOR_UV_LoopGetDefault(), fd, eventProc, mode, data, outSockBase);
 }
 
 uint32_t ZOR_UTIL_SockBaseListen(SockBase *sockBase, uint32_t mode) {
@@ -84,7 +91,7 @@ void ZOR_UTIL_SockBaseDeleteNew(int32_t fd) {
   if (fd < 0) return;
   UvIO *watcher = ZOR_UV_IOFindByFd(nullptr, fd);
   if (watcher == nullptr || (watcher->header.flags & UV_WATCHER_SOCKBASE) == 0) return;
-  ZOR_UTIL_SockBaseDelete(static_cast<SockBase *>(static_cast<void *>(watcher)));
+  ZOR_UTIL_SockBaseDelete(&zor::RecordOf<SockBase>(&watcher->header));
 }
 
 uint32_t ZOR_UTIL_SockBaseStart(uint32_t seconds) {
