@@ -24,13 +24,14 @@ sub declaration {
     my @parameters = $list eq 'void' ? () : split /, */, $list;
     return {kind => 'Fn', name => $name, type => $type =~ s/ $//r, parameters => \@parameters, text => $shown};
   }
-  return {kind => 'Vt', name => $1, text => $text} if $text =~ /^typedef .*?\(\*(\w+)\)\(/s;
+  return {kind => 'Vt', name => $1, text => $text} if $text =~ /^typedef [^{]*?\(\*(\w+)\)\(/s;
   return {kind => 'Vt', name => $1, text => $text} if $text =~ /^typedef .*?(\w+);$/s;
   return;
 }
 
 # Reads a header: its opening comment, and its items in their order. An item has kind (Fn, Va, Vt, Dv), name, text, doc
-# (its comment), group (what shares that comment) and section (the comments that stand alone before it).
+# (its comment), group (what shares that comment), said (the comment before the group, where items have comments of their
+# own beside them) and section (the comments that stand alone before it).
 sub read_header {
   my ($path, $name) = @_;
   open my $in, '<', $path or die "$path: $!\n";
@@ -38,7 +39,7 @@ sub read_header {
   my $text = <$in>;
   my %header = (name => $name, items => [], opening => '');
   $header{opening} = comment_text($1) if $text =~ s{^(/\*.*?\*/)\n}{}s;
-  my ($doc, @section, $group);
+  my ($doc, @section, $group, $before);
   while ($text =~ m{\G(?:
       (?<comment>/\*.*?\*/)\n(?<alone>\n)?
       | \#define\ (?<macro>\w+)\ +(?<value>\S[^\n]*?)(?:\ +(?<beside>/\*.*?\*/))?\n
@@ -55,14 +56,16 @@ sub read_header {
       undef $doc;
     } elsif (defined $found{comment}) {
       ($doc, $group) = (comment_text($found{comment}), []);
+      $before = $doc;
     } elsif (defined $found{blank}) {
-      ($doc, $group) = (undef, undef);
+      ($doc, $group, $before) = (undef, undef, undef);
     } else {
       my $item = defined $found{macro} ? {kind => 'Dv', name => $found{macro}, value => $found{value}}
         : defined $found{code} ? declaration($found{code}) : undef;
       next unless $item;
       my $beside = $found{beside} // $found{after};
       $item->{doc} = defined $beside ? comment_text($beside) : $doc;
+      $item->{said} = $before;
       $item->{section} = [@section];
       $item->{header} = $name;
       $group //= [];

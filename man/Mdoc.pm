@@ -3,7 +3,7 @@ package Mdoc;
 use strict;
 use warnings;
 use Exporter 'import';
-our @EXPORT_OK = qw(sentences text_lines argument);
+our @EXPORT_OK = qw(sentences text_lines argument literal value sentence constant_list);
 
 # Words by which text_lines marks up: kind of each known name ("Fn", "Dv", "Vt", "Va").
 our %kinds;
@@ -22,6 +22,12 @@ sub argument {
   $text = escape($text) =~ s/"/\\(dq/gr;
   $text = "\\&$text" if $text =~ /^[A-Z][a-z][a-z]?$/ || $text =~ /^[.,:;()\[\]?!|]$/;
   return $text =~ /\s/ ? qq("$text") : $text;
+}
+
+# Code, as it stands.
+sub literal {
+  my ($text) = @_;
+  return ('.Bd -literal -offset indent', (map { (my $line = escape($_)) =~ s/^(?=[.'])/\\&/; $line } split /\n/, $text), '.Ed');
 }
 
 # Splits a paragraph at the ends of its sentences, but never inside quotes.
@@ -67,6 +73,32 @@ sub text_lines {
     $flush->();
   }
   return @lines;
+}
+
+# A constant's value without what only compilers need.
+sub value {
+  my ($text) = @_;
+  return $text =~ s/UINT32_C\(([^)]*)\)/$1/gr =~ s/\b(0x[0-9a-fA-F]+|\d+)[uUlL]+\b/$1/gr;
+}
+
+# A comment beside a declaration as a sentence of its own.
+sub sentence {
+  my ($doc) = @_;
+  my $text = ($doc =~ s/\s+/ /gr) =~ s/([^.])$/$1./r;
+  return $text =~ /^\w+\(/ ? $text : ucfirst $text;
+}
+
+# A group of constants: the comment before it, then each with its value and the comment beside it.
+sub constant_list {
+  my ($constants, @context) = @_;
+  my $said = ($constants->[0]{said} // '') =~ s/\s*\bUsed with\s+[\w\s,]+\.$//r;
+  my @lines = $said ? text_lines(sentence($said), @context) : ();
+  push @lines, '.Bl -tag -width Ds -compact';
+  for (@$constants) {
+    push @lines, ".It Dv $_->{name} " . argument('(' . value($_->{value}) . ')');
+    push @lines, text_lines(sentence($_->{doc}), @context) if $_->{doc} && $_->{doc} ne ($_->{said} // '');
+  }
+  return (@lines, '.El');
 }
 
 1;

@@ -6,7 +6,7 @@ use warnings;
 use List::Util qw(max min);
 use lib $0 =~ m{(.*)/}s ? $1 : q(.);
 use Headers qw(read_header);
-use Mdoc qw(sentences text_lines argument);
+use Mdoc qw(sentences text_lines argument literal value sentence constant_list);
 
 my ($source, $output, $version, $date) = @ARGV;
 
@@ -14,6 +14,35 @@ my @headers = map { read_header($_, $_ =~ s{^\Q$source\E/include/}{}r) } sort gl
   glob("$source/include/zor/platform/*.h");
 my %items = map { $_->{name} => $_ } map { @{$_->{items}} } @headers;
 $Mdoc::kinds{$_} = $items{$_}{kind} eq 'Va' ? 'Fn' : $items{$_}{kind} for keys %items;
+
+# Constants that say whose they are: "Used with NAME, NAME and NAME." ends the comment of their group, where a name is a
+# function, a variable or a type. Groups by that name, each a list of items.
+my %used;
+for my $item (map { grep { $_->{kind} eq 'Dv' } @{$_->{items}} } @headers) {
+  next unless ($item->{said} // '') =~ /\bUsed with\s+([\w\s,]+)\.$/ && $item == $item->{group}[0];
+  for my $name (grep { length } split /,\s*|\s+and\s+|\s+/, $1) {
+    $items{$name} or die "$item->{header}: $item->{name}: used with $name, which is not declared\n";
+    push @{$used{$name}}, $item->{group};
+  }
+}
+
+# Examples by the names that they use, the one called like the header first.
+my %examples;
+for my $path (sort glob("$source/man/examples/*.c")) {
+  open my $in, '<', $path or die "$path: $!\n";
+  local $/;
+  my $text = <$in>;
+  my ($name) = $path =~ m{([^/]+)\.c$};
+  my %seen = map { $_ => 1 } $text =~ /\b(\w+)\b/g;
+  push @{$examples{$_}}, {name => $name, text => $text} for grep { $items{$_} } keys %seen;
+}
+
+sub example_of {
+  my ($header, $item) = @_;
+  my ($own) = $header->{name} =~ m{(\w+)\.h$};
+  my @found = @{$examples{$item->{name}} // []};
+  return (grep { $_->{name} eq $own } @found)[0] // $found[0];
+}
 
 # Comments that lean on the declaration before: "The same with ...", "Its name", "Reads it; null when there is none."
 sub leans {
@@ -83,19 +112,34 @@ sub is_result {
 # The statuses that a text names, with what their own comments say.
 sub statuses {
   my ($context, @texts) = @_;
-  my %seen;
-  my @found;
-  for my $name (join(q( ), @texts) =~ /\b((?:ZOR_\w*|CL_)(?:E_\w+|FAIL\w+|OK))\b/g) {
-    my $item = $items{$name};
-    push @found, $item if $item && $item->{kind} eq q(Dv) && !$seen{$name}++;
+  my (%seen, @found);
+  for my $name (join(q( ), @texts) =~ /\b((?:ZOR_\w*|CL_)(?:E_\w*|FAIL\w+|OK))\b/g) {
+    my @names = $name =~ /_E_$/ ? sort grep { /^$name/ } keys %items : $name;
+    push @found, grep { $_ && $_->{kind} eq q(Dv) && !$seen{$_->{name}}++ } map { $items{$_} } @names;
   }
   return unless @found;
+  my $success = $items{$found[0]{name} =~ s/_E_\w+$/_OK/r};
+  unshift @found, $success if $success && !$seen{$success->{name}};
   my @lines = ('.Bl -tag -width Ds');
   for (@found) {
-    push @lines, ".It Dv $_->{name} " . argument('(' . $_->{value} =~ s/^UINT32_C\((.*)\)$/$1/r . ')');
-    push @lines, $_->{doc} ? text_lines(ucfirst(($_->{doc} =~ s/\s+/ /gr) =~ s/([^.])$/$1./r), @$context) : ();
+    push @lines, ".It Dv $_->{name} " . argument('(' . value($_->{value}) . ')');
+    my $doc = $_->{doc} // ($_->{name} =~ /OK$/ ? 'success' : '');
+    push @lines, $doc ? text_lines(sentence($doc), @$context) : ();
   }
   return (@lines, '.El');
+}
+
+# The constants that functions or their types are used with, less those that the page has named as statuses.
+sub constants {
+  my ($group, $named, @context) = @_;
+  my (@lines, %seen);
+  for my $constants (map { @{$used{$_->{name}} // []} } @$group, named_types($group)) {
+    my @left = grep { !$named->{$_->{name}} } @$constants;
+    next if !@left || $seen{$constants}++;
+    push @lines, @lines ? '.Pp' : '.Ss Constants';
+    push @lines, constant_list(\@left, @context);
+  }
+  return @lines;
 }
 
 sub synopsis {
@@ -105,20 +149,38 @@ sub synopsis {
   return ('.Ft ' . $item->{type}, ".Fo $item->{name}", (map { '.Fa ' . argument($_) } @parameters), '.Fc');
 }
 
-# The types that prototypes name, as the headers define them, and the callbacks that these name.
-sub types {
-  my ($group, @context) = @_;
-  my (@lines, %seen);
+# The types that prototypes name, and the callbacks that these name.
+sub named_types {
+  my ($group) = @_;
+  my (@types, %seen);
   my @words = map { $_->{text} =~ /(\w+)/g } @$group;
   while (defined(my $word = shift @words)) {
     my $type = $items{$word};
     next unless $type && $type->{kind} eq 'Vt' && !$seen{$word}++;
-    push @lines, @lines ? '.Pp' : '.Ss Types' if $type->{doc} || !@lines;
-    push @lines, body($type->{doc}, @context) if $type->{doc};
-    push @lines, '.Bd -literal -offset indent', (map { Mdoc::escape($_) } split /\n/, $type->{text}), '.Ed';
+    push @types, $type;
     push @words, grep { $items{$_} && ($items{$_}{text} // '') =~ /^typedef[^{]*\(\*/ } $type->{text} =~ /(\w+)/g;
   }
+  return @types;
+}
+
+sub types {
+  my ($group, @context) = @_;
+  my @lines;
+  for my $type (named_types($group)) {
+    push @lines, @lines ? '.Pp' : '.Ss Types' if $type->{doc} || !@lines;
+    push @lines, body($type->{doc}, @context) if $type->{doc};
+    push @lines, literal($type->{text});
+  }
   return @lines;
+}
+
+# A page whose names the examples use shows one; the others of its header lead to the first that does.
+sub example {
+  my ($header, @group) = @_;
+  my ($own) = grep { defined } map { example_of($header, $_) } @group;
+  return ('.Sh EXAMPLES', literal($own->{text})) if $own;
+  my ($other) = grep { $_->{kind} =~ /^(?:Fn|Va)$/ && example_of($header, $_) } @{$header->{items}};
+  return $other ? ('.Sh EXAMPLES', 'See', ".Xr $other->{name} 3 .") : ();
 }
 
 sub see_also {
@@ -154,7 +216,7 @@ sub page {
   (@said, @returned) = ($item->{doc}) unless @said;
 
   my @lines = (
-    '.\" Made from <' . $header->{name} . '>: mend its comments instead.',
+    '.\" Made from <' . $header->{name} . '>: edit its comments instead.',
     ".Dd $date", '.Dt ' . uc($name) . ' 3', ".Os libmsgapi $version", '.Sh NAME',
     (map { ".Nm $group[$_]{name}" . ($_ < $#group ? ' ,' : '') } 0 .. $#group),
     '.Nd ' . summary($header, $item),
@@ -173,12 +235,14 @@ sub page {
     next unless tr/.// > 1 || length > 60;
     push @lines, '.Pp', body($_, @context);
   }
-  push @lines, types(\@group, @context);
-  push @lines, ".Ss Conventions of <$header->{name}>", @opening if sentences($header->{opening}) > 1;
   my @statuses = statuses(\@context, $item->{doc}, @{$item->{section}}, map { $_->{doc} } @leaned);
-  if (@returned || @statuses) {
+  push @lines, types(\@group, @context);
+  push @lines, constants(\@group, {map { /^\.It Dv (\w+)/ ? ($1 => 1) : () } @statuses}, @context);
+  push @lines, ".Ss Conventions of <$header->{name}>", @opening if sentences($header->{opening}) > 1;
+  if (grep({ ($_->{type} // 'void') ne 'void' && $_->{kind} eq 'Fn' } @group) && (@returned || @statuses)) {
     push @lines, '.Sh RETURN VALUES', (map { text_lines($_, @context) } @returned), @statuses;
   }
+  push @lines, example($header, @group);
   return join "\n", @lines, '.Sh SEE ALSO', see_also($header, $item), '';
 }
 

@@ -1,13 +1,14 @@
 #!/usr/bin/perl
 # Writes the pages of sections 1, 5, 7 and 8: the texts beside this script with figures from the code in them.
-# "@NAME@" is a limit's value and "@NAME:unit@" the value as people read it; "@INCLUDE file@" is another file's text.
+# "@NAME@" is a limit's value and "@NAME:unit@" the value as people read it; "@INCLUDE file@" is another file's text,
+# "@EXAMPLE file@" a program of the folder examples.
 # Usage: pages.pl SOURCE_DIR OUTPUT_DIR VERSION DATE
 use strict;
 use warnings;
 use lib $0 =~ m{(.*)/}s ? $1 : q(.);
 use Headers qw(read_header);
 use Limits qw(read_limits figure);
-use Mdoc qw(text_lines);
+use Mdoc qw(text_lines constant_list sentences literal value);
 
 my ($source, $output, $version, $date) = @ARGV;
 my ($sections, $values) = read_limits($source);
@@ -42,7 +43,30 @@ sub statuses {
   return join "\n", @lines;
 }
 
-my %made = (VERSION => sub { $version }, DATE => sub { $date }, LIMITS => \&limits, STATUSES => \&statuses);
+# The constants of each wire format, and the fixed paths.
+sub wire {
+  my @lines;
+  for my $path (sort(glob "$source/include/zor/*_wire.h"), "$source/include/zor/paths.h") {
+    my $header = read_header($path, $path =~ s{.*/include/}{}r);
+    my ($subject) = sentences($header->{opening} =~ s/\s+/ /gr);
+    push @lines, ".Ss <$header->{name}>", text_lines($subject);
+    my $group;
+    for (grep { $_->{kind} eq 'Dv' } @{$header->{items}}) {
+      next if defined $group && $_->{group} == $group;
+      $group = $_->{group};
+      push @lines, '.Pp', constant_list([grep { $_->{kind} eq 'Dv' } @$group]);
+    }
+  }
+  return join "\n", @lines;
+}
+
+# An example's source file.
+sub example {
+  my ($name) = @_;
+  return join("\n", literal(content("$source/man/examples/$name"))) . "\n";
+}
+
+my %made = (VERSION => sub { $version }, DATE => sub { $date }, LIMITS => \&limits, STATUSES => \&statuses, WIRE => \&wire);
 
 sub replacement {
   my ($page, $word) = @_;
@@ -59,6 +83,7 @@ for my $path (glob "$source/man/*.in") {
   my ($name, $section) = $page =~ /^(.*)\.(\d)$/;
   my $text = content($path);
   $text =~ s/^\@INCLUDE (\S+)\@\n/content("$source\/man\/$1")/gme;
+  $text =~ s/^\@EXAMPLE (\S+)\@\n/example($1)/gme;
   $text =~ s/\@NAME\@/$name/g;
   $text =~ s/\@([A-Za-z]\w*(?:::\w+)?(?::\w+)?)\@/replacement($page, $1)/ge;
   open my $out, '>', "$output/man$section/$page" or die "$output/man$section/$page: $!\n";

@@ -34,7 +34,7 @@ typedef struct ZOR_CFG_RESTORE {
   uint32_t user;
 } ZOR_CFG_RESTORE;
 
-/* Modes of the reference configuration daemon. */
+/* Modes of the reference configuration daemon. Used with ZOR_CFM_ExtRestoreDft. */
 #define ZOR_CFG_RESTORE_FACTORY UINT32_C(0) /* what the device was delivered with */
 #define ZOR_CFG_RESTORE_SAVED UINT32_C(1)   /* what the user saved last */
 

@@ -20,6 +20,7 @@
 
 ZOR_BEGIN_DECLS
 
+/* Type and layout of a management message. Used with ZOR_DMMSG_Builder and ZOR_DMMSG_GetItem. */
 #define ZOR_MSG_DM 0x209u /* the bus message type */
 #define ZOR_DMMSG_MAGIC UINT32_C(0xfebf)
 #define ZOR_DMMSG_HEAD_SIZE 24u

@@ -26,11 +26,16 @@ ZOR_BEGIN_DECLS
 
 struct cJSON;
 
+/* Event types. Used with ZOR_EVT_PublishEvent, ZOR_EVT_PublishEventWithNVPair, ZOR_EVT_PublishEventWithJson,
+   ZOR_EVT_GetMsgTypeByEventModuleName, ZOR_EVT_GetEventModuleNameByEventType, ZOR_EVT_SubscribeSingelEventCallBack and
+   ZOR_MSG_SubscribeEventForOtherApp. */
 #define ZOR_EVT_ALL ZOR_MSG_EVENT_FIRST /* stands for all events; no event itself */
 #define ZOR_EVT_JSON_FIRST 0x2DA01u
 #define ZOR_EVT_JSON_LAST 0x2DA63u
 #define ZOR_EVT_ITEMS_FIRST 0x2DA64u
 #define ZOR_EVT_ITEMS_LAST 0x2DAFFu
+
+/* Returned for a bad argument and for JSON that cannot be made. */
 #define ZOR_EVT_FAILED UINT32_C(1)
 
 /* Receives an event: a JSON text, whose length does not count the NUL behind it. The text of a JSON event is as the
@@ -68,9 +73,10 @@ ZOR_API uint32_t ZOR_EVT_GetEventBody(ZOR_MSG_HEAD *msg, void **body);
 /* Asks the server to send every event to this process. Returns the status of ZOR_MSG_Send. */
 ZOR_API uint32_t ZOR_EVT_SubscribeAllEvent(void);
 
-/* Calls back for events of one type that arrive; asks the server for nothing. Callbacks of a type run in the order of
-   their subscription, which lasts as long as the process. Returns 0; ZOR_EVT_FAILED for a type below ZOR_EVT_ALL, a
-   null callback, or without memory. */
+/* Calls back for events of one type that arrive. This asks the server for nothing: a daemon that wants this one event
+   also calls ZOR_MSG_SubscribeEventForOtherApp with its own name, one that wants all of them ZOR_EVT_SubscribeAllEvent.
+   Callbacks of a type run in the order of their subscription, which lasts as long as the process. Returns 0;
+   ZOR_EVT_FAILED for a type below ZOR_EVT_ALL, a null callback, or without memory. */
 ZOR_API uint32_t ZOR_EVT_SubscribeSingelEventCallBack(uint32_t type, ZOR_EVT_CALLBACK callback);
 
 /* Sets the one callback for events of every type, which runs after the others; null for none. */

@@ -37,6 +37,8 @@ ZOR_BEGIN_DECLS
 #define ZOR_KIVA_E_UNKNOWN UINT32_C(0x26E0003)    /* no record of that MAC */
 #define ZOR_KIVA_E_REFUSED UINT32_C(0x26E0004)    /* no answer, or one with a result other than 0 */
 
+/* Files. Used with ZOR_Crash_GetStatusInfoList, ZOR_UPG_GetKivaInfoList, ZOR_UPG_AddDevKivaInfo and
+   ZOR_UPG_SaveUpdateInfo. */
 #define ZOR_PATH_CRASH_LIST "/var/crash_devinfo.xdr"
 #define ZOR_PATH_KIVA_LIST "/var/kiva/kiva_devinfo.xdr"
 #define ZOR_PATH_KIVA_XML_FORMAT "/var/kiva/kiva_%s.xml"

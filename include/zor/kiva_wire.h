@@ -28,6 +28,8 @@ typedef struct kiva_info_status {
   uint32_t flags;
 } kiva_info_status;
 
+/* Flags and states of a record. Used with dev_kiva_info, ZOR_UPG_UpdateKivaStateEx, ZOR_UPG_UpdateKivaStateExSync,
+   ZOR_UPG_UpdateKivaDlSize and ZOR_UPG_RemoveDevKivaInfoFromXDR. */
 #define ZOR_KIVA_NEEDS_UPDATE 0x1u /* flags */
 #define ZOR_KIVA_STATE_KEPT 18u    /* the state that pruning keeps */
 #define ZOR_KIVA_STATE_LOADING 23u /* the state in which dlSize counts */

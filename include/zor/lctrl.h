@@ -14,15 +14,21 @@
 
 ZOR_BEGIN_DECLS
 
+/* Statuses. Used with ZOR_LCTRLAPI_Login, ZOR_LCTRLAPI_Check, ZOR_LCTRLAPI_SetMaxFailedTimes and
+   ZOR_LCTRLAPI_GetForbiddenRound. */
 #define ZOR_LCTRL_E_ARGUMENT UINT32_C(0x2CF0000)    /* a null pointer */
 #define ZOR_LCTRL_E_EMPTY_REPLY UINT32_C(0x2CF0001) /* the reply carried no body */
 
+/* Message types. Used with ZOR_LCTRLAPI_Login, ZOR_LCTRLAPI_Check, ZOR_LCTRLAPI_SetMaxFailedTimes,
+   ZOR_LCTRLAPI_ClearForbiddenList and ZOR_LCTRLAPI_GetForbiddenRound. */
 #define ZOR_LCTRL_LOGIN UINT32_C(0x2CF01)
 #define ZOR_LCTRL_CHECK UINT32_C(0x2CF02)
 #define ZOR_LCTRL_SET_MAX_FAILED UINT32_C(0x2CF03)
 #define ZOR_LCTRL_CLEAR_FORBIDDEN UINT32_C(0x2CF04)
 #define ZOR_LCTRL_FORBIDDEN_ROUND UINT32_C(0x2CF05)
 
+/* Sizes of requests and results, in bytes. Used with ZOR_LCTRLAPI_Login, ZOR_LCTRLAPI_Check,
+   ZOR_LCTRLAPI_SetMaxFailedTimes, ZOR_LCTRLAPI_ClearForbiddenList and ZOR_LCTRLAPI_GetForbiddenRound. */
 #define ZOR_LCTRL_LOGIN_SIZE 200u
 #define ZOR_LCTRL_RESULT_SIZE 20u
 #define ZOR_LCTRL_MAX_FAILED_SIZE 8u

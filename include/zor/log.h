@@ -21,7 +21,11 @@
 
 ZOR_BEGIN_DECLS
 
+/* Returned for an argument that cannot be sent. */
 #define ZOR_LOG_FAILURE UINT32_C(1)
+
+/* A language; any other value is English. Used with ZOR_UTIL_LogItemGetFmtStr, ZOR_UTIL_LOG_GetTypeString,
+   ZOR_UTIL_LOG_GetLevelString and ZOR_LOG_API_Query_Items. */
 #define ZOR_LOG_SECOND_LANGUAGE UINT32_C(1)
 
 /* One row of the item table. */

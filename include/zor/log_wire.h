@@ -17,11 +17,13 @@
 #define ZOR_LOG_MSG_SET_SERVER UINT32_C(0x4B07)    /* remote servers; no answer */
 #define ZOR_LOG_MSG_FLUSH UINT32_C(0x4B09)         /* no body; answered */
 
-/* Type-level codes: the level in the low 8 bits, the type above. */
+/* Type-level codes: the level in the low 8 bits, the type above. Used with ZOR_LOG_ITEM, ZOR_UTIL_LOG_GetTypeString and
+   ZOR_UTIL_LOG_GetLevelString. */
 #define ZOR_LOG_TYPE_SHIFT 8
 #define ZOR_LOG_LEVEL_MASK UINT32_C(0xff)
 
-/* Levels. */
+/* Levels. Used with ZOR_LOG_API_Record_KLog, ZOR_LOG_API_Query_Items, ZOR_LOG_API_Set_TypeLevel_Filter,
+   ZOR_UTIL_LOG_GetLevelString, ZOR_UTIL_LOG_GetAllLogLevel and ZOR_UTIL_LOG_GetHigherLogLevels. */
 #define ZOR_LOG_EMERGENCY UINT32_C(0x01)
 #define ZOR_LOG_ALERT UINT32_C(0x02)
 #define ZOR_LOG_CRITICAL UINT32_C(0x04)
@@ -31,7 +33,8 @@
 #define ZOR_LOG_INFO UINT32_C(0x40)
 #define ZOR_LOG_DEBUG UINT32_C(0x80)
 
-/* Types. */
+/* Types. Used with ZOR_LOG_API_Record_KLog, ZOR_LOG_API_Query_Items, ZOR_LOG_API_Set_TypeLevel_Filter,
+   ZOR_LOG_API_Clear_Log_By_Type and ZOR_UTIL_LOG_GetTypeString. */
 #define ZOR_LOG_NONE UINT32_C(0)
 #define ZOR_LOG_KERNEL UINT32_C(0x1)
 #define ZOR_LOG_USER UINT32_C(0x2)
@@ -52,7 +55,7 @@
 #define ZOR_LOG_SECURITY_2 UINT32_C(0x400000)
 #define ZOR_LOG_VOICE UINT32_C(0x800000)
 
-/* Item indexes. */
+/* Item indexes. Used with ZOR_LOG_API_Record_Log, ZOR_LOG_ITEM and logGetProcName. */
 #define ZOR_LOG_SYNC_FLAG UINT32_C(0x80000)       /* the sender waits until the record is stored */
 #define ZOR_LOG_KERNEL_INDEX UINT32_C(0xfff00000) /* no item: a line of the kernel log */
 

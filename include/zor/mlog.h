@@ -20,7 +20,7 @@
 
 ZOR_BEGIN_DECLS
 
-/* Levels. */
+/* Levels. Used with mlog_print, mlog_get_log_lv_string and mlog_get_log_lv. */
 #define ZOR_MLOG_NONE 0u
 #define ZOR_MLOG_FATAL 1u
 #define ZOR_MLOG_ERROR 2u

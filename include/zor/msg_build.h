@@ -64,8 +64,8 @@ ZOR_API void *ZOR_MSG_GetMsgBlockEx(void *buffer, uint32_t size);
    and for a length above the present one: then the length stays, but destination and type are set. */
 ZOR_API uint32_t ZOR_MSG_SetMsgProfile(void *body, const char *destination, uint32_t type, uint32_t dataLength);
 
-/* Subscribes the named daemon to an event, or ends that. A null name does nothing and returns 0; else the status of
-   the send. */
+/* Subscribes the named daemon to an event, or ends that; a daemon that subscribes for itself gives its own name. A null
+   name does nothing and returns 0; else the status of the send. */
 ZOR_API uint32_t ZOR_MSG_SubscribeEventForOtherApp(uint32_t event, const char *name);
 ZOR_API uint32_t ZOR_MSG_UnSubscribeEventForOtherApp(uint32_t event, const char *name);
 

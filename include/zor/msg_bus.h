@@ -31,7 +31,8 @@ ZOR_API extern ZOR_MSG_SEND_HOOK g_pfMsgSendHook;
 /*
  * Connects to the local server at "/var/msgsvr", registers under the name (null: without one), puts the socket on the
  * default loop with ZOR_MSG_MsgFilterProc as its handler, and opens the notification client. Ignores SIGPIPE for the
- * whole process. Does nothing and returns 0 when the bus is connected already.
+ * whole process. Does nothing and returns 0 when the bus is connected already. Only the first 11 characters of the name
+ * count: "quorelbridge" registers as "quorelbridg", and whoever sends to it cuts the name in the same way.
  * Returns ZOR_E_CONNECT when there is no socket or no server; ZOR_E_NO_MEMORY; ZOR_E_ARGUMENT when the loop cannot
  * watch a descriptor of that number; else the status of ZOR_NOTIFYCLT_InitByName, after whose failure the bus is
  * destroyed. A refused registration destroys the bus too but is not reported: the next send returns

@@ -56,7 +56,11 @@ ZOR_API uint32_t ZOR_MSG_GetAndDispatch(void);
 /* Adds a handler for a message type. Handlers of one type run in ascending order, equal orders as registered; of one
    entry first the procedure, then the synchronous one; either may be null. A handler that is registered while one of
    its type runs is called for the same message if its place is behind the running one. *handle (handle may be null) is
-   cleared first. ZOR_E_NO_MEMORY. */
+   cleared first. ZOR_E_NO_MEMORY.
+
+   A reply has the type of its request. One that comes after the time-out is dispatched like any message: a daemon that
+   both requests a type and has a handler for it takes the late reply for a request. Two daemons that ask each other
+   with one type then reply to each other without end; give each direction a type of its own. */
 ZOR_API uint32_t ZOR_MSG_RegMsgProcEx(uint32_t type, ZOR_MSG_HANDLER proc, ZOR_MSG_SYNC_HANDLER syncProc,
                                       uint32_t order, ZOR_MSG_PROC_ENTRY **handle);
 

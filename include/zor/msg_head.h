@@ -29,7 +29,7 @@ typedef struct ZOR_MSG_QUEUE_NODE {
   uintptr_t extra;
 } ZOR_MSG_QUEUE_NODE;
 
-/* Context flag word. */
+/* Context flag word. Used with ZOR_MSG_CTX. */
 #define ZOR_MSG_FLAG_SWAP UINT32_C(0x2)              /* the peer's byte order differs */
 #define ZOR_MSG_FLAG_BOARD_MASK UINT32_C(0x1c000000) /* own board; 0 unless the application sets it */
 #define ZOR_MSG_FLAG_BOARD_SHIFT 26

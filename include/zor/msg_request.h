@@ -49,9 +49,11 @@ ZOR_API uint32_t ZOR_MSG_RecvResponseWithAppName(ZOR_MSG_HEAD *msg, ZOR_MSG_HEAD
 ZOR_API uint32_t ZOR_MSG_RecvWithType(uint32_t type, ZOR_MSG_HEAD **reply, uint32_t timeoutMs);
 
 /* Sends a request and returns; the loop calls back with the reply, which must match in type and sequence number, or
-   after timeoutMs without one (0: never). Returns 0; ZOR_E_ARGUMENT for a null message; the status of ZOR_MSG_Send;
-   ZOR_E_IO, with the message sent and no callback to come, for a null callback or on a bus that has no watcher
-   (ZOR_MSG_InitSlaveApp, or its loop was destroyed); ZOR_E_NO_MEMORY. */
+   after timeoutMs without one (0: never). That the destination is absent is not noticed: such a request waits out its
+   time-out. A reply that comes later goes to the handlers of its type, see ZOR_MSG_RegMsgProcEx. Returns 0;
+   ZOR_E_ARGUMENT for a null message; the status of ZOR_MSG_Send; ZOR_E_IO, with the message sent and no callback to
+   come, for a null callback or on a bus that has no watcher (ZOR_MSG_InitSlaveApp, or its loop was destroyed);
+   ZOR_E_NO_MEMORY. */
 ZOR_API uint32_t ZOR_MSG_AsyncSendAndRecv(ZOR_MSG_HEAD *msg, ZOR_MSG_REPLY_PROC callback, uint32_t timeoutMs,
                                           void *replyData);
 

@@ -12,13 +12,14 @@
 #include <stdint.h>
 #include <zor/limits.h>
 
-/* Type word: the message type, a flag, and the sender's board number. Bits 20 to 27 are carried without a meaning. */
+/* Type word: the message type, a flag, and the sender's board number. Bits 20 to 27 are carried without a meaning.
+   Used with ZOR_MSG_HeaderEndianSwap, ZOR_MSG_SendTo and ZOR_MSG_RecvWithEndian. */
 #define ZOR_MSG_TYPE_MASK UINT32_C(0x000fffff)
 #define ZOR_MSG_BODY_IN_FILE UINT32_C(0x10000000) /* the body is the path of the file that holds the real one */
 #define ZOR_MSG_BOARD_MASK UINT32_C(0xe0000000)
 #define ZOR_MSG_BOARD_SHIFT 29
 
-/* Sizes, in bytes. */
+/* Sizes, in bytes. Used with ZOR_MSG_SendTo, ZOR_MSG_RecvWithEndian and ZOR_MSG_GetMsgBlockEx. */
 #define ZOR_MSG_HEAD_SIZE 40u
 #define ZOR_MSG_FILE_PATH_SIZE 260u /* body length of a message whose body lies in a file */
 

@@ -5,6 +5,7 @@
 #include <stdint.h>
 #include <zor/limits.h>
 
+/* Header size, module IDs, types and the values of ack_tag. Used with ZOR_NOTIFY_MSG. */
 #define ZOR_NOTIFY_HEAD_SIZE 48u
 #define ZOR_NOTIFY_MID_FIRST 1u
 #define ZOR_NOTIFY_MID_SERVER 30u

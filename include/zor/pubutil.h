@@ -17,7 +17,7 @@
 ZOR_BEGIN_DECLS
 
 /* To the web daemon, one-way: a script to run. Body: the target's name (ZOR_LUA_TARGET_SIZE bytes, zero-padded), then
-   the script with its NUL. */
+   the script with its NUL. Used with ZOR_UTIL_PostLua. */
 #define ZOR_MSG_POST_LUA UINT32_C(0x490C)
 #define ZOR_LUA_DAEMON_NAME "web"
 

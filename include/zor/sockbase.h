@@ -14,7 +14,7 @@ ZOR_BEGIN_DECLS
 
 struct SockBase;
 
-/* Listening modes: what a socket is watched for. */
+/* Listening modes: what a socket is watched for. Used with ZOR_UTIL_SockBaseReg and ZOR_UTIL_SockBaseListen. */
 #define ZOR_SOCK_MODE_NONE 0u
 #define ZOR_SOCK_MODE_READ 1u
 #define ZOR_SOCK_MODE_WRITE 10u

@@ -16,6 +16,8 @@ ZOR_BEGIN_DECLS
 
 struct addrinfo;
 
+/* Address flags; TCP over IPv4 without any. Used with ZOR_UTIL_ParseIPAddress, ZOR_UTIL_MakeAddrInfo,
+   ZOR_UTIL_SocketCreateServer and ZOR_UTIL_SocketCreateServerEx. */
 #define ZOR_ADDR_UDP UINT32_C(0x1)
 #define ZOR_ADDR_IPV6 UINT32_C(0x4)
 #define ZOR_ADDR_LOCAL UINT32_C(0x8) /* a local stream socket at a path; for servers only */

@@ -18,7 +18,8 @@
 
 ZOR_BEGIN_DECLS
 
-/* Levels; "all" is a second name for 16. */
+/* Levels; "all" is a second name for 16. Used with ZOR_TRACE_GetLevelByString, ZOR_TRACE_GetLevelStr,
+   ZOR_TRACE_SetPackageLevel, ZOR_TRACE_IsModuleEnabled, ZOR_TRACE_PrintInfo and ZOR_TRACE_PrintInfoEx. */
 #define ZOR_TRACE_NONE 0u
 #define ZOR_TRACE_FATAL 1u
 #define ZOR_TRACE_ERROR 2u

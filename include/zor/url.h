@@ -15,12 +15,14 @@
 
 ZOR_BEGIN_DECLS
 
-/* The built-in protocols: "HTTP" with port 80, "HTTPS" 443, "FTP" 21, "TFTP" 63. */
+/* The built-in protocols: "HTTP" with port 80, "HTTPS" 443, "FTP" 21, "TFTP" 63. Used with
+   ZOR_UTIL_GetProtocolTypeIdxFromStr, ZOR_UTIL_GetProtocolTypeStrFromIdx, ZOR_UTIL_GetDftPortByProtocolIdx,
+   ZOR_UTIL_ParseUrl and ZOR_UTIL_ParseUrlEx. */
 #define ZOR_URL_HTTP 0
 #define ZOR_URL_HTTPS 1
 #define ZOR_URL_FTP 2
 #define ZOR_URL_TFTP 3
-/* The index of an application's first own protocol. */
+/* The index of an application's first own protocol. Used with g_apcExtendProtocols and g_aulExtendPorts. */
 #define ZOR_URL_FIRST_EXTENSION 4
 
 /* An application's own protocols: a null-terminated array of names and a zero-terminated array of their default ports,

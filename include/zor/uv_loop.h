@@ -28,7 +28,7 @@ struct UvLoop;
 struct UvIdle;
 struct UvForcedEvent;
 
-/* Kind bits of a watcher. */
+/* Kind bits of a watcher. Used with UvWatcher. */
 #define UV_WATCHER_TIMER UINT32_C(0x1)
 #define UV_WATCHER_IDLE UINT32_C(0x2)
 #define UV_WATCHER_IO UINT32_C(0x4)
@@ -37,17 +37,18 @@ struct UvForcedEvent;
 #define UV_WATCHER_MSG UINT32_C(0x20)
 #define UV_WATCHER_RAW UINT32_C(0x40)
 #define UV_WATCHER_STDIO UINT32_C(0x800)
-/* State bits of a watcher. */
+/* State bits of a watcher. Used with UvWatcher. */
 #define UV_WATCHER_DELETED UINT32_C(0x1000)
 #define UV_WATCHER_LISTED UINT32_C(0x2000)
 #define UV_WATCHER_ACTIVE UINT32_C(0x4000)
 
-/* State bits of a loop. */
+/* State bits of a loop. Used with ZOR_UV_LoopInit, ZOR_UV_LoopStop and ZOR_UV_IOSkipLoop. */
 #define UV_LOOP_INITIALISED UINT32_C(0x1)
 #define UV_LOOP_STOP UINT32_C(0x2)
 #define UV_LOOP_SKIP_PASS UINT32_C(0x4)
 
-/* Event bits of a descriptor. */
+/* Event bits of a descriptor. Used with ZOR_UV_IOStart, ZOR_UV_IOStop, ZOR_UV_IOForcedLoop, UV_IO_CALLBACK and
+   SOCK_EVENT_PROC. */
 #define UV_READABLE UINT32_C(1)
 #define UV_WRITABLE UINT32_C(2)
 #define UV_EXCEPTIONAL UINT32_C(4)
@@ -105,7 +106,8 @@ ZOR_API UvLoop *ZOR_UV_LoopGetDefault(void);
 ZOR_API uint32_t ZOR_UV_LoopRun(UvLoop *loop, uint32_t idleTimeMs);
 
 /* Asks the loop to leave: before the wait when asked from a timer or an idle hook, else after the current iteration.
-   Asked while the loop is not running, it ends the next run before its first iteration. Null is ignored. */
+   Asked while the loop is not running, it ends the next run before its first iteration. Null is ignored and does not
+   stand for the default loop here: pass ZOR_UV_LoopGetDefault(). */
 ZOR_API void ZOR_UV_LoopStop(UvLoop *loop);
 
 /* Lowers the time-out of the coming wait, from an idle hook. The whole time is taken when its seconds are lower;

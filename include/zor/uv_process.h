@@ -26,7 +26,8 @@ ZOR_BEGIN_DECLS
 struct UvProcess;
 struct UvProcessOptions;
 
-/* Option bits: what is done in the child, and which of its standard streams are redirected. */
+/* Option bits: what is done in the child, and which of its standard streams are redirected. Used with
+   UvProcessOptions. */
 #define UV_PROCESS_SETUID UINT32_C(0x1)      /* setuid(uid), after setgroups */
 #define UV_PROCESS_SETEUID UINT32_C(0x2)     /* seteuid(uid) */
 #define UV_PROCESS_SETGID UINT32_C(0x4)      /* setgid(gid), after setgroups and initgroups of uid's account */

@@ -15,7 +15,8 @@
 
 ZOR_BEGIN_DECLS
 
-/* What ZOR_UTIL_ExecCmdNoHang does with a command. Any other mode is as ZOR_EXEC_LIMITED. */
+/* What ZOR_UTIL_ExecCmdNoHang does with a command. Any other mode is as ZOR_EXEC_LIMITED. Used with
+   ZOR_EXEC_CTX and ZOR_UTIL_ExecCmdNoHang. */
 #define ZOR_EXEC_LIMITED 0u   /* run it, for at most 40 s */
 #define ZOR_EXEC_UNLIMITED 1u /* run it, however long it takes */
 #define ZOR_EXEC_RECORD 3u    /* append it as a line to a file instead */

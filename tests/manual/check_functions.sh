@@ -1,6 +1,7 @@
 #!/bin/sh
 # usage: check_functions.sh LIST PAGES
-# Every name that the libraries export has a page in section 3 that names, shows and describes it, and there is no other.
+# Every name that the libraries export has a page in section 3 that names, shows and describes it and has an example or
+# leads to one, and there is no other page.
 set -eu
 list=$1 pages=$2
 
@@ -15,10 +16,11 @@ wrong=$(cd "$pages" && while read -r name; do
     /^\.Sh / { section = $2 }
     section == "NAME" && $1 == ".Nm" && $2 == name { named = 1 }
     section == "NAME" && $1 == ".Nd" && NF > 1 { summary = 1 }
+    section == "EXAMPLES" && NF > 1 { example = 1 }
     section == "SYNOPSIS" && index($0, name) { shown = 1 }
     section == "DESCRIPTION" && /^\.Ss / { section = "" }
     section == "DESCRIPTION" && !/^\./ { words += NF }
-    END { if (!(named && summary && shown && words)) print name ": the page lacks its name, prototype or description" }
+    END { if (!(named && summary && shown && words && example)) print name ": the page lacks its name, prototype, description or example" }
   ' "$name.3"
 done <"$work/exported")
 [ -z "$wrong" ] || { echo "$wrong"; exit 1; }

@@ -24,7 +24,7 @@ ZOR_BEGIN_DECLS
 #define ZOR_STORE_E_NO_MEMORY UINT32_C(0x10006) /* also: larger than the store takes */
 #define ZOR_STORE_E_IO UINT32_C(0x10007)        /* the store cannot be opened, read or written, is full or damaged */
 
-/* The fixed path of the store. */
+/* The fixed path of the store. Used with ZOR_DBGetPara, ZOR_DBSetPara and ZOR_STORE_CheckFile. */
 #define ZOR_STORE_PATH "/var/zor_config.db"
 
 /* Reads a parameter of an instance (0 where there is only one): copies at most size bytes of the stored value. A

@@ -10,7 +10,7 @@
 
 ZOR_BEGIN_DECLS
 
-/* Parts of the store. */
+/* Parts of the store. Used with ZOR_STORE_WriteFile, ZOR_STORE_ReadFile and ZOR_STORE_Clear. */
 #define ZOR_STORE_CONFIGURATION UINT32_C(1) /* parameters and objects */
 #define ZOR_STORE_APPDATA UINT32_C(2)
 #define ZOR_STORE_ALL (ZOR_STORE_CONFIGURATION | ZOR_STORE_APPDATA)
