@@ -1,8 +1,8 @@
 /*
- * Requests to the configuration daemon, which the message server finds. <zor/config_wire.h> says how they travel.
+ * Requests to the configuration daemon, to which the message server routes them. <zor/config_wire.h> has the formats.
  *
- * 1. "Asks" waits up to 15 s and returns the result in the answer, or the status of the failure: one of ZOR_MSG_Send or
- *    ZOR_MSG_SendAndRecv, ZOR_E_TIMEOUT without an answer in time. A result may have the value of a status.
+ * 1. "Asks" waits up to 15 s and returns the result in the reply, or the status of the failure: one of ZOR_MSG_Send or
+ *    ZOR_MSG_SendAndRecv, ZOR_E_TIMEOUT without a reply in time. A result may have the value of a status.
  * 2. "Tells" does not wait and returns the status of ZOR_MSG_Send.
  * 3. Paths are cut to 255 characters. A null path is allowed and travels as no path.
  * 4. All of it belongs to the loop's thread.
@@ -18,15 +18,15 @@ ZOR_BEGIN_DECLS
 
 /* Save. */
 
-/* Tells to save the configuration, or configuration and application data together, for the current user. */
+/* Tells the daemon to save the configuration, or configuration and application data together, for the current user. */
 ZOR_API uint32_t ZOR_DBSaveFunc(void);
 ZOR_API uint32_t ZOR_DBSaveToAppFunc(void);
 
-/* Ask for the same, for user 0 whoever the current one is, and wait 5 s, 1 s. */
+/* Ask for the same, for user 0, whatever the current user is, and wait 5 s, 1 s. */
 ZOR_API uint32_t ZOR_DBSaveSyncFunc(void);
 ZOR_API uint32_t ZOR_DBSaveToAppSyncFunc(void);
 
-/* Asks to save the application data; waits 1 s. */
+/* Asks the daemon to save the application data; waits 1 s. */
 ZOR_API uint32_t ZOR_AppSaveSyncFunc(void);
 
 /* Files. */
@@ -49,10 +49,10 @@ ZOR_API uint32_t ZOR_DBCheckFile(const char *path);
 
 /* Defaults. */
 
-/* Tells to restore defaults for the current user; the meaning of the mode is the daemon's. */
+/* Tells the daemon to restore defaults for the current user; the meaning of the mode is the daemon's. */
 ZOR_API uint32_t ZOR_CFM_ExtRestoreDft(uint32_t mode);
 
-/* Asks to empty the configuration; asks to delete the application data. */
+/* Asks the daemon to empty the configuration, to delete the application data. */
 ZOR_API uint32_t ZOR_CFM_CleanCFG(void);
 ZOR_API uint32_t ZOR_CFM_DelAppdata(void);
 

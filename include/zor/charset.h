@@ -4,7 +4,7 @@
  *
  * Conventions:
  * 1. Set names are those of the platform's conversion device ("utf8", "cp936", "cp950", "iso8859-1", ...), cut to 31
- *    characters. Where there is no such device the C library's iconv stands in: what cannot be converted is left
+ *    characters. Where there is no such device the C library's iconv is used: what cannot be converted is left
  *    out, and a name that iconv does not know is a failure.
  * 2. A returned text or buffer is a malloc block that the caller frees, unless the comment says otherwise.
  * 3. The cl_ functions take output buffers of the caller's and an in/out length: on entry the room, on return what was
@@ -80,8 +80,8 @@ ZOR_API uint32_t cl_byteOrderToWideChar(const void *bytes, uint32_t length, uint
 /* Two upper-case hexadecimal digits a byte, and a NUL; *length: room, at least 2 * count + 1 (CL_E_ROOM). */
 ZOR_API uint32_t cl_bytesToString(const void *bytes, uint32_t count, char *text, uint32_t *length);
 
-/* One byte for every two hexadecimal digits, until length characters or a NUL; an odd last one is dropped, and what is
-   no digit counts as 0. *count: room in bytes, at least length / 2 (CL_E_ROOM). */
+/* One byte for every two hexadecimal digits, until length characters or a NUL; an odd last one is dropped, and other
+   characters count as 0. *count: room in bytes, at least length / 2 (CL_E_ROOM). */
 ZOR_API uint32_t cl_stringToBytes(const char *text, uint32_t length, void *bytes, uint32_t *count);
 
 /* The number that length characters make in base 10 or 16 (CL_E_BASE), wrapping at 32 bits. Characters that are no

@@ -1,7 +1,7 @@
 /*
- * Configuration requests as they travel on the bus, to no named destination: the message server knows who keeps the
- * configuration. A body is nothing, a path (at most 255 characters and the NUL), or a record below. Answers carry a
- * result in their data word, 0 for success, and no body.
+ * Configuration requests as they travel on the bus, to no named destination: the message server routes them to the
+ * daemon that keeps the configuration. A body is empty, a path (at most 255 characters and the NUL), or a record below.
+ * Replies carry a result in their data word, 0 for success, and no body.
  */
 #ifndef ZOR_CONFIG_WIRE_H
 #define ZOR_CONFIG_WIRE_H
@@ -9,14 +9,14 @@
 #include <stdint.h>
 #include <zor/limits.h>
 
-/* One-way: nothing is answered. */
+/* One-way: no reply. */
 #define ZOR_MSG_DYN_APP_UPDATE UINT32_C(0x5001)  /* data word: new value; body: 12-byte application name */
 #define ZOR_MSG_DB_SAVE UINT32_C(0x5009)         /* data word: user */
 #define ZOR_MSG_RESTORE_DEFAULT UINT32_C(0x500F) /* body: ZOR_CFG_RESTORE */
 #define ZOR_MSG_EXPORT_CFG_USER UINT32_C(0x5035) /* data word: user of the sender's next encrypted export */
 #define ZOR_MSG_DB_SAVE_TO_APP UINT32_C(0x503F)  /* data word: user */
 
-/* Answered. */
+/* With a reply. */
 #define ZOR_MSG_EXPORT_CFG_FILE UINT32_C(0x5025)     /* body: path; data word: the caller's */
 #define ZOR_MSG_EXPORT_ENC_CFG_FILE UINT32_C(0x5026) /* body: path */
 #define ZOR_MSG_IMPORT_CFG_FILE UINT32_C(0x5027)     /* body: path */

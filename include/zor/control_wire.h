@@ -1,47 +1,47 @@
-/* Looking into the message server and setting it: its own requests, for operators' tools. They name no destination and
-   are answered only when the sender's connection is local and its user is root or the server's own. Every request is
-   answered by a message of its type, whose data word is one of ZOR_CONTROL_*; an answer that is too long for the socket
-   travels in a file, as any body. Byte-level description: docs/protocol.md. */
+/* Inspecting and configuring the message server: its own requests, for operators' tools. They name no destination and
+   are granted only when the sender's connection is local and its user is root or the server's own. The reply to each is
+   a message of its type, whose data word is one of ZOR_CONTROL_*; a reply that is too long for the socket travels in a
+   file, like any body. Byte-level description: docs/protocol.md. */
 #ifndef ZOR_CONTROL_WIRE_H
 #define ZOR_CONTROL_WIRE_H
 
 #include <stdint.h>
 #include <zor/msg_wire.h>
 
-/* The server's own range of message types; those that are not listed are answered with ZOR_CONTROL_UNKNOWN. */
+/* The server's own range of message types; the reply to those that are not listed is ZOR_CONTROL_UNKNOWN. */
 #define ZOR_MSG_CONTROL_FIRST UINT32_C(0xFF000)
-#define ZOR_MSG_CONTROL_LIST UINT32_C(0xFF000)        /* no body; answer: JSON, the server and all its clients */
-#define ZOR_MSG_CONTROL_MONITOR UINT32_C(0xFF001)     /* ZOR_CONTROL_FILTER: begin to copy, or change it; none: end */
+#define ZOR_MSG_CONTROL_LIST UINT32_C(0xFF000)        /* no body; reply: JSON, the server and all its clients */
+#define ZOR_MSG_CONTROL_MONITOR UINT32_C(0xFF001)     /* ZOR_CONTROL_FILTER: start or change copying; no body: stop */
 #define ZOR_MSG_CONTROL_COPY UINT32_C(0xFF002)        /* from the server, unasked: ZOR_CONTROL_COPY and a frame */
-#define ZOR_MSG_CONTROL_TRACE_GET UINT32_C(0xFF003)   /* 12-byte name; answer: JSON, what it gets when it registers */
-#define ZOR_MSG_CONTROL_TRACE_SET UINT32_C(0xFF004)   /* JSON of that shape with "name": members that stand replace */
-#define ZOR_MSG_CONTROL_TRACE_CLEAR UINT32_C(0xFF005) /* 12-byte name: back to the settings file; empty: everybody */
+#define ZOR_MSG_CONTROL_TRACE_GET UINT32_C(0xFF003)   /* 12-byte name; reply: JSON, its settings at registration */
+#define ZOR_MSG_CONTROL_TRACE_SET UINT32_C(0xFF004)   /* JSON of that shape with "name": the members given replace */
+#define ZOR_MSG_CONTROL_TRACE_CLEAR UINT32_C(0xFF005) /* 12-byte name: back to the settings file; empty: all names */
 #define ZOR_MSG_CONTROL_LAST UINT32_C(0xFF0FF)
 
-/* The data word of an answer. */
+/* The data word of a reply. */
 #define ZOR_CONTROL_OK UINT32_C(0)
-#define ZOR_CONTROL_REFUSED UINT32_C(1)   /* the sender may not ask */
-#define ZOR_CONTROL_MALFORMED UINT32_C(2) /* the body is not what the type wants */
+#define ZOR_CONTROL_REFUSED UINT32_C(1)   /* the sender is not permitted */
+#define ZOR_CONTROL_MALFORMED UINT32_C(2) /* the body does not fit the type */
 #define ZOR_CONTROL_UNKNOWN UINT32_C(3)   /* no such request */
-#define ZOR_CONTROL_FAILED UINT32_C(4)    /* the server could not: memory, or its disk */
+#define ZOR_CONTROL_FAILED UINT32_C(4)    /* the server failed: out of memory, or a disk error */
 
-/* Which messages to copy. Zero means any: a filter of zeros asks for everything. No filter at all ends the copies; that
-   is answered with one uint32_t, the copies that were lost since the latest one. */
+/* Which messages to copy. Zero means any: a filter of zeros asks for everything. No filter at all ends the copies; the
+   reply is one uint32_t, the number of copies lost since the latest one. */
 #define ZOR_CONTROL_SENT UINT32_C(1)     /* by `name` */
 #define ZOR_CONTROL_RECEIVED UINT32_C(2) /* by `name` */
 typedef struct {
   char name[ZOR_MSG_NAME_SIZE];
-  uint32_t directions; /* ZOR_CONTROL_SENT | ZOR_CONTROL_RECEIVED; without meaning when `name` is empty */
+  uint32_t directions; /* ZOR_CONTROL_SENT | ZOR_CONTROL_RECEIVED; ignored when `name` is empty */
   uint32_t firstType;
   uint32_t lastType; /* 0: only firstType, or any when that is 0 too */
 } ZOR_CONTROL_FILTER;
 
-/* What became of a message. */
+/* The outcome of a delivery. */
 #define ZOR_CONTROL_DELIVERED UINT32_C(0)   /* given to `receiver`, or to the server when that is empty */
-#define ZOR_CONTROL_UNDELIVERED UINT32_C(1) /* nobody of that name, or it could not take it */
+#define ZOR_CONTROL_UNDELIVERED UINT32_C(1) /* no client of that name, or it could not receive */
 
 /* The start of a copy. The frame follows: header and body as the receiver gets them, cut to what fits into a body of
-   ZOR_MSG_INLINE_BODY_MAX bytes. A monitor that reads too slowly loses copies; the bus does not wait for it. */
+   ZOR_MSG_INLINE_BODY_MAX bytes. A monitor that cannot keep up loses copies; the bus does not wait for it. */
 typedef struct {
   uint64_t timeUs;    /* since 1970, UTC */
   uint32_t missed;    /* copies that this monitor lost since the one before */

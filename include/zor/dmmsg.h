@@ -37,12 +37,12 @@ typedef struct ZOR_DMMSG_HEAD {
   uint32_t magic;
   uint32_t capacity;  /* bytes of the body, this head included */
   uint32_t free;      /* unused bytes at its end */
-  uint32_t errorCode; /* an answer's result; 0 is success */
-  uint32_t configId;  /* identifier of the sender's global configuration; 0 in answers without items */
+  uint32_t errorCode; /* a reply's result; 0 is success */
+  uint32_t configId;  /* identifier of the sender's global configuration; 0 in replies without items */
   uint32_t subType;   /* the builder's */
 } ZOR_DMMSG_HEAD;
 
-/* An item as it lies in the message. Texts need not end in a NUL: the sender may lie. Valid until the next append. */
+/* An item as it lies in the message. Texts may lack their NUL: do not trust the sender. Valid until the next append. */
 typedef struct ZOR_DMMSG_ITEM {
   uint32_t kind;
   uint32_t nameLength; /* bytes, the NUL included */
@@ -67,27 +67,27 @@ ZOR_API uint32_t ZOR_DMMSG_AppendItem(ZOR_DMMSG_HEAD **dm, uint32_t kind, const 
                                       uint32_t valueLength);
 
 /* Reads the item at *iterator, which starts as null for the first, and advances it. ZOR_E_DM_ARGUMENT at the end, for
-   an item that leaves the message, an iterator of elsewhere and null arguments; item and iterator are untouched then.
-   Zero bytes behind the items read as items without name and value: answers of ZOR_DMMSG_Reply end in such. */
+   an item that leaves the message, a foreign iterator and null arguments; item and iterator are untouched then.
+   Zero bytes behind the items read as items without name and value: replies of ZOR_DMMSG_Reply end in these. */
 ZOR_API uint32_t ZOR_DMMSG_GetItem(const ZOR_DMMSG_HEAD *dm, ZOR_DMMSG_ITEM *item, const void **iterator);
 
-/* The error code, the sub-type; 0 for null and for what lacks head or magic. */
+/* The error code, the sub-type; 0 for null and for a message without head or magic. */
 ZOR_API uint32_t ZOR_DMMSG_GetErrCode(const ZOR_DMMSG_HEAD *dm);
 ZOR_API uint32_t ZOR_DMMSG_GetSubType(const ZOR_DMMSG_HEAD *dm);
 
 /* Frees the whole message. Null is ignored. */
 ZOR_API void ZOR_DMMSG_Free(ZOR_DMMSG_HEAD *dm);
 
-/* Shrinks the message to its used part, also when the send fails then, and sends it. ZOR_E_DM_ARGUMENT. */
+/* Shrinks the message to its used part, even if the send then fails, and sends it. ZOR_E_DM_ARGUMENT. */
 ZOR_API uint32_t ZOR_DMMSG_Send(ZOR_DMMSG_HEAD *dm);
 
 /*
- * Sends a request and waits for the answer: the next message of the request's type, whoever it comes from. Other
+ * Sends a request and waits for the reply: the next message of the request's type, from any sender. Other
  * messages are set aside for the loop, the notice of an absent destination too. timeoutMs bounds the wait for each
  * message, not the whole; 0 waits without limit.
- * *answer (answer may be null) is cleared first; it receives an answer whose error code is 0, to be released with
- * ZOR_DMMSG_Free. Returns the answer's error code; a status of the send or of ZOR_MSG_Recv; ZOR_E_DM_ARGUMENT;
- * ZOR_E_DM_BAD_ANSWER for an answer without head or magic.
+ * *answer (answer may be null) is cleared first; it receives a reply whose error code is 0, to be released with
+ * ZOR_DMMSG_Free. Returns the reply's error code; a status of the send or of ZOR_MSG_Recv; ZOR_E_DM_ARGUMENT;
+ * ZOR_E_DM_BAD_ANSWER for a reply without head or magic.
  */
 ZOR_API uint32_t ZOR_DMMSG_SyncSend(ZOR_DMMSG_HEAD *dm, ZOR_DMMSG_HEAD **answer, uint32_t timeoutMs);
 
@@ -95,13 +95,13 @@ ZOR_API uint32_t ZOR_DMMSG_SyncSend(ZOR_DMMSG_HEAD *dm, ZOR_DMMSG_HEAD **answer,
    not a message of this kind and of type ZOR_MSG_DM. */
 ZOR_API uint32_t ZOR_DMMSG_ReplyRetCode(const ZOR_DMMSG_HEAD *request, uint32_t code);
 
-/* Sends the used part of an answer to the named application (null: the server). Capacity and free keep their values,
+/* Sends the used part of a reply to the named application (null: the server). Capacity and free keep their values,
    so they promise the receiver room that did not travel. ZOR_E_DM_ARGUMENT. */
 ZOR_API uint32_t ZOR_DMMSG_ReplyEx(const char *destination, uint32_t code, ZOR_DMMSG_HEAD *answer);
 
-/* Sends an answer to the sender of a request, less as many bytes at its end as the request has free. A request that
-   was sent by ZOR_DMMSG_Send has none free: the answer then travels with its unused bytes. ZOR_E_DM_ARGUMENT, also
-   when the answer would lose part of its head. */
+/* Sends a reply to the sender of a request, less as many bytes at its end as the request has free. A request that
+   was sent by ZOR_DMMSG_Send has none free: the reply then travels with its unused bytes. ZOR_E_DM_ARGUMENT, also
+   when the reply would lose part of its head. */
 ZOR_API uint32_t ZOR_DMMSG_Reply(const ZOR_DMMSG_HEAD *request, uint32_t code, ZOR_DMMSG_HEAD *answer);
 
 ZOR_END_DECLS

@@ -65,7 +65,7 @@ ZOR_API uint32_t ZOR_DNS_PacketGetNameLen(const DnsPacket *packet, const uint8_t
 ZOR_API uint32_t ZOR_DNS_PacketGetName(const DnsPacket *packet, const uint8_t *position, char *name, uint32_t capacity,
                                        uint32_t *consumed);
 
-/* The length of the question at a position: that of its name plus 4, whether or not the message goes on that far; 0
+/* The length of the question at a position: that of its name plus 4, whether or not the message is that long; 0
    when the name is malformed or an argument is null. */
 ZOR_API uint32_t ZOR_DNS_PacketGetQuestionLen(const DnsPacket *packet, const uint8_t *position);
 
@@ -83,8 +83,8 @@ ZOR_API uint32_t ZOR_DNS_PacketGetRRLen(const DnsPacket *packet, const uint8_t *
 ZOR_API uint32_t ZOR_DNS_PacketGetValuesOfRR(const DnsPacket *packet, const uint8_t *position, DnsRecordValues *values,
                                              uint32_t *length);
 
-/* Where the first answer, authority or additional record stands. Null for null, for fewer than 12 bytes, or when
-   something before it is malformed. Nothing tells whether that section holds a record: the position may be the end of
+/* The position of the first answer, authority or additional record. Null for null, for fewer than 12 bytes, or when
+   something before it is malformed. The section may hold no record: the position may be the end of
    the message or, behind a question that the message cuts, up to 5 bytes past it. */
 ZOR_API const uint8_t *ZOR_DNS_PacketGetFirstRR(const DnsPacket *packet);
 ZOR_API const uint8_t *ZOR_DNS_PacketGetFirstAuthorityRecord(const DnsPacket *packet);

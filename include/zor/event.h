@@ -7,11 +7,11 @@
  *    a device-management message with items. Subscribers get a JSON text either way:
  *    {"Method":"notify","Module":...,"EventType":...,"Timestamp":...,"Payload":{...}}, the members in this order.
  * 2. A module is the part of the system that owns an event type; the name of the event ("EventType") is the
- * publisher's. Both are case-sensitive.
+ *    publisher's. Both are case-sensitive.
  * 3. ZOR_EVT_FAILED (1) stands for a bad argument and for JSON that cannot be made. Publishing also returns the
  *    statuses of <zor/dmmsg.h> and of ZOR_MSG_Send.
  * 4. JSON objects are those of cJSON. Texts that are returned are malloc blocks of the caller, whatever hooks cJSON
- * has.
+ *    has.
  * 5. All of it is process-wide, for the loop's thread. Callbacks may publish, subscribe and make synchronous requests.
  */
 #ifndef ZOR_EVENT_H
@@ -57,7 +57,7 @@ ZOR_API uint32_t ZOR_EVT_PublishEvent(uint32_t type, const char *eventName, cons
 ZOR_API uint32_t ZOR_EVT_PublishEventWithNVPair(uint32_t type, const char *eventName, const ZOR_NVPAIR *pairs);
 
 /* Publishes a JSON event with a copy of the payload, as compact text. ZOR_EVT_FAILED for a null argument and when the
-   text cannot be made, for want of a time stamp too; else the status of ZOR_MSG_Send. */
+   text cannot be made, also when no time stamp is available; else the status of ZOR_MSG_Send. */
 ZOR_API uint32_t ZOR_EVT_PublishEventWithJson(const char *module, const char *eventName, uint32_t type,
                                               const struct cJSON *payload);
 
@@ -79,7 +79,7 @@ ZOR_API uint32_t ZOR_EVT_SubscribeAllEvent(void);
    ZOR_EVT_FAILED for a type below ZOR_EVT_ALL, a null callback, or without memory. */
 ZOR_API uint32_t ZOR_EVT_SubscribeSingelEventCallBack(uint32_t type, ZOR_EVT_CALLBACK callback);
 
-/* Sets the one callback for events of every type, which runs after the others; null for none. */
+/* Sets the one callback for events of every type, which runs after the others; null removes it. */
 ZOR_API void ZOR_EVT_SubscribeAllEventCallBack(ZOR_EVT_CALLBACK callback);
 
 /* Runs the callbacks of an event, those subscribed when it begins; the bus calls it for events without a handler. The

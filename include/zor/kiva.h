@@ -1,9 +1,9 @@
 /*
  * Two lists of attached devices, each in an XDR file, and what is known of their latest upgrades.
  *
- * The crash list, "/var/crash_devinfo.xdr", says where each device's crash diagnostics stand. Any process may change
- * it. The KIVA list, "/var/kiva/kiva_devinfo.xdr", says how far each device's upgrade over the air has come. Only the
- * daemon "cms" changes it; everybody else reads it and sends that daemon requests. docs/protocol.md has both formats.
+ * The crash list, "/var/crash_devinfo.xdr", holds the state of each device's crash diagnostics. Any process may change
+ * it. The KIVA list, "/var/kiva/kiva_devinfo.xdr", holds the progress of each device's upgrade over the air. Only the
+ * daemon "cms" changes it; all others read it and send that daemon requests. docs/protocol.md has both formats.
  *
  * Conventions of this header:
  * 1. A status is 0, one of the codes below, or what reading a file gave (ZOR_UTIL_ReadFileToBuf). A file that is cut
@@ -35,7 +35,7 @@ ZOR_BEGIN_DECLS
 #define ZOR_KIVA_E_FILE UINT32_C(0x26E0001)       /* the KIVA list cannot be written */
 #define ZOR_KIVA_E_ARGUMENT UINT32_C(0x26E0002)   /* null, or a text that is too long */
 #define ZOR_KIVA_E_UNKNOWN UINT32_C(0x26E0003)    /* no record of that MAC */
-#define ZOR_KIVA_E_REFUSED UINT32_C(0x26E0004)    /* no answer, or one with a result other than 0 */
+#define ZOR_KIVA_E_REFUSED UINT32_C(0x26E0004)    /* no reply, or one with a result other than 0 */
 
 /* Files. Used with ZOR_Crash_GetStatusInfoList, ZOR_UPG_GetKivaInfoList, ZOR_UPG_AddDevKivaInfo and
    ZOR_UPG_SaveUpdateInfo. */
@@ -69,7 +69,7 @@ ZOR_API uint32_t ZOR_Crash_GetStatusInfoList(dev_crashinfo_list **list);
    the status of the read: the first record, stored in a new file, reports that there was none. */
 ZOR_API uint32_t ZOR_Crash_UpdateAndAddDevInfoToXdr(const dev_crash_info *record);
 
-/* Removes the first record of that DevMac; that there is none is no failure. ZOR_CRASH_E_ARGUMENT; the status of the
+/* Removes the first record of that DevMac; a missing record is not a failure. ZOR_CRASH_E_ARGUMENT; the status of the
    read, after whose failure nothing is written; ZOR_CRASH_E_FILE. */
 ZOR_API uint32_t ZOR_Crash_RemoveNodeByMac(const char *mac);
 
@@ -135,20 +135,20 @@ ZOR_API uint32_t ZOR_UPG_AddDevKivaInfoToXDR(const dev_kiva_info *info);
    ZOR_KIVA_E_ARGUMENT; a failure to read, after which nothing is written. */
 ZOR_API uint32_t ZOR_UPG_SetUpdateFlag(const char *macs);
 
-/* Prunes the list: a record whose state is not ZOR_KIVA_STATE_KEPT goes, but the one behind a removed record stays
-   unexamined, and so does the last. A failure to read, after which nothing is written. */
+/* Prunes the list: a record whose state is not ZOR_KIVA_STATE_KEPT is removed, but the one after a removed record is
+   not examined, nor is the last. A failure to read, after which nothing is written. */
 ZOR_API uint32_t ZOR_UPG_RemoveDevKivaInfoFromXDR(void);
 
 /* Apply a received ZOR_MSG_KIVA_ADD or ..._REMOVE, or their synchronous twins; the message stays the caller's, who
-   answers the latter with the result as data word (they are no handlers by themselves). ZOR_KIVA_E_ARGUMENT also for a
-   body that lacks a part; else as above. That there is nothing to remove is no failure. */
+   replies to the latter with the result as data word (they are not handlers themselves). ZOR_KIVA_E_ARGUMENT also for a
+   body that lacks a part; else as above. A missing record is not a failure. */
 ZOR_API uint32_t ZOR_UPG_DevKivaAddProc(ZOR_MSG_HEAD *message);
 ZOR_API uint32_t ZOR_UPG_DevKivaInfoRemoveProc(ZOR_MSG_HEAD *message);
 
 /* The KIVA list: requests to "cms". ...Sync asks, its twin sends and does not wait. */
 
 /*
- * Has a record added or overwritten. A null detail travels as "", a null xmlPath as "/var/kiva/kiva_MAC.xml"; xmlPath
+ * Asks to add or overwrite a record. A null detail travels as "", a null xmlPath as "/var/kiva/kiva_MAC.xml"; xmlPath
  * is cut to 67 characters. Before anything is sent: ZOR_KIVA_E_ARGUMENT for null, and with the line
  * "KIVAXDR: Para too long \r" for a mac or detail of 516 characters and more; ZOR_KIVA_E_NO_MESSAGE. Asking also gives
  * ZOR_KIVA_E_REFUSED.
@@ -156,7 +156,7 @@ ZOR_API uint32_t ZOR_UPG_DevKivaInfoRemoveProc(ZOR_MSG_HEAD *message);
 ZOR_API uint32_t ZOR_UPG_AddDevKivaInfo(const dev_kiva_info *info);
 ZOR_API uint32_t ZOR_UPG_AddDevKivaInfoSync(const dev_kiva_info *info);
 
-/* Has the record of a MAC removed, whose ':' are taken out and which is cut to 17 characters. ZOR_KIVA_E_ARGUMENT for
+/* Asks to remove the record of a MAC, which is cut to 17 characters after its ':' are removed. ZOR_KIVA_E_ARGUMENT for
    null; ZOR_KIVA_E_NO_MESSAGE; asking also gives ZOR_KIVA_E_REFUSED. */
 ZOR_API uint32_t ZOR_UPG_RemoveDevKivaInfo(const char *mac);
 ZOR_API uint32_t ZOR_UPG_RemoveDevKivaInfoSync(const char *mac);
@@ -164,16 +164,16 @@ ZOR_API uint32_t ZOR_UPG_RemoveDevKivaInfoSync(const char *mac);
 /* Requests that begin with the stored record of a MAC (null: the gateway's own) and send it back changed. They write no
    file. The status of the read; ZOR_KIVA_E_UNKNOWN; else as ZOR_UPG_AddDevKivaInfo. */
 
-/* Has a record changed: detail and xmlPath unless they are null, dlSize, param1 and param3 unless they are 0, and state
-   always; flags stay. ZOR_KIVA_E_ARGUMENT for null. */
+/* Asks to change a record: detail and xmlPath unless they are null, dlSize, param1 and param3 unless they are 0, and
+   state always; flags stay. ZOR_KIVA_E_ARGUMENT for null. */
 ZOR_API uint32_t ZOR_UPG_UpdateKivaInfo(const dev_kiva_info *info);
 ZOR_API uint32_t ZOR_UPG_UpdateKivaInfoSync(const dev_kiva_info *info);
 
-/* Has the state of a record changed. */
+/* Asks to change the state of a record. */
 ZOR_API uint32_t ZOR_UPG_UpdateKivaStateEx(const char *mac, uint32_t state);
 ZOR_API uint32_t ZOR_UPG_UpdateKivaStateExSync(const char *mac, uint32_t state);
 
-/* Has dlSize of a record changed. In a state other than ZOR_KIVA_STATE_LOADING sends nothing and returns 0. */
+/* Asks to change dlSize of a record. In a state other than ZOR_KIVA_STATE_LOADING sends nothing and returns 0. */
 ZOR_API uint32_t ZOR_UPG_UpdateKivaDlSize(const char *mac, uint32_t size);
 
 /* Upgrade information. */
@@ -195,7 +195,7 @@ ZOR_API ZOR_KIVA_UPDATE_INFO *ZOR_UPG_GetUpdateInfo(const char *mac);
 /* Deletes the latest report of a device, if there is one. Returns 0; 1 for a null or empty MAC. */
 ZOR_API uint32_t ZOR_UPG_ClearUpdateInfo(const char *mac);
 
-/* Stores the present time and the text (null: none) as the gateway's own latest upgrade. Returns 1 in any case. */
+/* Stores the present time and the text (null: none) as the gateway's own latest upgrade. Always returns 1. */
 ZOR_API uint32_t ZOR_UPG_SetSelfUpdateInfo(const char *text);
 
 /* The gateway's own latest upgrade; value is 0 when no time is stored, which is logged, and text empty when the stored

@@ -10,11 +10,11 @@
 
 #define ZOR_KIVA_DAEMON_NAME "cms"
 
-/* Message types. The answered ones carry a result in the answer's data word, 0 for success. */
+/* Message types. Replies carry a result in their data word, 0 for success. */
 #define ZOR_MSG_KIVA_ADD UINT32_C(0x26E00)         /* one-way; body: a request */
 #define ZOR_MSG_KIVA_REMOVE UINT32_C(0x26E01)      /* one-way; body: a MAC, zero-padded to ZOR_KIVA_MAC_SIZE */
-#define ZOR_MSG_KIVA_ADD_SYNC UINT32_C(0x26E0F)    /* answered; body: a request */
-#define ZOR_MSG_KIVA_REMOVE_SYNC UINT32_C(0x26E10) /* answered; body: a MAC without a NUL */
+#define ZOR_MSG_KIVA_ADD_SYNC UINT32_C(0x26E0F)    /* with a reply; body: a request */
+#define ZOR_MSG_KIVA_REMOVE_SYNC UINT32_C(0x26E10) /* with a reply; body: a MAC without a NUL */
 
 /* A MAC, without ':' and with its NUL, in a request to remove. */
 #define ZOR_KIVA_MAC_SIZE 18u

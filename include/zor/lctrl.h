@@ -2,7 +2,7 @@
  * Login control: asks the service that counts failed logins and keeps the forbidden list. The records are the
  * service's; here they are opaque blocks of fixed size.
  *
- * Conventions: a request that waits is given 4000 ms and, when that passes, sent once more after a line on standard
+ * Conventions: a request waits 4000 ms for its reply and is then sent once more after a line on standard
  * output. Its result buffer is written only when the reply has a body; a reply shorter than the result is filled with
  * zeros. Statuses: 0, one of ZOR_LCTRL_E_, or that of the bus.
  */

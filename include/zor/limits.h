@@ -19,15 +19,15 @@
 /* [bytes] Block of memory for a message, its header included, or for a result: ZOR_E_NO_MEMORY or null; a line with
    "malloc 4M" on standard output. */
 #define ZOR_ALLOC_MAX 0x800000u
-/* [messages] Messages that come while a request waits for its reply: the wait ends with ZOR_E_TIMEOUT. */
+/* [messages] Messages that arrive while a request waits for its reply: the wait ends with ZOR_E_TIMEOUT. */
 #define ZOR_MSG_SET_ASIDE_MAX 1000u
 /* [ms] Wait until a socket takes a message: ZOR_E_NOT_WRITABLE. */
 #define ZOR_MSG_WRITABLE_WAIT_MS 10000
 /* [ms] Wait until the socket to another board's server takes a piece of a message: a log line, and tried again. */
 #define ZOR_MSG_REMOTE_SEND_WAIT_MS 1000
-/* [ms] Wait for the next piece of a message that has begun to arrive: what came of it is dropped. */
+/* [ms] Wait for the next piece of a message that has begun to arrive: the pieces received are dropped. */
 #define ZOR_MSG_NEXT_PIECE_WAIT_MS 1000
-/* [ms] Wait for the answer of ZOR_MSG_GetNumOfProcesses and ZOR_MSG_SafeExitProcesses: ZOR_E_TIMEOUT; no process. */
+/* [ms] Wait for the reply to ZOR_MSG_GetNumOfProcesses and ZOR_MSG_SafeExitProcesses: ZOR_E_TIMEOUT; no process. */
 #define ZOR_MSG_PROCESSES_WAIT_MS 5000u
 /* [text] Prefix or name of a restful request: cut. */
 #define ZOR_MSG_RESTFUL_NAME_SIZE 64
@@ -40,9 +40,9 @@
 
 /* [text] Head of a line: cut. */
 #define ZOR_TRACE_LINE_HEAD_SIZE 512
-/* [text] Output that the message server tells a daemon: a longer one is a mistake in its settings. */
+/* [text] Output that the message server sets for a daemon: a longer one is a mistake in its settings. */
 #define ZOR_TRACE_OUTPUT_TEXT_SIZE 32
-/* [text] Output that ZOR_TRACE_SetOutputByString is told: cut. */
+/* [text] Text for ZOR_TRACE_SetOutputByString: cut. */
 #define ZOR_TRACE_OUTPUT_SIZE 64
 /* [KiB] Trace file, unless a greater size is set: emptied. */
 #define ZOR_TRACE_FILE_KIB 1024u
@@ -54,7 +54,7 @@
 #define ZOR_NOTIFY_DATA_MAX 0x800000u
 /* [] Greatest module ID: ZOR_NOTIFY_E_MID. */
 #define ZOR_NOTIFY_MID_LAST 102u
-/* [ms] Wait for each message while a request waits for its answer: ZOR_NOTIFY_E_TIMEOUT. */
+/* [ms] Wait for each message while a request waits for its reply: ZOR_NOTIFY_E_TIMEOUT. */
 #define ZOR_NOTIFY_ANSWER_WAIT_MS 240000u
 /* [ms] Wait until the socket takes a notification: ZOR_NOTIFY_E_NOT_WRITABLE. */
 #define ZOR_NOTIFY_WRITABLE_WAIT_MS 10000
@@ -67,9 +67,9 @@
 #define ZOR_MLOG_DATA_MAX 1016
 /* [text] Name or value of a statistic: cut. */
 #define ZOR_MLOG_STAT_TEXT_SIZE 256
-/* [s] Wait for the value of a statistic, and for the answer to the power-off notice: taken for success. */
+/* [s] Wait for the value of a statistic, and for the reply to the power-off notice: treated as success. */
 #define ZOR_MLOG_ANSWER_WAIT_SECONDS 2
-/* [bytes] Circular file: writing goes on at its start. */
+/* [bytes] Circular file: writing resumes at its start. */
 #define ZOR_MLOG_FILE_MAX 0x200000l
 
 /* The log that users see. */
@@ -81,7 +81,7 @@
 #define ZOR_LOG_QUERY_TEXT_SIZE 64u
 /* [text] Address of a remote server: cut. */
 #define ZOR_LOG_SERVER_TEXT_SIZE 132u
-/* [text] What this system calls itself there: cut. */
+/* [text] Name of this system there: cut. */
 #define ZOR_LOG_SERVER_NAME_SIZE 32u
 /* [ms] Wait until records are stored: ZOR_E_TIMEOUT. */
 #define ZOR_LOG_STORE_WAIT_MS 5000u

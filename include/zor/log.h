@@ -1,7 +1,7 @@
 /*
  * Records of the user-visible system log, which the daemon "syslog" keeps.
  *
- * A caller sends no text: it names a log item by its index and gives the item's parameters. The text comes from the
+ * A caller sends no text; it names a log item by its index and gives the item's parameters. The text comes from the
  * item's format string, in the reader's language, when the log is shown; $0, $1, ... in it stand for the parameters.
  *
  * 1. A type and a level are single bits. A type-level code holds the level in its low 8 bits and the type above them.
@@ -79,9 +79,9 @@ ZOR_API uint32_t ZOR_LOG_API_Record_KLog(uint32_t type, uint32_t level, uint32_t
 
 /* Reading and managing. */
 
-/* Has the daemon write the records of a type and level, or of several (bits may be combined), to the file that text
-   names (63 characters count). What count and selector mean is the daemon's affair, see docs/protocol.md. *result
-   (result may be null) is the data word of its answer, untouched without one. Waits up to 10 s. ZOR_LOG_FAILURE for a
+/* Asks the daemon to write the records of a type and level, or of several (bits may be combined), to the file that text
+   names (63 characters count). What count and selector mean is described in docs/protocol.md. *result
+   (result may be null) is the data word of its reply, untouched without one. Waits up to 10 s. ZOR_LOG_FAILURE for a
    null text or a type or level of 0. */
 ZOR_API uint32_t ZOR_LOG_API_Query_Items(const char *text, uint32_t count, uint32_t type, uint32_t level,
                                          uint32_t selector, uint32_t *result);
@@ -102,9 +102,9 @@ ZOR_API uint32_t ZOR_LOG_API_Set_RtoServer(const char *name, const char *server1
                                            uint16_t port, uint32_t number2);
 
 /*
- * Has the daemon bring all records to storage and waits up to 5 s for that. Then logs, whatever came of it, "Flash
+ * Asks the daemon to store all records and waits up to 5 s. Then logs, whatever the outcome, "Flash
  * operation ZOR_LOG_API_Flush_Log called by NAME LINE result(STATUS)(WORD) \r\n" at level 4 under the tag "msg", with
- * the data word of the answer or 0. ZOR_LOG_FAILURE, with nothing logged, for a null name.
+ * the data word of the reply or 0. ZOR_LOG_FAILURE, with nothing logged, for a null name.
  */
 ZOR_API uint32_t ZOR_LOG_API_Flush_Log(int32_t callerLine, const char *callerName);
 

@@ -8,14 +8,14 @@
 #define ZOR_LOG_DAEMON_NAME "syslog"
 
 /* Message types. */
-#define ZOR_LOG_MSG_RECORD UINT32_C(0x4B01)        /* a record; answered when its index has ZOR_LOG_SYNC_FLAG */
-#define ZOR_LOG_MSG_RECORD_KERNEL UINT32_C(0x4B02) /* a record; no answer */
-#define ZOR_LOG_MSG_SYSTEM_QUERY UINT32_C(0x4B03)  /* a query; answered */
-#define ZOR_LOG_MSG_QUERY UINT32_C(0x4B04)         /* a query; answered */
-#define ZOR_LOG_MSG_CLEAR UINT32_C(0x4B05)         /* data word: type << 8; no answer */
-#define ZOR_LOG_MSG_SET_FILTER UINT32_C(0x4B06)    /* data word: type-level code; no answer */
-#define ZOR_LOG_MSG_SET_SERVER UINT32_C(0x4B07)    /* remote servers; no answer */
-#define ZOR_LOG_MSG_FLUSH UINT32_C(0x4B09)         /* no body; answered */
+#define ZOR_LOG_MSG_RECORD UINT32_C(0x4B01)        /* a record; with a reply when its index has ZOR_LOG_SYNC_FLAG */
+#define ZOR_LOG_MSG_RECORD_KERNEL UINT32_C(0x4B02) /* a record; no reply */
+#define ZOR_LOG_MSG_SYSTEM_QUERY UINT32_C(0x4B03)  /* a query; with a reply */
+#define ZOR_LOG_MSG_QUERY UINT32_C(0x4B04)         /* a query; with a reply */
+#define ZOR_LOG_MSG_CLEAR UINT32_C(0x4B05)         /* data word: type << 8; no reply */
+#define ZOR_LOG_MSG_SET_FILTER UINT32_C(0x4B06)    /* data word: type-level code; no reply */
+#define ZOR_LOG_MSG_SET_SERVER UINT32_C(0x4B07)    /* remote servers; no reply */
+#define ZOR_LOG_MSG_FLUSH UINT32_C(0x4B09)         /* no body; with a reply */
 
 /* Type-level codes: the level in the low 8 bits, the type above. Used with ZOR_LOG_ITEM, ZOR_UTIL_LOG_GetTypeString and
    ZOR_UTIL_LOG_GetLevelString. */

@@ -32,7 +32,7 @@ typedef struct ZOR_MLOG_FILE {
   FILE *stream;      /* owned by the record */
   long overturn;     /* how many times the file has wrapped */
   long offset;       /* where the next write goes, from the start of the file */
-  long uploadOffset; /* kept in the header for whoever uploads the file */
+  long uploadOffset; /* kept in the header for the program that uploads the file */
 } ZOR_MLOG_FILE;
 
 /* Lines. */
@@ -54,15 +54,15 @@ ZOR_API uint32_t mlog_get_log_lv(const char *name);
 
 /* Statistics and power. */
 
-/* Has the daemon keep a value under a name, both cut to 255 characters. -1 also when there is no daemon. */
+/* Asks the daemon to keep a value under a name, both cut to 255 characters. -1 also when there is no daemon. */
 ZOR_API int32_t set_mlog_stat_info(const char *name, const char *value);
 
-/* Asks the daemon for the value of a name and copies it, cut to size - 1 characters. Without an answer within 2 seconds
+/* Asks the daemon for the value of a name and copies it, cut to size - 1 characters. Without a reply within 2 seconds
    the result is 0 too and the buffer stays as it was. -1 also for a size below 1 or when there is no daemon. */
 ZOR_API int32_t get_mlog_stat_info(const char *name, char *value, int32_t size);
 
-/* Tells the daemon that power goes off, and waits up to 2 seconds until it says that its buffers are saved. 0 also
-   without an answer; -1 when there is no daemon. */
+/* Notifies the daemon that power is going off, and waits up to 2 seconds until it has saved its buffers. 0 also
+   without a reply; -1 when there is no daemon. */
 ZOR_API int32_t inform_mlogger_power_off(void);
 
 /* 1 when the last line "[SHARE]...=NUMBER" of the file "mlogcfg" in the current directory holds a number other than 0,
@@ -96,7 +96,7 @@ ZOR_API int32_t mlog_send_msg(int32_t fd, const ZOR_MLOG_MSG *msg, const char *d
    a datagram whose size is not 8 + its length. */
 ZOR_API int32_t mlog_recv_msg(int32_t fd, ZOR_MLOG_MSG *msg, int32_t timeoutSeconds, char *sender, uint32_t senderSize);
 
-/* Sends a request and receives the answer, 0 when both succeed. answerSize is ignored: answer is a whole record. */
+/* Sends a request and receives the reply, 0 when both succeed. answerSize is ignored: answer is a whole record. */
 ZOR_API int32_t mlog_send_recv_msg(int32_t fd, const ZOR_MLOG_MSG *request, ZOR_MLOG_MSG *answer, uint32_t answerSize,
                                    int32_t timeoutSeconds, const char *destination);
 

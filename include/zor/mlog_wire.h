@@ -9,10 +9,10 @@
 #define ZOR_MLOG_HEAD_SIZE 8u
 
 /* Datagram types. */
-#define ZOR_MLOG_LINE 1u       /* a text line and its NUL; no answer */
-#define ZOR_MLOG_SET_STAT 2u   /* a statistics record to keep; no answer */
-#define ZOR_MLOG_GET_STAT 4u   /* a record with a name; answered with the value filled in */
-#define ZOR_MLOG_POWER_OFF 10u /* no data; answered when everything is saved */
+#define ZOR_MLOG_LINE 1u       /* a text line and its NUL; no reply */
+#define ZOR_MLOG_SET_STAT 2u   /* a statistics record to keep; no reply */
+#define ZOR_MLOG_GET_STAT 4u   /* a record with a name; the reply has the value filled in */
+#define ZOR_MLOG_POWER_OFF 10u /* no data; the reply comes when everything is saved */
 
 /* One datagram: sent with exactly 8 + length bytes, integers in host order. */
 typedef struct ZOR_MLOG_MSG {

@@ -23,8 +23,8 @@ ZOR_API extern uint32_t g_ulSafeExitMsgTimeout;
 /* Fills a header without a body; takes a number. A null header is ignored. */
 ZOR_API void ZOR_MSG_SimpleBuilder(ZOR_MSG_HEAD *header, const char *destination, uint32_t type, uint32_t dataWord);
 
-/* A new answer to the sender of a request, with the request's type and number. A null data pointer gives an answer
-   without a body and takes a number that nobody gets. Null for a null request, a length from 0x7fffffd7 on, or when
+/* A new reply to the sender of a request, with the request's type and number. A null data pointer gives a reply
+   without a body and takes a number that is not used. Null for a null request, a length from 0x7fffffd7 on, or when
    the block is refused. */
 ZOR_API ZOR_MSG_HEAD *ZOR_MSG_MsgResponseBuilder(const ZOR_MSG_HEAD *request, uint32_t dataWord, const void *data,
                                                  uint32_t dataLength);
@@ -64,8 +64,8 @@ ZOR_API void *ZOR_MSG_GetMsgBlockEx(void *buffer, uint32_t size);
    and for a length above the present one: then the length stays, but destination and type are set. */
 ZOR_API uint32_t ZOR_MSG_SetMsgProfile(void *body, const char *destination, uint32_t type, uint32_t dataLength);
 
-/* Subscribes the named daemon to an event, or ends that; a daemon that subscribes for itself gives its own name. A null
-   name does nothing and returns 0; else the status of the send. */
+/* Subscribes the named daemon to an event, or unsubscribes it; a daemon that subscribes for itself gives its own name.
+   A null name does nothing and returns 0; else the status of the send. */
 ZOR_API uint32_t ZOR_MSG_SubscribeEventForOtherApp(uint32_t event, const char *name);
 ZOR_API uint32_t ZOR_MSG_UnSubscribeEventForOtherApp(uint32_t event, const char *name);
 
@@ -73,8 +73,8 @@ ZOR_API uint32_t ZOR_MSG_UnSubscribeEventForOtherApp(uint32_t event, const char 
  */
 ZOR_API uint32_t ZOR_MSG_GetNumOfProcesses(const char *name);
 
-/* Asks the named daemon to exit and waits up to 5 s for its answer, then tells the server in any case. Returns the two
-   statuses combined by bitwise OR: 0, or a value that names no single failure. 0 for null. */
+/* Asks the named daemon to exit and waits up to 5 s for its reply, then notifies the server in any case. Returns the
+   two statuses combined by bitwise OR: 0, or a value that need not be a single status. 0 for null. */
 ZOR_API uint32_t ZOR_MSG_SafeExitProcesses(const char *name);
 
 /* Passes a descriptor, which stays open here, to the destination of the process's latest message. Neither waits nor

@@ -25,26 +25,26 @@ struct sockaddr;
    is the send's; or change *fd, a copy of the descriptor: then the message goes there and its status is ignored. */
 typedef uint32_t (*ZOR_MSG_SEND_HOOK)(ZOR_MSG_HEAD *msg, int *handled, int *fd);
 
-/* The send hook of the process; null, as at the start, is none. */
+/* The send hook of the process; null, the initial value, for none. */
 ZOR_API extern ZOR_MSG_SEND_HOOK g_pfMsgSendHook;
 
 /*
  * Connects to the local server at "/var/msgsvr", registers under the name (null: without one), puts the socket on the
  * default loop with ZOR_MSG_MsgFilterProc as its handler, and opens the notification client. Ignores SIGPIPE for the
  * whole process. Does nothing and returns 0 when the bus is connected already. Only the first 11 characters of the name
- * count: "quorelbridge" registers as "quorelbridg", and whoever sends to it cuts the name in the same way.
+ * count: "quorelbridge" registers as "quorelbridg", and senders cut the name in the same way.
  * Returns ZOR_E_CONNECT when there is no socket or no server; ZOR_E_NO_MEMORY; ZOR_E_ARGUMENT when the loop cannot
  * watch a descriptor of that number; else the status of ZOR_NOTIFYCLT_InitByName, after whose failure the bus is
  * destroyed. A refused registration destroys the bus too but is not reported: the next send returns
  * ZOR_E_NOT_CONNECTED.
- * When the server goes away the socket is no longer watched; sends return ZOR_E_PEER_GONE until ZOR_MSG_Destroy.
+ * When the server exits the socket is no longer watched; sends return ZOR_E_PEER_GONE until ZOR_MSG_Destroy.
  */
 ZOR_API uint32_t ZOR_MSG_Init(const char *appName);
 
 /*
  * Connects to the server of another board over TCP and registers; the port is in host order. The socket is not on the
  * loop and there is no notification client. An existing connection is not looked at.
- * Returns ZOR_E_ARGUMENT for a null address; ZOR_E_CONNECT when it is malformed or nobody listens there; else the
+ * Returns ZOR_E_ARGUMENT for a null address; ZOR_E_CONNECT when it is malformed or the connection is refused; else the
  * status of the registration (ZOR_E_REFUSED when no name was granted), after whose failure the bus is destroyed.
  */
 ZOR_API uint32_t ZOR_MSG_InitSlaveApp(const char *appName, const char *ipv4Text, uint16_t port);
@@ -66,7 +66,7 @@ ZOR_API uint32_t ZOR_MSG_SendEx(int fd, ZOR_MSG_HEAD *msg);
 
 /*
  * Writes a message to a socket; address and addressLength are those of sendto, null and 0 on a connected socket.
- * Waits up to 10 s for the socket to take the first byte. A message that was written itself, or whose write failed,
+ * Waits up to 10 s until the socket accepts the first byte. A message that was written itself, or whose write failed,
  * has its type word reduced to the message type afterwards; it is untouched when its body went by file or when the
  * send ended before the write.
  * Returns ZOR_E_ARGUMENT for null or a negative descriptor; ZOR_E_NOT_WRITABLE when the wait ended in vain or there is

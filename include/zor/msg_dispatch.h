@@ -3,7 +3,7 @@
  *
  * 1. A message that is dispatched belongs to the dispatcher: handlers read it, may change it in place, never free it.
  * 2. Handlers may register and unregister handlers (themselves included), send, make synchronous requests and dispatch
- *    further messages. An unregistered handler is not called any more, not even by a dispatch that is going on.
+ *    further messages. An unregistered handler is not called any more, not even by a dispatch in progress.
  * 3. Lengths are in bytes. Names are cut to 11 characters. A null name as destination means the message server.
  * 4. Statuses are those of <zor/status.h>. What sends returns the statuses of ZOR_MSG_Send beside its own.
  * 5. Everything here is process-wide and belongs to the loop's thread.
@@ -17,11 +17,11 @@
 
 ZOR_BEGIN_DECLS
 
-/* A handler that answers nothing, or answers by itself. */
+/* A handler that sends no reply, or sends it itself. */
 typedef void (*ZOR_MSG_HANDLER)(ZOR_MSG_HEAD *msg);
 
-/* A handler whose answer is sent for it. Returns a malloc block with sequence number, data word and body filled in
-   (ZOR_MSG_MsgResponseBuilder makes one), or null for no answer. The block is freed after the send. */
+/* A handler whose reply is sent for it. Returns a malloc block with sequence number, data word and body filled in
+   (ZOR_MSG_MsgResponseBuilder makes one), or null for no reply. The block is freed after the send. */
 typedef ZOR_MSG_HEAD *(*ZOR_MSG_SYNC_HANDLER)(ZOR_MSG_HEAD *msg);
 
 /* One registered handler; its address is the registration handle. */
@@ -33,8 +33,8 @@ typedef struct ZOR_MSG_PROC_ENTRY {
   ZOR_MSG_SYNC_HANDLER syncProc;
 } ZOR_MSG_PROC_ENTRY;
 
-/* Answers a restful request. body is a ZOR_MSG_RESTFUL_HEAD with the request's text behind it. On status 0 *replyText
-   (null at the call) is sent to the requester and freed; on any other status the request stays without an answer. */
+/* Serves a restful request. body is a ZOR_MSG_RESTFUL_HEAD with the request's text behind it. On status 0 *replyText
+   (null at the call) is sent to the requester and freed; on any other status the request gets no reply. */
 typedef uint32_t (*ZOR_MSG_RESTFUL_PROC)(void *body, char **replyText);
 
 typedef struct ZOR_MSG_RESTFUL_ENTRY {
@@ -74,7 +74,7 @@ ZOR_API uint32_t ZOR_MSG_RegSyncMsgProc(uint32_t type, ZOR_MSG_SYNC_HANDLER sync
 /* Removes a handler. A handle that is not registered (any more) is ignored. */
 ZOR_API void ZOR_MSG_UnRegMsgProc(ZOR_MSG_PROC_ENTRY *handle);
 
-/* Runs all handlers of the message's type and sends the answers of the synchronous ones to its source. A message that
+/* Runs all handlers of the message's type and sends the replies of the synchronous ones to its source. A message that
    no handler took may still be one that the bus handles itself: ZOR_MSG_SAFE_EXIT to "dhcps", "ssdpd", "upnp",
    "ntwksync", "quorelbridge", "devmngr" or "datacli" prints "Fatal: App(%s:%d)
    exited.=================================\n", is acknowledged and ends the process with exit(0). Has the shape of a

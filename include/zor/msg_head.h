@@ -43,7 +43,7 @@ typedef struct ZOR_MSG_CTX {
   uint32_t traceFdEnabled; /* nonzero: ZOR_MSG_TraceProc keeps a stream on the descriptor it is given */
   FILE *traceStream;
   int traceFd;                 /* -1 at start; 0 after ZOR_MSG_Destroy */
-  ZOR_MSG_QUEUE_NODE *pending; /* messages that came while a request waited for its reply */
+  ZOR_MSG_QUEUE_NODE *pending; /* messages that arrived while a request waited for its reply */
   uint32_t flags;
   struct UvMsgWatcher *watcher; /* reads the socket; owned by the loop */
   uint32_t sequence;            /* last number handed out */
@@ -52,7 +52,7 @@ typedef struct ZOR_MSG_CTX {
 /* The bus context of the process. It starts as all zeros but for the two descriptors, which are -1. */
 ZOR_API extern ZOR_MSG_CTX g_stMsgCtx;
 
-/* The name that trace lines bear: "" until registration, then the context's name. */
+/* The name in trace lines: "" until registration, then the context's name. */
 ZOR_API extern const char *m_aucAppName;
 
 /* The library's version, "V1.01". */

@@ -62,10 +62,10 @@ ZOR_API uint32_t ZOR_MSG_AsyncSendAndRecv(ZOR_MSG_HEAD *msg, ZOR_MSG_REPLY_PROC 
 ZOR_API uint32_t ZOR_MSG_SendAndRecvMsgData(const char *destination, uint32_t type, uint32_t dataWord,
                                             uint32_t timeoutMs, uint32_t *replyWord);
 
-/* Waits until somebody posts the name, of which 11 characters count; null is the empty name. */
+/* Waits until a daemon posts the name, of which 11 characters count; null is the empty name. */
 ZOR_API uint32_t ZOR_MSG_ZorSyncWait(const char *name, uint32_t timeoutMs);
 
-/* Releases those who wait for the name. Returns the status of ZOR_MSG_Send; 1 for a null or empty name. */
+/* Releases all daemons that wait for the name. Returns the status of ZOR_MSG_Send; 1 for a null or empty name. */
 ZOR_API uint32_t ZOR_MSG_ZorSyncPost(const char *name);
 
 ZOR_END_DECLS

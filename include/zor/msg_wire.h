@@ -2,7 +2,7 @@
  * The bus wire format: the message header, the message types that the bus itself knows, and the bodies of
  * registration and restful requests. Byte-level description: docs/protocol.md.
  *
- * 1. Integers are 32 bits wide (one is 64) and in the sender's byte order. A receiver that the server told of another
+ * 1. Integers are 32 bits wide (one is 64) and in the sender's byte order. A receiver whose server reported another
  *    byte order swaps the header's four integers and the trace levels, nothing else.
  * 2. Names and texts are fields of fixed size, NUL-terminated when well formed, which a receiver must not rely on.
  */
@@ -34,17 +34,17 @@ typedef struct ZOR_MSG_HEAD {
 } ZOR_MSG_HEAD;
 
 /* Message types of the bus. "Name body": one name field of ZOR_MSG_NAME_SIZE bytes. */
-#define ZOR_MSG_SEND_FAILED_NOTICE 0x108u /* from the server: nobody of that name; data is the type that was sent */
-#define ZOR_MSG_RESTFUL_REGISTER 0x109u   /* to the server: the pattern list that this daemon answers, with its NUL */
+#define ZOR_MSG_SEND_FAILED_NOTICE 0x108u /* from the server: no such client; data is the type that was sent */
+#define ZOR_MSG_RESTFUL_REGISTER 0x109u   /* to the server: the pattern list that this daemon serves, with its NUL */
 #define ZOR_MSG_RESTFUL_REQUEST_A 0x10Au  /* restful request */
 #define ZOR_MSG_RESTFUL_REQUEST 0x10Du    /* restful request; the type that ZOR_MSG_BuildRestfulReqMsg gives */
 #define ZOR_MSG_RESTFUL_REQUEST_B 0x10Eu  /* restful request */
 #define ZOR_MSG_REGISTER_APP 0x701u       /* to the server: source asks for a name; the reply's destination grants it */
 #define ZOR_MSG_SUBSCRIBE_EVENT 0x702u    /* to the server: subscribes the named daemon to event data; name body */
 #define ZOR_MSG_UNSUBSCRIBE_EVENT 0x703u  /* to the server: ends that subscription; name body */
-#define ZOR_MSG_GET_PROCESS_NUM 0x705u    /* to the server: how many processes bear the name; name body */
-#define ZOR_MSG_SAFE_EXIT 0x706u          /* to a daemon: end; to the server: name body */
-#define ZOR_MSG_TIMED_REPORT 0x708u       /* to the server: the sign of life that the registration reply asked for */
+#define ZOR_MSG_GET_PROCESS_NUM 0x705u    /* to the server: how many processes have the name; name body */
+#define ZOR_MSG_SAFE_EXIT 0x706u          /* to a daemon: exit; to the server: name body */
+#define ZOR_MSG_TIMED_REPORT 0x708u       /* to the server: the periodic report that the registration reply asked for */
 #define ZOR_MSG_SYNC_WAIT 0x5018u         /* to the server: wait at the barrier that the body names */
 #define ZOR_MSG_SYNC_POST 0x5019u         /* to the server: open the barrier that the body names */
 #define ZOR_MSG_EVENT_FIRST 0x2DA00u

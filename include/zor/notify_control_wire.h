@@ -1,7 +1,7 @@
-/* Looking into the notification server: its own requests, for operators' tools. They are synchronous, go to module
-   ZOR_NOTIFY_MID_SERVER, and may come before the registration, so that who asks needs no module ID. They are answered
-   only when the sender's user is root or the server's own. The data of an answer begins with one 32-bit word, one of
-   ZOR_CONTROL_* of <zor/control_wire.h>; what was asked for follows when that is ZOR_CONTROL_OK. Byte-level
+/* Inspecting the notification server: its own requests, for operators' tools. They are synchronous, go to module
+   ZOR_NOTIFY_MID_SERVER, and may precede the registration, so that the sender needs no module ID. They are granted only
+   when the sender's user is root or the server's own. The data of a reply begins with one 32-bit word, one of
+   ZOR_CONTROL_* of <zor/control_wire.h>; the result follows when that is ZOR_CONTROL_OK. Byte-level
    description: docs/protocol.md. */
 #ifndef ZOR_NOTIFY_CONTROL_WIRE_H
 #define ZOR_NOTIFY_CONTROL_WIRE_H
@@ -10,9 +10,9 @@
 #include <zor/control_wire.h>
 #include <zor/notify_wire.h>
 
-/* The server's own range of notification types; those that are not listed are answered with ZOR_CONTROL_UNKNOWN. */
+/* The server's own range of notification types; the reply to those that are not listed is ZOR_CONTROL_UNKNOWN. */
 #define ZOR_NOTIFY_CONTROL_FIRST UINT32_C(0xFFFF0000)
-#define ZOR_NOTIFY_CONTROL_LIST UINT32_C(0xFFFF0000) /* no data; answer: JSON, the server and the modules connected */
+#define ZOR_NOTIFY_CONTROL_LIST UINT32_C(0xFFFF0000) /* no data; reply: JSON, the server and the modules connected */
 #define ZOR_NOTIFY_CONTROL_LAST UINT32_C(0xFFFF00FF)
 
 #endif

@@ -10,7 +10,7 @@
 #define ZOR_NOTIFY_MID_FIRST 1u
 #define ZOR_NOTIFY_MID_SERVER 30u
 #define ZOR_NOTIFY_TYPE_REGISTER 0u
-#define ZOR_NOTIFY_ACK_REQUEST 1u /* not an answer */
+#define ZOR_NOTIFY_ACK_REQUEST 1u /* not a reply */
 #define ZOR_NOTIFY_ACK_ANSWER 2u
 
 typedef struct ZOR_NOTIFY_MSG {
@@ -23,7 +23,7 @@ typedef struct ZOR_NOTIFY_MSG {
   uint32_t data_len;
   uint32_t sub_data_len1;
   uint32_t sub_data_len2;
-  uint32_t request_word; /* room for the answer that the requester announced */
+  uint32_t request_word; /* room for the reply that the requester announced */
   uint32_t reserved;
   uint32_t async_flag;
 } ZOR_NOTIFY_MSG;

@@ -2,7 +2,7 @@
  * The notification client: the second, module-ID based channel, for small typed notifications between modules.
  *
  * 1. A process has one client. ZOR_NOTIFYCLT_Init connects it, registers it under the own module id (MID) and watches
- *    it on the default loop; ZOR_NOTIFYCLT_Destroy, or the death of the server, ends it and forgets the handlers.
+ *    it on the default loop; ZOR_NOTIFYCLT_Destroy, or the exit of the server, ends it and drops the handlers.
  * 2. Threads: sending is serialised by one mutex, so any thread may post. Everything else, a synchronous request
  *    included, belongs to the loop's thread.
  * 3. Data goes out as it is, integers in host byte order. Message data passed in is copied. Data given to a handler
@@ -30,14 +30,14 @@ ZOR_BEGIN_DECLS
 #define ZOR_NOTIFY_E_ARGUMENT UINT32_C(0x10001)     /* null message, or neither synchronous nor asynchronous */
 #define ZOR_NOTIFY_E_MID UINT32_C(0x10002)          /* module id outside 1 to 102 */
 #define ZOR_NOTIFY_E_SERVER_GONE UINT32_C(0x10003)  /* end of stream, or the registration could not be sent */
-#define ZOR_NOTIFY_E_TIMEOUT UINT32_C(0x10004)      /* nothing came for 240 seconds, or EPIPE while sending */
+#define ZOR_NOTIFY_E_TIMEOUT UINT32_C(0x10004)      /* no message for 240 seconds, or EPIPE while sending */
 #define ZOR_NOTIFY_E_NO_MEMORY UINT32_C(0x10005)    /* out of memory, data too long, or no place on the loop */
 #define ZOR_NOTIFY_E_IO UINT32_C(0x10006)           /* read or write error, or a torn header */
 #define ZOR_NOTIFY_E_NOT_WRITABLE UINT32_C(0x10007) /* not connected, or not writable within 10 seconds */
 
-/* Handles a synchronous message of one type. A request gets its answer from *answer (a malloc block, which the library
-   frees after sending) and *answerLength; untouched, the answer is empty. For an answer that nobody waits for both are
-   null, and the result is the dispatch status. */
+/* Handles a synchronous message of one type. The reply to a request is *answer (a malloc block, which the library frees
+   after sending) and *answerLength; untouched, the reply is empty. For a reply that no request waits for both are null,
+   and the result is the dispatch status. */
 typedef uint32_t (*ZOR_NOTIFY_SYNC_PROC)(void *data, void **answer, uint32_t *answerLength);
 /* Handles an asynchronous message of one type. The second part is null when its length is 0 or it would begin
    outside the data. The result is the dispatch status. */
@@ -56,7 +56,7 @@ ZOR_API uint32_t ZOR_NOTIFYCLT_Init(uint32_t mid);
    without connecting. */
 ZOR_API uint32_t ZOR_NOTIFYCLT_InitByName(const char *name);
 
-/* Closes the connection and clears the client: handlers, messages that wait for the loop, sequence counter. */
+/* Closes the connection and clears the client: handlers, pending messages, sequence counter. */
 ZOR_API void ZOR_NOTIFYCLT_Destroy(void);
 
 /* Replaces the descriptor used for sending and receiving. The loop watches the new one instead of the old one (when it
@@ -71,7 +71,7 @@ ZOR_API uint32_t ZOR_NOTIFYCLT_GetAllowMIDByName(const char *name);
 /* The name of a module, a static string; null for an id without a name. */
 ZOR_API const char *ZOR_NOTIFYCLT_GetNameByMID(uint32_t mid);
 
-/* Sets the synchronous or the asynchronous handler of a type; null takes it away. The other handler of the type stays.
+/* Sets the synchronous or the asynchronous handler of a type; null removes it. The other handler of the type stays.
    Returns the type's entry, which is for comparing only; null when memory runs out. */
 ZOR_API void *ZOR_NOTIFYCLT_RegSyncMsgProc(uint32_t type, ZOR_NOTIFY_SYNC_PROC proc);
 ZOR_API void *ZOR_NOTIFYCLT_RegAsyncMsgProc(uint32_t type, ZOR_NOTIFY_ASYNC_PROC proc);
@@ -79,10 +79,10 @@ ZOR_API void *ZOR_NOTIFYCLT_RegAsyncMsgProc(uint32_t type, ZOR_NOTIFY_ASYNC_PROC
 /* Sets both default handlers. */
 ZOR_API void ZOR_NOTIYCLT_RegMsgProc(ZOR_NOTIFY_DEFAULT_SYNC_PROC syncProc, ZOR_NOTIFY_DEFAULT_ASYNC_PROC asyncProc);
 
-/* Sends a request and waits for its answer: the next message with the same type and sequence number. Whatever else
-   comes in meanwhile is dispatched later, by the loop. Each message is waited for up to 240 seconds; there is no limit
-   to the whole. *answerLength goes out with the request as it stands on entry and receives the length of the answer;
-   *answer receives a malloc block that the caller frees, null for an answer without data. Either may be null. Both are
+/* Sends a request and waits for its reply: the next message with the same type and sequence number. Other
+   messages are dispatched later, by the loop. Each message is waited for up to 240 seconds; the whole is not
+   limited. *answerLength goes out with the request as it stands on entry and receives the length of the reply;
+   *answer receives a malloc block that the caller frees, null for a reply without data. Either may be null. Both are
    untouched on failure. Returns what a sender returns, or: ZOR_NOTIFY_E_TIMEOUT; ZOR_NOTIFY_E_SERVER_GONE, with the
    client destroyed; ZOR_NOTIFY_E_NO_MEMORY; ZOR_NOTIFY_E_IO. */
 ZOR_API uint32_t ZOR_NOTIFYCLT_SendSynNotify(uint32_t destination, uint32_t type, const void *data, uint32_t length,
@@ -96,9 +96,9 @@ ZOR_API uint32_t ZOR_NOTIFYCLT_PostAsynNotify(uint32_t destination, uint32_t typ
 ZOR_API uint32_t ZOR_NOTIFYCLT_PostSimpleAsynNotify(uint32_t destination, uint32_t type, uint32_t value1,
                                                     uint32_t value2);
 
-/* Dispatches one message to the handler of its type, else to the default handler. A request is answered even when
-   nobody handles it, unless it comes from the server itself. Returns, for a request, the status of sending the answer
-   (0 for a request from the server); for an unexpected answer and for an asynchronous message the handler's status, 0
+/* Dispatches one message to the handler of its type, else to the default handler. A request gets a reply even
+   without a handler, unless it comes from the server itself. Returns, for a request, the status of sending the reply
+   (0 for a request from the server); for an unexpected reply and for an asynchronous message the handler's status, 0
    without a handler or when the default asynchronous handler took it; ZOR_NOTIFY_E_ARGUMENT for null and for a message
    that is neither synchronous nor asynchronous. */
 ZOR_API uint32_t ZOR_NOTIFYCLT_MsgFilterProc(ZOR_NOTIFY_MSG *msg);

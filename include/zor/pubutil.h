@@ -4,8 +4,8 @@
  * 1. A status is one of <zor/status.h>. What sends returns the statuses of ZOR_MSG_Send, what waits those of
  *    ZOR_MSG_SendAndRecv. All of it belongs to the loop's thread.
  * 2. Names are at most 11 characters; longer ones are cut.
- * 3. The message server passes the requests on to whoever keeps the dynamic applications, and only that daemon knows
- *    what the values and results mean.
+ * 3. The message server routes the requests to the daemon that keeps the dynamic applications; the values and results
+ *    are that daemon's.
  */
 #ifndef ZOR_PUBUTIL_H
 #define ZOR_PUBUTIL_H
@@ -26,11 +26,11 @@ ZOR_BEGIN_DECLS
 ZOR_API uint32_t ZOR_UTIL_GetLinuxVersion(void);
 
 /*
- * Tells that the named application has a new value. A nonzero value of another application than this process first asks
- * that application to exit and waits for its answer, at most g_ulSafeExitMsgTimeout milliseconds; prints
+ * Reports that the named application has a new value. A nonzero value of another application than this process first
+ * asks that application to exit and waits for its reply, at most g_ulSafeExitMsgTimeout milliseconds; prints
  * "==========================ZOR_UTIL_UpdateDynAppListenFd app name %s should stop.\n" before and, when that failed,
  * "============================UTilSafeExitProcesses fail to ZOR_MSG_SendAndRecv, pcName=%s, ret=%d\n". The new value
- * is told in any case. Returns the status of that; 1 for a null name.
+ * is sent in any case. Returns the status of that; 1 for a null name.
  */
 ZOR_API uint32_t ZOR_UTIL_UpdateDynAppListenFd(const char *name, uint32_t value);
 
@@ -40,12 +40,12 @@ ZOR_API uint32_t ZOR_UTIL_UpdateDynAppStatus(const char *name, uint32_t status);
 /* The same with value 2, which stops the application. */
 ZOR_API uint32_t ZOR_UTIL_RestartDynApp(const char *name);
 
-/* Asks for the end of all dynamic applications and waits up to 20 s. Returns the answer's result, or the status of the
+/* Asks for the end of all dynamic applications and waits up to 20 s. Returns the reply's result, or the status of the
    failure; the two may coincide. */
 ZOR_API uint32_t ZOR_UTIL_KillAllDynApp(void);
 
-/* Has the web daemon run a script; target is cut to 255 characters. Takes a sequence number. Returns the status of the
-   send; 1 for null, when there is no memory, and for a message of more than 8 MiB, which also prints the allocation
+/* Asks the web daemon to run a script; target is cut to 255 characters. Takes a sequence number. Returns the status of
+   the send; 1 for null, when there is no memory, and for a message of more than 8 MiB, which also prints the allocation
    guard's line. */
 ZOR_API uint32_t ZOR_UTIL_PostLua(const char *target, const char *script);
 

@@ -19,7 +19,7 @@ struct SockBase;
 #define ZOR_SOCK_MODE_READ 1u
 #define ZOR_SOCK_MODE_WRITE 10u
 
-/* The event is a UV_ event bit; it says nothing in the call of a response wait that timed out. */
+/* The event is a UV_ event bit; it has no meaning in the call of a response wait that timed out. */
 typedef void (*SOCK_EVENT_PROC)(struct SockBase *sockBase, uint32_t event);
 
 typedef struct SockBase {

@@ -2,7 +2,7 @@
  * Socket utilities: closing, multicast, address lists, name resolution and server sockets.
  *
  * 1. Address lists are those of <netdb.h>. Every list that comes from here is released with ZOR_UTIL_FreeAddrInfo.
- * 2. The address flags below choose the kind of socket: TCP over IPv4 when there is none.
+ * 2. The address flags below choose the kind of socket: TCP over IPv4 without any.
  * 3. Statuses are those of the loop: 0, ZOR_E_ARGUMENT, ZOR_E_IO.
  * 4. Messages go to standard output.
  */
@@ -39,7 +39,7 @@ ZOR_API uint32_t ZOR_UTIL_SocketSetMcastIf(void);
 /*
  * Joins a multicast group and switches SO_BROADCAST on. The family is that of the local address. IPv4: the group is
  * joined, and multicast sent, on the interface with that address, and ifname is not looked at. IPv6: the group is
- * joined on the interface of that name (null: "br0"), and whether that succeeds is not told.
+ * joined on the interface of that name (null: "br0"), and a failure of that is not reported.
  * Returns 0; ZOR_E_ARGUMENT for the descriptor -1, a null group or local address, an address of another family, or an
  * IPv4 group that is no address; ZOR_E_IO when the IPv4 group cannot be joined.
  */
@@ -54,7 +54,7 @@ ZOR_API uint32_t ZOR_UTIL_SocketJoinMcast(int32_t fd, const char *group, const s
 typedef uint32_t (*ZOR_NAME_RESOLVE_FUNC)(const char *host, const struct addrinfo *hint, uint16_t port,
                                           struct addrinfo **outList);
 
-/* Sets the resolver of the process; null, as at the start, is none. */
+/* Sets the resolver of the process; null, the initial value, for none. */
 ZOR_API void ZOR_UTIL_RegNameResolveFunc(ZOR_NAME_RESOLVE_FUNC resolve);
 
 /*
@@ -64,13 +64,13 @@ ZOR_API void ZOR_UTIL_RegNameResolveFunc(ZOR_NAME_RESOLVE_FUNC resolve);
  * that fails for now is tried once more.
  * Returns 0; ZOR_E_ARGUMENT for a null host or outList; ZOR_E_IO when the last lookup, that of the IPv4 addresses,
  * failed: *outList may hold IPv6 addresses then. Otherwise *outList is null on failure. Release the list in every case.
- * Prints "[spdn]ZOR_UTIL_UpRootPrivileges failed", without a line end, and goes on when privileges cannot be raised.
+ * Prints "[spdn]ZOR_UTIL_UpRootPrivileges failed", without a line end, and continues when privileges cannot be raised.
  */
 ZOR_API uint32_t ZOR_UTIL_GetIpAddresses(const char *host, const struct addrinfo *hint, uint16_t port,
                                          struct addrinfo **outList);
 
 /* The list for a numeric address to bind to, of either family whatever the flags; the wildcard addresses for a null
-   host. Everything that the system's resolver takes for a number is one: "1" and "0x7f.1" too. Null when it is none. */
+   host. Whatever the system's resolver accepts as a number is accepted: "1" and "0x7f.1" too. Null for other texts. */
 ZOR_API struct addrinfo *ZOR_UTIL_ParseIPAddress(uint32_t flags, const char *host, uint16_t port);
 
 /* Releases a list. Null is a no-op. */
@@ -112,7 +112,7 @@ ZOR_API int32_t ZOR_UTIL_SocketCreateServer(const char *addressOrDevice, uint16_
  * With ZOR_ADDR_LOCAL, addressOrDevice is a path of at most 108 bytes, from which whatever is there is removed first; a
  * longer one fails like a bind, and an empty one or null without a message. The socket gets the group 2591, by the
  * command "chown :2591 PATH" to ZOR_UTIL_ExecCmdNoHang, and the mode 0660. "bind failed, rc=%d errno=%d" is a failure;
- * "chmod for unixsock error." is none.
+ * "chmod for unixsock error." is not.
  */
 ZOR_API int32_t ZOR_UTIL_SocketCreateServerEx(const char *addressOrDevice, uint16_t port, uint32_t flags,
                                               const char *ifname);

@@ -9,7 +9,7 @@
 /* No socket, or no server at the other end. */
 #define ZOR_E_CONNECT UINT32_C(0x10000)
 
-/* A null or otherwise invalid argument; a reply that should have come back and did not. */
+/* A null or otherwise invalid argument; an expected reply that is missing. */
 #define ZOR_E_ARGUMENT UINT32_C(0x10001)
 
 /* Registered, but the server granted no name. */
@@ -21,7 +21,7 @@
 /* End of file on read, EPIPE on write, or the destination of a request is not on the bus. */
 #define ZOR_E_PEER_GONE UINT32_C(0x10004)
 
-/* Nothing came within the wait, or too many unrelated messages did; a loop that ended because it was idle. */
+/* No message within the wait, or too many unrelated ones; a loop that ended because it was idle. */
 #define ZOR_E_TIMEOUT UINT32_C(0x10005)
 
 /* Out of memory, or a size beyond the allocation limit. */

@@ -1,13 +1,13 @@
 /*
  * Trace: the in-process debug printout of a daemon, filtered by module and level. Nothing is printed until a level is
- * set, here or by the settings that the message server sends with the answer to the registration.
+ * set, here or by the settings that the message server sends with the reply to the registration.
  *
  * 1. A module is a word that callers choose, of at most 11 characters: longer names are stored cut and then never
  *    found. The word "all" is the setting of every module without one of its own.
  * 2. Levels compare as numbers, not as bits: a line of level L passes a setting S when S is not 0 and L <= S.
  * 3. Text arguments are read during the call only. Returned texts belong to the library.
  * 4. A line goes out in one piece at its end: over UDP as one datagram, in a file with one write, unless it is longer
- *    than the buffer of a stdio stream. A line that cannot be written is lost; its caller is not told.
+ *    than the buffer of a stdio stream. A line that cannot be written is lost; its caller is not notified.
  * 5. Settings and output belong to the loop's thread. Other threads may print while no setting changes.
  */
 #ifndef ZOR_TRACE_H
@@ -41,7 +41,7 @@ ZOR_API uint32_t ZOR_TRACE_SetPackageLevel(const char *module, uint32_t level);
 /* 1 when a line of this module (null means "all") and level is printed, else 0. */
 ZOR_API uint32_t ZOR_TRACE_IsModuleEnabled(const char *module, uint32_t level);
 
-/* Enters a module into the directory of known modules, which has no effect on what is printed. Returns 0, also for a
+/* Adds a module to the directory of known modules, which does not affect filtering. Returns 0, also for a
    name that is known; ZOR_E_NO_MEMORY for null or when memory runs out. */
 ZOR_API uint32_t ZOR_TRACE_RegModule(const char *module);
 
@@ -57,7 +57,7 @@ ZOR_API uint32_t ZOR_TRACE_GetOutput(void);
 ZOR_API int32_t ZOR_TRACE_GetOutputByString(const char *name);
 
 /* Takes another output: "stdout", "file", or a UDP receiver such as "10.0.0.1:5000". At most 63 characters are read.
-   The output stays as it is for any other text, a port outside 1 to 65535, or when the socket cannot be had. */
+   The output stays as it is for any other text, a port outside 1 to 65535, or when the socket cannot be created. */
 ZOR_API void ZOR_TRACE_SetOutputByString(const char *text);
 
 /* Sets the size, in KiB, at which the trace file is emptied. 1024, the value at start, or less is ignored. The file is
@@ -87,7 +87,7 @@ ZOR_API int32_t ZOR_Debug_Print(const char *format, ...) ZOR_PRINTF(1, 2);
 /* Does nothing. Returns 0. */
 ZOR_API uint32_t ZOR_Debug_RegModCmds(void);
 
-/* The process id as this thread first read it: a forked child goes on with its parent's. Any thread. */
+/* The process id as this thread first read it: a forked child keeps its parent's. Any thread. */
 ZOR_API int32_t ZOR_UTIL_GetCurPid(void);
 
 /* Wall-clock and monotonic time, each as "SECONDS.MICROSECONDS", with a blank between, in one static buffer. The text

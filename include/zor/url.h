@@ -53,8 +53,8 @@ ZOR_API char *ZOR_UTIL_GetEscapedUri(const char *text);
  * memory is short; *protocol and *port may then be set.
  *
  * - *port is the protocol's default port when the URL has none. The port is sought behind the first ':', even if that
- *   stands in the path: "HTTP://host/a:b" fails, and "HTTP://host/a:8080" has port 8080.
- * - *path begins with '/', goes on to the end of the URL, query included, and is escaped; null when there is none.
+ *   is in the path: "HTTP://host/a:b" fails, and "HTTP://host/a:8080" has port 8080.
+ * - *path begins with '/', extends to the end of the URL, query included, and is escaped; null when there is none.
  * - *host may be empty. A host in brackets comes without them, unchecked, unless loose is nonzero.
  * - With loose nonzero, a bracketed host that is no IPv6 address keeps its brackets, and one whose bracket is never
  *   closed is an ordinary host.

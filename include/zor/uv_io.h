@@ -2,22 +2,22 @@
  * Descriptor watchers, idle hooks and message watchers. The conventions of the loop hold.
  *
  * Descriptor watchers. A watcher is called at most once per event and iteration, for readable, exceptional and writable
- * in this order. A callback must bear a call without cause: its descriptor number may have been closed and opened anew
+ * in this order. A callback must tolerate spurious calls: its descriptor number may have been closed and reopened
  * since the wait. A descriptor that was closed without its watcher is noticed by the loop: its watcher is traced
  * ("Invalid fd ..." or "Bogus fd ...", module "sockbase") and not called, and in the second case its fd becomes -1; its
  * owner still deletes it.
  *
  * Idle hooks are called in every iteration, before the wait, in the order of registration. One that is added by a hook
  * is called from the next iteration on when the adding hook is the last watcher, else at once. The wait in between
- * takes no notice of it; see ZOR_UV_LoopUpdateSelectTimeout.
+ * ignores it; see ZOR_UV_LoopUpdateSelectTimeout.
  *
  * Message watchers read whole messages: a header of fixed length and the payload that it announces. A message goes to
  * the first awaited reply that it matches, else to the default handler. It belongs to the watcher, which frees it after
- * the call: copy what is to be kept. While a message arrives in pieces the loop stands still, for up to a second per
+ * the call: copy what is to be kept. While a message arrives in pieces the loop is blocked, for up to a second per
  * piece. Read errors are silent and drop what was read; so is the end of file, at which the loop calls again and again
  * until the owner stops or deletes the watcher. A message of more than 0x8000000 payload bytes is dropped silently, one
  * of more than 8 MiB in all with the line "error: zor_realloc want to malloc 4M, return NULL, malloc len=%d\n"; in both
- * cases its payload is not read and is taken for headers.
+ * cases its payload is not read and is parsed as headers.
  */
 #ifndef ZOR_UV_IO_H
 #define ZOR_UV_IO_H
@@ -63,7 +63,7 @@ typedef struct UvForcedEvent {
 typedef uint32_t (*UV_MSG_PAYLOAD_LENGTH)(ZOR_MSG_HEAD *header, uint32_t *needsFixUp);
 /* Receives a message, which it must not free. */
 typedef void (*UV_MSG_HANDLER)(ZOR_MSG_HEAD *msg);
-/* Nonzero when the message answers the request with these keys. */
+/* Nonzero when the message is the reply to the request with these keys. */
 typedef uint32_t (*UV_MSG_MATCH)(const ZOR_MSG_HEAD *msg, uint32_t key1, uint32_t key2);
 /* Completes a message with a payload, replacing the block if need be. Returns 0; on failure it has freed the block and
    stores null, and the message is dropped. */
@@ -84,7 +84,7 @@ typedef struct UvPendingReply {
 } UvPendingReply;
 
 /* Zeroed by its owner, who sets the header length and the functions before ZOR_UV_MsgInit. With the flag UV_WATCHER_RAW
-   it takes whatever one read of up to 1024 bytes brings for a message, and needs neither. */
+   it treats the result of one read of up to 1024 bytes as a message, and needs neither. */
 typedef struct UvMsgWatcher {
   UvIO io;
   uint32_t headerLength;
@@ -143,7 +143,7 @@ ZOR_API void ZOR_UV_MsgInit(UvLoop *loop, UvMsgWatcher *watcher, int32_t fd, UV_
 /* Waits for messages. Returns what ZOR_UV_IOStart returns. */
 ZOR_API uint32_t ZOR_UV_MsgStart(UvMsgWatcher *watcher);
 
-/* Closes the descriptor and marks the watcher deleted. Requests that still wait are told at their time-outs. Returns
+/* Closes the descriptor and marks the watcher deleted. Pending requests are called back at their time-outs. Returns
    what ZOR_UV_IODelete returns. */
 ZOR_API uint32_t ZOR_UV_MsgDelete(UvMsgWatcher *watcher);
 

@@ -67,7 +67,7 @@ typedef struct UvWatcher {
   void *data;          /* the caller's, handed back to callbacks */
 } UvWatcher;
 
-/* Callers read it; the functions below change it. */
+/* Callers may read it; only the functions below change it. */
 typedef struct UvLoop {
   uint32_t flags;
   UvTime now;           /* start of the current iteration */

@@ -4,12 +4,12 @@
  *
  * 1. Children are spawned on the default loop (while a synchronous spawn runs, its private loop): on any other, their
  *    end is not noticed. The first spawn installs a handler of SIGCHLD that waits for every child of the process,
- *    whoever started it. Whoever waits for a child without the loop blocks SIGCHLD from before the fork until the wait
- *    has ended.
+ *    however it was started. Code that waits for a child without the loop blocks SIGCHLD from before the fork until
+ *    the wait has ended.
  * 2. A child that has ended is reaped in the handler and finished in the next idle pass of the loop: its redirected
- *    streams are drained, its exit callback is called, and its record is freed at the next sweep. Nobody may use the
+ *    streams are drained, its exit callback is called, and its record is freed at the next sweep. Do not use the
  *    record after the exit callback.
- * 3. Nothing of the options is used after the spawn, but for what the child has of them.
+ * 3. The options are not used after the spawn; the child has copies.
  * 4. Texts that are printed in the child go to the child's standard output.
  */
 #ifndef ZOR_UV_PROCESS_H
@@ -47,7 +47,7 @@ typedef void (*UV_PROCESS_EXIT)(struct UvProcess *process, int32_t pid, int32_t 
    as the library's own sockets are. */
 typedef uint32_t (*UV_PROCESS_KEEP_FD)(const struct UvProcessOptions *options, int32_t fd);
 /*
- * A redirected output may be read; streamId is UV_PROCESS_STDOUT or UV_PROCESS_STDERR. Has to read, and to call
+ * A redirected output may be read; streamId is UV_PROCESS_STDOUT or UV_PROCESS_STDERR. It must read, and must call
  * ZOR_UV_ProcessDeleteRedirectIO at the end of file: when the child has ended, it is called until it does, whether
  * there is something to read or not. It reads all that the child has written, and then the end of file, even if other
  * processes have the pipe open.
@@ -90,21 +90,21 @@ typedef struct UvProcess {
 } UvProcess;
 
 /*
- * Starts a child. It has this done in this order: new session; descriptors closed, from 3 to the highest that the loop
+ * Starts a child. In the child, in this order: new session; descriptors closed, from 3 to the highest that the loop
  * has watched (to one more with redirected streams; to 50 if that is below 4); working directory; groups; gid; euid;
  * uid; environment; umask; core limit; standard streams. Of these, a working directory, gid, euid or uid that cannot be
- * had ends it with exit code 127; "setgroups error." and "initgroups error" are printed only. When the program cannot
+ * set ends it with exit code 127; "setgroups error." and "initgroups error" are printed only. When the program cannot
  * be executed, it prints "execve process [%s] failed with %d.\n" (file, errno) and ends with 127. A stream for which
  * there is no pipe is not redirected. *outProcess (outProcess may be null) is cleared first, and gets the record, which
  * the loop frees. Returns 0; ZOR_E_ARGUMENT for null options, file or args, or no argument; ZOR_E_NO_MEMORY; ZOR_E_IO
- * when anything else cannot be had. "strcpy_s() fail" is printed for an argument that cmdLine has no room for.
+ * for any other failure. "strcpy_s() fail" is printed for an argument that cmdLine has no room for.
  */
 ZOR_API uint32_t ZOR_UV_ProcessSpawn(UvLoop *loop, UvProcess **outProcess, const UvProcessOptions *options);
 
 /* Sends a signal to a child that has not ended. Null is ignored. */
 ZOR_API void ZOR_UV_ProcessKill(UvProcess *process, int32_t signalNumber);
 
-/* Closes our end of a redirected stream, whose data becomes null. Null, and what is no stream of this process, is
+/* Closes our end of a redirected stream, whose data becomes null. Null, and a stream of another process, is
    ignored. */
 ZOR_API void ZOR_UV_ProcessDeleteRedirectIO(UvProcess *process, UvIO *stream);
 
@@ -130,8 +130,8 @@ ZOR_API extern const char *g_apcBinSearchPath[6];
 ZOR_API int32_t ZOR_UTIL_ExecCmdWithPermissions(const char *command);
 
 /* Does the same with an argument vector and waits: returns what ZOR_UTIL_WaitForPidEx returns for the child and these
-   parameters. -1 for null, a program that is not found or when there is no pipe; ZOR_E_IO when there is no process to
-   be had. */
+   parameters. -1 for null, a program that is not found or when there is no pipe; ZOR_E_IO when no process can
+   be started. */
 ZOR_API int32_t ZOR_UTIL_ExecCmdWithPermissionsMorePara(const char *const *args, int32_t timeLimitMs,
                                                         int32_t signalNumber, int32_t graceMs);
 

@@ -1,12 +1,12 @@
 /*
  * Timers: watchers that call back after an interval, given in milliseconds. The conventions of the loop hold.
  *
- * All timers that are due fire in one pass, in the order of registration. A timer that goes on expires one interval
+ * All timers that are due fire in one pass, in the order of registration. A continuing timer expires one interval
  * after the start of the iteration in which it fired: lateness is not made up. A timer that is finished (no firings
  * left, or its callback cleared) is deleted by the next timer pass and freed by the sweep after it; do not use its
  * record then.
  *
- * Two interfaces stand side by side: ZOR_UV_ for records of the caller's own, ZOR_UTIL_ for records made here on the
+ * There are two interfaces: ZOR_UV_ for records of the caller's own, ZOR_UTIL_ for records made here on the
  * default loop. Their functions may be mixed.
  */
 #ifndef ZOR_UV_TIMER_H

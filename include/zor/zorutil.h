@@ -1,7 +1,7 @@
 /*
  * Shell commands and the lookup of processes by name.
  *
- * 1. All of it blocks the calling thread: the event loop stands still meanwhile.
+ * 1. All of it blocks the calling thread: the event loop is blocked meanwhile.
  * 2. A process name is any part of a command line or of a name, compared with regard to case: "dns" finds both
  *    "dnsmasq" and "/bin/dnsd". The calling process is found like any other.
  * 3. When the processes cannot be listed, the lookups print "cms:Cannot open /proc" on standard output, without a line
@@ -26,8 +26,8 @@ typedef struct ZOR_EXEC_CTX {
   const char *recordPath; /* the file of ZOR_EXEC_RECORD */
 } ZOR_EXEC_CTX;
 
-/* How ZOR_UTIL_ExecCmdNoHang runs a command. A daemon may point it at a record of its own; null, as at the start, means
-   ZOR_EXEC_LIMITED. Read without a lock. */
+/* How ZOR_UTIL_ExecCmdNoHang runs a command. A daemon may point it at a record of its own; null, the initial value,
+   means ZOR_EXEC_LIMITED. Read without a lock. */
 ZOR_API extern ZOR_EXEC_CTX *g_pstExecCtx;
 
 /*
@@ -42,7 +42,7 @@ ZOR_API int32_t ZOR_UTIL_ExecCmdNoHang(const char *command);
 /*
  * Runs a command with "/bin/sh -c" and polls for its end for that many seconds (0: 20; above 4294 the number of polls
  * wraps round and the wait is shorter). Returns the raw wait status of a command that ended or was stopped; a stopped
- * one stays as it is. -1 for null, when there is no process to be had, or when the time is over: the command is then
+ * one stays as it is. -1 for null, when no process can be started, or when the time is over: the command is then
  * sent SIGTERM, "\r\nNotice Command; Pid = %d\r\n" goes to standard output, and its end is not waited for.
  */
 ZOR_API int32_t ZOR_UTIL_ExecCmd_ByTime(const char *command, uint32_t seconds);
@@ -52,7 +52,7 @@ ZOR_API int32_t ZOR_UTIL_ExecCmd_ByTime(const char *command, uint32_t seconds);
  * of "/proc" and ended by 0. Compared are the first 237 bytes of the command line, up to an empty argument or a line
  * end, with the arguments put together without separators: "sh-cls" for sh -c ls. The empty name finds every process
  * that has a command line.
- * When there is none, the block holds -1 alone, with no 0 behind it; for the name "init" it holds 1 and 0.
+ * When there is no process, the block holds -1 alone, with no 0 behind it; for the name "init" it holds 1 and 0.
  * Null for null, when "/proc" cannot be opened, or when there is no memory. More than 8 MiB of ids are refused with
  * "error: zor_realloc want to malloc 4M, return NULL, malloc len=%d\n".
  */

@@ -34,10 +34,10 @@ ZOR_API uint32_t ZOR_DBGetPara(uint32_t parameter, uint32_t instance, void *valu
 /* Stores a parameter of an instance, size bytes. */
 ZOR_API uint32_t ZOR_DBSetPara(uint32_t parameter, uint32_t instance, const void *value, uint32_t size);
 
-/* The number of the user on whose behalf this process acts: 0 unless it was told otherwise. */
+/* The number of the user on whose behalf this process acts: 0 unless set. */
 ZOR_API uint32_t ZOR_DBGetCurrUser(void);
 
-/* Tells on whose behalf this process acts. A child made by fork starts with its parent's user. */
+/* Sets the user on whose behalf this process acts. A child made by fork starts with its parent's user. */
 ZOR_API void ZOR_DBSetCurrUser(uint32_t user);
 
 /* Reads an item of application data: copies at most size bytes. A shorter item leaves the rest untouched. */

@@ -1,4 +1,4 @@
-/* Whole files to and from memory, permissions, and the place where fixed paths lie. */
+/* Whole files to and from memory, permissions, and the location of fixed paths. */
 #ifndef ZOR_PLATFORM_FILE_H
 #define ZOR_PLATFORM_FILE_H
 
@@ -33,7 +33,7 @@ ZOR_API uint32_t ZOR_UTIL_ReadFileToBuf(const char *path, void **buffer, uint32_
 ZOR_API char *ZOR_UTIL_StrFileToBuf(const char *path);
 
 /* Creates or overwrites a regular file with the given bytes; a new one is readable by its owner and group. A file that
-   could not be written whole is removed; a symbolic link or anything else that bears the name is refused and stays.
+   could not be written whole is removed; a symbolic link or anything else of that name is refused and stays.
    Returns 0; ZOR_FILE_E_ARGUMENT for a null path, or a null buffer with a length; ZOR_FILE_E_IO. */
 ZOR_API uint32_t ZOR_UTIL_WriteBufToFile(const char *path, const void *buffer, uint32_t length);
 

@@ -22,16 +22,16 @@ ZOR_API char **ZOR_UTIL_ParseArgs(const char *commandLine, uint32_t *count);
 ZOR_API void ZOR_UTIL_FreeArgs(char **arguments);
 
 /* The full path of a program: the first directory of a null-terminated array that holds an executable regular file of
-   that name; a name with a '/' is taken as it stands. Returns 0; 1, with out empty, when there is none, it does not fit
+   that name; a name with a '/' is used as it is. Returns 0; 1, with out empty, when there is none, it does not fit
    into size bytes, or an argument is null. */
 ZOR_API uint32_t ZOR_UTIL_GetExeFullPath(const char *name, const char *const *directories, char *out, size_t size);
 
 /*
  * Runs a command with "/bin/sh -c" and waits for its end, at most timeLimitMs milliseconds (below 0: without limit).
  * Returns the child's process id; -1 when it could not be started (the reason goes to standard error), or when the
- * process ignores SIGCHLD, so that nobody learns of its end.
+ * process ignores SIGCHLD, so that its end cannot be seen.
  * *status becomes the raw wait status of a child that ended. When the time is over first, *timedOut becomes 1 and
- * *status is untouched: the child goes on running and is the caller's to kill and to wait for. The outputs may be null.
+ * *status is untouched: the child keeps running, for the caller to kill and to wait for. The outputs may be null.
  * SIGCHLD is blocked meanwhile, so that no handler takes the child away; the child does not inherit that.
  */
 ZOR_API int32_t ZOR_UTIL_ForkProcessSys(const char *command, int32_t timeLimitMs, int32_t *status, uint32_t *timedOut);
@@ -45,8 +45,8 @@ ZOR_API int32_t ZOR_UTIL_ForkProcessSys(const char *command, int32_t timeLimitMs
 ZOR_API int32_t ZOR_UTIL_WaitForPidEx(int32_t pid, int32_t timeLimitMs, int32_t signalNumber, int32_t graceMs);
 
 /* Restarts the device in good order; the argument is a reason that goes to standard error. Returns 0 when the system
-   has taken the order; 1 when it refuses. A system that runs inside a directory (see ZOR_UTIL_FixedPath) refuses: the
-   machine around it is not its own. */
+   has accepted the order; 1 when it refuses. A system that runs inside a directory (see ZOR_UTIL_FixedPath) refuses:
+   the machine around it is not its own. */
 ZOR_API uint32_t ZOR_UTIL_Reboot(uint32_t reason);
 
 ZOR_END_DECLS

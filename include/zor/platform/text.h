@@ -8,7 +8,7 @@
 
 ZOR_BEGIN_DECLS
 
-/* Where a text stands in a null-terminated array of names, from 0; -1 when it does not, or for null. */
+/* The index of a text in a null-terminated array of names, from 0; -1 when it is not there, or for null. */
 ZOR_API int32_t ZOR_UTIL_GetIdxFromStr(const char *const *names, const char *text);
 
 /* The name at an index of such an array; null outside it, or for null. */
@@ -21,7 +21,7 @@ typedef struct ZOR_STR_IDX {
 } ZOR_STR_IDX;
 
 /* The number of the first of count pairs that has the text; -1 when none has it, or for null. Pairs without a text are
-   passed over. */
+   skipped. */
 ZOR_API int32_t ZOR_UTIL_StrIdxArrayGetIdxByStr(const ZOR_STR_IDX *pairs, uint32_t count, const char *text);
 
 /* The text of the first of count pairs that has the number; null when none has it, or for null. */
@@ -31,7 +31,7 @@ ZOR_API const char *ZOR_UTIL_StrIdxArrayGetStrByIdx(const ZOR_STR_IDX *pairs, ui
    malloc block, which the caller frees; "" for no bytes. Null for null, or when there is no memory. */
 ZOR_API char *ZOR_UTIL_Base64Encode(const void *data, uint32_t length);
 
-/* The bytes of a base64 text; white space in it is passed over. A new malloc block, which the caller frees and which is
+/* The bytes of a base64 text; white space in it is skipped. A new malloc block, which the caller frees and which is
    NUL-terminated one byte past its length; *length, unless length is null, becomes the number of bytes, possibly 0.
    Null, with *length 0, for null, a text that is not base64, or when there is no memory. */
 ZOR_API char *ZOR_UTIL_Base64Decode(const char *text, uint32_t *length);
