@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages that are missing for a purpose, and nothing when none is.
-# Usage: setup.sh [demo | tests | lint | bench | fuzz | armhf | package]
-# (demo: what building and running needs; the others add to it)
+# Installs the Debian 12 packages that a purpose needs and that are missing.
+# Usage: setup.sh [demo | tests | any-day | lint | bench | fuzz | armhf | package]
+# (demo: for building and running; the others add to it)
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libcli11-dev nlohmann-json3-dev)
@@ -9,13 +9,14 @@ tests=(libgtest-dev libgmock-dev libsystemd-dev clang-format-14 mandoc pkg-confi
 case ${1:-demo} in
   demo) ;;
   tests) packages+=("${tests[@]}") ;;
+  any-day) packages+=("${tests[@]}" faketime util-linux hostname tzdata) ;;
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
   bench) packages+=(libc-ares-dev libcurl4-openssl-dev) ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
   package) packages+=(libsystemd-dev dpkg-dev file lintian abigail-tools debootstrap) ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
   *)
-    echo "usage: setup.sh [demo | tests | lint | bench | fuzz | armhf | package]" >&2
+    echo "usage: setup.sh [demo | tests | any-day | lint | bench | fuzz | armhf | package]" >&2
     exit 2
     ;;
 esac
@@ -43,7 +44,7 @@ echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-# A mirror that fails once is common, one that fails twice is worth reading about.
+# A mirror often fails once; when it fails twice, show why.
 install >"$log" 2>&1 || { sleep 5 && install >"$log" 2>&1; } || {
   cat "$log" >&2
   exit 1

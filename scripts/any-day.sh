@@ -1,0 +1,121 @@
+#!/usr/bin/env bash
+# Runs the whole suite of the dev preset under conditions that must not matter: with a shifted clock, in other time zones
+# and locales, as an ordinary user, on another host, without a terminal, from an awkward folder. Prints a table of the
+# rows and fails when one of them failed. The logs are in build/any-day. When root runs it, the ordinary user is nobody.
+# Usage: any-day.sh [--list | ROW...]   (all rows by default)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+rows=(plus-400-days plus-830-days leap-day new-year east-of-the-date-line half-hour-zone plain-locale other-host
+  no-terminal long-path ordinary-user)
+declare -A describe=([plus-400-days]='the clock 400 days ahead' [plus-830-days]='the clock 830 days ahead'
+  [leap-day]='on the next 29 February' [new-year]='across the next turn of the year'
+  [east-of-the-date-line]='TZ=Pacific/Kiritimati, 14 hours ahead' [half-hour-zone]='TZ=Pacific/Marquesas, 9.5 hours behind'
+  [plain-locale]='LC_ALL=C' [other-host]='another host name' [no-terminal]='no terminal, nothing to read'
+  [long-path]='a folder of 100 characters with a blank' [ordinary-user]='the user nobody, umask 077')
+
+if [ "${1:-}" = --list ]; then
+  for row in "${rows[@]}"; do printf '%-22s %s\n' "$row" "${describe[$row]}"; done
+  exit 0
+fi
+for row in "$@"; do
+  [ -n "${describe[$row]:-}" ] || {
+    echo "any-day: no row $row; any-day.sh --list names them" >&2
+    exit 2
+  }
+done
+[ $# -eq 0 ] || rows=("$@")
+
+scripts/setup.sh any-day
+
+logs=$PWD/build/any-day
+mkdir -p "$logs"
+elsewhere=$(mktemp -d)
+trap 'rm -rf "$elsewhere"' EXIT
+chmod 755 "$elsewhere"
+copy=$elsewhere/'a folder with a blank and a name of length '
+copy+=$(printf '%0*d' $((100 - ${#copy})) 0)
+
+shift_clock() { # SHIFT COMMAND...
+  # Without these variables the loop's clock and the times of files would be shifted too.
+  FAKETIME_DONT_FAKE_MONOTONIC=1 NO_FAKE_STAT=1 faketime -f "$@"
+}
+
+seconds_until() { echo "+$(($(date -d "$1" +%s) - $(date +%s)))s"; }
+
+next_leap_day() {
+  local year
+  year=$(date +%Y)
+  until date -d "$year-02-29" >/dev/null 2>&1 && [ "$(date -d "$year-02-29" +%s)" -gt "$(date +%s)" ]; do
+    year=$((year + 1))
+  done
+  echo "$year-02-29 12:00"
+}
+
+on_another_host() {
+  local own_users=()
+  [ "$(id -u)" -eq 0 ] || own_users=(--user --map-root-user)
+  # shellcheck disable=SC2016
+  unshare "${own_users[@]}" --uts sh -c 'hostname some-other-host && exec "$@"' - "$@"
+}
+
+as_ordinary_user() {
+  local become=()
+  [ "$(id -u)" -ne 0 ] || become=(env HOME="$elsewhere" USER=nobody LOGNAME=nobody
+    setpriv --reuid=nobody --regid=nogroup --clear-groups)
+  # shellcheck disable=SC2016
+  "${become[@]}" bash -c 'umask 077 && exec "$@"' - "$@"
+}
+
+run_suite=(ctest --preset dev --no-tests=error)
+
+build() { cmake --preset dev && cmake --build --preset dev; }
+export -f build
+
+# The ordinary user builds in a copy, since the tests write beside the programs.
+make_copy() {
+  mkdir -p "$copy" &&
+    git ls-files -z --cached --others --exclude-standard | tar -c --null --files-from=- | tar -x -C "$copy" &&
+    { [ "$(id -u)" -ne 0 ] || chown -R nobody "$elsewhere"; } &&
+    cd "$copy" && as_ordinary_user bash -c build && touch "$elsewhere/built"
+}
+
+in_copy_of() { # USER: whoever ran the tests there before has left files
+  [ -e "$elsewhere/built" ] || (make_copy) || return
+  [ "$(id -u)" -ne 0 ] || chown -R "$1" "$elsewhere" || return
+  cd "$copy"
+}
+
+run_row() {
+  case $1 in
+    plus-400-days) shift_clock +400d "${run_suite[@]}" ;;
+    plus-830-days) shift_clock +830d "${run_suite[@]}" ;;
+    leap-day) shift_clock "$(seconds_until "$(next_leap_day)")" "${run_suite[@]}" ;;
+    new-year) shift_clock "$(seconds_until "$(date +%Y)-12-31 23:59:45")" "${run_suite[@]}" ;;
+    east-of-the-date-line) TZ=Pacific/Kiritimati "${run_suite[@]}" ;;
+    half-hour-zone) TZ=Pacific/Marquesas "${run_suite[@]}" ;;
+    plain-locale) LC_ALL=C "${run_suite[@]}" ;;
+    other-host) on_another_host "${run_suite[@]}" ;;
+    no-terminal) setsid --wait "${run_suite[@]}" </dev/null ;;
+    long-path) in_copy_of root && "${run_suite[@]}" ;;
+    ordinary-user) in_copy_of nobody && as_ordinary_user "${run_suite[@]}" ;;
+  esac
+}
+
+build >"$logs/build.log" 2>&1 || {
+  cat "$logs/build.log" >&2
+  exit 1
+}
+
+status=0
+table=''
+for row in "${rows[@]}"; do
+  echo "any-day: $row: ${describe[$row]}"
+  result=passed
+  (run_row "$row") >"$logs/$row.log" 2>&1 || result=FAILED status=1
+  summary=$(grep -E '^[0-9]+% tests passed' "$logs/$row.log" | tail -1) || summary='the suite did not run'
+  table+=$(printf '%-22s %-7s %s' "$row" "$result" "$summary")$'\n'
+  [ "$result" = passed ] || sed -n '/^The following tests FAILED/,$p' "$logs/$row.log"
+done
+printf '\n%s' "$table"
+exit "$status"
