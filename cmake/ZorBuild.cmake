@@ -14,20 +14,20 @@ if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
-# What every target gets: warnings are errors.
+# Options of every target: warnings are errors.
 add_library(zor_options INTERFACE)
 target_compile_options(zor_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
-# GCC 12 takes "literal" + std::string for an overlapping copy (its bug 105651).
+# GCC 12 mistakes "literal" + std::string for an overlapping copy (its bug 105651).
 target_compile_options(zor_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 target_compile_definitions(zor_options INTERFACE _GNU_SOURCE)
 target_include_directories(zor_options INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
 
-# What the libraries get on top: no exceptions, no run-time type information.
+# Options of the libraries in addition: no exceptions, no run-time type information.
 add_library(zor_library_options INTERFACE)
 target_link_libraries(zor_library_options INTERFACE zor_options)
 target_compile_options(zor_library_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 
-# Releases stop what an overflow could do instead of going on; sanitized builds say more by themselves.
+# Releases abort on an overflow; sanitizer builds report it in more detail.
 if(CMAKE_BUILD_TYPE MATCHES Rel AND NOT ZOR_SANITIZE)
   include(CheckCXXCompilerFlag)
   include(CheckPIESupported)

@@ -1,8 +1,8 @@
-# Debian packages of the installed components: cpack -G DEB. scripts/package.sh calls it with what else belongs to it.
+# Debian packages of the installed components: cpack -G DEB. scripts/package.sh runs it and the checks.
 set(debian ${PROJECT_SOURCE_DIR}/packaging/debian)
 set(generated ${PROJECT_BINARY_DIR}/packaging)
 
-# The version stands in Debian's changelog, where every package of a release has its entry.
+# The version comes from Debian's changelog, which has an entry for every release.
 file(STRINGS ${debian}/changelog changelog LIMIT_COUNT 1)
 if(NOT changelog MATCHES "^libmsgapi \\(${PROJECT_VERSION}-([0-9a-z.+~]+)\\)")
   message(FATAL_ERROR "packaging/debian/changelog does not begin with version ${PROJECT_VERSION}")
@@ -25,7 +25,7 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_1})
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/finish.cmake)
 
-# Libraries of other packages are found by what the programs need; ours must be of the same version.
+# Dependencies on other packages are found from what the programs link; our own must have the same version.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 foreach(library msgapi zorplatform)
   get_target_property(directory ${library} BINARY_DIR)
@@ -80,7 +80,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libcjson-dev, libmsgapi-doc, pkgc
 set(CPACK_DEBIAN_SERVERS_PACKAGE_DEPENDS
   "systemd | systemd-standalone-sysusers | systemd-sysusers, systemd | systemd-standalone-tmpfiles | systemd-tmpfiles")
 set(CPACK_DEBIAN_SERVERS_PACKAGE_SUGGESTS zorctl)
-# Others that bring a /usr/sbin/syslogd.
+# Other packages with a /usr/sbin/syslogd.
 set(CPACK_DEBIAN_SERVERS_PACKAGE_CONFLICTS "busybox-syslogd, inetutils-syslogd")
 set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS msgapi-servers)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)

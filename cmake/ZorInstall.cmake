@@ -1,5 +1,5 @@
-# What is installed, by component: runtime and platform (the libraries), development, servers, tool, documentation. Each
-# becomes a package of its own, see ZorDebian.cmake.
+# Installed files by component: runtime and platform (the libraries), development, servers, tool, documentation. Each
+# becomes its own package, see ZorDebian.cmake.
 include(CMakePackageConfigHelpers)
 
 # The libraries; a vendor's platform replaces the second one.
@@ -10,7 +10,7 @@ install(TARGETS zorplatform EXPORT msgapi
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT platform NAMELINK_COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
-# What it takes to build against them: headers, the pkg-config file, the CMake package.
+# Files to build against them: headers, the pkg-config file, the CMake package.
 set(cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/msgapi)
 install(DIRECTORY include/zor DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(EXPORT msgapi NAMESPACE zor:: DESTINATION ${cmake_dir} FILE msgapi-targets.cmake COMPONENT development)

@@ -1,6 +1,6 @@
-# The libraries that ours stand on, as imported targets: SQLite::SQLite3, Zor::cJSON, Zor::tirpc and
-# Zor::systemd; and those that are nothing but headers, which zorctl needs: Zor::CLI11 and Zor::nlohmann_json. Found by
-# their files, not through pkg-config, so that a cross build needs no more than its own search path.
+# The libraries that ours depend on, as imported targets: SQLite::SQLite3, Zor::cJSON, Zor::tirpc and
+# Zor::systemd; and the header-only ones that zorctl needs: Zor::CLI11 and Zor::nlohmann_json. Found by
+# their files, not through pkg-config, so that a cross build needs only its own search path.
 find_package(SQLite3 3.37 REQUIRED)
 
 function(zor_find_library name header library suffix package)
@@ -32,7 +32,7 @@ endfunction()
 zor_find_headers(CLI11 CLI/CLI.hpp libcli11-dev)
 zor_find_headers(nlohmann_json nlohmann/json.hpp nlohmann-json3-dev)
 
-# A gateway need not have this one.
+# Optional on a gateway.
 find_path(systemd_INCLUDE_DIR systemd/sd-daemon.h)
 find_library(systemd_LIBRARY systemd)
 if(systemd_INCLUDE_DIR AND systemd_LIBRARY)

@@ -1,10 +1,10 @@
 # The gateway's own machine: 32-bit ARM with hardware floating point, as Debian's cross compiler builds for it.
-# scripts/armhf.sh fills the sysroot; what was built runs in the emulator.
+# scripts/armhf.sh fills the sysroot; the programs run in the emulator.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-# Every object is built by this compiler, so that it does not matter what older ones did.
+# Every object is built by this compiler, so older ABIs do not matter.
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 
 cmake_path(SET CMAKE_SYSROOT NORMALIZE ${CMAKE_CURRENT_LIST_DIR}/../build/armhf-sysroot)

@@ -11,8 +11,8 @@ packages=(libc6-dev libstdc++-12-dev libsqlite3-dev libcjson-dev libtirpc-dev li
 
 scripts/setup.sh armhf
 
-# Unpacks Debian's armhf libraries beside the build. The apt that fetches them has lists and a status of its own, so
-# that the host gets no foreign package.
+# Unpacks Debian's armhf libraries beside the build. apt fetches them with its own lists and status, so that the host
+# gets no foreign packages.
 fill_sysroot() {
   local apt=$PWD/build/armhf-apt
   local private=(-qq -o APT::Architecture=armhf -o APT::Architectures=armhf -o APT::Sandbox::User=root
@@ -20,11 +20,11 @@ fill_sysroot() {
   rm -rf "$apt" "$sysroot"
   mkdir -p "$apt"/{lists,cache/archives}/partial
   : >"$apt/status"
-  # A source without armhf fails here; whether what is needed was found shows when it is fetched.
+  # A source without armhf fails here; a missing package fails the download below.
   apt-get "${private[@]}" update || echo 'armhf: some package lists are missing' >&2
   apt-get "${private[@]}" install --yes --no-install-recommends --download-only "${packages[@]}"
   for package in "$apt"/cache/archives/*.deb; do dpkg --extract "$package" "$sysroot"; done
-  # Links from the root of the file system would lead to the host's own files.
+  # Absolute links would point to the host's files.
   find "$sysroot" -type l -lname '/*' | while read -r link; do
     ln -sfnr "$sysroot$(readlink "$link")" "$link"
   done
@@ -37,9 +37,9 @@ cmake --preset release >/dev/null
 cmake --build --preset release --target msgsvr
 cmake --preset armhf
 cmake --build --preset armhf
-# Some tests are beyond the emulator: it cannot say to which device a socket is bound, loses descriptors that do not fit
-# into the receiver's control buffer, where the kernel closes them, and does not tell what sockets hold unread. Reading
-# captures back takes an analyser of the host's, which has nothing to do with the machine.
+# Some tests are beyond the emulator: it cannot report which device a socket is bound to, leaks descriptors that do not
+# fit into the receiver's control buffer, which the kernel closes, and does not report how much a socket holds unread.
+# Reading captures back needs an analyser on the host, which does not depend on the target.
 beyond_the_emulator=(
   Server.IsBoundToAnAddressOrADeviceAndToAnyAddressWhenThereIsNoSuchDevice
   MsgsvrTest.ClosesDescriptorsThatNobodyTakesAndEndsClientsThatSendThemOutOfPlace

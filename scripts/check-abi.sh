@@ -18,7 +18,7 @@ fi
 build=$1
 libraries=("$build/libraries/private/msg/libmsgapi.so" "$build/platform/libzorplatform.so")
 
-# Only what the public headers tell counts, and nothing of the machine that built it.
+# Describes only what the public headers declare, and nothing about the machine that built it.
 describe() { # LIBRARY
   abidw --headers-dir include --drop-private-types --exported-interfaces-only --no-elf-needed --no-corpus-path \
     --no-comp-dir-path --no-show-locs --no-parameter-names "$1" | sed "s|path='$PWD/|path='|"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Fails when a source file is not formatted as .clang-format says. The major version is pinned: others format otherwise.
+# Fails when a source file does not follow .clang-format. The major version is pinned: others format differently.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

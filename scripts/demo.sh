@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the servers and the example daemons, runs them in a fresh ZOR_ROOT and shows them talking. The exit status is 0
-# only when everything that the examples do was seen to work. Needs Debian 12, and root only when packages are missing.
+# only when every step of the examples was seen to work. Needs Debian 12, and root only when packages are missing.
 # Usage: demo.sh [PRESET [EMULATOR...]]   (EMULATOR: the command that runs programs of another machine)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -57,10 +57,10 @@ start() { # NAME READY-TEXT PROGRAM ARGUMENT...: runs it in the background, its 
     sleep 0.05
   done
   cat "$out"
-  fail "$1 did not say: $2"
+  fail "$1 did not print: $2"
 }
 
-ended_well() { # NAME: it ends soon, with exit status 0
+ended_well() { # NAME: it exits soon, with status 0
   for _ in $(seq 200); do
     if ! is_running "$1"; then break; fi
     sleep 0.05
@@ -86,26 +86,26 @@ start provider 'cms: registered' examples/provider
 consumer_status=0
 timeout 60 "${emulator[@]}" "$build/examples/consumer" >>"$transcript" 2>&1 || consumer_status=$?
 tr -d '\r' <"$transcript"
-[ "$consumer_status" -eq 0 ] || fail "the consumer ended with status $consumer_status"
+[ "$consumer_status" -eq 0 ] || fail "the consumer exited with status $consumer_status"
 
-expect 'the provider has exited as it was asked to' ended_well provider
+expect 'the provider exited on request' ended_well provider
 
 say 'children, commands and server sockets'
-"${emulator[@]}" "$build/examples/processes" 2>&1 | tr -d '\r' || fail 'the processes'
+"${emulator[@]}" "$build/examples/processes" 2>&1 | tr -d '\r' || fail 'the process example'
 
 say 'a tour of the codecs'
-"${emulator[@]}" "$build/examples/codecs" || fail 'the codecs'
+"${emulator[@]}" "$build/examples/codecs" || fail 'the codec example'
 
 say "the system's own daemons serve a third one"
 start cms 'cms: on the bus' daemons/cms/cms
 start syslogd 'syslogd: on the bus' daemons/syslogd/syslogd
 start login_keeper 'lctrl: on the bus' examples/login_keeper
-timeout 60 "${emulator[@]}" "$build/examples/services" 2>&1 | tr -d '\r' || fail 'the services'
+timeout 60 "${emulator[@]}" "$build/examples/services" 2>&1 | tr -d '\r' || fail 'the service example'
 "${emulator[@]}" "$build/examples/devices" | tee "$ZOR_ROOT/devices.out" || fail 'reading the device list'
-expect 'another process has read the device list' \
+expect 'another process read the device list' \
   grep -qFx 'device **11**AA**CC: state 23, 4096 bytes loaded' "$ZOR_ROOT/devices.out"
 
-say 'an operator looks at the running system'
+say 'an operator inspects the running system'
 zorctl() { timeout 30 "${emulator[@]}" "$build/tools/zorctl/zorctl" "$@"; }
 shown() { # WHAT TEXT ARGUMENT...: zorctl succeeds and prints the text
   printf '$ zorctl'
@@ -120,28 +120,28 @@ shown() { # WHAT TEXT ARGUMENT...: zorctl succeeds and prints the text
   printf 'ok %s\n' "$1"
 }
 shown 'three daemons are on the bus' syslog list
-shown 'the log daemon has answered' 'result: 0' call ZOR_LOG_MSG_FLUSH syslog
-shown 'the log tells of the login' 'login' log --count 3
-shown 'the store holds a parameter' 'parameter' config list
+shown 'the log daemon replied' 'result: 0' call ZOR_LOG_MSG_FLUSH syslog
+shown 'the log shows the login' 'login' log --count 3
+shown 'the store lists a parameter' 'parameter' config list
 shown 'a trace setting is kept' 'level of demo  debug' trace set cms demo=debug
 kill -STOP "${pids[login_keeper]}"
 zorctl call ZOR_LCTRL_FORBIDDEN_ROUND --hex 000000000000000000000000 --timeout 0.5 >"$ZOR_ROOT/unanswered" 2>&1 &&
-  fail 'a stopped daemon has answered'
+  fail 'a stopped daemon replied'
 cat "$ZOR_ROOT/unanswered"
-shown 'the tool tells why' 'stopped' why lctrl
+shown 'the tool reports why' 'stopped' why lctrl
 kill -CONT "${pids[login_keeper]}"
-shown 'a daemon leaves when it is asked to' 'has left' exit lctrl
+shown 'a daemon exits on request' 'has left' exit lctrl
 
-expect 'login_keeper has stopped cleanly' ended_well login_keeper
+expect 'login_keeper stopped cleanly' ended_well login_keeper
 for daemon in cms syslogd; do
   kill -TERM "${pids[$daemon]}"
-  expect "$daemon has stopped cleanly" ended_well "$daemon"
+  expect "$daemon stopped cleanly" ended_well "$daemon"
 done
 
-say 'what is left'
+say 'what is left behind'
 for server in "${servers[@]}"; do
   kill -TERM "${pids[$server]}"
-  expect "$server has stopped cleanly" ended_well "$server"
+  expect "$server stopped cleanly" ended_well "$server"
 done
 expect 'the trace line was printed' grep -qF 'a trace line of web' "$transcript"
 expect 'the log line is in the circular file' grep -aF 'a log line of web' "$ZOR_ROOT/online/log/mlog.log"

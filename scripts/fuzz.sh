@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the fuzzers and runs each for a number of seconds, from the corpus in the tree and a dictionary where there is
-# one. What a fuzzer learns goes to build/fuzz/corpus, where the next run goes on; an input that breaks a promise goes
-# to build/fuzz/findings. Fails when there is such an input, after all fuzzers have run.
+# Builds the fuzzers and runs each for a number of seconds, starting from the corpus in the tree and a dictionary where
+# one exists. New inputs go to build/fuzz/corpus, where the next run resumes; an input that breaks an invariant goes to
+# build/fuzz/findings. Fails after all fuzzers have run when there is such an input.
 # Usage: fuzz.sh SECONDS [TARGET...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -24,7 +24,7 @@ cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${targets[@]}" >/dev/null
 build=build/fuzz
 
-# The longest input that is worth its time: beyond that a target meets nothing new.
+# The longest input worth trying: longer ones reach no new code.
 max_length() {
   case $1 in
     ptr_fuzz | time_fuzz) echo 128 ;;

@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 
 scripts/setup.sh lint
 [ -f build/dev/compile_commands.json ] || cmake --preset dev
-cmake --build --preset dev --target log_item_table  # a source that is made
+cmake --build --preset dev --target log_item_table  # a generated source
 if [ $# -eq 0 ]; then
   mapfile -t files < <(git ls-files 'platform/*.cpp' 'libraries/*.cpp' 'serviceapi/*.cpp' 'programs/*.cpp' 'daemons/*.cpp' 'tools/*.cpp')
   set -- "${files[@]}"

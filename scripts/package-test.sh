@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs the packages in a fresh Debian 12 folder, runs the servers there as their users, lets daemons that were built
-# against the installed files talk, removes everything again and looks for what is left. Needs root, Debian 12 and its
-# package mirror; builds the packages first when there are none.
+# Installs the packages in a fresh Debian 12 folder, runs the servers there as their own users, lets daemons built
+# against the installed files talk, removes everything again and looks for leftovers. Needs root, Debian 12 and its
+# package mirror; builds the packages first when they are missing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,14 +14,14 @@ packages=build/package/packages
 scripts/setup.sh package
 
 root=$(mktemp -d)
-chmod 755 "$root"  # the "/" of users that are not root
+chmod 755 "$root"  # unprivileged users have their "/" here
 clean_up() {
   for mounted in dev proc; do umount -l "$root/$mounted" 2>/dev/null || true; done
   rm -rf --one-file-system "$root"
 }
 trap clean_up EXIT
 
-# The mirror and the proxy are the ones that this machine's apt uses.
+# The mirror and the proxy come from this machine's apt.
 mirror=$(apt-get indextargets --format '$(SITE) $(CODENAME) $(COMPONENT)' 'Created-By: Packages' |
   awk '$2 == "bookworm" && $3 == "main" { print $1; exit }')
 debootstrap --variant=minbase bookworm "$root" ${mirror:+"$mirror"} >"$root.log" || {

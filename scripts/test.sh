@@ -9,5 +9,5 @@ scripts/check-format.sh
 
 cmake --preset asan
 cmake --build --preset asan
-# Every test is a process of its own and most of them wait on sockets and timers: run more of them than processors.
+# Each test is its own process and most of them wait on sockets and timers: run more of them than there are processors.
 exec ctest --preset asan --no-tests=error
