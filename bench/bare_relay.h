@@ -1,5 +1,5 @@
-// The least that can carry a 40-byte header and a body from a client through a forwarding process to a server and back
-// over Unix stream sockets: blocking reads and writes, nothing looked at but the length.
+// The least work that carries a 40-byte header and a body from a client through a forwarding process to a server and
+// back over Unix stream sockets: blocking reads and writes that look at nothing but the length.
 #ifndef BENCH_BARE_RELAY_H
 #define BENCH_BARE_RELAY_H
 

@@ -49,7 +49,7 @@ class Request {
 
   void Call() {
     ZOR_MSG_HEAD *reply = nullptr;
-    Require(ZOR_MSG_SendAndRecv(ZOR_MSG_GetMsgHead(body_), &reply, kTimeoutMs) == ZOR_OK, "a request is answered");
+    Require(ZOR_MSG_SendAndRecv(ZOR_MSG_GetMsgHead(body_), &reply, kTimeoutMs) == ZOR_OK, "a request gets its reply");
     Require(reply->bodyLength == length_, "the reply is as long as the request");
     std::free(reply);
   }

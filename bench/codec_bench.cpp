@@ -40,8 +40,8 @@ void Compare(const char *what, const Ours &ours, const Theirs &theirs) {
   std::printf("%-44s %9.0f ns %7.2f\n", what, Median(cost), Median(ratio));
 }
 
-// An answer of about 200 bytes: a long name asked for, five records whose names are pointers to it.
-std::vector<unsigned char> Answer() {
+// A response of about 200 bytes: a question with a long name, five records whose names are pointers to it.
+std::vector<unsigned char> Response() {
   std::vector<unsigned char> bytes = {0x12, 0x34, 0x81, 0x80, 0, 1, 0, 5, 0, 0, 0, 0};
   for (const int length : {30, 30, 30, 7, 4}) {
     bytes.push_back(static_cast<unsigned char>(length));
@@ -65,7 +65,7 @@ DnsPacket *PacketOf(const std::vector<unsigned char> &bytes) {
 }
 
 void Dns() {
-  const std::vector<unsigned char> bytes = Answer();
+  const std::vector<unsigned char> bytes = Response();
   const auto length = static_cast<int>(bytes.size());
   DnsPacket *packet = PacketOf(bytes);
   const auto walk = [&] {

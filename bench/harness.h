@@ -1,5 +1,5 @@
-// Measuring: one processor, several rounds, ratios inside a round, medians over the rounds. Machines are noisy; what
-// two alternatives cost in the same moment of the same machine can be compared, what they cost on two days cannot.
+// Measures on one processor, in several rounds, with ratios within a round and medians over the rounds. Machines are
+// noisy: two alternatives can be compared at the same moment on the same machine, but not on two days.
 #ifndef BENCH_HARNESS_H
 #define BENCH_HARNESS_H
 
@@ -14,7 +14,7 @@ namespace zor::bench {
 
 constexpr int kRounds = 9;
 
-// Keeps this process and all that it starts on one processor.
+// Pins this process and its children to one processor.
 void PinToOneProcessor();
 
 // Monotonic nanoseconds.
@@ -23,7 +23,7 @@ double Now();
 double Median(std::vector<double> values);
 double Percentile(std::vector<double> values, double fraction);
 
-// What one call costs: nanoseconds, from the durations of many.
+// The cost of one call in nanoseconds, from the durations of many.
 struct Cost {
   double mean = 0;
   double p50 = 0;
@@ -31,7 +31,7 @@ struct Cost {
 };
 Cost CostOf(const std::vector<double> &durations);
 
-// Times every one of count calls, after a few that warm up.
+// Times each of count calls, after a few to warm up.
 Cost TimeEach(std::size_t count, const std::function<void()> &call);
 
 // Nanoseconds per call, from the duration of count of them.
@@ -65,7 +65,7 @@ class System {
   pid_t server_;
 };
 
-// Ends the program with a line when the condition does not hold: a benchmark of something broken is no figure.
+// Exits with a message when the condition does not hold: figures of something broken are worthless.
 void Require(bool condition, const char *what);
 
 }  // namespace zor::bench

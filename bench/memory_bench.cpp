@@ -17,7 +17,7 @@ namespace {
 
 using namespace zor::bench;
 
-// Private resident memory of a process in KiB: what it costs to have one more of it.
+// Private resident memory of a process in KiB: the cost of one more of its kind.
 long PrivateKiB(pid_t pid) {
   std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
   long sum = 0;
@@ -61,7 +61,7 @@ int RegisteredClient(const char *name) {
   head.type = ZOR_MSG_REGISTER_APP;
   std::snprintf(head.source, sizeof head.source, "%.11s", name);
   Require(::write(fd, &head, sizeof head) == sizeof head, "register");
-  Require(::read(fd, &head, sizeof head) == sizeof head, "the registration is answered");
+  Require(::read(fd, &head, sizeof head) == sizeof head, "the registration gets its reply");
   return fd;
 }
 

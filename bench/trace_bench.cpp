@@ -39,8 +39,8 @@ void FilteredOut() {
   std::fprintf(stderr, "%-34s %10.1f ns\n", "filtered out, 16 modules set", Median(costs));
 }
 
-// The text of a trace line by one fprintf and fflush; path, when there is one, is emptied at 1 MiB, as the trace file
-// is.
+// Writes a trace line with one fprintf and fflush; the file at path, if given, is truncated at 1 MiB like the trace
+// file.
 void WriteByHand(FILE *stream, const char *path) {
   struct timespec wall = {};
   struct timespec monotonic = {};
@@ -82,7 +82,7 @@ void WrittenToFile(const std::string &root) {
   std::fclose(byHand);
 }
 
-// Standard output goes to a file meanwhile, so that terminal speed does not count.
+// Redirects standard output to a file, so that the terminal's speed does not count.
 void WrittenToStdout(const std::string &root) {
   const int saved = ::dup(1);
   const int file = ::open((root + "/stdout.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -94,7 +94,7 @@ void WrittenToStdout(const std::string &root) {
   ::close(file);
 }
 
-// The system calls of one log line: a socket of its own, bound, one datagram, closed and removed.
+// The system calls of one log line: create and bind a socket, send one datagram, close and remove it.
 void LogByHand(const sockaddr_un &own, const sockaddr_un &server) {
   const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   ::unlink(own.sun_path);

@@ -1,4 +1,4 @@
-// Masking of texts and files: a byte that places the input in its file, and the input.
+// Masking of texts and files: a byte that sets the input's offset in its file, and the input.
 #include <regex.h>
 #include <zor/blur.h>
 
@@ -36,7 +36,7 @@ bool IsMaskedFrom(std::string_view masked, std::string_view text) {
 
 struct Case {
   const char *(*mask)(const char *);
-  Expression gone;  // of which nothing may be left
+  Expression gone;  // no trace of it may be left
 };
 
 void CheckText(const std::string &text) {
@@ -60,7 +60,7 @@ void CheckText(const std::string &text) {
 void CheckFile(const std::string &content) {
   static const zor::test::TempRoot root;
   const std::string path = root.Path("/log.txt");
-  std::filesystem::remove(path);  // some file systems write out a file that is made anew in place
+  std::filesystem::remove(path);  // some file systems flush a file that is recreated in place
   std::ofstream(path, std::ios::binary) << content;
   Require(ZOR_Blur_File(path.c_str()) == ZOR_BLUR_OK, "a file can be masked");
   std::stringstream masked;

@@ -1,4 +1,4 @@
-// Character sets: two bytes that choose the sets, then what is to be converted.
+// Character sets: two bytes that choose the sets, then the text to convert.
 #include <zor/charset.h>
 
 #include <cstring>
@@ -49,7 +49,7 @@ std::string Encoded(const Units &units) {
   return {output.data(), length};
 }
 
-// The units, without what lies behind a zero one; at least one.
+// The units up to the first zero one; at least one.
 Units Decoded(const std::string &bytes) {
   Units units(bytes.size() + 1);
   uint32_t count = 1;

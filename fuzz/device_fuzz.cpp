@@ -19,7 +19,7 @@ std::string Encoded(Node &first) {
   return {block, length};
 }
 
-// Decodes the bytes and encodes what they hold.
+// Decodes the bytes and encodes the result.
 template <class Node>
 std::string Again(std::string bytes) {
   Node first = {};

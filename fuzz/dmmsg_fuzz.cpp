@@ -1,4 +1,4 @@
-// Device-management messages, and the events that they carry: the input is a body.
+// Device-management messages and the events they carry: the input is a body.
 #include <zor/dmmsg.h>
 #include <zor/event.h>
 #include <zor/status.h>
@@ -31,7 +31,7 @@ const void *Walk(const ZOR_DMMSG_HEAD *dm, ZOR_DMMSG_ITEM &item) {
   return at;
 }
 
-// A message of the body, for whom it may concern.
+// A message with the body, without a destination.
 zor::MessagePtr MessageOf(const uint8_t *data, size_t size) {
   zor::MessagePtr block = zor::NewMessageBlock(size);
   *block = {kItemEvent, 0, {}, {}, 0, static_cast<uint32_t>(size)};
@@ -48,7 +48,7 @@ void CheckEvent(const ZOR_MSG_HEAD &event) {
   Require(text == nullptr || length == std::strlen(text), "the length is the text's");
 }
 
-// Takes the message, which may move as it grows.
+// Takes ownership of the message, which may move as it grows.
 void CheckAppend(zor::MessagePtr message) {
   auto *dm = static_cast<ZOR_DMMSG_HEAD *>(ZOR_MSG_GetMsgByHead(message.get()));
   ZOR_DMMSG_ITEM item = {};
@@ -62,7 +62,7 @@ void CheckAppend(zor::MessagePtr message) {
   Require((status == ZOR_OK) == (message != nullptr), "a message that cannot grow is gone");
   if (message == nullptr) return;
   Walk(dm, item);
-  if (!isWhole) return;  // what lies behind the last item hides the new one
+  if (!isWhole) return;  // data after the last item hides the new one
   Require(item.name != nullptr && std::strcmp(item.name, kName) == 0, "an item that was appended is the last");
   Require(std::strcmp(static_cast<const char *>(item.value), kName) == 0, "with its value");
 }

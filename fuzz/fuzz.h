@@ -1,4 +1,4 @@
-// What the fuzz targets share.
+// Helpers that the fuzz targets share.
 #ifndef FUZZ_FUZZ_H
 #define FUZZ_FUZZ_H
 
@@ -44,7 +44,7 @@ inline Sockets SocketPair() {
   return {UniqueFd(fds[0]), UniqueFd(fds[1])};
 }
 
-// The input as a stream that ends behind it.
+// The input as a stream that ends after it.
 inline UniqueFd StreamOf(const std::uint8_t *data, std::size_t size) {
   Sockets sockets = SocketPair();
   Require(::write(sockets.far.get(), data, size) == static_cast<ssize_t>(size), "the input fits a socket");

@@ -1,4 +1,4 @@
-// What a daemon reads from the message server: the input is a stream of messages.
+// A daemon's input from the message server: a stream of messages.
 #include <zor/event.h>
 #include <zor/msg_bus.h>
 #include <zor/msg_dispatch.h>
@@ -30,7 +30,7 @@ uint32_t OnEvent(uint32_t, const char *body, uint32_t length) {
   return ZOR_OK;
 }
 
-// A daemon that answers and listens to everything, and whose own sends fail from then on.
+// A daemon that replies to every request, subscribes to every event, and whose own sends fail from then on.
 void BecomeDaemon() {
   static constexpr ZOR_MSG_RESTFUL_ENTRY kProcedures[] = {{"n", OnRestful}, {nullptr, nullptr}};
   const auto [far, near] = zor::fuzz::SocketPair();
@@ -40,7 +40,7 @@ void BecomeDaemon() {
   ZOR_MSG_RegMsgProcEx(
       kHandledType, nullptr, [](ZOR_MSG_HEAD *msg) { return msg; }, 0, nullptr);
   ZOR_MSG_RegMsgProc(
-      ZOR_MSG_SAFE_EXIT, [](ZOR_MSG_HEAD *) {}, 0, nullptr);  // else it ends the process
+      ZOR_MSG_SAFE_EXIT, [](ZOR_MSG_HEAD *) {}, 0, nullptr);  // the default handler would end the process
   ZOR_EVT_SubscribeAllEventCallBack(OnEvent);
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
   ZOR_TRACE_SetPackageLevel(nullptr, ZOR_TRACE_DEBUG);

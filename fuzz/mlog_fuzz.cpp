@@ -1,4 +1,4 @@
-// The circular log file: the input is a file that somebody left.
+// The circular log file: the input is an existing file.
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <zor/mlog.h>
@@ -21,7 +21,7 @@ LogFile Open(const std::string &path) {
   return file;
 }
 
-// What the header's fields have room for.
+// The largest values that fit the header's fields.
 bool FitsHeader(const ZOR_MLOG_FILE &file) {
   const int64_t uploadOffset = file.uploadOffset;
   return file.overturn >= -99 && file.overturn <= 999 && uploadOffset >= -999999999 && uploadOffset <= 9999999999;

@@ -1,4 +1,4 @@
-// What a module reads from the notification server: the input is a stream of notifications.
+// A module's input from the notification server: a stream of notifications.
 #include <cstring>
 
 #include "fuzz.h"
@@ -18,11 +18,11 @@ void CheckPart(const void *part) {
   Require(part == nullptr || std::strlen(at) <= current->data_len, "data ends in a zero byte");
 }
 
-uint32_t OnSync(uint32_t, void *data, void **answer, uint32_t *answerLength) {
+uint32_t OnSync(uint32_t, void *data, void **reply, uint32_t *replyLength) {
   CheckPart(data);
-  if (answer == nullptr) return ZOR_NOTIFY_OK;
-  *answer = ::strdup("answer");
-  *answerLength = sizeof "answer";
+  if (reply == nullptr) return ZOR_NOTIFY_OK;
+  *reply = ::strdup("reply");
+  *replyLength = sizeof "reply";
   return ZOR_NOTIFY_OK;
 }
 

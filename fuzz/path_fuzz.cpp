@@ -1,4 +1,4 @@
-// The path codec: the input is a path, or what somebody gives for an encoded one.
+// The path codec: the input is a path, or text that claims to be an encoded one.
 #include <zor/status.h>
 #include <zor/url.h>
 

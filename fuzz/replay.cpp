@@ -1,5 +1,5 @@
-// Replays a corpus: replay DIRECTORY. Each input is given whole, cut at every byte, and with every byte replaced in
-// turn by those values at which decoders change their mind.
+// Replays a corpus: replay DIRECTORY. Each input is tried whole, truncated at every byte, and with every byte replaced
+// in turn by the boundary values of decoders.
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,7 +11,7 @@ namespace {
 
 using Input = std::vector<std::uint8_t>;
 
-// From a block of exactly the input's size, so that a read behind it is an error.
+// Copies the input to a block of exactly its size, so that the sanitizer catches a read past the end.
 void Run(Input::const_iterator first, Input::const_iterator last) {
   const Input input(first, last);
   LLVMFuzzerTestOneInput(input.data(), input.size());

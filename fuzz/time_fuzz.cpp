@@ -1,4 +1,4 @@
-// Time texts: the input is two of them, with a line end between.
+// Time texts: the input is two of them, separated by a newline.
 #include <zor/caltime.h>
 
 #include <cstdio>

@@ -1,4 +1,5 @@
-// Trace settings as the message server sends them: the input is the block behind the registration reply's two words.
+// Trace settings as the message server sends them: the input is the block after the two words of the
+// registration reply.
 #include <zor/trace.h>
 
 #include <cstring>
