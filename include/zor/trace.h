@@ -7,7 +7,7 @@
  * 2. Levels compare as numbers, not as bits: a line of level L passes a setting S when S is not 0 and L <= S.
  * 3. Text arguments are read during the call only. Returned texts belong to the library.
  * 4. A line goes out in one piece at its end: over UDP as one datagram, in a file with one write, unless it is longer
- *    than the buffer of a stdio stream. A line that cannot be written is lost; its caller is not notified.
+ *    than the buffer of a stdio stream. A line that cannot be written is lost; the call returns 1 all the same.
  * 5. Settings and output belong to the loop's thread. Other threads may print while no setting changes.
  */
 #ifndef ZOR_TRACE_H
@@ -69,9 +69,9 @@ ZOR_API uint64_t ZOR_TRACE_GetFileMaxSize(void);
 
 /* Prints one line: "\r\n[(LEVEL)TIME APP:PID:MODULE FILE:LINE]: ", at most 511 characters, and the formatted message,
    which needs no newline of its own. A nonzero force prints whatever the settings are. file is the base name of the
-   source file; null file and module print as "". When the head cannot be written whole, "ZOR_TRACE_PrintInfo
-   write file failed. " and a newline go to standard output. Returns 1; 0 when filtered out, for a null format, or when
-   the head cannot be formatted. */
+   source file; null file and module print as "". When the line cannot be written whole, "ZOR_TRACE_PrintInfo
+   write file failed. " and a newline go to standard output, except for datagrams. Returns 1; 0 when filtered out, for a
+   null format, or when the head cannot be formatted. */
 ZOR_API uint32_t ZOR_TRACE_PrintInfo(const char *file, uint32_t line, uint32_t force, const char *module,
                                      uint32_t level, const char *format, ...) ZOR_PRINTF(6, 7);
 

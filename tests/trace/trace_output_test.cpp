@@ -48,10 +48,17 @@ TEST_F(TraceFile, TakesLinesUntilItIsEmptiedAtItsLimitWhichOnlyGrows) {
   EXPECT_EQ(ZOR_TRACE_GetFileMaxSize(), 1025u);
 }
 
-TEST_F(TraceFile, OnAFullDiskCostsTheLinesOnly) {
+TEST_F(TraceFile, OnAFullDiskCostsTheLinesAndReportsEachOnce) {
   fs::create_symlink("/dev/full", path_);
   ZOR_TRACE_SetOutput(1);
-  for (int i = 0; i < 100; ++i) Print("lost");
+  const std::string longerThanTheBuffer(10000, '.');
+  std::string reports;
+  Capture out;
+  for (int i = 0; i < 100; ++i) {
+    Print(i % 2 == 0 ? "lost" : longerThanTheBuffer.c_str());
+    reports += "ZOR_TRACE_PrintInfo write file failed. \n";
+  }
+  EXPECT_EQ(out.Text(), reports);
 }
 
 TEST(TraceOutput, MakesTheDirectoryOfTheFileForItsOwnerAloneElseFallsBackToStandardOutput) {
@@ -86,7 +93,11 @@ TEST(TraceOutput, SendsEachLineAsOneDatagramUntilAnotherTextNamesAnOutput) {
     ZOR_TRACE_SetOutputByString(std::string(5000, ':').c_str());
     ZOR_TRACE_SetOutputByString(nullptr);
   }
-  for (int i = 0; i < 10; ++i) Print("lost");
+  {
+    Capture out;
+    for (int i = 0; i < 10; ++i) Print("lost");
+    EXPECT_EQ(out.Text(), "") << "a closed port is not reported";
+  }
   EXPECT_EQ(ZOR_TRACE_GetOutput(), 1u) << "a closed port costs the lines only";
   ZOR_TRACE_SetOutput(0);
   const UdpReceiver next;  // may have the descriptor that was given back

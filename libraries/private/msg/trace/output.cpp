@@ -25,14 +25,16 @@ constexpr std::array<const char *, 2> kOutputNames = {"stdout", "file"};
 struct Output {
   std::FILE *stream;  // null when none has been chosen, or the trace file could not be opened
   std::uint64_t fileMaxKiB;
+  bool isSocket;
 };
 
-constinit Output output = {nullptr, ZOR_TRACE_FILE_KIB};
+constinit Output output = {nullptr, ZOR_TRACE_FILE_KIB, false};
 
 // A stream over a socket owns it: closing the stream closes the socket.
-void ReplaceStream(std::FILE *stream) {
+void ReplaceStream(std::FILE *stream, bool isSocket) {
   if (output.stream != nullptr && output.stream != stdout) std::fclose(output.stream);
   output.stream = stream;
+  output.isSocket = isSocket;
 }
 
 std::FILE *OpenTraceFile() {
@@ -72,6 +74,11 @@ bool TraceFileIsFull() {
   return static_cast<std::uint64_t>(status.st_size) >> 10 >= output.fileMaxKiB;
 }
 
+// The trace file's size is checked for a socket too, which cannot be truncated: nothing happens then.
+void EmptyFullTraceFile(std::FILE *stream) {
+  if (!TraceFileIsFull() || ::ftruncate(::fileno(stream), 0) != 0) return;
+}
+
 }  // namespace
 
 namespace zor {
@@ -81,17 +88,20 @@ std::FILE *TraceStream() noexcept {
   return output.stream;
 }
 
-void FinishTraceLine(std::FILE *stream) noexcept {
-  std::fflush(stream);
-  if (stream == stdout || !TraceFileIsFull()) return;
-  // The trace file's size is looked at for a socket too, which cannot be truncated: nothing happens then.
-  if (::ftruncate(::fileno(stream), 0) != 0) return;
+bool TraceGoesToSocket() noexcept {
+  return output.isSocket;
+}
+
+bool FinishTraceLine(std::FILE *stream) noexcept {
+  const bool flushed = std::fflush(stream) == 0;
+  if (stream != stdout) EmptyFullTraceFile(stream);
+  return flushed;
 }
 
 }  // namespace zor
 
 void ZOR_TRACE_SetOutput(uint32_t index) {
-  ReplaceStream(nullptr);
+  ReplaceStream(nullptr, false);
   output.stream = index != 0 ? OpenTraceFile() : stdout;
 }
 
@@ -114,7 +124,7 @@ void ZOR_TRACE_SetOutputByString(const char *text) {
   if (index >= 0) return ZOR_TRACE_SetOutput(static_cast<uint32_t>(index));
   const std::optional<sockaddr_in> address = ParseAddress(copy);
   std::FILE *stream = address.has_value() ? OpenUdp(*address) : nullptr;
-  if (stream != nullptr) ReplaceStream(stream);
+  if (stream != nullptr) ReplaceStream(stream, true);
 }
 
 void ZOR_TRACE_SetFileMaxSize(uint64_t sizeKiB) {

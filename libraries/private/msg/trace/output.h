@@ -6,11 +6,14 @@
 
 namespace zor {
 
-// The current stream; standard output is taken when there is none.
+// The current stream; standard output when there is none.
 std::FILE *TraceStream() noexcept;
 
-// Ends a line: sends it off, and empties the trace file when it has reached its limit.
-void FinishTraceLine(std::FILE *stream) noexcept;
+// True when lines leave as datagrams, which are lost without notice when there is no receiver.
+bool TraceGoesToSocket() noexcept;
+
+// Ends a line: flushes it, and empties the trace file when it has reached its limit. False when the flush failed.
+bool FinishTraceLine(std::FILE *stream) noexcept;
 
 }  // namespace zor
 

@@ -1,4 +1,4 @@
-// The lines themselves.
+// Formats and writes trace lines.
 #include <sys/time.h>
 #include <unistd.h>
 #include <zor/limits.h>
@@ -20,21 +20,40 @@ const char *OrEmpty(const char *text) {
   return text == nullptr ? "" : text;
 }
 
-// False when nothing could be formatted. A header too long for the buffer is cut.
-bool WriteHeader(std::FILE *stream, const char *file, uint32_t line, const char *module, uint32_t level) {
-  char header[ZOR_TRACE_LINE_HEAD_SIZE];
-  const int wanted = std::snprintf(header, sizeof header, "\r\n[(%s)%s %s:%d:%s %s:%d]: ", ZOR_TRACE_GetLevelStr(level),
-                                   ZOR_UTIL_GetCurTimeStamp(), m_aucAppName, ZOR_UTIL_GetCurPid(), OrEmpty(module),
-                                   OrEmpty(file), static_cast<int>(line));
-  if (wanted < 1) return false;
-  const std::size_t length = std::min(static_cast<std::size_t>(wanted), sizeof header - 1);
-  if (std::fwrite(header, 1, length, stream) != length) std::puts("ZOR_TRACE_PrintInfo write file failed. ");
-  return true;
+// What a line says of itself.
+struct LineHead {
+  const char *file;
+  uint32_t line;
+  const char *module;
+  uint32_t level;
+};
+
+// Returns the length; 0 when nothing could be formatted. A head too long for the buffer is cut.
+std::size_t FormatHead(char (&text)[ZOR_TRACE_LINE_HEAD_SIZE], const LineHead &head) {
+  const int wanted = std::snprintf(
+      text, sizeof text, "\r\n[(%s)%s %s:%d:%s %s:%d]: ", ZOR_TRACE_GetLevelStr(head.level), ZOR_UTIL_GetCurTimeStamp(),
+      m_aucAppName, ZOR_UTIL_GetCurPid(), OrEmpty(head.module), OrEmpty(head.file), static_cast<int>(head.line));
+  return wanted < 1 ? 0 : std::min(static_cast<std::size_t>(wanted), sizeof text - 1);
 }
 
-void WriteMessage(std::FILE *stream, const char *format, std::va_list arguments) {
-  std::vfprintf(stream, format, arguments);
-  zor::FinishTraceLine(stream);
+// False when the line could not be written whole.
+bool WriteMessage(std::FILE *stream, const char *format, std::va_list arguments) {
+  const bool written = std::vfprintf(stream, format, arguments) >= 0;
+  return zor::FinishTraceLine(stream) && written;
+}
+
+// Returns 1; 0 when the head cannot be formatted.
+uint32_t WriteLine(const LineHead &head, const char *format, std::va_list arguments) {
+  char text[ZOR_TRACE_LINE_HEAD_SIZE];
+  const std::size_t length = FormatHead(text, head);
+  if (length == 0) return 0;
+  std::FILE *stream = zor::TraceStream();
+  const bool headWritten = std::fwrite(text, 1, length, stream) == length;
+  const bool messageWritten = WriteMessage(stream, format, arguments);
+  if ((!headWritten || !messageWritten) && !zor::TraceGoesToSocket()) {
+    std::puts("ZOR_TRACE_PrintInfo write file failed. ");
+  }
+  return 1;
 }
 
 // "%.8ld.%.6ld %.8ld.%.6ld", put together by hand: every line carries one, and it was a third of a line's cost.
@@ -72,13 +91,11 @@ uint32_t ZOR_TRACE_PrintInfo(const char *file, uint32_t line, uint32_t force, co
                              const char *format, ...) {
   if (force == 0 && !zor::IsTraced(module, level)) return 0;
   if (format == nullptr) return 0;
-  std::FILE *stream = zor::TraceStream();
-  if (!WriteHeader(stream, file, line, module, level)) return 0;
   std::va_list arguments;
   va_start(arguments, format);
-  WriteMessage(stream, format, arguments);
+  const uint32_t written = WriteLine({file, line, module, level}, format, arguments);
   va_end(arguments);
-  return 1;
+  return written;
 }
 
 uint32_t ZOR_TRACE_PrintInfoEx(const char *module, uint32_t level, const char *format, ...) {
@@ -91,7 +108,7 @@ uint32_t ZOR_TRACE_PrintInfoEx(const char *module, uint32_t level, const char *f
 }
 
 int32_t ZOR_UTIL_GetCurPid(void) {
-  // Read once for each thread, so a forked child goes on under its parent's number.
+  // Read once for each thread, so a forked child keeps its parent's number.
   static thread_local int32_t pid = -1;
   if (pid == -1) pid = ::getpid();
   return pid;
