@@ -19,6 +19,8 @@ add_library(zor_options INTERFACE)
 target_compile_options(zor_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 # GCC 12 mistakes "literal" + std::string for an overlapping copy (its bug 105651).
 target_compile_options(zor_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+# Trace lines name their source file; the path of the build stays out of the libraries.
+target_compile_options(zor_options INTERFACE -fmacro-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}/=)
 target_compile_definitions(zor_options INTERFACE _GNU_SOURCE)
 target_include_directories(zor_options INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
 

@@ -13,6 +13,7 @@
 #include "support/capture.h"
 #include "support/temp_root.h"
 #include "trace/trace.h"
+#include "trace/trace_line.h"
 
 namespace {
 
@@ -84,6 +85,14 @@ TEST(TraceLines, OnlyAForcedLineIsPrintedWhateverTheSettingsAre) {
   EXPECT_EQ(ZOR_TRACE_PrintInfoEx("msg", ZOR_TRACE_ERROR, "%s", "without head"), 1u);
   EXPECT_EQ(ZOR_TRACE_PrintInfo(nullptr, 1, 1, nullptr, 99, "x"), 1u);
   EXPECT_THAT(out.Text(), MatchesRegex("without head\r\n\\[\\(none\\).* :[0-9]+: :1\\]: x"));
+}
+
+TEST(TraceLines, OfTheLibraryNameTheFileAndLineTheyStandIn) {
+  Capture out;
+  ZOR_TRACE_SetPackageLevel("msg", ZOR_TRACE_INFO);
+  zor::Trace("loop", ZOR_TRACE_INFO, "%d", 1);
+  zor::Trace("msg", ZOR_TRACE_INFO, "%d", 2);
+  EXPECT_THAT(out.Text(), MatchesRegex("\r\n[^\r]*:msg trace_test\\.cpp:" + std::to_string(__LINE__ - 1) + "\\]: 2"));
 }
 
 // A settings block as the message server sends it.

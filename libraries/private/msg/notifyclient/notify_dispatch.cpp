@@ -12,6 +12,7 @@
 #include "base/wait.h"
 #include "notifyclient/notify_state.h"
 #include "notifyclient/notify_transfer.h"
+#include "trace/trace_line.h"
 
 namespace zor::notify {
 namespace {
@@ -74,7 +75,7 @@ NotifyPtr PopPending() {
 }  // namespace
 
 void OnReadable(SockBase *, uint32_t) noexcept {
-  ZOR_TRACE_PrintInfo("notify_dispatch.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG, "NotifyEvtProc \n");
+  Trace(kTraceModule, ZOR_TRACE_DEBUG, "NotifyEvtProc \n");
   // The loop may call for a number that was ready under its former owner; receiving would hold it up for minutes.
   if (WaitReadable(g_stClient.fd, 0) == WaitResult::kTimedOut) return;
   NotifyPtr msg;
@@ -91,18 +92,15 @@ void DrainPending(UvIdle *, uint32_t) noexcept {
   while (g_stClient.pending != nullptr) {
     const NotifyPtr msg = PopPending();
     if (msg == nullptr) {
-      ZOR_TRACE_PrintInfo("notify_dispatch.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
-                          "msg is NULL, need continue.\n");
+      Trace(kTraceModule, ZOR_TRACE_DEBUG, "msg is NULL, need continue.\n");
       continue;
     }
-    ZOR_TRACE_PrintInfo("notify_dispatch.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG, "do query msg %x proc.\n",
-                        msg->msg_type);
+    Trace(kTraceModule, ZOR_TRACE_DEBUG, "do query msg %x proc.\n", msg->msg_type);
     ZOR_NOTIFYCLT_MsgFilterProc(msg.get());
     ++handled;
   }
   if (handled == 0) return;
-  ZOR_TRACE_PrintInfo("notify_dispatch.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-                      "Clear %d messages in queue finished.\n", handled);
+  Trace("msg", ZOR_TRACE_INFO, "Clear %d messages in queue finished.\n", handled);
 }
 
 }  // namespace zor::notify

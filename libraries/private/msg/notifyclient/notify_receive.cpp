@@ -9,6 +9,7 @@
 
 #include "base/wait.h"
 #include "notifyclient/notify_transfer.h"
+#include "trace/trace_line.h"
 
 namespace zor::notify {
 namespace {
@@ -64,8 +65,7 @@ NotifyPtr WithRoomForData(const ZOR_NOTIFY_MSG &head) {
   NotifyPtr whole(
       static_cast<ZOR_NOTIFY_MSG *>(GuardedCalloc(ZOR_NOTIFY_HEAD_SIZE + std::uint64_t{head.data_len} + 1)));
   if (whole == nullptr) {
-    ZOR_TRACE_PrintInfo("notify_receive.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
-                        "realloc failed in NotifyMsgRecv.\n");
+    Trace(kTraceModule, ZOR_TRACE_DEBUG, "realloc failed in NotifyMsgRecv.\n");
   } else {
     std::memcpy(whole.get(), &head, sizeof head);
   }
@@ -107,17 +107,16 @@ std::uint32_t Receive(NotifyPtr &msg) noexcept {
   const int fd = g_stClient.fd;
   auto whole = GuardedNew<ZOR_NOTIFY_MSG>();
   if (whole == nullptr) {
-    ZOR_TRACE_PrintInfo("notify_receive.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
-                        "malloc msg header failed.\n");
+    Trace(kTraceModule, ZOR_TRACE_DEBUG, "malloc msg header failed.\n");
     return ZOR_NOTIFY_E_NO_MEMORY;
   }
   if (const std::uint32_t status = ReadHead(fd, *whole); status != ZOR_NOTIFY_OK) return status;
-  ZOR_TRACE_PrintInfo("notify_receive.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
-                      "notifyclient NotifyMsgRecv(): pstMsg->source_id=%d, pstMsg->des_id=%d, pstMsg->msg_type=%d, "
-                      "pstMsg->data_len=%d, pstMsg->ack_tag=%d, pstMsg->sync_tag=%d, pstMsg->sub_data_len1=%d, "
-                      "pstMsg->sub_data_len2=%d\n",
-                      whole->source_id, whole->des_id, whole->msg_type, whole->data_len, whole->ack_tag,
-                      whole->sync_tag, whole->sub_data_len1, whole->sub_data_len2);
+  Trace(kTraceModule, ZOR_TRACE_DEBUG,
+        "notifyclient NotifyMsgRecv(): pstMsg->source_id=%d, pstMsg->des_id=%d, pstMsg->msg_type=%d, "
+        "pstMsg->data_len=%d, pstMsg->ack_tag=%d, pstMsg->sync_tag=%d, pstMsg->sub_data_len1=%d, "
+        "pstMsg->sub_data_len2=%d\n",
+        whole->source_id, whole->des_id, whole->msg_type, whole->data_len, whole->ack_tag, whole->sync_tag,
+        whole->sub_data_len1, whole->sub_data_len2);
   if (whole->data_len > ZOR_NOTIFY_DATA_MAX) {
     std::printf("ooo notifyclient data Length too long: %x, msg %x from %d to %d.\n", whole->data_len, whole->msg_type,
                 whole->source_id, whole->des_id);

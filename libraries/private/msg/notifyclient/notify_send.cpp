@@ -10,6 +10,7 @@
 #include "base/wait.h"
 #include "notifyclient/notify_reboot.h"
 #include "notifyclient/notify_transfer.h"
+#include "trace/trace_line.h"
 
 namespace zor::notify {
 namespace {
@@ -92,11 +93,10 @@ void PutData(ZOR_NOTIFY_MSG &msg, std::uint32_t offset, const void *data, std::u
 std::uint32_t Send(const ZOR_NOTIFY_MSG &msg) noexcept {
   const std::lock_guard lock(SendMutex());
   const int fd = g_stClient.fd;
-  ZOR_TRACE_PrintInfo("notify_send.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
-                      "notifyclient NotifyMsgSend, pid:%d, thread id:%d, type=0x%x, src=[%d], dest=[%d] seq=%d, "
-                      "sync_tag=%d, data_len=%d, fd=%d\n",
-                      ::getpid(), ::gettid(), msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag,
-                      msg.data_len, fd);
+  Trace(kTraceModule, ZOR_TRACE_DEBUG,
+        "notifyclient NotifyMsgSend, pid:%d, thread id:%d, type=0x%x, src=[%d], dest=[%d] seq=%d, "
+        "sync_tag=%d, data_len=%d, fd=%d\n",
+        ::getpid(), ::gettid(), msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, fd);
   if (failureCount >= ZOR_NOTIFY_FAILURES_MAX) {
     std::printf("error: notifyclient failed more than 10 times, reboot devie!!");
     std::fflush(stdout);  // the device is about to go down
@@ -110,10 +110,10 @@ std::uint32_t Send(const ZOR_NOTIFY_MSG &msg) noexcept {
         msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, status, fd);
     return status;
   }
-  ZOR_TRACE_PrintInfo("notify_send.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
-                      "notifyclient NotifyMsgSend leave, type=0x%x, src=[%d], dest=[%d] seq=%d, sync_tag=%d, "
-                      "data_len=%d, fd=%d\n",
-                      msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, fd);
+  Trace(kTraceModule, ZOR_TRACE_DEBUG,
+        "notifyclient NotifyMsgSend leave, type=0x%x, src=[%d], dest=[%d] seq=%d, sync_tag=%d, "
+        "data_len=%d, fd=%d\n",
+        msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, fd);
   failureCount = 0;
   return ZOR_NOTIFY_OK;
 }

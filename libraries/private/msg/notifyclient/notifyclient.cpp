@@ -20,6 +20,7 @@
 #include "notifyclient/notify_state.h"
 #include "notifyclient/notify_transfer.h"
 #include "sdk/loop/lookup.h"
+#include "trace/trace_line.h"
 
 static_assert(sizeof(ZOR_NOTIFY_MSG) == ZOR_NOTIFY_HEAD_SIZE);
 static_assert(offsetof(ZOR_NOTIFY_MSG, msg_type) == 0);
@@ -87,10 +88,9 @@ std::uint32_t AwaitAnswer(const ZOR_NOTIFY_MSG &request, NotifyPtr &answer) {
       Destroy();
     }
     if (status != ZOR_NOTIFY_OK) return status;
-    ZOR_TRACE_PrintInfo(
-        "notifyclient.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
-        "recv msg_type = %x, seq_num = %x data_len=%x ack_tag=%x, wait for msg_type = %x, seq_num = %x \n",
-        msg->msg_type, msg->seq, msg->data_len, msg->ack_tag, request.msg_type, request.seq);
+    Trace(kTraceModule, ZOR_TRACE_DEBUG,
+          "recv msg_type = %x, seq_num = %x data_len=%x ack_tag=%x, wait for msg_type = %x, seq_num = %x \n",
+          msg->msg_type, msg->seq, msg->data_len, msg->ack_tag, request.msg_type, request.seq);
     if (IsAnswer(*msg, request)) {
       answer = std::move(msg);
       return ZOR_NOTIFY_OK;
@@ -137,8 +137,7 @@ uint32_t ZOR_NOTIFYCLT_Init(uint32_t mid) {
   if (!ConnectToServer(fd.get())) {
     const int error = errno;
     Destroy();
-    ZOR_TRACE_PrintInfo("notifyclient.cpp", __LINE__, 0, kTraceModule, ZOR_TRACE_DEBUG,
-                        "Connect to notify server failed %d.\n", error);
+    zor::Trace(kTraceModule, ZOR_TRACE_DEBUG, "Connect to notify server failed %d.\n", error);
     return ZOR_NOTIFY_E_CONNECT;
   }
   SetDescriptor(fd.release());

@@ -11,15 +11,17 @@
 
 namespace zor {
 
-// Keeps what both lines print: a handler may reuse the block for its answer, run the loop or leave the bus, and whoever
-// reads the trace pairs the lines by their values.
+// Keeps what both lines print: a handler may reuse the block for its reply, run the loop or leave the bus, and readers
+// of the trace pair the lines by their values.
 class MessageTrack {
  public:
-  // file: the source file that the lines name. blockLength: bytes of the block; what a shorter block lacks prints as 0.
-  MessageTrack(const char *file, const ZOR_MSG_HEAD &msg, std::size_t blockLength = sizeof(ZOR_MSG_HEAD)) noexcept;
+  // iteration: the loop's number of the turn. blockLength: bytes of the block; what a shorter block lacks prints as 0.
+  // Callers leave out file and lines, which are then their own.
+  MessageTrack(const ZOR_MSG_HEAD &msg, std::uint64_t iteration, std::size_t blockLength = sizeof(ZOR_MSG_HEAD),
+               const char *file = __builtin_FILE()) noexcept;
 
-  void Start(std::uint32_t line) const noexcept { Print("start", line); }
-  void End(std::uint32_t line) const noexcept { Print("end", line); }
+  void Start(std::uint32_t line = __builtin_LINE()) const noexcept { Print("start", line); }
+  void End(std::uint32_t line = __builtin_LINE()) const noexcept { Print("end", line); }
 
  private:
   void Print(const char *stage, std::uint32_t line) const noexcept;

@@ -10,9 +10,11 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "trace/levels.h"
 #include "trace/output.h"
+#include "trace/trace_line.h"
 
 namespace {
 
@@ -85,7 +87,20 @@ class TimeStamp {
   std::array<char, 40> text_ = {};
 };
 
+const char *BaseName(const char *path) {
+  const char *slash = std::strrchr(path, '/');
+  return slash == nullptr ? path : slash + 1;
+}
+
 }  // namespace
+
+void zor::Trace(const TraceModule &module, std::uint32_t level, const char *format, ...) noexcept {
+  if (!IsTraced(module.name, level)) return;
+  std::va_list arguments;
+  va_start(arguments, format);
+  WriteLine({BaseName(module.file), module.line, module.name, level}, format, arguments);
+  va_end(arguments);
+}
 
 uint32_t ZOR_TRACE_PrintInfo(const char *file, uint32_t line, uint32_t force, const char *module, uint32_t level,
                              const char *format, ...) {

@@ -69,10 +69,10 @@ MallocPtr<UvPendingReply> TakeOff(UvPendingReply *record) {
 void DeliverReply(UvPendingReply *waiting, const Received &received) {
   const MallocPtr<UvPendingReply> record = TakeOff(waiting);
   if (record->replyCallback == nullptr) return;
-  const MessageTrack track("msg_watcher.cpp", *received.message, static_cast<std::size_t>(received.length));
-  track.Start(__LINE__);
+  const MessageTrack track(*received.message, ZOR_UV_LoopGetCurIdx(nullptr), static_cast<std::size_t>(received.length));
+  track.Start();
   record->replyCallback(received.message.get(), ZOR_OK, record->replyData);
-  track.End(__LINE__);
+  track.End();
 }
 
 // Touches nothing of the watcher after a handler: it may have been deleted.

@@ -7,6 +7,7 @@
 #include <zor/msg_bus.h>
 #include <zor/sockbase.h>
 #include <zor/trace.h>
+#include <zor/uv_loop.h>
 
 #include <array>
 #include <cstdio>
@@ -86,14 +87,14 @@ void ZOR_MSG_RegisterMsgProc(ZOR_MSG_PROC proc) {
 
 void ZOR_MSG_MsgFilterProc(ZOR_MSG_HEAD *msg, uint32_t) {
   if (msg == nullptr) return;
-  const zor::MessageTrack track("dispatch.cpp", *msg);
-  track.Start(__LINE__);
+  const zor::MessageTrack track(*msg, ZOR_UV_LoopGetCurIdx(nullptr));
+  track.Start();
   if (msg->bodyLength > ZOR_MSG_DISPATCH_BODY_MAX) {
     std::printf("[msg] error msg datalen = %d \r\n", static_cast<int>(msg->bodyLength));
     return;
   }
   if (g_stMsgCtx.messageProc != nullptr) g_stMsgCtx.messageProc(msg, msg->bodyLength);
-  track.End(__LINE__);
+  track.End();
 }
 
 uint32_t ZOR_MSG_GetAndDispatch(void) {

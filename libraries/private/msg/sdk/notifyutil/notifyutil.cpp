@@ -1,6 +1,7 @@
 // Notifier chains. A callback may unregister any node, its own included, and may run the chain again: each run keeps a
 // frame on a stack of frames; removing a node moves the frames that would visit it next, and a node whose callback is
 // still running is freed only when the last frame that runs it is done.
+// The file keeps its name: its trace lines carry it, and field scripts search for it.
 #include <zor/notifier.h>
 #include <zor/platform/list.h>
 #include <zor/status.h>
@@ -13,13 +14,13 @@
 #include "base/alloc.h"
 #include "base/list.h"
 #include "sdk/notifyutil/boot_track.h"
+#include "trace/trace_line.h"
 
 namespace {
 
 using Chain = ZOR_NOTIFIER_CHAIN;
 using Node = ZOR_NOTIFIER_NODE;
 
-constexpr char kFile[] = "notifyutil.cpp";
 constexpr char kModule[] = "notify";
 constexpr uint32_t kNotListed = 1;
 
@@ -121,12 +122,11 @@ uint32_t Visit(uintptr_t context, Node *node, const ZOR_NOTIFIER_HOOKS *hooks, b
   const ZOR_NOTIFIER_CALLBACK callback = node->callback;
   if (hooks != nullptr && hooks->before != nullptr) hooks->before(context, node);
   if (track) TrackStart(callback);
-  ZOR_TRACE_PrintInfo(kFile, __LINE__, 0, kModule, ZOR_TRACE_INFO, "[start  notify %lld:%p] for [%s].", LoopIndex(),
-                      AddressOf(callback), "");
+  zor::Trace(kModule, ZOR_TRACE_INFO, "[start  notify %lld:%p] for [%s].", LoopIndex(), AddressOf(callback), "");
   const uint32_t status = callback(context, node->data);
   if (track) TrackEnd(callback, status);
-  ZOR_TRACE_PrintInfo(kFile, __LINE__, 0, kModule, ZOR_TRACE_INFO, "[end  notify %lld:%p] for [%s] return 0x%x.",
-                      LoopIndex(), AddressOf(callback), "", status);
+  zor::Trace(kModule, ZOR_TRACE_INFO, "[end  notify %lld:%p] for [%s] return 0x%x.", LoopIndex(), AddressOf(callback),
+             "", status);
   if (hooks != nullptr && hooks->after != nullptr) hooks->after(context, node, status);
   return status;
 }
@@ -183,10 +183,8 @@ uint32_t ZOR_UTIL_NotifierDoNotifyEx(ZOR_NOTIFIER_CHAIN *chain, uint32_t stopOnE
 uint32_t ZOR_UTIL_NotifierDoNotifyWrap(const char *name, uintptr_t, ZOR_NOTIFIER_CHAIN *chain, uint32_t stopOnError) {
   const char *shown = name == nullptr ? "" : name;
   const void *address = chain;
-  ZOR_TRACE_PrintInfo(kFile, __LINE__, 0, kModule, ZOR_TRACE_INFO, "[start  notify %lld:%p:%s].", LoopIndex(), address,
-                      shown);
+  zor::Trace(kModule, ZOR_TRACE_INFO, "[start  notify %lld:%p:%s].", LoopIndex(), address, shown);
   const uint32_t status = ZOR_UTIL_NotifierDoNotifyEx(chain, stopOnError, nullptr);
-  ZOR_TRACE_PrintInfo(kFile, __LINE__, 0, kModule, ZOR_TRACE_INFO, "[end  notify %lld:%p:%s] return 0x%x.", LoopIndex(),
-                      address, shown, status);
+  zor::Trace(kModule, ZOR_TRACE_INFO, "[end  notify %lld:%p:%s] return 0x%x.", LoopIndex(), address, shown, status);
   return status;
 }
