@@ -1,4 +1,4 @@
-// Configuration requests and process helpers: what they send, and what they make of the answer.
+// Configuration requests and process helpers: what they send, and how they treat the reply.
 #include <gtest/gtest.h>
 #include <sys/utsname.h>
 #include <zor/cfm.h>
@@ -50,7 +50,7 @@ TEST_F(Requests, ThatAreToldCarryTheCurrentUser) {
   ExpectSent(0x500F, 0, std::string("\1\0\0\0\x09\0\0\0", 8));
 }
 
-TEST_F(Requests, ThatAskReturnTheAnswersWordOrTheFailure) {
+TEST_F(Requests, ThatAskReturnTheWordOfTheReplyOrTheFailure) {
   ZOR_DBSetCurrUser(9);
   const struct {
     std::function<uint32_t()> ask;
@@ -124,7 +124,7 @@ TEST_F(Requests, PostAScriptBehindItsTargetUpToTheAllocationLimit) {
 
 }  // namespace
 
-// Stands in for the C library's, for the library too.
+// Replaces the C library's function, for the library too.
 extern "C" ZOR_API int uname(struct utsname *kernel) noexcept {
   if (kernelRelease == nullptr) return -1;
   std::snprintf(kernel->release, sizeof kernel->release, "%s", kernelRelease);

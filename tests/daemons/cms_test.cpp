@@ -46,14 +46,14 @@ class Cms : public BusDaemonTest {
     client.Register(name);
     return client;
   }
-  // The result of a request; checks that the answer has the request's type and no body.
+  // The result of a request; checks that the reply has the request's type and no body.
   uint32_t Ask(uint32_t type, const std::string &body = {}, uint32_t data = 0) {
-    const Message answer = client_.Ask(MakeMessage(type, "", "", data, body));
-    EXPECT_EQ(answer.header.type, type);
-    EXPECT_EQ(answer.body, "");
-    return answer.header.data;
+    const Message reply = client_.Ask(MakeMessage(type, "", "", data, body));
+    EXPECT_EQ(reply.header.type, type);
+    EXPECT_EQ(reply.body, "");
+    return reply.header.data;
   }
-  // Sends what is not answered, then waits until it is done: the daemon does one thing after another.
+  // Sends a one-way message, then waits until it was handled: the daemon handles messages in order.
   void Tell(uint32_t type, uint32_t data = 0, const std::string &body = {}) {
     client_.Send(MakeMessage(type, "", "", data, body));
     Ask(ZOR_MSG_KILL_ALL_DYN_APP);

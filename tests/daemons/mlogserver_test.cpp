@@ -51,7 +51,7 @@ class MlogServer : public testing::Test {
     std::ifstream stream(root_.Path("/online/log/mlog.log"), std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
   }
-  // Whether the server still answers a client that behaves.
+  // Whether the server still replies to a well-behaved client.
   bool IsAlive() {
     char value[16] = "";
     return set_mlog_stat_info("alive", "yes") == 0 && get_mlog_stat_info("alive", value, sizeof value) == 0 &&
@@ -70,7 +70,7 @@ TEST_F(MlogServer, KeepsLinesAndSaysNothingMoreThanWhereItListens) {
   mlog_print("cut", ZOR_MLOG_INFO, "%s", std::string(2000, 'x').c_str());
   for (int i = 0; i < 300; ++i) mlog_print("next", ZOR_MLOG_INFO, "line %d.", i);
   EXPECT_EQ(inform_mlogger_power_off(), 0);
-  EXPECT_THAT(Log(), HasSubstr("[next][INFO]:line 299.\n")) << "all is saved when the notice is answered";
+  EXPECT_THAT(Log(), HasSubstr("[next][INFO]:line 299.\n")) << "all is saved before the reply to the notice";
   EXPECT_THAT(Log(), HasSubstr("x\n[")) << "a line that was cut ends in a newline too";
   server_->Signal(SIGSTOP);
   mlog_print("last", ZOR_MLOG_INFO, "queued");
@@ -83,7 +83,7 @@ TEST_F(MlogServer, KeepsLinesAndSaysNothingMoreThanWhereItListens) {
   EXPECT_FALSE(fs::exists(root_.Path("/var/mlog/mlogServer")));
 }
 
-TEST_F(MlogServer, ReportsMalformedDatagramsAndDoesNotWaitForAClientThatReadsNoAnswers) {
+TEST_F(MlogServer, ReportsMalformedDatagramsAndDoesNotWaitForAClientThatReadsNoReplies) {
   Serve();
   const LogSocket client("hostile");
   const struct {
@@ -110,7 +110,7 @@ TEST_F(MlogServer, ReportsMalformedDatagramsAndDoesNotWaitForAClientThatReadsNoA
 
   const ZOR_MLOG_MSG msg = {ZOR_MLOG_GET_STAT, sizeof(ZOR_MLOG_STAT), "name"};
   for (int i = 0; i < 2000; ++i) ASSERT_EQ(mlog_send_msg(client.fd(), &msg, ZOR_MLOG_SERVER_NAME), 0);
-  EXPECT_TRUE(WaitUntil([&] { return IsAlive(); })) << "unread answers must not use up the room of others";
+  EXPECT_TRUE(WaitUntil([&] { return IsAlive(); })) << "unread replies must not use up the room of others";
   EXPECT_THAT(errors_.Text(), HasSubstr("/var/mlog/hostile\" dropped"));
 }
 

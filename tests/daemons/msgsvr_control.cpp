@@ -15,25 +15,25 @@ const std::string kKilobyte(1000, 'x');
 
 class MsgsvrControlTest : public OwnMsgsvrTest {
  protected:
-  // The answer to an operator's request, its body fetched from its file as the library does it.
+  // The reply to an operator's request, its body fetched from its file as the library does.
   Message Control(uint32_t type, const std::string &body = "") {
-    Message answer = operator_.Ask(MakeRequest(type, body, 0, 77));
-    EXPECT_EQ(answer.header.type & ZOR_MSG_TYPE_MASK, type);
-    EXPECT_EQ(answer.header.sequence, 77u);
-    if ((answer.header.type & ZOR_MSG_BODY_IN_FILE) == 0) return answer;
-    const std::string path = RealPath(answer.body.c_str());
+    Message reply = operator_.Ask(MakeRequest(type, body, 0, 77));
+    EXPECT_EQ(reply.header.type & ZOR_MSG_TYPE_MASK, type);
+    EXPECT_EQ(reply.header.sequence, 77u);
+    if ((reply.header.type & ZOR_MSG_BODY_IN_FILE) == 0) return reply;
+    const std::string path = RealPath(reply.body.c_str());
     std::ifstream file(path);
-    answer.body.assign(std::istreambuf_iterator<char>(file), {});
+    reply.body.assign(std::istreambuf_iterator<char>(file), {});
     std::filesystem::remove(path);
-    return answer;
+    return reply;
   }
   uint32_t Result(uint32_t type, const std::string &body = "") { return Control(type, body).header.data; }
 
-  // Reads the list anew.
+  // Reads the list again.
   void List() {
-    const Message answer = Control(ZOR_MSG_CONTROL_LIST);
-    list_.reset(cJSON_Parse(answer.body.c_str()));
-    ASSERT_NE(list_, nullptr) << answer.body;
+    const Message reply = Control(ZOR_MSG_CONTROL_LIST);
+    list_.reset(cJSON_Parse(reply.body.c_str()));
+    ASSERT_NE(list_, nullptr) << reply.body;
   }
   // What the list says about a client, a member of it or of that member's object.
   const cJSON *Of(const std::string &name, const char *member, const char *inner = nullptr) const {
@@ -61,12 +61,12 @@ class MsgsvrControlTest : public OwnMsgsvrTest {
     return text;
   }
 
-  // Begins to copy to the operator.
+  // Starts copying to the operator.
   uint32_t Monitor(const ZOR_CONTROL_FILTER &filter) {
     return Result(ZOR_MSG_CONTROL_MONITOR, {reinterpret_cast<const char *>(&filter), sizeof filter});
   }
 
-  // What a daemon of the name gets when it registers, as operators are told, and what is in the reply.
+  // The trace settings of a daemon of that name: what operators see and what the registration's reply carries.
   std::string Trace(std::string name) {
     name.resize(ZOR_MSG_NAME_SIZE);
     return Control(ZOR_MSG_CONTROL_TRACE_GET, name).body;
@@ -82,7 +82,7 @@ class MsgsvrControlTest : public OwnMsgsvrTest {
   Json list_;
 };
 
-TEST_F(MsgsvrControlTest, AnswersNobodyButRootAndTheServersOwnUser) {
+TEST_F(MsgsvrControlTest, RepliesOnlyToRootAndTheServersOwnUser) {
   StartWithOperator("tcp = 127.0.0.1:0\n");
   EXPECT_EQ(Result(ZOR_MSG_CONTROL_LIST), ZOR_CONTROL_OK);
   EXPECT_EQ(Result(ZOR_MSG_CONTROL_LIST, "x"), ZOR_CONTROL_MALFORMED);
@@ -128,7 +128,7 @@ TEST_F(MsgsvrControlTest, ListsWhatADaemonHasLeftUnread) {
   EXPECT_EQ(Number("receiver", "waiting", "messages"), 3);
   EXPECT_EQ(Number("receiver", "waiting", "bytes"), 3 * 1040);
   EXPECT_TRUE(cJSON_IsFalse(Of("receiver", "waiting", "at_least")));
-  // In its socket and in the server's queue.
+  // Both in its socket and in the server's queue.
   for (int i = 0; i < 500; ++i) sender_.Send(MakeMessage(kType, "", "receiver", 0, kKilobyte));
   Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
   List();
@@ -151,7 +151,7 @@ TEST_F(MsgsvrControlTest, ListsWhoWaitsForWhom) {
   EXPECT_EQ(Pending("sender"), "receiver 16385, receiver 16387, ") << "what went nowhere is not pending";
   EXPECT_EQ(Pending("receiver"), "sender 16386!, ");
   EXPECT_EQ(Pending("ctl1"), " 20504, ") << "at a barrier";
-  // Answered by a new number, as many daemons do it; a request of another type is no answer, whatever its number.
+  // Many daemons reply with a new number; a request of another type is no reply, whatever its number.
   receiver_.Send(MakeMessage(0x4001, "", "sender", 0, "", 12345));
   receiver_.Send(MakeMessage(0x9999, "", "sender", 0, "", 0x4003));
   ASSERT_EQ(sender_.Next().header.type, 0x4001u);
@@ -247,7 +247,7 @@ TEST_F(MsgsvrControlTest, NeitherWaitsForAStoppedMonitorNorCutsItOff) {
     }
   }
   EXPECT_EQ(copies + missed, last + 1);
-  // What is missing behind the latest copy, the end tells.
+  // The end report counts what was missed after the latest copy.
   operator_ = Client("ctl10");
   ASSERT_EQ(Monitor({"", 0, kType, 0}), ZOR_CONTROL_OK);
   for (uint32_t i = 0; i < kMessages; ++i) {

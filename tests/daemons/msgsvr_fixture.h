@@ -20,7 +20,7 @@
 
 namespace zor::test {
 
-inline constexpr uint32_t kType = 0x1234;  // of ordinary messages
+inline constexpr uint32_t kType = 0x1234;  // type of ordinary messages
 
 inline std::string NameOf(const char (&field)[ZOR_MSG_NAME_SIZE]) {
   return {field, ::strnlen(field, sizeof field)};
@@ -31,12 +31,12 @@ inline Message MakeRequest(uint32_t type, const std::string &body = "", uint32_t
   return MakeMessage(type, "", "", data, body, sequence);
 }
 
-// How many bear the name.
+// How many clients have the name.
 inline Message MakeCount(const std::string &name) {
   return MakeRequest(ZOR_MSG_GET_PROCESS_NUM, name, 0, 6);
 }
 
-// A message whose body lies in a file.
+// A message whose body is in a file.
 inline Message MakeFileMessage(uint32_t type, const std::string &destination, std::string path) {
   path.resize(ZOR_MSG_FILE_PATH_SIZE);
   return MakeMessage(type | ZOR_MSG_BODY_IN_FILE, "", destination, 0, path);
@@ -48,13 +48,13 @@ inline bool IsNotice(const Message &message, uint32_t type) {
          message.header.bodyLength == 0 && NameOf(message.header.source).empty();
 }
 
-// Sends a message that is not answered and waits until the server has handled it: its answer to a question says so.
+// Sends a one-way message and waits until the server has handled it, shown by its reply to a later request.
 inline void Tell(const WireClient &client, const Message &message) {
   client.Send(message);
   EXPECT_EQ(client.Ask(MakeCount("nobody")).header.type, ZOR_MSG_GET_PROCESS_NUM);
 }
 
-// Waits until so many bear the name.
+// Waits until that many clients have the name.
 inline void AwaitCount(const WireClient &client, const std::string &name, uint32_t count) {
   EXPECT_TRUE(WaitUntil([&] { return client.Ask(MakeCount(name)).header.data == count; })) << name;
 }
@@ -62,7 +62,7 @@ inline void AwaitCount(const WireClient &client, const std::string &name, uint32
 class MsgsvrTest : public testing::Test {
  protected:
   void SetUp() override { Start(); }
-  // Every test also checks that the server ends well, without a leak.
+  // Every test also checks that the server exits cleanly, without a leak.
   void TearDown() override {
     if (!server_) return;
     server_->Signal(SIGTERM);
@@ -91,13 +91,13 @@ class MsgsvrTest : public testing::Test {
     return client;
   }
 
-  // Where a fixed path lies beneath the server's root.
+  // A fixed path beneath the server's root.
   std::string RealPath(const std::string &fixedPath) const {
     const std::string socket = other_ == nullptr ? root_.Path(ZOR_PATH_MSGSVR) : other_;
     return socket.substr(0, socket.size() - std::string(ZOR_PATH_MSGSVR).size()) + fixedPath;
   }
   bool Exists(const std::string &fixedPath) const { return std::filesystem::exists(RealPath(fixedPath)); }
-  // Makes a message file of this user that holds a text, replacing an older one; its fixed path.
+  // Writes a text to a message file of this user, replacing an older one; returns its fixed path.
   std::string MakeFile(const std::string &content = "content", const std::string &name = "msg_file_1") const {
     const std::string path = ZOR_PATH_MSG_FILE_DIR + name;
     std::filesystem::remove(RealPath(path));
@@ -109,10 +109,10 @@ class MsgsvrTest : public testing::Test {
   TempRoot root_;
   Capture log_{2};
   std::optional<Child> server_;
-  WireClient sender_, receiver_;  // of these names
+  WireClient sender_, receiver_;  // registered under these names
 };
 
-// Tests that need a server with settings of their own, or its log: they start it themselves.
+// Tests that need their own settings or the server's log: they start it themselves.
 class OwnMsgsvrTest : public MsgsvrTest {
  protected:
   void SetUp() override {

@@ -1,4 +1,4 @@
-// Body files and descriptors on their way through the server.
+// How body files and descriptors pass through the server.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,13 +23,13 @@ struct Pipe {
   ~Pipe() {
     for (const int end : ends) ::close(end);
   }
-  // Whether no other copy of the writing end is open any more once this process has closed its own.
+  // Whether this process held the last copy of the writing end.
   bool OnlyCopyLeft() {
     ::close(std::exchange(ends[1], -1));
     char byte;
     return WaitUntil([&] { return ::read(ends[0], &byte, 1) == 0; });
   }
-  // Whether the descriptor, which is closed, is another writing end.
+  // Whether the descriptor is another writing end; closes it.
   bool IsWrittenBy(int descriptor) const {
     char byte;
     const bool written = ::write(descriptor, "x", 1) == 1;
@@ -42,7 +42,7 @@ struct Pipe {
 TEST_F(MsgsvrTest, RefusesFilesThatAreNoMessageFilesOfTheSender) {
   const std::string good = MakeFile();
   const std::string foreign = MakeFile("content", "msg_file_foreign");
-  // Only root can give a file away; without it the file is none at all.
+  // Only root can give a file away; otherwise remove the file.
   if (::chown(RealPath(foreign).c_str(), 12345, 12345) != 0) fs::remove(RealPath(foreign));
   fs::create_directories(RealPath("/var/run/msg/sub"));
   fs::create_symlink(RealPath(good), RealPath("/var/run/msg/link"));
@@ -93,7 +93,7 @@ TEST_F(MsgsvrTest, GivesEverySubscriberAFileOfItsOwn) {
 
 TEST_F(MsgsvrTest, PassesADescriptorToTheReceiverOfTheLatestMessageWhereverTheReceiveBufferEnds) {
   const Pipe pipe;
-  // Around the sizes that a server's buffer is likely to have, so that it ends inside the two bytes once.
+  // Covers the likely sizes of the server's buffer, so that it once ends between the two bytes.
   for (const size_t size : {64u, 4096u, 16384u, 32768u, 65536u}) {
     for (size_t total = size - 2; total <= size; ++total) {
       const auto message = [](size_t length) {
@@ -102,7 +102,7 @@ TEST_F(MsgsvrTest, PassesADescriptorToTheReceiverOfTheLatestMessageWhereverTheRe
       std::string stream;
       while (total - stream.size() > 2048) stream += message(1024).Bytes();
       stream += message(total - stream.size()).Bytes();
-      if (server_) server_->Signal(SIGSTOP);  // so that it finds all of it at once
+      if (server_) server_->Signal(SIGSTOP);  // so that it reads everything at once
       sender_.Send(stream);
       sender_.SendDescriptor(pipe.ends[1]);
       sender_.Send(MakeMessage(kType, "", "receiver", 1));

@@ -12,18 +12,18 @@ namespace {
 
 const std::string kKilobyte(1000, 'x');
 
-// Fills the socket and the server's queue of a client that does not read, until the server has ended it.
+// Fills the socket and the queue of a client that does not read, until the server disconnects it.
 void FloodUntilGone(const WireClient &sender, const std::string &destination) {
-  Message answer;
+  Message reply;
   do {
     for (int i = 0; i < 50; ++i) sender.Send(MakeMessage(kType, "", destination, 0, kKilobyte));
     sender.Send(MakeCount(destination));
-    do answer = sender.Next();
-    while (IsNotice(answer, kType));
-  } while (answer.header.type == ZOR_MSG_GET_PROCESS_NUM && answer.header.data > 0);
+    do reply = sender.Next();
+    while (IsNotice(reply, kType));
+  } while (reply.header.type == ZOR_MSG_GET_PROCESS_NUM && reply.header.data > 0);
 }
 
-// A few frames with known types and small lengths but random content, and random bytes behind them.
+// A few frames with known types and small lengths but random content, followed by random bytes.
 std::string Garbage(std::mt19937 &random) {
   constexpr uint32_t kTypes[] = {0x701,  0x702,  0x703,   0x705,   0x706,   0x708,   0x109,   0x10A,   0x10D,
                                  0x5018, 0x5019, 0x2DA05, 0xFF000, 0xFF001, 0xFF002, 0xFF003, 0xFF004, 0xFF005};
@@ -80,7 +80,7 @@ TEST_F(OwnMsgsvrTest, CutsOffAReaderThatHasStoppedAndSaysWhatItLost) {
     }
     return 0;
   });
-  // More than the socket takes, so that the file waits in the queue.
+  // More than fits the socket, so that the file waits in the queue.
   for (int i = 0; i < 300; ++i) flooder.Send(MakeMessage(kType, "", "stopped", 0, kKilobyte));
   const std::string path = MakeFile();
   flooder.Send(MakeFileMessage(kType, "stopped", path));
@@ -100,7 +100,7 @@ TEST_F(OwnMsgsvrTest, TellsADaemonItsSettingsAndSaysWhenItStopsReporting) {
     ZOR_TRACE_SETTINGS_HEAD head;
     ZOR_TRACE_SETTINGS_ENTRY entries[3];
   };
-  // "all" comes first, since it makes a daemon forget the others.
+  // "all" comes first, since it makes a daemon drop the others.
   const Settings web = {{1, 1}, {1, 0, 4096, ""}, {{0, "all", 8}, {0, "msg", 16}, {0, "loop", 3}}};
   const Settings other = {{1, 60}, {0, 0, 1024, "10.0.0.1:5000"}, {}};
   const auto bytes = [](const Settings &settings, size_t entries) {
@@ -139,7 +139,7 @@ TEST_F(OwnMsgsvrTest, ServesDaemonsOfOtherBoardsOverTcp) {
   EXPECT_EQ(NameOf(remote.Next().header.source), "sender");
   remote.Send(MakeMessage(kType, "", "receiver", 2));
   EXPECT_EQ(receiver_.Next().header.data, 2u);
-  // Files stay on their board: refused from there, and not sent there.
+  // Files stay on their board: the server neither accepts them from another board nor sends them there.
   const std::string path = MakeFile();
   EXPECT_TRUE(IsNotice(remote.Ask(MakeFileMessage(kType, "receiver", path)), kType));
   EXPECT_TRUE(Exists(path));

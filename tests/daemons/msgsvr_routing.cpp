@@ -1,4 +1,4 @@
-// Names, where messages go, and the notice when they go nowhere.
+// Names, routing, and the notice for undeliverable messages.
 #include <cstring>
 #include <vector>
 
@@ -62,12 +62,12 @@ TEST_F(MsgsvrTest, ANameMeansItsOldestProcess) {
   EXPECT_EQ(second.Next().header.data, 2u);
 }
 
-TEST_F(MsgsvrTest, AnswersForAnAbsentDaemonWithANotice) {
+TEST_F(MsgsvrTest, RepliesForAnAbsentDaemonWithANotice) {
   const Message notice = sender_.Ask(MakeMessage(kType | 0x00700000u, "", "nobody", 3, "body", 21));
   EXPECT_TRUE(IsNotice(notice, kType));
   EXPECT_EQ(notice.header.sequence, 21u);
   EXPECT_EQ(NameOf(notice.header.destination), "sender");
-  // A notice is never answered with a notice.
+  // A notice never causes another notice.
   for (const char *destination : {"nobody", ""})
     Tell(sender_, MakeMessage(ZOR_MSG_SEND_FAILED_NOTICE, "", destination));
 }
@@ -83,7 +83,7 @@ TEST_F(OwnMsgsvrTest, RoutesRequestsWithoutDestinationByTheirTypeWithThoseOfItsS
       {cms, {0x5001, 0x500F, 0x5025, 0x502B, 0x5033, 0x5035, 0x503F, 0x504D, 0x26E00, 0x26E10}},
       {lctrl, {0x2CF01, 0x2CF05}},
       {receiver_, {0x5009, 0x9990, 0x9999}},
-      {sender_, {0x5040, 0x999A, 0x502C}},  // nobody's: it gets the notice
+      {sender_, {0x5040, 0x999A, 0x502C}},  // without a recipient: it gets the notice
   };
   for (const auto &[target, types] : cases) {
     for (const uint32_t type : types) {
@@ -159,7 +159,7 @@ TEST_F(MsgsvrTest, PassesFramesOnHoweverTheyAreTornWithTheGrantedNameWhateverThe
 }
 
 TEST_F(MsgsvrTest, ReleasesThoseWhoWaitAtABarrierAndRemembersAPostThatComesFirst) {
-  const std::string longName = "name_that_is_cut";  // a post carries it whole, a wait cut to a name
+  const std::string longName = "name_that_is_cut";  // a post carries it whole, a wait truncates it
   const Message post = MakeRequest(ZOR_MSG_SYNC_POST, longName);
   const auto wait = [&](uint32_t sequence) {
     return MakeRequest(ZOR_MSG_SYNC_WAIT, longName.substr(0, 11), 0, sequence);
@@ -168,8 +168,7 @@ TEST_F(MsgsvrTest, ReleasesThoseWhoWaitAtABarrierAndRemembersAPostThatComesFirst
   EXPECT_EQ(receiver_.Ask(wait(1)).header.sequence, 1u);
   const WireClient other = Client("other");
   Tell(other, wait(2));
-  for (const uint32_t sequence : {3u, 4u})
-    Tell(receiver_, wait(sequence));  // the first has been given up by its sender
+  for (const uint32_t sequence : {3u, 4u}) Tell(receiver_, wait(sequence));  // the sender has given up the first
   Tell(sender_, MakeRequest(ZOR_MSG_SYNC_POST, "another"));
   EXPECT_TRUE(other.NothingArrived());
   Tell(sender_, post);
@@ -183,8 +182,8 @@ TEST_F(MsgsvrTest, ReleasesThoseWhoWaitAtABarrierAndRemembersAPostThatComesFirst
 TEST_F(MsgsvrTest, SendsOneCopyOfAnEventToEachSubscriberUntilItUnsubscribes) {
   WireClient all = Client("all");
   WireClient both = Client("both");
-  Subscribe(receiver_, kEvent & 0xff);  // the last byte names the event as well
-  Subscribe(receiver_, 0x12345);        // and this names none
+  Subscribe(receiver_, kEvent & 0xff);  // the last byte selects the event too
+  Subscribe(receiver_, 0x12345);        // no such event
   Subscribe(all, kAllEvents);
   Subscribe(both, kEvent);
   Subscribe(both, kAllEvents);

@@ -16,7 +16,7 @@ Child NotifyServerTest::Run(const std::string &settings) const {
 }
 
 void NotifyServerTest::Start(const std::string &settings) {
-  log_.reset();  // before the next one takes its place
+  log_.reset();  // before the next one replaces it
   log_ = std::make_unique<Capture>(STDERR_FILENO);
   server_ = std::make_unique<Child>(Run(settings));
   ASSERT_TRUE(server_->WaitForOutput("notifyserver: listening on /var/run/notify/notifyserver\n"));
@@ -41,13 +41,13 @@ BusPeer NotifyServerTest::Register(uint32_t mid) const {
   return client;
 }
 
-// Nobody registers the server's own id, so a request to it comes back at once.
+// No client registers the server's own id, so a request to it returns at once.
 void NotifyServerTest::Settle(const BusPeer &client, uint32_t mid) {
   const NotifyFrame ping = MakeRequest(0x7fffffff, 0x7fffffff, mid, ZOR_NOTIFY_MID_SERVER);
   client.Send(ping.Bytes());
-  const auto answer = ReceiveNotify(client);
-  ASSERT_TRUE(answer);
-  ASSERT_EQ(answer->Bytes(), MakeAnswer(ping).Bytes());
+  const auto reply = ReceiveNotify(client);
+  ASSERT_TRUE(reply);
+  ASSERT_EQ(reply->Bytes(), MakeReply(ping).Bytes());
 }
 
 }  // namespace zor::test

@@ -23,7 +23,7 @@ class NotifyServerTest : public testing::Test {
   Child Run(const std::string &settings) const;
   // Starts the server and waits until it listens.
   void Start(const std::string &settings = "");
-  // Stops it and returns what it has logged.
+  // Stops it and returns its log.
   std::string Stop();
 
   // A connection that has sent nothing yet.

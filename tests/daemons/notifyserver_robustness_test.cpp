@@ -19,10 +19,10 @@ void ExpectConversation(const BusPeer &web, const BusPeer &cms, uint32_t number)
   const NotifyFrame request = MakeRequest(kType, number, kWeb, kCms, "ask");
   web.Send(request.Bytes());
   ASSERT_TRUE(ReceiveNotify(cms));
-  cms.Send(MakeAnswer(request, "answer").Bytes());
-  const auto answer = ReceiveNotify(web);
-  ASSERT_TRUE(answer);
-  ASSERT_EQ(answer->Bytes(), MakeAnswer(request, "answer").Bytes());
+  cms.Send(MakeReply(request, "result").Bytes());
+  const auto reply = ReceiveNotify(web);
+  ASSERT_TRUE(reply);
+  ASSERT_EQ(reply->Bytes(), MakeReply(request, "result").Bytes());
 }
 
 NotifyFrame WithTags(uint32_t sync, uint32_t ack) {
@@ -49,8 +49,8 @@ TEST_F(NotifyServerRobustness, MalformedFrameEndsItsSenderAlone) {
     const char *reason;
   } faults[] = {
       {WithLengths(0x800001, 0, 0), "oversized"}, {WithLengths(2, 0xffffffff, 3), "parts longer than its data"},
-      {WithTags(2, 1), "not a notification"}, {WithTags(0, 2), "not a notification"},
-      {WithTags(1, 0), "not a notification"}, {MakeRegistration(9), "second id"},
+      {WithTags(2, 1), "not a notification"},     {WithTags(0, 2), "not a notification"},
+      {WithTags(1, 0), "not a notification"},     {MakeRegistration(9), "second id"},
   };
   for (const auto &fault : faults) {
     const BusPeer client = Register(kWeb);
@@ -89,10 +89,10 @@ TEST_F(NotifyServerRobustness, SlowReaderIsCutOffWhileOthersGoOn) {
     flood.Send(piece);
     Settle(flood, 2);
   }
-  // What ended the flood is the answer to the request that the slow reader never saw.
-  const auto answer = ReceiveNotify(web);
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(answer->Bytes(), MakeAnswer(asked).Bytes());
+  // The flood ends with the reply to the request that the slow reader never saw.
+  const auto reply = ReceiveNotify(web);
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->Bytes(), MakeReply(asked).Bytes());
   ExpectConversation(web, cms, 2);
 
   const std::string log = Stop();
@@ -116,7 +116,7 @@ TEST_F(NotifyServerRobustness, HonestClientsTalkOnDuringAStormOfGarbage) {
       if (random(3) == 0) *word = random(random(2) == 0 ? 120 : UINT32_MAX);
     }
     frame.data.assign(random(200), static_cast<char>(random(256)));
-    // What is addressed to the two would reach them, as it should.
+    // Messages addressed to the two would reach them.
     if (frame.head.des_id == kCms || frame.head.des_id == kWeb) frame.head.des_id = 0;
     const std::string bytes = frame.Bytes();
     noise.Send(std::string_view(bytes).substr(0, random(static_cast<uint32_t>(bytes.size()) + 1)));

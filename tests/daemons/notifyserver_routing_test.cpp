@@ -25,12 +25,12 @@ void ExpectFrame(const BusPeer &client, const NotifyFrame &expected) {
   EXPECT_EQ(frame->Bytes(), expected.Bytes());
 }
 
-TEST_F(NotifyServerRouting, RequestThatNobodyCanAnswerIsAnsweredWithoutDataAtOnce) {
+TEST_F(NotifyServerRouting, RequestWithoutARecipientGetsAnEmptyReplyAtOnce) {
   const BusPeer web = Register(kWeb);
   for (const uint32_t destination : {kCms, kWeb, ZOR_NOTIFY_MID_SERVER, 0u, 103u, 0xffffffffu}) {
     const NotifyFrame request = MakeRequest(kType, destination, kWeb, destination, "ask");
     web.Send(request.Bytes());
-    ExpectFrame(web, MakeAnswer(request));
+    ExpectFrame(web, MakeReply(request));
   }
 }
 
@@ -44,16 +44,16 @@ TEST_F(NotifyServerRouting, NextClientOfAModuleTakesOverWhenTheOldestDiesAndOpen
   web.Send(requests[0].Bytes() + requests[1].Bytes());
   device.Send(requests[2].Bytes());
   for (int count = 0; count < 3; ++count) ASSERT_TRUE(ReceiveNotify(oldest));
-  oldest.Send(MakeAnswer(requests[1], "last word").Bytes());
+  oldest.Send(MakeReply(requests[1], "last word").Bytes());
   oldest.Close();
-  ExpectFrame(web, MakeAnswer(requests[1], "last word"));
-  ExpectFrame(web, MakeAnswer(requests[0]));
-  ExpectFrame(device, MakeAnswer(requests[2]));
+  ExpectFrame(web, MakeReply(requests[1], "last word"));
+  ExpectFrame(web, MakeReply(requests[0]));
+  ExpectFrame(device, MakeReply(requests[2]));
   web.Send(requests[0].Bytes());
   ExpectFrame(next, requests[0]);
 }
 
-TEST_F(NotifyServerRouting, AnswerGoesOnceFromTheClientThatWasAskedToTheOneThatAsked) {
+TEST_F(NotifyServerRouting, ReplyGoesOnceFromTheClientThatWasAskedToTheOneThatAsked) {
   const BusPeer cms = Register(kCms);
   const BusPeer olderWeb = Register(kWeb);
   const BusPeer web = Register(kWeb);
@@ -62,23 +62,23 @@ TEST_F(NotifyServerRouting, AnswerGoesOnceFromTheClientThatWasAskedToTheOneThatA
   request.head.request_word = 99;
   web.Send(request.Bytes());
   ExpectFrame(cms, request);
-  device.Send(MakeAnswer(request, "forged").Bytes());
+  device.Send(MakeReply(request, "forged").Bytes());
   Settle(device, kDevice);
-  cms.Send(MakeAnswer(request, "true").Bytes() + MakeAnswer(request, "twice").Bytes());
+  cms.Send(MakeReply(request, "true").Bytes() + MakeReply(request, "twice").Bytes());
   Settle(cms, kCms);
-  ExpectFrame(web, MakeAnswer(request, "true"));
+  ExpectFrame(web, MakeReply(request, "true"));
   EXPECT_TRUE(web.NothingArrived());
   EXPECT_TRUE(olderWeb.NothingArrived());
 }
 
-// The result word and the text of the answer; the word is all ones when none comes.
+// The result word and the text of the reply; the word is all ones without a reply.
 std::pair<uint32_t, std::string> AskControl(const BusPeer &client, uint32_t type) {
   client.Send(MakeRequest(type, 9, 0, ZOR_NOTIFY_MID_SERVER).Bytes());
-  const auto answer = ReceiveNotify(client);
+  const auto reply = ReceiveNotify(client);
   uint32_t result = 0xffffffff;
-  if (!answer || answer->head.seq != 9 || answer->data.size() < sizeof result) return {result, ""};
-  std::memcpy(&result, answer->data.data(), sizeof result);
-  return {result, answer->data.substr(sizeof result)};
+  if (!reply || reply->head.seq != 9 || reply->data.size() < sizeof result) return {result, ""};
+  std::memcpy(&result, reply->data.data(), sizeof result);
+  return {result, reply->data.substr(sizeof result)};
 }
 
 TEST_F(NotifyServerRouting, OperatorSeesWhoIsConnectedWithoutRegistering) {

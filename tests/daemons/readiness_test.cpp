@@ -1,4 +1,4 @@
-// What the servers tell the service manager that starts them.
+// The servers' notifications to the service manager.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -20,7 +20,7 @@ namespace {
 
 struct Served {
   const char *program;
-  const char *path;  // of its socket; none for a client of the bus
+  const char *path;  // of its socket; null for a client of the bus
   int type = SOCK_STREAM;
 };
 

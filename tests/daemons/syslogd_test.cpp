@@ -30,7 +30,7 @@ class Syslogd : public BusDaemonTest {
     Stop(signal);
     Start();
   }
-  // What the query of that many records gives; checks that the count is that of the lines.
+  // The result of a query for that many records; checks that the count matches the lines.
   std::string Query(uint32_t type, uint32_t level, uint32_t language = 0, uint32_t count = 0) {
     uint32_t found = ~0u;
     EXPECT_EQ(ZOR_LOG_API_Query_Items(kResult, count, type, level, language, &found), ZOR_OK);
@@ -116,7 +116,7 @@ TEST_F(Syslogd, RefusesWhatMakesNoSense) {
   EXPECT_EQ(std::filesystem::file_size(root_.Path("/var/precious")), 8u);
   const WireClient raw = WireClient::Connect(root_.Path("/var/msgsvr"));
   raw.Register("raw");
-  for (const size_t size : {75u, 76u}) {  // too short, and a path without an end
+  for (const size_t size : {75u, 76u}) {  // too short, and a path without its NUL
     EXPECT_EQ(raw.Ask(MakeMessage(ZOR_LOG_MSG_QUERY, "", "syslog", 0, std::string(size, '/'))).header.data, 0xffffffff);
   }
 

@@ -133,35 +133,35 @@ TEST_F(DmMessages, WaitForTheNextMessageOfTheirTypeAndSetOthersAside) {
     bus_.peer.Send(MakeMessage(ZOR_MSG_SEND_FAILED_NOTICE, "", "tester", ZOR_MSG_DM));
     bus_.peer.Send(MakeMessage(ZOR_MSG_DM, "anyone", "tester", 0, body, 99));
     const Dm dm;
-    ZOR_DMMSG_HEAD *answer = dm.handle;
-    EXPECT_EQ(ZOR_DMMSG_SyncSend(dm.handle, &answer, 3000), status);
-    EXPECT_EQ(answer != nullptr, status == ZOR_OK);
-    ZOR_DMMSG_Free(answer);
+    ZOR_DMMSG_HEAD *reply = dm.handle;
+    EXPECT_EQ(ZOR_DMMSG_SyncSend(dm.handle, &reply, 3000), status);
+    EXPECT_EQ(reply != nullptr, status == ZOR_OK);
+    ZOR_DMMSG_Free(reply);
   }
   EXPECT_EQ(ZOR_UTIL_ListGetCount(&g_stMsgCtx.pending), std::size(cases));
   ZOR_MSG_QueueDestroy(&g_stMsgCtx.pending);
   EXPECT_EQ(ZOR_DMMSG_SyncSend(Dm().handle, nullptr, 20), ZOR_E_TIMEOUT);
 }
 
-TEST_F(DmMessages, AreAnsweredWithACodeOrWithItems) {
+TEST_F(DmMessages, GetACodeOrItemsInReply) {
   const std::string item = DmItem({"n", 2}, "v");
-  const std::pair<uint32_t, std::string> cases[] = {// the free room of the request decides
+  const std::pair<uint32_t, std::string> cases[] = {// depends on the free room of the request
                                                     {0, DmHead(1024, 0, 9) + item + std::string(1024 - 39, '\0')},
                                                     {984, DmHead(40, 0, 9) + item + std::string(1, '\0')},
                                                     {1000, DmHead(24, 0, 9)}};
   for (const auto &[requestFree, expected] : cases) {
     const Dm request(DmHead(24, requestFree));
-    Dm answer;
-    answer.Append("n", "v");
-    EXPECT_EQ(ZOR_DMMSG_Reply(request.handle, 9, answer.handle), ZOR_OK);
+    Dm reply;
+    reply.Append("n", "v");
+    EXPECT_EQ(ZOR_DMMSG_Reply(request.handle, 9, reply.handle), ZOR_OK);
     const auto sent = bus_.peer.ReceiveMessage();
     EXPECT_STREQ(sent->header.destination, "twelve-char");
     EXPECT_EQ(sent->body, expected);
   }
-  Dm answer;
-  answer.Append("n", "v");
-  EXPECT_EQ(ZOR_DMMSG_Reply(Dm(DmHead(24, 1001)).handle, 9, answer.handle), ZOR_E_DM_ARGUMENT);
-  EXPECT_EQ(ZOR_DMMSG_ReplyEx(nullptr, 9, answer.handle), ZOR_OK);
+  Dm reply;
+  reply.Append("n", "v");
+  EXPECT_EQ(ZOR_DMMSG_Reply(Dm(DmHead(24, 1001)).handle, 9, reply.handle), ZOR_E_DM_ARGUMENT);
+  EXPECT_EQ(ZOR_DMMSG_ReplyEx(nullptr, 9, reply.handle), ZOR_OK);
   EXPECT_EQ(bus_.peer.ReceiveMessage()->body, DmHead(1024, 985, 9) + item);
   const Dm request(DmHead(24, 0));
   EXPECT_EQ(ZOR_DMMSG_ReplyRetCode(request.handle, 5), ZOR_OK);

@@ -17,7 +17,7 @@ struct Release {
 };
 using Packet = std::unique_ptr<DnsPacket, Release>;
 
-// A block of exactly the message's size, so that a read behind it is an error.
+// A block of exactly the message's size, so that the sanitizer catches a read past the end.
 Packet MakePacket(const std::string &bytes) {
   Packet packet(static_cast<DnsPacket *>(std::malloc(offsetof(DnsPacket, data) + bytes.size())));
   packet->length = static_cast<uint32_t>(bytes.size());
@@ -63,7 +63,7 @@ TEST(DnsName, IsMeasuredAndExpandedByTwoDifferentRules) {
     const char *what;
     std::string bytes;
     size_t at;
-    uint32_t length;   // what is stepped over
+    uint32_t length;   // bytes to skip
     const char *name;  // null: malformed
     uint32_t consumed = 0;
     uint32_t capacity = ZOR_DNS_NAME_SIZE;

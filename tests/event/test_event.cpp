@@ -45,7 +45,7 @@ uint32_t SubscribeAgainAndFail(uint32_t type, const char *, uint32_t) {
 
 class Events : public testing::Test {
  protected:
-  // Has the message arrive over the bus and go the way of every message.
+  // Dispatches the message as if it had arrived over the bus.
   void Arrive(uint32_t type, const std::string &body) {
     bus_.peer.Send(MakeMessage(type, "publisher", "tester", 0, body));
     ZOR_MSG_HEAD *msg = nullptr;
@@ -54,7 +54,7 @@ class Events : public testing::Test {
     std::free(msg);
   }
   void ArriveWithItems(uint32_t type, const std::string &items) { Arrive(type, DmHead(24 + items.size(), 0) + items); }
-  // The items of the next message that was published, as they lie on the wire.
+  // The wire form of the items of the next published message.
   std::string PublishedItems() {
     const auto sent = bus_.peer.ReceiveMessage();
     EXPECT_EQ(sent->header.type, kLan);
@@ -92,8 +92,8 @@ TEST_F(Events, ArePublishedAsCompactJsonWithACopyOfThePayload) {
                                        "\"Timestamp\":\"[^\"]+Z\",\"Payload\":\\{\"n\":\\[1,\"\xff\"\\]\\}\\}"));
 }
 
-// Items before the event's name count; a second name begins anew but keeps the items; what has no name or no value, or
-// lacks its NUL, harms nothing.
+// Items before the event's name count; a second name starts a new event but keeps the items; items without a name,
+// value or NUL do no harm.
 TEST_F(Events, WithItemsBecomeFormattedJson) {
   ZOR_EVT_SubscribeAllEventCallBack(Note<'*'>);
   ArriveWithItems(kLan, DmItem({"a", 2}, "1") + Item("EventType", "old") + DmItem("", "nameless") +
@@ -121,7 +121,7 @@ TEST_F(Events, WithJsonReachTheirSubscribersAsTheyCameAndThenTheOneForAll) {
   EXPECT_EQ(ZOR_EVT_SubscribeSingelEventCallBack(0x2DA06, Note<'2'>), 0u);
   EXPECT_EQ(ZOR_EVT_SubscribeSingelEventCallBack(kQuorel, Note<'3'>), 0u);
   EXPECT_EQ(ZOR_EVT_SubscribeSingelEventCallBack(ZOR_EVT_ALL - 1, Note<'4'>), ZOR_EVT_FAILED);
-  Arrive(kQuorel, "[\xff");  // the publisher's business
+  Arrive(kQuorel, "[\xff");  // content is the publisher's responsibility
   Arrive(0x2DA3F, "");       // no module, no text
   EXPECT_THAT(seen, ElementsAre("1[\xff", "3[\xff", "*[\xff", "*"));
   EXPECT_EQ(ZOR_EVT_SubscribeSingelEventCallBack(0x2DA07, SubscribeAgainAndFail), 0u);

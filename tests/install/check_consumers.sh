@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds two daemons against installed files alone, and lets them talk on the bus that is there: the greeter that
-# README.md shows, in C through pkg-config, and a caller in C++ through find_package.
+# Builds two daemons against installed files only and lets them talk on the running bus: the greeter of README.md, in C
+# through pkg-config, and a caller in C++ through find_package.
 # Usage: check_consumers.sh README SOURCES DIRECTORY [RUN...]   (RUN: the command that runs a daemon)
 set -euo pipefail
 readme=$1 sources=$2 directory=$3
@@ -17,13 +17,13 @@ echo 'ok both are built'
 "${run[@]}" "$directory/greeter" &
 greeter=$!
 trap 'kill "$greeter" 2>/dev/null || true' EXIT
-# A message to a name that nobody bears is given up, so the caller tries until the greeter is there.
+# A message to an absent name is dropped, so the caller retries until the greeter is there.
 for _ in $(seq 100); do
   if timeout 1 "${run[@]}" "$directory/build/caller"; then
-    echo 'ok the greeter has answered'
+    echo 'ok the greeter replied'
     exit 0
   fi
   kill -0 "$greeter" || break
 done
-echo 'FAILED the greeter has not answered'
+echo 'FAILED the greeter did not reply'
 exit 1

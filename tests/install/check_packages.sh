@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What scripts/package-test.sh does inside the fresh folder, where the packages and the examples lie beside this file.
+# Runs for scripts/package-test.sh inside the fresh folder, with the packages and the examples beside this file.
 set -euo pipefail
 cd "$(dirname "$0")"
 chmod 755 /root . ./*  # for the users of the daemons
@@ -25,7 +25,7 @@ quietly() {
   output=$("$@" 2>&1) || fail "$*: $output"
 }
 
-# Every file but those of the package manager's and systemd's own bookkeeping and of the test.
+# Every file except the bookkeeping of the package manager and of systemd, and the test's own.
 list_files() {
   find / -xdev \( -path /run/systemd -o -path /var/lib/dpkg -o -path /var/lib/apt -o -path /var/cache -o -path /var/log \
     -o -path /tmp -o -path /root -o -name '*-' -path '/etc/*' \) -prune -o -print | LC_ALL=C sort

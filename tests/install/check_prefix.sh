@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what a consumer needs into an empty prefix and lets check_consumers.sh use it against the built server.
+# Installs the development files into an empty prefix and runs check_consumers.sh with them against the built server.
 # Usage: check_prefix.sh SOURCE-DIRECTORY BUILD-DIRECTORY LIBRARY-DIRECTORY
 set -euo pipefail
 source=$1 build=$2 libdir=$3

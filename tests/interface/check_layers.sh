@@ -38,7 +38,7 @@ check_library() {
   done
 }
 
-# What stands alone includes nothing but what the expression allows.
+# A part that stands alone includes only what the expression allows.
 check_alone() {
   includes_below "$1" "$2" | while read -r file included; do
     echo "$included" | grep -Eqx "$3" || echo "$1/$file: \"$included\" does not belong to this part"

@@ -1,4 +1,4 @@
-// The crash list, and what long and damaged files are to both lists.
+// The crash list, and how both lists handle long and damaged files.
 #include <cstdlib>
 
 #include "kivaapi/device_files.h"

@@ -45,7 +45,7 @@ TEST(LoginControl, AShortReplyIsFilledWithZerosAndAnEmptyOneTouchesNothing) {
   EXPECT_EQ(std::string(result, sizeof result), std::string("abc\0\0\0\0\0", 8));
 }
 
-TEST(LoginControl, ATimeOutIsPrintedAndAnsweredByOneRetryWithTheSameBody) {
+TEST(LoginControl, ATimeOutIsPrintedAndFollowedByOneRetryWithTheSameBody) {
   LoopbackBus bus;
   std::thread service([&] {
     const std::optional<Message> first = bus.peer.ReceiveMessage();

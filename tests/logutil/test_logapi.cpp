@@ -38,14 +38,14 @@ std::string Record(uint32_t typeLevel, uint32_t index, uint16_t count, uint16_t 
 
 class LogApi : public testing::Test {
  protected:
-  // What the library has sent; checks that it is for the log daemon.
+  // The message that the library has sent; checks that it goes to the log daemon.
   Message Sent(uint32_t type) {
     const Message message = bus_.peer.ReceiveMessage().value_or(Message{});
     EXPECT_EQ(message.header.type, type);
     EXPECT_STREQ(message.header.destination, "syslog");
     return message;
   }
-  void QueueAnswer(uint32_t type, uint32_t word) { bus_.peer.Send(MakeMessage(type, "syslog", "tester", word)); }
+  void QueueReply(uint32_t type, uint32_t word) { bus_.peer.Send(MakeMessage(type, "syslog", "tester", word)); }
 
   zor::test::TempRoot root_;
   zor::test::LoopbackBus bus_;
@@ -56,7 +56,7 @@ TEST_F(LogApi, StoresEachParameterInAPaddedSlotAndWaitsWhenTheItemSaysSo) {
   const Message message = Sent(0x4B01);
   EXPECT_EQ(message.body, Record(0, kLogin, 3, 16, Padded("a", 4) + Padded("$\\0 \\0$", 8) + Padded("bcd", 4)));
   EXPECT_EQ(message.header.sequence, 0u);
-  QueueAnswer(0x4B01, 0);
+  QueueReply(0x4B01, 0);
   EXPECT_EQ(ZOR_LOG_API_Record_Log(kReboot, "admin", static_cast<char *>(nullptr)), ZOR_OK);
   EXPECT_NE(Sent(0x4B01).header.sequence, 0u) << "waits";
 }
@@ -85,17 +85,17 @@ TEST_F(LogApi, RecordsKernelLinesOfUpTo256Characters) {
   EXPECT_EQ(output.Text(), "[Warning] ZOR_LOG_API_Record_KLog paras are too long, at least 1000 bytes...\n");
 }
 
-TEST_F(LogApi, AsksAndHandsOutTheAnswersDataWord) {
+TEST_F(LogApi, AsksAndReturnsTheDataWordOfTheReply) {
   const std::string path(70, 'p');
   uint32_t result = 0;
-  QueueAnswer(0x4B04, 12);
+  QueueReply(0x4B04, 12);
   EXPECT_EQ(ZOR_LOG_API_Query_Items("/var/x", 5, 0x2, 0x120, 7, &result), ZOR_OK);
   EXPECT_EQ(result, 12u);
   EXPECT_EQ(Sent(0x4B04).body, Raw(7u) + Raw(0x220u) + Raw(5u) + Padded("/var/x", 64));
-  QueueAnswer(0x4B03, 13);
+  QueueReply(0x4B03, 13);
   EXPECT_EQ(ZOR_LOG_API_System_Query_Items(path.c_str(), 6, nullptr), ZOR_OK);
   EXPECT_EQ(Sent(0x4B03).body, Raw(~0u) + Raw(~0u) + Raw(6u) + path.substr(0, 63) + '\0');
-  QueueAnswer(ZOR_MSG_SEND_FAILED_NOTICE, 0x4B03);
+  QueueReply(ZOR_MSG_SEND_FAILED_NOTICE, 0x4B03);
   EXPECT_EQ(ZOR_LOG_API_System_Query_Items("x", 0, &result), ZOR_E_PEER_GONE);
   EXPECT_EQ(result, 12u);
 }

@@ -1,4 +1,4 @@
-// What the loop's tests share: a loop of their own, watchers whose callbacks are closures, and the trace as text.
+// Fixture of the loop's tests: their own loop, watchers whose callbacks are closures, and the trace as text.
 #ifndef TESTS_LOOP_LOOP_FIXTURE_H
 #define TESTS_LOOP_LOOP_FIXTURE_H
 
@@ -44,7 +44,7 @@ class Trace {
   Capture output_;
 };
 
-// Two connected stream sockets, close-on-exec. Not closed: watchers close what they are given.
+// Two connected stream sockets, close-on-exec. Watchers close them.
 struct SocketPair {
   SocketPair() {
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
@@ -96,7 +96,7 @@ class LoopTest : public testing::Test {
   std::deque<std::function<void(uint32_t)>> actions_;  // the data of the watchers
   void *Keep(std::function<void(uint32_t)> action) { return &actions_.emplace_back(std::move(action)); }
   static void Act(void *data, uint32_t event) {
-    const auto action = *static_cast<std::function<void(uint32_t)> *>(data);  // which may free its own record
+    const auto action = *static_cast<std::function<void(uint32_t)> *>(data);  // the action may free its own record
     action(event);
   }
 };

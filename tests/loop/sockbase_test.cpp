@@ -81,11 +81,11 @@ TEST_F(SockBaseTest, DeletingByNumberSparesPlainWatchers) {
 
 TEST_F(SockBaseTest, AWaitForAResponseCallsOnceForItOrForTheTimeOut) {
   std::vector<uint32_t> timedOut;
-  for (const bool answered : {true, false}) {
+  for (const bool arrives : {true, false}) {
     const SocketPair pair;
-    if (answered) pair.MakeReadable();
+    if (arrives) pair.MakeReadable();
     ZOR_UTIL_SockbaseWaitSockResponseAsync(
-        pair.near, 0, answered ? 60000 : 20, &timedOut, [](SockBase *sockBase, uint32_t) {
+        pair.near, 0, arrives ? 60000 : 20, &timedOut, [](SockBase *sockBase, uint32_t) {
           auto *self = static_cast<SockAsyncWait *>(sockBase->io.header.data);
           static_cast<std::vector<uint32_t> *>(self->userData)->push_back(self->timedOut);
           EXPECT_EQ(self->timer == nullptr, self->timedOut != 0);

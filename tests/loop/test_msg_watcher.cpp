@@ -28,7 +28,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using zor::test::MakeMessage;
 
-// What the watcher's owner and the handlers of one test saw and do.
+// What the watcher's owner and the handlers of one test recorded, and what they do.
 struct Seen {
   std::vector<std::string> bodies;   // of messages that reached the default handler
   std::vector<std::string> replies;  // "status:data" of each reply callback

@@ -12,7 +12,7 @@ using Fields = std::pair<int32_t, int32_t>;
 
 class Timer : public LoopTest {
  protected:
-  // One timer pass at a time of the test's choice.
+  // One timer pass at the given time.
   Fields PassAt(UvTime now) {
     loop_.now = now;
     UvTime timeout = {};

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # usage: check_example.sh PAGE SOURCE_DIR BUILD_DIR COMPILER [FLAG...]
-# What msgapi(7) shows works as it stands: its daemon builds, and its commands, typed one after the other, get an answer.
-# The README shows the same daemon.
+# The example of msgapi(7) works as printed: its daemon builds, and its commands, typed in order, get replies. The README
+# shows the same daemon.
 set -euo pipefail
 page=$1 source=$2 build=$3
 

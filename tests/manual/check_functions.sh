@@ -1,7 +1,7 @@
 #!/bin/sh
 # usage: check_functions.sh LIST PAGES
-# Every name that the libraries export has a page in section 3 that names, shows and describes it and has an example or
-# leads to one, and there is no other page.
+# Every exported name has a page in section 3 that names, declares and describes it and has an example or refers to one;
+# there are no other pages.
 set -eu
 list=$1 pages=$2
 

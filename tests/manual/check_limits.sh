@@ -1,6 +1,6 @@
 #!/bin/sh
 # usage: check_limits.sh SOURCE_DIR DOCUMENT
-# The tables of limits in the document are those that the headers give.
+# The tables of limits in the document match the headers.
 set -eu
 source=$1 document=$2
 

@@ -1,7 +1,7 @@
 #!/bin/sh
 # usage: check_settings.sh SERVER PAGE DOCUMENT
-# The settings that the server's --help names, with their defaults, are those of its page in section 5, and each stands
-# in the table of the server's chapter of the document.
+# The settings of the server's --help, with their defaults, match its page in section 5, and each is in the table of the
+# server's chapter of the document.
 set -eu
 server=$1 page=$2 document=$3
 
@@ -12,7 +12,7 @@ sed -nE 's/^\.It Ic ([A-Za-z_.]+) = ?(.*)$/\1 = \2/p' "$page" | LC_ALL=C sort >"
 [ -s "$work/help" ] || { echo "$server --help names no settings"; exit 1; }
 diff "$work/help" "$work/page"
 
-# "none" stands for no value; what is not a figure or a path is explained elsewhere.
+# "none" means no value; defaults other than figures and paths are explained elsewhere.
 awk -v name="$(basename "$server")" '/^## / { on = $2 == name } on && /^\| `/' "$document" |
   sed -nE 's/^\| `([A-Za-z_.]+)` \| `?([^`|]*[^`| ])`? \|.*/\1 = \2/p' | sed -E 's/ = (none|below|stdout)$/ = /' |
   LC_ALL=C sort >"$work/document"

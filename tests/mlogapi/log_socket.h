@@ -1,4 +1,4 @@
-// A socket among those of the log: the daemon that a client under test talks to, or a client of the daemon under test.
+// A socket of the log: the daemon that a client under test talks to, or a client of the daemon under test.
 #ifndef TESTS_MLOGAPI_LOG_SOCKET_H
 #define TESTS_MLOGAPI_LOG_SOCKET_H
 
@@ -19,7 +19,7 @@ class LogSocket {
   LogSocket(const LogSocket &) = delete;
   LogSocket &operator=(const LogSocket &) = delete;
   ~LogSocket() {
-    if (answering_.joinable()) answering_.join();
+    if (replying_.joinable()) replying_.join();
     mlog_socket_close(fd_, name_);
   }
 
@@ -28,18 +28,18 @@ class LogSocket {
   int32_t Send(const void *data, size_t length) const {
     return mlog_socket_send(fd_, data, static_cast<uint32_t>(length), ZOR_MLOG_SERVER_NAME);
   }
-  // The next datagram; type 0 when none comes.
+  // The next datagram; type 0 when none arrives.
   ZOR_MLOG_MSG Next() {
     ZOR_MLOG_MSG msg;
     return mlog_recv_msg(fd_, &msg, 5, sender_, sizeof sender_) == 0 ? msg : ZOR_MLOG_MSG{};
   }
   std::string NextLine() { return Next().data; }
   std::string sender() const { return sender_; }
-  // Takes one request on a thread of its own and sends what the function makes of it to where it came from.
-  void AnswerOnce(const std::function<ZOR_MLOG_MSG(const ZOR_MLOG_MSG &)> &answer) {
-    if (answering_.joinable()) answering_.join();
-    answering_ = std::thread([this, answer] {
-      const ZOR_MLOG_MSG msg = answer(Next());
+  // Receives one request on its own thread and sends the function's reply to its sender.
+  void ReplyOnce(const std::function<ZOR_MLOG_MSG(const ZOR_MLOG_MSG &)> &reply) {
+    if (replying_.joinable()) replying_.join();
+    replying_ = std::thread([this, reply] {
+      const ZOR_MLOG_MSG msg = reply(Next());
       EXPECT_EQ(mlog_send_msg(fd_, &msg, sender_), 0) << sender_;
     });
   }
@@ -48,7 +48,7 @@ class LogSocket {
   const char *name_;
   int32_t fd_ = -1;
   char sender_[128] = {};
-  std::thread answering_;
+  std::thread replying_;
 };
 
 }  // namespace zor::test

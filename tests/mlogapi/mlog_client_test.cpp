@@ -111,13 +111,13 @@ TEST_F(MlogClient, SetsStatisticsCutToTheirFieldsAndGetsThemAsFarAsTheyFit) {
     int32_t size;
     uint32_t length;
     const char *expected;
-  } cases[] = {{16, 516, "answered"}, {5, 516, "answ"}, {16, 515, "before"}};
+  } cases[] = {{16, 516, "received"}, {5, 516, "rece"}, {16, 515, "before"}};
   for (const auto &each : cases) {
-    daemon_.AnswerOnce([&each](const ZOR_MLOG_MSG &request) {
+    daemon_.ReplyOnce([&each](const ZOR_MLOG_MSG &request) {
       EXPECT_STREQ(RecordOf(request).name, "reboots");
-      ZOR_MLOG_MSG answer = {request.type, each.length, {}};
-      strcpy(answer.data + ZOR_MLOG_STAT_TEXT_SIZE, "answered");
-      return answer;
+      ZOR_MLOG_MSG reply = {request.type, each.length, {}};
+      strcpy(reply.data + ZOR_MLOG_STAT_TEXT_SIZE, "received");
+      return reply;
     });
     char value[16] = "before";
     EXPECT_EQ(get_mlog_stat_info("reboots", value, each.size), 0);

@@ -24,7 +24,7 @@ class MlogFile : public testing::Test {
   int32_t Write(const std::string &data) {
     return mlog_file_write(file_.get(), data.data(), static_cast<uint32_t>(data.size()));
   }
-  // What lies on the disk once the file is closed.
+  // The file's content on disk once it is closed.
   std::string Content() {
     file_.reset();
     std::ifstream stream(path_, std::ios::binary);

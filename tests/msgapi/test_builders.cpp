@@ -21,7 +21,7 @@ std::string BytesOf(const ZOR_MSG_HEAD *msg) {
   return {static_cast<const char *>(static_cast<const void *>(msg)), ZOR_MSG_HEAD_SIZE + msg->bodyLength};
 }
 
-TEST(ResponseBuilder, AnswersTheSenderUnderTheRequestsTypeAndNumber) {
+TEST(ResponseBuilder, RepliesToTheSenderWithTheRequestsTypeAndNumber) {
   const ZOR_MSG_HEAD request = MakeMessage(0x321, "asker_no_nul", "me", 5, "", 99).header;
   const struct {
     const char *data;
@@ -38,11 +38,11 @@ TEST(ResponseBuilder, AnswersTheSenderUnderTheRequestsTypeAndNumber) {
 }
 
 TEST(MessageBlocks, AreRefusedSilentlyOrByTheAllocationGuard) {
-  const auto refuse = [](uint32_t bodyLength, uint32_t answerLength) {
+  const auto refuse = [](uint32_t bodyLength, uint32_t replyLength) {
     ZOR_MSG_HEAD huge = {};
     huge.bodyLength = bodyLength;
     EXPECT_EQ(ZOR_MSG_Dup(&huge), nullptr);
-    EXPECT_EQ(ZOR_MSG_MsgResponseBuilder(&huge, 0, "x", answerLength), nullptr);
+    EXPECT_EQ(ZOR_MSG_MsgResponseBuilder(&huge, 0, "x", replyLength), nullptr);
     EXPECT_EQ(ZOR_MSG_SendMsgDataWithDataSeq("cms", 1, "x", bodyLength, 0, 0), ZOR_E_NO_MEMORY);
   };
   Capture output;
@@ -103,7 +103,7 @@ TEST_F(OneCallSend, SendsAMessageThatLiesAtAnyAddress) {
   }
 }
 
-// A pipe whose reading end tells whether any copy of the writing end is still open.
+// A pipe whose reading end shows whether any copy of the writing end is still open.
 struct Pipe {
   Pipe() {
     int ends[2];
@@ -160,7 +160,7 @@ int signalsLeft;
 int peerToShut;
 
 TEST_F(DescriptorPassing, ASignalEndsAWaitWithoutLimit) {
-  // A receive that went back to waiting would meet the end of file after the last of the signals.
+  // A receive that resumed waiting would see the end of file after the last signal.
   signalsLeft = 50;
   peerToShut = peer_.fd();
   struct sigaction action = {};

@@ -23,7 +23,7 @@ std::string Words(uint32_t reportSwitch, uint32_t reportSeconds) {
   return std::string(static_cast<const char *>(static_cast<const void *>(words)), sizeof words);
 }
 
-// The idle hooks and the timers that still run.
+// The idle hooks and the timers that are still active.
 std::vector<std::string> OnLoop() {
   std::vector<std::string> found;
   ZOR_UV_WatcherIterateItem(nullptr, &found, [](UvWatcher *watcher, void *arg) {
@@ -46,7 +46,7 @@ bool RunLoopUntil(const std::function<bool()> &condition) {
   });
 }
 
-std::vector<std::string> dispatched;  // what the message procedure noted of each message
+std::vector<std::string> dispatched;  // what the message procedure recorded of each message
 
 class Connection : public ::testing::Test {
  protected:
@@ -136,21 +136,21 @@ TEST_F(Connection, OutlivesTheSynchronousSpawnInWhoseCallbackItWasMade) {
 
 TEST_F(Connection, AnAsynchronousReplyMustMatchTypeAndNumber) {
   ASSERT_EQ(Init(), ZOR_OK);
-  static uint32_t answer = 0;
-  const auto note = [](ZOR_MSG_HEAD *reply, uint32_t status, void *) { answer = reply ? reply->data : status; };
+  static uint32_t result = 0;
+  const auto note = [](ZOR_MSG_HEAD *reply, uint32_t status, void *) { result = reply ? reply->data : status; };
   ZOR_MSG_HEAD request;
   ZOR_MSG_SimpleBuilder(&request, "cms", 0x55, 0);
   ASSERT_EQ(ZOR_MSG_AsyncSendAndRecv(&request, note, 60000, nullptr), ZOR_OK);
   server_.Send(MakeMessage(0x55, "cms", "granted", 3, "", request.sequence + 1));
   server_.Send(MakeMessage(0x56, "cms", "granted", 4, "", request.sequence));
   server_.Send(MakeMessage(0x55, "cms", "granted", 5, "", request.sequence));
-  ASSERT_TRUE(RunLoopUntil([] { return answer != 0; }));
-  EXPECT_EQ(answer, 5u);
+  ASSERT_TRUE(RunLoopUntil([] { return result != 0; }));
+  EXPECT_EQ(result, 5u);
   EXPECT_THAT(dispatched, ElementsAre("3:", "4:"));
   EXPECT_EQ(ZOR_MSG_AsyncSendAndRecv(&request, nullptr, 20, nullptr), ZOR_E_IO);
   ASSERT_EQ(ZOR_MSG_AsyncSendAndRecv(&request, note, 20, nullptr), ZOR_OK);
   ZOR_MSG_Destroy();
-  EXPECT_TRUE(RunLoopUntil([] { return answer == 1; })) << "its time-out survives the bus";
+  EXPECT_TRUE(RunLoopUntil([] { return result == 1; })) << "its time-out survives the bus";
 }
 
 TEST_F(Connection, AHandlerMayDestroyTheBusThatCalledIt) {
@@ -190,10 +190,10 @@ TEST_F(Connection, ASlaveBoardRegistersOverTcpWithoutTheLoop) {
   EXPECT_EQ(ZOR_MSG_InitSlaveApp("wanted", nullptr, 1), ZOR_E_ARGUMENT);
   EXPECT_STREQ(g_stMsgCtx.appName, "wanted");
   EXPECT_EQ(ZOR_MSG_InitSlaveApp("wanted", "no address", 1), ZOR_E_CONNECT);
-  ScriptedServer refusing(AnswerRegistration(MakeRegistrationReply("")));
+  ScriptedServer refusing(ReplyToRegistration(MakeRegistrationReply("")));
   EXPECT_EQ(ZOR_MSG_InitSlaveApp("wanted", "127.0.0.1", refusing.port()), ZOR_E_REFUSED);
   EXPECT_EQ(g_stMsgCtx.socketFd, -1);
-  ScriptedServer server(AnswerRegistration(MakeRegistrationReply("granted")));
+  ScriptedServer server(ReplyToRegistration(MakeRegistrationReply("granted")));
   ASSERT_EQ(ZOR_MSG_InitSlaveApp("wanted", "127.0.0.1", server.port()), ZOR_OK);
   EXPECT_STREQ(g_stMsgCtx.appName, "granted");
   EXPECT_EQ(g_stMsgCtx.watcher, nullptr);

@@ -43,10 +43,10 @@ void Note(ZOR_MSG_HEAD *) {
   calls.emplace_back(1, Name);
 }
 
-ZOR_MSG_HEAD *Answer(ZOR_MSG_HEAD *msg) {
-  calls.emplace_back("answer");
+ZOR_MSG_HEAD *Reply(ZOR_MSG_HEAD *msg) {
+  calls.emplace_back("reply");
   ZOR_MSG_HEAD *reply = ZOR_MSG_MsgResponseBuilder(msg, 99, "body", 4);
-  reply->type = 1;  // the bus puts type and destination right
+  reply->type = 1;  // the bus corrects type and destination
   std::memcpy(reply->destination, "nobody", 7);
   return reply;
 }
@@ -71,17 +71,17 @@ TEST(HandlerTable, AHandlerUnregisteredDuringDispatchIsNotCalledAnyMore) {
     ZOR_MSG_UnRegMsgProc(first);
     ZOR_MSG_UnRegMsgProc(second);
   };
-  ZOR_MSG_RegMsgProcEx(kType, nest, Answer, 0, &first);
+  ZOR_MSG_RegMsgProcEx(kType, nest, Reply, 0, &first);
   ZOR_MSG_RegMsgProc(kType, Note<'n'>, 0, &second);
   ZOR_MSG_RegMsgProc(kType, Note<'l'>, 0, nullptr);
   ZOR_MSG_RegMsgProc(kType + 1, unregisterOuter, 0, nullptr);
   Dispatch(Header(kType));
   Dispatch(Header(kType));
-  ZOR_MSG_UnRegMsgProc(first);  // gone already
+  ZOR_MSG_UnRegMsgProc(first);  // already removed
   EXPECT_THAT(calls, ElementsAre("l", "l"));
 }
 
-// Registers handlers of the type behind, between and before itself, the first time only.
+// On its first call, registers handlers of its type after, between and before the others.
 void Register(ZOR_MSG_HEAD *) {
   calls.emplace_back("r");
   if (calls.size() > 1) return;
@@ -99,19 +99,19 @@ TEST(HandlerTable, AHandlerRegisteredDuringDispatchRunsInItWhenItsPlaceIsStillAh
   EXPECT_THAT(calls, ElementsAre("r", "b", "e", "a", "r", "b", "d", "e"));
 }
 
-TEST(DefaultProc, RunsAllHandlersAndSendsOneAnswerToTheSource) {
+TEST(DefaultProc, RunsAllHandlersAndSendsOneReplyToTheSource) {
   LoopbackBus bus;
   ZOR_MSG_RegMsgProc(kType, Note<'a'>, 0, nullptr);
-  ZOR_MSG_RegSyncMsgProc(kType, Answer, 1, nullptr);
+  ZOR_MSG_RegSyncMsgProc(kType, Reply, 1, nullptr);
   ZOR_MSG_RegMsgProc(kType, Note<'b'>, 2, nullptr);
   Dispatch(Header(kType, std::string(12, 's'), std::string(12, 'd')));  // names without a terminator
-  EXPECT_THAT(calls, ElementsAre("a", "answer", "b"));
+  EXPECT_THAT(calls, ElementsAre("a", "reply", "b"));
   EXPECT_EQ(bus.peer.ReceiveMessage()->Bytes(),
             MakeMessage(kType, "tester", std::string(11, 's'), 99, "body", 42).Bytes());
   EXPECT_TRUE(bus.peer.NothingArrived());
 }
 
-TEST(DefaultProc, AcceptsTheRequestItselfAsTheAnswer) {
+TEST(DefaultProc, AcceptsTheRequestItselfAsTheReply) {
   LoopbackBus bus;
   const auto giveBack = [](ZOR_MSG_HEAD *msg) { return msg; };
   ZOR_MSG_RegSyncMsgProc(kType, giveBack, 0, nullptr);
@@ -122,7 +122,7 @@ TEST(DefaultProc, AcceptsTheRequestItselfAsTheAnswer) {
 TEST(Filter, PassesABodyOfTheDispatchLimitAndPrintsALargerOne) {
   ZOR_MSG_RegisterMsgProc([](ZOR_MSG_HEAD *msg, uint32_t length) {
     calls.push_back(std::to_string(length));
-    msg->type = 1;  // a handler may use the block for its answer
+    msg->type = 1;  // a handler may use the block for its reply
   });
   ZOR_TRACE_SetPackageLevel("track", ZOR_TRACE_INFO);
   Capture output;
@@ -152,7 +152,7 @@ TEST(DefaultProc, PrintsAnOwnNameThatFillsItsFieldWithoutReadingOn) {
                                    Not(HasSubstr("~"))));
 }
 
-TEST(SafeExit, ADaemonOfTheListAnswersAndExitsWhateverItsOwnNameIs) {
+TEST(SafeExit, ADaemonOfTheListRepliesAndExitsWhateverItsOwnNameIs) {
   for (const char *name : {"dhcps", "ssdpd", "upnp", "ntwksync", "quorelbridge", "devmngr", "datacli"}) {
     SCOPED_TRACE(name);
     LoopbackBus bus("other");

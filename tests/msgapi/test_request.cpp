@@ -24,7 +24,7 @@ ZOR_MSG_HEAD Request(const char *destination = "server", uint32_t type = kType) 
   return MakeMessage(type, "", destination, 0, "", 77).header;
 }
 
-// Calls a request function and keeps what it returned.
+// Calls a request function and keeps its result.
 struct Outcome {
   template <class Function, class Subject>
   Outcome(Function function, Subject subject, uint32_t timeoutMs) {
@@ -118,7 +118,7 @@ TEST_F(Requests, ClearTheReplyBeforeTheyRefuseTheirArguments) {
   EXPECT_EQ(Outcome(ZOR_MSG_RecvResponse, &request, 10).status, ZOR_E_ARGUMENT);
 }
 
-std::string way;  // that a request took: past the hook, through it, or to the process itself
+std::string way;  // of a request: past the hook, through it, or to the process itself
 
 uint32_t NoteHook(ZOR_MSG_HEAD *, int *, int *) {
   way += "hook ";

@@ -32,7 +32,7 @@ uint32_t Fail(void *, char **replyText) {
 const ZOR_MSG_RESTFUL_ENTRY kTable[] = {
     {"echo", Echo}, {"silent", Silent}, {"fail", Fail}, {"hole", nullptr}, {nullptr, nullptr}};
 
-// Dispatches a request as the server forwards it: what the builder makes, from "asker".
+// Dispatches a request as the server would forward it, with "asker" as its sender.
 struct Request {
   Request(const std::string &prefix, const std::string &name, const char *data = "", uint32_t length = 4)
       : msg(ZOR_MSG_BuildRestfulReqMsg(1, 2, prefix.c_str(), name.c_str(), data, length)) {
@@ -47,8 +47,8 @@ struct Request {
 
 class Restful : public testing::Test {
  protected:
-  // The answer to a request; empty when there is none.
-  std::string AnswerTo(Request request) {
+  // The reply to a request; empty without one.
+  std::string ReplyTo(Request request) {
     request.Dispatch();
     return bus_.peer.NothingArrived() ? "" : bus_.peer.ReceiveMessage()->Bytes();
   }
@@ -57,18 +57,18 @@ class Restful : public testing::Test {
   LoopbackBus bus_;
 };
 
-TEST_F(Restful, AnswersAllThreeRequestTypesWithTheTextIfThereIsOne) {
+TEST_F(Restful, RepliesToAllThreeRequestTypesWithTheTextIfThereIsOne) {
   ASSERT_EQ(ZOR_MSG_RegRestfulProcs("/api", kTable), ZOR_OK);
   EXPECT_EQ(bus_.peer.ReceiveMessage()->Bytes(), MakeMessage(0x109, "tester", "", 0, std::string("/api\0", 5)).Bytes());
   for (const uint32_t type : {ZOR_MSG_RESTFUL_REQUEST_A, ZOR_MSG_RESTFUL_REQUEST, ZOR_MSG_RESTFUL_REQUEST_B}) {
     for (const std::string &text : {std::string("text\0", 5), std::string()}) {
       Request request("/api", text.empty() ? "silent" : "echo", "text");
       request.msg->type = type;
-      EXPECT_EQ(AnswerTo(std::move(request)), MakeMessage(type, "tester", "asker", 5, text, 42).Bytes());
+      EXPECT_EQ(ReplyTo(std::move(request)), MakeMessage(type, "tester", "asker", 5, text, 42).Bytes());
     }
   }
   Capture output;
-  EXPECT_EQ(AnswerTo({"/api", "fail"}), "");
+  EXPECT_EQ(ReplyTo({"/api", "fail"}), "");
   EXPECT_THAT(output.Text(), HasSubstr("restful proc error 77.\n"));
 }
 
@@ -78,22 +78,22 @@ TEST_F(Restful, IgnoresUnknownNamesAndHostileBodies) {
   ASSERT_EQ(ZOR_MSG_RegRestfulProcs("/api", more), ZOR_OK);
   ASSERT_EQ(ZOR_MSG_RegRestfulProcs("/more", more), ZOR_OK);
   for (int each = 0; each < 3; ++each) ASSERT_TRUE(bus_.peer.ReceiveMessage());
-  EXPECT_NE(AnswerTo({"/more", "more"}), "");
-  EXPECT_EQ(AnswerTo({"/api", "more"}), "") << "the first registration of a prefix decides";
-  EXPECT_EQ(AnswerTo({"/other", "echo"}), "");
-  EXPECT_EQ(AnswerTo({"/api", "unknown"}), "");
-  EXPECT_EQ(AnswerTo({"/api", "hole"}), "");
+  EXPECT_NE(ReplyTo({"/more", "more"}), "");
+  EXPECT_EQ(ReplyTo({"/api", "more"}), "") << "the first registration of a prefix decides";
+  EXPECT_EQ(ReplyTo({"/other", "echo"}), "");
+  EXPECT_EQ(ReplyTo({"/api", "unknown"}), "");
+  EXPECT_EQ(ReplyTo({"/api", "hole"}), "");
   for (const uint32_t length : {0u, 1u, 72u, 136u}) {
     Request request("/api", "echo");
     request.msg->bodyLength = length;
-    request.msg.reset(ZOR_MSG_Dup(request.msg.get()));  // a block that ends where the body does
-    EXPECT_EQ(AnswerTo(std::move(request)), "") << length;
+    request.msg.reset(ZOR_MSG_Dup(request.msg.get()));  // a block that ends with the body
+    EXPECT_EQ(ReplyTo(std::move(request)), "") << length;
   }
   for (char(ZOR_MSG_RESTFUL_HEAD::*field)[ZOR_MSG_RESTFUL_NAME_SIZE] :
        {&ZOR_MSG_RESTFUL_HEAD::prefix, &ZOR_MSG_RESTFUL_HEAD::name}) {
     Request request("/api", "echo");
     std::memset(request.body().*field, 'n', ZOR_MSG_RESTFUL_NAME_SIZE);
-    EXPECT_EQ(AnswerTo(std::move(request)), "");
+    EXPECT_EQ(ReplyTo(std::move(request)), "");
   }
 }
 

@@ -44,7 +44,7 @@ class Transfer : public ::testing::Test {
  protected:
   uint32_t Send(const Block &msg) const { return ZOR_MSG_SendEx(pair_.near.fd(), msg.get()); }
   bool NoMessageFiles() const { return fs::is_empty(directory_); }
-  // What a peer sends whose body lies in a file.
+  // A peer's message whose body is in a file.
   Received ReceiveByFile(const std::string &path) const {
     pair_.near.Send(MakeMessage(9 | ZOR_MSG_BODY_IN_FILE, "a", "b", 0, path));
     return Receive(pair_.far, 1000);

@@ -27,19 +27,19 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr uint32_t kType = 0x55;
-// However many sends fail in one process: the machine's own reboot is never found.
+// Hides the machine's own reboot command, however many sends fail.
 [[maybe_unused]] const int noReboot = ::setenv("PATH", "/nonexistent", 1);
 // What the handlers were called with; "-" stands for null.
 std::vector<std::string> calls;
 
-// The client on one end of a socket pair, without a server, a registration or a watcher on the loop. What the peer
-// sends before a request lies in the socket as the answer.
+// The client on one end of a socket pair, without a server, a registration or a watcher on the loop. Data that
+// the peer sends before a request is in the socket as its reply.
 class NotifyPeer : public testing::Test {
  protected:
   NotifyPeer() { ZOR_NOTIFYCLT_SwitchSock(pair_.near.Release()); }
   ~NotifyPeer() override { ZOR_NOTIFYCLT_Destroy(); }
 
-  // The status, the length and the block that a request to the module 9 gives.
+  // The status, the length and the block that a request to module 9 returns.
   static std::string Request() {
     void *block = nullptr;
     uint32_t length = 0x1234;
@@ -48,11 +48,11 @@ class NotifyPeer : public testing::Test {
     std::free(block);
     return std::to_string(status) + ' ' + std::to_string(length) + ' ' + text;
   }
-  // The answer to the request that the client sends next.
-  static NotifyFrame NextAnswer(uint32_t sequence, std::string data) {
-    return MakeAnswer(MakeRequest(kType, sequence, 0, 9), std::move(data));
+  // The reply to the request that the client sends next.
+  static NotifyFrame NextReply(uint32_t sequence, std::string data) {
+    return MakeReply(MakeRequest(kType, sequence, 0, 9), std::move(data));
   }
-  // Sends a notification; what that prints.
+  // Sends a notification; returns what it prints.
   static std::string Post(uint32_t status) {
     Capture output;
     EXPECT_EQ(ZOR_NOTIFYCLT_PostSimpleAsynNotify(9, 0x77, 1, 2), status);
@@ -86,7 +86,7 @@ TEST_F(NotifyPeer, GetsPartsOneAfterTheOtherAndMissingOnesAsZeros) {
 }
 
 TEST_F(NotifyPeer, GetsTheMessagesOfThreadsUnmixed) {
-  constexpr uint32_t kLength = 300'000;  // more than the socket takes at once
+  constexpr uint32_t kLength = 300'000;  // more than fits the socket at once
   std::vector<std::thread> threads;
   for (const char letter : {'a', 'b', 'c', 'd'}) {
     threads.emplace_back([data = std::string(kLength, letter)] {
@@ -125,24 +125,24 @@ TEST_F(NotifyPeer, IsRebootedForAfterTenUnwritableSendsInARowAndServedAllTheSame
   EXPECT_EQ(Post(ZOR_NOTIFY_OK), "");  // the send that rebooted went through
 }
 
-TEST_F(NotifyPeer, AnswersWithTypeAndSequenceAloneInAnySize) {
-  NotifyFrame odd = NextAnswer(1, "answer");
+TEST_F(NotifyPeer, RepliesMatchByTypeAndSequenceAloneInAnySize) {
+  NotifyFrame odd = NextReply(1, "result");
   odd.head.ack_tag = 1;
   odd.head.sync_tag = 0;
   odd.head.source_id = 77;
-  peer_.Send(NextAnswer(2, "late").Bytes() + odd.Bytes() + NextAnswer(2, "").Bytes());
-  EXPECT_EQ(Request(), "0 6 answer");
+  peer_.Send(NextReply(2, "late").Bytes() + odd.Bytes() + NextReply(2, "").Bytes());
+  EXPECT_EQ(Request(), "0 6 result");
   const uint32_t head[12] = {kType, 1, 0, 9, 1, 1, 3, 0, 0, 0x1234, 0, 0};
   EXPECT_EQ(peer_.Receive(51), std::string(reinterpret_cast<const char *>(head), sizeof head) + "ask");
   EXPECT_EQ(Request(), "0 0 null");
   const std::string large(1 << 20, 'x');
-  const Child sender = Child::Function([&] { return peer_.Send(NextAnswer(3, large).Bytes()), 0; });
+  const Child sender = Child::Function([&] { return peer_.Send(NextReply(3, large).Bytes()), 0; });
   EXPECT_EQ(Request(), "0 1048576 " + large) << "comes in pieces";
 }
 
 TEST_F(NotifyPeer, EndsTheRequestByDamageAndLeavesTheResultAlone) {
   const auto lying = [](uint32_t length) {
-    NotifyFrame frame = NextAnswer(1, "ab");
+    NotifyFrame frame = NextReply(1, "ab");
     frame.head.data_len = length;
     return frame.Bytes();
   };
@@ -179,41 +179,41 @@ uint32_t Record(const std::string &handler, const void *data, const void *more, 
   return status;
 }
 
-uint32_t SyncProc(void *data, void **answer, uint32_t *length) {
-  if (answer == nullptr || length == nullptr) return Record("unexpected", data, nullptr, 21);
-  *answer = ::strdup("answer");
+uint32_t SyncProc(void *data, void **reply, uint32_t *length) {
+  if (reply == nullptr || length == nullptr) return Record("unexpected", data, nullptr, 21);
+  *reply = ::strdup("result");
   *length = 6;
   return Record("sync", data, nullptr, 20);
 }
 
-// Dispatches a frame as it would lie in memory after its receipt: one block, a NUL behind the data.
+// Dispatches a frame as the client receives it: one block, with a NUL after the data.
 uint32_t Dispatch(const NotifyFrame &frame) {
   std::string bytes = frame.Bytes();
   return ZOR_NOTIFYCLT_MsgFilterProc(reinterpret_cast<ZOR_NOTIFY_MSG *>(bytes.data()));
 }
 
-TEST_F(NotifyPeer, IsAnsweredByTheHandlerWhichMayDestroyTheClientElseByTheDefaultElseEmpty) {
-  const auto expectAnswer = [this](const std::string &data) {
+TEST_F(NotifyPeer, GetsItsReplyFromTheHandlerWhichMayDestroyTheClientElseFromTheDefaultElseEmpty) {
+  const auto expectReply = [this](const std::string &data) {
     const NotifyFrame request = MakeRequest(kType, 9, 26, 0 /* the id of a client that never registered */, "ask");
     EXPECT_EQ(Dispatch(request), ZOR_NOTIFY_OK);
-    EXPECT_EQ(ReceiveNotify(peer_).value_or(NotifyFrame{}).Bytes(), MakeAnswer(request, data).Bytes());
+    EXPECT_EQ(ReceiveNotify(peer_).value_or(NotifyFrame{}).Bytes(), MakeReply(request, data).Bytes());
   };
-  const NotifyFrame late = MakeAnswer(MakeRequest(kType, 9, 0, 26), "late");
+  const NotifyFrame late = MakeReply(MakeRequest(kType, 9, 0, 26), "late");
   EXPECT_EQ(Dispatch(late), 0u);
-  expectAnswer("");
+  expectReply("");
   ZOR_NOTIYCLT_RegMsgProc([](uint32_t, void *data, void **a, uint32_t *l) { return SyncProc(data, a, l) + 1; },
                           nullptr);
   const void *entry = ZOR_NOTIFYCLT_RegAsyncMsgProc(kType, nullptr);
-  expectAnswer("answer");
+  expectReply("result");
   EXPECT_EQ(ZOR_NOTIFYCLT_RegSyncMsgProc(kType, SyncProc), entry);
-  expectAnswer("answer");
+  expectReply("result");
   EXPECT_EQ(Dispatch(late), 21u);
   EXPECT_EQ(Dispatch(MakeRequest(kType, 9, ZOR_NOTIFY_MID_SERVER, 0, "ask")), ZOR_NOTIFY_OK);
   EXPECT_THAT(calls, ElementsAre("sync ask -", "sync ask -", "unexpected late -", "sync ask -"));
-  EXPECT_TRUE(peer_.NothingArrived()) << "the server's request and the unexpected answer are not answered";
-  ZOR_NOTIFYCLT_RegSyncMsgProc(kType, [](void *data, void **answer, uint32_t *length) {
+  EXPECT_TRUE(peer_.NothingArrived()) << "neither the server's request nor the unexpected reply gets a reply";
+  ZOR_NOTIFYCLT_RegSyncMsgProc(kType, [](void *data, void **reply, uint32_t *length) {
     ZOR_NOTIFYCLT_Destroy();
-    return SyncProc(data, answer, length);
+    return SyncProc(data, reply, length);
   });
   const Capture output;
   EXPECT_EQ(Dispatch(MakeRequest(kType, 9, 26, 0, "ask")), ZOR_NOTIFY_E_NOT_WRITABLE);
@@ -239,7 +239,7 @@ TEST_F(NotifyPeer, LiesAboutPartsWithinTheirData) {
   }
 }
 
-// Runs the loop until nothing has happened for a moment; what lies in the sockets by now is dispatched.
+// Runs the loop until it is idle for a moment; dispatches whatever is in the sockets.
 void RunLoop() {
   EXPECT_EQ(ZOR_UV_LoopRun(nullptr, 20), 0x10005u);
 }
@@ -299,7 +299,7 @@ TEST_F(NotifyConnect, LoopDispatchesWhatARequestMetInOrderAndFollowsASwitchedDes
     expected.push_back(" " + std::to_string(number) + " -");
     bytes += MakeAsync(kType, 8, 26, std::to_string(number)).Bytes();
   }
-  peer.Send(bytes + MakeAnswer(MakeRequest(7, 2, 26, 8)).Bytes());
+  peer.Send(bytes + MakeReply(MakeRequest(7, 2, 26, 8)).Bytes());
   EXPECT_EQ(ZOR_NOTIFYCLT_SendSynNotify(8, 7, nullptr, 0, nullptr, nullptr), ZOR_NOTIFY_OK);
   EXPECT_TRUE(calls.empty());
   ReceiveNotify(peer);
@@ -326,7 +326,7 @@ TEST_F(NotifyConnect, DeathOfTheServerEndsTheClientWhichCanConnectAgain) {
     if ((watcher->flags & UV_WATCHER_IDLE) != 0) ++*static_cast<int *>(count);
   });
   EXPECT_EQ(hooks, 1);
-  ZOR_UV_LoopDestroy(ZOR_UV_LoopGetDefault());  // frees the watcher behind the client's back
+  ZOR_UV_LoopDestroy(ZOR_UV_LoopGetDefault());  // frees the watcher without notifying the client
   ZOR_NOTIFYCLT_Destroy();
   EXPECT_TRUE(peer.ClosedByOther());
 }

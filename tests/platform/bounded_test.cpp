@@ -7,7 +7,7 @@
 
 namespace {
 
-// A field of 8 bytes filled with 'x', so that every byte that was written shows.
+// A field of 8 bytes filled with 'x', so that every written byte shows.
 struct Field {
   char bytes[8];
   Field() { std::memset(bytes, 'x', sizeof bytes); }
@@ -70,7 +70,7 @@ TEST(BoundedScan, ReadsOnlyConversionsThatBoundWhatTheyStore) {
   EXPECT_EQ(sscanf_s("100%]a-b", "%d%%%3[]a-]", &number, word), 2);
   EXPECT_STREQ(word, "]a-");
   for (const char *format : {"%s", "%0s", "%d %s", "%[a-z]", "%[]%d]%s", "%3s%[^%s]", "%ls", "%1$s", "%", "%12"}) {
-    // The compiler must not see these formats.
+    // Hides these formats from the compiler.
     const char *volatile hidden = format;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"

@@ -34,7 +34,7 @@ std::string GetPara(uint32_t id) {
   return status == ZOR_STORE_OK ? value.data() : "status " + std::to_string(status & 0xff);
 }
 
-// Another program that works on the store's file.
+// Another program that uses the store's file.
 class Intruder {
  public:
   explicit Intruder(const std::string &path) { sqlite3_open(path.c_str(), &db_); }
@@ -78,8 +78,8 @@ TEST_F(Store, ProcessesThatWriteAtOnceLoseNothingAndNumbersAreGivenAgain) {
   EXPECT_EQ(count, 60u);
 }
 
-// Whoever closes the store last folds its journal into it and removes the journal: it must notice a process that was
-// forked from one that had the store open.
+// The last process to close the store folds its journal into it and removes the journal: it must notice a process that
+// was forked from one with the store open.
 TEST_F(Store, AForkedProcessHasAConnectionOfItsOwn) {
   const std::string go = root_.Path("/go");
   const std::string done = root_.Path("/done");
@@ -116,7 +116,7 @@ TEST_F(Store, WhatCannotBeOpenedOrIsDamagedIsAStatusAndALine) {
   EXPECT_THAT(errors.Text(), HasSubstr("file is not a database\n"));
   std::filesystem::remove(path_);
   EXPECT_EQ(SetPara(1, std::string(50000, 'x')), ZOR_STORE_OK);
-  Child::Function([] { return 0; }).Wait();  // closes the connection, so that all is in the file
+  Child::Function([] { return 0; }).Wait();  // closes the connection, so that everything is in the file
   OverwriteBytes(path_, 4096, 20000);
   EXPECT_EQ(GetPara(1), "status 7");
   EXPECT_EQ(SetPara(1, "x"), ZOR_STORE_E_IO);

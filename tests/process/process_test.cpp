@@ -27,7 +27,7 @@ constexpr uint32_t kOutputs = UV_PROCESS_STDOUT | UV_PROCESS_STDERR;
 constexpr uint32_t kNobody = 0xffffffff;
 UvLoop *const mainLoop = ZOR_UV_LoopGetDefault();
 
-// A shell script with all that is heard of it. The options may be changed before the start.
+// A shell script and what its callbacks report. The options may be changed before the start.
 struct Shell {
   explicit Shell(const char *script, uint32_t flags = 0) : args{"sh", "-c", script, nullptr} {
     options.file = "/bin/sh";
@@ -41,7 +41,7 @@ struct Shell {
   Shell(const Shell &) = delete;
 
   uint32_t Spawn() { return ZOR_UV_ProcessSpawn(nullptr, &process, &options); }
-  // Starts it and runs the loop to its end; how it ended.
+  // Starts it and runs the loop until it exits; returns how it ended.
   std::string Run() {
     onExit = [] { ZOR_UV_LoopStop(mainLoop); };
     EXPECT_EQ(Spawn(), ZOR_OK);
@@ -102,7 +102,7 @@ TEST_F(Process, IsSetUpAsTheOptionsSay) {
       {"umask", UV_PROCESS_UMASK, [](Options &o) { o.umask = 027; }, "exit 0", "0027\n"},
       {"ulimit -c", UV_PROCESS_NO_CORE, [](Options &) {}, "exit 0", "0\n"},
       {leads, UV_PROCESS_NEW_SESSION, [](Options &) {}, "exit 0", ""},
-      // No account has this uid: its groups are those given.
+      // No account has this uid, so its groups are the given ones.
       {"id -u; id -G", kAccount, [](Options &o) { o.uid = 54321, o.gid = 9, o.groupCount = 2, o.groups = kGroups; },
        "exit 0", "54321\n9 7 8\n"},
       {"id -u; id -G", kAccount, [](Options &o) { o.uid = o.gid = 1; }, "exit 0", "1\n1\n"},

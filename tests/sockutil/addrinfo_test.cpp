@@ -27,11 +27,11 @@ TEST(Addresses, AreMadeAndCopiedAsBlocksOfALimitedSize) {
   EXPECT_EQ(ZOR_UTIL_CopyAddrInfo(made.get(), 1), nullptr);
 }
 
-// The padding of an IPv4 address does not count, but what a record of another length holds in its place does.
+// The padding of an IPv4 address is ignored, but the same bytes of a record of another length are compared.
 TEST(Addresses, AreComparedWithoutPortFamilyAndPadding) {
   const struct {
     const char *a, *b;
-    socklen_t length;  // 0: their own
+    socklen_t length;  // 0: the usual length
     size_t changed;    // this byte of the first
     uint32_t same;
   } cases[] = {

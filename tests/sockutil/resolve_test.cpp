@@ -13,7 +13,7 @@
 namespace zor::test {
 namespace {
 
-// Outcomes of the lookups to come. While there are any, they stand in the place of the system's resolver.
+// Outcomes of the next lookups. While there are any, they replace the system's resolver.
 struct Outcome {
   int result;
   int error;

@@ -18,10 +18,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The command that runs programs of another machine; empty when the programs are this machine's.
+// The command that runs programs for another machine; empty in a native build.
 constexpr const char *kEmulator[] = {ZOR_TEST_EMULATOR nullptr};
 
-// Nothing that the kernel can run itself goes through the emulator: the shell is this machine's in every build.
+// Tries native execution first: the shell is always a native program.
 [[noreturn]] void Execute(const std::vector<std::string> &arguments) {
   std::vector<char *> argv;
   for (const char *word : kEmulator) {

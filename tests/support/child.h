@@ -1,4 +1,4 @@
-// Child processes of a test: programs, and functions run in a fork. Whatever still runs is killed at the end.
+// Child processes of a test: programs, and functions run in a fork. Those still running are killed at the end.
 #ifndef TESTS_SUPPORT_CHILD_H
 #define TESTS_SUPPORT_CHILD_H
 
@@ -34,7 +34,7 @@ class Child {
   // All that was read from the program's output so far.
   const std::string &output() const { return output_; }
   void Signal(int number) const;
-  // Waits for the end: the exit status, 128 + the signal that ended it, or -1 after the deadline.
+  // Waits until it ends: the exit status, 128 + the signal that ended it, or -1 after the deadline.
   int Wait(std::chrono::milliseconds deadline = kPatience);
 
  private:

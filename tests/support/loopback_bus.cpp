@@ -1,4 +1,4 @@
-// Apart from the rest of scripted_server.h, which tests of the servers use without the library.
+// Separate from the rest of scripted_server.h, which tests of the servers use without the library.
 #include <unistd.h>
 #include <zor/msg_head.h>
 

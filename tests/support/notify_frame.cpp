@@ -29,7 +29,7 @@ NotifyFrame MakeRequest(uint32_t type, uint32_t seq, uint32_t source, uint32_t d
   return frame;
 }
 
-NotifyFrame MakeAnswer(const NotifyFrame &request, std::string data) {
+NotifyFrame MakeReply(const NotifyFrame &request, std::string data) {
   NotifyFrame frame = MakeRequest(request.head.msg_type, request.head.seq, request.head.des_id, request.head.source_id,
                                   std::move(data));
   frame.head.ack_tag = ZOR_NOTIFY_ACK_ANSWER;

@@ -20,12 +20,12 @@ struct NotifyFrame {
 };
 
 NotifyFrame MakeRequest(uint32_t type, uint32_t seq, uint32_t source, uint32_t destination, std::string data = {});
-NotifyFrame MakeAnswer(const NotifyFrame &request, std::string data = {});
+NotifyFrame MakeReply(const NotifyFrame &request, std::string data = {});
 NotifyFrame MakeAsync(uint32_t type, uint32_t source, uint32_t destination, const std::string &part1 = {},
                       const std::string &part2 = {});
 NotifyFrame MakeRegistration(uint32_t mid);
 
-// None when the frame does not come whole before the deadline.
+// Empty when no whole frame arrives before the deadline.
 std::optional<NotifyFrame> ReceiveNotify(const BusPeer &peer, std::chrono::milliseconds deadline = kPatience);
 
 }  // namespace zor::test

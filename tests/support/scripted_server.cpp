@@ -20,7 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A machine that cannot give a test its sockets ends the test.
+// Aborts the test when the machine cannot provide its sockets.
 int Check(int result, const char *what) {
   if (result >= 0) return result;
   std::perror(what);
@@ -102,7 +102,7 @@ void BusPeer::Send(std::string_view bytes) const {
   while (!bytes.empty()) {
     const ssize_t count = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return;  // the other end has gone, which the test sees by what it does not receive
+    if (count < 0) return;  // the other end has closed; the test notices by what it does not receive
     bytes.remove_prefix(static_cast<size_t>(count));
   }
 }
@@ -175,7 +175,7 @@ ScriptedServer::ScriptedServer(Script script)
       thread_(&ScriptedServer::Run, this, std::move(script)) {}
 
 ScriptedServer::~ScriptedServer() {
-  ::shutdown(listener_, SHUT_RDWR);  // ends an accept that nobody came for
+  ::shutdown(listener_, SHUT_RDWR);  // ends a pending accept
   thread_.join();
   ::close(listener_);
 }
@@ -190,7 +190,7 @@ void ScriptedServer::Run(Script script) {
   done_.set_value(std::move(peer));
 }
 
-ScriptedServer::Script AnswerRegistration(const Message &reply) {
+ScriptedServer::Script ReplyToRegistration(const Message &reply) {
   return [reply](const BusPeer &peer) {
     if (peer.ReceiveMessage()) peer.Send(reply);
   };

@@ -1,5 +1,5 @@
 // The far end of a bus connection under a test's control: it sends and receives exactly the bytes that the test wants,
-// also those that no well-behaved server would send.
+// even those that no well-behaved server would send.
 #ifndef TESTS_SUPPORT_SCRIPTED_SERVER_H
 #define TESTS_SUPPORT_SCRIPTED_SERVER_H
 
@@ -35,11 +35,11 @@ using Block = std::unique_ptr<ZOR_MSG_HEAD, decltype([](ZOR_MSG_HEAD *msg) { std
 Message MakeMessage(uint32_t type, const std::string &source, const std::string &destination, uint32_t data = 0,
                     std::string body = {}, uint32_t sequence = 0);
 
-// The answer to a registration: the granted name, the data word (nonzero: swap headers) and the body.
+// The reply to a registration: the granted name, the data word (nonzero: swap headers) and the body.
 Message MakeRegistrationReply(const std::string &grantedName, uint32_t data = 0,
                               std::string body = std::string(8, '\0'));
 
-// One end of a stream. Every receive ends after its deadline, so a test that waits in vain fails instead of hanging.
+// One end of a stream. Every receive has a deadline, so that a test fails instead of hanging.
 class BusPeer {
  public:
   explicit BusPeer(int fd = -1) : fd_(fd) {}
@@ -52,14 +52,14 @@ class BusPeer {
   void Send(const Message &message) const { Send(message.Bytes()); }
   // Exactly count bytes; fewer at the end of file or after the deadline.
   std::string Receive(std::size_t count, std::chrono::milliseconds deadline = kPatience) const;
-  // Header and body in the byte order of this machine; none when either does not come whole.
+  // Header and body in the byte order of this machine; empty when either does not arrive whole.
   std::optional<Message> ReceiveMessage(std::chrono::milliseconds deadline = kPatience) const;
-  // Whether nothing has arrived that is still unread.
+  // Whether there is no unread data.
   bool NothingArrived() const;
   // Whether the other end closes before the deadline without sending anything more.
   bool ClosedByOther(std::chrono::milliseconds deadline = kPatience) const;
   void Close();
-  // Gives the descriptor away, to code under test that closes it.
+  // Hands the descriptor over to code under test that closes it.
   int Release();
 
  private:
@@ -73,9 +73,9 @@ struct SocketPair {
   BusPeer far;
 };
 
-// Makes this process "connected" to a peer in its hands, without a server, a registration or a watcher on the loop:
-// puts a socket into the bus context under the given name and takes it out again at the end. What the peer sends before
-// a synchronous request lies in the socket as the answer, so most tests need no second thread.
+// Makes this process "connected" to a peer that it controls, without a server, a registration or a watcher on the loop:
+// puts a socket into the bus context under the given name and removes it at the end. Data that the peer sends before a
+// synchronous request is in the socket as its reply, so most tests need no second thread.
 class LoopbackBus {
  public:
   explicit LoopbackBus(const char *ownName = "tester");
@@ -86,12 +86,12 @@ class LoopbackBus {
   BusPeer peer;
 };
 
-// A bound UDP socket on the loopback address, at a port of the kernel's choice.
+// A bound UDP socket on the loopback address, at a port that the kernel picks.
 class UdpReceiver {
  public:
   UdpReceiver();
   uint16_t port() const { return port_; }
-  // The next datagram; empty when none comes before the deadline.
+  // The next datagram; empty when none arrives before the deadline.
   std::string Next() const;
 
  private:
@@ -106,7 +106,7 @@ class ScriptedServer {
 
   // At the bus path beneath the root.
   ScriptedServer(const TempRoot &root, Script script);
-  // On the loopback address, at a port of the kernel's choice.
+  // On the loopback address, at a port that the kernel picks.
   explicit ScriptedServer(Script script);
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer &) = delete;
@@ -125,8 +125,8 @@ class ScriptedServer {
   std::thread thread_;
 };
 
-// The script of an ordinary server: receives the registration and sends the answer.
-ScriptedServer::Script AnswerRegistration(const Message &reply);
+// The script of an ordinary server: receives the registration and sends the reply.
+ScriptedServer::Script ReplyToRegistration(const Message &reply);
 
 }  // namespace zor::test
 

@@ -8,13 +8,13 @@ namespace zor::test {
 
 class TempRoot {
  public:
-  // Makes the directory with the fixed directories in it and points ZOR_ROOT at it.
+  // Creates the directory with the fixed directories in it and points ZOR_ROOT at it.
   TempRoot();
   ~TempRoot();
   TempRoot(const TempRoot &) = delete;
   TempRoot &operator=(const TempRoot &) = delete;
 
-  // Where a fixed path such as "/var/msgsvr" lies.
+  // The real path of a fixed path such as "/var/msgsvr".
   std::string Path(const std::string &fixed) const { return root_ + fixed; }
 
  private:

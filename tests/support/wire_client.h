@@ -19,17 +19,17 @@ class WireClient : public BusPeer {
   // Connects to a port of the loopback address.
   static WireClient ConnectTcp(uint16_t port);
 
-  // Asks for a name; the server's answer.
+  // Registers a name; returns the server's reply.
   Message Register(const std::string &name) const;
   // Sends a message and waits for the next one that arrives.
   Message Ask(const Message &message) const;
-  // The next message; an empty one, with a note for the test, when none comes.
+  // The next message; an empty one and a test failure when none arrives.
   Message Next() const;
 
   // Sends bytes with descriptors attached: two zero bytes and one descriptor in a well-formed frame.
   void SendDescriptors(const std::string &bytes, const std::vector<int> &descriptors) const;
   void SendDescriptor(int descriptor) const { SendDescriptors(std::string(2, '\0'), {descriptor}); }
-  // Reads two zero bytes and the descriptor that comes with them; -1 when anything else comes.
+  // Reads two zero bytes and their descriptor; -1 when anything else arrives.
   int ReceiveDescriptor() const;
 };
 

@@ -100,7 +100,7 @@ TEST(TraceOutput, SendsEachLineAsOneDatagramUntilAnotherTextNamesAnOutput) {
   }
   EXPECT_EQ(ZOR_TRACE_GetOutput(), 1u) << "a closed port costs the lines only";
   ZOR_TRACE_SetOutput(0);
-  const UdpReceiver next;  // may have the descriptor that was given back
+  const UdpReceiver next;  // may reuse the released descriptor
   ZOR_TRACE_SetOutput(0);
   SendTo(next);
   Print("x");

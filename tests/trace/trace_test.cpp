@@ -51,7 +51,7 @@ TEST(TraceLevels, ALongNameIsStoredCutAndNeverFoundAgain) {
   ZOR_TRACE_SetPackageLevel("notifyclient", 16);
   EXPECT_EQ(Enabled("notifyclient", 16), 0u);
   EXPECT_EQ(Enabled("notifyclien", 16), 1u);
-  ZOR_TRACE_SetPackageLevel("notifyclient", 8);  // a second entry, behind the one that counts
+  ZOR_TRACE_SetPackageLevel("notifyclient", 8);  // a second entry, after the effective one
   ZOR_TRACE_SetPackageLevel("notifyclient", 0);  // finds none to remove
   EXPECT_EQ(Enabled("notifyclien", 16), 1u);
   ZOR_TRACE_SetPackageLevel("notifyclien", 0);

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Takes a text that is returned, and frees it.
+// Copies a returned text and frees it.
 std::string Take(char *text) {
   const std::string copy = text == nullptr ? "null" : text;
   std::free(text);

@@ -1,4 +1,4 @@
-// Captures and their dissector, with what no well-behaved daemon sends.
+// Captures and their dissector, with messages that no well-behaved daemon sends.
 #include "zorctl/pcapng.h"
 
 #include <gmock/gmock.h>
@@ -42,7 +42,7 @@ std::string Words(std::initializer_list<uint32_t> words) {
   return {reinterpret_cast<const char *>(words.begin()), words.size() * sizeof(uint32_t)};
 }
 
-// One message of each shape that the dissector takes apart.
+// One message of each shape that the dissector decodes.
 std::vector<Copy> Samples() {
   const std::string item = Words({0, 7, 7}) + std::string("device\0boiler", 14);
   return {
@@ -67,7 +67,7 @@ class PcapngTest : public testing::Test {
     ASSERT_TRUE(file.Flush());
     EXPECT_EQ(file.packets(), copies.size());
   }
-  // What tshark says about the file, errors included.
+  // The output of tshark for the file, errors included.
   std::string Dissect(const std::string &options) {
     const std::string output = root_.Path("/output");
     const std::string command =

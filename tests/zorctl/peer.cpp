@@ -1,11 +1,11 @@
-// A daemon for the golden tests, which says "ready" and then does what its first argument wants:
-//   peer idle NAME                reads what comes, and answers nothing
-//   peer ask NAME OTHER           waits until OTHER is there, asks it something and waits for the answer for an hour
-//   peer tell NAME OTHER TYPE     waits until OTHER is there, sends it a message of the type that wants no answer, says
-//                                 "told" and reads what comes
-//   peer refuse NAME [PATTERN]    announces the restful pattern, subscribes to events of "lan", and will not exit
-//   peer stat NAME STATISTIC VALUE   leaves a statistic with the logging daemon
-//   peer flood NAME OTHER COUNT [BYTES]   sends it so many messages, then says "done" and reads what comes
+// A daemon for the golden tests, which prints "ready" and then does what its first argument selects:
+//   peer idle NAME                reads messages and replies to none
+//   peer ask NAME OTHER           waits until OTHER is there, sends it a request and waits for the reply for an hour
+//   peer tell NAME OTHER TYPE     waits until OTHER is there, sends it a one-way message of the type, prints "told" and
+//                                 reads messages
+//   peer refuse NAME [PATTERN]    registers the restful pattern, subscribes to events of "lan", and refuses to exit
+//   peer stat NAME STATISTIC VALUE   stores a statistic in the logging daemon
+//   peer flood NAME OTHER COUNT [BYTES]   sends it that many messages, then prints "done" and reads messages
 #include <unistd.h>
 #include <zor/event.h>
 #include <zor/mlog.h>
@@ -26,11 +26,11 @@ void Await(const char *other) {
   while (ZOR_MSG_GetNumOfProcesses(other) == 0) ::usleep(kPollUs);
 }
 
-// Each asks with a type of its own: a waiting library takes any message of the type that it waits for as the answer.
+// Each request has its own type: a waiting library takes any message of the awaited type as the reply.
 int Ask(const char *self, const char *other) {
   Await(other);
-  uint32_t answer = 0;
-  return ZOR_MSG_SendAndRecvMsgData(other, kType + static_cast<unsigned char>(self[0]), 0, kLongMs, &answer) == ZOR_OK
+  uint32_t reply = 0;
+  return ZOR_MSG_SendAndRecvMsgData(other, kType + static_cast<unsigned char>(self[0]), 0, kLongMs, &reply) == ZOR_OK
              ? 0
              : 1;
 }
@@ -53,7 +53,7 @@ int Flood(const char *other, long count, const char *bytes) {
   return 0;
 }
 
-// The pattern is any text; the server says what becomes of it.
+// The pattern may be any text; the server validates it.
 int Refuse(const char *pattern) {
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
   ZOR_MSG_RegSyncMsgProc(

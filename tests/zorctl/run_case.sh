@@ -1,24 +1,24 @@
 #!/usr/bin/env bash
-# Runs one case of zorctl's golden tests: a script that starts servers in a ZOR_ROOT of its own and calls the tool. What
-# it prints must be what CASE.expected says. Usage: run_case.sh BUILD CASE.sh [EMULATOR...]
+# Runs one case of zorctl's golden tests: a script that starts servers in its own ZOR_ROOT and calls the tool. Its
+# output must match CASE.expected. Usage: run_case.sh BUILD CASE.sh [EMULATOR...]
 # ZOR_UPDATE_GOLDEN=1 writes the expected text instead; read the change before you commit it.
 #
-# What a case may use:
+# Functions for a case:
 #   start NAME [ARGUMENT...]  a server or an example; waits until it is ready
 #   peer NAME MODE [ARGUMENT...]  a daemon of that name on the bus, see peer.cpp
-#   background NAME ARGUMENT...   zorctl while the case goes on
+#   background NAME ARGUMENT...   zorctl in the background
 #   stop NAME                 kills it
 #   gone NAME                 whether it has ended
 #   running NAME              its process id
-#   output NAME               what it has printed so far
+#   output NAME               its output so far
 #   run ARGUMENT...           zorctl: prints the command, its output, "! " and its errors, "= " and its exit code
 #   run_on_terminal COLUMNS ARGUMENT...   the same on a terminal, output and errors mixed
 #   report COMMAND...         the same for any command
 #   begin ARGUMENT...         as run, in the background; its errors so far are in $work/begun.err
-#   finish                    waits until it ends, and prints what run would have
+#   finish                    waits until it ends, and prints what run would have printed
 #   run_unread ARGUMENT...    as run, into a pipe whose reader has gone
-#   await COMMAND...          until it succeeds; the case fails after two minutes
-#   normalise                 a filter that a case may define, for what differs from run to run
+#   await COMMAND...          waits until it succeeds; the case fails after two minutes
+#   normalise                 a filter that a case may define, for text that differs from run to run
 set -euo pipefail
 
 source=$(cd "$(dirname "$0")/../.." && pwd)
@@ -86,7 +86,7 @@ background() { spawn "$1" "$build/tools/zorctl/zorctl" "${@:2}"; }
 
 spawn() { # NAME PROGRAM ARGUMENT...
   [ -z "${pids[$1]:-}" ] || stop "$1" # the one before it
-  : >"$ZOR_ROOT/$1.out" # what an earlier process of that name said does not count
+  : >"$ZOR_ROOT/$1.out" # the output of an earlier process of that name does not count
   "${emulator[@]}" "${@:2}" >"$ZOR_ROOT/$1.out" 2>"$ZOR_ROOT/$1.err" &
   pids[$1]=$!
   disown $! # or its end would be announced

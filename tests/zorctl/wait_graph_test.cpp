@@ -1,4 +1,4 @@
-// What is found out about a daemon that does not answer.
+// The diagnosis of a daemon that does not reply.
 #include "zorctl/wait_graph.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ Daemon Make(const std::string &name, const std::vector<std::string> &waitsFor = 
   return daemon;
 }
 
-// Its latest message, to that one, may be a request.
+// Its latest message to the other may be a request.
 Daemon Perhaps(const std::string &name, const std::string &other, uint32_t type) {
   Daemon daemon = Make(name);
   daemon.pending.push_back({other, type, 7, 2'000, Waits::kPerhaps});
@@ -31,7 +31,7 @@ Daemon GoneOn(Daemon daemon) {
 }
 
 struct Case {
-  std::vector<Daemon> daemons;  // the first is asked about
+  std::vector<Daemon> daemons;  // the first is the subject
   const char *verdict;
 };
 

@@ -1,4 +1,4 @@
-// What golden tests see badly: widths, hostile bytes and the layout of bodies.
+// Details that golden tests do not show: widths, hostile bytes and the layout of bodies.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <zor/config_wire.h>

@@ -12,7 +12,7 @@
 #include "support/capture.h"
 #include "support/temp_root.h"
 
-// Stands before the platform's runner, to see the time limit and to shorten it.
+// Wraps the platform's runner to record and shorten the time limit.
 static int32_t seenLimitMs = 0;
 static bool impatient = false;
 
@@ -25,7 +25,7 @@ int32_t ZOR_UTIL_ForkProcessSys(const char *command, int32_t timeLimitMs, int32_
 namespace zor::test {
 namespace {
 
-// The time limit is the caller's to enforce: the command must neither stay nor become a zombie.
+// The caller enforces the time limit: the command must neither survive nor become a zombie.
 TEST(Command, ThatHangsIsKilledAndReaped) {
   impatient = true;
   Capture output;

@@ -28,7 +28,7 @@ Pids Find(const std::string &name) {
 
 class Lookup : public testing::Test {
  protected:
-  // A process with these arguments behind the shell's own, stopped, so that it lasts.
+  // A process with these arguments after the shell's own, stopped so that it stays.
   void Start(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), {"/bin/sh", "-c", "kill -STOP $$"});
     children_.push_back(Child::Program(arguments));

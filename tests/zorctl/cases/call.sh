@@ -2,7 +2,7 @@ start msgsvr
 start notifyserver
 start provider
 
-# A type by number and by name; a body as fields, text, bytes and items; what is known of the answer.
+# A type by number and by name; a body as fields, text, bytes and items; and how the reply is shown.
 run call 0x705 daemon=cms
 run call get_process_num daemon=nobody --json
 run call ZOR_MSG_RESTFUL_REQUEST prefix=/api/lamp name=state
@@ -18,7 +18,7 @@ run send 0x61001 cms --data 7
 run send 0x61001 cms --data 0x10 --json
 run call 0x61002 cms
 
-# Bodies that go by file; too large ones do not go.
+# Bodies that travel in files; too large ones are refused.
 head -c 3000 /dev/zero | tr '\0' x >"$work/long"
 run call 0x61003 cms --file "$work/long" | tr -s x
 head -c 2097153 /dev/zero >"$work/huge"

@@ -2,7 +2,7 @@ completion=$source/tools/zorctl/completion/zorctl.bash
 # shellcheck source=/dev/null
 . "$completion"
 
-# What bash would offer for the last of the words.
+# The completions that bash would offer for the last word.
 offers() {
   COMP_WORDS=(zorctl "$@")
   COMP_CWORD=$#

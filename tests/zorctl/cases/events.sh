@@ -20,7 +20,7 @@ run send 0x2DA07 --text $'no JSON \e[31m'
 run send 0x2DA07 --hex "$(printf '5b%.0s' {1..2000})"
 finish
 
-# Only some modules, and those that nobody knows.
+# Selected modules, and unknown ones.
 listen lan network --limit 2
 run publish wan up x=1
 run publish lan link port=2
@@ -33,7 +33,7 @@ run publish 0x2DA00 link port=1
 run listen --timeout 0.1
 run listen --timeout 0.1 --limit 1
 
-# Bodies: in a file of the bus, too large, no JSON; and ones that are none.
+# Bodies: in a file of the bus, too large, not JSON, missing.
 head -c 5000 /dev/zero | tr '\0' x | sed 's/.*/"&"/' >"$work/long.json"
 listen --limit 1
 run publish network long --json-payload "@$work/long.json" --json
@@ -46,7 +46,7 @@ run publish lan link --json-payload '{}'
 run publish lan link
 run publish lan link port
 
-# A server that ends meanwhile, and output that nobody reads.
+# The server ends meanwhile; the reader of the output has gone.
 listen
 kill -KILL "$(running msgsvr)"
 finish

@@ -17,7 +17,7 @@ for verb in 'wait fan' 'call 0x61005 cms' 'exit lamp'; do
   peer lamp refuse
 done
 
-# The server is there and does nothing.
+# The server is stopped.
 kill -STOP "$(running msgsvr)"
 run list --timeout 0.2
 kill -CONT "$(running msgsvr)"
@@ -31,12 +31,12 @@ run list
 stop lamp
 stop msgsvr
 
-# Trace that is set for everybody stays out of the output.
+# Trace settings for all daemons do not affect the output.
 printf 'trace.* = all=debug\n' >"$work/settings"
 start msgsvr --settings "$work/settings"
 run wait cms --timeout 0.1
 
-# Nobody reads the output, or nobody can write it, or there is none.
+# The output has no reader, is full, or is closed.
 run_unread complete types
 types_to() { zorctl complete types >"$1"; }
 report types_to /dev/full

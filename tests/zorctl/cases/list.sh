@@ -4,7 +4,7 @@ run list
 run list -v
 run list --json
 
-# On a narrow terminal lines are cut, and only there the titles are bold.
+# Lines are cut on a narrow terminal, and titles are bold on terminals only.
 columns() { wc -L | sed 's/^/columns: /'; }
 NO_COLOR=1 on_terminal 40 list | columns
 NO_COLOR=1 on_terminal 40 list -v | columns

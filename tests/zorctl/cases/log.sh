@@ -23,7 +23,7 @@ record() { # TYPE LEVEL INDEX TEXT...
 }
 kernel() { record 1 "$1" 0xfff00000 "$2"; }
 login() { record 0 0 0x05000000 "$1" 10.0.0.2; }
-normalise() { sed -E 's/log: .*; waiting for it/log: SYSLOG IS ABSENT; waiting for it/'; } # or has lost our question
+normalise() { sed -E 's/log: .*; waiting for it/log: SYSLOG IS ABSENT; waiting for it/'; } # or has lost the request
 printed() { grep -qF "$1" "$work/begun"; }
 
 run log

@@ -1,7 +1,7 @@
-# The times, and numbers that depend on what else was asked before.
+# Times, and sequence numbers, which depend on earlier requests.
 normalise() { sed -E 's/^[0-9:]{8}\.[0-9]{3}/HH:MM:SS.mmm/; s/"time":"[^"]*"/"time":"T"/; s/"sequence":[0-9]+/"sequence":N/; s/ctl[0-9]+ +/ctlPID /'; }
 
-# Another monitor sees who begins to watch.
+# Another monitor shows when each watch has begun.
 watching() { grep -q "$1" "$ZOR_ROOT/watcher.out"; }
 
 run monitor
@@ -20,7 +20,7 @@ run monitor --pcapng - --lines
 run monitor --pcapng - --json
 run_on_terminal 80 monitor --pcapng -
 
-# Lines of what one daemon gets, a message to nobody, and JSON of what one sends.
+# Lines of what one daemon receives, an undeliverable message, and JSON of what one sends.
 background lines monitor --name web --received --limit 3
 background lost monitor --type 0x4000 --name nobody --limit 1
 background json monitor --name db --sent --json --limit 2
@@ -35,7 +35,7 @@ for each in lines lost json; do
   output "$each"
 done
 
-# Asks every few milliseconds.
+# Sends a request every few milliseconds.
 peer asker ask nobody
 run_on_terminal 40 monitor --name asker --sent --limit 1
 run monitor --name asker --sent --type get_process_num --limit 1 --json

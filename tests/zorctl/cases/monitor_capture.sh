@@ -1,4 +1,4 @@
-# What a capture holds, as the dissector shows it; and what is left of one when there is no room.
+# The content of a capture as the dissector shows it; a capture that runs out of space.
 dissect() {
   tshark -X "lua_script:$build/tools/wireshark/zorbus.lua" -r "$@" 2>"$work/tshark.err" || cat "$work/tshark.err"
 }
@@ -9,10 +9,10 @@ start notifyserver
 start provider
 background all monitor --pcapng "$work/all.pcapng"
 await test -s "$work/all.pcapng"
-zorctl call DM cms --subtype 1 --item device=lamp >"$work/answer"
+zorctl call DM cms --subtype 1 --item device=lamp >"$work/reply"
 zorctl send 0x4001 cms --text "$(printf '%3000s' long)"
-zorctl send 0x4001 nobody --text lost 2>"$work/answer" || true
-zorctl call RESTFUL_REQUEST word0=1 prefix=/api/lamp name=state text='{}' >"$work/answer" 2>&1 || true
+zorctl send 0x4001 nobody --text lost 2>"$work/reply" || true
+zorctl call RESTFUL_REQUEST word0=1 prefix=/api/lamp name=state text='{}' >"$work/reply" 2>&1 || true
 count() { [ "$(dissect "$work/all.pcapng" -Y 'zorbus.type == 0x10d' | wc -l)" -ge "$1" ]; }
 await count 2
 kill -INT "$(running all)"
@@ -21,7 +21,7 @@ dissect "$work/all.pcapng" -O zorbus -Y 'zorbus.type == 0x209 || zorbus.type == 
 
 run monitor --pcapng /dev/full
 run monitor --pcapng "$work/no/such/directory"
-# A file that may grow to 8 KiB, which lies within a block.
+# A file limited to 8 KiB, which is not a multiple of the block size.
 peer asker ask nobody
 report bash -c 'ulimit -f 8; exec "$@"' - "${emulator[@]}" "$build/tools/zorctl/zorctl" monitor \
   --pcapng "$work/full.pcapng" >"$work/full"

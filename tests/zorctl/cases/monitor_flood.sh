@@ -1,4 +1,4 @@
-# Ten monitors of a bus that is flooded, one of them stopped: the bus goes on, and what it missed is counted.
+# Ten monitors of a flooded bus, one of them stopped: the bus keeps running, and missed copies are counted.
 start msgsvr
 peer target idle
 for i in 0 1 2 3 4 5 6 7 8 9; do

@@ -1,9 +1,9 @@
-answer_awaited() { zorctl notify --list --json | grep -q '"pending":\[{'; }
+reply_awaited() { zorctl notify --list --json | grep -q '"pending":\[{'; }
 
 run notify --list
 start msgsvr
 start notifyserver
-start provider # answers type 0x71 as module cms
+start provider # replies to type 0x71 as module cms
 run notify --list
 run notify cms 0x71 what? --sync
 run notify cms 0x71 what? --sync --json
@@ -25,17 +25,17 @@ run notify --list web
 run_unread notify --list
 run_on_terminal 11 notify --list
 
-# The module is stuck; then it ends while it is asked; then the server does.
+# The module is stuck; the module ends during a request; the server ends during a request.
 kill -STOP "$(running provider)"
 run notify cms 0x71 what? --sync --timeout 0.2
 begin notify cms 0x71 what? --sync --timeout 20
-await answer_awaited
+await reply_awaited
 kill -KILL "$(running provider)"
 finish
 start provider
 kill -STOP "$(running provider)"
 begin notify cms 0x71 what? --sync --timeout 20
-await answer_awaited
+await reply_awaited
 kill -KILL "$(running notifyserver)"
 finish
 run notify cms 0x71 what?

@@ -1,4 +1,4 @@
-answer_awaited() { zorctl list --json | grep -q '"pending":\[{'; }
+reply_awaited() { zorctl list --json | grep -q '"pending":\[{'; }
 
 run rest /api/lamp state
 start msgsvr
@@ -16,7 +16,7 @@ run rest /api/lamp
 kill -STOP "$(running provider)"
 run rest /api/lamp state --timeout 0.2
 begin rest /api/lamp state --timeout 20
-await answer_awaited
+await reply_awaited
 kill -KILL "$(running msgsvr)"
 finish
 run rest /api/lamp state

@@ -14,14 +14,14 @@ run trace set web --file-kib 2048 --json
 run trace set '*' all=info
 run trace show db
 
-# What was set outlives the server.
+# Settings survive the server.
 stop msgsvr
 run trace show web
 start msgsvr
 run trace show web
 run trace clear web
 
-# Of two at once, one comes last, whole.
+# Of two concurrent changes the last one wins as a whole.
 background one trace set web one=debug --output file
 background other trace set web other=info --output stdout
 await gone one

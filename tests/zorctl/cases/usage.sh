@@ -7,7 +7,7 @@ run list --timeout 0
 run list --timeout nan
 run list --help
 
-# The verbs come and go; what holds for each of them does not.
+# The list of verbs changes; these rules hold for every verb.
 zorctl --help >"$work/help"
 echo '$ zorctl --help'
 sed '/^Verbs:/,/^$/d' "$work/help"

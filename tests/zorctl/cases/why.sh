@@ -1,5 +1,5 @@
 says() { zorctl why "$1" | head -n 1 | grep -qF "$2"; }
-settled() { says "$@" && ! zorctl why "$1" --json | grep -q '"unread":[1-9]'; } # what they were sent they have read
+settled() { says "$@" && ! zorctl why "$1" --json | grep -q '"unread":[1-9]'; } # and have read all their messages
 normalise() {
   sed -E 's/ +[0-9]+\.[0-9] s/ N.N s/g; s/^([a-z]+) +[0-9]+  (sleeping|stopped|running)/\1 PID \2/; s/  +/  /g
     s/(sleeping|running)/going/g; s/[0-9]+  0x/N  0x/; s/"sequence":[0-9]+/"sequence":N/g'
@@ -30,7 +30,7 @@ run why left
 run why right --json
 run_on_terminal 7 why left
 
-# Two that only tell each other something: by types that are known to want no answer, and by types that nobody knows.
+# Two that send each other one-way messages: first of types known to be one-way, then of unknown types.
 tell_each_other() { # NAME TYPE NAME TYPE
   peer "$1" tell "$3" "$2"
   peer "$3" tell "$1" "$4"
@@ -41,7 +41,7 @@ tell_each_other one 0x4B05 two 0x4B06
 await settled one 'nothing waits for one'
 run why one
 tell_each_other here 0x4062 there 0x4063
-# Where the system shows that they sleep in their loops, they do not wait; else the verdict takes nothing for granted.
+# When the system shows that they sleep in their loops, they do not wait; otherwise the verdict names its assumption.
 says here 'nothing waits for here' || says here 'provided that 0x4062 and 0x4063 are requests' || zorctl why here
 
 stop msgsvr
