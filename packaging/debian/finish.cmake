@@ -1,7 +1,7 @@
 # Runs between the staging of the components and the making of the packages.
 file(GLOB components ${CPACK_TEMPORARY_DIRECTORY}/*)
 
-# Debian's tools look for these compressed, without a time in them.
+# Debian's tools expect these compressed, without a time stamp.
 foreach(component ${components})
   file(GLOB texts ${component}/usr/share/doc/*/changelog ${component}/usr/share/doc/*/changelog.Debian
     ${component}/usr/share/man/man*/*.[0-9])
@@ -10,7 +10,7 @@ foreach(component ${components})
   endforeach()
 endforeach()
 
-# What programs that link a library will depend on, from what it exports: by symbol, and by name for older tools.
+# The dependencies of programs that link a library, from its exports: by symbol, and by name for older tools.
 foreach(pair runtime=libmsgapi1 platform=libzorplatform1)
   string(REGEX MATCH "(.*)=(.*)" pair ${pair})
   set(package ${CMAKE_MATCH_2})
