@@ -1,4 +1,5 @@
-// Requests and one-way messages through the message server, beside a bare relay. Usage: bus_bench MSGSVR
+// Requests and one-way messages through the message server, beside a bare relay.
+// Usage: bus_bench MSGSVR [BYTES...]; with sizes, only requests of these
 #include <unistd.h>
 #include <zor/msg.h>
 
@@ -63,7 +64,7 @@ void CompareRequests(std::size_t bodyLength, const System &system) {
   const std::size_t count = bodyLength > ZOR_MSG_INLINE_BODY_MAX ? 600 : 4000;
   Request request(kEcho, std::vector<char>(bodyLength, 'x'));
   BareRelay bare(bodyLength, ZOR_MSG_INLINE_BODY_MAX, system.root() + "/var/run/msg");
-  std::vector<double> ours, p50, p99, ratio, ratio99;
+  std::vector<double> ours, p50, p99, ratio, ratio50, ratio99;
   for (int round = 0; round < kRounds; ++round) {
     const Cost theirs = TimeEach(count, [&] { bare.Call(); });
     const Cost mine = TimeEach(count, [&] { request.Call(); });
@@ -71,10 +72,11 @@ void CompareRequests(std::size_t bodyLength, const System &system) {
     p50.push_back(mine.p50);
     p99.push_back(mine.p99);
     ratio.push_back(mine.mean / theirs.mean);
+    ratio50.push_back(mine.p50 / theirs.p50);
     ratio99.push_back(mine.p99 / theirs.p99);
   }
-  std::printf("%-10zu %10.0f %9.1f %9.1f %8.2f %8.2f\n", bodyLength, 1e9 / Median(ours), Median(p50) / 1e3,
-              Median(p99) / 1e3, Median(ratio), Median(ratio99));
+  std::printf("%-10zu %10.0f %9.1f %9.1f %8.2f %8.2f %8.2f\n", bodyLength, 1e9 / Median(ours), Median(p50) / 1e3,
+              Median(p99) / 1e3, Median(ratio), Median(ratio50), Median(ratio99));
 }
 
 void CompareOneWay(std::size_t bodyLength) {
@@ -102,8 +104,8 @@ void CompareOneWay(std::size_t bodyLength) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: bus_bench MSGSVR\n");
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: bus_bench MSGSVR [BYTES...]\n");
     return 2;
   }
   PinToOneProcessor();
@@ -113,7 +115,9 @@ int main(int argc, char **argv) {
   while (ZOR_MSG_GetNumOfProcesses("provider") == 0) ::usleep(1000);
 
   std::printf("requests, beside a bare relay (median of %d rounds)\n", kRounds);
-  std::printf("%-10s %10s %9s %9s %8s %8s\n", "body", "calls/s", "p50 us", "p99 us", "ratio", "p99");
+  std::printf("%-10s %10s %9s %9s %8s %8s %8s\n", "body", "calls/s", "p50 us", "p99 us", "ratio", "p50", "p99");
+  for (int i = 2; i < argc; ++i) CompareRequests(std::strtoul(argv[i], nullptr, 10), system);
+  if (argc > 2) return 0;
   for (const std::size_t length : {0, 64, 1024, 2048, 16 << 10, 256 << 10}) CompareRequests(length, system);
   std::printf("\none-way messages\n%-10s %10s %28s %8s\n", "body", "msgs/s", "", "ratio");
   for (const std::size_t length : {0, 64, 1024}) CompareOneWay(length);

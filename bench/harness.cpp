@@ -76,10 +76,10 @@ Process::~Process() {
 }
 
 System::System(const std::string &msgsvr) {
-  char name[] = "/tmp/zor-bench.XXXXXX";
-  Require(::mkdtemp(name) != nullptr, "mkdtemp");
-  root_ = name;
-  ::setenv("ZOR_ROOT", name, 1);
+  const char *directory = std::getenv("TMPDIR");
+  root_ = std::string(directory == nullptr ? "/tmp" : directory) + "/zor-bench.XXXXXX";
+  Require(::mkdtemp(root_.data()) != nullptr, "mkdtemp");
+  ::setenv("ZOR_ROOT", root_.c_str(), 1);
   int ready[2];
   Require(::pipe2(ready, O_CLOEXEC) == 0, "pipe2");
   server_ = ::fork();

@@ -50,7 +50,7 @@ class Process {
   pid_t pid_;
 };
 
-// A temporary system root with a message server running in it.
+// A temporary system root below TMPDIR, which is better a tmpfs as the directory of a gateway is, with a message server running in it.
 class System {
  public:
   explicit System(const std::string &msgsvr);

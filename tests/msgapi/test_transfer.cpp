@@ -151,6 +151,33 @@ TEST_F(Transfer, ASendHookCanTakeTheMessageOrRedirectIt) {
   EXPECT_TRUE(pair_.far.NothingArrived());
 }
 
+TEST_F(Transfer, ALongBodyGivenApartArrivesWholeAndAHookSeesItInOneBlock) {
+  const LoopbackBus bus;
+  static std::string seen;
+  const std::string body(5000, 'q');
+  const auto send = [&](uint32_t length) {
+    return ZOR_MSG_SendMsgDataWithDataSeq("cms", 0xe0000009, body.data(), length, 4, 7);
+  };
+  ASSERT_EQ(send(5000), ZOR_OK);
+  const Received got = Receive(bus.peer);
+  ASSERT_EQ(got.status, ZOR_OK);
+  EXPECT_TRUE(got.body() == body);
+  Message head = MakeMessage(9, "tester", "cms", 4, "", 7);
+  head.header.bodyLength = 5000;
+  EXPECT_EQ(std::memcmp(got.msg.get(), &head.header, sizeof head.header), 0);
+  EXPECT_TRUE(NoMessageFiles());
+  Capture output;
+  EXPECT_EQ(send(0x7fffd9), ZOR_E_NO_MEMORY);
+  EXPECT_EQ(output.Text(), "error: not host tool, but malloc 4M, return NULL, malloc len=8388609\n");
+  g_pfMsgSendHook = [](ZOR_MSG_HEAD *msg, int *handled, int *) -> uint32_t {
+    seen.assign(static_cast<const char *>(ZOR_MSG_GetMsgByHead(msg)), msg->bodyLength);
+    *handled = 1;
+    return 7;
+  };
+  EXPECT_EQ(send(5000), 7u);
+  EXPECT_TRUE(seen == body);
+}
+
 TEST_F(Transfer, ATornHeaderFailsAndIsNotPutTogether) {
   Capture output;
   for (const std::string &piece : {bytes_.substr(0, 20), bytes_.substr(20)}) {

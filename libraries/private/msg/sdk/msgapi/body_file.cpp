@@ -25,7 +25,7 @@ namespace {
 using PathText = char[ZOR_MSG_FILE_PATH_SIZE + 1];
 
 // The C library returns large blocks to the system as they are freed, and fresh pages for each long body cost more than
-// all the rest of its journey. Once a block of this size has been freed it keeps the pages of smaller ones.
+// the rest of its transfer. Once a block of this size has been freed it keeps the pages of smaller ones.
 void KeepPagesOfLongBodies() {
   constexpr std::uint64_t kKeptBlockSize = 0x100000;
   static bool done = false;
@@ -71,17 +71,17 @@ ssize_t ReadUpTo(int fd, char *to, std::size_t length) {
 
 }  // namespace
 
-std::uint32_t MoveBodyToFile(const ZOR_MSG_HEAD &msg, MessagePtr &block) noexcept {
+std::uint32_t MoveBodyToFile(const ZOR_MSG_HEAD &header, const void *body, MessagePtr &block) noexcept {
   KeepPagesOfLongBodies();
   PathText path = {};
   std::snprintf(path, sizeof path, ZOR_PATH_MSG_FILE_FORMAT, ZOR_UTIL_GenRandomInteger());
-  if (ZOR_UTIL_WriteBufToFile(FixedPath(path).c_str(), BodyOf(&msg), msg.bodyLength) != ZOR_FILE_OK) {
+  if (ZOR_UTIL_WriteBufToFile(FixedPath(path).c_str(), body, header.bodyLength) != ZOR_FILE_OK) {
     std::puts("\n----------------msg write file failed--------------------");
     return ZOR_E_BODY_FILE;
   }
   block = NewMessageBlock(ZOR_MSG_FILE_PATH_SIZE);
   if (block == nullptr) return ZOR_E_NOT_WRITABLE;
-  *block = msg;
+  *block = header;
   block->type |= ZOR_MSG_BODY_IN_FILE;
   block->bodyLength = ZOR_MSG_FILE_PATH_SIZE;
   std::memcpy(BodyOf(block.get()), path, ZOR_MSG_FILE_PATH_SIZE);

@@ -11,9 +11,10 @@
 
 namespace zor {
 
-// Writes the body to a new file and makes the block that is sent in place of the message. ZOR_E_BODY_FILE when the
-// file could not be written; ZOR_E_NOT_WRITABLE, with the file left in place, when there is no memory for the block.
-std::uint32_t MoveBodyToFile(const ZOR_MSG_HEAD &msg, MessagePtr &block) noexcept;
+// Writes a body of header.bodyLength bytes to a new file and makes the block that is sent in place of the message.
+// ZOR_E_BODY_FILE when the file could not be written; ZOR_E_NOT_WRITABLE, with the file left in place, when there is no
+// memory for the block.
+std::uint32_t MoveBodyToFile(const ZOR_MSG_HEAD &header, const void *body, MessagePtr &block) noexcept;
 
 // Deletes the file of a block that could not be sent.
 void RemoveBodyFile(const ZOR_MSG_HEAD &block) noexcept;

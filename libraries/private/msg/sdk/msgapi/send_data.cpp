@@ -3,11 +3,8 @@
 #include <zor/msg_bus.h>
 #include <zor/status.h>
 
-#include <cstring>
-
 #include "base/text.h"
-#include "message/context.h"
-#include "message/header.h"
+#include "sdk/msgapi/transfer.h"
 
 namespace {
 
@@ -32,15 +29,13 @@ uint32_t ZOR_MSG_SendMsgDataWithDataSeq(const char *destination, uint32_t type, 
                                         uint32_t dataWord, uint32_t sequence) {
   if (data == nullptr) return ZOR_MSG_SendSimpleMsgWithSeqNum(destination, type, dataWord, sequence);
   if (dataLength > kDataLengthMax) return ZOR_E_NO_MEMORY;
-  void *body = ZOR_MSG_GetMsgBlock(dataLength);
-  if (body == nullptr) return ZOR_E_NO_MEMORY;
-  const zor::MessagePtr msg(ZOR_MSG_GetMsgHead(body));
-  zor::SetName(msg->destination, destination);
-  msg->type = type;
-  msg->sequence = sequence;
-  msg->data = dataWord;
-  std::memcpy(body, data, dataLength);
-  return ZOR_MSG_Send(msg.get());
+  ZOR_MSG_HEAD header = {};
+  zor::SetName(header.destination, destination);
+  header.type = type;
+  header.sequence = sequence;
+  header.data = dataWord;
+  header.bodyLength = dataLength;
+  return zor::SendParts(header, data);
 }
 
 uint32_t ZOR_MSG_SendMsgDataWithData(const char *destination, uint32_t type, const void *data, uint32_t dataLength,

@@ -16,13 +16,14 @@
 #include "message/context.h"
 #include "message/header.h"
 #include "sdk/msgapi/body_file.h"
+#include "sdk/msgapi/transfer.h"
 
 ZOR_MSG_SEND_HOOK g_pfMsgSendHook = nullptr;
 
 namespace zor {
 namespace {
 
-// Where bytes go.
+// The destination of a write.
 struct Target {
   int fd;
   const sockaddr *address;
@@ -80,7 +81,7 @@ std::uint32_t WriteRest(const Target &to, const char *bytes, std::size_t length,
   }
 }
 
-// Writes a whole block. A descriptor that nobody has waited for is tried first: it is nearly always writable, and only
+// Writes a whole block. A descriptor that was not waited for is tried first: it is nearly always writable, and only
 // one that is not, or that is not open, is waited for.
 std::uint32_t Transmit(const Target &to, ZOR_MSG_HEAD &block, bool waited) {
   const ZOR_MSG_HEAD header = block;
@@ -100,11 +101,11 @@ std::uint32_t Transmit(const Target &to, ZOR_MSG_HEAD &block, bool waited) {
   return WriteRest(to, bytes, length, count, header);
 }
 
-std::uint32_t SendByFile(const Target &to, const ZOR_MSG_HEAD &msg) {
-  std::uint32_t status = AwaitWritable(to, msg);  // first: an unwritable socket leaves no file
+std::uint32_t SendByFile(const Target &to, const ZOR_MSG_HEAD &header, const void *body) {
+  std::uint32_t status = AwaitWritable(to, header);  // first: an unwritable socket leaves no file
   if (status != ZOR_OK) return status;
   MessagePtr block;
-  status = MoveBodyToFile(msg, block);
+  status = MoveBodyToFile(header, body, block);
   if (status != ZOR_OK) return status;
   status = Transmit(to, *block, true);
   if (status != ZOR_OK) RemoveBodyFile(*block);
@@ -127,7 +128,27 @@ std::uint32_t SendAlignedCopy(ZOR_MSG_HEAD *msg, Send send) {
   return status;
 }
 
+// A hook sees whole messages, and what cannot be sent is refused where all messages are.
+bool GoesStraightToFile(const ZOR_MSG_HEAD &header) {
+  return header.bodyLength > ZOR_MSG_INLINE_BODY_MAX && header.bodyLength <= ZOR_ALLOC_MAX - ZOR_MSG_HEAD_SIZE &&
+         g_pfMsgSendHook == nullptr && g_stMsgCtx.socketFd >= 0;
+}
+
 }  // namespace
+
+std::uint32_t SendParts(const ZOR_MSG_HEAD &header, const void *body) noexcept {
+  if (GoesStraightToFile(header)) {
+    ZOR_MSG_HEAD own = header;
+    CopyName(own.source, g_stMsgCtx.appName);
+    return SendByFile({g_stMsgCtx.socketFd, nullptr, 0}, own, body);
+  }
+  const MessagePtr msg = NewMessageBlock(header.bodyLength);
+  if (msg == nullptr) return ZOR_E_NO_MEMORY;
+  *msg = header;
+  std::memcpy(BodyOf(msg.get()), body, header.bodyLength);
+  return ZOR_MSG_Send(msg.get());
+}
+
 }  // namespace zor
 
 uint32_t ZOR_MSG_Send(ZOR_MSG_HEAD *msg) {
@@ -159,7 +180,8 @@ uint32_t ZOR_MSG_SendTo(int fd, ZOR_MSG_HEAD *msg, const struct sockaddr *addres
                                 [&](ZOR_MSG_HEAD *copy) { return ZOR_MSG_SendTo(fd, copy, address, addressLength); });
   }
   const zor::Target to = {fd, address, addressLength};
-  return msg->bodyLength > ZOR_MSG_INLINE_BODY_MAX ? zor::SendByFile(to, *msg) : zor::Transmit(to, *msg, false);
+  return msg->bodyLength > ZOR_MSG_INLINE_BODY_MAX ? zor::SendByFile(to, *msg, zor::BodyOf(msg))
+                                                   : zor::Transmit(to, *msg, false);
 }
 
 uint32_t ZOR_MSG_SendRealTimeMsg(void *) {
