@@ -1,4 +1,4 @@
-// The compiler's word that the records of the bus lie in memory as they travel, on every machine.
+// Compile-time proof that the records of the bus have the same layout in memory as on the wire, on every machine.
 #include <zor/msg_wire.h>
 
 #include <cstddef>

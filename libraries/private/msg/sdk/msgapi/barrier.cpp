@@ -1,4 +1,4 @@
-// The cross-process barrier: the server holds the reply to a wait back until somebody posts the name.
+// The cross-process barrier: the server holds back the reply to a wait until a client posts the name.
 #include <zor/msg_build.h>
 #include <zor/msg_request.h>
 
@@ -28,7 +28,7 @@ uint32_t ZOR_MSG_ZorSyncWait(const char *name, uint32_t timeoutMs) {
   ZOR_MSG_HEAD *received = nullptr;
   const uint32_t status = ZOR_MSG_SendAndRecv(&request.header, &received, timeoutMs);
   const zor::MessagePtr reply(received);
-  // That a reply came is the whole answer: what it says is not looked at.
+  // The arrival of a reply is the whole result; its content is ignored.
   return status != 0 ? status : request.header.data;
 }
 

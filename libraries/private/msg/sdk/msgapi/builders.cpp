@@ -38,7 +38,7 @@ ZOR_MSG_HEAD *ZOR_MSG_MsgResponseBuilder(const ZOR_MSG_HEAD *request, uint32_t d
   if (request == nullptr || (data != nullptr && dataLength >= kResponseLengthEnd)) return nullptr;
   zor::MessagePtr reply = NewMessage(data == nullptr ? 0 : dataLength);
   if (reply == nullptr) return nullptr;
-  if (data == nullptr) zor::NextSequence();  // a header-only answer costs a number, which nobody gets
+  if (data == nullptr) zor::NextSequence();  // a header-only reply uses up a number
   reply->type = request->type;
   reply->sequence = request->sequence;
   reply->data = dataWord;

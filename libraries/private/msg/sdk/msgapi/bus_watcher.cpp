@@ -10,6 +10,7 @@
 #include "sdk/loop/lookup.h"
 #include "sdk/loop/loop.h"
 #include "sdk/loop/msg_watcher.h"
+#include "sdk/loop/watcher.h"
 #include "sdk/msgapi/body_file.h"
 
 namespace zor {
@@ -25,7 +26,7 @@ std::uint32_t FixUpHeader(ZOR_MSG_HEAD *header, std::uint32_t *bodyInFile) {
   return header->bodyLength;
 }
 
-std::uint32_t AnswersRequest(const ZOR_MSG_HEAD *msg, std::uint32_t type, std::uint32_t sequence) {
+std::uint32_t MatchesRequest(const ZOR_MSG_HEAD *msg, std::uint32_t type, std::uint32_t sequence) {
   return ((msg->type ^ type) & ZOR_MSG_TYPE_MASK) == 0 && msg->sequence == sequence ? 1 : 0;
 }
 
@@ -40,11 +41,10 @@ void Dispatch(ZOR_MSG_HEAD *msg) {
   ZOR_MSG_MsgFilterProc(msg, msg->bodyLength);
 }
 
-// A socket at its end stays readable for ever: it is not looked at any more, so that the loop can sleep. It stays in
-// the context, and sends go on to report that the server has gone.
+// A socket at end of file stays readable for ever: the loop stops watching it, so that it can sleep. The socket stays
+// in the context, and sends keep reporting that the server is gone.
 void OnReadable(UvIO *io, std::uint32_t) {
-  auto *watcher = static_cast<UvMsgWatcher *>(static_cast<void *>(io));
-  if (ReadAndDispatchMessage(*watcher) == ZOR_E_PEER_GONE) ZOR_UV_IOStop(io, UV_READABLE);
+  if (ReadAndDispatchMessage(RecordOf<UvMsgWatcher>(&io->header)) == ZOR_E_PEER_GONE) ZOR_UV_IOStop(io, UV_READABLE);
 }
 
 }  // namespace
@@ -54,7 +54,7 @@ std::uint32_t StartBusWatcher(int fd) noexcept {
   if (watcher == nullptr) return ZOR_E_NO_MEMORY;
   watcher->headerLength = ZOR_MSG_HEAD_SIZE;
   watcher->getPayloadLength = FixUpHeader;
-  watcher->matchReply = AnswersRequest;
+  watcher->matchReply = MatchesRequest;
   watcher->fixUp = RestoreBody;
   ZOR_UV_MsgInit(&MainLoop(), watcher.get(), fd, Dispatch);
   if (watcher->io.header.loop == nullptr) return ZOR_E_ARGUMENT;

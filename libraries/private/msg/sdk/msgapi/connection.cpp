@@ -1,6 +1,6 @@
-// The life of the connection. Init connects and registers; whatever goes wrong after the connection stands is not
-// reported but leaves the bus destroyed, which callers see at their next send. They rely on being able to start while
-// the server refuses them.
+// The life of the connection. Init connects and registers; failures after connecting are not reported:
+// they leave the bus destroyed, which callers see at their next send. They rely on being able to start while the server
+// refuses them.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -43,7 +43,7 @@ UniqueFd OpenSocket(int domain) {
 
 template <class Address>
 bool Connect(int fd, const Address &address) {
-  const auto *generic = static_cast<const sockaddr *>(static_cast<const void *>(&address));
+  const auto *generic = reinterpret_cast<const sockaddr *>(&address);
   int result;
   do {
     result = ::connect(fd, generic, sizeof address);

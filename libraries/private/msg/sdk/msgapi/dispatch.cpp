@@ -1,6 +1,6 @@
-// The way of a received message: the filter traces it and calls the application's message procedure; the default
-// procedure runs the handlers of its type in order and sends their answers; what no handler took goes to the first
-// built-in rule that wants it.
+// How a received message is dispatched: the filter traces it and calls the application's message procedure; the default
+// procedure runs the handlers of its type in order and sends their replies; what no handler took goes to the first
+// built-in rule that applies.
 #include <zor/msg_dispatch.h>
 
 #include <zor/event.h>
@@ -54,7 +54,7 @@ void TraceMatch(const HandlerEntry &entry, const ZOR_MSG_HEAD &head) {
                       function, kTraceLabel);
 }
 
-// A handler that answers inside the request's own block gives back the request, which is not its to give away.
+// A handler that writes its reply into the request's own block returns the request, which it does not own.
 void SendReply(ZOR_MSG_HEAD *reply, const ZOR_MSG_HEAD *msg, const ZOR_MSG_HEAD &request) {
   MessagePtr owner(reply == msg ? nullptr : reply);
   if (reply == nullptr) return;

@@ -1,4 +1,4 @@
-// What one daemon asks on behalf of, about, or of another: event subscriptions, process count, safe exit.
+// Requests on behalf of, about, or to another daemon: event subscriptions, process count, safe exit.
 #include <zor/limits.h>
 #include <zor/msg_build.h>
 #include <zor/msg_request.h>
@@ -40,9 +40,9 @@ uint32_t ZOR_MSG_GetNumOfProcesses(const char *name) {
   request.header.type = ZOR_MSG_GET_PROCESS_NUM;
   request.header.bodyLength = sizeof request.name;
   zor::SetName(request.name, name);
-  ZOR_MSG_HEAD *answer = nullptr;
-  const uint32_t status = ZOR_MSG_SendAndRecv(&request.header, &answer, ZOR_MSG_PROCESSES_WAIT_MS);
-  const zor::MessagePtr reply(answer);
+  ZOR_MSG_HEAD *received = nullptr;
+  const uint32_t status = ZOR_MSG_SendAndRecv(&request.header, &received, ZOR_MSG_PROCESSES_WAIT_MS);
+  const zor::MessagePtr reply(received);
   return status == ZOR_OK && reply != nullptr ? reply->data : 0;
 }
 
@@ -50,9 +50,9 @@ uint32_t ZOR_MSG_SafeExitProcesses(const char *name) {
   if (name == nullptr) return ZOR_OK;
   ZOR_MSG_HEAD request;
   ZOR_MSG_SimpleBuilder(&request, name, ZOR_MSG_SAFE_EXIT, 0);
-  ZOR_MSG_HEAD *answer = nullptr;
-  const uint32_t asked = ZOR_MSG_SendAndRecv(&request, &answer, ZOR_MSG_PROCESSES_WAIT_MS);
-  const zor::MessagePtr reply(answer);
-  // The server is told even when the daemon did not answer; callers test the combined bits against 0 only.
-  return SendNameToServer(ZOR_MSG_SAFE_EXIT, 0, name) | asked;
+  ZOR_MSG_HEAD *received = nullptr;
+  const uint32_t requested = ZOR_MSG_SendAndRecv(&request, &received, ZOR_MSG_PROCESSES_WAIT_MS);
+  const zor::MessagePtr reply(received);
+  // The server is notified even without a reply of the daemon; callers only compare the combined bits with 0.
+  return SendNameToServer(ZOR_MSG_SAFE_EXIT, 0, name) | requested;
 }

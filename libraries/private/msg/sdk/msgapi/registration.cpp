@@ -14,6 +14,7 @@
 #include "message/context.h"
 #include "message/header.h"
 #include "sdk/loop/loop.h"
+#include "sdk/loop/watcher.h"
 #include "trace/trace.h"
 
 namespace zor {
@@ -27,11 +28,11 @@ void SendReport(void *) {
 
 void StopIfReport(UvWatcher *watcher, void *) {
   if ((watcher->flags & UV_WATCHER_TIMER) == 0) return;
-  auto *timer = static_cast<UvTimer *>(static_cast<void *>(watcher));
-  if (timer->callback == SendReport) ZOR_UTIL_TimerDel(timer);
+  UvTimer &timer = RecordOf<UvTimer>(watcher);
+  if (timer.callback == SendReport) ZOR_UTIL_TimerDel(&timer);
 }
 
-// A reply too short for the period asks for no report.
+// A reply that is too short to hold the period requests no reports.
 void StartReports(std::string_view body) {
   StopReports();
   if (body.size() < sizeof(ZOR_MSG_REGISTER_REPLY)) return;
@@ -56,12 +57,12 @@ std::uint32_t Register() noexcept {
   ZOR_MSG_HEAD request = {};
   request.type = ZOR_MSG_REGISTER_APP;
   CopyName(request.source, g_stMsgCtx.appName);
-  ZOR_MSG_HEAD *answer = nullptr;
-  const std::uint32_t status = ZOR_MSG_SendAndRecv(&request, &answer, 0);
-  const MessagePtr reply(answer);
+  ZOR_MSG_HEAD *received = nullptr;
+  const std::uint32_t status = ZOR_MSG_SendAndRecv(&request, &received, 0);
+  const MessagePtr reply(received);
   if (status != ZOR_OK) return status;
   if (reply == nullptr) return ZOR_E_ARGUMENT;
-  const std::string_view body(static_cast<const char *>(BodyOf(answer)), reply->bodyLength);
+  const std::string_view body(static_cast<const char *>(BodyOf(reply.get())), reply->bodyLength);
   SetPeerByteOrder(reply->data != 0);  // before the settings, whose levels are swapped accordingly
   CopyName(g_stMsgCtx.appName, reply->destination);
   StartReports(body);

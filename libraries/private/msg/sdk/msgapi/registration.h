@@ -1,4 +1,4 @@
-// What the server is told and tells when a daemon joins the bus.
+// Registration: what a daemon and the server exchange when the daemon joins the bus.
 #ifndef SDK_MSGAPI_REGISTRATION_H
 #define SDK_MSGAPI_REGISTRATION_H
 
@@ -6,7 +6,7 @@
 
 namespace zor {
 
-// Registers the name of the context over its socket, and takes on what the reply says: the granted name, the byte
+// Registers the name of the context over its socket, and applies what the reply contains: the granted name, the byte
 // order, the periodic report and the trace settings. ZOR_E_REFUSED when no name was granted; ZOR_E_ARGUMENT without a
 // reply; any status of a synchronous request.
 std::uint32_t Register() noexcept;

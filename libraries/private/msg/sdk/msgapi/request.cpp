@@ -42,12 +42,12 @@ bool IsFailureNotice(const ZOR_MSG_HEAD &msg, const Awaited &awaited) {
   return SameType(msg.type, ZOR_MSG_SEND_FAILED_NOTICE) && SameType(msg.data, awaited.type);
 }
 
-bool Answers(const ZOR_MSG_HEAD &msg, const Awaited &awaited) {
+bool IsReply(const ZOR_MSG_HEAD &msg, const Awaited &awaited) {
   if (!SameType(msg.type, awaited.type)) return false;
   return awaited.source == nullptr || NameView(msg.source) == NameView(*awaited.source);
 }
 
-// Each microsecond value is divided on its own.
+// Divides each microsecond value on its own, so the result may be a millisecond off.
 std::int64_t ElapsedMs(const ZOR_SYS_TIME &from, const ZOR_SYS_TIME &to) {
   const std::int64_t seconds = std::int64_t{to.seconds} - std::int64_t{from.seconds};
   const std::int64_t elapsed = seconds * 1000 - from.microseconds / 1000 + to.microseconds / 1000;
@@ -89,7 +89,7 @@ std::uint32_t CollectReply(const Awaited &awaited, ZOR_MSG_HEAD *&reply, std::ui
     const std::uint32_t status = ReceiveWithin(remainingMs, message);
     if (status != ZOR_OK) return status;
     if (IsFailureNotice(*message, awaited)) return ZOR_E_PEER_GONE;
-    if (Answers(*message, awaited)) {
+    if (IsReply(*message, awaited)) {
       reply = message.release();
       return ZOR_OK;
     }
@@ -112,7 +112,7 @@ std::uint32_t WaitForReply(const Awaited &awaited, ZOR_MSG_HEAD **reply, std::ui
   return status;
 }
 
-// Callers free the reply whatever comes back, so it is cleared before anything is refused.
+// Callers free the reply whatever the status, so it is cleared before anything is refused.
 bool ValidRequest(const ZOR_MSG_HEAD *msg, ZOR_MSG_HEAD **reply) {
   if (reply != nullptr) *reply = nullptr;
   return msg != nullptr && reply != nullptr;

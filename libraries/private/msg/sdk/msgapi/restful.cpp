@@ -1,5 +1,5 @@
-// Restful requests: a daemon registers a table of procedures under a path prefix and tells the server which paths to
-// send it; a request names a prefix and a procedure, and the procedure's text goes back to the requester.
+// Restful requests: a daemon registers a table of procedures under a path prefix and announces its paths to the
+// server; a request names a prefix and a procedure, and the procedure's text goes back to the requester.
 #include <zor/limits.h>
 #include <zor/mlog.h>
 #include <zor/msg_build.h>

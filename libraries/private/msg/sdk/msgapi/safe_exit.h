@@ -6,7 +6,7 @@
 
 namespace zor {
 
-// Whether the message asks one of the daemons to exit that are known to stand a sudden end.
+// Whether the message is an exit request to one of the daemons that may be terminated at any point.
 bool IsSafeExitRequest(const ZOR_MSG_HEAD &msg) noexcept;
 
 // Acknowledges the request and ends the process.
