@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 #include "fuzz.h"
 
 namespace {

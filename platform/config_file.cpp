@@ -2,13 +2,9 @@
 #include <zor/platform/config.h>
 #include <zor/platform/config_file.h>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdio>
 #include <cstring>
 
 #include "store.h"
@@ -121,28 +117,12 @@ int CopyFromFile(sqlite3 *db, const char *path, uint32_t parts) {
   return transaction.End(result);
 }
 
-// A new name is kept through a power cut once its directory is.
-int SyncDirectoryOf(const char *path) {
-  char directory[PATH_MAX];
-  const char *slash = std::strrchr(path, '/');
-  const int length = slash == nullptr ? 0 : static_cast<int>(slash - path) + 1;
-  std::snprintf(directory, sizeof directory, "%.*s.", length, path);
-  const int fd = ::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return SQLITE_IOERR;
-  const bool synced = ::fsync(fd) == 0;
-  ::close(fd);
-  return synced ? SQLITE_OK : SQLITE_IOERR;
-}
-
 int WriteNewFile(sqlite3 *db, const char *path, uint32_t parts) {
-  char building[PATH_MAX];
-  if (!BuildingPath(path, building)) return SQLITE_CANTOPEN;
-  int result = CreateStoreFile(building, kFileMode);
-  if (result == SQLITE_OK) result = CopyToFile(db, building, parts);
-  if (result == SQLITE_OK && ::rename(building, path) != 0) result = SQLITE_IOERR;
-  if (result == SQLITE_OK) return SyncDirectoryOf(path);
-  ::unlink(building);
-  return result;
+  Replacement file(path);
+  int result = CreateStoreFile(file, kFileMode);
+  if (result == SQLITE_OK) result = CopyToFile(db, file.building(), parts);
+  if (result != SQLITE_OK) return result;
+  return file.Commit() && file.SyncDirectory() ? SQLITE_OK : SQLITE_IOERR;
 }
 
 int WriteFile(sqlite3 *db, const char *path, uint32_t parts) {

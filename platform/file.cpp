@@ -8,9 +8,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
-#include <memory>
-#include <utility>
+
+#include "common/malloc_ptr.h"
+#include "common/unique_fd.h"
+#include "common/write_all.h"
 
 namespace {
 
@@ -18,42 +21,18 @@ constexpr size_t kLeastRead = 4095;
 constexpr mode_t kNewFileMode = 0640;
 constexpr mode_t kOthersWrite = 0002;
 
-class File {
- public:
-  explicit File(int fd) : fd_(fd) {}
-  File(const File &) = delete;
-  File &operator=(const File &) = delete;
-  ~File() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  int fd() const { return fd_; }
-  bool Close() { return ::close(std::exchange(fd_, -1)) == 0; }
-
- private:
-  int fd_;
-};
-
-struct FreeDeleter {
-  void operator()(char *block) const { std::free(block); }
-};
-using Block = std::unique_ptr<char, FreeDeleter>;
-
 // Opens a regular file and nothing else. A pipe would block, and a device is not ours to truncate or remove.
-int OpenRegular(const char *path, int flags, off_t *size) {
-  const int fd = ::open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, kNewFileMode);
+zor::UniqueFd OpenRegular(const char *path, int flags, off_t *size) {
+  zor::UniqueFd file(::open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, kNewFileMode));
   struct stat status = {};
-  if (fd < 0) return -1;
-  if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-    ::close(fd);
-    return -1;
-  }
+  if (!file.valid() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
   *size = status.st_size;
-  return fd;
+  return file;
 }
 
 // The bytes of a file while they are being read: capacity bytes and room for a NUL.
 struct Content {
-  Block bytes;
+  zor::MallocPtr<char> bytes;
   size_t length = 0;
   size_t capacity = 0;
 
@@ -79,19 +58,6 @@ uint32_t ReadToEnd(int fd, Content *content) {
   return ZOR_FILE_E_NO_MEMORY;
 }
 
-bool WriteAll(int fd, const char *from, size_t length) {
-  while (length > 0) {
-    const ssize_t step = ::write(fd, from, length);
-    if (step > 0) {
-      from += step;
-      length -= static_cast<size_t>(step);
-    } else if (step == 0 || errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
 uint32_t ZOR_UTIL_ReadFileToBuf(const char *path, void **buffer, uint32_t *length) {
@@ -99,13 +65,13 @@ uint32_t ZOR_UTIL_ReadFileToBuf(const char *path, void **buffer, uint32_t *lengt
   if (length != nullptr) *length = 0;
   if (path == nullptr || buffer == nullptr || length == nullptr) return ZOR_FILE_E_ARGUMENT;
   off_t announced = 0;
-  const File file(OpenRegular(path, O_RDONLY, &announced));
-  if (file.fd() < 0) return ZOR_FILE_E_IO;
+  const zor::UniqueFd file = OpenRegular(path, O_RDONLY, &announced);
+  if (!file.valid()) return ZOR_FILE_E_IO;
   if (announced > static_cast<off_t>(ZOR_FILE_READ_MAX)) return ZOR_FILE_E_NO_MEMORY;
   Content content;
   // One byte more than announced, so that the end of the file shows without another block.
   if (!content.Grow(std::max(static_cast<size_t>(announced), kLeastRead) + 1)) return ZOR_FILE_E_NO_MEMORY;
-  const uint32_t result = ReadToEnd(file.fd(), &content);
+  const uint32_t result = ReadToEnd(file.get(), &content);
   if (result != ZOR_FILE_OK) return result;
   content.bytes.get()[content.length] = '\0';
   *length = static_cast<uint32_t>(content.length);
@@ -123,10 +89,10 @@ char *ZOR_UTIL_StrFileToBuf(const char *path) {
 uint32_t ZOR_UTIL_WriteBufToFile(const char *path, const void *buffer, uint32_t length) {
   if (path == nullptr || (buffer == nullptr && length != 0)) return ZOR_FILE_E_ARGUMENT;
   off_t ignored = 0;
-  File file(OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, &ignored));
-  if (file.fd() < 0) return ZOR_FILE_E_IO;
-  const bool written = WriteAll(file.fd(), static_cast<const char *>(buffer), length);
-  if (file.Close() && written) return ZOR_FILE_OK;
+  zor::UniqueFd file = OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, &ignored);
+  if (!file.valid()) return ZOR_FILE_E_IO;
+  const bool written = zor::WriteAll(file.get(), {static_cast<const std::byte *>(buffer), length});
+  if (::close(file.release()) == 0 && written) return ZOR_FILE_OK;
   ::unlink(path);
   return ZOR_FILE_E_IO;
 }

@@ -60,12 +60,10 @@ bool FollowLink(char (&path)[PATH_MAX]) {
 
 // Two processes that come at the same time both make a file; the first one to name it wins.
 int CreateStore(const char *path) {
-  char building[PATH_MAX];
-  if (!BuildingPath(path, building)) return SQLITE_CANTOPEN;
-  int result = CreateStoreFile(building, kStoreMode);
-  if (result == SQLITE_OK && ::link(building, path) != 0 && errno != EEXIST) result = SQLITE_CANTOPEN;
-  ::unlink(building);
-  return result;
+  Replacement file(path);
+  const int result = CreateStoreFile(file, kStoreMode);
+  if (result != SQLITE_OK) return result;
+  return file.CommitNew() || errno == EEXIST ? SQLITE_OK : SQLITE_CANTOPEN;
 }
 
 int OpenStore(Database *db) {
@@ -147,19 +145,10 @@ int Execute(sqlite3 *db, const char *sql) {
   return sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
 }
 
-bool BuildingPath(const char *path, char (&building)[PATH_MAX]) {
-  const int length = std::snprintf(building, sizeof building, "%s.%d", path, static_cast<int>(::getpid()));
-  if (length < 0 || length >= PATH_MAX) return false;
-  ::unlink(building);
-  return true;
-}
-
-int CreateStoreFile(const char *path, mode_t mode) {
-  const int fd = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-  if (fd < 0) return SQLITE_CANTOPEN;
-  ::close(fd);
+int CreateStoreFile(const Replacement &file, mode_t mode) {
+  if (!file.Create(mode).valid()) return SQLITE_CANTOPEN;
   Database db;
-  int result = OpenFile(path, &db);
+  int result = OpenFile(file.building(), &db);
   if (result == SQLITE_OK) result = CreateTables(db.get());
   return result;
 }

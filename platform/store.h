@@ -15,10 +15,11 @@
 #include <zor/platform/config.h>
 #include <zor/platform/config_file.h>
 
-#include <climits>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+
+#include "common/replacement.h"
 
 namespace zor::platform {
 
@@ -106,12 +107,8 @@ class Transaction {
   int result_;
 };
 
-// A name beside the path, for a file that is not ready to bear its own; what a dead process left there is removed.
-// False when it is too long.
-bool BuildingPath(const char *path, char (&building)[PATH_MAX]);
-
-// Makes a new, empty store file of that name, which must be free.
-int CreateStoreFile(const char *path, mode_t mode);
+// Makes a new, empty store file that is to replace another.
+int CreateStoreFile(const Replacement &file, mode_t mode);
 
 // Opens an existing file.
 int OpenFile(const char *path, Database *db);
@@ -128,7 +125,7 @@ class StoreUse {
   StoreUse();
   sqlite3 *db() const;
   int result() const { return result_; }
-  // As the function, and closes a connection that failed: the next use may find a mended file.
+  // As the function, and closes a connection that failed: the next use may find a repaired file.
   uint32_t Conclude(const char *path, int result);
 
  private:

@@ -1,8 +1,8 @@
 // The life of a daemon that is a client of the bus: it joins, serves from the library's loop, and leaves. It also
 // leaves, with a failure, when the message server goes away: whoever supervises the daemons starts it again with the
 // server, and nobody takes a daemon for alive that nothing can reach.
-#ifndef COMMON_BUS_DAEMON_H
-#define COMMON_BUS_DAEMON_H
+#ifndef PROGRAMS_BUS_DAEMON_H
+#define PROGRAMS_BUS_DAEMON_H
 
 #include "programs/exit_code.h"
 #include "programs/problem_log.h"

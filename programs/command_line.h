@@ -1,6 +1,6 @@
 // The command line, which is the same for every server: --help, --settings FILE, --verbose.
-#ifndef COMMON_COMMAND_LINE_H
-#define COMMON_COMMAND_LINE_H
+#ifndef PROGRAMS_COMMAND_LINE_H
+#define PROGRAMS_COMMAND_LINE_H
 
 #include <optional>
 #include <string>

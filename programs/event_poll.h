@@ -1,6 +1,6 @@
 // Waiting for descriptors: an epoll instance. What a descriptor belongs to is told by the tag that it was added with.
-#ifndef COMMON_EVENT_POLL_H
-#define COMMON_EVENT_POLL_H
+#ifndef PROGRAMS_EVENT_POLL_H
+#define PROGRAMS_EVENT_POLL_H
 
 #include <sys/epoll.h>
 
@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <span>
 
-#include "programs/fd.h"
+#include "common/unique_fd.h"
 
 namespace zor::daemon {
 
@@ -30,7 +30,7 @@ class EventPoll {
  private:
   bool Control(int operation, int fd, uint32_t events, void *tag);
 
-  Fd fd_;
+  UniqueFd fd_;
   std::array<epoll_event, 64> ready_;
 };
 

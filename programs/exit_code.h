@@ -1,6 +1,6 @@
 // How a server ends. The same numbers for all of them; --help prints the table.
-#ifndef COMMON_EXIT_CODE_H
-#define COMMON_EXIT_CODE_H
+#ifndef PROGRAMS_EXIT_CODE_H
+#define PROGRAMS_EXIT_CODE_H
 
 namespace zor::daemon {
 

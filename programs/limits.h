@@ -1,8 +1,8 @@
 // The limits of the servers, all of them in one place. "[unit] What: what happens beyond." stands in front of each that
 // the manual's tables name; the others are bounds of settings, which its pages name. Limits of the library and of the
 // wire formats: <zor/limits.h>.
-#ifndef COMMON_LIMITS_H
-#define COMMON_LIMITS_H
+#ifndef PROGRAMS_LIMITS_H
+#define PROGRAMS_LIMITS_H
 
 #include <chrono>
 #include <cstddef>

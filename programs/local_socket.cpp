@@ -40,7 +40,7 @@ const sockaddr *Generic(const sockaddr_un *address) {
 // Whether some process still holds the socket at the path. A full backlog (EAGAIN) or another type (EPROTOTYPE) is a
 // living one too.
 bool SomebodyListens(const std::string &path, int type) {
-  const Fd probe(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const UniqueFd probe(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const sockaddr_un address = AddressOf(path);
   return ::connect(probe.get(), Generic(&address), sizeof address) == 0 || (errno != ECONNREFUSED && errno != ENOENT);
 }
@@ -92,7 +92,7 @@ ExitCode LocalSocket::RemoveStale(const std::string &fixedPath, int type, Proble
 }
 
 bool LocalSocket::Bind(int type, mode_t mode) {
-  Fd fd(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  UniqueFd fd(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const sockaddr_un address = AddressOf(path_);
   if (!fd.valid() || ::bind(fd.get(), Generic(&address), sizeof address) != 0) return false;
   fd_ = std::move(fd);

@@ -6,15 +6,15 @@
 //
 // A server that must not write to the directory of its fixed path finds a link there, made by root, and listens where
 // it leads; the lock lies there too.
-#ifndef COMMON_LOCAL_SOCKET_H
-#define COMMON_LOCAL_SOCKET_H
+#ifndef PROGRAMS_LOCAL_SOCKET_H
+#define PROGRAMS_LOCAL_SOCKET_H
 
 #include <sys/stat.h>
 
 #include <string>
 
+#include "common/unique_fd.h"
 #include "programs/exit_code.h"
-#include "programs/fd.h"
 #include "programs/problem_log.h"
 
 namespace zor::daemon {
@@ -42,8 +42,8 @@ class LocalSocket {
   bool IsMine() const;
 
   std::string path_;
-  Fd lock_;
-  Fd fd_;
+  UniqueFd lock_;
+  UniqueFd fd_;
   dev_t device_ = 0;
   ino_t inode_ = 0;
 };

@@ -55,7 +55,7 @@ ssize_t SendNow(int socket, std::span<const std::byte> bytes, int descriptor) {
   return descriptor < 0 ? SendMessage(socket, message) : SendWithDescriptor(socket, message, descriptor);
 }
 
-bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, Fd &&descriptor) {
+bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, UniqueFd &&descriptor) {
   const size_t cost = CostOf(message.size());
   if (cost > maxBytes_ - bytes_ || (descriptor.valid() && descriptors_ == limits::kUnreadDescriptors)) return false;
   bytes_ += cost;

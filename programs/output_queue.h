@@ -2,8 +2,8 @@
 // messages, each with at most one descriptor. A server writes straight to the socket with SendNow while the queue is
 // empty, pushes what is left, and flushes when the socket becomes writable. It is the server that decides what happens
 // to a client whose queue is full; messages() tells what that client loses.
-#ifndef COMMON_OUTPUT_QUEUE_H
-#define COMMON_OUTPUT_QUEUE_H
+#ifndef PROGRAMS_OUTPUT_QUEUE_H
+#define PROGRAMS_OUTPUT_QUEUE_H
 
 #include <sys/types.h>
 
@@ -12,7 +12,7 @@
 #include <span>
 #include <vector>
 
-#include "programs/fd.h"
+#include "common/unique_fd.h"
 
 namespace zor::daemon {
 
@@ -24,8 +24,8 @@ class OutputQueue {
  public:
   struct Message {
     std::vector<std::byte> bytes;
-    size_t sent;    // of the bytes, at the front
-    Fd descriptor;  // goes with the first byte
+    size_t sent;          // of the bytes, at the front
+    UniqueFd descriptor;  // goes with the first byte
   };
   enum class State { kDrained, kBlocked, kBroken };
 
@@ -33,7 +33,7 @@ class OutputQueue {
 
   // Appends a message of which the first bytes have been sent already. False, with nothing changed, when it does not
   // fit; the bytes count with what it costs to keep them.
-  bool Push(std::span<const std::byte> message, size_t sent = 0, Fd &&descriptor = Fd());
+  bool Push(std::span<const std::byte> message, size_t sent = 0, UniqueFd &&descriptor = UniqueFd());
   // Sends until the queue is empty, the socket takes no more, or fails (errno says why).
   State Flush(int socket);
   // Gives up the first message.

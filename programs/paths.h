@@ -1,6 +1,6 @@
 // Fixed paths as strings, and the directories that they need.
-#ifndef COMMON_PATHS_H
-#define COMMON_PATHS_H
+#ifndef PROGRAMS_PATHS_H
+#define PROGRAMS_PATHS_H
 
 #include <sys/types.h>
 

@@ -3,8 +3,8 @@
 // A peer that misbehaves in a loop must neither flood the operator nor stop the server. So the lines are limited to a
 // burst of 20 and then one a second, and a line that standard error cannot take at once is given up. What is left out
 // is counted, and the next line that goes out says how many there were.
-#ifndef COMMON_PROBLEM_LOG_H
-#define COMMON_PROBLEM_LOG_H
+#ifndef PROGRAMS_PROBLEM_LOG_H
+#define PROGRAMS_PROBLEM_LOG_H
 
 #include <chrono>
 #include <string>

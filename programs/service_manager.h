@@ -1,7 +1,7 @@
 // What a server tells the service manager that has started it, so that others are started when it can serve them. In a
 // build without ZOR_SYSTEMD, or when nobody asks (NOTIFY_SOCKET), nothing is told.
-#ifndef COMMON_SERVICE_MANAGER_H
-#define COMMON_SERVICE_MANAGER_H
+#ifndef PROGRAMS_SERVICE_MANAGER_H
+#define PROGRAMS_SERVICE_MANAGER_H
 
 namespace zor::daemon {
 

@@ -4,18 +4,13 @@
 
 #include <cerrno>
 #include <charconv>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
+#include "common/malloc_ptr.h"
 #include "programs/limits.h"
 
 namespace zor::daemon {
 namespace {
-
-struct FreeDeleter {
-  void operator()(void *block) const { std::free(block); }
-};
 
 std::string_view Trim(std::string_view text) {
   constexpr std::string_view kSpace = " \t\r";
@@ -32,7 +27,7 @@ Settings Settings::FromFile(const std::string &path, bool mustExist) {
   errno = 0;
   const std::uint32_t status = ZOR_UTIL_ReadFileToBuf(path.c_str(), &block, &length);
   const int error = errno;
-  const std::unique_ptr<void, FreeDeleter> owner(block);
+  const MallocPtr<void> owner(block);
   Settings settings;
   settings.name_ = path;
   if (status == ZOR_FILE_OK && length <= limits::kSettingsFile) {

@@ -2,8 +2,8 @@
 // keys and values does not count, keys are case-sensitive. A file that does not exist holds no settings, so that every
 // server runs without one. Mistakes are collected while settings are read and reported together: a server that finds
 // any does not start.
-#ifndef COMMON_SETTINGS_H
-#define COMMON_SETTINGS_H
+#ifndef PROGRAMS_SETTINGS_H
+#define PROGRAMS_SETTINGS_H
 
 #include <cstdint>
 #include <string>

@@ -1,9 +1,9 @@
 // SIGTERM and SIGINT as a descriptor that becomes readable, so that a server stops between two events and never inside
 // one. Making it also ignores SIGPIPE.
-#ifndef COMMON_STOP_SIGNAL_H
-#define COMMON_STOP_SIGNAL_H
+#ifndef PROGRAMS_STOP_SIGNAL_H
+#define PROGRAMS_STOP_SIGNAL_H
 
-#include "programs/fd.h"
+#include "common/unique_fd.h"
 
 namespace zor::daemon {
 
@@ -19,7 +19,7 @@ class StopSignal {
   bool Take();
 
  private:
-  Fd fd_;
+  UniqueFd fd_;
 };
 
 }  // namespace zor::daemon

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "common/replacement.h"
 #include "programs/paths.h"
 
 namespace zor::cms {
@@ -30,13 +31,14 @@ uint32_t Copy(const std::string &from, const std::string &to) {
   if (const uint32_t status = ZOR_STORE_CheckFile(from.c_str()); status != ZOR_STORE_OK) return status;
   const uint32_t existing = ZOR_STORE_CheckFile(to.c_str());
   if (existing != ZOR_STORE_OK && existing != ZOR_STORE_E_NOT_FOUND) return existing;
-  const std::string building = to + ".new";
+  Replacement replacement(to.c_str());
+  if (!replacement.valid()) return ZOR_STORE_E_IO;
   std::error_code error;
-  fs::remove(building, error);
-  // Never write over an existing file: it could be a link to a file that only this daemon may write.
-  if (!error) fs::copy_file(from, building, error);
-  if (!error) fs::rename(building, to, error);
-  return error ? ZOR_STORE_E_IO : ZOR_STORE_OK;
+  // Never writes over an existing file: it could be a link to a file that only this daemon may write.
+  fs::copy_file(from, replacement.building(), error);
+  if (error || !replacement.Commit()) return ZOR_STORE_E_IO;
+  replacement.SyncDirectory();
+  return ZOR_STORE_OK;
 }
 
 uint32_t Read(const std::string &path, uint32_t parts) {

@@ -9,11 +9,11 @@
 #include <cstdio>
 #include <string>
 
+#include "common/unique_fd.h"
 #include "mlogserver/circular_log.h"
 #include "mlogserver/server.h"
 #include "mlogserver/stat_table.h"
 #include "programs/command_line.h"
-#include "programs/fd.h"
 #include "programs/limits.h"
 #include "programs/local_socket.h"
 #include "programs/paths.h"
@@ -50,7 +50,7 @@ class MutedOutput {
     if (!muted) return;
     std::fflush(stdout);
     saved_.reset(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
-    const daemon::Fd nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    const UniqueFd nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
     if (nowhere.valid()) ::dup2(nowhere.get(), STDOUT_FILENO);
   }
   MutedOutput(const MutedOutput &) = delete;
@@ -61,7 +61,7 @@ class MutedOutput {
   }
 
  private:
-  daemon::Fd saved_;
+  UniqueFd saved_;
 };
 
 struct Configuration {

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "programs/fd.h"
+#include "common/unique_fd.h"
 #include "programs/paths.h"
 
 namespace zor::mlogserver {
@@ -179,7 +179,7 @@ void Server::Reply(const Datagram &request, const ZOR_MLOG_MSG &reply) {
   // Replies that a client leaves unread use up the send buffer of this socket, for all clients alike; a socket for this
   // one reply has a buffer of its own.
   if (sent < 0 && errno == EAGAIN) {
-    const daemon::Fd own(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UniqueFd own(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sent = SendTo(own.get(), request, reply);
   }
   // A client that disconnected meanwhile has given up waiting, which is normal.

@@ -11,7 +11,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "programs/files.h"
+#include "common/unique_fd.h"
+#include "common/write_all.h"
 
 namespace zor::msgsvr {
 namespace {
@@ -56,9 +57,9 @@ void BodyFiles::Remove(std::span<const std::byte> frame) const {
 
 std::optional<std::vector<std::byte>> BodyFiles::Create(std::span<const std::byte> content) const {
   return MakeNamed([&](const std::string &path) {
-    const daemon::Fd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file.valid()) return false;
-    if (daemon::WriteAll(file.get(), content)) return true;
+    if (WriteAll(file.get(), content)) return true;
     const int error = errno;
     ::unlink(path.c_str());
     errno = error;
@@ -94,7 +95,7 @@ std::optional<std::vector<std::byte>> BodyFiles::MakeNamed(Make make) const {
 }
 
 std::optional<std::vector<std::byte>> BodyFiles::Read(const Client &sender, const Frame &frame, size_t maxBytes) const {
-  const daemon::Fd file(::open(PathOf(FileName(frame.body())).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const UniqueFd file(::open(PathOf(FileName(frame.body())).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status = {};
   if (!file.valid() || ::fstat(file.get(), &status) != 0 || !IsFileOf(sender, status)) return std::nullopt;
   std::vector<std::byte> content(maxBytes);

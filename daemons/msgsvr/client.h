@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "common/unique_fd.h"
 #include "msgsvr/accounting.h"
 #include "msgsvr/events.h"
 #include "msgsvr/names.h"
-#include "programs/fd.h"
 #include "programs/output_queue.h"
 
 namespace zor::msgsvr {
@@ -29,7 +29,7 @@ struct Peer {
 };
 
 struct Client {
-  Client(daemon::Fd connection, const Peer &other, uint64_t number, size_t queueBytes)
+  Client(UniqueFd connection, const Peer &other, uint64_t number, size_t queueBytes)
       : socket(std::move(connection)), peer(other), id(number), output(queueBytes) {}
 
   bool registered() const { return !name.empty(); }
@@ -38,13 +38,13 @@ struct Client {
   // Its name in log lines.
   std::string Label() const;
 
-  daemon::Fd socket;
+  UniqueFd socket;
   Peer peer;
   uint64_t id;
   AppName name;  // empty until the server has granted one
 
   std::vector<std::byte> partial;  // the start of an incomplete frame
-  daemon::Fd halfDescriptor;       // received with the first of its two bytes, which is all of `partial`
+  UniqueFd halfDescriptor;         // received with the first of its two bytes, which is all of `partial`
   daemon::OutputQueue output;
   uint64_t lastTarget = 0;  // id of the client that received its latest message
 

@@ -78,7 +78,7 @@ void Delivery::DropUndelivered(Client &from, std::span<const std::byte> frame, c
   Refuse(from, frame, to);
 }
 
-void Delivery::PassDescriptor(Client &from, daemon::Fd descriptor) {
+void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
   FlushRun();
   Client *to = bus_.Find(from.lastTarget);
   if (to == nullptr || !to->peer.local) {

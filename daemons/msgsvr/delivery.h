@@ -37,7 +37,7 @@ class Delivery {
   // The same, and deletes the body file, which must belong to the sender.
   void DropUndelivered(Client &from, std::span<const std::byte> frame, const AppName &to);
   // Passes a descriptor on to the client that received the sender's latest message.
-  void PassDescriptor(Client &from, daemon::Fd descriptor);
+  void PassDescriptor(Client &from, UniqueFd descriptor);
 
   // Copies for monitors: a request to the server, before it is carried out; an event without subscribers. FlushCopies
   // sends, at the end of a turn, what was copied in it.

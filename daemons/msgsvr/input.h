@@ -7,13 +7,13 @@
 #include <cstddef>
 #include <span>
 
-#include "programs/fd.h"
+#include "common/unique_fd.h"
 
 namespace zor::msgsvr {
 
 struct Received {
   ssize_t count = -1;  // 0 at the end of the stream; -1 with errno
-  daemon::Fd descriptor;
+  UniqueFd descriptor;
   bool excessive = false;  // more than one descriptor, or other ancillary data, arrived; all of it was closed
 };
 

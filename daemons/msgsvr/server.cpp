@@ -78,7 +78,7 @@ void Server::HandleEvent(const epoll_event &event) {
 
 void Server::Accept(const Listener &listener) {
   for (int accepted = 0; accepted < kAcceptsPerTurn; ++accepted) {
-    daemon::Fd socket(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC));
+    UniqueFd socket(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC));
     if (socket.valid()) {
       Admit(std::move(socket), listener.local);
     } else if (errno == EMFILE || errno == ENFILE) {
@@ -93,11 +93,11 @@ void Server::Accept(const Listener &listener) {
 void Server::AcceptWithoutDescriptors(const Listener &listener) {
   bus_.log.PrintErrno("connection refused");
   spare_.reset();
-  daemon::Fd(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC)).reset();
+  UniqueFd(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC)).reset();
   spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
-void Server::Admit(daemon::Fd socket, bool local) {
+void Server::Admit(UniqueFd socket, bool local) {
   if (bus_.clients.size() >= bus_.settings.maxClients) {
     bus_.log.Print("connection refused: %zu clients are connected", bus_.clients.size());
     return;
@@ -164,7 +164,7 @@ size_t Server::HandleHalfDescriptor(Client &client, std::span<const std::byte> b
 }
 
 // After the last complete frame there must be the two zero bytes that carry a descriptor, and nothing else.
-void Server::HandleDescriptor(Client &client, std::span<const std::byte> rest, daemon::Fd descriptor) {
+void Server::HandleDescriptor(Client &client, std::span<const std::byte> rest, UniqueFd descriptor) {
   if (!client.registered() || rest.empty() || rest.size() > 2 || !IsZero(rest)) {
     return bus_.CutOff(client, "it sent a descriptor out of place");
   }

@@ -7,11 +7,11 @@
 #include <array>
 #include <vector>
 
+#include "common/unique_fd.h"
 #include "msgsvr/bus.h"
 #include "msgsvr/input.h"
 #include "msgsvr/paused_senders.h"
 #include "msgsvr/router.h"
-#include "programs/fd.h"
 #include "programs/stop_signal.h"
 
 namespace zor::msgsvr {
@@ -36,14 +36,14 @@ class Server {
   void HandleEvent(const epoll_event &event);
   void Accept(const Listener &listener);
   void AcceptWithoutDescriptors(const Listener &listener);
-  void Admit(daemon::Fd socket, bool local);
+  void Admit(UniqueFd socket, bool local);
 
   void MarkReadable(Client &client);
   void ReadReady();
   void Read(Client &client);
   void HandleInput(Client &client, std::span<std::byte> bytes, Received &received);
   size_t HandleHalfDescriptor(Client &client, std::span<const std::byte> bytes);
-  void HandleDescriptor(Client &client, std::span<const std::byte> rest, daemon::Fd descriptor);
+  void HandleDescriptor(Client &client, std::span<const std::byte> rest, UniqueFd descriptor);
 
   int TimeoutMs() const;
   void CheckTimers();
@@ -54,7 +54,7 @@ class Server {
   daemon::StopSignal &stop_;
   Listener local_;
   Listener tcp_;
-  daemon::Fd spare_;  // closed for a moment to turn a connection away when the process has no descriptors left
+  UniqueFd spare_;  // closed for a moment to turn a connection away when the process has no descriptors left
   bool running_ = true;
   uint64_t lastId_ = 0;
   PausedSenders pausedSenders_;

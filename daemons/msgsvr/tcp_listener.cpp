@@ -37,7 +37,7 @@ TcpListener ListenTcp(const std::string &text) {
     errno = EINVAL;
     return {};
   }
-  daemon::Fd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   sockaddr_in address = *wanted;
   auto *generic = reinterpret_cast<sockaddr *>(&address);
   socklen_t size = sizeof address;

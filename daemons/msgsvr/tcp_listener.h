@@ -7,12 +7,12 @@
 #include <optional>
 #include <string>
 
-#include "programs/fd.h"
+#include "common/unique_fd.h"
 
 namespace zor::msgsvr {
 
 struct TcpListener {
-  daemon::Fd socket;
+  UniqueFd socket;
   std::string address;  // ADDRESS:PORT with the real port
 };
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "common/malloc_ptr.h"
 #include "programs/files.h"
 #include "programs/limits.h"
 #include "programs/paths.h"
@@ -86,7 +87,7 @@ void TraceOverrides::Load() {
   uint32_t length = 0;
   errno = 0;
   const uint32_t status = ZOR_UTIL_ReadFileToBuf(path.c_str(), &block, &length);
-  const std::unique_ptr<void, decltype(&std::free)> owner(block, &std::free);
+  const MallocPtr<void> owner(block);
   if (status != ZOR_FILE_OK && errno == ENOENT) return;
   if (status != ZOR_FILE_OK && errno != 0) {
     mayReplaceFile_ = false;

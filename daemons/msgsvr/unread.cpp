@@ -15,7 +15,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "programs/fd.h"
+#include "common/unique_fd.h"
 
 namespace zor::msgsvr {
 namespace {
@@ -54,7 +54,7 @@ std::span<const std::byte> After(std::span<const std::byte> bytes, size_t length
 }  // namespace
 
 UnreadBytes::UnreadBytes() {
-  const daemon::Fd netlink(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
+  const UniqueFd netlink(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
   const Request request = RequestForAll();
   if (!netlink.valid() || ::send(netlink.get(), &request, sizeof request, MSG_DONTWAIT | MSG_NOSIGNAL) < 0) return;
   std::array<std::byte, 16384> buffer;

@@ -23,7 +23,7 @@ ucred PeerOf(int socket) {
 
 }  // namespace
 
-Client::Client(daemon::Fd socket, daemon::EventPoll &poll, std::vector<Client *> &ended, const Limits &limits)
+Client::Client(UniqueFd socket, daemon::EventPoll &poll, std::vector<Client *> &ended, const Limits &limits)
     : socket_(std::move(socket)),
       poll_(poll),
       endedClients_(ended),

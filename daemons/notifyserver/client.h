@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "common/unique_fd.h"
 #include "notifyserver/limits.h"
 #include "programs/event_poll.h"
-#include "programs/fd.h"
 #include "programs/output_queue.h"
 
 namespace zor::notifyserver {
@@ -35,7 +35,7 @@ struct Request {
 class Client {
  public:
   // The client adds itself to `ended` when it ends.
-  Client(daemon::Fd socket, daemon::EventPoll &poll, std::vector<Client *> &ended, const Limits &limits);
+  Client(UniqueFd socket, daemon::EventPoll &poll, std::vector<Client *> &ended, const Limits &limits);
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
 
@@ -90,7 +90,7 @@ class Client {
   void BreakOutput();
   void WaitForOutput(bool on);
 
-  daemon::Fd socket_;
+  UniqueFd socket_;
   daemon::EventPoll &poll_;
   std::vector<Client *> &endedClients_;
   ucred peer_;

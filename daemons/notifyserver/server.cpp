@@ -67,7 +67,7 @@ bool Server::Turn() {
 }
 
 void Server::Accept() {
-  daemon::Fd socket(::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  UniqueFd socket(::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!socket.valid()) {
     if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
     log_.PrintErrno("cannot accept a connection");

@@ -59,7 +59,7 @@ void Forwarder::AddTarget(const std::string &server, std::uint16_t port) {
     return;
   }
   Target target = {
-      daemon::Fd(::socket(list->ai_family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)), {}, list->ai_addrlen};
+      UniqueFd(::socket(list->ai_family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)), {}, list->ai_addrlen};
   if (!target.socket.valid()) {
     problems_.PrintErrno("remote server \"%s\": cannot create a socket", server.c_str());
     return;

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "programs/fd.h"
+#include "common/unique_fd.h"
 #include "programs/problem_log.h"
 #include "syslogd/log_record.h"
 
@@ -27,7 +27,7 @@ class Forwarder {
 
  private:
   struct Target {
-    daemon::Fd socket;
+    UniqueFd socket;
     sockaddr_storage address;
     socklen_t length;
   };

@@ -125,7 +125,7 @@ TEST_F(Cms, RefusesPathsAndFilesThatAreNone) {
       EXPECT_NE(Ask(type, body), 0u) << std::hex << type << " " << body;
     }
   }
-  std::filesystem::create_symlink("text", root_.Path("/export.new"));
+  std::filesystem::create_symlink("text", root_.Path("/export.") + std::to_string(daemon_->pid()));
   EXPECT_EQ(Ask(ZOR_MSG_EXPORT_CFG_FILE, PathBody("/export")), 0u);
   EXPECT_EQ(std::filesystem::file_size(root_.Path("/text")), 8u) << "nothing is written over";
   EXPECT_EQ(Para(), "kept");

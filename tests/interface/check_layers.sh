@@ -8,6 +8,7 @@ cd "$1"
 # The layer of a file below libraries/private/msg.
 layer_of() {
   case $1 in
+    common/*) echo 1 ;;
     base/*) echo 2 ;;
     message/* | trace/* | mlogapi/*) echo 3 ;;
     sdk/loop/* | sdk/sockutil/*) echo 4 ;;
@@ -48,7 +49,7 @@ check_alone() {
 check_daemons() {
   includes_below daemons '"' | while read -r file included; do
     case $included in
-      programs/*) ;;
+      common/* | programs/*) ;;
       *) [ -f "daemons/$included" ] || echo "daemons/$file: \"$included\" is not a header of the daemons" ;;
     esac
   done
@@ -60,8 +61,10 @@ wrong=$(
   check_alone include/zor '"' 'none'
   check_alone include/zor/platform '<' 'zor/(platform/.*|export.h)|std[a-z]+.h'
   check_alone platform '<' 'zor/platform/.*|[^z].*'
-  check_alone platform '"' 'platform/.*|[^/]*'
-  check_alone programs '"' 'programs/[^/]*'
+  check_alone platform '"' 'common/[^/]*|[^/]*'
+  check_alone programs '"' '(common|programs)/[^/]*'
+  check_alone common '"' 'common/[^/]*'
+  check_alone common '<' '[^z].*'
 )
 [ -z "$wrong" ] || { echo "$wrong"; exit 1; }
 echo "$(includes_below libraries/private/msg '"' | wc -l) includes, none points upward"

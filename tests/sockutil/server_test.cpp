@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 #include "sockutil/socket_fixture.h"
 #include "support/capture.h"
 #include "support/temp_root.h"

@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "common/malloc_ptr.h"
 #include "programs/paths.h"
 #include "zorctl/control.h"
 #include "zorctl/exit_code.h"
@@ -165,7 +166,7 @@ std::optional<Message> Bus::Read(const Deadline &deadline) {
   const Watchdog watchdog(deadline);
   ZOR_MSG_HEAD *received = nullptr;
   const uint32_t status = ZOR_MSG_Recv(g_stMsgCtx.socketFd, &received, 0);
-  const std::unique_ptr<ZOR_MSG_HEAD, decltype(&std::free)> head(received, &std::free);
+  const MallocPtr<ZOR_MSG_HEAD> head(received);
   if (status == ZOR_E_PEER_GONE || (status == ZOR_E_IO && HasHungUp(g_stMsgCtx.socketFd))) throw ServerGone();
   if (status != ZOR_OK) {
     throw Failure(kExitFailure, "cannot read a message: status " + HexText(status),

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "common/malloc_ptr.h"
 #include "zorctl/bus.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/number.h"
@@ -34,7 +35,7 @@ std::string ItemText(const Message &event) {
   char *text = nullptr;
   uint32_t length = 0;
   if (ZOR_EVT_GetEventContent(reinterpret_cast<const ZOR_MSG_HEAD *>(block.data()), &text, &length) != 0) return {};
-  const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
+  const MallocPtr<char> owner(text);
   return {text, length};
 }
 

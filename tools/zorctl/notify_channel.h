@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "programs/fd.h"
+#include "common/unique_fd.h"
 #include "zorctl/deadline.h"
 
 namespace zor::ctl {
@@ -36,7 +36,7 @@ class NotifyChannel {
   void Await(short events);
 
   Deadline deadline_;
-  daemon::Fd socket_;
+  UniqueFd socket_;
   uint32_t module_ = 0;
   uint32_t sequence_ = 0;
 };

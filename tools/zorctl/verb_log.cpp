@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/malloc_ptr.h"
 #include "programs/paths.h"
 #include "zorctl/bus.h"
 #include "zorctl/log_lines.h"
@@ -50,7 +51,7 @@ class ResultFile {
     void *buffer = nullptr;
     uint32_t length = 0;
     const uint32_t status = ZOR_UTIL_ReadFileToBuf(path_.c_str(), &buffer, &length);
-    const std::unique_ptr<void, decltype(&std::free)> owner(buffer, &std::free);
+    const MallocPtr<void> owner(buffer);
     if (status == ZOR_FILE_OK) return {static_cast<const char *>(buffer), length};
     if (::access(path_.c_str(), R_OK) != 0 && errno == EACCES) {
       throw Failure(kExitRefused, "no permission to read the result in " + path_,

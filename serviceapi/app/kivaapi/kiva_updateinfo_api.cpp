@@ -15,6 +15,7 @@
 #include <optional>
 
 #include "app/kivaapi/kiva_list.h"
+#include "base/file_ptr.h"
 #include "base/fixed_path.h"
 
 static_assert(sizeof(ZOR_KIVA_UPDATE_INFO) == 5124 && offsetof(ZOR_KIVA_UPDATE_INFO, text) == 4);
@@ -28,10 +29,6 @@ constexpr size_t kFileKeySize = 36;
 constexpr size_t kSavedTextEnd = 5119;  // one less than the record would hold
 
 using InfoPtr = zor::MallocPtr<ZOR_KIVA_UPDATE_INFO>;
-
-struct FileClose {
-  void operator()(std::FILE *file) const noexcept { std::fclose(file); }
-};
 
 // The file of a device; none when its MAC has nothing to name a file by.
 std::optional<zor::FixedPath> ReportPath(const char *mac) {
@@ -79,7 +76,7 @@ uint32_t ZOR_UPG_SaveUpdateInfo(const char *mac, uint32_t value, const char *tex
 ZOR_KIVA_UPDATE_INFO *ZOR_UPG_GetUpdateInfo(const char *mac) {
   const auto path = ReportPath(mac);
   if (!path) return nullptr;
-  const std::unique_ptr<std::FILE, FileClose> file(std::fopen(path->c_str(), "rbe"));
+  const zor::FilePtr file(std::fopen(path->c_str(), "rbe"));
   if (file == nullptr) return nullptr;
   InfoPtr info = zor::GuardedNew<ZOR_KIVA_UPDATE_INFO>();
   if (info == nullptr || std::fread(info.get(), 1, sizeof *info, file.get()) == 0) return nullptr;

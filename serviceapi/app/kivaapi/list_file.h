@@ -4,13 +4,13 @@
 
 #include <sys/types.h>
 
-#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <span>
 
 #include "base/alloc.h"
 #include "base/fixed_path.h"
+#include "common/replacement.h"
 
 namespace zor {
 
@@ -38,7 +38,7 @@ class ReplacementFile {
   // Null when the file could not be made.
   std::FILE *stream() const noexcept { return stream_; }
   // Where the new file lies until it is committed.
-  const char *path() const noexcept { return path_; }
+  const char *path() const noexcept { return replacement_.building(); }
   // False, with the old file untouched, when not everything could be written.
   bool Commit() noexcept;
 
@@ -46,7 +46,7 @@ class ReplacementFile {
   bool Close() noexcept;
 
   FixedPath target_;
-  char path_[PATH_MAX + 16];
+  Replacement replacement_;
   std::FILE *stream_ = nullptr;
 };
 

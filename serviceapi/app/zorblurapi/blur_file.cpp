@@ -10,7 +10,7 @@
 
 #include "app/zorblurapi/mask_rules.h"
 #include "base/alloc.h"
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 
 namespace {
 

@@ -3,18 +3,11 @@
 #define BASE_ALLOC_H
 
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
+#include <utility>
+
+#include "common/malloc_ptr.h"
 
 namespace zor {
-
-struct FreeDeleter {
-  void operator()(void *block) const noexcept { std::free(block); }
-};
-
-// Owns a malloc block. Blocks that cross the interface are malloc blocks, because callers free them.
-template <class T>
-using MallocPtr = std::unique_ptr<T, FreeDeleter>;
 
 // Allocates size bytes. 0 bytes and more than 8 MiB are refused with a line on standard output. Every block is followed
 // by 16 zero bytes that no length counts, so that a text sent without its NUL still ends inside the block.

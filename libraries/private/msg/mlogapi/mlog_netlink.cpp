@@ -10,7 +10,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 
 namespace zor {
 namespace {

@@ -15,7 +15,7 @@
 #include <optional>
 
 #include "base/fixed_path.h"
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 
 static_assert(sizeof(ZOR_MLOG_MSG) == ZOR_MLOG_HEAD_SIZE + ZOR_MLOG_DATA_MAX);
 static_assert(offsetof(ZOR_MLOG_MSG, data) == ZOR_MLOG_HEAD_SIZE);

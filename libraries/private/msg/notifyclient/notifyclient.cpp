@@ -14,7 +14,7 @@
 
 #include "base/fixed_path.h"
 #include "base/list.h"
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 #include "notifyclient/notify_dispatch.h"
 #include "notifyclient/notify_module.h"
 #include "notifyclient/notify_state.h"

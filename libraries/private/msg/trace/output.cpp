@@ -16,7 +16,7 @@
 #include <optional>
 
 #include "base/fixed_path.h"
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <array>
 #include <cstdint>
 
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 
 // Receives the status of a child that no process watcher claims.
 struct UvWaitRecord {

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 #include "sdk/loop/loop.h"
 #include "sdk/loop/process.h"
 #include "sdk/loop/watcher.h"

@@ -16,7 +16,7 @@
 #include <utility>
 
 #include "base/fixed_path.h"
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 #include "message/header.h"
 
 namespace zor {

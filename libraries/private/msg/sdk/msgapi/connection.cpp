@@ -22,7 +22,7 @@
 
 #include "base/fixed_path.h"
 #include "base/text.h"
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 #include "message/context.h"
 #include "sdk/loop/lookup.h"
 #include "sdk/msgapi/bus_watcher.h"

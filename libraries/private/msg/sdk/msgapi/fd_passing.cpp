@@ -6,7 +6,7 @@
 #include <array>
 #include <cstring>
 
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 #include "message/context.h"
 #include "sdk/msgapi/transfer.h"
 

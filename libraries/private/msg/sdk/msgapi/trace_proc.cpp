@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 #include "message/context.h"
 
 void ZOR_MSG_TraceProc(int fd) {

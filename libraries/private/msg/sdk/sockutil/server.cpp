@@ -14,7 +14,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/unique_fd.h"
+#include "common/unique_fd.h"
 #include "sdk/sockutil/addrinfo.h"
 
 namespace zor {

@@ -1,6 +1,6 @@
 // Owns a descriptor.
-#ifndef BASE_UNIQUE_FD_H
-#define BASE_UNIQUE_FD_H
+#ifndef COMMON_UNIQUE_FD_H
+#define COMMON_UNIQUE_FD_H
 
 #include <unistd.h>
 
