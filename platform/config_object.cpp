@@ -127,9 +127,11 @@ void ZOR_CFM_FreeObj(ZOR_CFM_OBJ *object) {
 uint32_t ZOR_DBGetObj(uint32_t objectClass, uint32_t instance, ZOR_CFM_OBJ **object) {
   if (object == nullptr) return ZOR_STORE_E_ARGUMENT;
   *object = nullptr;
-  Object read = NewObject(objectClass, instance);
-  if (read == nullptr) return ZOR_STORE_E_NO_MEMORY;
-  const uint32_t status = UseStore([&](sqlite3 *db) { return ReadValues(db, read.get()); });
+  Object read;
+  const uint32_t status = UseStore([&](sqlite3 *db) {
+    read = NewObject(objectClass, instance);
+    return read == nullptr ? SQLITE_NOMEM : ReadValues(db, read.get());
+  });
   if (status == ZOR_STORE_OK) *object = read.release();
   return status;
 }

@@ -18,6 +18,7 @@ namespace {
 constexpr int kStoreVersion = 1;
 // Its group are the daemons that share the configuration; nobody else is to read pass phrases.
 constexpr mode_t kStoreMode = 0660;
+constexpr useconds_t kRetryPauseUs = 5000;
 
 std::mutex storeMutex;
 sqlite3 *storeConnection = nullptr;
@@ -58,10 +59,11 @@ bool FollowLink(char (&path)[PATH_MAX]) {
   return true;
 }
 
-// Two processes that come at the same time both make a file; the first one to name it wins.
+// Two processes that come at the same time both make a file; the first one to name it wins. The file is put into WAL
+// mode while nobody else knows it: a change of the mode does not wait for those who have the store open.
 int CreateStore(const char *path) {
   Replacement file(path);
-  const int result = CreateStoreFile(file, kStoreMode);
+  const int result = CreateStoreFile(file, kStoreMode, "PRAGMA journal_mode = WAL");
   if (result != SQLITE_OK) return result;
   return file.CommitNew() || errno == EEXIST ? SQLITE_OK : SQLITE_CANTOPEN;
 }
@@ -73,7 +75,7 @@ int OpenStore(Database *db) {
   if (::access(path, F_OK) != 0 && errno == ENOENT) result = CreateStore(path);
   if (result == SQLITE_OK) result = OpenFile(path, db);
   if (result == SQLITE_OK) result = CheckVersion(db->get(), "PRAGMA user_version");
-  if (result == SQLITE_OK) result = Execute(db->get(), "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
+  if (result == SQLITE_OK) result = Execute(db->get(), "PRAGMA synchronous = FULL");
   return result;
 }
 
@@ -85,6 +87,7 @@ uint32_t StatusOf(int result) {
       return ZOR_STORE_E_NOT_FOUND;
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
+    case SQLITE_PROTOCOL:
       return ZOR_STORE_E_BUSY;
     case SQLITE_NOMEM:
     case SQLITE_TOOBIG:
@@ -145,11 +148,12 @@ int Execute(sqlite3 *db, const char *sql) {
   return sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
 }
 
-int CreateStoreFile(const Replacement &file, mode_t mode) {
+int CreateStoreFile(const Replacement &file, mode_t mode, const char *then) {
   if (!file.Create(mode).valid()) return SQLITE_CANTOPEN;
   Database db;
   int result = OpenFile(file.building(), &db);
   if (result == SQLITE_OK) result = CreateTables(db.get());
+  if (result == SQLITE_OK) result = Execute(db.get(), then);
   return result;
 }
 
@@ -182,9 +186,21 @@ StoreUse::StoreUse() : guard_(storeMutex), result_(SQLITE_OK) {
   static const int atFork = ::pthread_atfork(BeforeFork, AfterFork, AfterFork);
   if (atFork != 0) result_ = SQLITE_NOMEM;
   if (storeConnection != nullptr || result_ != SQLITE_OK) return;
-  Database opened;
-  result_ = OpenStore(&opened);
-  storeConnection = opened.release();
+  do {
+    Database opened;
+    result_ = OpenStore(&opened);
+    CloseConnection();
+    storeConnection = opened.release();
+  } while (MayRetry(result_));
+}
+
+// Most waiting is SQLite's own. It does not wait for a process that recovers the journal or removes it at its end.
+bool StoreUse::MayRetry(int result) const {
+  if (StatusOf(result) != ZOR_STORE_E_BUSY || Clock::now() - since_ > std::chrono::milliseconds(ZOR_STORE_WAIT_MS)) {
+    return false;
+  }
+  ::usleep(kRetryPauseUs);
+  return true;
 }
 
 sqlite3 *StoreUse::db() const {

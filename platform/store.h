@@ -15,6 +15,7 @@
 #include <zor/platform/config.h>
 #include <zor/platform/config_file.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -107,8 +108,8 @@ class Transaction {
   int result_;
 };
 
-// Makes a new, empty store file that is to replace another.
-int CreateStoreFile(const Replacement &file, mode_t mode);
+// Makes a new, empty store file that is to replace another, and then runs a statement on it.
+int CreateStoreFile(const Replacement &file, mode_t mode, const char *then = "");
 
 // Opens an existing file.
 int OpenFile(const char *path, Database *db);
@@ -125,20 +126,30 @@ class StoreUse {
   StoreUse();
   sqlite3 *db() const;
   int result() const { return result_; }
+  // Whether the store was busy and may be tried again, after a short pause, within the time that a call may wait.
+  bool MayRetry(int result) const;
   // As the function, and closes a connection that failed: the next use may find a repaired file.
   uint32_t Conclude(const char *path, int result);
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   std::lock_guard<std::mutex> guard_;
+  const Clock::time_point since_ = Clock::now();
   int result_;
 };
 
-// Runs work(db), which returns a result, on the connection of this process. The path is what the work is about.
+// Runs work(db), which returns a result, on the connection of this process; again when the store was busy, so work that
+// fails must leave nothing behind. The path is what the work is about.
 template <typename Work>
 uint32_t UseStore(const Work &work, const char *path = ZOR_STORE_PATH) {
   StoreUse use;
   if (use.result() != SQLITE_OK) return use.Conclude(ZOR_STORE_PATH, use.result());
-  return use.Conclude(path, work(use.db()));
+  int result;
+  do {
+    result = work(use.db());
+  } while (use.MayRetry(result));
+  return use.Conclude(path, result);
 }
 
 }  // namespace zor::platform

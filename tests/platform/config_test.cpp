@@ -78,6 +78,27 @@ TEST_F(Store, ProcessesThatWriteAtOnceLoseNothingAndNumbersAreGivenAgain) {
   EXPECT_EQ(count, 60u);
 }
 
+// The last process to close the store removes its journal while others open it.
+TEST_F(Store, ProcessesThatOpenAtOnceLoseNothing) {
+  constexpr uint32_t kProcesses = 20;
+  for (uint32_t round = 0; round < 50; ++round) {
+    if (round % 5 == 0) {
+      for (const char *suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path_ + suffix);
+    }
+    std::vector<Child> children;
+    for (uint32_t process = 0; process < kProcesses; ++process) {
+      children.push_back(Child::Function([=] { return SetPara(process, std::to_string(round)) == 0 ? 0 : 1; }));
+    }
+    for (Child &child : children) EXPECT_EQ(child.Wait(), 0);
+    Child reader = Child::Function([round] {
+      uint32_t found = 0;
+      for (uint32_t process = 0; process < kProcesses; ++process) found += GetPara(process) == std::to_string(round);
+      return found == kProcesses ? 0 : 1;
+    });
+    EXPECT_EQ(reader.Wait(), 0) << round;
+  }
+}
+
 // The last process to close the store folds its journal into it and removes the journal: it must notice a process that
 // was forked from one with the store open.
 TEST_F(Store, AForkedProcessHasAConnectionOfItsOwn) {
