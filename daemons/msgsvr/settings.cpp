@@ -1,5 +1,7 @@
 #include "msgsvr/settings.h"
 
+#include <zor/kiva_wire.h>
+
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -31,17 +33,10 @@ struct DefaultRoute {
   const char *daemon;
 };
 
+// Made from messages.tsv, except that cms gets all types between those of the device list.
 constexpr auto kDefaultRoutes = std::to_array<DefaultRoute>({
-    {0x5001, 0x5001, "cms"},      // state of a dynamic application
-    {0x5009, 0x5009, "cms"},      // save the configuration
-    {0x500F, 0x500F, "cms"},      // restore the defaults
-    {0x5025, 0x502B, "cms"},      // export, import, check, clean; save and wait
-    {0x5033, 0x5033, "cms"},      // delete application data
-    {0x5035, 0x5035, "cms"},      // the user of an export
-    {0x503F, 0x5040, "cms"},      // save to the application store
-    {0x504D, 0x504D, "cms"},      // stop all dynamic applications
-    {0x26E00, 0x26E10, "cms"},    // device lists
-    {0x2CF01, 0x2CF05, "lctrl"},  // login control
+#include "msgsvr/default_routes.inc"
+    {ZOR_MSG_KIVA_ADD, ZOR_MSG_KIVA_REMOVE_SYNC, ZOR_KIVA_DAEMON_NAME},
 });
 
 struct LevelName {
