@@ -49,7 +49,7 @@ check_alone() {
 check_daemons() {
   includes_below daemons '"' | while read -r file included; do
     case $included in
-      common/* | programs/*) ;;
+      common/* | programs/* | *.inc) ;; # a file that is made has that ending
       *) [ -f "daemons/$included" ] || echo "daemons/$file: \"$included\" is not a header of the daemons" ;;
     esac
   done

@@ -16,7 +16,44 @@ struct FreeObject {
 };
 using Object = std::unique_ptr<ZOR_CFM_OBJ, FreeObject>;
 
-void CheckStatus(uint32_t status, const std::string &what) {
+// The platform tells no parameter's length. But what a value does not fill stays as it was, so two reads into buffers
+// that differ in every byte agree exactly as far as the value goes.
+std::string ReadProbed(uint32_t parameter, uint32_t instance, size_t size, const std::string &what) {
+  std::string zeros(size, '\0');
+  std::string ones(size, '\xff');
+  const auto wanted = static_cast<uint32_t>(size);
+  CheckStoreStatus(ZOR_DBGetPara(parameter, instance, zeros.data(), wanted), what);
+  CheckStoreStatus(ZOR_DBGetPara(parameter, instance, ones.data(), wanted), what);
+  const auto end = std::mismatch(zeros.begin(), zeros.end(), ones.begin()).first;
+  zeros.erase(end, zeros.end());
+  return zeros;
+}
+
+Object MakeObject(uint32_t objectClass, uint32_t instance, const Values &values, const std::string &what) {
+  ZOR_CFM_OBJ *made = nullptr;
+  uint32_t status = ZOR_STORE_E_ARGUMENT;
+  for (const auto &[name, value] : values) {
+    status = ZOR_CFM_SetObjStrValue(&made, name.c_str(), value.c_str());
+    if (status != ZOR_STORE_OK) break;
+  }
+  Object object(made);
+  CheckStoreStatus(status, what);
+  object->objectClass = objectClass;
+  object->instance = instance;
+  return object;
+}
+
+std::string Named(const char *kind, uint32_t number) {
+  return std::string(kind) + " " + HexText(number);
+}
+
+std::string NamedObject(uint32_t objectClass, uint32_t instance) {
+  return Named("object of class", objectClass) + " with the number " + std::to_string(instance);
+}
+
+}  // namespace
+
+void CheckStoreStatus(uint32_t status, const std::string &what) {
   switch (status) {
     case ZOR_STORE_OK:
       return;
@@ -34,43 +71,6 @@ void CheckStatus(uint32_t status, const std::string &what) {
   }
 }
 
-// The platform tells no parameter's length. But what a value does not fill stays as it was, so two reads into buffers
-// that differ in every byte agree exactly as far as the value goes.
-std::string ReadProbed(uint32_t parameter, uint32_t instance, size_t size, const std::string &what) {
-  std::string zeros(size, '\0');
-  std::string ones(size, '\xff');
-  const auto wanted = static_cast<uint32_t>(size);
-  CheckStatus(ZOR_DBGetPara(parameter, instance, zeros.data(), wanted), what);
-  CheckStatus(ZOR_DBGetPara(parameter, instance, ones.data(), wanted), what);
-  const auto end = std::mismatch(zeros.begin(), zeros.end(), ones.begin()).first;
-  zeros.erase(end, zeros.end());
-  return zeros;
-}
-
-Object MakeObject(uint32_t objectClass, uint32_t instance, const Values &values, const std::string &what) {
-  ZOR_CFM_OBJ *made = nullptr;
-  uint32_t status = ZOR_STORE_E_ARGUMENT;
-  for (const auto &[name, value] : values) {
-    status = ZOR_CFM_SetObjStrValue(&made, name.c_str(), value.c_str());
-    if (status != ZOR_STORE_OK) break;
-  }
-  Object object(made);
-  CheckStatus(status, what);
-  object->objectClass = objectClass;
-  object->instance = instance;
-  return object;
-}
-
-std::string Named(const char *kind, uint32_t number) {
-  return std::string(kind) + " " + HexText(number);
-}
-
-std::string NamedObject(uint32_t objectClass, uint32_t instance) {
-  return Named("object of class", objectClass) + " with the number " + std::to_string(instance);
-}
-
-}  // namespace
-
 std::string ReadParameter(uint32_t parameter, uint32_t instance) {
   const std::string what = Named("parameter", parameter) + ", instance " + std::to_string(instance);
   for (size_t size = 4096;; size *= 8) {
@@ -85,15 +85,15 @@ std::string ReadParameter(uint32_t parameter, uint32_t instance) {
 std::string ReadAppData(uint32_t item) {
   const std::string what = Named("application data of item", item);
   uint32_t length = 0;
-  CheckStatus(ZOR_GetAppDataLen(item, &length), what);
+  CheckStoreStatus(ZOR_GetAppDataLen(item, &length), what);
   std::string value(std::min<size_t>(length, kMaxStoreValue), '\0');
-  if (!value.empty()) CheckStatus(ZOR_ReadAppData(item, value.data(), static_cast<uint32_t>(value.size())), what);
+  if (!value.empty()) CheckStoreStatus(ZOR_ReadAppData(item, value.data(), static_cast<uint32_t>(value.size())), what);
   return value;
 }
 
 Values ReadObject(uint32_t objectClass, uint32_t instance) {
   ZOR_CFM_OBJ *read = nullptr;
-  CheckStatus(ZOR_DBGetObj(objectClass, instance, &read), NamedObject(objectClass, instance));
+  CheckStoreStatus(ZOR_DBGetObj(objectClass, instance, &read), NamedObject(objectClass, instance));
   const Object object(read);
   Values values;
   for (const ZOR_CFM_VALUE *each = object->values; each != nullptr; each = each->next) {
@@ -103,24 +103,24 @@ Values ReadObject(uint32_t objectClass, uint32_t instance) {
 }
 
 void WriteParameter(uint32_t parameter, uint32_t instance, const std::string &value) {
-  CheckStatus(ZOR_DBSetPara(parameter, instance, value.data(), static_cast<uint32_t>(value.size())),
-              Named("parameter", parameter));
+  CheckStoreStatus(ZOR_DBSetPara(parameter, instance, value.data(), static_cast<uint32_t>(value.size())),
+                   Named("parameter", parameter));
 }
 
 void WriteAppData(uint32_t item, const std::string &value) {
-  CheckStatus(ZOR_WriteAppDataFunc(item, value.data(), static_cast<uint32_t>(value.size())),
-              Named("application data of item", item));
+  CheckStoreStatus(ZOR_WriteAppDataFunc(item, value.data(), static_cast<uint32_t>(value.size())),
+                   Named("application data of item", item));
 }
 
 void WriteObject(uint32_t objectClass, uint32_t instance, const Values &values) {
   const std::string what = NamedObject(objectClass, instance);
-  CheckStatus(ZOR_DBSetObj(MakeObject(objectClass, instance, values, what).get()), what);
+  CheckStoreStatus(ZOR_DBSetObj(MakeObject(objectClass, instance, values, what).get()), what);
 }
 
 uint32_t AddObject(uint32_t objectClass, const Values &values) {
   const std::string what = Named("object of class", objectClass);
   uint32_t instance = 0;
-  CheckStatus(ZOR_DBAddObj(objectClass, MakeObject(objectClass, 0, values, what).get(), &instance), what);
+  CheckStoreStatus(ZOR_DBAddObj(objectClass, MakeObject(objectClass, 0, values, what).get(), &instance), what);
   return instance;
 }
 

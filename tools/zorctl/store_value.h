@@ -14,6 +14,9 @@ namespace zor::ctl {
 // The most that the tool reads or writes as one value.
 constexpr size_t kMaxStoreValue = 16u << 20;
 
+// Throws unless the status is ZOR_STORE_OK; the text is what was asked for.
+void CheckStoreStatus(uint32_t status, const std::string &what);
+
 std::string ReadParameter(uint32_t parameter, uint32_t instance);
 std::string ReadAppData(uint32_t item);
 Values ReadObject(uint32_t objectClass, uint32_t instance);

@@ -1,5 +1,5 @@
-// The configuration store: what daemons keep there, by the numbers that they gave it. Values are read and written
-// through the platform's functions; which ones there are, only the store's file tells.
+// The configuration store: what daemons keep there, by the numbers that they gave it. All of it goes through the
+// platform's functions.
 #include <unistd.h>
 #include <zor/platform/config.h>
 
@@ -17,7 +17,7 @@
 #include "programs/paths.h"
 #include "zorctl/number.h"
 #include "zorctl/output.h"
-#include "zorctl/store_file.h"
+#include "zorctl/store_list.h"
 #include "zorctl/store_value.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -157,7 +157,7 @@ class ConfigVerb : public Verb {
       AppendUsers(directory_, list);
     } else {
       CheckStoreIsThere();
-      const StoreContents contents = ReadStoreFile(daemon::FixedPath(ZOR_STORE_PATH));
+      const StoreContents contents = ListStore();
       if (kind_.empty() || kind_ == kParameter) Append(kParameter, contents.parameters, list);
       if (kind_.empty() || kind_ == kObject) Append(kObject, contents.objects, list);
       if (kind_.empty() || kind_ == kAppData) Append(kAppData, contents.appData, list);

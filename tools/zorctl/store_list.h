@@ -1,7 +1,6 @@
-// The configuration store's file, read to see what is there: the platform's functions (zor/platform/config.h) give what
-// one knows the number of, and list nothing.
-#ifndef ZORCTL_STORE_FILE_H
-#define ZORCTL_STORE_FILE_H
+// What the configuration store holds. Throws Failure with a text for the user.
+#ifndef ZORCTL_STORE_LIST_H
+#define ZORCTL_STORE_LIST_H
 
 #include <cstdint>
 #include <string>
@@ -22,8 +21,8 @@ struct StoreContents {
   std::vector<StoreEntry> appData;
 };
 
-// As it stands at one moment. Throws Failure when the file is no store, or may not be read.
-StoreContents ReadStoreFile(const std::string &path);
+// As it is at one moment.
+StoreContents ListStore();
 
 }  // namespace zor::ctl
 
