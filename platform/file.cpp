@@ -46,7 +46,7 @@ struct Content {
   }
 };
 
-// Reads to the end of the file, whatever size it announced: files of the kernel announce none.
+// Reads to the end of the file, whatever size it reported: files of the kernel report none.
 uint32_t ReadToEnd(int fd, Content *content) {
   while (content->length <= ZOR_FILE_READ_MAX) {
     if (content->length == content->capacity && !content->Grow(2 * content->capacity)) break;
@@ -69,7 +69,7 @@ uint32_t ZOR_UTIL_ReadFileToBuf(const char *path, void **buffer, uint32_t *lengt
   if (!file.valid()) return ZOR_FILE_E_IO;
   if (announced > static_cast<off_t>(ZOR_FILE_READ_MAX)) return ZOR_FILE_E_NO_MEMORY;
   Content content;
-  // One byte more than announced, so that the end of the file shows without another block.
+  // One byte more than reported, so that the end of the file shows without another block.
   if (!content.Grow(std::max(static_cast<size_t>(announced), kLeastRead) + 1)) return ZOR_FILE_E_NO_MEMORY;
   const uint32_t result = ReadToEnd(file.get(), &content);
   if (result != ZOR_FILE_OK) return result;

@@ -57,7 +57,7 @@ pid_t WaitOnce(pid_t pid, int *status, int options) {
 }
 
 // Waits for a child: its pid when it ended, 0 when the time was over first, -1 when it is no child. It looks again and
-// again, at growing distances, because the signal of its end may go to another thread or to nobody.
+// again, at growing distances, because the signal of its end may go to another thread or be discarded.
 pid_t WaitWithin(pid_t pid, int32_t timeLimitMs, int *status) {
   if (timeLimitMs < 0) return WaitOnce(pid, status, 0);
   const int64_t deadline = NowMs() + timeLimitMs;

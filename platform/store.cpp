@@ -16,7 +16,7 @@ namespace zor::platform {
 namespace {
 
 constexpr int kStoreVersion = 1;
-// Its group are the daemons that share the configuration; nobody else is to read pass phrases.
+// Its group is that of the daemons that share the configuration; pass phrases must stay unreadable to others.
 constexpr mode_t kStoreMode = 0660;
 constexpr useconds_t kRetryPauseUs = 5000;
 
@@ -60,7 +60,7 @@ bool FollowLink(char (&path)[PATH_MAX]) {
 }
 
 // Two processes that come at the same time both make a file; the first one to name it wins. The file is put into WAL
-// mode while nobody else knows it: a change of the mode does not wait for those who have the store open.
+// mode while no other process knows it: a change of the mode does not wait for those who have the store open.
 int CreateStore(const char *path) {
   Replacement file(path);
   const int result = CreateStoreFile(file, kStoreMode, "PRAGMA journal_mode = WAL");

@@ -5,7 +5,7 @@
  * connection that is opened beside an inherited one believes that it holds what only the parent holds. So the
  * connection is closed before every fork, and parent and child open their own when they next need one.
  *
- * The file comes into being under another name and gets its own when it is whole: nobody ever opens half a store.
+ * The file is made under another name and gets its own when it is complete, so no process opens half a store.
  */
 #ifndef PLATFORM_STORE_H
 #define PLATFORM_STORE_H

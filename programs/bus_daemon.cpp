@@ -17,7 +17,7 @@ void OnSignal(UvIO *, uint32_t) {
   ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
 }
 
-// The bus stops reading a socket whose server has gone, but tells nobody.
+// The bus stops reading a socket whose server has ended, but does not report that.
 bool IsServerThere() {
   return g_stMsgCtx.watcher != nullptr && (g_stMsgCtx.watcher->io.events & UV_READABLE) != 0;
 }

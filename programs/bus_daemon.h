@@ -1,6 +1,6 @@
 // The life of a daemon that is a client of the bus: it joins, serves from the library's loop, and leaves. It also
-// leaves, with a failure, when the message server goes away: whoever supervises the daemons starts it again with the
-// server, and nobody takes a daemon for alive that nothing can reach.
+// leaves, with a failure, when the message server ends: the supervisor of the daemons starts it again together with the
+// server, and no unreachable daemon is reported as healthy.
 #ifndef PROGRAMS_BUS_DAEMON_H
 #define PROGRAMS_BUS_DAEMON_H
 
@@ -14,7 +14,7 @@ namespace zor::daemon {
 // there is no server or it refuses the name. Handlers may be registered before or after; they are called from ServeBus.
 ExitCode JoinBus(const char *name, ProblemLog &problems);
 
-// Dispatches messages to their handlers until a signal arrives (kExitOk) or the message server goes away or the loop
+// Dispatches messages to their handlers until a signal arrives (kExitOk) or the message server ends or the loop
 // cannot run (kExitFailure, with a line), and leaves the bus.
 ExitCode ServeBus(const StopSignal &stop, ProblemLog &problems);
 

@@ -1,4 +1,4 @@
-// Waiting for descriptors: an epoll instance. What a descriptor belongs to is told by the tag that it was added with.
+// Waiting for descriptors: an epoll instance. The tag given with a descriptor identifies its owner.
 #ifndef PROGRAMS_EVENT_POLL_H
 #define PROGRAMS_EVENT_POLL_H
 
@@ -24,7 +24,7 @@ class EventPoll {
   bool Remove(int fd) { return Control(EPOLL_CTL_DEL, fd, 0, nullptr); }
 
   // What is ready; empty after the time-out (-1: none) or a signal. Valid until the next call. A tag in it may belong
-  // to something that an earlier entry of the same answer has ended: release such things only after the whole answer.
+  // to something that an earlier entry of the same result has ended: release owners only after the whole result.
   std::span<const epoll_event> Wait(int timeoutMs);
 
  private:

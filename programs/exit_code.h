@@ -1,4 +1,4 @@
-// How a server ends. The same numbers for all of them; --help prints the table.
+// Exit statuses of the servers. The same numbers for all of them; --help prints the table.
 #ifndef PROGRAMS_EXIT_CODE_H
 #define PROGRAMS_EXIT_CODE_H
 

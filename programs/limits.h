@@ -30,15 +30,15 @@ inline constexpr std::size_t kMostQueueBytes = 64u << 20;
 // [connections] Connections at one time (setting max_clients): further ones are turned away.
 inline constexpr std::size_t kClients = 256;
 inline constexpr std::size_t kMostClients = 65536;
-// [ms] Time that the sender to a slow reader is held back: it goes on.
+// [ms] Time that the sender to a slow reader is held back: it resumes.
 inline constexpr std::chrono::milliseconds kHold{200};
 // [bytes] Restful patterns of one client: not registered.
 inline constexpr std::size_t kPatternBytes = 16384;
-// [bytes] Request to the server that comes in a file: what is beyond is not read.
+// [bytes] Request to the server that comes in a file: the rest is not read.
 inline constexpr std::size_t kRequestInFile = 8192;
-// [names] Names with a subscription that somebody else asked for: no subscription.
+// [names] Names with a subscription that another client asked for: no subscription.
 inline constexpr std::size_t kSubscribedNames = 1024;
-// [posts] Barrier posts that nobody has waited for yet: the oldest is forgotten.
+// [posts] Barrier posts without a waiting client: the oldest is forgotten.
 inline constexpr std::size_t kBarrierPosts = 256;
 // [periods] Missed periods of a daemon's reports: a log line names it.
 inline constexpr int kMissedReports = 3;
@@ -74,7 +74,7 @@ inline constexpr std::size_t kQueueOverhead = 4096;  // a header, and what it co
 inline constexpr std::size_t kLeastDataBytes = 64;
 // [bytes] Data that a client sends before it has registered: the client is cut off.
 inline constexpr std::size_t kRegistration = 64;
-// [requests] Requests of one client that wait for their answers: the oldest is answered, empty.
+// [requests] Requests of one client without a reply yet: the oldest gets an empty reply.
 inline constexpr std::size_t kRequests = 64;  // the library waits for one at a time in each process
 
 }  // namespace notifyserver
@@ -105,13 +105,13 @@ namespace syslogd {
 // [records] Records that are kept (setting max_records): the oldest goes.
 inline constexpr std::uint32_t kRecords = 2000;
 inline constexpr std::uint32_t kMostRecords = 20000;
-// [records] Records that wait for being written: written at once.
+// [records] Records waiting to be written: written at once.
 inline constexpr std::uint32_t kUnwrittenRecords = 64;
-// [s] Time that a record waits for being written (setting flush_seconds): written.
+// [s] Time that a record waits to be written (setting flush_seconds): written.
 inline constexpr std::uint32_t kFlushSeconds = 10;
 inline constexpr std::uint32_t kMostFlushSeconds = 3600;
 // [ms] Wait for the file while another process uses it: the record is lost; a log line.
-inline constexpr int kBusyMs = 500;  // somebody with a shell; senders wait ten times as long
+inline constexpr int kBusyMs = 500;  // an operator with a shell; senders wait ten times as long
 
 }  // namespace syslogd
 }  // namespace zor::limits

@@ -1,7 +1,7 @@
 // The local socket at which a server listens.
 //
 // One server per path: a lock on the file PATH.lock, held as long as the process lives, decides between two that start
-// at the same time; a socket at which some other program answers is left alone too; one that nobody holds any more is
+// at the same time; a socket that another program still serves is left alone too; one that no process holds is
 // replaced. The lock file stays behind, since removing it would let two servers lock two files of the same name.
 //
 // A server that must not write to the directory of its fixed path finds a link there, made by root, and listens where

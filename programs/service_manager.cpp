@@ -7,7 +7,7 @@
 namespace zor::daemon {
 namespace {
 
-// Best effort: a manager that cannot be told finds out by its own time limits.
+// Best effort: a manager that cannot be notified relies on its own time limits.
 void Tell([[maybe_unused]] const char *state) {
 #ifdef ZOR_SYSTEMD
   static_cast<void>(::sd_notify(0, state));

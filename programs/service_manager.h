@@ -1,5 +1,5 @@
-// What a server tells the service manager that has started it, so that others are started when it can serve them. In a
-// build without ZOR_SYSTEMD, or when nobody asks (NOTIFY_SOCKET), nothing is told.
+// Notifies the service manager that started this server, so that its clients are started once it serves. In a
+// build without ZOR_SYSTEMD, or without NOTIFY_SOCKET, nothing is sent.
 #ifndef PROGRAMS_SERVICE_MANAGER_H
 #define PROGRAMS_SERVICE_MANAGER_H
 
@@ -7,7 +7,7 @@ namespace zor::daemon {
 
 // From now on clients are served.
 void TellReady();
-// The process is on its way out.
+// The process is ending.
 void TellStopping();
 
 }  // namespace zor::daemon

@@ -34,7 +34,7 @@ class Settings {
 
   // Adds a mistake that only the caller can see, such as a value that means nothing to it.
   void AddMistake(std::string text) { mistakes_.push_back(std::move(text)); }
-  // Prints every mistake, keys that nobody asked for included. True when there was none. Call it last.
+  // Prints every mistake, unknown keys included. True when there was none. Call it last.
   bool CheckAndReport(ProblemLog &log) const;
 
  private:
