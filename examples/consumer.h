@@ -22,7 +22,7 @@ void Check(bool good, const std::string &what);
 Message Build(const char *destination, uint32_t type, const std::string &text = {});
 std::string Text(ZOR_MSG_HEAD *msg);
 
-// Sends a request and waits for its answer. Null without one; *status then says why.
+// Sends a request and waits for its reply. Null without one; *status is then the reason.
 Message Ask(const Message &request, uint32_t *status = nullptr);
 
 // The themes, each in a file of its own.

@@ -17,22 +17,22 @@ std::string ItemText(const void *field, uint32_t length) {
   return field == nullptr ? std::string() : std::string(static_cast<const char *>(field), length).c_str();
 }
 
-// Asks for the settings of a device; the status says why there are none.
+// Asks for the settings of a device; the status is the reason when there are none.
 std::string Settings(const std::string &device, uint32_t &status) {
   ZOR_DMMSG_HEAD *request = nullptr;
-  ZOR_DMMSG_HEAD *answer = nullptr;
+  ZOR_DMMSG_HEAD *reply = nullptr;
   ZOR_DMMSG_Builder(&request, PROVIDER, DEMO_GET_DEVICE);
   ZOR_DMMSG_AppendItem(&request, 0, "device", device.c_str(), static_cast<uint32_t>(device.size() + 1));
-  status = ZOR_DMMSG_SyncSend(request, &answer, kWaitMs);
+  status = ZOR_DMMSG_SyncSend(request, &reply, kWaitMs);
   ZOR_DMMSG_Free(request);
 
   std::string settings;
   ZOR_DMMSG_ITEM item;
-  for (const void *next = nullptr; ZOR_DMMSG_GetItem(answer, &item, &next) == ZOR_OK;) {
-    if (item.name == nullptr) continue;  // an answer's unused bytes
+  for (const void *next = nullptr; ZOR_DMMSG_GetItem(reply, &item, &next) == ZOR_OK;) {
+    if (item.name == nullptr) continue;  // a reply's unused bytes
     settings += ItemText(item.name, item.nameLength) + '=' + ItemText(item.value, item.valueLength) + ' ';
   }
-  ZOR_DMMSG_Free(answer);
+  ZOR_DMMSG_Free(reply);
   return settings;
 }
 

@@ -1,4 +1,4 @@
-// One-way messages, requests that wait, and requests whose answers come through the loop.
+// One-way messages, synchronous requests, and requests whose replies arrive through the loop.
 #include <zor/uv.h>
 
 #include <cstdio>
@@ -35,7 +35,7 @@ struct Outcome {
 
 int awaited = 0;
 
-// Called by the loop with the answer, or with null when there was none in time.
+// Called by the loop with the reply, or with null after the time-out.
 void OnReply(ZOR_MSG_HEAD *reply, uint32_t status, void *outcome) {
   *static_cast<Outcome *>(outcome) = {true, status, reply != nullptr ? reply->data : 0};
   if (--awaited == 0) ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());

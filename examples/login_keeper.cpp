@@ -1,4 +1,4 @@
-// A daemon that serves login control under the name "lctrl". It lets everybody in, but it is slow to wake up: the first
+// A daemon that serves login control under the name "lctrl". It admits every login, but is slow to wake up: the first
 // request goes unanswered.
 #include <zor/lctrl.h>
 #include <zor/msg.h>

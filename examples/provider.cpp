@@ -1,4 +1,4 @@
-// A daemon that others talk to: it registers handlers, one for each kind of message, and runs the loop until somebody
+// A daemon that serves others: it registers handlers, one for each kind of message, and runs the loop until a daemon
 // asks it to exit.
 #include <cjson/cJSON.h>
 #include <unistd.h>
@@ -25,7 +25,7 @@ void OnNote(ZOR_MSG_HEAD *msg) {
   sum += msg->data;
 }
 
-// Request: what a synchronous handler returns is sent to whoever asked.
+// Request: the message that a synchronous handler returns is sent to the requester.
 ZOR_MSG_HEAD *OnSum(ZOR_MSG_HEAD *msg) {
   return ZOR_MSG_MsgResponseBuilder(msg, sum, nullptr, 0);
 }
@@ -36,7 +36,7 @@ ZOR_MSG_HEAD *OnEcho(ZOR_MSG_HEAD *msg) {
   return ZOR_MSG_MsgResponseBuilder(msg, 0, ZOR_MSG_GetMsgByHead(msg), msg->bodyLength);
 }
 
-// Three handlers of one type. They run in the order given at registration, and only the second one answers.
+// Three handlers of one type. They run in the order given at registration, and only the second one replies.
 void OnFirstStep(ZOR_MSG_HEAD *) {
   steps += steps.empty() ? "first" : " first";
 }
@@ -51,7 +51,7 @@ void OnThirdStep(ZOR_MSG_HEAD *) {
   std::printf(PROVIDER ": steps taken: %s\n", steps.c_str());
 }
 
-// An event goes to everybody who has subscribed to its type.
+// An event goes to all subscribers of its type.
 void OnPublish(ZOR_MSG_HEAD *msg) {
   ZOR_MSG_SendMsgData(nullptr, DEMO_EVENT, ZOR_MSG_GetMsgByHead(msg), msg->bodyLength);
 }
@@ -71,19 +71,19 @@ bool AsksFor(const ZOR_DMMSG_HEAD *request, const char *device) {
          item.valueLength == std::strlen(device) + 1 && std::memcmp(item.value, device, item.valueLength) == 0;
 }
 
-// Management request: answered with items, or with an error code.
+// Management request: the reply has items, or an error code.
 void OnManagement(ZOR_MSG_HEAD *msg) {
   const auto *request = static_cast<const ZOR_DMMSG_HEAD *>(ZOR_MSG_GetMsgByHead(msg));
   if (!AsksFor(request, "lamp")) {
     ZOR_DMMSG_ReplyRetCode(request, DEMO_NO_DEVICE);
     return;
   }
-  ZOR_DMMSG_HEAD *answer = nullptr;
-  ZOR_DMMSG_Builder(&answer, "", DEMO_GET_DEVICE);
-  ZOR_DMMSG_AppendItem(&answer, 0, "state", "on", sizeof "on");
-  ZOR_DMMSG_AppendItem(&answer, 0, "level", "7", sizeof "7");
-  ZOR_DMMSG_Reply(request, 0, answer);
-  ZOR_DMMSG_Free(answer);
+  ZOR_DMMSG_HEAD *reply = nullptr;
+  ZOR_DMMSG_Builder(&reply, "", DEMO_GET_DEVICE);
+  ZOR_DMMSG_AppendItem(&reply, 0, "state", "on", sizeof "on");
+  ZOR_DMMSG_AppendItem(&reply, 0, "level", "7", sizeof "7");
+  ZOR_DMMSG_Reply(request, 0, reply);
+  ZOR_DMMSG_Free(reply);
 }
 
 // The descriptor follows the message that announces it.
@@ -95,7 +95,7 @@ void OnDescriptor(ZOR_MSG_HEAD *msg) {
   close(fd);
 }
 
-// Restful: the text goes back to whoever asked for DEMO_PATH "/state".
+// Restful: the text is the reply to a request for DEMO_PATH "/state".
 uint32_t OnLampState(void *, char **replyText) {
   *replyText = strdup("{\"lamp\":\"on\"}");
   return *replyText != nullptr ? ZOR_OK : ZOR_E_NO_MEMORY;
@@ -103,11 +103,11 @@ uint32_t OnLampState(void *, char **replyText) {
 
 const ZOR_MSG_RESTFUL_ENTRY kLampPaths[] = {{"state", OnLampState}, {nullptr, nullptr}};
 
-// Notification channel: null out-pointers mean that no answer is wanted.
-uint32_t OnQuestion(void *, void **answer, uint32_t *answerLength) {
-  if (answer == nullptr || answerLength == nullptr) return 0;
-  *answer = strdup("forty-two");
-  *answerLength = *answer != nullptr ? sizeof "forty-two" : 0;
+// Notification channel: null out-pointers mean that no reply is wanted.
+uint32_t OnQuestion(void *, void **reply, uint32_t *replyLength) {
+  if (reply == nullptr || replyLength == nullptr) return 0;
+  *reply = strdup("forty-two");
+  *replyLength = *reply != nullptr ? sizeof "forty-two" : 0;
   return 0;
 }
 

@@ -43,7 +43,7 @@ uint32_t StartModule(uintptr_t, uintptr_t name) {
   return ZOR_OK;
 }
 
-// Modules register in any order and start by priority; the boot-track log tells how long each one took.
+// Modules register in any order and start by priority; the boot-track log records how long each one took.
 void Modules() {
   ZOR_NOTIFIER_CHAIN *chain = nullptr;
   ZOR_UTIL_NotifierInit(0, &chain);
@@ -93,7 +93,7 @@ void Configuration() {
         "configuration: saved kitchen, changed to " + changed + ", restored " + LampName());
 }
 
-// Whoever wants the device list changed asks "cms"; to read it, nobody is asked (devices.cpp).
+// "cms" changes the device list on request; reading it needs no request (devices.cpp).
 void Devices() {
   char phone[] = "001122AABBCC";
   char lamp[] = "001122DDEEFF";
@@ -106,7 +106,7 @@ void Devices() {
         "device list: two devices added, one of them loading, the other removed");
 }
 
-// The first request is not answered within 4 s; the second one is.
+// The first request gets no reply within 4 s; the second one does.
 void Login() {
   const char request[ZOR_LCTRL_LOGIN_SIZE] = "admin";
   char result[ZOR_LCTRL_RESULT_SIZE] = {};

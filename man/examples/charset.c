@@ -3,7 +3,7 @@
 #include <zor/charset.h>
 
 int main(void) {
-  char *text = ZOR_NLS_TryConvertToUtf8("\xd6\xd0"); /* no UTF-8, so it is taken for cp936 */
+  char *text = ZOR_NLS_TryConvertToUtf8("\xd6\xd0"); /* not UTF-8, so converted from cp936 */
   if (text == NULL) return 1;
   printf("%u: %s\n", (unsigned)ZOR_NLS_IsStringUtf8(text), text);
   char digits[7];

@@ -41,7 +41,7 @@ int main(void) {
   ZOR_MSG_SimpleBuilder(&request, "thermometer", GET_TEMPERATURE, 1);
   if (ZOR_MSG_AsyncSendAndRecv(&request, OnReply, 2000, NULL) == ZOR_OK) ZOR_MSG_GetAndDispatch();
 
-  uint32_t word = 0; /* a synchronous request learns at once that nobody has the name */
+  uint32_t word = 0; /* a synchronous request to an absent name fails at once */
   printf("absent: %#x\n", (unsigned)ZOR_MSG_SendAndRecvMsgData("barometer", GET_TEMPERATURE, 0, 2000, &word));
   kill(provider, SIGTERM);
   return 0;

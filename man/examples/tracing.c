@@ -16,7 +16,7 @@ int main(void) {
   TRACE(ZOR_TRACE_INFO, "not printed: info is above warning");
   printf("output: %u\n", (unsigned)ZOR_TRACE_GetOutput());
 
-  /* A log line, for whoever looks after the device: mlogserver keeps it. */
+  /* A log line, for the device's maintainers: mlogserver stores it. */
   mlog_print("lamp", ZOR_MLOG_WARNING, "bulb %d is broken", 2);
 
   /* A log record, for users, would name an item instead of a text: ZOR_LOG_API_Record_Log. */
