@@ -50,7 +50,7 @@ class Process {
   pid_t pid_;
 };
 
-// A temporary system root below TMPDIR, which is better a tmpfs as the directory of a gateway is, with a message server running in it.
+// A temporary system root below TMPDIR with a message server running in it. A gateway keeps it on a tmpfs.
 class System {
  public:
   explicit System(const std::string &msgsvr);

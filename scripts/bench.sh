@@ -9,7 +9,7 @@ cmake --build --preset release >/dev/null
 build=build/release
 msgsvr=$build/daemons/msgsvr/msgsvr
 
-"$build/bench/bus_bench" "$msgsvr"
+TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/bus_bench" "$msgsvr"
 echo
 "$build/bench/loop_bench"
 echo
