@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "base/alloc.h"
-#include "sdk/loop/msg_watcher.h"
+#include "sdk/loop/message/msg_watcher.h"
 #include "support/capture.h"
 #include "support/child.h"
 #include "support/scripted_server.h"

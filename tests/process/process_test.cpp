@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "base/child_signal.h"
-#include "sdk/loop/process.h"
+#include "sdk/loop/child/process.h"
 #include "support/capture.h"
 #include "support/child.h"
 

@@ -5,8 +5,8 @@
 #include <zor/status.h>
 
 #include "base/list.h"
-#include "sdk/loop/lookup.h"
-#include "sdk/loop/loop.h"
+#include "sdk/loop/core/lookup.h"
+#include "sdk/loop/core/loop.h"
 #include "sdk/sockutil/sockbase.h"
 
 namespace zor::notify {

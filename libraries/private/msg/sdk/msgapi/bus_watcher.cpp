@@ -7,10 +7,10 @@
 
 #include "message/context.h"
 #include "message/header.h"
-#include "sdk/loop/lookup.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/msg_watcher.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/lookup.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
+#include "sdk/loop/message/msg_watcher.h"
 #include "sdk/msgapi/body_file.h"
 
 namespace zor {

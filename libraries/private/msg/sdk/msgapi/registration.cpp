@@ -13,8 +13,8 @@
 #include "base/text.h"
 #include "message/context.h"
 #include "message/header.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
 #include "trace/trace.h"
 
 namespace zor {

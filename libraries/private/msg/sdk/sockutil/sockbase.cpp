@@ -4,7 +4,7 @@
 #include <zor/status.h>
 
 #include "base/alloc.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/watcher.h"
 
 namespace zor {
 namespace {

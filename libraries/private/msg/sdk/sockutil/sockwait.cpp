@@ -2,7 +2,7 @@
 #include <zor/sockbase.h>
 
 #include "base/alloc.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/watcher.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(SockAsyncWait) == 20);
 

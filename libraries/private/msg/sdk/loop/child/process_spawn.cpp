@@ -1,5 +1,5 @@
 // Spawning: the record, the pipes, the fork, and what the parent does beside it.
-#include "sdk/loop/process.h"
+#include "sdk/loop/child/process.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,8 +14,8 @@
 #include <cstring>
 
 #include "base/child_signal.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(UvProcess) == 60);
 static_assert(sizeof(void *) != 4 || sizeof(UvProcessOptions) == 64);

@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "sdk/loop/process.h"
+#include "sdk/loop/child/process.h"
 
 namespace zor {
 namespace {

@@ -12,12 +12,12 @@
 
 #include "base/child_signal.h"
 #include "base/list.h"
-#include "sdk/loop/clock.h"
-#include "sdk/loop/descriptor_set.h"
-#include "sdk/loop/io_pass.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/process.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/child/process.h"
+#include "sdk/loop/core/clock.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
+#include "sdk/loop/io/descriptor_set.h"
+#include "sdk/loop/io/io_pass.h"
 
 namespace zor {
 namespace {

@@ -1,4 +1,4 @@
-#include "sdk/loop/io_pass.h"
+#include "sdk/loop/io/io_pass.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -6,9 +6,9 @@
 
 #include <cerrno>
 
-#include "sdk/loop/descriptor_set.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
+#include "sdk/loop/io/descriptor_set.h"
 
 namespace zor {
 

@@ -1,6 +1,6 @@
 // Loop times: points of monotonic time and intervals, in the loop's own 32-bit fields.
-#ifndef SDK_LOOP_CLOCK_H
-#define SDK_LOOP_CLOCK_H
+#ifndef SDK_LOOP_CORE_CLOCK_H
+#define SDK_LOOP_CORE_CLOCK_H
 
 #include <zor/systime.h>
 #include <zor/uv_loop.h>

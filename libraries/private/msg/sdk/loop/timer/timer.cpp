@@ -8,9 +8,9 @@
 
 #include "base/alloc.h"
 #include "base/list.h"
-#include "sdk/loop/clock.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/clock.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(UvTimer) == 36);
 

@@ -1,13 +1,13 @@
 // The descriptor passes that follow a select.
-#ifndef SDK_LOOP_IO_PASS_H
-#define SDK_LOOP_IO_PASS_H
+#ifndef SDK_LOOP_IO_IO_PASS_H
+#define SDK_LOOP_IO_IO_PASS_H
 
 #include <sys/select.h>
 #include <zor/uv_io.h>
 
 #include <cstdint>
 
-#include "sdk/loop/loop.h"
+#include "sdk/loop/core/loop.h"
 
 namespace zor {
 

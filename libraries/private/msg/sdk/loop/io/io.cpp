@@ -8,9 +8,9 @@
 #include <array>
 
 #include "base/list.h"
-#include "sdk/loop/descriptor_set.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
+#include "sdk/loop/io/descriptor_set.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(UvIO) == 28);
 

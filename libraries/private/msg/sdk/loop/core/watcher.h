@@ -3,8 +3,8 @@
 // - a walk is a cursor that an unlinking moves on, so it never steps onto a freed record;
 // - a record whose callback is on the stack is unlinked at once, but freed only when that callback has returned.
 // What is on the stack is known per thread, so that threads may run loops of their own.
-#ifndef SDK_LOOP_WATCHER_H
-#define SDK_LOOP_WATCHER_H
+#ifndef SDK_LOOP_CORE_WATCHER_H
+#define SDK_LOOP_CORE_WATCHER_H
 
 #include <zor/uv_io.h>
 

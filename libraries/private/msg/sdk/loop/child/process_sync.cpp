@@ -5,9 +5,9 @@
 #include <csignal>
 
 #include "base/scoped_value.h"
-#include "sdk/loop/lookup.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/process.h"
+#include "sdk/loop/child/process.h"
+#include "sdk/loop/core/lookup.h"
+#include "sdk/loop/core/loop.h"
 
 namespace zor {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "base/alloc.h"
 #include "base/list.h"
-#include "sdk/loop/loop.h"
+#include "sdk/loop/core/loop.h"
 
 namespace zor {
 namespace {

@@ -1,7 +1,7 @@
-#include "sdk/loop/lookup.h"
+#include "sdk/loop/core/lookup.h"
 
-#include "sdk/loop/loop.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
 
 namespace zor {
 namespace {

@@ -4,8 +4,8 @@
 
 #include "base/alloc.h"
 #include "base/list.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
 
 namespace zor {
 namespace {

@@ -1,4 +1,4 @@
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/watcher.h"
 
 #include <zor/status.h>
 #include <zor/trace.h>
@@ -6,8 +6,8 @@
 #include <cstdlib>
 
 #include "base/list.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/msg_watcher.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/message/msg_watcher.h"
 
 namespace zor {
 namespace {

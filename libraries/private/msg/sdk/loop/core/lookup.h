@@ -1,7 +1,7 @@
 // Finds watchers on a loop. Destroying a loop frees its watchers without notifying their owners, so an owner searches
 // the loop: an address that it remembers may dangle.
-#ifndef SDK_LOOP_LOOKUP_H
-#define SDK_LOOP_LOOKUP_H
+#ifndef SDK_LOOP_CORE_LOOKUP_H
+#define SDK_LOOP_CORE_LOOKUP_H
 
 #include <zor/uv_io.h>
 

@@ -1,6 +1,6 @@
 // What the parts of one loop iteration share.
-#ifndef SDK_LOOP_LOOP_H
-#define SDK_LOOP_LOOP_H
+#ifndef SDK_LOOP_CORE_LOOP_H
+#define SDK_LOOP_CORE_LOOP_H
 
 #include <zor/uv_io.h>
 #include <zor/uv_timer.h>

@@ -1,4 +1,4 @@
-#include "sdk/loop/msg_watcher.h"
+#include "sdk/loop/message/msg_watcher.h"
 
 #include <zor/limits.h>
 #include <zor/status.h>
@@ -9,7 +9,7 @@
 #include "base/list.h"
 #include "base/stream_read.h"
 #include "message/reader.h"
-#include "sdk/loop/loop.h"
+#include "sdk/loop/core/loop.h"
 #include "trace/message_track.h"
 
 namespace zor {

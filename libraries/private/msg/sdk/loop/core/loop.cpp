@@ -1,13 +1,13 @@
 // The loop record, the default loop and one run. An iteration is: clock, timers, idle hooks, then the wait with what it
 // brings. Runs nest freely; see watcher.h for what makes that safe.
-#include "sdk/loop/loop.h"
+#include "sdk/loop/core/loop.h"
 
 #include <zor/status.h>
 
 #include "base/list.h"
-#include "sdk/loop/clock.h"
-#include "sdk/loop/msg_watcher.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/clock.h"
+#include "sdk/loop/core/watcher.h"
+#include "sdk/loop/message/msg_watcher.h"
 
 namespace zor {
 namespace {

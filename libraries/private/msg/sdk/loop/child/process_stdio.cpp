@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "base/alloc.h"
-#include "sdk/loop/process.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/child/process.h"
+#include "sdk/loop/core/watcher.h"
 
 namespace zor {
 namespace {

@@ -11,9 +11,9 @@
 #include <csignal>
 
 #include "common/unique_fd.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/process.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/child/process.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
 
 namespace zor {
 namespace {

@@ -1,7 +1,7 @@
 // The message watcher: reads whole messages from a descriptor of the loop and hands each one to the request that waits
 // for it, or else to the watcher's default handler.
-#ifndef SDK_LOOP_MSG_WATCHER_H
-#define SDK_LOOP_MSG_WATCHER_H
+#ifndef SDK_LOOP_MESSAGE_MSG_WATCHER_H
+#define SDK_LOOP_MESSAGE_MSG_WATCHER_H
 
 #include <zor/uv_io.h>
 

@@ -2,8 +2,8 @@
 #include <zor/status.h>
 
 #include "base/alloc.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/watcher.h"
+#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
 
 namespace zor {
 

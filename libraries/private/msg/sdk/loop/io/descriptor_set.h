@@ -1,6 +1,6 @@
 // Operations on fd_set that never leave the set, whatever the descriptor.
-#ifndef SDK_LOOP_DESCRIPTOR_SET_H
-#define SDK_LOOP_DESCRIPTOR_SET_H
+#ifndef SDK_LOOP_IO_DESCRIPTOR_SET_H
+#define SDK_LOOP_IO_DESCRIPTOR_SET_H
 
 #include <sys/select.h>
 

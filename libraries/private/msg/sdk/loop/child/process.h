@@ -1,7 +1,7 @@
 // What the parts of a spawn share. A child is forked first and set up in the fork; it waits at a gate until the parent
 // has written its process id down, so that its end is never reaped by a handler that does not know it yet.
-#ifndef SDK_LOOP_PROCESS_H
-#define SDK_LOOP_PROCESS_H
+#ifndef SDK_LOOP_CHILD_PROCESS_H
+#define SDK_LOOP_CHILD_PROCESS_H
 
 #include <zor/uv_process.h>
 

@@ -10,8 +10,8 @@
 #include <memory>
 
 #include "base/child_signal.h"
-#include "sdk/loop/loop.h"
-#include "sdk/loop/process.h"
+#include "sdk/loop/child/process.h"
+#include "sdk/loop/core/loop.h"
 
 const char *g_apcBinSearchPath[6] = {"/bin", "/sbin", "/usr/bin", "/system/bin", "/app/bin", nullptr};
 
