@@ -5,8 +5,8 @@
 #include <zor/status.h>
 
 #include "base/list.h"
-#include "sdk/loop/core/lookup.h"
 #include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
 #include "sdk/sockutil/sockbase.h"
 
 namespace zor::notify {
@@ -15,7 +15,7 @@ namespace {
 // The watcher, or null once its loop has been destroyed and has freed it.
 SockBase *LiveWatcher() {
   SockBase *watcher = g_stClient.watcher;
-  return watcher != nullptr && IsOnLoop(&MainLoop(), &watcher->io.header) ? watcher : nullptr;
+  return watcher != nullptr && IsOnLoop(MainLoop(), &watcher->io.header) ? watcher : nullptr;
 }
 
 void FreePendingMessage(void *item) {

@@ -19,7 +19,7 @@
 #include "notifyclient/notify_module.h"
 #include "notifyclient/notify_state.h"
 #include "notifyclient/notify_transfer.h"
-#include "sdk/loop/core/lookup.h"
+#include "sdk/loop/idle/idle.h"
 #include "trace/trace_line.h"
 
 static_assert(sizeof(ZOR_NOTIFY_MSG) == ZOR_NOTIFY_HEAD_SIZE);

@@ -7,7 +7,6 @@
 
 #include "message/context.h"
 #include "message/header.h"
-#include "sdk/loop/core/lookup.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/message/msg_watcher.h"
@@ -65,7 +64,7 @@ std::uint32_t StartBusWatcher(int fd) noexcept {
 
 UvMsgWatcher *LiveBusWatcher() noexcept {
   UvMsgWatcher *watcher = g_stMsgCtx.watcher;
-  return watcher != nullptr && IsOnLoop(&MainLoop(), &watcher->io.header) ? watcher : nullptr;
+  return watcher != nullptr && IsOnLoop(MainLoop(), &watcher->io.header) ? watcher : nullptr;
 }
 
 // Not ZOR_UV_MsgDelete, which shuts the connection down: a forked child that leaves the bus must not cut off its

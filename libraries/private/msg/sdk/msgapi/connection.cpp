@@ -24,7 +24,7 @@
 #include "base/text.h"
 #include "common/unique_fd.h"
 #include "message/context.h"
-#include "sdk/loop/core/lookup.h"
+#include "sdk/loop/idle/idle.h"
 #include "sdk/msgapi/bus_watcher.h"
 #include "sdk/msgapi/queue.h"
 #include "sdk/msgapi/registration.h"

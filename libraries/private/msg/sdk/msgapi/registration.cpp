@@ -15,6 +15,7 @@
 #include "message/header.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/timer/timer.h"
 #include "trace/trace.h"
 
 namespace zor {
@@ -28,7 +29,7 @@ void SendReport(void *) {
 
 void StopIfReport(UvWatcher *watcher, void *) {
   if ((watcher->flags & UV_WATCHER_TIMER) == 0) return;
-  UvTimer &timer = RecordOf<UvTimer>(watcher);
+  auto &timer = RecordOf<UvTimer>(watcher);
   if (timer.callback == SendReport) ZOR_UTIL_TimerDel(&timer);
 }
 

@@ -1,5 +1,7 @@
 // What the parts of a spawn share. A child is forked first and set up in the fork; it waits at a gate until the parent
-// has written its process id down, so that its end is never reaped by a handler that does not know it yet.
+// has recorded its process id, so that its end is never reaped by a handler that does not know it yet.
+//
+// When a child ends: process_reap.cpp. Between fork and exec: process_child.cpp. Its pipes: process_stdio.cpp.
 #ifndef SDK_LOOP_CHILD_PROCESS_H
 #define SDK_LOOP_CHILD_PROCESS_H
 
@@ -9,6 +11,7 @@
 #include <cstdint>
 
 #include "common/unique_fd.h"
+#include "sdk/loop/child/process_gate.h"
 
 // Receives the status of a child that no process watcher claims.
 struct UvWaitRecord {
@@ -20,23 +23,6 @@ struct UvWaitRecord {
 extern "C" void uvProcessWaitpid(UvWaitRecord *record);
 
 namespace zor {
-
-// A pipe that holds the child back: nothing goes through it but the end of file.
-class StartGate {
- public:
-  bool Make() noexcept;
-  int childEnd() const noexcept { return childEnd_.get(); }
-  // In the parent, before and after its bookkeeping.
-  void LeaveToChild() noexcept { childEnd_.reset(); }
-  void Open() noexcept { parentEnd_.reset(); }
-  // In the child.
-  void LeaveToParent() noexcept { parentEnd_.reset(); }
-  void Wait() const noexcept;
-
- private:
-  UniqueFd childEnd_;
-  UniqueFd parentEnd_;
-};
 
 // The child's ends of the redirected standard streams; none of them is a standard stream itself.
 using ChildStreams = std::array<UniqueFd, 3>;
@@ -52,9 +38,6 @@ void DeleteStreams(UvProcess &process) noexcept;
 
 // Makes the loop finish its children; false when it cannot.
 bool EnsureChildrenAreFinished(UvLoop &loop) noexcept;
-
-// Whether a child of the loop has been reaped and waits for the idle pass to finish it.
-bool HasReapedChild(const UvLoop &loop) noexcept;
 
 }  // namespace zor
 

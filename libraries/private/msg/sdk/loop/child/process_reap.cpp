@@ -13,6 +13,7 @@
 #include "common/unique_fd.h"
 #include "sdk/loop/child/process.h"
 #include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/process_watcher.h"
 #include "sdk/loop/core/watcher.h"
 
 namespace zor {
@@ -25,19 +26,6 @@ std::int32_t TermSignalOf(std::int32_t status) {
 
 std::int32_t ExitCodeOf(std::int32_t status) {
   return (status >> 8) & 0xff;
-}
-
-bool IsProcess(const UvWatcher &watcher) {
-  return (watcher.flags & UV_WATCHER_PROCESS) != 0;
-}
-
-// Async-signal-safe, unlike the walks of the loop.
-template <class Predicate>
-UvProcess *FindProcess(const UvLoop &loop, Predicate matches) {
-  for (UvWatcher *watcher = loop.watchers; watcher != nullptr; watcher = watcher->next) {
-    if (IsProcess(*watcher) && matches(RecordOf<UvProcess>(watcher))) return &RecordOf<UvProcess>(watcher);
-  }
-  return nullptr;
 }
 
 void InstallHandler();
@@ -139,11 +127,6 @@ bool EnsureChildrenAreFinished(UvLoop &loop) noexcept {
   InstallHandler();
   loop.processIdle = ZOR_UV_IdleStart(&loop, FinishChildren);
   return loop.processIdle != nullptr;
-}
-
-bool HasReapedChild(const UvLoop &loop) noexcept {
-  if (&loop != ZOR_UV_LoopGetDefault()) return false;
-  return FindProcess(loop, [](const UvProcess &process) { return process.exited != 0; }) != nullptr;
 }
 
 }  // namespace zor

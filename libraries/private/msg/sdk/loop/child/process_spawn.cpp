@@ -1,14 +1,12 @@
 // Spawning: the record, the pipes, the fork, and what the parent does beside it.
 #include "sdk/loop/child/process.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 #include <zor/platform/bounded.h>
 #include <zor/platform/memory.h>
 #include <zor/status.h>
 #include <zor/trace.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -21,19 +19,6 @@ static_assert(sizeof(void *) != 4 || sizeof(UvProcess) == 60);
 static_assert(sizeof(void *) != 4 || sizeof(UvProcessOptions) == 64);
 
 namespace zor {
-
-bool StartGate::Make() noexcept {
-  int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) return false;
-  childEnd_.reset(ends[0]);
-  parentEnd_.reset(ends[1]);
-  return true;
-}
-
-void StartGate::Wait() const noexcept {
-  std::uint32_t nothing;
-  while (::read(childEnd_.get(), &nothing, sizeof nothing) < 0 && errno == EINTR) continue;
-}
 
 namespace {
 

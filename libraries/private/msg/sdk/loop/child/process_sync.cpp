@@ -6,8 +6,9 @@
 
 #include "base/scoped_value.h"
 #include "sdk/loop/child/process.h"
-#include "sdk/loop/core/lookup.h"
 #include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
+#include "sdk/loop/run/run.h"
 
 namespace zor {
 namespace {
@@ -71,7 +72,7 @@ void RunToEnd(SyncSpawn &context, const UvProcess *process, std::uint32_t idleTi
   do {
     status = ZOR_UV_LoopRun(&context, idleTimeMs);
     if (status == ZOR_E_TIMEOUT && context.idleTimeMs != idleTimeMs) status = ZOR_OK;
-  } while (status == ZOR_OK && !context.ended && IsOnLoop(&context, &process->header));
+  } while (status == ZOR_OK && !context.ended && IsOnLoop(context, &process->header));
 }
 
 std::uint32_t SpawnAndRun(SyncSpawn &context, std::uint32_t idleTimeMs) {
@@ -85,7 +86,7 @@ std::uint32_t SpawnAndRun(SyncSpawn &context, std::uint32_t idleTimeMs) {
     pid = process->pid;
     RunToEnd(context, process, idleTimeMs);
   }
-  if (IsOnLoop(&context, &process->header)) TraceEnd(pid, *process);
+  if (IsOnLoop(context, &process->header)) TraceEnd(pid, *process);
   return context.result;
 }
 

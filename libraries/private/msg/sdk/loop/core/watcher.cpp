@@ -3,21 +3,24 @@
 #include <zor/status.h>
 #include <zor/trace.h>
 
+#include <atomic>
 #include <cstdlib>
 
 #include "base/list.h"
 #include "sdk/loop/core/loop.h"
-#include "sdk/loop/message/msg_watcher.h"
 
 namespace zor {
 namespace {
 
-// Those of other kinds too: they are queued without a look at the kind.
+// Whatever the kind of the watcher: queueing an event does not check it.
 void DropForcedEvents(UvLoop &loop, const UvWatcher *watcher) {
   for (UvForcedEvent *event : ListView<UvForcedEvent>(loop.forcedEvents)) {
     if (&event->watcher->header == watcher) ZOR_UTIL_ListDeleteItem(&loop.forcedEvents, event, nullptr);
   }
 }
+
+// Atomic because threads run loops of their own.
+constinit std::atomic<UnlinkHook> unlinkHook = nullptr;
 
 }  // namespace
 
@@ -58,10 +61,18 @@ void CallFrame::Free(UvWatcher *watcher) noexcept {
   }
 }
 
+void SetUnlinkHook(UnlinkHook hook) noexcept {
+  unlinkHook.store(hook, std::memory_order_relaxed);
+}
+
+bool IsOnLoop(const UvLoop &loop, const UvWatcher *watcher) noexcept {
+  return Find(loop.watchers, [watcher](const UvWatcher &listed) { return &listed == watcher; }) != nullptr;
+}
+
 void RemoveWatcher(UvLoop &loop, UvWatcher *watcher) noexcept {
   Walk::OnUnlink(watcher);
   Unlink(loop.watchers, watcher);
-  if ((watcher->flags & UV_WATCHER_MSG) != 0) LeavePendingReplies(RecordOf<UvMsgWatcher>(watcher));
+  if (const UnlinkHook hook = unlinkHook.load(std::memory_order_relaxed); hook != nullptr) hook(*watcher);
   DropForcedEvents(loop, watcher);
   CallFrame::Free(watcher);
 }

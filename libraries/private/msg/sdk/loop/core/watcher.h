@@ -81,10 +81,19 @@ class CallFrame {
 // has found holds, except that watchers may be gone.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local std::uint64_t listChanges;
 
-// Takes a watcher off its loop, with every forced event and pending reply that names it, and frees it.
+// Called for every watcher that leaves its loop, before it is freed. There is one such hook: message watchers and the
+// guards of their requests name each other.
+using UnlinkHook = void (*)(UvWatcher &watcher) noexcept;
+void SetUnlinkHook(UnlinkHook hook) noexcept;
+
+// Whether the watcher is still on the loop. Destroying a loop frees its watchers without notifying their owners, so an
+// owner asks here: an address that it remembers may dangle.
+bool IsOnLoop(const UvLoop &loop, const UvWatcher *watcher) noexcept;
+
+// Takes a watcher off its loop, with every forced event that names it, and frees it.
 void RemoveWatcher(UvLoop &loop, UvWatcher *watcher) noexcept;
 
-// The same for a deleted watcher that a walk has come upon, with its trace line.
+// The same for a deleted watcher that a walk has found, with its trace line.
 void SweepWatcher(UvLoop &loop, UvWatcher *watcher) noexcept;
 
 }  // namespace zor

@@ -1,7 +1,10 @@
 // Idle hooks: called in every iteration, before the wait.
+#include "sdk/loop/idle/idle.h"
+
 #include <zor/status.h>
 
 #include "base/alloc.h"
+#include "base/list.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
 
@@ -16,6 +19,14 @@ void RunIdleHooks(UvLoop &loop) noexcept {
     const CallFrame frame(watcher);
     hook.idleCallback(&hook, watcher->flags);
   }
+}
+
+bool EnsureIdleHook(UV_IDLE_CALLBACK callback) noexcept {
+  const UvWatcher *present = Find(MainLoop().watchers, [callback](UvWatcher &listed) {
+    const bool isHook = (listed.flags & (UV_WATCHER_IDLE | UV_WATCHER_DELETED)) == UV_WATCHER_IDLE;
+    return isHook && RecordOf<UvIdle>(&listed).idleCallback == callback;
+  });
+  return present != nullptr || ZOR_UV_IdleStart(&MainLoop(), callback) != nullptr;
 }
 
 }  // namespace zor

@@ -1,10 +1,10 @@
-// Forced events: callbacks that run in the next iteration as if their descriptor were ready.
+#include "sdk/loop/io/forced.h"
+
 #include <zor/status.h>
 #include <zor/trace.h>
 
 #include "base/alloc.h"
 #include "base/list.h"
-#include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
 
 namespace zor {

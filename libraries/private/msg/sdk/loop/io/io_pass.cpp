@@ -6,9 +6,9 @@
 
 #include <cerrno>
 
-#include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/io/descriptor_set.h"
+#include "sdk/loop/io/forced.h"
 
 namespace zor {
 

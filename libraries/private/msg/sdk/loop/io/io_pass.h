@@ -7,11 +7,11 @@
 
 #include <cstdint>
 
-#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/survey.h"
 
 namespace zor {
 
-// Whether the number names an open descriptor; errno tells why not.
+// Whether the number is an open descriptor; if not, errno says why.
 bool IsOpenDescriptor(std::int32_t fd) noexcept;
 
 // Made right after a successful select. Each pass calls the watchers of one ready set in list order, and sweeps.

@@ -9,7 +9,8 @@
 #include "base/list.h"
 #include "base/stream_read.h"
 #include "message/reader.h"
-#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/watcher.h"
+#include "sdk/loop/timer/timer.h"
 #include "trace/message_track.h"
 
 namespace zor {
@@ -89,12 +90,30 @@ void Dispatch(UvMsgWatcher &watcher, const Received &received) {
 
 // The end of file is silent too, and the loop calls again: only the watcher's owner knows what its loss means.
 void OnReadable(UvIO *watcher, std::uint32_t) {
-  ReadAndDispatchMessage(*static_cast<UvMsgWatcher *>(static_cast<void *>(watcher)));
+  ReadAndDispatchMessage(RecordOf<UvMsgWatcher>(&watcher->header));
 }
 
 void OnNoReply(void *data) {
   const MallocPtr<UvPendingReply> record = TakeOff(static_cast<UvPendingReply *>(data));
   if (record->replyCallback != nullptr) record->replyCallback(nullptr, kNoReply, record->replyData);
+}
+
+// For a watcher that is freed before its replies have come. The guards of the requests still call back, once each, and
+// must not look for the watcher then; a request without a guard ends here.
+void LeavePendingReplies(UvMsgWatcher &watcher) {
+  for (UvPendingReply *record : ListView<UvPendingReply>(watcher.pending)) {
+    record->watcher = nullptr;
+    if (record->timer == nullptr) TakeOff(record);
+  }
+  watcher.pending = nullptr;
+}
+
+// A guard that leaves its loop without having fired, because the loop is destroyed, ends its request. Nothing is
+// called.
+void OnUnlink(UvWatcher &watcher) noexcept {
+  if ((watcher.flags & UV_WATCHER_MSG) != 0) LeavePendingReplies(RecordOf<UvMsgWatcher>(&watcher));
+  if ((watcher.flags & UV_WATCHER_TIMER) == 0) return;
+  if (RecordOf<UvTimer>(&watcher).callback == OnNoReply) TakeOff(static_cast<UvPendingReply *>(watcher.data));
 }
 
 // The guard lives on the loop of its watcher: the default loop may be a passing one, whose end frees its timers.
@@ -116,22 +135,11 @@ std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher) noexcept {
   return status;
 }
 
-void LeavePendingReplies(UvMsgWatcher &watcher) noexcept {
-  for (UvPendingReply *record : ListView<UvPendingReply>(watcher.pending)) {
-    record->watcher = nullptr;
-    if (record->timer == nullptr) TakeOff(record);
-  }
-  watcher.pending = nullptr;
-}
-
-void FreeGuardedReply(UvTimer &timer) noexcept {
-  if (timer.callback == OnNoReply) TakeOff(static_cast<UvPendingReply *>(timer.header.data));
-}
-
 }  // namespace zor
 
 void ZOR_UV_MsgInit(UvLoop *loop, UvMsgWatcher *watcher, int32_t fd, UV_MSG_HANDLER defaultHandler) {
   if (ZOR_UV_IOInit(loop, zor::IoOf(watcher), fd, zor::OnReadable) != ZOR_OK) return;
+  zor::SetUnlinkHook(zor::OnUnlink);
   watcher->io.header.flags |= UV_WATCHER_MSG;
   watcher->defaultHandler = defaultHandler;
   watcher->pending = nullptr;

@@ -16,13 +16,6 @@ namespace zor {
 // these installs an ioCallback of its own around this function.
 std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher) noexcept;
 
-// For a watcher that is freed before its replies have come. The guards of the requests still call back, once each, and
-// must not look for the watcher then; a request without a guard ends here.
-void LeavePendingReplies(UvMsgWatcher &watcher) noexcept;
-
-// For a loop that is destroyed: ends the request that this timer guards, if it guards one. Nothing is called.
-void FreeGuardedReply(UvTimer &timer) noexcept;
-
 }  // namespace zor
 
 #endif

@@ -2,10 +2,12 @@
 // block remembers its turn: the idle pass of the same turn, or of a run nested in it, leaves the block alone.
 #include <zor/status.h>
 #include <zor/trace.h>
+#include <zor/uv_io.h>
 
 #include "base/alloc.h"
 #include "base/list.h"
 #include "sdk/loop/core/loop.h"
+#include "sdk/loop/run/run.h"
 
 namespace zor {
 namespace {

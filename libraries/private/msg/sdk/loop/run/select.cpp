@@ -12,12 +12,13 @@
 
 #include "base/child_signal.h"
 #include "base/list.h"
-#include "sdk/loop/child/process.h"
 #include "sdk/loop/core/clock.h"
-#include "sdk/loop/core/loop.h"
+#include "sdk/loop/core/process_watcher.h"
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/io/descriptor_set.h"
+#include "sdk/loop/io/forced.h"
 #include "sdk/loop/io/io_pass.h"
+#include "sdk/loop/run/run.h"
 
 namespace zor {
 namespace {

@@ -1,5 +1,5 @@
 // Timers: examined once per iteration in the order of registration, never sorted.
-#include <zor/uv_timer.h>
+#include "sdk/loop/timer/timer.h"
 
 #include <zor/status.h>
 #include <zor/trace.h>
@@ -116,7 +116,7 @@ Survey RunTimerPass(UvLoop &loop, UvTime &timeout) noexcept {
   }
   timeout = idleTime;
   LowerTo(earliest, loop, timeout);
-  if (survey.timerStarts != timerStarts) HeedStartedTimers(loop, timeout);
+  if (survey.timerStarts != timerStarts) LowerForStartedTimers(loop, timeout);
   survey.timerStarts = timerStarts;
   return survey;
 }
@@ -129,7 +129,7 @@ UvTimer *AddTimer(UvLoop *loop, std::uint32_t intervalMs, std::uint32_t repeatCo
   return timer.release();
 }
 
-void HeedStartedTimers(const UvLoop &loop, UvTime &timeout) noexcept {
+void LowerForStartedTimers(const UvLoop &loop, UvTime &timeout) noexcept {
   for (UvWatcher *watcher : ListView<UvWatcher>(loop.watchers)) {
     if ((watcher->flags & UV_WATCHER_TIMER) == 0 || CallFrame::Holds(watcher)) continue;
     const auto &timer = RecordOf<UvTimer>(watcher);
