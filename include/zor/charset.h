@@ -42,8 +42,8 @@ ZOR_API char *ZOR_NLS_GB2312Convert(const char *text, const char *targetSet, con
 /* The same. */
 ZOR_API char *ZOR_NLS_IconvConvert(const char *text, const char *targetSet, const char *sourceSet);
 
-/* 1 when the text is UTF-8 of sequences up to three bytes, or null; else 0. Overlong forms pass, four-byte ones do
-   not. */
+/* Tests whether a text is UTF-8 of sequences up to three bytes. Returns 1 if so, and for null; else 0. Overlong forms
+   pass, four-byte ones do not. */
 ZOR_API uint32_t ZOR_NLS_IsStringUtf8(const char *text);
 
 /* A text of unknown set in UTF-8: from the first of "utf8", "cp936", "cp950", "iso8859-1" of which all of it can be

@@ -25,10 +25,9 @@
 ZOR_BEGIN_DECLS
 
 #define ZOR_DNS_OK UINT32_C(0)
-/* Only ZOR_DNS_PacketPTRName2Addr: fewer labels than the form of the name requires. */
-#define ZOR_DNS_E_TOO_FEW_LABELS UINT32_C(1)
-#define ZOR_DNS_E_ARGUMENT UINT32_C(0x360000)
-#define ZOR_DNS_E_MALFORMED UINT32_C(0x360009)
+#define ZOR_DNS_E_TOO_FEW_LABELS UINT32_C(1)   /* fewer labels than ZOR_DNS_PacketPTRName2Addr requires */
+#define ZOR_DNS_E_ARGUMENT UINT32_C(0x360000)  /* null, or a text that is not valid there */
+#define ZOR_DNS_E_MALFORMED UINT32_C(0x360009) /* a bound, label or pointer check fails */
 
 /* A message: its length in bytes, then the bytes as they are on the wire. Size a block as
    offsetof(DnsPacket, data) + length. */
@@ -95,9 +94,9 @@ ZOR_API const uint8_t *ZOR_DNS_PacketGetNextRR(const DnsPacket *packet, const ui
 
 /*
  * A request for the A record of a name, which is cut to 259 characters. The ID is 0 and for the caller to set. The
- * question count is the bytes 01 00, which the walks above read as 256; empty pieces of the name are left out and
- * leave as many zero bytes at the end. A piece is not checked: one of 64 bytes or more makes a malformed message.
- * Null for null, a name without any piece, or without memory.
+ * question count is the bytes 01 00, which the readers of this header read as 256; empty pieces of the name are left
+ * out and leave as many zero bytes at the end. A piece is not checked: one of 64 bytes or more makes a malformed
+ * message. Null for null, a name without any piece, or without memory.
  */
 ZOR_API DnsPacket *ZOR_DNS_PacketBuildRequest(const char *name);
 
@@ -115,7 +114,8 @@ ZOR_API DnsPacket *ZOR_DNS_PacketBuildResponse(const DnsPacket *query, const Dns
    without memory. */
 ZOR_API DnsPacket *ZOR_DNS_PacketBuildErrorResponse(const DnsPacket *query, uint32_t rcode);
 
-/* 1 when a reply has an RCODE, no record in any section, or fewer than 12 bytes; else 0. 0 for null. */
+/* Tests whether a reply is an error. Returns 1 when it has an RCODE, no record in any section, or fewer than 12 bytes;
+   else 0, also for null. */
 ZOR_API uint32_t ZOR_DNS_PacketCheckIfErrorRely(const DnsPacket *packet);
 
 /*

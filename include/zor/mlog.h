@@ -65,8 +65,8 @@ ZOR_API int32_t get_mlog_stat_info(const char *name, char *value, int32_t size);
    without a reply; -1 when there is no daemon. */
 ZOR_API int32_t inform_mlogger_power_off(void);
 
-/* 1 when the last line "[SHARE]...=NUMBER" of the file "mlogcfg" in the current directory holds a number other than 0,
-   else 0. */
+/* Tests the setting "[SHARE]" of the file "mlogcfg" in the current directory. Returns 1 when its last line
+   "[SHARE]...=NUMBER" has a number other than 0, else 0. */
 ZOR_API int32_t mlog_use_share_partion(void);
 
 /* Datagrams. */

@@ -104,8 +104,9 @@ ZOR_API uint32_t ZOR_MSG_RegRestfulProcs(const char *prefix, const ZOR_MSG_RESTF
    null prefix or table; ZOR_E_NO_MEMORY; a send's status, nothing then being registered. */
 ZOR_API uint32_t ZOR_MSG_RegRestfulProcsEx(const char *prefix, const ZOR_MSG_RESTFUL_ENTRY *table, const void *expand);
 
-/* 1 when one of the patterns, separated by "|", matches the whole path, else 0; 0 for null. In a pattern "?" stands for
-   any one character, "*" for a run without "/", "**" for any run; either run may be empty. */
+/* Tests whether one of the patterns, separated by "|", matches the whole path. Returns 1 if so, else 0, also for null.
+   In a pattern "?" stands for any one character, "*" for a run without "/", "**" for any run; either run may be empty.
+   */
 ZOR_API uint32_t ZOR_UTIL_MatchPrefixPath(const char *patternList, const char *path);
 
 /* A new restful request to the server, which the caller sends and frees; null when it cannot be allocated. Prefix and

@@ -87,11 +87,12 @@ ZOR_API struct addrinfo *ZOR_UTIL_MakeAddrInfo(uint32_t flags, const void *addre
    canonical names. Null for null or when a block cannot be had; nothing is left behind then. */
 ZOR_API struct addrinfo *ZOR_UTIL_CopyAddrInfo(const struct addrinfo *list, uint32_t all);
 
-/* 1 when both addresses have the same length, 12 bytes or more, and are equal but for family and port; flow information
-   and scope count in IPv6 addresses. Else 0, also for null. */
+/* Tests whether two addresses are equal but for family and port. Returns 1 when both have the same length, 12 bytes or
+   more, and are equal; flow information and scope count in IPv6 addresses. Returns 0 otherwise, also for null. */
 ZOR_API uint32_t ZOR_UTIL_IsAddrInfoSame(const struct addrinfo *a, const struct addrinfo *b);
 
-/* 1 for 127.0.0.1, no other address of that network, and for ::1. Else 0, also for null. */
+/* Tests whether an address is the loopback address. Returns 1 for 127.0.0.1, no other address of that network, and for
+   ::1; else 0, also for null. */
 ZOR_API uint32_t ZOR_UTIL_IsAddrLoopback(const struct addrinfo *address);
 
 /* ZOR_UTIL_SocketCreateServerEx without an interface name. */
@@ -117,9 +118,9 @@ ZOR_API int32_t ZOR_UTIL_SocketCreateServer(const char *addressOrDevice, uint16_
 ZOR_API int32_t ZOR_UTIL_SocketCreateServerEx(const char *addressOrDevice, uint16_t port, uint32_t flags,
                                               const char *ifname);
 
-/* 1 when a socket listens on this TCP port over IPv4, whatever its address; else 0, also when that cannot be read.
-   Prints "%d msgapi parse tcpfile failed!\n" with the process id for each line of "/proc/net/tcp" that is no socket:
-   for its headline at least. */
+/* Tests whether a socket listens on this TCP port over IPv4, whatever its address. Returns 1 if so, else 0, also when
+   that cannot be read. Prints "%d msgapi parse tcpfile failed!\n" with the process id for each line of "/proc/net/tcp"
+   that is no socket: for its headline at least. */
 ZOR_API uint32_t ZOR_UTIL_CheckTCPPortInUse(uint16_t port);
 
 ZOR_END_DECLS

@@ -38,7 +38,7 @@ ZOR_API const char *ZOR_TRACE_GetLevelStr(uint32_t level);
    Returns 0; ZOR_E_NO_MEMORY when the setting could not be stored. */
 ZOR_API uint32_t ZOR_TRACE_SetPackageLevel(const char *module, uint32_t level);
 
-/* 1 when a line of this module (null means "all") and level is printed, else 0. */
+/* Tests whether a line of this module (null means "all") and level is printed. Returns 1 if so, else 0. */
 ZOR_API uint32_t ZOR_TRACE_IsModuleEnabled(const char *module, uint32_t level);
 
 /* Adds a module to the directory of known modules, which does not affect filtering. Returns 0, also for a
@@ -50,7 +50,8 @@ ZOR_API uint32_t ZOR_TRACE_RegModule(const char *module);
    Lines go to standard output when the file cannot be opened. */
 ZOR_API void ZOR_TRACE_SetOutput(uint32_t index);
 
-/* 0 for standard output, 1 for the file or a socket. When the file could not be opened, standard output is taken. */
+/* The current output. Returns 0 for standard output, 1 for the file or a socket. When the file could not be opened,
+   standard output is used. */
 ZOR_API uint32_t ZOR_TRACE_GetOutput(void);
 
 /* The index of "stdout" or "file"; -1 for any other text or null. */

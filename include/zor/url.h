@@ -39,8 +39,8 @@ ZOR_API const char *ZOR_UTIL_GetProtocolTypeStrFromIdx(int32_t index);
 /* The default port of a protocol; 0 for an index that has none. */
 ZOR_API uint32_t ZOR_UTIL_GetDftPortByProtocolIdx(int32_t index);
 
-/* 0 for a space and for < > # % { } | \ ^ ~ [ ] `, which a URI must not contain. 1 for any other value, those outside
-   printable ASCII included. */
+/* Tests whether a URI may contain a character. Returns 0 for a space and for < > # % { } | \ ^ ~ [ ] `, which it must
+   not contain; 1 for any other value, those outside printable ASCII included. */
 ZOR_API uint32_t UtilIsValidUriCharacter(char character);
 
 /* Escapes what a URI must not contain, as '%' and two lower-case digits. Reserved characters and existing escapes are
