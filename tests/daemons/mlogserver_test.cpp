@@ -138,7 +138,7 @@ TEST_F(MlogServer, LosesLinesButNotItsLifeWhenTheMediumIsFull) {
   fs::create_symlink("/dev/full", root_.Path("/online/log/mlog.log"));
   Serve();
   mlog_print("t", ZOR_MLOG_INFO, "x");
-  EXPECT_TRUE(WaitUntil([&] { return errors_.Text().find("cannot be written") != std::string::npos; }));
+  EXPECT_TRUE(WaitUntil([&] { return errors_.Text().find("cannot write the log file") != std::string::npos; }));
   EXPECT_EQ(Stop(), 0);
 }
 
