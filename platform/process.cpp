@@ -13,29 +13,13 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/child_signal.h"
+
 namespace {
 
 constexpr char kShell[] = "/bin/sh";
 constexpr char kRebootCommand[] = "/sbin/reboot";
 constexpr long kLongestNapMs = 20;
-
-// Keeps children from a SIGCHLD handler that waits for any of them.
-class ChildSignalBlock {
- public:
-  ChildSignalBlock() {
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGCHLD);
-    ::pthread_sigmask(SIG_BLOCK, &blocked, &before_);
-  }
-  ChildSignalBlock(const ChildSignalBlock &) = delete;
-  ChildSignalBlock &operator=(const ChildSignalBlock &) = delete;
-  ~ChildSignalBlock() { Restore(); }
-  void Restore() const { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_;
-};
 
 int64_t NowMs() {
   timespec now = {};
@@ -107,7 +91,7 @@ uint32_t ZOR_UTIL_GetExeFullPath(const char *name, const char *const *directorie
 
 int32_t ZOR_UTIL_ForkProcessSys(const char *command, int32_t timeLimitMs, int32_t *status, uint32_t *timedOut) {
   if (command == nullptr) return -1;
-  const ChildSignalBlock block;
+  const zor::ChildSignalBlock block;
   const pid_t pid = ::fork();
   if (pid == 0) {
     block.Restore();
@@ -127,7 +111,7 @@ int32_t ZOR_UTIL_ForkProcessSys(const char *command, int32_t timeLimitMs, int32_
 
 int32_t ZOR_UTIL_WaitForPidEx(int32_t pid, int32_t timeLimitMs, int32_t signalNumber, int32_t graceMs) {
   if (pid <= 0) return -1;
-  const ChildSignalBlock block;
+  const zor::ChildSignalBlock block;
   int status = 0;
   pid_t ended = WaitWithin(pid, timeLimitMs, &status);
   if (ended == 0 && signalNumber != 0) {

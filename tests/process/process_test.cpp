@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/child_signal.h"
+#include "common/child_signal.h"
 #include "sdk/loop/child/process.h"
 #include "support/capture.h"
 #include "support/child.h"

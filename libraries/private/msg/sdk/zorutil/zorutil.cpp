@@ -11,8 +11,8 @@
 #include <cstdio>
 #include <ctime>
 
-#include "base/child_signal.h"
 #include "base/file_ptr.h"
+#include "common/child_signal.h"
 
 ZOR_EXEC_CTX *g_pstExecCtx = nullptr;
 

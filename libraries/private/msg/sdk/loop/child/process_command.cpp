@@ -9,7 +9,7 @@
 #include <cstring>
 #include <memory>
 
-#include "base/child_signal.h"
+#include "common/child_signal.h"
 #include "sdk/loop/child/process.h"
 #include "sdk/loop/core/loop.h"
 

@@ -15,6 +15,7 @@
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/process_watcher.h"
 #include "sdk/loop/core/watcher.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
@@ -93,11 +94,9 @@ void Finish(UvProcess &process) {
   const auto iteration = [] { return static_cast<long long>(ZOR_UV_LoopGetCurIdx(nullptr)); };
   const UV_PROCESS_EXIT callback = process.exitCallback;
   if (IsTraced()) {
-    ZOR_TRACE_PrintInfo("process_reap.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[end spawn %d:%s] in loop %lld", pid,
-                        process.cmdLine, iteration());
-    ZOR_TRACE_PrintInfo("process_reap.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO,
-                        "[start exit-proc %lld:%d:%s] sig %d, status %d %p", iteration(), pid, process.cmdLine, signal,
-                        code, reinterpret_cast<void *>(callback));
+    Trace("track", ZOR_TRACE_INFO, "[end spawn %d:%s] in loop %lld", pid, process.cmdLine, iteration());
+    Trace("track", ZOR_TRACE_INFO, "[start exit-proc %lld:%d:%s] sig %d, status %d %p", iteration(), pid,
+          process.cmdLine, signal, code, reinterpret_cast<void *>(callback));
   }
   process.pid = -1;
   process.exited = 0;
@@ -107,8 +106,8 @@ void Finish(UvProcess &process) {
   DeleteStreams(process);
   if (callback != nullptr) callback(&process, pid, code, signal);
   if (IsTraced()) {  // "start" again: log readers know the end by its shorter form
-    ZOR_TRACE_PrintInfo("process_reap.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[start exit-proc %lld:%d:%s] %p",
-                        iteration(), pid, process.cmdLine, reinterpret_cast<void *>(callback));
+    Trace("track", ZOR_TRACE_INFO, "[start exit-proc %lld:%d:%s] %p", iteration(), pid, process.cmdLine,
+          reinterpret_cast<void *>(callback));
   }
   if (!frame.freed()) ZOR_UV_WatcherDelete(&process.header);
 }

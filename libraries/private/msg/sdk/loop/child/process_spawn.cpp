@@ -11,9 +11,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/child_signal.h"
+#include "common/child_signal.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
+#include "trace/trace_line.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(UvProcess) == 60);
 static_assert(sizeof(void *) != 4 || sizeof(UvProcessOptions) == 64);
@@ -75,8 +76,8 @@ bool Launch(UvProcess &process, const UvProcessOptions &options, UvProcess **out
   if (outProcess != nullptr) *outProcess = &process;
   gate.Open();
   ZOR_UV_WatcherStart(&process.header);
-  ZOR_TRACE_PrintInfo("process_spawn.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[start spawn %d:%s] in loop %lld",
-                      pid, process.cmdLine, static_cast<long long>(ZOR_UV_LoopGetCurIdx(nullptr)));
+  Trace("track", ZOR_TRACE_INFO, "[start spawn %d:%s] in loop %lld", pid, process.cmdLine,
+        static_cast<long long>(ZOR_UV_LoopGetCurIdx(nullptr)));
   return true;
 }
 

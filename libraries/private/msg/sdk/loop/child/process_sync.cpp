@@ -9,6 +9,7 @@
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/run/run.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
@@ -61,8 +62,8 @@ UvProcessOptions Wrapped(const UvProcessOptions &wanted) {
 }
 
 void TraceEnd(std::int32_t pid, const UvProcess &process) {
-  ZOR_TRACE_PrintInfo("process_sync.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[end spawn %d:%s] in loop %lld", pid,
-                      process.cmdLine, static_cast<long long>(ZOR_UV_LoopGetCurIdx(nullptr)));
+  Trace("track", ZOR_TRACE_INFO, "[end spawn %d:%s] in loop %lld", pid, process.cmdLine,
+        static_cast<long long>(ZOR_UV_LoopGetCurIdx(nullptr)));
 }
 
 // A callback may stop the loop, or change its idle time by a run of its own: neither is the end of the child. A

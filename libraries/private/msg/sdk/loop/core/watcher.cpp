@@ -8,6 +8,7 @@
 
 #include "base/list.h"
 #include "sdk/loop/core/loop.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
@@ -78,9 +79,8 @@ void RemoveWatcher(UvLoop &loop, UvWatcher *watcher) noexcept {
 }
 
 void SweepWatcher(UvLoop &loop, UvWatcher *watcher) noexcept {
-  ZOR_TRACE_PrintInfo("watcher.cpp", __LINE__, 0, "loop", ZOR_TRACE_DEBUG,
-                      "Delete handle %p with flag %x data %p now ...", static_cast<void *>(watcher), watcher->flags,
-                      watcher->data);
+  Trace("loop", ZOR_TRACE_DEBUG, "Delete handle %p with flag %x data %p now ...", static_cast<void *>(watcher),
+        watcher->flags, watcher->data);
   RemoveWatcher(loop, watcher);
 }
 

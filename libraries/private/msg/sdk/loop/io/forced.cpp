@@ -6,6 +6,7 @@
 #include "base/alloc.h"
 #include "base/list.h"
 #include "sdk/loop/core/watcher.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
@@ -22,9 +23,8 @@ bool Deliver(const UvForcedEvent &event) {
   UvIO &watcher = *event.watcher;
   const std::uint32_t flags = watcher.header.flags;
   if ((flags & UV_WATCHER_IO) == 0 || (flags & UV_WATCHER_DELETED) != 0) return false;
-  ZOR_TRACE_PrintInfo("forced.cpp", __LINE__, 0, "sockbase", ZOR_TRACE_INFO,
-                      "Do sockbase %p evt for fd %d proc %p now ...", static_cast<void *>(&watcher), watcher.fd,
-                      reinterpret_cast<void *>(watcher.ioCallback));
+  Trace("sockbase", ZOR_TRACE_INFO, "Do sockbase %p evt for fd %d proc %p now ...", static_cast<void *>(&watcher),
+        watcher.fd, reinterpret_cast<void *>(watcher.ioCallback));
   if (watcher.ioCallback == nullptr) return false;
   const CallFrame frame(&watcher.header);
   watcher.ioCallback(&watcher, event.events);

@@ -9,6 +9,7 @@
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/io/descriptor_set.h"
 #include "sdk/loop/io/forced.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 
@@ -45,10 +46,8 @@ void DescriptorPasses::Run(std::uint32_t event, const fd_set &ready) noexcept {
 void DescriptorPasses::Visit(UvIO &watcher, std::uint32_t event, bool ready) noexcept {
   const bool doubted = ready ? !proved_ : watchesAll_ && watcher.fd != -1;
   if (doubted && !IsOpenDescriptor(watcher.fd)) {
-    ZOR_TRACE_PrintInfo("io_pass.cpp", __LINE__, 0, "sockbase", ZOR_TRACE_INFO, "Invalid fd %d:%d detected.\n",
-                        watcher.fd, errno);
-    ZOR_TRACE_PrintInfo("io_pass.cpp", __LINE__, 0, "sockbase", ZOR_TRACE_INFO, "get pid %d in Invalid fd.\n",
-                        static_cast<int>(::getpid()));
+    Trace("sockbase", ZOR_TRACE_INFO, "Invalid fd %d:%d detected.\n", watcher.fd, errno);
+    Trace("sockbase", ZOR_TRACE_INFO, "get pid %d in Invalid fd.\n", static_cast<int>(::getpid()));
     return;
   }
   if (ready && watcher.ioCallback != nullptr) Call(watcher, event);
@@ -60,13 +59,11 @@ void DescriptorPasses::Call(UvIO &watcher, std::uint32_t event) noexcept {
   const UV_IO_CALLBACK callback = watcher.ioCallback;
   const std::int32_t fd = watcher.fd;
   proved_ = false;
-  ZOR_TRACE_PrintInfo("io_pass.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[start io %lld:%d:%d] proc %p",
-                      static_cast<long long>(loop_.iteration), static_cast<int>(event), fd,
-                      reinterpret_cast<void *>(callback));
+  Trace("track", ZOR_TRACE_INFO, "[start io %lld:%d:%d] proc %p", static_cast<long long>(loop_.iteration),
+        static_cast<int>(event), fd, reinterpret_cast<void *>(callback));
   callback(&watcher, event);
-  ZOR_TRACE_PrintInfo("io_pass.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[end io %lld:%d:%d] proc %p",
-                      static_cast<long long>(loop_.iteration), static_cast<int>(event), fd,
-                      reinterpret_cast<void *>(callback));
+  Trace("track", ZOR_TRACE_INFO, "[end io %lld:%d:%d] proc %p", static_cast<long long>(loop_.iteration),
+        static_cast<int>(event), fd, reinterpret_cast<void *>(callback));
 }
 
 }  // namespace zor

@@ -8,6 +8,7 @@
 #include "base/list.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/run/run.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
@@ -24,8 +25,7 @@ DeferredBlock *Pending(const UvIdle &hook) {
 }
 
 void FreeBlock(UvIdle &hook, DeferredBlock *deferred) {
-  ZOR_TRACE_PrintInfo("safe_free.cpp", __LINE__, 0, "loop", ZOR_TRACE_DEBUG, "Safe free data %p now ...",
-                      deferred->block);
+  Trace("loop", ZOR_TRACE_DEBUG, "Safe free data %p now ...", deferred->block);
   std::free(deferred->block);
   ZOR_UTIL_ListDeleteItem(&hook.header.data, deferred, nullptr);
 }

@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <ctime>
 
-#include "base/child_signal.h"
 #include "base/list.h"
+#include "common/child_signal.h"
 #include "sdk/loop/core/clock.h"
 #include "sdk/loop/core/process_watcher.h"
 #include "sdk/loop/core/watcher.h"
@@ -19,6 +19,7 @@
 #include "sdk/loop/io/forced.h"
 #include "sdk/loop/io/io_pass.h"
 #include "sdk/loop/run/run.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
@@ -81,10 +82,9 @@ bool IsBad(std::int32_t fd) {
 }
 
 void Disarm(UvLoop &loop, UvIO &watcher) {
-  ZOR_TRACE_PrintInfo("select.cpp", __LINE__, 0, "sockbase", ZOR_TRACE_INFO, "Bogus fd %d with flag %d detected.\n",
-                      watcher.fd, static_cast<int>(watcher.header.flags));
-  ZOR_TRACE_PrintInfo("select.cpp", __LINE__, 0, "sockbase", ZOR_TRACE_INFO, "get pid %d in Bogus fd.\n",
-                      static_cast<int>(::getpid()));
+  Trace("sockbase", ZOR_TRACE_INFO, "Bogus fd %d with flag %d detected.\n", watcher.fd,
+        static_cast<int>(watcher.header.flags));
+  Trace("sockbase", ZOR_TRACE_INFO, "get pid %d in Bogus fd.\n", static_cast<int>(::getpid()));
   RemoveFrom(loop.readSet, watcher.fd);
   watcher.fd = -1;
 }

@@ -11,6 +11,7 @@
 #include "sdk/loop/core/clock.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
+#include "trace/trace_line.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(UvTimer) == 36);
 
@@ -41,11 +42,11 @@ void SetExpiry(UvTimer &timer, UvTime expiry) {
 void Call(const UvLoop &loop, const UvTimer &timer) {
   void *const data = timer.header.data;
   const UV_TIMER_CALLBACK callback = timer.callback;
-  ZOR_TRACE_PrintInfo("timer.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[start timer %lld:%p:%p]",
-                      static_cast<long long>(loop.iteration), data, reinterpret_cast<void *>(callback));
+  Trace("track", ZOR_TRACE_INFO, "[start timer %lld:%p:%p]", static_cast<long long>(loop.iteration), data,
+        reinterpret_cast<void *>(callback));
   callback(data);
-  ZOR_TRACE_PrintInfo("timer.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO, "[end timer %lld:%p:%p]",
-                      static_cast<long long>(loop.iteration), data, reinterpret_cast<void *>(callback));
+  Trace("track", ZOR_TRACE_INFO, "[end timer %lld:%p:%p]", static_cast<long long>(loop.iteration), data,
+        reinterpret_cast<void *>(callback));
 }
 
 // Calls a timer that is due. True when it goes on: its next expiry counts from the start of the iteration, so lateness
@@ -69,8 +70,7 @@ bool Fire(const UvLoop &loop, UvTimer &timer) {
 // nested run, since it is re-armed only when the callback has returned.
 bool Examine(const UvLoop &loop, UvTimer &timer) {
   if (timer.callback == nullptr) {
-    ZOR_TRACE_PrintInfo("timer.cpp", __LINE__, 0, "timer", ZOR_TRACE_INFO, "delete timer %p now ...",
-                        static_cast<void *>(&timer));
+    Trace("timer", ZOR_TRACE_INFO, "delete timer %p now ...", static_cast<void *>(&timer));
     ZOR_UV_TimerDelete(&timer);
     return false;
   }
