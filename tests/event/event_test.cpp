@@ -11,12 +11,14 @@
 
 #include "support/capture.h"
 #include "support/dm_bytes.h"
+#include "support/failing_alloc.h"
 #include "support/scripted_server.h"
 
 namespace zor::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 
@@ -102,6 +104,32 @@ TEST_F(Events, WithItemsBecomeFormattedJson) {
                         "\\*\\{\n\t\"Method\":\t\"notify\",\n\t\"Module\":\t\"lan\",\n\t\"EventType\":\t\"new\",\n\t"
                         "\"Timestamp\":\t\"[^\"]+Z\",\n\t\"Payload\":\t\\{\n\t\t\"a\":\t\"1\",\n\t\t\"b\":\t\"2\"\n\t"
                         "\\}\n\\}")));
+}
+
+// A JSON text that lacks an item, or tells another event type, would be worse than none.
+TEST_F(Events, GiveTheirWholeContentOrNoneWithoutMemory) {
+  const std::string items = Item("EventType", "old") + Item("a", "1") + Item("EventType", "new") + Item("b", "2");
+  bus_.peer.Send(MakeMessage(kLan, "publisher", "tester", 0, DmHead(24 + items.size(), 0) + items));
+  ZOR_MSG_HEAD *msg = nullptr;
+  ASSERT_EQ(ZOR_MSG_Recv(g_stMsgCtx.socketFd, &msg, 3000), ZOR_OK);
+  char *text = nullptr;
+  EXPECT_EQ(ZOR_EVT_GetEventContent(msg, &text, nullptr), ZOR_OK) << "the C library has its own memory now";
+  unsigned tried = 0;
+  for (bool failed = true; failed; ++tried) {
+    uint32_t status;
+    {
+      const FailingAllocations allocations(tried, 1);
+      status = ZOR_EVT_GetEventContent(msg, &text, nullptr);
+      failed = allocations.Failed();
+    }
+    EXPECT_EQ(status, failed ? ZOR_EVT_FAILED : ZOR_OK) << tried;
+    EXPECT_EQ(text == nullptr, failed) << tried;
+  }
+  EXPECT_GT(tried, 20u);
+  EXPECT_THAT(text, HasSubstr("\"EventType\":\t\"new\""));
+  EXPECT_THAT(text, HasSubstr("\t\t\"a\":\t\"1\",\n\t\t\"b\":\t\"2\"\n"));
+  std::free(text);
+  std::free(msg);
 }
 
 TEST_F(Events, ThatGiveNoJsonReachNobody) {

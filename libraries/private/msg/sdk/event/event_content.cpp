@@ -14,9 +14,8 @@
 namespace zor {
 namespace {
 
-// The text up to its NUL or the end of the field; null for a missing one.
+// The text up to its NUL or the end of the field; null without memory.
 MallocPtr<char> TextOf(const void *field, std::uint32_t length) {
-  if (field == nullptr) return nullptr;
   return MallocPtr<char>(::strndup(static_cast<const char *>(field), length));
 }
 
@@ -30,15 +29,17 @@ class EventContent {
     cJSON_Delete(payload_);
   }
 
-  void Add(const ZOR_DMMSG_ITEM &item) {
+  // False without memory. A content that lacks an item is never shown: its subscribers could not tell.
+  bool Add(const ZOR_DMMSG_ITEM &item) {
+    if (item.name == nullptr || item.value == nullptr) return true;
     const auto name = TextOf(item.name, item.nameLength);
     const auto value = TextOf(item.value, item.valueLength);
-    if (name == nullptr || value == nullptr) return;
+    if (name == nullptr || value == nullptr) return false;
+    // A second event type begins the root anew and keeps the payload.
     if (std::strcmp(name.get(), kEventTypeName) == 0) {
-      ZOR_EVT_JsonBeginProc(&root_, module_, value.get());  // once more when the name comes again
-    } else {
-      ZOR_EVT_BuiderJsonProc(&payload_, name.get(), value.get());
+      return ZOR_EVT_JsonBeginProc(&root_, module_, value.get()) == ZOR_OK;
     }
+    return ZOR_EVT_BuiderJsonProc(&payload_, name.get(), value.get()) == ZOR_OK;
   }
 
   // The text; null when root or payload is missing.
@@ -67,7 +68,9 @@ uint32_t ZOR_EVT_GetEventContent(const ZOR_MSG_HEAD *msg, char **text, uint32_t 
   ZOR_DMMSG_ITEM item;
   const void *next = nullptr;
   const auto *dm = static_cast<const ZOR_DMMSG_HEAD *>(zor::BodyOf(msg));
-  while (ZOR_DMMSG_GetItem(dm, &item, &next) == ZOR_OK) content.Add(item);
+  while (ZOR_DMMSG_GetItem(dm, &item, &next) == ZOR_OK) {
+    if (!content.Add(item)) return ZOR_EVT_FAILED;
+  }
   *text = content.End();
   if (*text == nullptr) return ZOR_EVT_FAILED;
   if (length != nullptr) *length = static_cast<uint32_t>(std::strlen(*text));
