@@ -4,8 +4,8 @@
  * Conventions:
  * 1. The functions that return a text return a static buffer of their own, which the next call of the same function
  *    overwrites; the argument may be that very buffer. Not for concurrent use.
- * 2. A null argument gives the empty text. So does a text that could not be masked: nothing is shown rather than too
- *    much.
+ * 2. A null argument gives the empty text.
+ * 3. Masking takes no memory, so that no address is shown for want of it.
  */
 #ifndef ZOR_BLUR_H
 #define ZOR_BLUR_H
@@ -17,7 +17,7 @@ ZOR_BEGIN_DECLS
 
 #define ZOR_BLUR_OK UINT32_C(0)
 #define ZOR_BLUR_E_ARGUMENT UINT32_C(0x10001)  /* null, or a file that cannot be opened for reading and writing */
-#define ZOR_BLUR_E_IO UINT32_C(0x10007)        /* a pattern did not compile, or the file cannot be positioned */
+#define ZOR_BLUR_E_IO UINT32_C(0x10007)        /* the file cannot be read */
 #define ZOR_BLUR_E_WRITE UINT32_C(0x1000d)     /* a short write */
 #define ZOR_BLUR_E_PATH UINT32_C(0x1000f)      /* the path could not be resolved */
 #define ZOR_BLUR_E_PATH_LONG UINT32_C(0x10010) /* the path is longer than 4096 characters */

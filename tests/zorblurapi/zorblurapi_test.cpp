@@ -1,10 +1,14 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <zor/blur.h>
 
+#include <array>
+#include <climits>
 #include <fstream>
 #include <sstream>
 #include <string>
 
+#include "support/failing_alloc.h"
 #include "support/temp_root.h"
 
 namespace {
@@ -69,6 +73,20 @@ TEST(Blur, ResultsOfTwoOperationsLiveTogetherAndMayBeMaskedAgain) {
 
 TEST(Blur, EveryByteBehindAnAddressIsOneStar) {
   EXPECT_STREQ(ZOR_Blur_Mac("00:11:22:33:44:55 \xc3\xa9"), "**:**:**:**:**:*****");
+}
+
+TEST(Blur, NeedsNoMemory) {
+  std::array<const char *, 4> masked;
+  bool failed;
+  {
+    const zor::test::FailingAllocations none(0, UINT_MAX);
+    masked = {ZOR_Blur_Mac("00:11:22:33:44:55"), ZOR_Blur_Ip("1.2.3.4"), ZOR_Blur_Ipv6("fe80::1"),
+              ZOR_Blur_Uuid("1234-5678-9abc-0123456789ab")};
+    failed = none.Failed();
+  }
+  EXPECT_FALSE(failed);
+  EXPECT_THAT(masked, testing::ElementsAre(testing::StrEq("**:**:**:**:**:**"), testing::StrEq("*.*.*.*"),
+                                           testing::StrEq("*******"), testing::StrEq("1234-5678-9abc-************")));
 }
 
 class BlurFile : public testing::Test {

