@@ -5,7 +5,7 @@
  * Conventions:
  * 1. Set names are those of the platform's conversion device ("utf8", "cp936", "cp950", "iso8859-1", ...), cut to 31
  *    characters. Where there is no such device the C library's iconv is used: what cannot be converted is left
- *    out, and a name that iconv does not know is a failure.
+ *    out, and a name that iconv does not know is a failure. An empty name is unknown everywhere.
  * 2. A returned text or buffer is a malloc block that the caller frees, unless the comment says otherwise.
  * 3. The cl_ functions take output buffers of the caller's and an in/out length: on entry the room, on return what was
  *    written. They return one of CL_. With CL_E_ARGUMENT the length, if given, becomes 0.
@@ -46,8 +46,8 @@ ZOR_API char *ZOR_NLS_IconvConvert(const char *text, const char *targetSet, cons
    pass, four-byte ones do not. */
 ZOR_API uint32_t ZOR_NLS_IsStringUtf8(const char *text);
 
-/* A text of unknown set in UTF-8: from the first of "utf8", "cp936", "cp950", "iso8859-1" of which all of it can be
-   converted. Null for null. */
+/* A text of unknown set in UTF-8: a copy when ZOR_NLS_IsStringUtf8 accepts it, surrogates and overlong forms included;
+   else from the first of "utf8", "cp936", "cp950", "iso8859-1" of which all of it can be converted. Null for null. */
 ZOR_API char *ZOR_NLS_TryConvertToUtf8(const char *text);
 
 /* The same in a buffer of the library's, valid until the next call; the text itself when it cannot be converted. The

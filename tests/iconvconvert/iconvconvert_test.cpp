@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 #include <zor/charset.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,6 +24,14 @@ constexpr char kHelloUtf8[] = "\xe4\xbd\xa0\xe5\xa5\xbd";
 TEST(Charset, TurnsTextsOfUnknownSetsIntoUtf8) {
   EXPECT_STREQ(Text(ZOR_NLS_TryConvertToUtf8(kHelloGbk)).get(), kHelloUtf8);
   EXPECT_STREQ(Text(ZOR_NLS_TryConvertToUtf8(kHelloUtf8)).get(), kHelloUtf8);
+  std::array<char, 16> emoji = {};
+  uint32_t length = emoji.size();
+  const std::array<uint16_t, 2> pair = {0xd83d, 0xde00};
+  ASSERT_EQ(cl_ucs2ToUTF8(pair.data(), pair.size(), emoji.data(), &length), CL_OK);
+  for (const char *text : std::initializer_list<const char *>{emoji.data(), "\xc1\x81\xe0\x80\x80", "plain", ""}) {
+    EXPECT_STREQ(Text(ZOR_NLS_TryConvertToUtf8(text)).get(), text) << "what the test for UTF-8 accepts is copied";
+  }
+  EXPECT_STREQ(Text(ZOR_NLS_TryConvertToUtf8("\xf0\x9f\x98\x80")).get(), "\xf0\x9f\x98\x80");
   EXPECT_EQ(ZOR_NLS_TryConvertToUtf8(nullptr), nullptr);
   const char *kept = ZOR_NLS_TryConvertToUtf8NoFree(kHelloGbk);
   EXPECT_STREQ(ZOR_NLS_TryConvertToUtf8NoFree(kept), kHelloUtf8) << "the kept text may be the argument";
@@ -30,7 +40,10 @@ TEST(Charset, TurnsTextsOfUnknownSetsIntoUtf8) {
 TEST(Charset, MeasuresAndConvertsAlikeAlsoBadInputButNothingAboveTheAllocationLimit) {
   EXPECT_EQ(ZOR_NLS_ConvertGetLength("cp936", kHelloGbk, 4, "utf8", 0), 6);
   EXPECT_EQ(ZOR_NLS_ConvertGetLength("utf8", kHelloGbk, 4, "cp936", 0), -1);
-  EXPECT_EQ(ZOR_NLS_ConvertGetLength("nonsense", kHelloGbk, 4, "utf8", 1), -1);
+  for (const char *set : {"nonsense", "", "//TRANSLIT"}) {
+    EXPECT_EQ(ZOR_NLS_ConvertGetLength(set, "a", 1, "utf8", 1), -1) << set;
+    EXPECT_EQ(ZOR_NLS_ConvertGetLength("utf8", "a", 1, set, 1), -1) << set;
+  }
   const std::string bad = "a\xff" + std::string(5000, 'b') + "\xe4\xbd";
   const int32_t length = ZOR_NLS_ConvertGetLength("utf8", bad.data(), static_cast<uint32_t>(bad.size()), "utf8", 1);
   uint32_t produced = 7;

@@ -21,6 +21,11 @@ SetName CutName(const char *name) {
   return cut;
 }
 
+// The C library would take the locale's own set for one without a name, options behind a '/' or not.
+bool IsNameless(const SetName &name) {
+  return name[0] == '\0' || name[0] == '/';
+}
+
 #if UINTPTR_MAX == UINT32_MAX
 
 // The device's record holds 32-bit addresses, so it exists for 32-bit processes only.
@@ -170,6 +175,7 @@ std::optional<Conversion> Convert(const char *sourceSet, const char *targetSet, 
                                   std::uint32_t size) noexcept {
   const SetName source = CutName(sourceSet);
   const SetName target = CutName(targetSet);
+  if (IsNameless(source) || IsNameless(target)) return std::nullopt;
   return OpenDevice() ? ConvertByDevice(source, target, input, output, size)
                       : ConvertByIconv(source, target, input, output, size);
 }

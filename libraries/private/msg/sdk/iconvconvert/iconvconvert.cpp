@@ -19,6 +19,12 @@ std::string_view WithNul(const char *text) {
   return {text, std::strlen(text) + 1};
 }
 
+char *CopyOf(std::string_view text) {
+  auto *copy = static_cast<char *>(zor::GuardedAlloc(text.size()));
+  if (copy != nullptr) text.copy(copy, text.size());
+  return copy;
+}
+
 bool IsContinuation(char byte) {
   return (static_cast<unsigned char>(byte) & 0xc0u) == 0x80u;
 }
@@ -81,6 +87,8 @@ uint32_t ZOR_NLS_IsStringUtf8(const char *text) {
 char *ZOR_NLS_TryConvertToUtf8(const char *text) {
   if (text == nullptr) return nullptr;
   const std::string_view input = WithNul(text);
+  // The C library refuses surrogates and overlong forms; in another set they would be read as Chinese.
+  if (ZOR_NLS_IsStringUtf8(text) != 0) return CopyOf(input);
   for (const char *set : kLikelySets) {
     // Strictly: a lenient conversion from the first set would always succeed.
     if (ZOR_NLS_ConvertGetLength(set, input.data(), static_cast<uint32_t>(input.size()), "utf8", 0) <= 0) continue;
