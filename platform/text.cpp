@@ -1,11 +1,11 @@
 #include <zor/platform/text.h>
 
-#include <strings.h>
+#include "common/ascii.h"
 
 int32_t ZOR_UTIL_GetIdxFromStr(const char *const *names, const char *text) {
   if (names == nullptr || text == nullptr) return -1;
   for (int32_t index = 0; names[index] != nullptr; ++index) {
-    if (::strcasecmp(names[index], text) == 0) return index;
+    if (zor::EqualIgnoringCase(names[index], text)) return index;
   }
   return -1;
 }
@@ -19,7 +19,7 @@ const char *ZOR_UTIL_GetStrFromIdx(const char *const *names, int32_t index) {
 int32_t ZOR_UTIL_StrIdxArrayGetIdxByStr(const ZOR_STR_IDX *pairs, uint32_t count, const char *text) {
   if (pairs == nullptr || text == nullptr) return -1;
   for (const ZOR_STR_IDX *pair = pairs; pair != pairs + count; ++pair) {
-    if (pair->text != nullptr && ::strcasecmp(pair->text, text) == 0) return pair->index;
+    if (pair->text != nullptr && zor::EqualIgnoringCase(pair->text, text)) return pair->index;
   }
   return -1;
 }

@@ -2,9 +2,15 @@
 #include <zor/url.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "support/capture.h"
+
+// As in a Turkish locale, where 'I' is not the capital of 'i'.
+extern "C" __attribute__((visibility("default"))) int strcasecmp(const char *a, const char *b) noexcept {
+  return std::strcmp(a, b);
+}
 
 namespace {
 
@@ -64,6 +70,7 @@ TEST(Url, KnowsTheDefaultPortsOfItsOwnAndOfAddedProtocols) {
   EXPECT_EQ(ZOR_UTIL_ParseUrl("gopher://h", nullptr, nullptr, &port, nullptr), 1u);
   EXPECT_EQ(port, 8000u);
   EXPECT_EQ(ZOR_UTIL_ParseUrl("IRC://h", nullptr, nullptr, nullptr, nullptr), 0u) << "has no port of its own";
+  EXPECT_EQ(ZOR_UTIL_GetProtocolTypeIdxFromStr("irc"), 5) << "in every locale";
 }
 
 TEST(Url, RefusesFourteenPrintableCharacters) {

@@ -1,5 +1,4 @@
 // The list of crash diagnostics.
-#include <strings.h>
 #include <zor/kiva.h>
 #include <zor/platform/file.h>
 
@@ -9,6 +8,7 @@
 #include "app/kivaapi/device_xdr.h"
 #include "app/kivaapi/list_file.h"
 #include "base/list.h"
+#include "common/ascii.h"
 
 namespace {
 
@@ -67,7 +67,7 @@ uint32_t CrashList::Write() const {
 
 dev_crashinfo_list *CrashList::Find(const char *mac) const {
   return zor::Find(first, [mac](const dev_crashinfo_list &node) {
-    return ::strcasecmp(node.info.DevMac, zor::TextOrEmpty(mac)) == 0;
+    return zor::EqualIgnoringCase(node.info.DevMac, zor::TextOrEmpty(mac));
   });
 }
 

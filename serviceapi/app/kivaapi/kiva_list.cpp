@@ -1,6 +1,5 @@
 #include "app/kivaapi/kiva_list.h"
 
-#include <strings.h>
 #include <zor/platform/config.h>
 #include <zor/platform/file.h>
 
@@ -11,6 +10,7 @@
 #include "app/kivaapi/device_xdr.h"
 #include "app/kivaapi/list_file.h"
 #include "base/list.h"
+#include "common/ascii.h"
 
 namespace zor {
 namespace {
@@ -80,7 +80,7 @@ dev_kivainfo_list *KivaList::Find(const char *mac) const noexcept {
     if (!ReadOwnMac(own)) return nullptr;
     mac = own;
   }
-  return zor::Find(head_.next, [mac](const dev_kivainfo_list &node) { return ::strcasecmp(node.info.mac, mac) == 0; });
+  return zor::Find(head_.next, [mac](const dev_kivainfo_list &node) { return EqualIgnoringCase(node.info.mac, mac); });
 }
 
 }  // namespace zor

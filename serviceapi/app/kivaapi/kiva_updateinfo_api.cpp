@@ -6,7 +6,6 @@
 #include <zor/platform/file.h>
 #include <zor/platform/text.h>
 
-#include <cctype>
 #include <climits>
 #include <cstddef>
 #include <cstdio>
@@ -17,6 +16,7 @@
 #include "app/kivaapi/kiva_list.h"
 #include "base/file_ptr.h"
 #include "base/fixed_path.h"
+#include "common/ascii.h"
 
 static_assert(sizeof(ZOR_KIVA_UPDATE_INFO) == 5124 && offsetof(ZOR_KIVA_UPDATE_INFO, text) == 4);
 
@@ -35,7 +35,7 @@ std::optional<zor::FixedPath> ReportPath(const char *mac) {
   char key[kFileKeySize] = {};
   ZOR_UTIL_Strip_Separator(mac, ':', key, sizeof key);
   if (key[0] == '\0') return std::nullopt;
-  for (char &each : key) each = static_cast<char>(std::toupper(static_cast<unsigned char>(each)));
+  for (char &each : key) each = zor::AsciiUpper(each);
   char path[sizeof ZOR_PATH_KIVA_UPDATE_FORMAT + kFileKeySize];
   std::snprintf(path, sizeof path, ZOR_PATH_KIVA_UPDATE_FORMAT, key);
   return zor::FixedPath(path);
