@@ -85,24 +85,25 @@ ZOR_API uint32_t ZOR_DMMSG_Send(ZOR_DMMSG_HEAD *dm);
  * Sends a request and waits for the reply: the next message of the request's type, from any sender. Other
  * messages are set aside for the loop, the notice of an absent destination too. timeoutMs bounds the wait for each
  * message, not the whole; 0 waits without limit.
- * *answer (answer may be null) is cleared first; it receives a reply whose error code is 0, to be released with
+ * *reply (reply may be null) is cleared first; it receives a reply whose error code is 0, to be released with
  * ZOR_DMMSG_Free. Returns the reply's error code; a status of the send or of ZOR_MSG_Recv; ZOR_E_DM_ARGUMENT;
  * ZOR_E_DM_BAD_ANSWER for a reply without head or magic.
  */
-ZOR_API uint32_t ZOR_DMMSG_SyncSend(ZOR_DMMSG_HEAD *dm, ZOR_DMMSG_HEAD **answer, uint32_t timeoutMs);
+ZOR_API uint32_t ZOR_DMMSG_SyncSend(ZOR_DMMSG_HEAD *dm, ZOR_DMMSG_HEAD **reply, uint32_t timeoutMs);
 
-/* Answers a received request with a code and no items. Takes a sequence number. ZOR_E_DM_ARGUMENT when the request is
-   not a message of this kind and of type ZOR_MSG_DM. */
+/* Replies to a received request with a code and no items. Takes a sequence number. ZOR_E_DM_ARGUMENT when the request
+   is not a message of this kind and of type ZOR_MSG_DM. */
 ZOR_API uint32_t ZOR_DMMSG_ReplyRetCode(const ZOR_DMMSG_HEAD *request, uint32_t code);
 
 /* Sends the used part of a reply to the named application (null: the server). Capacity and free keep their values,
    so they promise the receiver room that did not travel. ZOR_E_DM_ARGUMENT. */
-ZOR_API uint32_t ZOR_DMMSG_ReplyEx(const char *destination, uint32_t code, ZOR_DMMSG_HEAD *answer);
+ZOR_API uint32_t ZOR_DMMSG_ReplyEx(const char *destination, uint32_t code, ZOR_DMMSG_HEAD *reply);
 
 /* Sends a reply to the sender of a request, less as many bytes at its end as the request has free. A request that
    was sent by ZOR_DMMSG_Send has none free: the reply then travels with its unused bytes. ZOR_E_DM_ARGUMENT, also
-   when the reply would lose part of its head. */
-ZOR_API uint32_t ZOR_DMMSG_Reply(const ZOR_DMMSG_HEAD *request, uint32_t code, ZOR_DMMSG_HEAD *answer);
+   when the reply would lose part of its head. After ZOR_DMMSG_ReplyEx of the same reply only its used part is left to
+   send. */
+ZOR_API uint32_t ZOR_DMMSG_Reply(const ZOR_DMMSG_HEAD *request, uint32_t code, ZOR_DMMSG_HEAD *reply);
 
 ZOR_END_DECLS
 

@@ -1,4 +1,4 @@
-// Paths of USB storage as single tokens, in which no character has a meaning to what carries them.
+// Encodes paths of USB storage as single tokens without characters that a transport would interpret.
 #include <zor/platform/text.h>
 #include <zor/status.h>
 #include <zor/url.h>
@@ -16,7 +16,7 @@ using zor::MallocPtr;
 
 constexpr std::string_view kMountPoint = "/mnt";
 
-// A text that grows in the caller's field and is terminated at all times.
+// A text that grows in the caller's field and is always terminated.
 class Output {
  public:
   Output(char *field, std::size_t size) noexcept : field_(field), size_(size) { field_[0] = '\0'; }
@@ -53,7 +53,7 @@ uint32_t ZOR_UTIL_EncodePath(const char *path, char *output, uint32_t size) {
   if (path == nullptr || output == nullptr || size == 0) return ZOR_E_ARGUMENT;
   Output token(output, size);
   std::string_view rest(path);
-  // The prefix is taken to stand in front, wherever it was found.
+  // The prefix is assumed to come first, wherever it was found.
   if (rest.find(kMountPoint) != std::string_view::npos) rest.remove_prefix(kMountPoint.size());
   if (!rest.empty() && rest.front() == '/') rest.remove_prefix(1);
   if (rest.empty()) return token.Append(kMountPoint) ? ZOR_OK : ZOR_E_ARGUMENT;
@@ -69,7 +69,7 @@ uint32_t ZOR_UTIL_DecodePath(const char *token, char *output, uint32_t size) {
   const MallocPtr<char> copy(::strdup(token));
   if (copy == nullptr) return ZOR_E_NO_MEMORY;
   const std::size_t length = std::strlen(copy.get());
-  // What carries the token may have turned '+' into a space.
+  // The transport may have turned '+' into a space.
   std::replace(copy.get(), copy.get() + length, ' ', '+');
   std::string_view rest(copy.get(), length);
   if (rest.empty() || rest.front() != '-' || !path.Append(kMountPoint)) return ZOR_E_ARGUMENT;

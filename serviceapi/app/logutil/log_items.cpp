@@ -1,6 +1,6 @@
-// The item table: rows and two parallel tables of texts, generated from log_items.tsv. The rows go out to callers, who
-// may walk them up to the row of zeros, so they hold nothing but what a caller may see. What must be true of the table
-// as a whole is checked here, by the compiler.
+// The item table: rows and two parallel tables of texts, generated from log_items.tsv. Callers receive the rows
+// and may walk them up to the row of zeros, so a row holds nothing but what a caller may see. The compiler checks the
+// table as a whole.
 #include "app/logutil/log_items.h"
 
 #include <zor/log.h>
@@ -23,7 +23,7 @@ static_assert(std::size(kItems) == kItemCount + 1);
 static_assert(std::size(kEnglishTexts) == kItemCount && std::size(kSecondTexts) == kItemCount);
 static_assert(kItems[kItemCount].index == 0 && kItems[kItemCount].typeLevel == 0 && kItems[kItemCount].enabled == 0);
 
-// The position of an item; kItemCount when there is none.
+// The position of an item; kItemCount when it is unknown.
 constexpr std::size_t Locate(std::uint32_t index) {
   std::size_t at = 0;
   while (at < kItemCount && kItems[at].index != index) ++at;
@@ -39,7 +39,7 @@ constexpr unsigned ParametersOf(std::string_view text) {
   return found;
 }
 
-// One item stands in two places. Its texts agree, so it does not matter which of the two is found.
+// One item occurs twice. Its texts agree, so it does not matter which one is found.
 constexpr bool OnlyTheKnownIndexOccursTwice() {
   constexpr std::uint32_t kTwice = 0x0300000B;
   std::size_t again = 0;

@@ -1,4 +1,4 @@
-// What the other parts of the log-record API need to know of the item table.
+// What the rest of the log-record API needs from the item table.
 #ifndef APP_LOGUTIL_LOG_ITEMS_H
 #define APP_LOGUTIL_LOG_ITEMS_H
 

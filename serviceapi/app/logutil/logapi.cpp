@@ -59,15 +59,15 @@ uint32_t Post(uint32_t type, const Body &body) {
   return request == nullptr ? ZOR_LOG_FAILURE : ZOR_MSG_Send(request.get());
 }
 
-// Waits for the answer; its data word goes to *result, if the caller wants it.
+// Waits for the reply and stores its data word in *result, which may be null.
 template <class Body>
 uint32_t Ask(uint32_t type, const Body &body, uint32_t timeoutMs, uint32_t *result = nullptr) {
   const zor::MessagePtr request = NewRequest(type, body);
   if (request == nullptr) return ZOR_LOG_FAILURE;
   ZOR_MSG_HEAD *received = nullptr;
   const uint32_t status = ZOR_MSG_SendAndRecv(request.get(), &received, timeoutMs);
-  const zor::MessagePtr answer(received);
-  if (status == ZOR_OK && answer != nullptr && result != nullptr) *result = answer->data;
+  const zor::MessagePtr reply(received);
+  if (status == ZOR_OK && reply != nullptr && result != nullptr) *result = reply->data;
   return status;
 }
 
@@ -119,7 +119,7 @@ uint32_t ZOR_LOG_API_Record_KLog(uint32_t type, uint32_t level, uint32_t, const 
     std::printf("[Warning] %s paras are too long, at least %d bytes...\n", "ZOR_LOG_API_Record_KLog",
                 static_cast<int>(length));
   }
-  // Not terminated when cut: the whole area is text then.
+  // Not terminated when truncated: the text fills the whole area then.
   std::memcpy(record.parameters, text, std::min(length, sizeof record.parameters));
   record.typeLevel = TypeLevelCode(type, level);
   record.index = ZOR_LOG_KERNEL_INDEX;

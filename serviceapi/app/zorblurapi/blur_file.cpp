@@ -20,7 +20,7 @@ struct Piece {
   std::size_t length = 0;
 };
 
-// Fills the piece as far as the file goes.
+// Fills the piece, or reads to the end of the file.
 bool ReadPiece(int fd, off_t at, Piece &piece) {
   while (piece.length < ZOR_BLUR_PIECE_SIZE) {
     const ssize_t count = ::pread(fd, piece.bytes.data() + piece.length, ZOR_BLUR_PIECE_SIZE - piece.length,

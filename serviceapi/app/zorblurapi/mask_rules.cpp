@@ -35,8 +35,8 @@ void MaskEndOfUuid(char *match, std::size_t) {
   Stars(match + 15, 12);
 }
 
-// To the end of the text, not of the match: what follows an address on its line tells whose it is. Every character is
-// written, the kept ones too, so that the compiler can take many at a time.
+// To the end of the text, not of the match: what follows an address on its line may reveal its owner. Every character
+// is written, the kept ones too, so that the compiler can take many at a time.
 template <char kKept>
 void MaskToTheEnd(char *match, std::size_t) {
   std::transform(match, match + std::strlen(match), match, [](char c) { return c == kKept ? c : kStar; });
@@ -46,7 +46,7 @@ void MaskMatch(char *match, std::size_t length) {
   Stars(match, length);
 }
 
-// A match has one of the separators behind at most leadMax characters. That is far cheaper to look for than a match.
+// A match has one of the separators after at most leadMax characters, and a separator is far cheaper to look for.
 struct Pattern {
   std::size_t (*match)(const char *text) noexcept;
   const char *separators;
@@ -61,7 +61,7 @@ constexpr Pattern kIpv6 = {MatchIpv6, ":", 4};
 struct Rule {
   Pattern pattern;
   void (*mask)(char *match, std::size_t length);
-  bool toTheEnd = false;  // nothing behind a match is left to be found
+  bool toTheEnd = false;  // nothing behind a match can match again
 };
 
 constexpr std::array<Rule, 6> kRules = {{
@@ -74,7 +74,7 @@ constexpr std::array<Rule, 6> kRules = {{
 }};
 
 struct Match {
-  char *start;  // null: none
+  char *start;  // null: no match
   std::size_t length;
 };
 

@@ -1,4 +1,4 @@
-// Building messages. Every block comes zeroed from the guarded allocator, so no stale memory reaches the wire.
+// Builds messages. Every block comes zeroed from the guarded allocator, so no stale memory reaches the wire.
 #include <zor/dns.h>
 #include <zor/limits.h>
 #include <zor/systime.h>
@@ -34,7 +34,7 @@ uint8_t *BytesOf(DnsPacket *packet) {
   return &packet->data[0];
 }
 
-// Copies what stands at from, which may be null when there is nothing.
+// Copies length bytes; from may be null when there are none.
 uint8_t *Put(uint8_t *to, const void *from, std::size_t count) {
   if (count > 0) std::memcpy(to, from, count);
   return to + count;
@@ -60,7 +60,7 @@ uint8_t *PutLabels(uint8_t *to, std::string_view name) {
   return to;
 }
 
-// How long the record has been stored. A time in the future wraps, and so expires any record.
+// How long the record has been stored. A time in the future wraps, so that any record has expired.
 uint32_t ElapsedSince(uint32_t storedAt) {
   return storedAt == 0 ? 0 : ZOR_UTIL_GetSysUpTime() - storedAt;
 }
@@ -76,11 +76,11 @@ DnsPacket *ZOR_DNS_PacketCopy(const DnsPacket *packet, uint32_t maxLength) {
 }
 
 DnsPacket *ZOR_DNS_PacketBuildRequest(const char *name) {
-  // ID 0, recursion desired. The question count goes out swapped, as the gateway's daemons have always sent it.
+  // ID 0, recursion desired. The question count is sent in swapped order, as the gateway's daemons have always done.
   constexpr uint8_t kHeader[kHeaderSize] = {0, 0, 1, 0, 1, 0};
   if (name == nullptr) return nullptr;
   const std::string_view text(name, strnlen(name, ZOR_DNS_REQUEST_NAME_MAX));
-  // A label's length stands where its dot does, so the name takes two bytes more than its text.
+  // A label's length takes the place of its dot, so the name takes two bytes more than its text.
   MallocPtr<DnsPacket> packet = NewPacket(kHeaderSize + text.size() + 2 + zor::dns::kQuestionFixedSize);
   if (packet == nullptr) return nullptr;
   uint8_t *labels = Put(BytesOf(packet.get()), kHeader, sizeof kHeader);

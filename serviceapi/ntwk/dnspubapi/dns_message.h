@@ -1,5 +1,5 @@
-// The bytes of a DNS message. A position becomes the span of what stands from there to the end of the message, so that
-// every later check is against that span and never against a pointer.
+// The bytes of a DNS message. A position becomes the span from there to the end of the message, so that every later
+// check is against that span and never against a pointer.
 #ifndef DNSPUBAPI_DNS_MESSAGE_H
 #define DNSPUBAPI_DNS_MESSAGE_H
 
@@ -38,7 +38,7 @@ inline std::uint32_t LoadBig32(const std::uint8_t *from) noexcept {
   return static_cast<std::uint32_t>(LoadBig16(from)) << 16 | LoadBig16(from + 2);
 }
 
-// Cuts the value to its low 16 bits.
+// Truncates the value to its low 16 bits.
 inline void StoreBig16(std::uint8_t *to, std::uint32_t value) noexcept {
   to[0] = static_cast<std::uint8_t>(value >> 8);
   to[1] = static_cast<std::uint8_t>(value);
@@ -53,7 +53,7 @@ inline Bytes MessageOf(const DnsPacket &packet) noexcept {
   return {&packet.data[0], packet.length};
 }
 
-// The bytes from a position on; none when it lies outside the message.
+// The bytes from a position on; empty for a position outside the message.
 inline Bytes RestAt(const DnsPacket &packet, const std::uint8_t *position) noexcept {
   const Bytes message = MessageOf(packet);
   const std::size_t offset =

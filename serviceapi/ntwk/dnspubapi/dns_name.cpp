@@ -7,9 +7,7 @@
 namespace zor::dns {
 namespace {
 
-// The name itself and nine pointers: what ends a loop of pointers.
-
-// A pointer alone needs a byte behind it: no question or record can end with its name.
+// A lone pointer needs a byte behind it: no question or record can end with its name.
 constexpr std::size_t kLonePointerRoom = 3;
 constexpr std::uint32_t kPointerSize = 2;
 
@@ -17,7 +15,7 @@ bool IsPointer(std::uint8_t byte) {
   return (byte & kPointerBits) == kPointerBits;
 }
 
-// Where the pointer at the front of rest leads; none when either end of it lies outside the message.
+// The target of the pointer at the front of rest; nothing when pointer or target is outside the message.
 std::optional<Bytes> Follow(Bytes message, Bytes rest) {
   if (rest.size() < kPointerSize) return std::nullopt;
   const std::size_t target = LoadBig16(rest.data()) & ~(kPointerBits << 8);
@@ -66,7 +64,7 @@ bool Segment::CopyLabel(std::size_t length) noexcept {
   const std::uint8_t *from = rest_.data() + read_;
   char *to = room_.data() + written_;
   for (std::size_t i = 0; i < length; ++i) {
-    if (from[i] == '.') return false;  // the text could not be told from that of two labels
+    if (from[i] == '.') return false;  // the text would read as two labels
     to[i] = static_cast<char>(from[i]);
   }
   to[length] = '.';
@@ -75,7 +73,7 @@ bool Segment::CopyLabel(std::size_t length) noexcept {
   return true;
 }
 
-// An empty segment ends the text where it stands, so labels that point to the root keep their last dot.
+// An empty segment adds nothing to the text, so labels that point to the root keep their last dot.
 bool Segment::Terminate() noexcept {
   if (room_.empty()) return false;
   room_[written_ == 0 ? 0 : written_ - 1] = '\0';

@@ -1,4 +1,4 @@
-// Reverse-lookup names: the labels of an address in reverse order, in front of a suffix that tells its family.
+// Reverse-lookup names: the labels of an address in reverse order, in front of a suffix that names its family.
 #include <arpa/inet.h>
 #include <zor/dns.h>
 
@@ -17,7 +17,7 @@ constexpr std::size_t kNibbles = 32;
 constexpr std::size_t kNibbleTextSize = 2 * kNibbles - 1;
 constexpr std::size_t kIpv6TextSize = 39;
 
-// What stands in front of a suffix.
+// The labels in front of a suffix.
 struct Form {
   std::string_view suffix;
   std::size_t minLength;
@@ -35,7 +35,7 @@ bool HasForm(std::string_view labels, const Form &form) {
   return labels.size() >= form.minLength && labels.size() <= form.maxLength && CountDots(labels) + 1 == form.labels;
 }
 
-// Writes the labels in reverse order, each with its characters as they stand. Returns how many there are.
+// Writes the labels in reverse order and returns their count; the characters of a label keep their order.
 uint32_t ReverseLabels(std::string_view labels, char *output) {
   std::memset(output, '.', labels.size());
   char *end = output + labels.size();
@@ -48,7 +48,7 @@ uint32_t ReverseLabels(std::string_view labels, char *output) {
   return count;
 }
 
-// The field's text must end inside its room: what stands behind the address is the caller's.
+// The field's text must end inside its room: the bytes behind the address belong to the caller.
 bool IsAddress(int family, const char *address, std::size_t capacity) {
   std::array<unsigned char, sizeof(in6_addr)> binary;
   return strnlen(address, capacity) < capacity && ::inet_pton(family, address, binary.data()) == 1;

@@ -1,4 +1,4 @@
-// Reading a message: questions, records, and the walk over its sections.
+// Reads messages: questions, records, and the walk over the sections.
 #include <zor/dns.h>
 
 #include "ntwk/dnspubapi/dns_message.h"
@@ -28,7 +28,7 @@ bool PrepareRead(const DnsPacket *packet, const uint8_t *position, Values *value
   return packet != nullptr && position != nullptr && values != nullptr && length != nullptr;
 }
 
-// Steps over count questions or records; null when one of them is malformed.
+// Skips count questions or records; null when one of them is malformed.
 const uint8_t *Skip(const DnsPacket *packet, const uint8_t *position, uint32_t count, LengthAt lengthAt) {
   for (; count > 0 && position != nullptr; --count) {
     const uint32_t length = lengthAt(packet, position);
@@ -116,7 +116,7 @@ const uint8_t *ZOR_DNS_PacketGetFirstAuthorityRecord(const DnsPacket *packet) {
   return RecordBehind(packet, HeaderWord(packet, zor::dns::kAnswerCountAt));
 }
 
-// The two counts are added in 16 bits, as they stand in the header.
+// The two counts are added in 16 bits, the width of the header's fields.
 const uint8_t *ZOR_DNS_PacketGetFirstAddtionalRecord(const DnsPacket *packet) {
   if (!HasHeader(packet)) return nullptr;
   const int count = HeaderWord(packet, zor::dns::kAnswerCountAt) + HeaderWord(packet, zor::dns::kAuthorityCountAt);

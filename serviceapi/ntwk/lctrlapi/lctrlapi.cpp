@@ -17,7 +17,7 @@ namespace {
 constexpr uint32_t kWaitTimeParameter = 0x6180D104;
 constexpr uint32_t kWaitTimeMax = 10;
 
-// A message with a body of fixed size, addressed to whoever serves its type.
+// A message with a body of fixed size; the server routes it by its type.
 template <std::size_t kSize>
 struct Request {
   ZOR_MSG_HEAD head = {};

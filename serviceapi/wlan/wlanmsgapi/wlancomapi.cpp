@@ -15,7 +15,7 @@ constexpr uint32_t kOffsetLimit = 14;
 constexpr uint32_t kWlanDistance = 9;
 constexpr uint32_t kWlanAlignment = 4;
 
-// The texts end in "!!" and the line adds its own: field scripts look for all four.
+// The texts end in "!!" and the line adds another pair: field scripts search for all four.
 constexpr char kBadArgument[] = "Input parameters is NULL pointer, and return here!!";
 constexpr char kInnerFailure[] = "Function returns NOK, and return here!!";
 
@@ -43,10 +43,10 @@ void WriteMac(const uint8_t *vendor, uint32_t number, uint8_t *output) {
   std::memcpy(output, mac.data(), mac.size());
 }
 
-// What an interface's address is counted from.
+// The base of an interface's address.
 enum class Origin { kBase, kWlan };
 
-// An address at a distance from its origin.
+// An address at an offset from its base.
 uint32_t Derive(const char *function, Origin origin, const uint8_t *baseMac, uint32_t offset, uint8_t *output,
                 uint32_t outputLength) {
   if (!IsUsable(baseMac, output, outputLength, sizeof(Mac))) return Fail(function, __LINE__, kFailure, kBadArgument);
@@ -82,7 +82,7 @@ uint32_t ZOR_WLAN_GetWlan5gMacFromBaseMac(const uint8_t *baseMac, uint8_t *outpu
   return Derive(__func__, Origin::kWlan, baseMac, 4, output, outputLength);
 }
 
-// The radio's "up" interface answers under the 5 GHz address itself.
+// The radio's "up" interface uses the 5 GHz address itself.
 uint32_t ZOR_WLAN_GetWlan5gUpIntfMacFromBaseMac(const uint8_t *baseMac, uint8_t *output, uint32_t outputLength) {
   return Derive(__func__, Origin::kWlan, baseMac, 4, output, outputLength);
 }
@@ -104,7 +104,7 @@ uint32_t ZOR_WLAN_IncreaseMacValByOffset(const uint8_t *mac, uint32_t offset, ui
 }
 
 uint32_t ZOR_WLAN_GetWlan5gDownHiddenIntfMacFrom5gMainMac(const char *mac, char *output, uint32_t outputLength) {
-  // Position 1 decides whether the address is a group's, so it is never touched.
+  // Position 1 decides whether the address is a group address, so it is never changed.
   constexpr std::array<std::size_t, 11> kPositions = {9, 10, 12, 13, 7, 6, 4, 3, 0, 15, 16};
   if (!IsUsable(mac, output, outputLength, kTextSize)) return Fail(__func__, __LINE__, kFailure, kBadArgument);
   const std::size_t length = strnlen(mac, outputLength - 1);

@@ -20,7 +20,7 @@ bool HasDay31(uint32_t month) {
   return std::find(kLongMonths.begin(), kLongMonths.end(), month) != kLongMonths.end();
 }
 
-// Only these two are looked for; February 30 passes.
+// Only these two days are checked; February 30 passes.
 bool IsMissingDay(uint32_t year, uint32_t month, uint32_t day) {
   const bool leap = year != 0 && IsLeap(year);
   return (month == 2 && day == 29 && !leap) || (day == 31 && !HasDay31(month));

@@ -1,4 +1,4 @@
-// The form of a time text: date 'T' time zone. Only shapes are looked at; ranges are another check's.
+// The form of a time text: date 'T' time zone. Only the shape is checked here, not the ranges.
 #include <zor/caltime.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@ constexpr uint32_t kInvalid = 1;
 constexpr std::size_t kTextMax = 43;
 constexpr std::size_t kLengthMin = 17;
 constexpr std::size_t kLengthMax = 40;
-constexpr std::size_t kZoneAt = 8;  // behind hh:mm:ss
+constexpr std::size_t kZoneAt = 8;  // after hh:mm:ss
 
 bool AllDigits(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
@@ -35,7 +35,7 @@ bool StoreNumber(std::string_view text, std::size_t digits, uint32_t *number) {
   return true;
 }
 
-// Cuts the next piece off a text; separators that follow each other have empty pieces between them.
+// Splits the next piece off a text; adjacent separators have an empty piece between them.
 std::string_view NextPiece(std::string_view &text, char separator) {
   const std::size_t at = text.find(separator);
   const std::string_view piece = text.substr(0, at);
@@ -55,7 +55,7 @@ bool ParseDate(std::string_view date, ZOR_CAL_TIME *time) {
          StoreNumber(pieces[2], 2, &time->day);
 }
 
-// Behind a fraction the zone's designator is the first 'Z', else the first '+', else the first '-'.
+// After a fraction the zone's designator is the first 'Z', else the first '+', else the first '-'.
 std::size_t DesignatorAt(std::string_view seconds, std::size_t from) {
   if (seconds[from] != '.') return from;
   for (const char designator : {'Z', '+', '-'}) {

@@ -1,4 +1,4 @@
-// What is known of a device-management message before its items are looked at.
+// Checks of a device-management message that need no look at its items.
 #ifndef SDK_DMMSG_BODY_H
 #define SDK_DMMSG_BODY_H
 
@@ -17,11 +17,11 @@ inline const ZOR_MSG_HEAD &BusHeaderOf(const ZOR_DMMSG_HEAD &dm) noexcept {
   return reinterpret_cast<const ZOR_MSG_HEAD *>(&dm)[-1];
 }
 
-// Whether there is a whole head with the magic.
+// Whether the body has a complete head with the magic.
 bool HasDmHead(const ZOR_DMMSG_HEAD *dm) noexcept;
 
-// The length of head and items, which lie within the bus header's body length; nothing when it is not a message of
-// this kind.
+// The length of head and items, bounded by the bus header's body length; nothing when it is not a device-management
+// message.
 std::optional<std::uint32_t> UsedLength(const ZOR_DMMSG_HEAD *dm) noexcept;
 
 }  // namespace zor

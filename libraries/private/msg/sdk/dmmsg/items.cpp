@@ -14,7 +14,7 @@
 namespace zor {
 namespace {
 
-constexpr std::uint32_t kExtraRoom = 1024;  // so that not every append of a long message moves it
+constexpr std::uint32_t kExtraRoom = 1024;  // so that a long message does not move at every append
 // How far an item may reach beyond the used part. The slack behind every message block is larger.
 constexpr std::uint32_t kOverhangMax = 12;
 
@@ -36,7 +36,7 @@ char *BytesOf(ZOR_DMMSG_HEAD &dm) {
   return reinterpret_cast<char *>(&dm);
 }
 
-// Writes an item for which there is room behind the used part.
+// Writes an item behind the used part, where there must be room for it.
 void Put(ZOR_DMMSG_HEAD &dm, std::uint32_t used, const NewItem &item) {
   char *to = BytesOf(dm) + used;
   StoreU32(to, item.kind);
@@ -48,7 +48,7 @@ void Put(ZOR_DMMSG_HEAD &dm, std::uint32_t used, const NewItem &item) {
   dm.free -= static_cast<std::uint32_t>(item.Length());
 }
 
-// A larger copy of the message, the bus header's body length included; null when that is refused.
+// A larger copy of the message with its lengths adjusted; null when the allocation is refused.
 MessagePtr GrownCopy(const ZOR_DMMSG_HEAD &dm, std::uint32_t used, std::uint64_t needed) {
   const std::uint64_t capacity = dm.capacity + needed + kExtraRoom;
   MessagePtr copy = GuardedRegrow(MessagePtr(), 0, ZOR_MSG_HEAD_SIZE + capacity);
@@ -61,7 +61,7 @@ MessagePtr GrownCopy(const ZOR_DMMSG_HEAD &dm, std::uint32_t used, std::uint64_t
   return copy;
 }
 
-// The distance of a position from the start of the message; anything for one that lies elsewhere.
+// The distance of a position from the start of the message; meaningless for a position outside it.
 std::uintptr_t OffsetOf(const ZOR_DMMSG_HEAD &dm, const void *position) {
   if (position == nullptr) return ZOR_DMMSG_HEAD_SIZE;
   return reinterpret_cast<std::uintptr_t>(position) - reinterpret_cast<std::uintptr_t>(&dm);
@@ -88,7 +88,7 @@ uint32_t ZOR_DMMSG_AppendItem(ZOR_DMMSG_HEAD **dm, uint32_t kind, const char *na
     zor::Put(**dm, *used, item);
     return ZOR_OK;
   }
-  // Freed in every outcome, but only at the end: name and value may lie in it.
+  // Freed in every outcome, but only at the end: name and value may point into it.
   const zor::MessagePtr old(&zor::BusHeaderOf(**dm));
   zor::MessagePtr grown = zor::GrownCopy(**dm, *used, item.Length());
   *dm = static_cast<ZOR_DMMSG_HEAD *>(ZOR_MSG_GetMsgByHead(grown.release()));

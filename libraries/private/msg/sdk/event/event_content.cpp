@@ -1,4 +1,4 @@
-// Items to JSON. Names and values come from other processes: they may lack their NUL, or be missing.
+// Turns items into JSON. Names and values come from other processes: they may lack their NUL, or be missing.
 #include <zor/dmmsg.h>
 #include <zor/event.h>
 #include <zor/status.h>
@@ -29,7 +29,7 @@ class EventContent {
     cJSON_Delete(payload_);
   }
 
-  // False without memory. A content that lacks an item is never shown: its subscribers could not tell.
+  // False without memory. Content that lacks an item is never handed out: subscribers could not tell.
   bool Add(const ZOR_DMMSG_ITEM &item) {
     if (item.name == nullptr || item.value == nullptr) return true;
     const auto name = TextOf(item.name, item.nameLength);

@@ -1,4 +1,4 @@
-// Subscriptions of this process and the way of a received event to them.
+// This process's subscriptions, and how a received event is dispatched to them.
 #include <zor/event.h>
 #include <zor/msg_build.h>
 #include <zor/status.h>

@@ -32,7 +32,7 @@ uint32_t ZOR_GenerateJsonItem(cJSON *object, const char *name, const char *value
 uint32_t ZOR_EVT_JsonBeginProc(void **root, const char *module, const char *eventName) {
   if (root == nullptr || module == nullptr || eventName == nullptr) return ZOR_EVT_FAILED;
   const char *timestamp = ZOR_UTIL_GetCurrUTCTimeStamp();
-  // A subscriber finds the member even when there is no time.
+  // The member is present even when there is no time.
   zor::JsonPtr event = zor::NewEvent(module, eventName, timestamp == nullptr ? "" : timestamp);
   cJSON_Delete(static_cast<cJSON *>(*root));
   *root = event.release();

@@ -20,7 +20,7 @@ using JsonText = std::unique_ptr<char, JsonDeleter>;  // as cJSON prints it
 // An event without its payload; null without memory.
 JsonPtr NewEvent(const char *module, const char *eventName, const char *timestamp) noexcept;
 
-// Moves the payload into the event; false, with the payload where it was, without memory.
+// Moves the payload into the event; false without memory, and the payload stays the caller's.
 bool AddPayload(cJSON &event, cJSON *payload) noexcept;
 
 }  // namespace zor

@@ -19,8 +19,8 @@ struct FreeDm {
   void operator()(ZOR_DMMSG_HEAD *dm) const noexcept { ZOR_DMMSG_Free(dm); }
 };
 
-// A management message on its way to become an event. An append that fails for want of memory frees it; later calls
-// then fail too.
+// A device-management message that is built up to an event. An append that fails for want of memory frees it; later
+// calls then fail too.
 class ItemEvent {
  public:
   std::uint32_t Begin() {
@@ -85,6 +85,6 @@ uint32_t ZOR_EVT_PublishEventWithJson(const char *module, const char *eventName,
   if (module == nullptr || eventName == nullptr || payload == nullptr) return ZOR_EVT_FAILED;
   const zor::JsonText text = zor::PrintEvent(module, eventName, *payload);
   if (text == nullptr) return ZOR_EVT_FAILED;
-  // The NUL stays behind; receivers find a zero byte of their own.
+  // The NUL is not sent: a zero byte follows every received message.
   return ZOR_MSG_SendMsgData(nullptr, type, text.get(), static_cast<uint32_t>(std::strlen(text.get())));
 }

@@ -11,7 +11,7 @@
 namespace zor {
 namespace {
 
-// Opened and closed for every piece, so that what was written survives a daemon that dies in its next callback.
+// Opened and closed for every piece, so that earlier lines survive a daemon that crashes in its next callback.
 void AppendPiece(const char *text) {
   const FixedPath path(ZOR_PATH_BOOT_TRACK);
   const FilePtr stream(std::fopen(path.c_str(), "a+e"));

@@ -48,7 +48,7 @@ class FrameScope {
   ~FrameScope() { g_frames = g_frames->outer; }
 };
 
-// Moves every run past a node that leaves its chain. True when one of them is inside the node's callback.
+// Moves every run past a node that is being removed. True when a run is inside the node's callback.
 bool LeaveFrames(const Node *node) {
   bool running = false;
   for (Frame *frame = g_frames; frame != nullptr; frame = frame->outer) {
@@ -117,7 +117,7 @@ void TrackEnd(ZOR_NOTIFIER_CALLBACK callback, uint32_t status) {
   zor::TrackBoot(text);
 }
 
-// One node's turn: its hooks, its traces and its callback. The chain may be freed by the callback only after the run.
+// Runs one node: its hooks, its traces and its callback. The callback must not free the chain during the run.
 uint32_t Visit(uintptr_t context, Node *node, const ZOR_NOTIFIER_HOOKS *hooks, bool track) {
   const ZOR_NOTIFIER_CALLBACK callback = node->callback;
   if (hooks != nullptr && hooks->before != nullptr) hooks->before(context, node);

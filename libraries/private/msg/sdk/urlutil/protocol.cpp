@@ -11,7 +11,7 @@ namespace {
 
 constexpr int32_t kBuiltInCount = ZOR_URL_FIRST_EXTENSION;
 constexpr std::array<const char *, kBuiltInCount + 1> kNames = {"HTTP", "HTTPS", "FTP", "TFTP", nullptr};
-// 63 is not the registered port of TFTP, but the one that a URL without a port has always meant on the gateway.
+// 63 is not the registered port of TFTP; on the gateway it has always been the default.
 constexpr std::array<uint32_t, kBuiltInCount> kPorts = {80, 443, 21, 63};
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Two encoders that differ on purpose: escaping repairs a URI and keeps its reserved characters, form encoding turns
-// any text into one value. Their characters are looked up in tables, since isalnum and its kin follow the locale.
+// any text into one value. Characters are looked up in tables, because isalnum and its kin follow the locale.
 #include <zor/url.h>
 
 #include <array>
@@ -29,7 +29,7 @@ constexpr CharacterSet SetOf(Texts... texts) {
 constexpr CharacterSet kHexDigit = SetOf(kDigits, kHexLetters);
 constexpr CharacterSet kKeptInUri = SetOf(kDigits, kLetters, "!#$&'()*+,/:;=?@-._~");
 constexpr CharacterSet kSafeInForm = SetOf(kDigits, kLetters, "-_.~*'()");
-// '~' is not valid although escaping keeps it, and '"' is although escaping does not.
+// '~' is invalid although escaping keeps it, and '"' is valid although escaping replaces it.
 constexpr CharacterSet kInvalidInUri = SetOf(" <>#%{}|\\^~[]`");
 
 bool Contains(const CharacterSet &set, char c) {
@@ -59,7 +59,7 @@ uint32_t UtilIsValidUriCharacter(char character) {
 }
 
 char *ZOR_UTIL_GetEscapedUri(const char *text) {
-  constexpr std::size_t kMaxLength = 0x55555553;  // three times more would pass 32 bits
+  constexpr std::size_t kMaxLength = 0x55555553;  // three times as much would exceed 32 bits
   if (text == nullptr || *text == '\0') return ::strdup("/");
   const std::size_t length = std::strlen(text);
   if (length > kMaxLength) return nullptr;
@@ -67,7 +67,7 @@ char *ZOR_UTIL_GetEscapedUri(const char *text) {
   if (work == nullptr) return nullptr;
   char *end = work.get();
   for (; *text != '\0'; ++text) {
-    // The digits of an existing escape are characters that are kept.
+    // The digits of an existing escape are kept as ordinary characters.
     if (Contains(kKeptInUri, *text) || IsEscape(text)) {
       *end++ = *text;
     } else {

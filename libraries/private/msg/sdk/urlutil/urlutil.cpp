@@ -1,5 +1,5 @@
-// Takes URLs apart. Host, port and path are found as places in the text, which is not changed: a ':' that opens the
-// port may stand in the path, and the path still goes on to the end.
+// Parses URLs. Host, port and path are positions in the text, which is not changed: the ':' of the port may be inside
+// the path, which still extends to the end.
 #include <arpa/inet.h>
 #include <zor/url.h>
 
@@ -17,11 +17,11 @@ namespace {
 using zor::MallocPtr;
 constexpr std::size_t kNowhere = std::string_view::npos;
 
-// What follows "://", and where its parts stand.
+// What follows "://", and where its parts are.
 struct Authority {
   std::string_view text;  // NUL-terminated, to the end of the URL
   bool isBracketed;
-  std::size_t hostEnd;  // behind a bracketed host: at its ']'
+  std::size_t hostEnd;  // of a bracketed host: at its ']'
   std::size_t portSeparator;
   std::size_t pathStart;
 };
@@ -32,7 +32,7 @@ std::optional<Authority> FindParts(std::string_view text, bool loose) {
   const bool isBracketed = bracket != kNowhere;
   if (opensBracket && !isBracketed && !loose) return std::nullopt;
   const std::size_t searchStart = isBracketed ? bracket : 0;
-  // Sought in the path as well: such a URL fails by its port, unless a number stands there.
+  // Searched for in the path as well: such a URL fails for its port, unless a number follows.
   const std::size_t portSeparator = text.find(':', searchStart);
   const std::size_t pathStart = text.find('/', searchStart);
   const std::size_t hostEnd = isBracketed ? bracket : std::min({portSeparator, pathStart, text.size()});
@@ -45,7 +45,7 @@ int32_t ProtocolOf(std::string_view name) {
   return terminated == nullptr ? -1 : ZOR_UTIL_GetProtocolTypeIdxFromStr(terminated.get());
 }
 
-// The port that the URL or its protocol names; none outside 1 to 65535. What follows the number is not looked at.
+// The port of the URL or its protocol; nothing outside 1 to 65535. What follows the number is ignored.
 std::optional<uint32_t> PortOf(const Authority &authority, int32_t protocol) {
   constexpr int64_t kMaxPort = 65535;
   int64_t port = ZOR_UTIL_GetDftPortByProtocolIdx(protocol);
@@ -70,7 +70,7 @@ std::string_view HostOf(const Authority &authority, bool loose) {
   return loose && !IsIpv6(inside) ? authority.text.substr(0, authority.hostEnd + 1) : inside;
 }
 
-// Hands out host and path, or neither.
+// Stores both host and path, or neither.
 uint32_t StoreTexts(const Authority &authority, bool loose, char **host, char **path) {
   if (host != nullptr) {
     const std::string_view text = HostOf(authority, loose);
