@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/utf8.h"
+
 namespace zor::ctl {
 namespace {
 
@@ -22,35 +24,12 @@ bool Contains(const std::array<Range, Count> &ranges, char32_t character) {
 }
 
 // Controls of both kinds, line and paragraph separators, marks and overrides of the direction of writing.
-constexpr std::array kUnprintable = {Range{0, 0x1f},           Range{0x7f, 0x9f},     Range{0x200e, 0x200f},
-                                     Range{0x2028, 0x202e},    Range{0x2066, 0x2069}, Range{0xd800, 0xdfff},
-                                     Range{0x110000, 0x1fffff}};
+constexpr std::array kUnprintable = {Range{0, 0x1f}, Range{0x7f, 0x9f}, Range{0x200e, 0x200f}, Range{0x2028, 0x202e},
+                                     Range{0x2066, 0x2069}};
 constexpr std::array kNoColumn = {Range{0x300, 0x36f}, Range{0x200b, 0x200d}, Range{0xfe00, 0xfe0f}};
 constexpr std::array kTwoColumns = {Range{0x1100, 0x115f}, Range{0x2e80, 0xa4cf},   Range{0xac00, 0xd7a3},
                                     Range{0xf900, 0xfaff}, Range{0xfe30, 0xfe6f},   Range{0xff00, 0xff60},
                                     Range{0xffe0, 0xffe6}, Range{0x1f300, 0x1faff}, Range{0x20000, 0x3fffd}};
-
-struct Character {
-  char32_t value;
-  size_t length;  // in bytes; 0: not UTF-8
-};
-
-constexpr Character kMalformed = {0, 0};
-
-Character FirstOf(std::string_view text) {
-  static constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
-  const auto lead = static_cast<unsigned char>(text[0]);
-  if (lead < 0x80) return {lead, 1};
-  const size_t length = lead >= 0xf8 ? 0 : lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc0 ? 2 : 0;
-  if (length == 0 || text.size() < length) return kMalformed;
-  char32_t value = lead & (0x7fu >> length);
-  for (size_t i = 1; i < length; ++i) {
-    const auto next = static_cast<unsigned char>(text[i]);
-    if ((next & 0xc0) != 0x80) return kMalformed;
-    value = value << 6 | (next & 0x3f);
-  }
-  return value < kLeast[length] ? kMalformed : Character{value, length};
-}
 
 void AppendHex(std::string_view bytes, std::string &out) {
   static constexpr char kDigits[] = "0123456789abcdef";
@@ -64,7 +43,7 @@ void AppendHex(std::string_view bytes, std::string &out) {
 template <class Visit>
 void ForEachCharacter(std::string_view text, const Visit &visit) {
   while (!text.empty()) {
-    const Character next = FirstOf(text);
+    const Utf8Sequence next = FirstUtf8Character(text);
     const std::string_view bytes = text.substr(0, std::max<size_t>(next.length, 1));
     visit(bytes, next.length != 0 && !Contains(kUnprintable, next.value));
     text.remove_prefix(bytes.size());
@@ -80,7 +59,7 @@ size_t ColumnsOf(char32_t character) {
 size_t FittingLength(std::string_view text, size_t columns) {
   size_t length = 0;
   while (length < text.size()) {
-    const Character next = FirstOf(text.substr(length));
+    const Utf8Sequence next = FirstUtf8Character(text.substr(length));
     const size_t width = ColumnsOf(next.value);
     if (width > columns) break;
     columns -= width;
@@ -124,7 +103,7 @@ bool IsPrintable(std::string_view text) {
 std::string ToUtf8(std::string_view text) {
   std::string out;
   ForEachCharacter(text, [&out](std::string_view bytes, bool) {
-    out.append(FirstOf(bytes).length == 0 ? std::string_view("\ufffd") : bytes);
+    out.append(FirstUtf8Character(bytes).length == 0 ? std::string_view("\ufffd") : bytes);
   });
   return out;
 }
@@ -133,7 +112,8 @@ std::string EscapeJson(std::string_view json) {
   std::string out;
   ForEachCharacter(json, [&out](std::string_view bytes, bool printable) {
     std::array<char, 8> escaped{};
-    std::snprintf(escaped.data(), escaped.size(), "\\u%04x", static_cast<unsigned>(FirstOf(bytes).value) & 0xffff);
+    std::snprintf(escaped.data(), escaped.size(), "\\u%04x",
+                  static_cast<unsigned>(FirstUtf8Character(bytes).value) & 0xffff);
     out.append(printable ? bytes : escaped.data());
   });
   return out;
@@ -142,7 +122,7 @@ std::string EscapeJson(std::string_view json) {
 size_t Width(std::string_view text) {
   size_t width = 0;
   while (!text.empty()) {
-    const Character next = FirstOf(text);
+    const Utf8Sequence next = FirstUtf8Character(text);
     width += ColumnsOf(next.value);
     text.remove_prefix(std::max<size_t>(next.length, 1));
   }

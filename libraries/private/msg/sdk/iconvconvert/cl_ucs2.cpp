@@ -3,8 +3,8 @@
 #include <zor/charset.h>
 
 #include <algorithm>
-#include <array>
-#include <cstring>
+
+#include "common/utf8.h"
 
 namespace {
 
@@ -33,30 +33,10 @@ char *Encode(uint16_t unit, char *to) {
   return to;
 }
 
-struct Lead {
-  unsigned char first;
-  unsigned char last;
-  uint32_t length;
-  unsigned char mask;
-};
-
-constexpr std::array<Lead, 6> kLeads = {{{0x01, 0x7f, 1, 0x7f},
-                                         {0xc0, 0xdf, 2, 0x1f},
-                                         {0xe0, 0xef, 3, 0x0f},
-                                         {0xf0, 0xf7, 4, 0x07},
-                                         {0xf8, 0xfb, 5, 0x03},
-                                         {0xfc, 0xfd, 6, 0x01}}};
-
-const Lead *FindLead(unsigned char byte) {
-  const auto *found = std::find_if(kLeads.begin(), kLeads.end(),
-                                   [byte](const Lead &lead) { return byte >= lead.first && byte <= lead.last; });
-  return found == kLeads.end() ? nullptr : found;
-}
-
-// The value of one sequence, kept to 16 bits at each step; bytes behind the end count as zero bits.
-uint16_t Decode(const Lead &lead, const unsigned char *bytes, uint32_t left) {
-  unsigned value = bytes[0] & lead.mask;
-  for (uint32_t i = 1; i < lead.length; ++i) value = (value << 6 | (i < left ? bytes[i] & 0x3fu : 0u)) & 0xffffu;
+// The unit of one sequence, cut to 16 bits; continuation bytes are not checked, and missing ones count as zero bits.
+uint16_t Decode(zor::Utf8Sequence lead, const char *bytes, uint32_t left) {
+  char32_t value = lead.value;
+  for (uint32_t i = 1; i < lead.length; ++i) value = zor::AppendUtf8Bits(value, i < left ? bytes[i] : '\0');
   return static_cast<uint16_t>(value);
 }
 
@@ -89,18 +69,12 @@ uint32_t cl_ucs2ToUTF8ByLen(const uint16_t *units, uint32_t count, char *output,
 uint32_t cl_utf8ToUCS2(const char *bytes, uint32_t length, uint16_t *units, uint32_t *count) {
   if (bytes == nullptr || length == 0 || units == nullptr || count == nullptr) return RefuseArguments(count);
   if (*count == 0) return CL_E_ROOM;
-  const auto *from = static_cast<const unsigned char *>(static_cast<const void *>(bytes));
   uint32_t written = 0;
-  for (uint32_t at = 0; at < length && from[at] != 0;) {
-    // Most text is plain: it needs no table.
-    if (from[at] < 0x80) {
-      units[written++] = from[at++];
-      continue;
-    }
-    const Lead *lead = FindLead(from[at]);
-    if (lead == nullptr) return CL_E_LEAD_BYTE;
-    units[written++] = Decode(*lead, from + at, length - at);
-    at += std::min(lead->length, length - at);
+  for (uint32_t at = 0; at < length && bytes[at] != '\0';) {
+    const zor::Utf8Sequence lead = zor::Utf8Lead(bytes[at]);
+    if (lead.length == 0) return CL_E_LEAD_BYTE;
+    units[written++] = Decode(lead, bytes + at, length - at);
+    at += std::min(static_cast<uint32_t>(lead.length), length - at);
   }
   units[written] = 0;
   *count = written;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "base/alloc.h"
+#include "common/utf8.h"
 #include "sdk/iconvconvert/convert_engine.h"
 
 namespace {
@@ -23,20 +24,6 @@ char *CopyOf(std::string_view text) {
   auto *copy = static_cast<char *>(zor::GuardedAlloc(text.size()));
   if (copy != nullptr) text.copy(copy, text.size());
   return copy;
-}
-
-bool IsContinuation(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xc0u) == 0x80u;
-}
-
-// The length of the character at the front of a zero-terminated text; 0 when it is none. A zero byte is never a
-// continuation, so nothing behind the end is looked at.
-std::size_t Utf8Length(const char *text) {
-  const auto lead = static_cast<unsigned char>(*text);
-  if (lead < 0x80) return 1;
-  if (lead >= 0xc0 && lead <= 0xdf) return IsContinuation(text[1]) ? 2 : 0;
-  if (lead >= 0xe0 && lead <= 0xef) return IsContinuation(text[1]) && IsContinuation(text[2]) ? 3 : 0;
-  return 0;
 }
 
 }  // namespace
@@ -75,11 +62,11 @@ char *ZOR_NLS_GB2312Convert(const char *text, const char *targetSet, const char 
 }
 
 uint32_t ZOR_NLS_IsStringUtf8(const char *text) {
-  if (text == nullptr) return 1;
-  while (*text != '\0') {
-    const std::size_t length = Utf8Length(text);
-    if (length == 0) return 0;
-    text += length;
+  constexpr std::size_t kLongest = 3;
+  for (std::string_view left = text == nullptr ? "" : text; !left.empty();) {
+    const std::size_t length = zor::FirstUtf8Sequence(left).length;
+    if (length == 0 || length > kLongest) return 0;
+    left.remove_prefix(length);
   }
   return 1;
 }
