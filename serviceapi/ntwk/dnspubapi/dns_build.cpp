@@ -30,7 +30,7 @@ MallocPtr<DnsPacket> NewPacket(std::uint64_t length) {
   return packet;
 }
 
-uint8_t *BytesOf(DnsPacket *packet) {
+uint8_t *MessageBytes(DnsPacket *packet) {
   return &packet->data[0];
 }
 
@@ -71,7 +71,7 @@ DnsPacket *ZOR_DNS_PacketCopy(const DnsPacket *packet, uint32_t maxLength) {
   if (packet == nullptr) return nullptr;
   const uint32_t length = maxLength != 0 && maxLength < packet->length ? maxLength : packet->length;
   MallocPtr<DnsPacket> copy = NewPacket(length);
-  if (copy != nullptr) Put(BytesOf(copy.get()), &packet->data[0], length);
+  if (copy != nullptr) Put(MessageBytes(copy.get()), &packet->data[0], length);
   return copy.release();
 }
 
@@ -83,7 +83,7 @@ DnsPacket *ZOR_DNS_PacketBuildRequest(const char *name) {
   // A label's length takes the place of its dot, so the name takes two bytes more than its text.
   MallocPtr<DnsPacket> packet = NewPacket(kHeaderSize + text.size() + 2 + zor::dns::kQuestionFixedSize);
   if (packet == nullptr) return nullptr;
-  uint8_t *labels = Put(BytesOf(packet.get()), kHeader, sizeof kHeader);
+  uint8_t *labels = Put(MessageBytes(packet.get()), kHeader, sizeof kHeader);
   uint8_t *end = PutLabels(labels, text);
   if (end == labels) return nullptr;
   *end++ = 0;
@@ -100,7 +100,7 @@ DnsPacket *ZOR_DNS_PacketBuildResponse(const DnsPacket *query, const DnsRecordVa
   MallocPtr<DnsPacket> packet = NewPacket(std::uint64_t{query->length} + kAnswerSize + record->rdlength);
   const uint32_t elapsed = ElapsedSince(storedAt);
   if (packet == nullptr || record->ttl < elapsed) return nullptr;
-  uint8_t *header = BytesOf(packet.get());
+  uint8_t *header = MessageBytes(packet.get());
   uint8_t *answer = Put(header, &query->data[0], query->length);
   StoreBig16(header + zor::dns::kFlagsAt, kResponseFlags);
   StoreBig16(header + zor::dns::kAnswerCountAt, 1);
@@ -119,10 +119,10 @@ DnsPacket *ZOR_DNS_PacketBuildErrorResponse(const DnsPacket *query, uint32_t rco
   if (query == nullptr || query->length < kHeaderSize) return nullptr;
   DnsPacket *packet = ZOR_DNS_PacketCopy(query, 0);
   if (packet == nullptr) return nullptr;
-  StoreBig16(BytesOf(packet) + zor::dns::kFlagsAt, rcode + kResponseFlags);
+  StoreBig16(MessageBytes(packet) + zor::dns::kFlagsAt, rcode + kResponseFlags);
   for (const std::size_t count :
        {zor::dns::kAnswerCountAt, zor::dns::kAuthorityCountAt, zor::dns::kAdditionalCountAt}) {
-    StoreBig16(BytesOf(packet) + count, 0);
+    StoreBig16(MessageBytes(packet) + count, 0);
   }
   return packet;
 }

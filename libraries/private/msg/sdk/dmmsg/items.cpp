@@ -32,13 +32,13 @@ std::string_view NameWithNul(const char *name) {
   return {name, std::strlen(name) + 1};
 }
 
-char *BytesOf(ZOR_DMMSG_HEAD &dm) {
+char *BodyBytes(ZOR_DMMSG_HEAD &dm) {
   return reinterpret_cast<char *>(&dm);
 }
 
 // Writes an item behind the used part, where there must be room for it.
 void Put(ZOR_DMMSG_HEAD &dm, std::uint32_t used, const NewItem &item) {
-  char *to = BytesOf(dm) + used;
+  char *to = BodyBytes(dm) + used;
   StoreU32(to, item.kind);
   StoreU32(to + 4, static_cast<std::uint32_t>(item.name.size()));
   StoreU32(to + 8, static_cast<std::uint32_t>(item.value.size()));

@@ -15,7 +15,7 @@ namespace zor {
 namespace {
 
 // The text up to its NUL or the end of the field; null without memory.
-MallocPtr<char> TextOf(const void *field, std::uint32_t length) {
+MallocPtr<char> CopyField(const void *field, std::uint32_t length) {
   return MallocPtr<char>(::strndup(static_cast<const char *>(field), length));
 }
 
@@ -32,8 +32,8 @@ class EventContent {
   // False without memory. Content that lacks an item is never handed out: subscribers could not tell.
   bool Add(const ZOR_DMMSG_ITEM &item) {
     if (item.name == nullptr || item.value == nullptr) return true;
-    const auto name = TextOf(item.name, item.nameLength);
-    const auto value = TextOf(item.value, item.valueLength);
+    const auto name = CopyField(item.name, item.nameLength);
+    const auto value = CopyField(item.value, item.valueLength);
     if (name == nullptr || value == nullptr) return false;
     // A second event type begins the root anew and keeps the payload.
     if (std::strcmp(name.get(), kEventTypeName) == 0) {
