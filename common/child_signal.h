@@ -1,5 +1,5 @@
 // Holds SIGCHLD back for a scope. A loop that has spawned reaps every child of the process in its signal handler, so
-// whoever waits for a child of its own blocks the signal from before the fork until the wait has ended.
+// code that waits for a child of its own blocks the signal from before the fork until the wait has ended.
 #ifndef COMMON_CHILD_SIGNAL_H
 #define COMMON_CHILD_SIGNAL_H
 

@@ -1,4 +1,4 @@
-// Address lists: who owns them, and the socket address in a node.
+// Owners of address lists, and the socket address in a node.
 #ifndef SDK_SOCKUTIL_ADDRINFO_H
 #define SDK_SOCKUTIL_ADDRINFO_H
 

@@ -19,7 +19,7 @@ std::uint32_t JoinIpv4(int fd, const char *group, const sockaddr_in &local) {
   return ZOR_OK;
 }
 
-// Told to nobody when it fails: a group that is no address becomes the unspecified one, which the kernel refuses.
+// A failure is not reported: a group that is no address becomes the unspecified one, which the kernel refuses.
 void JoinIpv6(int fd, const char *group, const char *ifname) {
   ipv6_mreq request = {};
   ::inet_pton(AF_INET6, group, &request.ipv6mr_multiaddr);

@@ -1,5 +1,5 @@
 // The child between fork and exec. Some of what it does may take locks or memory (accounts, printing), which is safe
-// because the daemon has one thread: nobody can have held a lock when it forked.
+// because the daemon has one thread: no other thread can have held a lock at the fork.
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>

@@ -47,10 +47,10 @@ bool RunForcedEvents(UvLoop &loop) noexcept {
 }
 
 void DropForcedEvent(UvLoop &loop, const UvIO &watcher, std::uint32_t events) noexcept {
-  UvForcedEvent *needless = Find(loop.forcedEvents, [&](const UvForcedEvent &event) {
+  UvForcedEvent *redundant = Find(loop.forcedEvents, [&](const UvForcedEvent &event) {
     return event.watcher == &watcher && event.events == events;
   });
-  if (needless != nullptr) TakeOff(loop, needless);
+  if (redundant != nullptr) TakeOff(loop, redundant);
 }
 
 }  // namespace zor

@@ -49,9 +49,9 @@ void Call(const UvLoop &loop, const UvTimer &timer) {
         reinterpret_cast<void *>(callback));
 }
 
-// Calls a timer that is due. True when it goes on: its next expiry counts from the start of the iteration, so lateness
-// is not made up. One that its own callback has parked stays so: arming it with its interval of 0 would make the next
-// wait none at all, which ends an idle run of less than a second.
+// Calls a timer that is due. True when it stays armed: its next expiry counts from the start of the iteration, so
+// lateness is not made up. One that its own callback has parked stays so: arming it with its interval of 0 would make
+// the next wait none at all, which ends an idle run of less than a second.
 bool Fire(const UvLoop &loop, UvTimer &timer) {
   const CallFrame frame(&timer.header);
   Call(loop, timer);
