@@ -31,7 +31,7 @@ inline constexpr std::size_t kMostQueueBytes = 64u << 20;
 inline constexpr std::size_t kClients = 256;
 inline constexpr std::size_t kMostClients = 65536;
 // [ms] Time that the sender to a slow reader is held back: it resumes.
-inline constexpr std::chrono::milliseconds kHold{200};
+inline constexpr std::chrono::milliseconds kSenderPause{200};
 // [bytes] Restful patterns of one client: not registered.
 inline constexpr std::size_t kPatternBytes = 16384;
 // [bytes] Request to the server that comes in a file: the rest is not read.
@@ -54,9 +54,9 @@ inline constexpr std::size_t kDeliveries = 32;
 inline constexpr std::size_t kListedPatternBytes = 4096;
 // [names] Names of daemons that were cut off, with what they lost: a further one's loss is not shown.
 inline constexpr std::size_t kLossNames = 256;
-inline constexpr std::uint64_t kLeastTraceFileKiB = 1024;  // daemons ignore less
-inline constexpr std::size_t kControlInFile = 16384;       // sets all trace levels of a daemon
-inline constexpr std::uint32_t kKeptFile = 1u << 20;       // more than all names with all modules take
+inline constexpr std::uint64_t kLeastTraceFileKiB = 1024;       // daemons ignore less
+inline constexpr std::size_t kControlInFile = 16384;            // sets all trace levels of a daemon
+inline constexpr std::uint32_t kTraceOverridesFile = 1u << 20;  // more than all names with all modules take
 
 }  // namespace msgsvr
 

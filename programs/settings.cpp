@@ -77,6 +77,12 @@ std::string Settings::Text(std::string_view key, std::string fallback) {
   return entry->value;
 }
 
+std::string Settings::Path(std::string_view key, std::string fallback) {
+  const std::string path = Text(key, std::move(fallback));
+  if (!path.starts_with('/')) AddMistake(std::string(key) + " must be an absolute path");
+  return path;
+}
+
 std::uint64_t Settings::Number(std::string_view key, std::uint64_t fallback, std::uint64_t least, std::uint64_t most) {
   Entry *entry = Find(key);
   if (entry == nullptr) return fallback;

@@ -25,6 +25,8 @@ class Settings {
 
   // The value of a key, or the fallback when the file does not have it.
   std::string Text(std::string_view key, std::string fallback);
+  // The same as an absolute path; any other text is a mistake.
+  std::string Path(std::string_view key, std::string fallback);
   // The same as a number, decimal or with 0x; anything else, or one outside least..most, is a mistake.
   std::uint64_t Number(std::string_view key, std::uint64_t fallback, std::uint64_t least, std::uint64_t most);
   // The same as "yes" or "no".

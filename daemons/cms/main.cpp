@@ -6,9 +6,9 @@
 #include "cms/configuration.h"
 #include "cms/service.h"
 #include "programs/bus_daemon.h"
-#include "programs/command_line.h"
 #include "programs/paths.h"
 #include "programs/problem_log.h"
+#include "programs/server_main.h"
 #include "programs/settings.h"
 #include "programs/stop_signal.h"
 
@@ -29,38 +29,28 @@ constexpr daemon::Program kProgram = {
     "nothing",
 };
 
-struct Places {
+struct ServerSettings {
   std::string directory;
   std::string factoryFile;
 };
 
-bool ReadPlaces(const daemon::CommandLine &line, daemon::ProblemLog &problems, Places *places) {
-  daemon::Settings settings = daemon::Settings::FromFile(line.settingsPath, line.settingsGiven);
-  places->directory = settings.Text("directory", kDefaultDirectory);
-  places->factoryFile = settings.Text("factory_file", kDefaultFactoryFile);
-  if (!places->directory.starts_with('/')) settings.AddMistake("directory must be an absolute path");
-  if (!places->factoryFile.starts_with('/')) settings.AddMistake("factory_file must be an absolute path");
-  return settings.CheckAndReport(problems);
+ServerSettings ReadSettings(daemon::Settings &settings) {
+  return {settings.Path("directory", kDefaultDirectory), settings.Path("factory_file", kDefaultFactoryFile)};
 }
 
-bool MakeDirectories(const Places &places) {
-  return daemon::MakeDirectory(places.directory, kDirectoryMode) &&
+bool MakeDirectories(const std::string &directory) {
+  return daemon::MakeDirectory(directory, kDirectoryMode) &&
          daemon::MakeDirectory(daemon::ParentOf(ZOR_PATH_KIVA_LIST));
 }
 
-int Main(int count, char **arguments) {
-  const daemon::CommandLine line = daemon::ReadCommandLine(kProgram, count, arguments);
-  if (line.exit) return *line.exit;
-  daemon::ProblemLog problems(kProgram.name);
-  Places places;
-  if (!ReadPlaces(line, problems, &places)) return daemon::kExitSettings;
+int Run(const ServerSettings &settings, daemon::ProblemLog &problems, bool) {
   const daemon::StopSignal stop;
-  if (!MakeDirectories(places)) {
+  if (!MakeDirectories(settings.directory)) {
     problems.PrintErrno("cannot create the directories for saved configurations and the device list");
     return daemon::kExitFailure;
   }
 
-  const Configuration configuration(places.directory, places.factoryFile);
+  const Configuration configuration(settings.directory, settings.factoryFile);
   Service service(configuration, problems);
   if (!service.Register()) {
     problems.Print("out of memory");
@@ -74,5 +64,6 @@ int Main(int count, char **arguments) {
 }  // namespace zor::cms
 
 int main(int count, char **arguments) {
-  return zor::cms::Main(count, arguments);
+  using namespace zor::cms;  // NOLINT(google-build-using-namespace): the program's own names
+  return zor::daemon::ServerMain(kProgram, count, arguments, ReadSettings, Run);
 }

@@ -13,11 +13,11 @@
 #include "mlogserver/circular_log.h"
 #include "mlogserver/server.h"
 #include "mlogserver/stat_table.h"
-#include "programs/command_line.h"
 #include "programs/limits.h"
 #include "programs/local_socket.h"
 #include "programs/paths.h"
 #include "programs/problem_log.h"
+#include "programs/server_main.h"
 #include "programs/settings.h"
 #include "programs/stop_signal.h"
 
@@ -64,18 +64,15 @@ class MutedOutput {
   UniqueFd saved_;
 };
 
-struct Configuration {
+struct ServerSettings {
   std::string logFile;
   size_t maxStatistics;
 };
 
-bool Configure(const daemon::CommandLine &line, daemon::ProblemLog &problems, Configuration *configuration) {
-  daemon::Settings settings = daemon::Settings::FromFile(line.settingsPath, line.settingsGiven);
-  configuration->logFile = settings.Text("log_file", kDefaultLogFile);
-  configuration->maxStatistics = static_cast<size_t>(
-      settings.Number("max_statistics", limits::mlogserver::kStatistics, 1, limits::mlogserver::kMostStatistics));
-  if (!configuration->logFile.starts_with('/')) settings.AddMistake("log_file must be an absolute path");
-  return settings.CheckAndReport(problems);
+ServerSettings ReadSettings(daemon::Settings &settings) {
+  return {settings.Path("log_file", kDefaultLogFile),
+          static_cast<size_t>(settings.Number("max_statistics", limits::mlogserver::kStatistics, 1,
+                                              limits::mlogserver::kMostStatistics))};
 }
 
 bool OpenLog(const std::string &fixedPath, bool muted, CircularLog *log) {
@@ -84,13 +81,7 @@ bool OpenLog(const std::string &fixedPath, bool muted, CircularLog *log) {
   return !path.empty() && daemon::MakeDirectory(daemon::ParentOf(fixedPath)) && log->Open(path);
 }
 
-int Main(int count, char **arguments) {
-  const daemon::CommandLine line = daemon::ReadCommandLine(kProgram, count, arguments);
-  if (line.exit) return *line.exit;
-  daemon::ProblemLog problems(kProgram.name);
-  Configuration configuration;
-  if (!Configure(line, problems, &configuration)) return daemon::kExitSettings;
-
+int Run(const ServerSettings &settings, daemon::ProblemLog &problems, bool verbose) {
   ::umask(kUmask);
   daemon::StopSignal stop;
   if (!stop.valid()) {
@@ -107,13 +98,13 @@ int Main(int count, char **arguments) {
     return code;
   }
   CircularLog log;
-  if (!OpenLog(configuration.logFile, !line.verbose, &log)) {
-    problems.PrintErrno("%s", configuration.logFile.c_str());
+  if (!OpenLog(settings.logFile, !verbose, &log)) {
+    problems.PrintErrno("%s", settings.logFile.c_str());
     return daemon::kExitFailure;
   }
   daemon::SayListening(kProgram, kSocketPath);
-  const MutedOutput output(!line.verbose);
-  StatTable stats(configuration.maxStatistics);
+  const MutedOutput output(!verbose);
+  StatTable stats(settings.maxStatistics);
   return Server(socket.fd(), log, stats, problems).Run(stop);
 }
 
@@ -121,5 +112,6 @@ int Main(int count, char **arguments) {
 }  // namespace zor::mlogserver
 
 int main(int count, char **arguments) {
-  return zor::mlogserver::Main(count, arguments);
+  using namespace zor::mlogserver;  // NOLINT(google-build-using-namespace): the program's own names
+  return zor::daemon::ServerMain(kProgram, count, arguments, ReadSettings, Run);
 }

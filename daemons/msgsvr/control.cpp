@@ -1,20 +1,19 @@
 #include "msgsvr/control.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "msgsvr/control_list.h"
-#include "msgsvr/json.h"
 #include "msgsvr/registration.h"
+#include "programs/json.h"
 #include "programs/limits.h"
+#include "programs/peer.h"
 
 namespace zor::msgsvr {
 namespace {
 
 bool MayControl(const Peer &peer) {
-  return peer.local && (peer.uid == 0 || peer.uid == ::geteuid());
+  return peer.local && daemon::IsOperator(peer.uid);
 }
 
 // The name that the body consists of; nothing if it is malformed.
@@ -97,9 +96,9 @@ Control::ControlReply Control::TraceGet(Client &, Body body) {
   const auto name = NameIn(body);
   if (!name || !name->IsGrantable()) return {ZOR_CONTROL_MALFORMED, {}};
   const TraceSettings trace = TraceSettingsOf(bus_.settings, bus_.traceOverrides, *name);
-  const Json json = TraceToJson({std::string(name->text()), trace.members});
+  const daemon::Json json = TraceToJson({std::string(name->text()), trace.members});
   cJSON_AddStringToObject(json.get(), "source", std::string(trace.source).c_str());
-  std::string text = JsonText(json.get());
+  std::string text = daemon::JsonText(json.get());
   if (text.empty()) return {ZOR_CONTROL_FAILED, {}};
   return {ZOR_CONTROL_OK, std::move(text)};
 }

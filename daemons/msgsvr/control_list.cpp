@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "msgsvr/json.h"
 #include "msgsvr/unread.h"
+#include "programs/json.h"
 #include "programs/limits.h"
 
 namespace zor::msgsvr {
@@ -14,15 +14,11 @@ namespace {
 // Room for the two closing characters. The receiving library rejects a longer text.
 constexpr size_t kMaxText = ZOR_ALLOC_MAX - ZOR_MSG_HEAD_SIZE - 2;
 
-template <typename Number>
-void AddNumber(cJSON *object, const char *name, Number number) {
-  cJSON_AddNumberToObject(object, name, static_cast<double>(number));
-}
-
-void AddText(cJSON *object, const char *name, std::string_view text) {
-  cJSON_AddStringToObject(object, name, CleanText(text).c_str());
-}
-
+using daemon::AddNumber;
+using daemon::AddText;
+using daemon::CleanText;
+using daemon::Json;
+using daemon::JsonText;
 void AddCounters(cJSON *object, const Counters &counters) {
   AddNumber(object, "in", counters.in);
   AddNumber(object, "out", counters.out);
@@ -95,7 +91,7 @@ void AddPendingRequests(cJSON *object, const Bus &bus, const Client &client) {
 std::string ServerText(const Bus &bus) {
   const Json server(cJSON_CreateObject());
   const auto uptime = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - bus.started);
-  cJSON_AddStringToObject(server.get(), "name", "msgsvr");
+  AddText(server.get(), "name", "msgsvr");
   AddNumber(server.get(), "pid", ::getpid());
   AddNumber(server.get(), "uid", ::geteuid());
   AddNumber(server.get(), "uptime_ms", uptime.count());

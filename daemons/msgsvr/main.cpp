@@ -7,10 +7,10 @@
 
 #include "msgsvr/server.h"
 #include "msgsvr/tcp_listener.h"
-#include "programs/command_line.h"
 #include "programs/limits.h"
 #include "programs/local_socket.h"
 #include "programs/paths.h"
+#include "programs/server_main.h"
 #include "programs/stop_signal.h"
 
 namespace {
@@ -78,11 +78,5 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, bool verbo
 }  // namespace
 
 int main(int count, char **arguments) {
-  const daemon::CommandLine line = daemon::ReadCommandLine(kProgram, count, arguments);
-  if (line.exit) return *line.exit;
-  daemon::ProblemLog log(kProgram.name);
-  daemon::Settings file = daemon::Settings::FromFile(line.settingsPath, line.settingsGiven);
-  const msgsvr::BusSettings settings = msgsvr::ReadSettings(file);
-  if (!file.CheckAndReport(log)) return daemon::kExitSettings;
-  return Run(settings, log, line.verbose);
+  return daemon::ServerMain(kProgram, count, arguments, msgsvr::ReadSettings, Run);
 }

@@ -7,7 +7,7 @@ namespace zor::msgsvr {
 void PausedSenders::Add(Client &sender, const Client &reader, Clock::time_point now) {
   if (sender.paused) return;
   sender.paused = true;
-  pausedSenders_.push_back({&sender, &reader, now + limits::msgsvr::kHold});
+  pausedSenders_.push_back({&sender, &reader, now + limits::msgsvr::kSenderPause});
 }
 
 bool PausedSenders::IsOver(const Pause &pause, Clock::time_point now) {

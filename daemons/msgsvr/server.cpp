@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "programs/limits.h"
+#include "programs/peer.h"
 
 namespace zor::msgsvr {
 namespace {
@@ -19,10 +20,9 @@ constexpr std::chrono::milliseconds kPauseCheck{10};
 constexpr int kAcceptsPerTurn = 64;  // peers that connect and disconnect in a loop must not starve the clients
 
 Peer PeerOf(int socket, bool local) {
-  ucred credentials{-1, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
-  socklen_t size = sizeof credentials;
-  if (local) ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size);
-  return {local, credentials.uid, credentials.pid};
+  if (!local) return {false, static_cast<uid_t>(-1), -1};
+  const ucred peer = daemon::PeerOf(socket);
+  return {true, peer.uid, peer.pid};
 }
 
 // Small messages are sent at once, and a board that has lost power is noticed.

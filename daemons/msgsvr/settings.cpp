@@ -149,8 +149,7 @@ BusSettings ReadSettings(daemon::Settings &settings) {
   result.maxClients =
       static_cast<size_t>(settings.Number("max_clients", limits::msgsvr::kClients, 1, limits::msgsvr::kMostClients));
   result.tcp = settings.Text("tcp", "");
-  result.traceOverridesFile = settings.Text("kept_file", "/var/lib/zor/msgsvr.trace");
-  if (!result.traceOverridesFile.starts_with('/')) settings.AddMistake("kept_file must be an absolute path");
+  result.traceOverridesFile = settings.Path("kept_file", "/var/lib/zor/msgsvr.trace");
   ReadRoutes(settings, result);
   ReadPerDaemon(settings, "report.", result.reportSeconds, ParseSeconds);
   ReadPerDaemon(settings, "trace_output.", result.traceOutput, ParseOutput);

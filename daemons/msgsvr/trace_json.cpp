@@ -93,11 +93,11 @@ std::optional<NamedTrace> TraceFromJson(const cJSON *value) {
   return trace;
 }
 
-Json TraceToJson(const NamedTrace &trace) {
-  Json object(cJSON_CreateObject());
+daemon::Json TraceToJson(const NamedTrace &trace) {
+  daemon::Json object(cJSON_CreateObject());
   cJSON_AddStringToObject(object.get(), "name", trace.name.c_str());
   if (trace.members.output) {
-    cJSON_AddStringToObject(object.get(), "output", CleanText(*trace.members.output).c_str());
+    cJSON_AddStringToObject(object.get(), "output", daemon::CleanText(*trace.members.output).c_str());
   }
   if (trace.members.fileKiB) {
     cJSON_AddNumberToObject(object.get(), "file_kib", static_cast<double>(*trace.members.fileKiB));
@@ -105,7 +105,7 @@ Json TraceToJson(const NamedTrace &trace) {
   if (!trace.members.levels) return object;
   cJSON *levels = cJSON_AddObjectToObject(object.get(), "levels");
   for (const TraceLevel &level : *trace.members.levels) {
-    const std::string module = CleanText(level.module.text());
+    const std::string module = daemon::CleanText(level.module.text());
     const std::string_view name = TraceLevelName(level.level);
     if (name.empty()) {
       cJSON_AddNumberToObject(levels, module.c_str(), level.level);

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "msgsvr/json.h"
 #include "msgsvr/settings.h"
+#include "programs/json.h"
 
 namespace zor::msgsvr {
 
@@ -29,7 +29,7 @@ struct NamedTrace {
 std::optional<NamedTrace> TraceFromJson(const cJSON *value);
 
 // An object with the members that are set; null if memory runs out.
-Json TraceToJson(const NamedTrace &trace);
+daemon::Json TraceToJson(const NamedTrace &trace);
 
 }  // namespace zor::msgsvr
 

@@ -26,9 +26,9 @@ TraceMembers Merge(TraceMembers under, const TraceMembers &over) {
 }
 
 // Parses the whole text; null if it is malformed.
-Json Parse(std::string_view text) {
+daemon::Json Parse(std::string_view text) {
   const char *end = nullptr;
-  Json value(cJSON_ParseWithLengthOpts(text.data(), text.size(), &end, 0));
+  daemon::Json value(cJSON_ParseWithLengthOpts(text.data(), text.size(), &end, 0));
   if (value == nullptr) return nullptr;
   const std::string_view rest = text.substr(static_cast<size_t>(end - text.data()));
   return rest.find_first_not_of(" \t\r\n") == rest.npos ? std::move(value) : nullptr;
@@ -38,7 +38,7 @@ Json Parse(std::string_view text) {
 std::optional<std::string> FileText(const std::map<std::string, TraceMembers> &byName) {
   std::string text = "[";
   for (const auto &[name, members] : byName) {
-    const std::string object = JsonText(TraceToJson({name, members}).get());
+    const std::string object = daemon::JsonText(TraceToJson({name, members}).get());
     if (object.empty()) return std::nullopt;
     text += text.size() == 1 ? "\n" : ",\n";
     text += object;
@@ -93,7 +93,8 @@ void TraceOverrides::Load() {
     mayReplaceFile_ = false;
     return log_.PrintErrno("%s: cannot be read, will not be replaced", fixedPath_.c_str());
   }
-  const Json array(length <= limits::msgsvr::kKeptFile ? Parse({static_cast<const char *>(block), length}) : nullptr);
+  const daemon::Json array(
+      length <= limits::msgsvr::kTraceOverridesFile ? Parse({static_cast<const char *>(block), length}) : nullptr);
   ByName found;
   bool intact = cJSON_IsArray(array.get()) != 0;
   const cJSON *item = nullptr;

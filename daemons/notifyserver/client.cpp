@@ -7,19 +7,12 @@
 #include <cstring>
 #include <utility>
 
+#include "programs/peer.h"
 namespace zor::notifyserver {
 namespace {
 
 // An input buffer that has grown for a long frame is released after it.
 constexpr size_t kKeptInputBytes = 4096;
-
-// An unknown user must not be taken for user 0.
-ucred PeerOf(int socket) {
-  ucred credentials = {};
-  socklen_t size = sizeof credentials;
-  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0) return credentials;
-  return {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
-}
 
 }  // namespace
 
@@ -27,7 +20,7 @@ Client::Client(UniqueFd socket, daemon::EventPoll &poll, std::vector<Client *> &
     : socket_(std::move(socket)),
       poll_(poll),
       endedClients_(ended),
-      peer_(PeerOf(socket_.get())),
+      peer_(daemon::PeerOf(socket_.get())),
       output_(limits.queueBytes) {}
 
 std::string Client::Label() const {

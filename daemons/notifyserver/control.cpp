@@ -5,42 +5,48 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
+#include "programs/json.h"
 #include "programs/limits.h"
+#include "programs/peer.h"
 
 namespace zor::notifyserver {
 namespace {
 
-bool MayAsk(const Client &client) {
-  return client.peer().uid == 0 || client.peer().uid == ::geteuid();
+using daemon::AddNumber;
+using daemon::AddText;
+
+void AddUnread(cJSON *object, const Client::Unread &unread) {
+  cJSON *waiting = cJSON_AddObjectToObject(object, "waiting");
+  AddNumber(waiting, "bytes", unread.bytes);
+  AddNumber(waiting, "messages", unread.messages);
+  AddNumber(waiting, "socket", unread.socket);
 }
 
-std::string Member(const char *name, uint64_t value) {
-  return '"' + std::string(name) + "\":" + std::to_string(value);
-}
-
-std::string CountsText(const Client::Counts &counts) {
-  return Member("in", counts.in) + "," + Member("out", counts.out) + "," + Member("dropped", counts.dropped);
-}
-
-std::string UnreadText(const Client::Unread &unread) {
-  return R"("waiting":{)" + Member("bytes", unread.bytes) + "," + Member("messages", unread.messages) + "," +
-         Member("socket", unread.socket) + "}";
-}
-
-std::string PendingText(const std::deque<Request> &requests) {
-  std::string text;
+void AddPendingRequests(cJSON *object, const std::deque<Request> &requests) {
+  cJSON *array = cJSON_AddArrayToObject(object, "pending");
   for (const Request &request : requests) {
-    text += (text.empty() ? "{" : ",{") + Member("to", request.module) + "," + Member("type", request.type) + "," +
-            Member("sequence", request.sequence) + "}";
+    cJSON *item = cJSON_CreateObject();
+    AddNumber(item, "to", request.module);
+    AddNumber(item, "type", request.type);
+    AddNumber(item, "sequence", request.sequence);
+    cJSON_AddItemToArray(array, item);
   }
-  return R"("pending":[)" + text + "]";
 }
 
 std::string ClientText(const Client &client) {
-  return "{" + Member("module", client.mid) + "," + Member("pid", static_cast<uint64_t>(client.peer().pid)) + "," +
-         Member("uid", client.peer().uid) + "," + Member("since", static_cast<uint64_t>(client.since)) + "," +
-         CountsText(client.counts) + "," + UnreadText(client.unread()) + "," + PendingText(client.requests) + "}";
+  const daemon::Json json(cJSON_CreateObject());
+  AddNumber(json.get(), "module", client.mid);
+  AddNumber(json.get(), "pid", client.peer().pid);
+  AddNumber(json.get(), "uid", client.peer().uid);
+  AddNumber(json.get(), "since", client.since);
+  AddNumber(json.get(), "in", client.counts.in);
+  AddNumber(json.get(), "out", client.counts.out);
+  AddNumber(json.get(), "dropped", client.counts.dropped);
+  AddUnread(json.get(), client.unread());
+  AddPendingRequests(json.get(), client.requests);
+  return daemon::JsonText(json.get());
 }
 
 }  // namespace
@@ -53,17 +59,13 @@ bool Control::IsRequest(const Frame &frame) {
 void Control::Reply(Client &from, const Frame &request) const {
   uint32_t result = ZOR_CONTROL_OK;
   std::string text;
-  if (!MayAsk(from)) {
+  if (!daemon::IsOperator(from.peer().uid)) {
     result = ZOR_CONTROL_REFUSED;
   } else if (request.head.msg_type != ZOR_NOTIFY_CONTROL_LIST) {
     result = ZOR_CONTROL_UNKNOWN;
   } else {
     text = List();
-  }
-  const size_t room = limits_.queueBytes - limits::notifyserver::kQueueOverhead;
-  if (text.size() > std::min<size_t>(room, ZOR_NOTIFY_DATA_MAX - sizeof result)) {
-    result = ZOR_CONTROL_FAILED;
-    text.clear();
+    if (text.empty()) result = ZOR_CONTROL_FAILED;
   }
   ZOR_NOTIFY_MSG head = ReplyHead(request.head.msg_type, request.head.seq, ZOR_NOTIFY_MID_SERVER, from.mid);
   head.data_len = static_cast<uint32_t>(sizeof result + text.size());
@@ -74,18 +76,37 @@ void Control::Reply(Client &from, const Frame &request) const {
   from.Deliver(bytes);
 }
 
-std::string Control::List() const {
+std::string Control::ServerText() const {
   using std::chrono::milliseconds;
   const auto uptime = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start_);
-  std::string clients;
-  size_t count = 0;
+  size_t clients = 0;
+  for (const auto &module : modules_) clients += module.size();
+  const daemon::Json server(cJSON_CreateObject());
+  AddText(server.get(), "name", "notifyserver");
+  AddNumber(server.get(), "pid", ::getpid());
+  AddNumber(server.get(), "uid", ::geteuid());
+  AddNumber(server.get(), "uptime_ms", uptime.count());
+  AddNumber(server.get(), "clients", clients);
+  AddNumber(server.get(), "max_clients", limits_.maxClients);
+  AddNumber(server.get(), "queue_bytes", limits_.queueBytes);
+  return daemon::JsonText(server.get());
+}
+
+// Converts one client at a time: a tree of all clients would take many times the memory of the text.
+std::string Control::List() const {
+  const size_t room = limits_.queueBytes - limits::notifyserver::kQueueOverhead;
+  const size_t maxText = std::min<size_t>(room, ZOR_NOTIFY_DATA_MAX - sizeof(uint32_t));
+  std::string text = "{\"server\":" + ServerText() + ",\"clients\":[";
+  const char *separator = "";
   for (const auto &module : modules_) {
-    for (const Client *client : module) clients += (count++ == 0 ? "" : ",") + ClientText(*client);
+    for (const Client *client : module) {
+      const std::string entry = ClientText(*client);
+      if (entry.empty()) return {};
+      text += std::exchange(separator, ",") + entry;
+    }
   }
-  return R"({"server":{"name":"notifyserver",)" + Member("pid", static_cast<uint64_t>(::getpid())) + "," +
-         Member("uid", ::geteuid()) + "," + Member("uptime_ms", static_cast<uint64_t>(uptime.count())) + "," +
-         Member("clients", count) + "," + Member("max_clients", limits_.maxClients) + "," +
-         Member("queue_bytes", limits_.queueBytes) + R"(},"clients":[)" + clients + "]}";
+  text += "]}";
+  return text.size() > maxText ? std::string() : text;
 }
 
 }  // namespace zor::notifyserver

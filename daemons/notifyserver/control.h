@@ -28,6 +28,8 @@ class Control {
   void Reply(Client &from, const Frame &request) const;
 
  private:
+  std::string ServerText() const;
+  // The server and its clients as JSON; empty if memory runs out or the text does not fit a reply.
   std::string List() const;
 
   const Limits limits_;

@@ -3,9 +3,9 @@
 #include <zor/paths.h>
 
 #include "notifyserver/server.h"
-#include "programs/command_line.h"
 #include "programs/limits.h"
 #include "programs/problem_log.h"
+#include "programs/server_main.h"
 #include "programs/settings.h"
 
 namespace {
@@ -36,19 +36,16 @@ Limits ReadLimits(zor::daemon::Settings &settings) {
   return limits;
 }
 
-}  // namespace
-
-int main(int count, char **arguments) {
-  const auto line = zor::daemon::ReadCommandLine(kProgram, count, arguments);
-  if (line.exit) return *line.exit;
-  zor::daemon::ProblemLog log(kProgram.name);
-  auto settings = zor::daemon::Settings::FromFile(line.settingsPath, line.settingsGiven);
-  const Limits limits = ReadLimits(settings);
-  if (!settings.CheckAndReport(log)) return zor::daemon::kExitSettings;
-
-  zor::notifyserver::Server server(limits, log, line.verbose);
+int Run(const Limits &limits, zor::daemon::ProblemLog &log, bool verbose) {
+  zor::notifyserver::Server server(limits, log, verbose);
   if (const auto code = server.Open(); code != zor::daemon::kExitOk) return code;
   zor::daemon::SayListening(kProgram, ZOR_PATH_NOTIFY_SERVER);
   server.Run();
   return zor::daemon::kExitOk;
+}
+
+}  // namespace
+
+int main(int count, char **arguments) {
+  return zor::daemon::ServerMain(kProgram, count, arguments, ReadLimits, Run);
 }

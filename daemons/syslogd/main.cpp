@@ -4,10 +4,10 @@
 #include <zor/uv_timer.h>
 
 #include "programs/bus_daemon.h"
-#include "programs/command_line.h"
 #include "programs/limits.h"
 #include "programs/paths.h"
 #include "programs/problem_log.h"
+#include "programs/server_main.h"
 #include "programs/settings.h"
 #include "programs/stop_signal.h"
 #include "syslogd/forwarder.h"
@@ -32,34 +32,33 @@ constexpr daemon::Program kProgram = {
 // Records contain user names and addresses: not every user may read them.
 constexpr mode_t kUmask = 0027;
 
-struct Configuration {
+struct ServerSettings {
   std::string logFile;
   std::uint32_t maxRecords;
   std::uint32_t flushMs;
   LogService::Options service;
 };
 
-bool Configure(const daemon::CommandLine &line, daemon::ProblemLog &problems, Configuration *configuration) {
-  daemon::Settings settings = daemon::Settings::FromFile(line.settingsPath, line.settingsGiven);
+ServerSettings ReadSettings(daemon::Settings &settings) {
   const auto number = [&settings](const char *key, std::uint32_t fallback, std::uint32_t least, std::uint32_t most) {
     return static_cast<std::uint32_t>(settings.Number(key, fallback, least, most));
   };
-  configuration->logFile = settings.Text("log_file", "/online/log/syslog.db");
-  configuration->maxRecords = number("max_records", limits::syslogd::kRecords, 1, limits::syslogd::kMostRecords);
-  configuration->flushMs =
+  ServerSettings result;
+  result.logFile = settings.Path("log_file", "/online/log/syslog.db");
+  result.maxRecords = number("max_records", limits::syslogd::kRecords, 1, limits::syslogd::kMostRecords);
+  result.flushMs =
       number("flush_seconds", limits::syslogd::kFlushSeconds, 1, limits::syslogd::kMostFlushSeconds) * 1000;
-  configuration->service.queryDirectory = settings.Text("query_directory", "/var/syslog");
-  configuration->service.language = number("language", 0, 0, 1);
-  if (!configuration->logFile.starts_with('/')) settings.AddMistake("log_file must be an absolute path");
-  const std::string &directory = configuration->service.queryDirectory;
+  result.service.queryDirectory = settings.Text("query_directory", "/var/syslog");
+  result.service.language = number("language", 0, 0, 1);
+  const std::string &directory = result.service.queryDirectory;
   if (!directory.starts_with('/') || directory.ends_with('/')) {
     settings.AddMistake("query_directory must be an absolute path without a slash at its end");
   }
-  return settings.CheckAndReport(problems);
+  return result;
 }
 
-bool MakeDirectories(const Configuration &configuration, daemon::ProblemLog &problems) {
-  for (const std::string &path : {daemon::ParentOf(configuration.logFile), configuration.service.queryDirectory}) {
+bool MakeDirectories(const ServerSettings &settings, daemon::ProblemLog &problems) {
+  for (const std::string &path : {daemon::ParentOf(settings.logFile), settings.service.queryDirectory}) {
     if (daemon::MakeDirectory(path)) continue;
     problems.PrintErrno("%s", path.c_str());
     return false;
@@ -71,23 +70,18 @@ void CommitStore(void *store) {
   static_cast<LogStore *>(store)->Commit();
 }
 
-int Main(int count, char **arguments) {
-  const daemon::CommandLine line = daemon::ReadCommandLine(kProgram, count, arguments);
-  if (line.exit) return *line.exit;
-  daemon::ProblemLog problems(kProgram.name);
-  Configuration configuration;
-  if (!Configure(line, problems, &configuration)) return daemon::kExitSettings;
-
+int Run(const ServerSettings &settings, daemon::ProblemLog &problems, bool verbose) {
   ::umask(kUmask);
   const daemon::StopSignal stop;
-  LogStore store(configuration.maxRecords, problems);
-  if (!MakeDirectories(configuration, problems) || !store.Open(daemon::FixedPath(configuration.logFile))) {
+  LogStore store(settings.maxRecords, problems);
+  if (!MakeDirectories(settings, problems) || !store.Open(daemon::FixedPath(settings.logFile))) {
     return daemon::kExitFailure;
   }
-  Forwarder forwarder(configuration.service.language, problems);
-  configuration.service.verbose = line.verbose;
-  LogService service(configuration.service, store, forwarder, problems);
-  if (!service.Register() || ZOR_UTIL_TimerAdd(configuration.flushMs, 0, CommitStore, &store) == nullptr) {
+  Forwarder forwarder(settings.service.language, problems);
+  LogService::Options options = settings.service;
+  options.verbose = verbose;
+  LogService service(options, store, forwarder, problems);
+  if (!service.Register() || ZOR_UTIL_TimerAdd(settings.flushMs, 0, CommitStore, &store) == nullptr) {
     problems.Print("out of memory");
     return daemon::kExitFailure;
   }
@@ -99,5 +93,6 @@ int Main(int count, char **arguments) {
 }  // namespace zor::syslogd
 
 int main(int count, char **arguments) {
-  return zor::syslogd::Main(count, arguments);
+  using namespace zor::syslogd;  // NOLINT(google-build-using-namespace): the program's own names
+  return zor::daemon::ServerMain(kProgram, count, arguments, ReadSettings, Run);
 }

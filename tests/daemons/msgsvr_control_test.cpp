@@ -2,14 +2,14 @@
 #include <sys/stat.h>
 #include <zor/control_wire.h>
 
-#include "msgsvr/json.h"
+#include "programs/json.h"
 #include "msgsvr/unread.h"
 #include "msgsvr_fixture.h"
 
 namespace zor::test {
 namespace {
 
-using msgsvr::Json;
+using daemon::Json;
 
 const std::string kKilobyte(1000, 'x');
 

@@ -1,10 +1,10 @@
-#include "msgsvr/json.h"
+#include "programs/json.h"
 
 #include <algorithm>
 
 #include "common/utf8.h"
 
-namespace zor::msgsvr {
+namespace zor::daemon {
 namespace {
 
 struct TextDeleter {
@@ -35,4 +35,8 @@ std::string CleanText(std::string_view text) {
   return clean;
 }
 
-}  // namespace zor::msgsvr
+void AddText(cJSON *object, const char *name, std::string_view text) {
+  cJSON_AddStringToObject(object, name, CleanText(text).c_str());
+}
+
+}  // namespace zor::daemon
