@@ -14,7 +14,7 @@ namespace zor::limits {
 
 // [bytes] Settings file: the server does not start.
 inline constexpr std::uint32_t kSettingsFile = 1u << 20;
-// [lines] Lines on standard error in a burst, then one a second: left out and counted.
+// [lines] Lines on standard error in a burst, then one per second: left out and counted.
 inline constexpr int kProblemBurst = 20;
 // [descriptors] Descriptors that one client leaves unread: the client is cut off.
 inline constexpr std::size_t kUnreadDescriptors = 16;  // scarcer than memory
@@ -30,29 +30,29 @@ inline constexpr std::size_t kMostQueueBytes = 64u << 20;
 // [connections] Connections at one time (setting max_clients): further ones are turned away.
 inline constexpr std::size_t kClients = 256;
 inline constexpr std::size_t kMostClients = 65536;
-// [ms] Time that the sender to a slow reader is held back: it resumes.
+// [ms] Time for which the sender to a slow reader is paused: it is read again.
 inline constexpr std::chrono::milliseconds kSenderPause{200};
 // [bytes] Restful patterns of one client: not registered.
 inline constexpr std::size_t kPatternBytes = 16384;
-// [bytes] Request to the server that comes in a file: the rest is not read.
+// [bytes] Request to the server in a body file: the rest is ignored.
 inline constexpr std::size_t kRequestInFile = 8192;
-// [names] Names with a subscription that another client asked for: no subscription.
+// [names] Names with subscriptions made by other daemons: a further one is refused.
 inline constexpr std::size_t kSubscribedNames = 1024;
-// [posts] Barrier posts without a waiting client: the oldest is forgotten.
+// [posts] Barrier posts without a waiter: the oldest is forgotten.
 inline constexpr std::size_t kBarrierPosts = 256;
-// [periods] Missed periods of a daemon's reports: a log line names it.
+// [periods] Missed periods of a daemon's reports: the log names it.
 inline constexpr int kMissedReports = 3;
 // [settings] Trace levels of one daemon: a mistake in the settings.
 inline constexpr std::size_t kTraceLevels = 64;  // so that the registration reply stays short
-// [names] Names with trace settings that operators have made: refused.
+// [names] Names with trace overrides: a further one is refused.
 inline constexpr std::size_t kTraceNames = 256;
-// [requests] Unanswered requests of one client that operators are shown: the oldest is forgotten.
+// [requests] Pending requests of one client in a list for operators: the oldest is forgotten.
 inline constexpr std::size_t kPendingRequests = 16;
-// [messages] Unread messages of one client whose number and age operators are shown: a lower bound.
+// [messages] Unread messages of one client whose number and age are known: a lower bound is shown.
 inline constexpr std::size_t kDeliveries = 32;
-// [bytes] Restful patterns of one client that operators are shown: "..." in their place.
+// [bytes] Restful patterns of one client in a list for operators: "..." instead of the rest.
 inline constexpr std::size_t kListedPatternBytes = 4096;
-// [names] Names of daemons that were cut off, with what they lost: a further one's loss is not shown.
+// [names] Names of daemons that were cut off, with the number of lost messages: those of a further one are not shown.
 inline constexpr std::size_t kLossNames = 256;
 inline constexpr std::uint64_t kLeastTraceFileKiB = 1024;       // daemons ignore less
 inline constexpr std::size_t kControlInFile = 16384;            // sets all trace levels of a daemon
@@ -74,7 +74,7 @@ inline constexpr std::size_t kQueueOverhead = 4096;  // a header, and what it co
 inline constexpr std::size_t kLeastDataBytes = 64;
 // [bytes] Data that a client sends before it has registered: the client is cut off.
 inline constexpr std::size_t kRegistration = 64;
-// [requests] Requests of one client without a reply yet: the oldest gets an empty reply.
+// [requests] Pending requests of one client: the oldest gets an empty reply.
 inline constexpr std::size_t kRequests = 64;  // the library waits for one at a time in each process
 
 }  // namespace notifyserver
@@ -93,7 +93,7 @@ namespace cms {
 
 // The configuration daemon.
 
-// [clients] Clients that have named a user for an export and not asked for it: all of them must name it again.
+// [clients] Clients that have named a user for an export and not requested it: all of them must name it again.
 inline constexpr std::size_t kExportUsers = 64;
 
 }  // namespace cms
@@ -102,16 +102,16 @@ namespace syslogd {
 
 // The log daemon.
 
-// [records] Records that are kept (setting max_records): the oldest goes.
+// [records] Records in the log (setting max_records): the oldest is deleted.
 inline constexpr std::uint32_t kRecords = 2000;
 inline constexpr std::uint32_t kMostRecords = 20000;
-// [records] Records waiting to be written: written at once.
+// [records] Records not yet written: written at once.
 inline constexpr std::uint32_t kUnwrittenRecords = 64;
-// [s] Time that a record waits to be written (setting flush_seconds): written.
+// [s] Time before a record is written (setting flush_seconds): written.
 inline constexpr std::uint32_t kFlushSeconds = 10;
 inline constexpr std::uint32_t kMostFlushSeconds = 3600;
-// [ms] Wait for the file while another process uses it: the record is lost; a log line.
-inline constexpr int kBusyMs = 500;  // an operator with a shell; senders wait ten times as long
+// [ms] Wait for the file while another process uses it: the record is dropped; a log line.
+inline constexpr int kBusyMs = 500;  // another process is a user's shell; senders wait ten times as long
 
 }  // namespace syslogd
 }  // namespace zor::limits

@@ -1,6 +1,7 @@
 #include "msgsvr/settings.h"
 
 #include <zor/kiva_wire.h>
+#include <zor/trace.h>
 
 #include <algorithm>
 #include <array>
@@ -44,8 +45,15 @@ struct LevelName {
   uint32_t level;
 };
 
-constexpr auto kLevelNames = std::to_array<LevelName>(
-    {{"none", 0}, {"fatal", 1}, {"error", 2}, {"warning", 4}, {"info", 8}, {"debug", 16}, {"all", 16}});
+constexpr auto kLevelNames = std::to_array<LevelName>({
+    {"none", ZOR_TRACE_NONE},
+    {"fatal", ZOR_TRACE_FATAL},
+    {"error", ZOR_TRACE_ERROR},
+    {"warning", ZOR_TRACE_WARNING},
+    {"info", ZOR_TRACE_INFO},
+    {"debug", ZOR_TRACE_DEBUG},
+    {"all", ZOR_TRACE_DEBUG},
+});
 
 bool ParseWord(std::string_view text, uint32_t *word, uint64_t most = UINT32_MAX) {
   uint64_t number;

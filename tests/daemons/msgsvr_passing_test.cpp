@@ -114,7 +114,7 @@ TEST_F(MsgsvrTest, PassesADescriptorToTheReceiverOfTheLatestMessageWhereverTheRe
   }
 }
 
-TEST_F(MsgsvrTest, ClosesDescriptorsThatNobodyTakesAndEndsClientsThatSendThemOutOfPlace) {
+TEST_F(MsgsvrTest, ClosesDescriptorsWithoutAReceiverAndEndsClientsThatSendThemOutOfPlace) {
   const std::string header = MakeMessage(kType, "", "nobody", 0, "body").Bytes();
   const struct {
     std::string bytes;

@@ -41,7 +41,7 @@ std::string Garbage(std::mt19937 &random) {
   return bytes + noise(1000);
 }
 
-TEST_F(MsgsvrTest, EndsAClientWithAMalformedFrameAndNobodyElse) {
+TEST_F(MsgsvrTest, EndsAClientWithAMalformedFrameAndNoOther) {
   for (const uint32_t length : {0u, 2049u, 0x200001u, 0x8000001u, 0xffffffffu}) {
     const WireClient client = Client("bad");
     Message message = MakeMessage(kType, "", length == 0 ? "twelve_chars" : "receiver");
