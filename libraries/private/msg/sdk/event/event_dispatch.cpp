@@ -7,6 +7,7 @@
 
 #include "base/alloc.h"
 #include "base/list.h"
+#include "sdk/msgapi/event_hook.h"
 
 namespace zor {
 namespace {
@@ -52,11 +53,13 @@ uint32_t ZOR_EVT_SubscribeSingelEventCallBack(uint32_t type, ZOR_EVT_CALLBACK ca
   entry->type = type;
   entry->callback = callback;
   zor::Append(zor::subscriptions, entry.release());
+  zor::SetEventProc(ZOR_Evt_SubMsgProc);
   return ZOR_OK;
 }
 
 void ZOR_EVT_SubscribeAllEventCallBack(ZOR_EVT_CALLBACK callback) {
   zor::allEventsCallback = callback;
+  zor::SetEventProc(ZOR_Evt_SubMsgProc);
 }
 
 void ZOR_Evt_SubMsgProc(ZOR_MSG_HEAD *msg) {

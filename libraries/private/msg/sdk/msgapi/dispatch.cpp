@@ -3,7 +3,6 @@
 // built-in rule that applies.
 #include <zor/msg_dispatch.h>
 
-#include <zor/event.h>
 #include <zor/msg_bus.h>
 #include <zor/sockbase.h>
 #include <zor/trace.h>
@@ -14,6 +13,7 @@
 
 #include "base/text.h"
 #include "message/context.h"
+#include "sdk/msgapi/event_hook.h"
 #include "sdk/msgapi/handler_table.h"
 #include "sdk/msgapi/safe_exit.h"
 #include "trace/message_track.h"
@@ -22,6 +22,8 @@ namespace zor {
 namespace {
 
 constexpr char kTraceLabel[] = "msgapi";
+
+constinit EventProc eventProc = nullptr;
 
 struct BuiltInRule {
   bool (*applies)(const ZOR_MSG_HEAD &msg);
@@ -33,8 +35,12 @@ bool IsEvent(const ZOR_MSG_HEAD &msg) {
   return type >= ZOR_MSG_EVENT_FIRST && type <= ZOR_MSG_EVENT_LAST;
 }
 
+void PassEventOn(ZOR_MSG_HEAD &msg) {
+  if (eventProc != nullptr) eventProc(&msg);
+}
+
 constexpr std::array kBuiltInRules = {
-    BuiltInRule{IsEvent, [](ZOR_MSG_HEAD &msg) { ZOR_Evt_SubMsgProc(&msg); }},
+    BuiltInRule{IsEvent, PassEventOn},
     BuiltInRule{IsSafeExitRequest, SafeExit},
 };
 
@@ -79,6 +85,11 @@ bool RunHandlers(ZOR_MSG_HEAD *msg, const ZOR_MSG_HEAD &request) {
 }
 
 }  // namespace
+
+void SetEventProc(EventProc proc) noexcept {
+  eventProc = proc;
+}
+
 }  // namespace zor
 
 void ZOR_MSG_RegisterMsgProc(ZOR_MSG_PROC proc) {
