@@ -2,9 +2,9 @@
 #include <sys/stat.h>
 #include <zor/control_wire.h>
 
-#include "programs/json.h"
 #include "msgsvr/unread.h"
 #include "msgsvr_fixture.h"
+#include "programs/json.h"
 
 namespace zor::test {
 namespace {
