@@ -4,8 +4,6 @@
 
 #include <zor/msg_wire.h>
 
-#include <array>
-#include <bitset>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -14,26 +12,6 @@
 namespace zor::msgsvr {
 
 struct Client;
-
-// A path, made ready to be matched with many patterns: "?" is any one character, "*" any run within one path element,
-// "**" any run at all. The time is bounded by the length of the pattern, whatever it says.
-class RestfulPath {
- public:
-  static constexpr size_t kMaxSize = 2 * ZOR_MSG_RESTFUL_NAME_SIZE - 1;  // a prefix, a slash and a name
-
-  // Takes kMaxSize characters at most.
-  explicit RestfulPath(std::string_view text);
-
-  bool Matches(std::string_view pattern) const;
-  bool MatchesOneOf(std::string_view patternList) const;
-
- private:
-  using Positions = std::bitset<kMaxSize + 1>;
-
-  std::array<Positions, 256> of_;  // of each character
-  Positions any_;                  // of all characters
-  size_t end_;
-};
 
 class RestfulPatterns {
  public:

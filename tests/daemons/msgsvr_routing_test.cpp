@@ -2,7 +2,6 @@
 #include <cstring>
 #include <vector>
 
-#include "msgsvr/restful.h"
 #include "msgsvr_fixture.h"
 
 namespace zor::test {
@@ -110,35 +109,6 @@ TEST_F(MsgsvrTest, RoutesRestfulRequestsByThePathOrThePrefixAlone) {
   for (const Message &lost : {Restful("/none", "get"), Restful("/api/exact", longest + "x"),
                               Restful("/api/exact", "get", ZOR_MSG_RESTFUL_HEAD_SIZE - 1)}) {
     EXPECT_TRUE(IsNotice(sender_.Ask(lost), ZOR_MSG_RESTFUL_REQUEST));
-  }
-}
-
-TEST(RestfulPath, MatchesLikeTheLibrary) {
-  std::string endless;
-  for (int i = 0; i < 500; ++i) endless += "*a";
-  const struct {
-    std::string list, path;
-    bool matches;
-  } cases[] = {
-      {"/api/*|/dev/**", "/dev/a/b", true},
-      {"/api/*", "/api/a/b", false},
-      {"/a?c", "/a/c", true},
-      {"/a?", "/a", false},
-      {"/", "", false},
-      {"/a|", "", true},
-      {"*", "", true},
-      {"***", "/a/b", true},
-      {"/*/c", "/ab/c", true},
-      {"/*/c", "/a/b/c", false},
-      {"/**/c", "/a/b/c", true},
-      {"/a*", "/a", true},
-      {"*a*b", "aab", true},
-      {"/a", "/ab", false},
-      {"**x", std::string(126, 'a') + 'x', true},
-      {endless, std::string(127, 'a'), false},
-  };
-  for (const auto &[list, path, matches] : cases) {
-    EXPECT_EQ(msgsvr::RestfulPath(path).MatchesOneOf(list), matches) << list << ' ' << path;
   }
 }
 

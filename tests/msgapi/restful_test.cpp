@@ -1,10 +1,13 @@
 #include <gmock/gmock.h>
 #include <zor/msg.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/capture.h"
@@ -131,6 +134,43 @@ TEST(PathPattern, Matches) {
     for (const char *path : each.miss) EXPECT_EQ(ZOR_UTIL_MatchPrefixPath(each.patterns, path), 0u) << each.patterns;
   }
   EXPECT_EQ(ZOR_UTIL_MatchPrefixPath(nullptr, "/a"), 0u);
+}
+
+// What a pattern means, in as few words as possible.
+bool Backtracks(std::string_view pattern, std::string_view path) {
+  if (pattern.empty()) return path.empty();
+  if (pattern.front() != '*') {
+    return !path.empty() && (pattern.front() == '?' || pattern.front() == path.front()) &&
+           Backtracks(pattern.substr(1), path.substr(1));
+  }
+  const bool any = pattern.starts_with("**");
+  const std::size_t run = any ? path.size() : std::min(path.find('/'), path.size());
+  for (std::size_t length = 0; length <= run; ++length) {
+    if (Backtracks(pattern.substr(any ? 2 : 1), path.substr(length))) return true;
+  }
+  return false;
+}
+
+TEST(PathPattern, MatchesWhatBacktrackingWouldFind) {
+  std::mt19937 random(1);
+  const auto text = [&](std::string_view characters, std::size_t length) {
+    std::string result;
+    for (std::size_t each = random() % length; each > 0; --each) result += characters[random() % characters.size()];
+    return result;
+  };
+  int matches = 0;
+  for (int round = 0; round < 5000; ++round) {
+    std::string pattern = text("ab/*?*", 9), path = text("ab/", 9);
+    if (round % 2 == 0) {  // positions behind a multiple of the word size
+      const std::string start(58 + random() % 8, 'a');
+      pattern.insert(0, round % 4 == 0 ? start : "*");
+      path.insert(0, start);
+    }
+    const bool expected = Backtracks(pattern, path);
+    matches += expected;
+    ASSERT_EQ(ZOR_UTIL_MatchPrefixPath(pattern.c_str(), path.c_str()), expected) << pattern << ' ' << path;
+  }
+  EXPECT_GT(matches, 100);
 }
 
 TEST(PathPattern, MatchesInBoundedTimeWhereBacktrackingWouldNotEnd) {
