@@ -11,17 +11,18 @@
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/message/msg_watcher.h"
 #include "sdk/msgapi/body_file.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
 
 std::uint32_t FixUpHeader(ZOR_MSG_HEAD *header, std::uint32_t *bodyInFile) {
   *bodyInFile = FixUpReceivedHeader(*header, g_stMsgCtx);
-  ZOR_TRACE_PrintInfo("bus_watcher.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-                      "recvd msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] on board %d with "
-                      "flags 0x%x ...",
-                      header->type, g_stMsgCtx.appName, header->data, header->bodyLength, header->destination,
-                      header->source, PeerBoard(g_stMsgCtx), g_stMsgCtx.flags);
+  Trace("msg", ZOR_TRACE_INFO,
+        "recvd msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] on board %d with "
+        "flags 0x%x ...",
+        header->type, g_stMsgCtx.appName, header->data, header->bodyLength, header->destination, header->source,
+        PeerBoard(g_stMsgCtx), g_stMsgCtx.flags);
   return header->bodyLength;
 }
 

@@ -17,6 +17,7 @@
 #include "sdk/msgapi/handler_table.h"
 #include "sdk/msgapi/safe_exit.h"
 #include "trace/message_track.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
@@ -53,11 +54,11 @@ void RunBuiltInRule(ZOR_MSG_HEAD &msg) {
 void TraceMatch(const HandlerEntry &entry, const ZOR_MSG_HEAD &head) {
   const auto *function = entry.proc != nullptr ? reinterpret_cast<const void *>(entry.proc)
                                                : reinterpret_cast<const void *>(entry.syncProc);
-  ZOR_TRACE_PrintInfo("dispatch.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-                      "Match msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] with function %p "
-                      "[%s].",
-                      head.type, g_stMsgCtx.appName, head.data, head.bodyLength, head.destination, head.source,
-                      function, kTraceLabel);
+  Trace("msg", ZOR_TRACE_INFO,
+        "Match msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] with function %p "
+        "[%s].",
+        head.type, g_stMsgCtx.appName, head.data, head.bodyLength, head.destination, head.source, function,
+        kTraceLabel);
 }
 
 // A handler that writes its reply into the request's own block returns the request, which it does not own.
@@ -116,8 +117,8 @@ void ZOR_MSG_DefaultMsgProc(ZOR_MSG_HEAD *msg, uint32_t) {
   if (msg == nullptr) return;
   const ZOR_MSG_HEAD head = *msg;
   const bool handled = zor::RunHandlers(msg, head);
-  ZOR_TRACE_PrintInfo("dispatch.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-                      "Process msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] finished.",
-                      head.type, g_stMsgCtx.appName, head.data, head.bodyLength, head.destination, head.source);
+  zor::Trace("msg", ZOR_TRACE_INFO,
+             "Process msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] finished.", head.type,
+             g_stMsgCtx.appName, head.data, head.bodyLength, head.destination, head.source);
   if (!handled) zor::RunBuiltInRule(*msg);
 }

@@ -8,6 +8,7 @@
 
 #include "base/list.h"
 #include "message/context.h"
+#include "trace/trace_line.h"
 
 namespace {
 
@@ -48,14 +49,14 @@ namespace zor {
 void DrainPending(UvIdle *, std::uint32_t) {
   const std::uint32_t queued = ZOR_UTIL_ListGetCount(&g_stMsgCtx.pending);
   if (queued == 0) return;
-  ZOR_TRACE_PrintInfo("queue.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO, "Clear %d messages in queue now ...", queued);
+  Trace("msg", ZOR_TRACE_INFO, "Clear %d messages in queue now ...", queued);
   std::uint32_t handled = 0;
   // The head is read afresh each time: a handler may queue more, destroy the bus or run a loop that drains the rest.
   while (const MessagePtr msg = TakeFirst(g_stMsgCtx.pending)) {
     ZOR_MSG_MsgFilterProc(msg.get(), 0);
     ++handled;
   }
-  ZOR_TRACE_PrintInfo("queue.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO, "Clear %d messages in queue finished.", handled);
+  Trace("msg", ZOR_TRACE_INFO, "Clear %d messages in queue finished.", handled);
 }
 
 }  // namespace zor

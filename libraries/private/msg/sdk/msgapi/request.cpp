@@ -22,6 +22,7 @@
 #include "base/text.h"
 #include "message/context.h"
 #include "sdk/msgapi/bus_watcher.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
@@ -72,10 +73,9 @@ std::uint32_t ReceiveWithin(std::uint32_t &remainingMs, MessagePtr &message) {
 bool SetAside(MessagePtr message) {
   const ZOR_MSG_HEAD &msg = *message;
   const std::uint32_t status = ZOR_MSG_QueueAppend(&g_stMsgCtx.pending, message.get());
-  ZOR_TRACE_PrintInfo(
-      "request.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-      "Backup not matched msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] return %x.", msg.type,
-      g_stMsgCtx.appName, msg.data, msg.bodyLength, msg.destination, msg.source, status);
+  Trace("msg", ZOR_TRACE_INFO,
+        "Backup not matched msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] return %x.",
+        msg.type, g_stMsgCtx.appName, msg.data, msg.bodyLength, msg.destination, msg.source, status);
   if (status != ZOR_OK) return false;
   static_cast<void>(message.release());  // the queue's now
   return true;
@@ -101,14 +101,12 @@ std::uint32_t CollectReply(const Awaited &awaited, ZOR_MSG_HEAD *&reply, std::ui
 std::uint32_t WaitForReply(const Awaited &awaited, ZOR_MSG_HEAD **reply, std::uint32_t timeoutMs) {
   if (reply == nullptr) return ZOR_E_ARGUMENT;
   *reply = nullptr;
-  ZOR_TRACE_PrintInfo("request.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO,
-                      "[start sync %u:0x%x] recv resp msg from [%.12s] now ...", awaited.sequence, awaited.type,
-                      awaited.source == nullptr ? "" : *awaited.source);
+  Trace("track", ZOR_TRACE_INFO, "[start sync %u:0x%x] recv resp msg from [%.12s] now ...", awaited.sequence,
+        awaited.type, awaited.source == nullptr ? "" : *awaited.source);
   std::uint32_t setAsideCount = 0;
   const std::uint32_t status = CollectReply(awaited, *reply, timeoutMs, setAsideCount);
-  ZOR_TRACE_PrintInfo("request.cpp", __LINE__, 0, "track", ZOR_TRACE_INFO,
-                      "[end sync %u:0x%x] finish resp msg with 0x%x, %d msg queued.", awaited.sequence, awaited.type,
-                      status, setAsideCount);
+  Trace("track", ZOR_TRACE_INFO, "[end sync %u:0x%x] finish resp msg with 0x%x, %d msg queued.", awaited.sequence,
+        awaited.type, status, setAsideCount);
   return status;
 }
 

@@ -13,6 +13,7 @@
 #include "message/reader.h"
 #include "sdk/msgapi/body_file.h"
 #include "sdk/msgapi/transfer.h"
+#include "trace/trace_line.h"
 
 namespace zor {
 namespace {
@@ -24,12 +25,11 @@ int PollLimit(std::uint32_t timeoutMs) {
 }
 
 void TraceReceived(const ZOR_MSG_HEAD &header) {
-  ZOR_TRACE_PrintInfo("transfer_recv.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-                      "recvd msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] on board %d with "
-                      "flags [0x%x]:%d ...",
-                      header.type, g_stMsgCtx.appName, header.data, header.bodyLength, header.destination,
-                      header.source, header.type >> ZOR_MSG_BOARD_SHIFT, g_stMsgCtx.flags,
-                      header.type & ZOR_MSG_BODY_IN_FILE);
+  Trace("msg", ZOR_TRACE_INFO,
+        "recvd msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] on board %d with "
+        "flags [0x%x]:%d ...",
+        header.type, g_stMsgCtx.appName, header.data, header.bodyLength, header.destination, header.source,
+        header.type >> ZOR_MSG_BOARD_SHIFT, g_stMsgCtx.flags, header.type & ZOR_MSG_BODY_IN_FILE);
 }
 
 void ReportTooLong(const ZOR_MSG_HEAD &header) {

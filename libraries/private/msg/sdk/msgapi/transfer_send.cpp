@@ -17,6 +17,7 @@
 #include "message/header.h"
 #include "sdk/msgapi/body_file.h"
 #include "sdk/msgapi/transfer.h"
+#include "trace/trace_line.h"
 
 ZOR_MSG_SEND_HOOK g_pfMsgSendHook = nullptr;
 
@@ -52,10 +53,9 @@ std::uint32_t AwaitWritable(const Target &to, const ZOR_MSG_HEAD &header) {
 }
 
 void TraceSend(const ZOR_MSG_HEAD &header) {
-  ZOR_TRACE_PrintInfo("transfer_send.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-                      "Send msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] on board [%d] ...",
-                      header.type, g_stMsgCtx.appName, header.data, header.bodyLength, header.destination,
-                      header.source, OwnBoard(g_stMsgCtx));
+  Trace("msg", ZOR_TRACE_INFO,
+        "Send msg type:[0x%x] app:[%.12s] data:[%d] len:[%d] dst:[%.12s] src:[%.12s] on board [%d] ...", header.type,
+        g_stMsgCtx.appName, header.data, header.bodyLength, header.destination, header.source, OwnBoard(g_stMsgCtx));
 }
 
 void LogWriteError(const ZOR_MSG_HEAD &header, int error) {
@@ -156,8 +156,7 @@ uint32_t ZOR_MSG_Send(ZOR_MSG_HEAD *msg) {
   if (!zor::IsAligned(msg)) return zor::SendAlignedCopy(msg, ZOR_MSG_Send);
   const int fd = g_stMsgCtx.socketFd;
   if (fd < 0) {
-    ZOR_TRACE_PrintInfo("transfer_send.cpp", __LINE__, 0, "msg", ZOR_TRACE_INFO,
-                        "msgapi fail to send, fd=%d not init, pid=%d\n", fd, ::getpid());
+    zor::Trace("msg", ZOR_TRACE_INFO, "msgapi fail to send, fd=%d not init, pid=%d\n", fd, ::getpid());
     return ZOR_E_NOT_CONNECTED;
   }
   zor::CopyName(msg->source, g_stMsgCtx.appName);
