@@ -1,12 +1,11 @@
 #include <zor/mlog.h>
 
-#include <strings.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "base/file_ptr.h"
+#include "common/ascii.h"
 
 namespace zor {
 namespace {
@@ -24,7 +23,7 @@ int32_t mlog_use_share_partion(void) {
   int32_t used = 0;
   char line[zor::kLineSize];
   while (std::fgets(line, sizeof line, file.get()) != nullptr) {
-    if (::strncasecmp(line, zor::kShareKey, zor::kShareKeyLength) != 0) continue;
+    if (!zor::StartsWithIgnoringCase(line, zor::kShareKey)) continue;
     const char *equals = std::strchr(line + zor::kShareKeyLength, '=');
     if (equals != nullptr) used = std::strtol(equals + 1, nullptr, 10) != 0 ? 1 : 0;
   }

@@ -1,8 +1,6 @@
 #include <zor/mlog.h>
 #include <zor/platform/bounded.h>
 
-#include <strings.h>
-
 #include <array>
 #include <cstdarg>
 #include <cstdint>
@@ -10,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/ascii.h"
 #include "mlogapi/client_socket.h"
 
 namespace zor {
@@ -31,7 +30,7 @@ constexpr std::array<Level, 5> kLevels = {{
 // A line at its longest, without the NUL.
 constexpr std::size_t kLineMax = ZOR_MLOG_DATA_MAX - 1;
 
-// Boot time goes on through suspend, so the lines of all daemons compare whatever the wall clock does.
+// Boot time runs on through suspend, so the lines of all daemons compare whatever the wall clock does.
 long long BootTimeMs() {
   timespec now = {};
   if (::clock_gettime(CLOCK_BOOTTIME, &now) != 0) {
@@ -70,7 +69,7 @@ const char *mlog_get_log_lv_string(uint32_t level) {
 uint32_t mlog_get_log_lv(const char *name) {
   if (name == nullptr) return 0;
   for (const zor::Level &entry : zor::kLevels) {
-    if (::strncasecmp(entry.name, name, std::strlen(name)) == 0) return entry.value;
+    if (zor::StartsWithIgnoringCase(entry.name, name)) return entry.value;
   }
   return 0;
 }
@@ -86,7 +85,8 @@ int32_t mlog_print(const char *tag, uint32_t level, const char *format, ...) {
   va_end(arguments);
   msg.type = ZOR_MLOG_LINE;
   msg.length = static_cast<uint32_t>(length + 1);
-  mlog_send_msg(socket.fd(), &msg, ZOR_MLOG_SERVER_NAME);  // no daemon, no line: nobody waits for the log
+  mlog_send_msg(socket.fd(), &msg,
+                ZOR_MLOG_SERVER_NAME);  // without the log daemon the line is lost: no caller waits for the log
   if (level <= ZOR_MLOG_FATAL) std::printf("%s", msg.data);
   return socket.Close();
 }
