@@ -1,5 +1,6 @@
 #include <unistd.h>
 #include <zor/limits.h>
+#include <zor/status.h>
 #include <zor/trace.h>
 
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/stream_read.h"
 #include "base/wait.h"
 #include "notifyclient/notify_transfer.h"
 #include "trace/trace_line.h"
@@ -38,7 +40,7 @@ std::uint32_t ReadPiece(int fd, void *buffer, std::size_t length, ssize_t &count
 }
 
 bool IsPeerDead(ssize_t count) {
-  return count == 0 || (count < 0 && errno == ENOTRECOVERABLE);
+  return count <= 0 && StatusOfFailedRead(count) == ZOR_E_PEER_GONE;
 }
 
 std::uint32_t ReadHead(int fd, ZOR_NOTIFY_MSG &head) {
