@@ -8,7 +8,7 @@ enum class WaitResult {
   kReady,  // readable, writable, or in a state that the next read or write reports
   kTimedOut,
   kInterrupted,  // a signal, or a passing shortage of memory: wait again
-  kFailed,       // not an open descriptor; errno says so
+  kFailed,       // not an open descriptor; errno is set
 };
 
 // timeoutMs below 0 waits without limit.

@@ -1,4 +1,4 @@
-// Dynamically started applications: this process only says what shall become of them.
+// Dynamically started applications: this process only reports what to do with them.
 #include <zor/config_wire.h>
 #include <zor/limits.h>
 #include <zor/msg_build.h>
@@ -20,7 +20,7 @@ void Stop(const char *name) {
   ZOR_MSG_HEAD *received = nullptr;
   ZOR_MSG_SimpleBuilder(&request, name, ZOR_MSG_SAFE_EXIT, 0);
   const uint32_t status = ZOR_MSG_SendAndRecv(&request, &received, g_ulSafeExitMsgTimeout);
-  const zor::MessagePtr answer(received);
+  const zor::MessagePtr reply(received);
   if (status == ZOR_OK) return;
   std::printf("============================UTilSafeExitProcesses fail to ZOR_MSG_SendAndRecv, pcName=%s, ret=%d\n",
               name, static_cast<int>(status));
@@ -30,7 +30,7 @@ void Stop(const char *name) {
 
 uint32_t ZOR_UTIL_UpdateDynAppListenFd(const char *name, uint32_t value) {
   if (name == nullptr) return 1;
-  // The name as it travels: a longer one that is cut to the own name would make this process stop itself.
+  // The name as it travels: a longer one that truncates to this process's own name would make it stop itself.
   zor::NameField field;
   zor::SetName(field, name);
   if (value != 0 && zor::NameView(field) != zor::NameView(g_stMsgCtx.appName)) Stop(name);

@@ -1,4 +1,4 @@
-// Requests whose answer is one word.
+// Requests whose reply is one word.
 #ifndef MAIN_REQUEST_RESULT_H
 #define MAIN_REQUEST_RESULT_H
 
@@ -11,14 +11,14 @@
 
 namespace zor {
 
-// The data word of the answer, or the status of the failure. An exchange that succeeds without an answer counts as 0;
+// The data word of the reply, or the status of the failure. An exchange that succeeds without a reply counts as 0;
 // ZOR_MSG_SendAndRecvMsgData has another rule.
 inline std::uint32_t RequestResult(ZOR_MSG_HEAD &request, std::uint32_t timeoutMs) noexcept {
   ZOR_MSG_HEAD *received = nullptr;
   const std::uint32_t status = ZOR_MSG_SendAndRecv(&request, &received, timeoutMs);
-  const MessagePtr answer(received);
+  const MessagePtr reply(received);
   if (status != ZOR_OK) return status;
-  return answer == nullptr ? 0 : answer->data;
+  return reply == nullptr ? 0 : reply->data;
 }
 
 }  // namespace zor

@@ -30,7 +30,7 @@ constexpr std::array<NamedLevel, 7> kLevels = {{{"none", ZOR_TRACE_NONE},
                                                 {"debug", ZOR_TRACE_DEBUG},
                                                 {"all", ZOR_TRACE_DEBUG}}};
 
-// A module that announced itself. The directory has no say in what is printed.
+// A module that announced itself. The directory does not affect filtering.
 struct Module {
   Module *next;
   char *name;

@@ -35,25 +35,25 @@ uint32_t AskAboutFile(uint32_t type, uint32_t dataWord, const char *path) {
   return zor::RequestResult(request.header, ZOR_CFG_FILE_WAIT_MS);
 }
 
-// Unlike a request about a file, one without an answer is a failure.
+// Unlike a request about a file, one without a reply has failed.
 uint32_t AskToSave(uint32_t type, uint32_t timeoutMs) {
   uint32_t result = 0;
   const uint32_t status = ZOR_MSG_SendAndRecvMsgData(nullptr, type, 0, timeoutMs, &result);
   return status == ZOR_OK ? result : status;
 }
 
-uint32_t TellToSave(uint32_t type) {
+uint32_t PostSave(uint32_t type) {
   return ZOR_MSG_SendSimpleMsg(nullptr, type, ZOR_DBGetCurrUser());
 }
 
 }  // namespace
 
 uint32_t ZOR_DBSaveFunc(void) {
-  return TellToSave(ZOR_MSG_DB_SAVE);
+  return PostSave(ZOR_MSG_DB_SAVE);
 }
 
 uint32_t ZOR_DBSaveToAppFunc(void) {
-  return TellToSave(ZOR_MSG_DB_SAVE_TO_APP);
+  return PostSave(ZOR_MSG_DB_SAVE_TO_APP);
 }
 
 uint32_t ZOR_DBSaveSyncFunc(void) {
@@ -77,7 +77,7 @@ uint32_t ZOR_CFM_ExtExportEncryptedCfgFile(const char *path) {
 }
 
 uint32_t ZOR_CFM_ExtExportEncCfgFileByUser(const char *path, uint32_t user) {
-  ZOR_MSG_SendSimpleMsg(nullptr, ZOR_MSG_EXPORT_CFG_USER, user);  // a lost one shows in the request that follows
+  ZOR_MSG_SendSimpleMsg(nullptr, ZOR_MSG_EXPORT_CFG_USER, user);  // if it is lost, the request that follows fails
   return ZOR_CFM_ExtExportEncryptedCfgFile(path);
 }
 
