@@ -7,7 +7,7 @@
 #include "zorctl/body.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/hex.h"
-#include "zorctl/items.h"
+#include "zorctl/item_block.h"
 #include "zorctl/message_types.h"
 #include "zorctl/shape.h"
 #include "zorctl/text.h"

@@ -6,7 +6,7 @@
 
 #include "zorctl/body.h"
 #include "zorctl/hex.h"
-#include "zorctl/items.h"
+#include "zorctl/item_block.h"
 #include "zorctl/shape.h"
 #include "zorctl/text.h"
 

@@ -17,7 +17,7 @@
 
 #include "common/malloc_ptr.h"
 #include "programs/paths.h"
-#include "zorctl/control.h"
+#include "zorctl/control_result.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/message_types.h"
 #include "zorctl/output.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "zorctl/output.h"
-#include "zorctl/seconds.h"
+#include "zorctl/seconds_option.h"
 #include "zorctl/text.h"
 #include "zorctl/verb.h"
 

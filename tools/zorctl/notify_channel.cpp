@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "programs/paths.h"
-#include "zorctl/control.h"
+#include "zorctl/control_result.h"
 #include "zorctl/exit_code.h"
 
 namespace zor::ctl {

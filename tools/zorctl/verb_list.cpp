@@ -7,8 +7,8 @@
 #include <string>
 
 #include "zorctl/bus.h"
+#include "zorctl/format.h"
 #include "zorctl/output.h"
-#include "zorctl/people.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"

@@ -10,7 +10,7 @@
 
 #include "zorctl/bus.h"
 #include "zorctl/event.h"
-#include "zorctl/limit.h"
+#include "zorctl/number_option.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
 

@@ -21,7 +21,7 @@
 #include "zorctl/log_lines.h"
 #include "zorctl/log_names.h"
 #include "zorctl/output.h"
-#include "zorctl/seconds.h"
+#include "zorctl/seconds_option.h"
 #include "zorctl/statistic.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"

@@ -6,11 +6,11 @@
 #include <optional>
 #include <string>
 
+#include "zorctl/format.h"
 #include "zorctl/message_types.h"
 #include "zorctl/notify_channel.h"
 #include "zorctl/number.h"
 #include "zorctl/output.h"
-#include "zorctl/people.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 #include "zorctl/value.h"

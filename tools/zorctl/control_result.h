@@ -1,6 +1,6 @@
 // What servers answer to operators' requests: the data word of zor/control_wire.h.
-#ifndef ZORCTL_CONTROL_H
-#define ZORCTL_CONTROL_H
+#ifndef ZORCTL_CONTROL_RESULT_H
+#define ZORCTL_CONTROL_RESULT_H
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
 // Times on the command line: seconds, fractions allowed, never without an end.
-#ifndef ZORCTL_SECONDS_H
-#define ZORCTL_SECONDS_H
+#ifndef ZORCTL_SECONDS_OPTION_H
+#define ZORCTL_SECONDS_OPTION_H
 
 #include "zorctl/deadline.h"
 

@@ -1,6 +1,6 @@
 // --limit of the verbs that print one thing after the other.
-#ifndef ZORCTL_LIMIT_H
-#define ZORCTL_LIMIT_H
+#ifndef ZORCTL_NUMBER_OPTION_H
+#define ZORCTL_NUMBER_OPTION_H
 
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-#include "zorctl/seconds.h"
+#include "zorctl/seconds_option.h"
 
 #include <CLI/CLI.hpp>
 #include <cmath>

@@ -1,6 +1,6 @@
 // The body of a management message as a block of the library's, which is how its functions want it.
-#ifndef ZORCTL_ITEMS_H
-#define ZORCTL_ITEMS_H
+#ifndef ZORCTL_ITEM_BLOCK_H
+#define ZORCTL_ITEM_BLOCK_H
 
 #include <zor/dmmsg.h>
 

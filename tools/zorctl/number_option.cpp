@@ -1,4 +1,4 @@
-#include "zorctl/limit.h"
+#include "zorctl/number_option.h"
 
 #include <CLI/CLI.hpp>
 #include <string>

@@ -1,6 +1,6 @@
 // What the system counts, as people name it.
-#ifndef ZORCTL_PEOPLE_H
-#define ZORCTL_PEOPLE_H
+#ifndef ZORCTL_FORMAT_H
+#define ZORCTL_FORMAT_H
 
 #include <sys/types.h>
 

@@ -1,4 +1,4 @@
-#include "zorctl/people.h"
+#include "zorctl/format.h"
 
 #include <pwd.h>
 

@@ -1,4 +1,4 @@
-#include "zorctl/items.h"
+#include "zorctl/item_block.h"
 
 #include <zor/msg.h>
 

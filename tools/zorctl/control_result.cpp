@@ -1,4 +1,4 @@
-#include "zorctl/control.h"
+#include "zorctl/control_result.h"
 
 #include <zor/control_wire.h>
 
