@@ -1,13 +1,12 @@
 #include "programs/command_line.h"
 
-#include <fcntl.h>
 #include <getopt.h>
-#include <unistd.h>
 
 #include <cstdio>
 
 #include "programs/paths.h"
 #include "programs/service_manager.h"
+#include "programs/standard_descriptors.h"
 
 namespace zor::daemon {
 namespace {
@@ -33,15 +32,6 @@ constexpr option kOptions[] = {
     {"help", no_argument, nullptr, 'h'},
     {nullptr, 0, nullptr, 0},
 };
-
-// A file opened on a standard descriptor that the caller had closed would be written into by every line printed.
-void FillStandardDescriptors() {
-  int fd;
-  do {
-    fd = ::open("/dev/null", O_RDWR);
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) ::close(fd);
-}
 
 }  // namespace
 

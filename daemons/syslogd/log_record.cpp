@@ -6,6 +6,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "programs/format_time.h"
+
 namespace zor::syslogd {
 namespace {
 
@@ -56,13 +58,6 @@ std::string NameIn(const char *(*find)(std::uint32_t, std::uint32_t), std::uint3
   return name == nullptr ? "-" : name;
 }
 
-std::string TimeText(std::time_t time, const char *format, std::tm *(*toParts)(const std::time_t *, std::tm *)) {
-  char text[32];
-  std::tm parts = {};
-  toParts(&time, &parts);
-  return {text, std::strftime(text, sizeof text, format, &parts)};
-}
-
 unsigned LowestBit(std::uint32_t bits, unsigned fallback) {
   return bits == 0 ? fallback : static_cast<unsigned>(std::countr_zero(bits));
 }
@@ -94,7 +89,7 @@ std::string RenderText(const LogRecord &record, std::uint32_t language) {
 }
 
 std::string RenderLine(const LogRecord &record, std::uint32_t language) {
-  return TimeText(record.time, "%Y-%m-%d %H:%M:%S", ::localtime_r) + " [" +
+  return daemon::FormatTime(record.time, "%Y-%m-%d %H:%M:%S", ::localtime_r) + " [" +
          NameIn(ZOR_UTIL_LOG_GetTypeString, record.typeLevel, language) + "][" +
          NameIn(ZOR_UTIL_LOG_GetLevelString, record.typeLevel, language) + "] " + RenderText(record, language);
 }
@@ -108,7 +103,7 @@ std::string RenderRfc5424(const LogRecord &record, std::uint32_t language, const
   char messageId[16] = "-";
   if (!fromKernel) std::snprintf(messageId, sizeof messageId, "%08X", record.index);
   return "<" + std::to_string(facility * 8 + severity) + ">1 " +
-         TimeText(record.time, "%Y-%m-%dT%H:%M:%SZ", ::gmtime_r) + " " + OrDash(hostName) + " " +
+         daemon::FormatTime(record.time, "%Y-%m-%dT%H:%M:%SZ", ::gmtime_r) + " " + OrDash(hostName) + " " +
          (fromKernel ? "kernel" : OrDash(logGetProcName(record.index))) + " - " + messageId + " - " +
          RenderText(record, language);
 }

@@ -8,7 +8,7 @@
 #include "zorctl/exit_code.h"
 #include "zorctl/hex.h"
 #include "zorctl/item_block.h"
-#include "zorctl/message_types.h"
+#include "zorctl/number.h"
 #include "zorctl/shape.h"
 #include "zorctl/text.h"
 
@@ -22,7 +22,7 @@ Failure DoesNotFit(const Field &field, const std::string &what) {
 }
 
 std::string EncodeNumber(const Field &field, const std::string &value) {
-  const uint32_t number = ParseWord(value, field.name);
+  const uint32_t number = RequireUint32(value, field.name);
   if (field.size == 2 && number > UINT16_MAX) throw DoesNotFit(field, "is above 65535");
   const uint64_t wide = number;
   const auto narrow = static_cast<uint16_t>(number);
@@ -93,7 +93,7 @@ Content Encode(std::string_view shape, const Values &values) {
   for (const Field &field : fields) {
     const std::optional<std::string> value = ValueOf(field, values);
     if (field.kind == Kind::kData) {
-      content.data = ParseWord(value.value_or("0"), field.name);
+      content.data = RequireUint32(value.value_or("0"), field.name);
     } else {
       hasBody = hasBody || value.has_value();
       content.body += EncodeField(field, value);

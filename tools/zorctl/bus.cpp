@@ -19,9 +19,11 @@
 #include "programs/paths.h"
 #include "zorctl/control_result.h"
 #include "zorctl/exit_code.h"
+#include "zorctl/format.h"
 #include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
+#include "zorctl/watchdog.h"
 
 namespace zor::ctl {
 namespace {
@@ -111,7 +113,7 @@ Failure Undelivered(const Outgoing &request) {
             "name the daemon" + (isForOne ? ", " + std::string(known->to) : "") + ", or set route." +
                 HexText(request.type) + " in the server's settings"};
   }
-  return {kExitNotFound, "no daemon " + Escape(request.destination) + " on the bus", "zorctl list shows who is there"};
+  return NoSuchDaemon(request.destination);
 }
 
 }  // namespace
@@ -225,6 +227,10 @@ void Bus::SendAndCheck(const Outgoing &message, const Deadline &deadline) {
 
 uint32_t Bus::CountProcesses(std::string_view name, const Deadline &deadline) {
   return Request({ZOR_MSG_GET_PROCESS_NUM, "", 0, NameField(name)}, deadline.ForServer()).data;
+}
+
+Failure NoSuchDaemon(std::string_view name) {
+  return {kExitNotFound, "no daemon " + Escape(name) + " on the bus", "zorctl list shows who is there"};
 }
 
 std::string NameField(std::string_view name) {

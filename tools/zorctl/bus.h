@@ -14,6 +14,7 @@
 
 #include "programs/stop_signal.h"
 #include "zorctl/deadline.h"
+#include "zorctl/exit_code.h"
 
 namespace zor::ctl {
 
@@ -91,6 +92,9 @@ class Bus {
   daemon::StopSignal *stop_ = nullptr;
   bool stopped_ = false;
 };
+
+// There is no such daemon on the bus.
+Failure NoSuchDaemon(std::string_view name);
 
 // A name as a field of the wire, zero-padded. Failure (usage) when it is empty, too long or not visible ASCII.
 std::string NameField(std::string_view name);

@@ -1,12 +1,12 @@
 #include "zorctl/bus_copy.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "programs/format_time.h"
 #include "zorctl/body.h"
 #include "zorctl/message_types.h"
 #include "zorctl/text.h"
@@ -23,27 +23,28 @@ constexpr size_t kTypeWidth = 20;
 // How much of a second is shown.
 enum Digits : size_t { kMillis = 3, kMicros = 6 };
 
-std::string TimeText(uint64_t timeUs, const char *format, tm *(*convert)(const time_t *, tm *), Digits digits) {
-  const auto seconds = static_cast<time_t>(timeUs / kMicrosInSecond);
-  tm parts{};
-  std::array<char, 64> text{};
-  if (convert(&seconds, &parts) == nullptr) return "-";
-  const std::string whole(text.data(), std::strftime(text.data(), text.size(), format, &parts));
+std::string Fraction(uint64_t timeUs, Digits digits) {
+  std::array<char, 8> text{};
   std::snprintf(text.data(), text.size(), ".%06u", static_cast<unsigned>(timeUs % kMicrosInSecond));
-  return whole + std::string(text.data()).substr(0, 1 + digits);
+  return std::string(text.data()).substr(0, 1 + digits);
 }
 
-std::string Pad(const std::string &text, size_t width) {
-  return text + std::string(width - std::min(width, Width(text)), ' ');
+std::string LocalTimeOfDay(uint64_t timeUs) {
+  const auto seconds = static_cast<std::time_t>(timeUs / kMicrosInSecond);
+  return daemon::FormatTime(seconds, "%H:%M:%S", ::localtime_r) + Fraction(timeUs, kMillis);
+}
+
+std::string UtcTimestamp(uint64_t timeUs) {
+  const auto seconds = static_cast<std::time_t>(timeUs / kMicrosInSecond);
+  return daemon::FormatTime(seconds, "%Y-%m-%dT%H:%M:%S", ::gmtime_r) + Fraction(timeUs, kMicros) + "Z";
 }
 
 std::string NameText(std::string_view name) {
-  return Pad(name.empty() ? "-" : Escape(name), kNameWidth);
+  return PadRight(name.empty() ? "-" : Escape(name), kNameWidth);
 }
 
 std::string NumberText(uint64_t number, size_t width) {
-  const std::string text = std::to_string(number);
-  return std::string(width - std::min(width, text.size()), ' ') + text;
+  return PadLeft(std::to_string(number), width);
 }
 
 // A message of a type that this daemon answers, to somebody: the reply to a request that went by unseen.
@@ -100,16 +101,16 @@ std::string CopyTitles() {
 }
 
 std::string CopyLine(const BusCopy &copy, bool isReply) {
-  std::string line = TimeText(copy.copy.timeUs, "%H:%M:%S", &::localtime_r, kMillis) + "  ";
+  std::string line = LocalTimeOfDay(copy.copy.timeUs) + "  ";
   line += NameText(copy.source()) + (copy.delivered() ? " -> " : " -x ") + NameText(copy.receiver());
-  line += "  " + Pad(TypeText(copy.type()), kTypeWidth);
+  line += "  " + PadRight(TypeText(copy.type()), kTypeWidth);
   line += NumberText(copy.head.sequence, 8) + NumberText(copy.head.data, 11) + NumberText(copy.head.bodyLength, 7);
   const Json body = DecodeBody(copy, isReply);
   return body.empty() ? line : line + "  " + body.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
 Json CopyJson(const BusCopy &copy, bool isReply) {
-  return {{"time", TimeText(copy.copy.timeUs, "%Y-%m-%dT%H:%M:%S", &::gmtime_r, kMicros) + "Z"},
+  return {{"time", UtcTimestamp(copy.copy.timeUs)},
           {"missed", copy.copy.missed},
           {"delivered", copy.delivered()},
           {"receiver", copy.receiver()},

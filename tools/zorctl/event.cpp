@@ -39,16 +39,15 @@ std::string ItemText(const Message &event) {
   return {text, length};
 }
 
-std::string KnownModules() {
-  std::string list;
-  for (uint32_t type = ZOR_EVT_ALL + 1; type <= ZOR_MSG_EVENT_LAST; ++type) {
-    const char *name = ZOR_EVT_GetEventModuleNameByEventType(type);
-    if (name != nullptr) list += (list.empty() ? "" : ", ") + std::string(name);
-  }
-  return list;
-}
-
 }  // namespace
+
+std::vector<std::string> EventModules() {
+  std::vector<std::string> modules;
+  for (uint32_t type = ZOR_EVT_ALL + 1; type <= ZOR_MSG_EVENT_LAST; ++type) {
+    if (const char *module = ZOR_EVT_GetEventModuleNameByEventType(type)) modules.emplace_back(module);
+  }
+  return modules;
+}
 
 bool IsEvent(uint32_t type) {
   return type > ZOR_EVT_ALL && type <= ZOR_MSG_EVENT_LAST;
@@ -61,8 +60,9 @@ bool IsJsonEvent(uint32_t type) {
 uint32_t EventTypeOf(const std::string &module) {
   const uint32_t type = ZOR_EVT_GetMsgTypeByEventModuleName(module.c_str());
   if (type != ZOR_EVT_ALL) return type;
-  if (const auto number = ParseNumber(module); number && IsEvent(*number)) return *number;
-  throw Failure(kExitNotFound, "no module " + Escape(module) + " has events", "there are " + KnownModules());
+  if (const auto number = ParseUint32(module); number && IsEvent(*number)) return *number;
+  throw Failure(kExitNotFound, "no module " + Escape(module) + " has events",
+                "known ones: " + Join(EventModules(), ", "));
 }
 
 nlohmann::ordered_json ParsePayload(const std::string &text) {

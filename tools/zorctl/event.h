@@ -5,10 +5,14 @@
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <vector>
 
 namespace zor::ctl {
 
 struct Message;
+
+// The names of all modules with events.
+std::vector<std::string> EventModules();
 
 bool IsEvent(uint32_t type);
 // Whether events of this type are JSON texts; others are made of items.

@@ -36,13 +36,11 @@ Failure Unknown(ExitCode code, const char *what, const std::string &name, std::s
     const std::string text = nameOf(bit);
     if (!text.empty() && std::find(known.begin(), known.end(), text) == known.end()) known.push_back(text);
   }
-  std::string list;
-  for (const std::string &each : known) list += (list.empty() ? "" : ", ") + each;
-  return {code, std::string("no log ") + what + " " + Escape(name), "there are " + list};
+  return {code, std::string("no log ") + what + " " + Escape(name), "known ones: " + Join(known, ", ")};
 }
 
 uint32_t TypeBits(const std::string &name) {
-  if (const auto number = ParseNumber(name); number && *number != 0 && *number <= kAllTypes) return *number;
+  if (const auto number = ParseUint32(name); number && *number != 0 && *number <= kAllTypes) return *number;
   uint32_t bits = 0;
   for (uint32_t bit = 1; (bit & kAllTypes) != 0; bit <<= 1) {
     if (IsSameWord(TypeName(bit), name)) bits |= bit;

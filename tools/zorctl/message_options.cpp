@@ -1,31 +1,17 @@
 #include "zorctl/message_options.h"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <iostream>
 
 #include "zorctl/body.h"
 #include "zorctl/exit_code.h"
+#include "zorctl/format.h"
 #include "zorctl/hex.h"
+#include "zorctl/input_file.h"
 #include "zorctl/message_types.h"
-#include "zorctl/text.h"
+#include "zorctl/number.h"
 #include "zorctl/value.h"
 
 namespace zor::ctl {
-namespace {
-
-// One byte more than a body may have, so that the bus can tell.
-std::string ReadSome(std::istream &from) {
-  std::string content(kMaxBody + 1, '\0');
-  from.read(content.data(), static_cast<std::streamsize>(content.size()));
-  content.resize(static_cast<size_t>(from.gcount()));
-  return content;
-}
-
-}  // namespace
-
 void MessageOptions::Declare(CLI::App &app) {
   app.add_option("TYPE", type_, "The message type, a number or a name (zorctl complete types)")
       ->required()
@@ -44,16 +30,6 @@ void MessageOptions::Declare(CLI::App &app) {
                            ->expected(1)
                            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   app.add_option("--subtype", subType_, "The sub-type of the management message")->type_name("NUMBER")->needs(items);
-}
-
-std::string MessageOptions::TextOfFile() const {
-  if (*file_ == "-") return ReadSome(std::cin);
-  std::ifstream file(*file_, std::ios::binary);
-  std::string content = file ? ReadSome(file) : std::string();
-  if (!file.is_open() || file.bad()) {
-    throw Failure(kExitFailure, "cannot read " + Escape(*file_) + ": " + std::strerror(errno), "check the path");
-  }
-  return content;
 }
 
 void MessageOptions::SortWords(Outgoing &message, Values &fields) const {
@@ -79,18 +55,16 @@ Outgoing MessageOptions::Build() const {
                   "give the body by --text, --hex, --file or --item");
   }
   Content content = Encode(known == nullptr ? "-" : known->request, fields);
-  message.data = data_ ? ParseWord(*data_, "--data") : content.data;
+  message.data = data_ ? RequireUint32(*data_, "--data") : content.data;
   message.body = std::move(content.body);
   if (text_.has_value() + hex_.has_value() + file_.has_value() + !items_.empty() + !message.body.empty() > 1) {
     throw Failure(kExitUsage, "more than one body", "give fields, or one of --text, --hex, --file and --item");
   }
   if (text_) message.body = *text_ + '\0';
   if (hex_) message.body = ParseHex(*hex_);
-  if (file_) message.body = TextOfFile();
+  if (file_) message.body = ReadInputFile(*file_, kMaxBody);
   if (!items_.empty()) {
-    Values items;
-    for (const std::string &item : items_) items.push_back(ParsePair(item));
-    message.body = EncodeItems(items, ParseWord(subType_, "--subtype"));
+    message.body = EncodeItems(ParsePairs(items_), RequireUint32(subType_, "--subtype"));
   }
   return message;
 }

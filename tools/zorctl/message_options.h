@@ -21,7 +21,6 @@ class MessageOptions {
   Outgoing Build() const;
 
  private:
-  std::string TextOfFile() const;
   // A destination, if the first word is one, and the rest as names with values.
   void SortWords(Outgoing &message, std::vector<std::pair<std::string, std::string>> &fields) const;
 

@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <cctype>
 
-#include "programs/settings.h"
 #include "zorctl/exit_code.h"
+#include "zorctl/format.h"
+#include "zorctl/number.h"
 #include "zorctl/text.h"
 
 namespace zor::ctl {
@@ -61,20 +62,13 @@ std::string TypeText(uint32_t type) {
 }
 
 uint32_t ParseType(std::string_view text) {
-  uint64_t number = 0;
-  if (daemon::ParseNumber(text, &number) && number <= ZOR_MSG_TYPE_MASK) return static_cast<uint32_t>(number);
+  if (const auto number = ParseUint32(text); number && *number <= ZOR_MSG_TYPE_MASK) return *number;
   for (const MessageType &type : kMessageTypes) {
     if (IsNamed(type, text)) return NumberOf(type);
   }
   throw Failure(
       kExitNotFound, "no message type " + Escape(text),
       "give a number from 0 to " + HexText(ZOR_MSG_TYPE_MASK) + " or a name that zorctl complete types lists");
-}
-
-uint32_t ParseWord(std::string_view text, std::string_view what) {
-  uint64_t number = 0;
-  if (daemon::ParseNumber(text, &number) && number <= UINT32_MAX) return static_cast<uint32_t>(number);
-  throw Failure(kExitUsage, std::string(what) + " is no number of 32 bits: " + Escape(text), "write 42 or 0x2A");
 }
 
 }  // namespace zor::ctl

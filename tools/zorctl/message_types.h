@@ -32,9 +32,6 @@ std::string TypeText(uint32_t type);
 // A number, or a name with or without "ZOR_MSG_" or "ZOR_", in any case. Failure for anything else.
 uint32_t ParseType(std::string_view text);
 
-// A word of 32 bits, decimal or with 0x. Failure (usage), which names it as what, for anything else.
-uint32_t ParseWord(std::string_view text, std::string_view what);
-
 }  // namespace zor::ctl
 
 #endif

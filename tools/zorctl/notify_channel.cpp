@@ -13,6 +13,7 @@
 #include "programs/paths.h"
 #include "zorctl/control_result.h"
 #include "zorctl/exit_code.h"
+#include "zorctl/record.h"
 
 namespace zor::ctl {
 namespace {
@@ -81,7 +82,7 @@ ZOR_NOTIFY_MSG NotifyChannel::NewHead(uint32_t module, uint32_t type, size_t dat
 void NotifyChannel::Register(uint32_t module) {
   module_ = module;
   const uint32_t data[] = {module, 0};
-  const std::string_view bytes(reinterpret_cast<const char *>(data), sizeof data);
+  const std::string_view bytes = RecordBytes(data);
   ZOR_NOTIFY_MSG head = NewHead(ZOR_NOTIFY_MID_SERVER, ZOR_NOTIFY_TYPE_REGISTER, bytes.size());
   head.sub_data_len1 = head.sub_data_len2 = sizeof module;
   Send(head, bytes);
@@ -134,7 +135,7 @@ void NotifyChannel::Await(short events) {
 }
 
 void NotifyChannel::Send(const ZOR_NOTIFY_MSG &head, std::string_view data) {
-  std::string bytes(reinterpret_cast<const char *>(&head), sizeof head);
+  std::string bytes(RecordBytes(head));
   bytes.append(data);
   for (size_t sent = 0; sent < bytes.size();) {
     const ssize_t count = ::send(socket_.get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);

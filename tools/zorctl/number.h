@@ -1,4 +1,4 @@
-// Numbers on the command line: decimal, or hexadecimal with 0x.
+// Numbers of 32 bits on the command line: decimal, or hexadecimal with 0x.
 #ifndef ZORCTL_NUMBER_H
 #define ZORCTL_NUMBER_H
 
@@ -6,16 +6,13 @@
 #include <optional>
 #include <string_view>
 
-#include "programs/settings.h"
-
 namespace zor::ctl {
 
-// None for anything but one number of at most 32 bits.
-inline std::optional<uint32_t> ParseNumber(std::string_view text) {
-  uint64_t number = 0;
-  if (!daemon::ParseNumber(text, &number) || number > UINT32_MAX) return std::nullopt;
-  return static_cast<uint32_t>(number);
-}
+// No value for anything but such a number.
+std::optional<uint32_t> ParseUint32(std::string_view text);
+
+// The same, but throws Failure (usage); `what` names the number in its text.
+uint32_t RequireUint32(std::string_view text, std::string_view what);
 
 }  // namespace zor::ctl
 

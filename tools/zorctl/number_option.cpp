@@ -6,19 +6,21 @@
 #include "zorctl/number.h"
 
 namespace zor::ctl {
-namespace {
 
-std::string TakeLimit(std::string &text) {
-  const auto number = ParseNumber(text);
-  if (!number || *number == 0) return "not a number of 1 to " + std::to_string(UINT32_MAX);
-  text = std::to_string(*number);
-  return {};
+CLI::Option *AddNumber(CLI::App &app, const char *name, uint32_t &number, const std::string &purpose, uint32_t least) {
+  const auto check = [least](std::string &text) -> std::string {
+    const auto parsed = ParseUint32(text);
+    if (!parsed || *parsed < least) {
+      return "not a number from " + std::to_string(least) + " to " + std::to_string(UINT32_MAX);
+    }
+    text = std::to_string(*parsed);  // which CLI11 reads alike
+    return {};
+  };
+  return app.add_option(name, number, purpose)->transform(CLI::Validator(check, ""))->type_name("N");
 }
 
-}  // namespace
-
-void AddLimit(CLI::App &app, uint64_t &limit, const char *purpose) {
-  app.add_option("--limit", limit, purpose)->transform(CLI::Validator(TakeLimit, ""))->type_name("N");
+void AddLimit(CLI::App &app, uint32_t &limit, const char *purpose) {
+  AddNumber(app, "--limit", limit, purpose, 1);
 }
 
 }  // namespace zor::ctl

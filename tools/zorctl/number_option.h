@@ -1,17 +1,22 @@
-// --limit of the verbs that print one thing after the other.
+// Numbers as options of the command line.
 #ifndef ZORCTL_NUMBER_OPTION_H
 #define ZORCTL_NUMBER_OPTION_H
 
 #include <cstdint>
+#include <string>
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace zor::ctl {
 
-// Adds the option. The limit is 0 when none is given, and that cannot be given.
-void AddLimit(CLI::App &app, uint64_t &limit, const char *purpose);
+// Adds an option for a number, decimal or with 0x, from least to UINT32_MAX.
+CLI::Option *AddNumber(CLI::App &app, const char *name, uint32_t &number, const std::string &purpose, uint32_t least);
+
+// Adds --limit, for verbs that print one item after the other. It cannot be 0, which stands for no limit.
+void AddLimit(CLI::App &app, uint32_t &limit, const char *purpose);
 
 }  // namespace zor::ctl
 

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "programs/standard_descriptors.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/text.h"
 
@@ -41,11 +42,8 @@ bool WantsColour() {
 
 void TakeOutput() {
   std::signal(SIGPIPE, SIG_IGN);  // a write tells
-  // A standard descriptor that the caller had closed must not become a socket's.
-  int nowhere;
-  do {
-    nowhere = ::open("/dev/null", O_RDWR);
-  } while (nowhere >= 0 && nowhere <= STDERR_FILENO);
+  daemon::FillStandardDescriptors();
+  const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
   const int own = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (nowhere < 0 || own < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0) {
     throw std::system_error(errno, std::generic_category(), "standard output");

@@ -53,7 +53,7 @@ void EndOptions(Bytes &bytes) {
   PutOption(bytes, 0, {});
 }
 
-std::span<const std::byte> BytesOf(std::string_view text) {
+std::span<const std::byte> AsBytes(std::string_view text) {
   return std::as_bytes(std::span(text));
 }
 
@@ -75,7 +75,7 @@ void PutSectionHeader(Bytes &bytes) {
     Put(bytes, uint16_t{1});  // version 1.0
     Put(bytes, uint16_t{0});
     Put(bytes, ~uint64_t{0});  // the section's length is not known
-    PutOption(bytes, kSectionApplication, BytesOf("zorctl"));
+    PutOption(bytes, kSectionApplication, AsBytes("zorctl"));
     EndOptions(bytes);
   });
 }
@@ -85,7 +85,7 @@ void PutInterface(Bytes &bytes, std::string_view name) {
     Put(bytes, kPcapngLinkType);
     Put(bytes, uint16_t{0});
     Put(bytes, uint32_t{0});  // packets are not cut by this side
-    PutOption(bytes, kInterfaceName, BytesOf(name));
+    PutOption(bytes, kInterfaceName, AsBytes(name));
     PutOption(bytes, kInterfaceResolution, std::span(&kMicroseconds, 1));
     EndOptions(bytes);
   });

@@ -7,6 +7,8 @@
 namespace zor::ctl {
 namespace {
 
+constexpr double kMaxTimeoutSeconds = 86400 * 365.0;
+
 std::string CheckSeconds(const std::string &text) {
   double seconds = 0;
   if (!CLI::detail::lexical_cast(text, seconds) || !(seconds >= 0.001 && seconds <= kMaxTimeoutSeconds)) {

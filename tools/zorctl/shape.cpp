@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "zorctl/text.h"
+
 namespace zor::ctl {
 namespace {
 
@@ -47,9 +49,9 @@ std::vector<Field> ParseShape(std::string_view shape) {
 }
 
 std::string FieldNames(const std::vector<Field> &fields) {
-  std::string names;
-  for (const Field &field : fields) names.append(names.empty() ? "" : ", ").append(field.name);
-  return names.empty() ? "none" : names;
+  std::vector<std::string> names;
+  for (const Field &field : fields) names.emplace_back(field.name);
+  return names.empty() ? "none" : Join(names, ", ");
 }
 
 }  // namespace zor::ctl

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "zorctl/exit_code.h"
-#include "zorctl/text.h"
+#include "zorctl/format.h"
 
 namespace zor::ctl {
 namespace {

@@ -10,11 +10,6 @@ namespace {
 
 constexpr char kGap[] = "  ";
 
-std::string Pad(const std::string &cell, size_t width, Table::Align align) {
-  const std::string blanks(width - Width(cell), ' ');
-  return align == Table::Align::kLeft ? cell + blanks : blanks + cell;
-}
-
 }  // namespace
 
 void Table::Add(const Row &row) {
@@ -31,7 +26,7 @@ std::vector<std::string> Table::Lines(size_t width) const {
     for (size_t i = 0; i < lines.size(); ++i) {
       const std::string &cell = i == 0 ? columns_[column].title : rows_[i - 1][column];
       if (column > 0) lines[i] += kGap;
-      lines[i] += Pad(cell, widest, columns_[column].align);
+      lines[i] += columns_[column].align == Align::kLeft ? PadRight(cell, widest) : PadLeft(cell, widest);
     }
   }
   for (std::string &line : lines) {

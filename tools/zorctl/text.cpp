@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/utf8.h"
+#include "zorctl/hex.h"
 
 namespace zor::ctl {
 namespace {
@@ -32,11 +33,7 @@ constexpr std::array kTwoColumns = {Range{0x1100, 0x115f}, Range{0x2e80, 0xa4cf}
                                     Range{0xffe0, 0xffe6}, Range{0x1f300, 0x1faff}, Range{0x20000, 0x3fffd}};
 
 void AppendHex(std::string_view bytes, std::string &out) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  for (const char each : bytes) {
-    const auto byte = static_cast<unsigned char>(each);
-    out.append("\\x").append(1, kDigits[byte >> 4]).append(1, kDigits[byte & 15]);
-  }
+  for (const char &each : bytes) out.append("\\x").append(ToHex({&each, 1}));
 }
 
 // Visits the bytes of each character, and says whether it is one and may be printed.
@@ -135,10 +132,18 @@ std::string Cut(std::string_view text, size_t columns) {
   return std::string(text.substr(0, FittingLength(text, columns - 1))).append(kEllipsis);
 }
 
-std::string HexText(uint32_t number) {
-  std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), "0x%X", number);
-  return text.data();
+std::string PadRight(std::string_view text, size_t columns) {
+  return std::string(text).append(columns - std::min(columns, Width(text)), ' ');
+}
+
+std::string PadLeft(std::string_view text, size_t columns) {
+  return std::string(columns - std::min(columns, Width(text)), ' ').append(text);
+}
+
+std::string Join(const std::vector<std::string> &texts, std::string_view separator) {
+  std::string joined;
+  for (const std::string &text : texts) joined.append(joined.empty() ? "" : separator).append(text);
+  return joined;
 }
 
 std::string_view FieldText(const char *field, size_t size) {

@@ -3,9 +3,9 @@
 #define ZORCTL_TEXT_H
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zor::ctl {
 
@@ -31,8 +31,12 @@ size_t Width(std::string_view text);
 // The text, cut to that many columns, with an ellipsis for what was left out.
 std::string Cut(std::string_view text, size_t columns);
 
-// A number as message types are written: 0x4001.
-std::string HexText(uint32_t number);
+// The text, padded with blanks to that many columns; longer ones stay as they are.
+std::string PadRight(std::string_view text, size_t columns);
+std::string PadLeft(std::string_view text, size_t columns);
+
+// The texts, with the separator between them.
+std::string Join(const std::vector<std::string> &texts, std::string_view separator);
 
 // The text up to the first NUL: what a field of fixed size holds.
 std::string_view FieldText(const char *field, size_t size);

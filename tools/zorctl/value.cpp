@@ -1,39 +1,23 @@
 #include "zorctl/value.h"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <optional>
 
 #include "zorctl/exit_code.h"
+#include "zorctl/format.h"
 #include "zorctl/hex.h"
-#include "zorctl/message_types.h"
+#include "zorctl/input_file.h"
+#include "zorctl/number.h"
+#include "zorctl/record.h"
 #include "zorctl/text.h"
 
 namespace zor::ctl {
 namespace {
 
-std::string WordBytes(std::string_view text) {
-  const uint32_t number = ParseWord(text, "the value");
-  return {reinterpret_cast<const char *>(&number), sizeof number};
-}
-
-std::string FileBytes(const std::string &path, size_t limit) {
-  std::ifstream file(path, std::ios::binary);
-  std::string bytes(limit + 1, '\0');
-  if (file) file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  if (!file.is_open() || file.bad() || (file.fail() && !file.eof())) {
-    throw Failure(kExitUsage, "cannot read " + Escape(path) + ": " + std::strerror(errno), "name a readable file");
-  }
-  bytes.resize(static_cast<size_t>(file.gcount()));
-  if (bytes.size() <= limit) return bytes;
-  throw Failure(kExitUsage, Escape(path) + " is too large", "at most " + std::to_string(limit) + " bytes are taken");
-}
-
 // A text that is printable as it is, with its NUL or without.
-std::optional<std::string_view> TextOf(std::string_view bytes) {
+std::optional<std::string_view> PrintableText(std::string_view bytes) {
   const std::string_view text = bytes.ends_with('\0') ? bytes.substr(0, bytes.size() - 1) : bytes;
   return text.empty() || !IsPrintable(text) ? std::nullopt : std::optional(text);
 }
@@ -68,22 +52,22 @@ void AddFormatOption(CLI::App &app, std::string &format) {
       ->capture_default_str();
 }
 
-std::string BytesOf(const std::string &word, std::string_view format, size_t limit) {
+std::string ParseBytes(const std::string &word, std::string_view format, size_t limit) {
   if (format == "hex") return ParseHex(word);
-  if (format == "u32") return WordBytes(word);
-  if (format == "file") return FileBytes(word, limit);
+  if (format == "u32") return std::string(RecordBytes(RequireUint32(word, "the value")));
+  if (format == "file") return ReadInputFile(word, limit);
   return format == "string" ? word + '\0' : word;
 }
 
 std::string ShowBytes(std::string_view bytes) {
-  if (const auto text = TextOf(bytes)) return std::string(*text);
+  if (const auto text = PrintableText(bytes)) return std::string(*text);
   if (const auto number = NumberOf(bytes)) return std::to_string(*number) + " (" + HexText(*number) + ")";
   return ToHex(bytes);
 }
 
 nlohmann::json BytesJson(std::string_view bytes) {
   nlohmann::json json = {{"size", bytes.size()}, {"hex", ToHex(bytes)}};
-  if (const auto text = TextOf(bytes)) json["text"] = *text;
+  if (const auto text = PrintableText(bytes)) json["text"] = *text;
   if (const auto number = NumberOf(bytes)) json["u32"] = *number;
   return json;
 }

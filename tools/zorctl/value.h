@@ -26,7 +26,7 @@ void AddFormatOption(CLI::App &app, std::string &format);
 
 // The bytes that a word of the command line stands for. Failure (usage) when it is not of that format, or a file is
 // larger than limit.
-std::string BytesOf(const std::string &word, std::string_view format, size_t limit);
+std::string ParseBytes(const std::string &word, std::string_view format, size_t limit);
 
 // Bytes as a line for people: a text if they are one, a number if they are four, else hexadecimal.
 std::string ShowBytes(std::string_view bytes);

@@ -1,5 +1,4 @@
 #include <zor/control_wire.h>
-#include <zor/event.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -8,6 +7,7 @@
 #include <vector>
 
 #include "zorctl/bus.h"
+#include "zorctl/event.h"
 #include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
@@ -40,14 +40,6 @@ Words Types() {
   return words;
 }
 
-Words Modules() {
-  Words words;
-  for (uint32_t type = ZOR_EVT_ALL + 1; type <= ZOR_MSG_EVENT_LAST; ++type) {
-    if (const char *module = ZOR_EVT_GetEventModuleNameByEventType(type)) words.emplace_back(module);
-  }
-  return words;
-}
-
 Words VerbNames() {
   Words words;
   for (const VerbRow &row : Verbs()) words.emplace_back(row.name);
@@ -72,7 +64,7 @@ struct Source {
   Words (*list)();
 };
 
-constexpr Source kSources[] = {{"names", Names}, {"types", Types}, {"modules", Modules}, {"verbs", VerbNames}};
+constexpr Source kSources[] = {{"names", Names}, {"types", Types}, {"modules", EventModules}, {"verbs", VerbNames}};
 
 Words ListOf(std::string_view what) {
   for (const Source &source : kSources) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "programs/paths.h"
+#include "zorctl/format.h"
 #include "zorctl/number.h"
 #include "zorctl/output.h"
 #include "zorctl/store_list.h"
@@ -23,6 +24,7 @@
 #include "zorctl/text.h"
 #include "zorctl/value.h"
 #include "zorctl/verbs.h"
+#include "zorctl/watchdog.h"
 
 namespace zor::ctl {
 namespace {
@@ -43,8 +45,8 @@ struct Key {
 // What a word such as 0x70000001 or 4.1 names.
 Key ParseKey(std::string_view word) {
   const size_t dot = std::min(word.find('.'), word.size());
-  const auto id = ParseNumber(word.substr(0, dot));
-  const auto instance = dot == word.size() ? std::nullopt : ParseNumber(word.substr(dot + 1));
+  const auto id = ParseUint32(word.substr(0, dot));
+  const auto instance = dot == word.size() ? std::nullopt : ParseUint32(word.substr(dot + 1));
   if (id && instance.has_value() == (dot < word.size())) return {*id, instance};
   throw Failure(kExitUsage, "no number of anything: " + Escape(word),
                 "write it as 0x70000001 or, with its instance, 4.1");
@@ -67,14 +69,8 @@ struct Listed {
   std::string names;
 };
 
-std::string Joined(const std::vector<std::string> &names) {
-  std::string text;
-  for (const std::string &name : names) text += (text.empty() ? "" : ",") + name;
-  return text;
-}
-
 void Append(const char *kind, const std::vector<StoreEntry> &entries, std::vector<Listed> &list) {
-  for (const StoreEntry &entry : entries) list.push_back({kind, entry, Joined(entry.names)});
+  for (const StoreEntry &entry : entries) list.push_back({kind, entry, Join(entry.names, ",")});
 }
 
 // The user whose number stands between these, in the name of a file that cms wrote.
@@ -83,7 +79,7 @@ std::optional<uint32_t> UserIn(std::string_view name, std::string_view before) {
   if (!name.starts_with(before) || !name.ends_with(kAfter)) return std::nullopt;
   name.remove_prefix(before.size());
   name.remove_suffix(kAfter.size());
-  return ParseNumber(name);
+  return ParseUint32(name);
 }
 
 void AppendUsers(const std::string &directory, std::vector<Listed> &list) {
@@ -205,7 +201,7 @@ class ConfigVerb : public Verb {
     if (!create_) CheckStoreIsThere();
     if (kind_ == kObject) return SetObject();
     if (words_.size() != 1) throw Failure(kExitUsage, "one value is needed", "quote one that has blanks");
-    const std::string value = BytesOf(words_.front(), format_, kMaxStoreValue);
+    const std::string value = ParseBytes(words_.front(), format_, kMaxStoreValue);
     if (kind_ == kParameter) {
       WriteParameter(key_.id, key_.instance.value_or(0), value);
     } else {

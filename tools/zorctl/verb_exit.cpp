@@ -6,6 +6,7 @@
 #include <string>
 
 #include "zorctl/bus.h"
+#include "zorctl/format.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
 #include "zorctl/wait_graph.h"
@@ -24,8 +25,7 @@ class ExitVerb : public Verb {
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
     const uint32_t before = bus.CountProcesses(name_, deadline);
-    if (before == 0)
-      throw Failure(kExitNotFound, "no daemon " + name_ + " on the bus", "zorctl list shows who is there");
+    if (before == 0) throw NoSuchDaemon(name_);
     bus.Send({ZOR_MSG_SAFE_EXIT, name_, 0, ""}, deadline);
     bus.Send({ZOR_MSG_SAFE_EXIT, "", 0, field}, deadline);  // so that what others subscribed for it ends too
     while (bus.CountProcesses(name_, deadline) >= before) {

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "zorctl/bus.h"
 #include "zorctl/format.h"
@@ -44,19 +45,14 @@ std::string EventText(uint32_t type) {
 }
 
 std::string EventsText(const Json &client) {
-  std::string text;
-  for (const Json &event : client.value("events", Json::array())) {
-    text += (text.empty() ? "" : ",") + EventText(event.get<uint32_t>());
-  }
-  return text.empty() ? "-" : text;
+  std::vector<std::string> events;
+  for (const Json &event : client.value("events", Json::array())) events.push_back(EventText(event.get<uint32_t>()));
+  return events.empty() ? "-" : Join(events, ",");
 }
 
 std::string PatternsText(const Json &client) {
-  std::string text;
-  for (const Json &pattern : client.value("patterns", Json::array())) {
-    text += (text.empty() ? "" : ",") + pattern.get<std::string>();
-  }
-  return text.empty() ? "-" : text;
+  const auto patterns = client.value("patterns", std::vector<std::string>());
+  return patterns.empty() ? "-" : Join(patterns, ",");
 }
 
 class ListVerb : public Verb {
@@ -97,7 +93,7 @@ class ListVerb : public Verb {
 
   Table::Row RowOf(const Json &client) const {
     Table::Row row = {client.value("name", ""), PidText(client),
-                      UserText(client),         TimeText(client.value("since", std::time_t{0})),
+                      UserText(client),         LocalTimeText(client.value("since", std::time_t{0})),
                       WaitingText(client),      CountText(client, "in"),
                       CountText(client, "out"), CountText(client, "dropped")};
     if (verbose_) row.insert(row.end(), {EventsText(client), PatternsText(client)});

@@ -54,7 +54,7 @@ class ListenVerb : public Verb {
   }
 
   std::vector<std::string> modules_;
-  uint64_t limit_ = 0;
+  uint32_t limit_ = 0;
   bool verbose_ = false;
 };
 

@@ -20,7 +20,9 @@
 #include "zorctl/bus.h"
 #include "zorctl/log_lines.h"
 #include "zorctl/log_names.h"
+#include "zorctl/number_option.h"
 #include "zorctl/output.h"
+#include "zorctl/record.h"
 #include "zorctl/seconds_option.h"
 #include "zorctl/statistic.h"
 #include "zorctl/text.h"
@@ -73,7 +75,7 @@ class LogVerb : public Verb {
         ->type_name("TYPE");
     app.add_option("--level", level_, "Only records as severe as that, or more: emergency ... debug")
         ->type_name("LEVEL");
-    app.add_option("--count", count_, "How many of the newest records; 0: all")->type_name("N")->capture_default_str();
+    AddNumber(app, "--count", count_, "How many of the newest records; 0: all", 0)->capture_default_str();
     app.add_option("--language", language_, "Of the texts: en, or zh for the second language")
         ->check(CLI::IsMember({"en", "zh"}))
         ->capture_default_str();
@@ -109,8 +111,8 @@ class LogVerb : public Verb {
     query.typeLevel = typeLevel;
     query.count = count;
     result.fixedPath().copy(query.text, sizeof query.text - 1);
-    const std::string body(reinterpret_cast<const char *>(&query), sizeof query);
-    const Message answer = bus.Request({ZOR_LOG_MSG_QUERY, ZOR_LOG_DAEMON_NAME, 0, body}, deadline);
+    const Message answer =
+        bus.Request({ZOR_LOG_MSG_QUERY, ZOR_LOG_DAEMON_NAME, 0, std::string(RecordBytes(query))}, deadline);
     if (answer.data != kRefused) return SplitLines(result.Text());
     throw Failure(kExitRefused, "the daemon refused the query",
                   "its setting query_directory must be " + directory_ + ", and it must be able to write there");

@@ -18,6 +18,7 @@
 #include "zorctl/number_option.h"
 #include "zorctl/output.h"
 #include "zorctl/pcapng.h"
+#include "zorctl/record.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
 
@@ -143,7 +144,7 @@ class MonitorVerb : public Verb {
     Bus bus(setUp);
     bus.StopWith(signal);
     WarnIfAbsent(bus, setUp);
-    bus.Control(ZOR_MSG_CONTROL_MONITOR, {reinterpret_cast<const char *>(&filter), sizeof filter}, setUp);
+    bus.Control(ZOR_MSG_CONTROL_MONITOR, RecordBytes(filter), setUp);
     const std::unique_ptr<Sink> sink = MakeSink(common);
     Totals totals;
     bool stopped = false;
@@ -234,7 +235,7 @@ class MonitorVerb : public Verb {
 
   std::string name_, type_, file_;
   bool sent_ = false, received_ = false, lines_ = false;
-  uint64_t limit_ = 0;
+  uint32_t limit_ = 0;
 };
 
 }  // namespace

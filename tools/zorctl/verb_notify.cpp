@@ -7,7 +7,6 @@
 #include <string>
 
 #include "zorctl/format.h"
-#include "zorctl/message_types.h"
 #include "zorctl/notify_channel.h"
 #include "zorctl/number.h"
 #include "zorctl/output.h"
@@ -32,7 +31,7 @@ std::string ModuleName(uint32_t module) {
 
 uint32_t ModuleOf(const std::string &word) {
   if (const uint32_t module = ZOR_NOTIFYCLT_GetMIDByName(word.c_str()); module != 0) return module;
-  const std::optional<uint32_t> number = ParseNumber(word);
+  const std::optional<uint32_t> number = ParseUint32(word);
   const bool isModule = number && *number >= ZOR_NOTIFY_MID_FIRST && *number <= ZOR_NOTIFY_MID_LAST;
   if (isModule && *number != ZOR_NOTIFY_MID_SERVER) return *number;
   throw Failure(kExitNotFound, "no module " + Escape(word), "give a name that zorctl notify --list shows, or 1 to 102");
@@ -61,7 +60,7 @@ class NotifyVerb : public Verb {
     if (list_) return List(common);
     CheckArguments();
     const uint32_t module = ModuleOf(module_);
-    const uint32_t type = ParseWord(type_, "TYPE");
+    const uint32_t type = RequireUint32(type_, "TYPE");
     const uint32_t from = ModuleOf(from_);
     const std::string part1 = Bytes(part1_);
     const std::string part2 = Bytes(part2_);
@@ -109,7 +108,7 @@ class NotifyVerb : public Verb {
             count("module"),
             count("pid"),
             UserName(client.value("uid", uid_t{0})),
-            TimeText(client.value("since", std::time_t{0})),
+            LocalTimeText(client.value("since", std::time_t{0})),
             std::to_string(waiting.value("bytes", uint64_t{0}) + waiting.value("socket", uint64_t{0})),
             std::to_string(client.value("pending", Json::array()).size()),
             count("in"),
@@ -127,7 +126,7 @@ class NotifyVerb : public Verb {
   }
 
   std::string Bytes(const std::string &part) const {
-    return part.empty() ? part : BytesOf(part, format_, ZOR_NOTIFY_DATA_MAX);
+    return part.empty() ? part : ParseBytes(part, format_, ZOR_NOTIFY_DATA_MAX);
   }
 
   // The server says nothing of modules that are not there, and only some users may ask it.

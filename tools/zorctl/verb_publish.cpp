@@ -24,7 +24,7 @@ constexpr char kItemBroker[] = "mic";  // where events of items go
 // The text behind the option, or in the file that it names with "@".
 Json PayloadOf(const std::string &word) {
   const bool isFile = word.starts_with('@');
-  const Json payload = ParsePayload(BytesOf(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody));
+  const Json payload = ParsePayload(ParseBytes(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody));
   if (!payload.is_discarded()) return payload;
   throw Failure(kExitUsage, "the payload is not JSON", "quote it for the shell: --json-payload '{\"port\":1}'");
 }

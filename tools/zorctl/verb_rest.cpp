@@ -6,6 +6,7 @@
 
 #include "zorctl/bus.h"
 #include "zorctl/output.h"
+#include "zorctl/record.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
 
@@ -46,7 +47,7 @@ class RestVerb : public Verb {
     ZOR_MSG_RESTFUL_HEAD head = {};
     CopyText(prefix_, "prefix", head.prefix);
     CopyText(name_, "name", head.name);
-    std::string body(reinterpret_cast<const char *>(&head), sizeof head);
+    std::string body(RecordBytes(head));
     return body.append(data_).append(1, '\0');
   }
 

@@ -4,7 +4,6 @@
 #include "zorctl/message_options.h"
 #include "zorctl/message_types.h"
 #include "zorctl/output.h"
-#include "zorctl/text.h"
 #include "zorctl/verbs.h"
 
 namespace zor::ctl {

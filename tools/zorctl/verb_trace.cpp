@@ -7,8 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "programs/settings.h"
+#include "programs/limits.h"
 #include "zorctl/bus.h"
+#include "zorctl/number.h"
+#include "zorctl/number_option.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -26,9 +28,7 @@ std::string SourceText(const std::string &source) {
 }
 
 bool IsLevel(const std::string &text) {
-  uint64_t number = 0;
-  return text == "none" || ZOR_TRACE_GetLevelByString(text.c_str()) != 0 ||
-         (daemon::ParseNumber(text, &number) && number <= UINT32_MAX);
+  return text == "none" || ZOR_TRACE_GetLevelByString(text.c_str()) != 0 || ParseUint32(text).has_value();
 }
 
 class TraceVerb : public Verb {
@@ -47,9 +47,9 @@ class TraceVerb : public Verb {
         ->type_name("");
     output_ =
         app.add_option("--output", outputText_, "With set: stdout, file or ADDRESS:PORT (UDP)")->type_name("TEXT");
-    fileKib_ = app.add_option("--file-kib", kib_, "With set: size limit of the trace file in KiB, at least 1024")
-                   ->check(CLI::Range(uint64_t{1024}, uint64_t{UINT32_MAX}))
-                   ->type_name("N");
+    constexpr auto kLeast = static_cast<uint32_t>(limits::msgsvr::kLeastTraceFileKiB);
+    fileKib_ = AddNumber(app, "--file-kib", kib_,
+                         "With set: size limit of the trace file in KiB, at least " + std::to_string(kLeast), kLeast);
   }
 
   ExitCode Run(const Common &common) override {
@@ -117,7 +117,7 @@ class TraceVerb : public Verb {
 
   std::string action_, name_, outputText_;
   std::vector<std::string> levels_;
-  uint64_t kib_ = 0;
+  uint32_t kib_ = 0;
   CLI::Option *output_ = nullptr;
   CLI::Option *fileKib_ = nullptr;
 };

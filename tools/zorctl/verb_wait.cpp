@@ -5,6 +5,7 @@
 
 #include "zorctl/bus.h"
 #include "zorctl/output.h"
+#include "zorctl/text.h"
 #include "zorctl/verbs.h"
 
 namespace zor::ctl {
@@ -28,24 +29,19 @@ class WaitVerb : public Verb {
         return true;
       });
       if (missing.empty() || deadline.over()) break;
-      ShowProgress("waiting for " + Joined(missing) + ", " + std::to_string(deadline.left().count() / 1000) +
+      ShowProgress("waiting for " + Join(missing, ", ") + ", " + std::to_string(deadline.left().count() / 1000) +
                    " s left");
       while (bus.Receive(deadline.Within(kPollEvery))) {
       }
     }
     ShowProgress("");
     if (common.json) PrintJson({{"complete", missing.empty()}, {"missing", missing}});
-    if (!missing.empty()) throw Failure(kExitTimeOver, "not on the bus: " + Joined(missing), "see whether they start");
+    if (!missing.empty())
+      throw Failure(kExitTimeOver, "not on the bus: " + Join(missing, ", "), "see whether they start");
     return kExitOk;
   }
 
  private:
-  static std::string Joined(const std::vector<std::string> &names) {
-    std::string text;
-    for (const std::string &name : names) text += (text.empty() ? "" : ", ") + name;
-    return text;
-  }
-
   std::vector<std::string> names_;
 };
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "zorctl/bus.h"
+#include "zorctl/format.h"
 #include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/process_state.h"
@@ -145,9 +146,7 @@ class WhyVerb : public Verb {
       }
     }
     const Daemon *subject = FindDaemon(daemons, name_);
-    if (subject == nullptr) {
-      throw Failure(kExitNotFound, "no daemon " + Escape(name_) + " on the bus", "zorctl list shows who is there");
-    }
+    if (subject == nullptr) throw NoSuchDaemon(name_);
     const Report report(daemons, *subject);
     common.json ? report.PrintAsJson() : report.PrintText();
     return kExitOk;

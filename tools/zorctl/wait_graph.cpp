@@ -2,15 +2,14 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <utility>
 
-#include "zorctl/text.h"
+#include "zorctl/format.h"
 
 namespace zor::ctl {
 namespace {
 
-struct ProcessState {
+struct ProcessStateText {
   char letter;
   std::string_view text;
   std::string_view verdict;  // for those that cannot go on by themselves
@@ -20,17 +19,17 @@ struct ProcessState {
 constexpr uint64_t kReadingMs = 1000;
 
 constexpr std::array kStates = {
-    ProcessState{'R', "running", ""},
-    ProcessState{'S', "sleeping", ""},
-    ProcessState{'I', "idle", ""},
-    ProcessState{'D', "in the kernel", "is held up in the kernel, by a disk or a device"},
-    ProcessState{'T', "stopped", "is stopped (SIGCONT lets it go on)"},
-    ProcessState{'t', "traced", "is held by a debugger"},
-    ProcessState{'Z', "zombie", "has ended, and its parent has not noticed"},
-    ProcessState{'X', "dead", "has ended"},
+    ProcessStateText{'R', "running", ""},
+    ProcessStateText{'S', "sleeping", ""},
+    ProcessStateText{'I', "idle", ""},
+    ProcessStateText{'D', "in the kernel", "is held up in the kernel, by a disk or a device"},
+    ProcessStateText{'T', "stopped", "is stopped (SIGCONT lets it go on)"},
+    ProcessStateText{'t', "traced", "is held by a debugger"},
+    ProcessStateText{'Z', "zombie", "has ended, and its parent has not noticed"},
+    ProcessStateText{'X', "dead", "has ended"},
 };
 
-const ProcessState *FindState(char letter) {
+const ProcessStateText *FindState(char letter) {
   const auto found =
       std::find_if(kStates.begin(), kStates.end(), [&](const auto &each) { return each.letter == letter; });
   return found == kStates.end() ? nullptr : &*found;
@@ -47,7 +46,7 @@ std::string Waiting(const Daemon &daemon) {
 
 // What is the matter with a daemon that waits for nobody; empty when nothing is.
 std::string Trouble(const Daemon &daemon) {
-  const ProcessState *state = FindState(daemon.state);
+  const ProcessStateText *state = FindState(daemon.state);
   if (state != nullptr && !state->verdict.empty()) {
     const std::string verdict(state->verdict);
     return daemon.unread == 0 ? verdict
@@ -105,7 +104,7 @@ std::string End(const WaitChain &chain, std::string_view link) {
 }  // namespace
 
 const PendingRequest *Daemon::Awaited() const {
-  const ProcessState *known = FindState(state);
+  const ProcessStateText *known = FindState(state);
   if ((known != nullptr && !known->verdict.empty()) || (unread > 0 && unreadMs >= kReadingMs)) return nullptr;
   const auto found =
       std::find_if(pending.begin(), pending.end(), [](const auto &each) { return each.waits != Waits::kNo; });
@@ -169,14 +168,8 @@ std::string_view WaitsText(Waits waits) {
 }
 
 std::string_view StateText(char state) {
-  const ProcessState *found = FindState(state);
+  const ProcessStateText *found = FindState(state);
   return found == nullptr ? "unknown" : found->text;
-}
-
-std::string AgeText(uint64_t milliseconds) {
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.1f s", static_cast<double>(milliseconds) / 1000);
-  return text.data();
 }
 
 }  // namespace zor::ctl

@@ -77,9 +77,6 @@ std::string_view WaitsText(Waits waits);
 // A state of a process as a word: "sleeping", "stopped".
 std::string_view StateText(char state);
 
-// A time with one decimal: "12.3 s".
-std::string AgeText(uint64_t milliseconds);
-
 }  // namespace zor::ctl
 
 #endif

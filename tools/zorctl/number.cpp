@@ -1,0 +1,22 @@
+#include "zorctl/number.h"
+
+#include <string>
+
+#include "programs/settings.h"
+#include "zorctl/exit_code.h"
+#include "zorctl/text.h"
+
+namespace zor::ctl {
+
+std::optional<uint32_t> ParseUint32(std::string_view text) {
+  uint64_t number = 0;
+  if (!daemon::ParseNumber(text, &number) || number > UINT32_MAX) return std::nullopt;
+  return static_cast<uint32_t>(number);
+}
+
+uint32_t RequireUint32(std::string_view text, std::string_view what) {
+  if (const auto number = ParseUint32(text)) return *number;
+  throw Failure(kExitUsage, std::string(what) + " is not a 32-bit number: " + Escape(text), "write 42 or 0x2A");
+}
+
+}  // namespace zor::ctl
