@@ -16,7 +16,7 @@
 #   report COMMAND...         the same for any command
 #   begin ARGUMENT...         as run, in the background; its errors so far are in $work/begun.err
 #   finish                    waits until it ends, and prints what run would have printed
-#   run_unread ARGUMENT...    as run, into a pipe whose reader has gone
+#   run_unread ARGUMENT...    as run, into a pipe whose reader has exited
 #   await COMMAND...          waits until it succeeds; the case fails after two minutes
 #   normalise                 a filter that a case may define, for text that differs from run to run
 set -euo pipefail
@@ -50,7 +50,7 @@ fail() {
 await() {
   local end=$((SECONDS + 120))
   until "$@" >/dev/null 2>&1; do
-    [ "$SECONDS" -lt "$end" ] || fail "waited in vain for: $*"
+    [ "$SECONDS" -lt "$end" ] || fail "timed out waiting for: $*"
     sleep 0.02
   done
 }

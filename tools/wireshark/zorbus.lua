@@ -2,8 +2,8 @@
 -- docs/protocol.md.
 --
 -- 1. A packet is the head of a copy (ZOR_CONTROL_COPY) and a frame: the header of a message and its body, cut or not.
--- 2. Integers are in the byte order of the host that captured. Only the size of the frame tells which one that is: it
---    fits into 16 bits, so that the right reading is the smaller one.
+-- 2. Integers are in the byte order of the host that captured. The size of the frame shows which one: it fits into 16
+--    bits, so the right reading is the smaller one.
 -- 3. Every byte is hostile. All bytes are taken through a Reader, which never leaves what was captured.
 --
 -- Wireshark loads it from its folder of personal plugins; tshark also with -X lua_script:FILE.
@@ -37,7 +37,7 @@ f.data = ProtoField.uint32("zorbus.data", "Data word", base.DEC_HEX)
 f.request_frame = ProtoField.framenum("zorbus.request_frame", "Reply to", base.NONE, frametype.REQUEST)
 f.body_length = ProtoField.uint32("zorbus.body_length", "Body length")
 f.body = ProtoField.bytes("zorbus.body", "Body")
-f.body_path = ProtoField.string("zorbus.body_path", "Body lies in")
+f.body_path = ProtoField.string("zorbus.body_path", "Body file")
 f.field_name = ProtoField.string("zorbus.field.name", "Name")
 f.field_text = ProtoField.string("zorbus.field.text", "Text")
 f.field_bytes = ProtoField.bytes("zorbus.field.bytes", "Bytes")
@@ -60,8 +60,8 @@ f.item_value = ProtoField.bytes("zorbus.item.value", "Value")
 f.item_text = ProtoField.string("zorbus.item.text", "Value as text")
 
 local e = zorbus.experts
-e.short = ProtoExpert.new("zorbus.short", "Ends too early", expert.group.MALFORMED, expert.severity.WARN)
-e.cut = ProtoExpert.new("zorbus.cut", "The capture holds the start of the body only", expert.group.UNDECODED,
+e.short = ProtoExpert.new("zorbus.short", "Truncated", expert.group.MALFORMED, expert.severity.WARN)
+e.cut = ProtoExpert.new("zorbus.cut", "The capture contains only the start of the body", expert.group.UNDECODED,
   expert.severity.NOTE)
 e.undelivered = ProtoExpert.new("zorbus.undelivered", "Not delivered", expert.group.RESPONSE_CODE,
   expert.severity.WARN)
@@ -127,7 +127,7 @@ function Reader:text_size()
   return nul or self:left()
 end
 
--- What a message type stands for: an entry of the table, nil when nobody has named it.
+-- The entry of a message type in the table; nil for an unknown type.
 local function describe(message_type)
   for _, entry in ipairs(message_types) do
     if message_type >= entry[1] and message_type <= entry[2] then
@@ -157,11 +157,11 @@ local function request_frame(message, receiver, pinfo)
   return replies[pinfo.number]
 end
 
--- When the capture lacks the request: requests go to the daemon that answers them, or to nobody, and the server finds
--- it; replies go to somebody else.
+-- When the capture lacks the request: requests go to the daemon that replies to them, or have no destination and the
+-- server finds it; replies go to other daemons.
 local function looks_like_reply(description, message)
-  local from_answerer = message.source == (description.to == "server" and "" or description.to)
-  return from_answerer and message.destination ~= "" and message.destination ~= description.to
+  local from_receiver_of_requests = message.source == (description.to == "server" and "" or description.to)
+  return from_receiver_of_requests and message.destination ~= "" and message.destination ~= description.to
 end
 
 local function shape_of(message)
@@ -208,7 +208,7 @@ local function add_items(reader, tree)
   local index = 1
   while reader.offset < used do
     local rest = reader.tvb:range(reader.offset, reader:left())
-    -- Answers may travel with their unused bytes, all zero.
+    -- Replies may contain their unused bytes, all zero.
     if not rest:raw():find("[^\0]") then
       tree:add(f.dm_unused, reader:take(reader:left()))
     elseif not add_management_item(reader, tree, index) then
@@ -308,7 +308,7 @@ end
 local function set_columns(pinfo, copy, message)
   pinfo.cols.protocol = "ZORBUS"
   if not message then
-    pinfo.cols.info = "Ends too early"
+    pinfo.cols.info = "Truncated"
     return
   end
   pinfo.cols.src = message.source == "" and "(server)" or message.source
@@ -322,7 +322,7 @@ function zorbus.dissector(tvb, pinfo, root)
   pinfo.cols.protocol = "ZORBUS"
   if tvb:captured_len() < COPY_SIZE then
     root:add(zorbus, tvb(), "Message bus"):add_proto_expert_info(e.short)
-    pinfo.cols.info = "Ends too early"
+    pinfo.cols.info = "Truncated"
     return
   end
   local size = tvb:range(16, 4)

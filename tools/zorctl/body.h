@@ -1,5 +1,5 @@
-// Message bodies by their shape: built from texts of the command line, and taken apart for people and scripts. A shape
-// is what messages.tsv says: fields behind each other, without padding.
+// Message bodies by their shape: built from texts of the command line, and decoded for users and scripts. Shapes
+// come from messages.tsv: consecutive fields without padding.
 #ifndef ZORCTL_BODY_H
 #define ZORCTL_BODY_H
 
@@ -22,18 +22,18 @@ struct Content {
   std::string body;
 };
 
-// A shape's fields filled with values; what is not named is zero or empty. Without a value for a field of the body
-// there is no body. Failure for a name that the shape does not have and for a value that does not fit.
+// A shape's fields filled with values; fields without a value are zero or empty. Without a value for any field of the
+// body the body is empty. Failure for a name that the shape does not have and for a value that does not fit.
 Content Encode(std::string_view shape, const Values &values);
 
 // The body of a management message to be sent.
 std::string EncodeItems(const Values &items, uint32_t subType);
 
-// The fields by name, as far as the body goes; bytes behind the last one stand under "rest". Bytes are hexadecimal
+// The fields by name, as far as the body goes; bytes after the last field are under "rest". Bytes are hexadecimal
 // digits, numbers are numbers, and a management message is an object with its head and a list of items.
 nlohmann::ordered_json Decode(std::string_view shape, uint32_t data, std::string_view body);
 
-// The same for a body of unknown shape: "text" when it is one, else "hex"; nothing for an empty one.
+// The same for a body of unknown shape: "text" if it is text, otherwise "hex"; no member if it is empty.
 nlohmann::ordered_json DecodeUnknown(std::string_view body);
 
 }  // namespace zor::ctl

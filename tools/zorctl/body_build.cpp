@@ -79,7 +79,7 @@ void CheckNames(const std::vector<Field> &fields, const Values &values) {
     if (found == fields.end()) {
       throw Failure(kExitUsage, "no field " + Escape(given.first), "the type has: " + FieldNames(fields));
     }
-    if (found->kind == Kind::kItems) throw Failure(kExitUsage, "items are no field", "use --item NAME=VALUE");
+    if (found->kind == Kind::kItems) throw Failure(kExitUsage, "items are not a field", "use --item NAME=VALUE");
   }
 }
 
@@ -111,7 +111,7 @@ std::string EncodeItems(const Values &items, uint32_t subType) {
     status = ZOR_DMMSG_AppendItem(&made, 0, name.c_str(), value.c_str(), static_cast<uint32_t>(value.size() + 1));
   }
   const ItemBlock block(made);
-  if (status != ZOR_OK) throw Failure(kExitUsage, "a body too large", "give fewer or shorter items");
+  if (status != ZOR_OK) throw Failure(kExitUsage, "the body is too large", "give fewer or shorter items");
   block->capacity -= block->free;
   block->free = 0;
   return {static_cast<const char *>(static_cast<const void *>(block.get())), block->capacity};

@@ -16,7 +16,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Kind = Field::Kind;
 
-// Takes a field's bytes off the start of the body; all that is left when that is less.
+// Removes a field's bytes from the front of the body; all that is left if it is shorter.
 std::string_view Take(std::string_view &body, size_t size) {
   const std::string_view taken = body.substr(0, size);
   body.remove_prefix(taken.size());
@@ -42,7 +42,7 @@ Json DecodeText(std::string_view &body, size_t size) {
   return std::string(Take(body, length + 1).substr(0, length));
 }
 
-// A text when the value is one, else hexadecimal digits behind "0x".
+// The value if it is text, otherwise "0x" and hexadecimal digits.
 std::string ItemValue(const ZOR_DMMSG_ITEM &item) {
   const std::string_view value(static_cast<const char *>(item.value), item.value == nullptr ? 0 : item.valueLength);
   const Json known = DecodeUnknown(value);
@@ -54,7 +54,7 @@ std::string ItemName(const ZOR_DMMSG_ITEM &item) {
   return item.name == nullptr ? "" : std::string(FieldText(item.name, item.nameLength));
 }
 
-// Zero bytes behind the items, in which some answers end, are none.
+// Some replies end in zero bytes after their items, which are skipped.
 Json DecodeItems(std::string_view body) {
   const ItemBlock block = ItemBlockOf(body);
   if (block == nullptr) return DecodeUnknown(body);

@@ -31,11 +31,11 @@ namespace {
 constexpr char kServer[] = "the message server";
 
 Failure ServerGone() {
-  return {kExitNoServer, std::string(kServer) + " has gone", "start it again, and then this command"};
+  return {kExitNoServer, std::string(kServer) + " has disconnected", "restart it, then run this command again"};
 }
 
 Failure TimeOver(const std::string &what) {
-  return {kExitTimeOver, what, "see whether it is busy or stuck, or give more --timeout"};
+  return {kExitTimeOver, what, "check whether it is busy or stuck, or increase --timeout"};
 }
 
 // A server that dies with our messages unread makes a read fail like any other fault.
@@ -44,7 +44,7 @@ bool HasHungUp(int fd) {
   return fd < 0 || (::poll(&watched, 1, 0) == 1 && (watched.revents & (POLLHUP | POLLERR)) != 0);
 }
 
-// Nobody listens, or we may not connect; the library does not say which.
+// No server listens, or we may not connect; the library does not report which.
 Failure NotConnected() {
   const std::string path = daemon::FixedPath(ZOR_PATH_MSGSVR);
   if (::access(path.c_str(), F_OK) == 0 && ::access(path.c_str(), W_OK) != 0 && errno == EACCES) {
@@ -62,16 +62,16 @@ void CheckSent(uint32_t status) {
     case ZOR_E_NOT_CONNECTED:
       throw ServerGone();
     case ZOR_E_NOT_WRITABLE:
-      throw TimeOver(std::string(kServer) + " takes no more messages");
+      throw TimeOver(std::string(kServer) + " accepts no more messages");
     case ZOR_E_BODY_FILE:
       throw Failure(kExitFailure, "cannot write the body to " + daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR),
-                    "look at its permissions and at the space left there");
+                    "check its permissions and free space");
     default:
       throw Failure(kExitFailure, "cannot send: status " + HexText(status), "see docs/operations.md");
   }
 }
 
-// Timers that the library set by itself, for the reports that the server asked for.
+// The library's own timers, for the reports that the server requested.
 int TimeUntilTimer() {
   timespec now = {};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
@@ -95,9 +95,9 @@ bool IsNoticeOf(const Message &message, uint32_t type, uint32_t sequence) {
          (message.data & ZOR_MSG_TYPE_MASK) == type && message.sequence == sequence;
 }
 
-// As for every daemon, the type makes it the answer: not all of them send the number back. Who answers what names no
-// destination is known of the server's own requests only.
-bool Answers(const Message &message, const Outgoing &request) {
+// As for every daemon, a message of the same type is the reply: not all daemons return the sequence number. For a
+// request without a destination the replying side is known only if it is the server.
+bool IsReplyTo(const Message &message, const Outgoing &request) {
   if (message.type != request.type) return false;
   if (!request.destination.empty()) return message.source == request.destination;
   const MessageType *known = FindType(request.type);
@@ -109,7 +109,7 @@ Failure Undelivered(const Outgoing &request) {
     const MessageType *known = FindType(request.type);
     const bool isForOne = known != nullptr && known->to != "server" && known->to != "any";
     return {kExitNotFound,
-            "nobody on the bus takes messages of type " + HexText(request.type) + " without a destination",
+            "no daemon on the bus receives messages of type " + HexText(request.type) + " without a destination",
             "name the daemon" + (isForOne ? ", " + std::string(known->to) : "") + ", or set route." +
                 HexText(request.type) + " in the server's settings"};
   }
@@ -123,11 +123,11 @@ Bus::Bus(const Deadline &deadline) {
   const std::string wanted = "ctl" + std::to_string(::getpid());
   if (ZOR_MSG_Init(wanted.c_str()) != ZOR_OK) throw NotConnected();
   if (g_stMsgCtx.socketFd < 0) {
-    throw Failure(kExitRefused, std::string(kServer) + " turned us away",
-                  "look at its log; it may have max_clients clients already");
+    throw Failure(kExitRefused, std::string(kServer) + " refused the connection",
+                  "check its log; it may already have max_clients clients");
   }
   name_ = g_stMsgCtx.appName;
-  ZOR_TRACE_SetPackageLevel(nullptr, 0);  // whatever the server's settings want of all daemons
+  ZOR_TRACE_SetPackageLevel(nullptr, 0);  // whatever the server sets for all daemons
 }
 
 Bus::~Bus() {
@@ -136,8 +136,8 @@ Bus::~Bus() {
 
 uint32_t Bus::Send(const Outgoing &message, const Deadline &deadline) {
   if (message.body.size() > kMaxBody) {
-    throw Failure(kExitUsage, "a body too large: " + std::to_string(message.body.size()) + " bytes",
-                  "receivers take at most " + std::to_string(kMaxBody));
+    throw Failure(kExitUsage, "the body is too large: " + std::to_string(message.body.size()) + " bytes",
+                  "receivers accept at most " + std::to_string(kMaxBody));
   }
   const Watchdog watchdog(deadline);
   const auto length = static_cast<uint32_t>(message.body.size());
@@ -164,7 +164,7 @@ bool Bus::AwaitMessage(const Deadline &deadline) {
 
 std::optional<Message> Bus::Read(const Deadline &deadline) {
   if (!AwaitMessage(deadline)) return std::nullopt;
-  // A message that has come is read, however little time is left.
+  // A message that has arrived is read, however little time is left.
   const Watchdog watchdog(deadline);
   ZOR_MSG_HEAD *received = nullptr;
   const uint32_t status = ZOR_MSG_Recv(g_stMsgCtx.socketFd, &received, 0);
@@ -188,35 +188,35 @@ Message Bus::Request(const Outgoing &request, const Deadline &deadline) {
   const uint32_t sequence = Send(request, deadline);
   while (std::optional<Message> message = Read(deadline)) {
     if (IsNoticeOf(*message, request.type, sequence)) throw Undelivered(request);
-    if (Answers(*message, request)) return std::move(*message);
+    if (IsReplyTo(*message, request)) return std::move(*message);
     setAside_.push_back(std::move(*message));
   }
-  const std::string who = request.destination.empty() ? "nobody" : Escape(request.destination) + " has not";
-  throw TimeOver(who + " answered in time");
+  throw TimeOver(request.destination.empty() ? "no reply in time"
+                                             : Escape(request.destination) + " has not replied in time");
 }
 
 std::string Bus::Control(uint32_t type, std::string_view body, const Deadline &deadline) try {
-  Message answer = Request({type, "", 0, std::string(body)}, deadline.ForServer());
-  CheckControl(answer.data, kServer);
-  return std::move(answer.body);
+  Message reply = Request({type, "", 0, std::string(body)}, deadline.ForServer());
+  CheckControl(reply.data, kServer);
+  return std::move(reply.body);
 } catch (const Failure &failure) {
   if (failure.code != kExitNotFound) throw;
-  CheckControl(ZOR_CONTROL_UNKNOWN,
-               kServer);  // a server from before these requests looks for somebody to pass them on to
+  // A server that lacks these requests looks for a daemon to forward them to.
+  CheckControl(ZOR_CONTROL_UNKNOWN, kServer);
   throw;
 }
 
 nlohmann::json Bus::ControlJson(uint32_t type, std::string_view body, const Deadline &deadline) {
-  nlohmann::json answer = nlohmann::json::parse(Control(type, body, deadline), nullptr, false);
-  if (!answer.is_object()) {
-    throw Failure(kExitFailure, std::string(kServer) + " answers with something that is not JSON",
-                  "use a server and a tool of one version");
+  nlohmann::json reply = nlohmann::json::parse(Control(type, body, deadline), nullptr, false);
+  if (!reply.is_object()) {
+    throw Failure(kExitFailure, std::string(kServer) + " sent a reply that is not JSON",
+                  "use a server and a tool of the same version");
   }
-  return answer;
+  return reply;
 }
 
-// The server handles what one client sends in order: when it has answered what follows the message, it has also said
-// whether it could deliver it.
+// The server handles a client's messages in order: its reply to the request that follows the message comes after any
+// notice that the message could not be delivered.
 void Bus::SendAndCheck(const Outgoing &message, const Deadline &deadline) {
   const uint32_t sequence = Send(message, deadline);
   CountProcesses(name_, deadline);
@@ -230,13 +230,14 @@ uint32_t Bus::CountProcesses(std::string_view name, const Deadline &deadline) {
 }
 
 Failure NoSuchDaemon(std::string_view name) {
-  return {kExitNotFound, "no daemon " + Escape(name) + " on the bus", "zorctl list shows who is there"};
+  return {kExitNotFound, "no daemon " + Escape(name) + " on the bus", "zorctl list shows the daemons on the bus"};
 }
 
 std::string NameField(std::string_view name) {
   const bool visible = std::all_of(name.begin(), name.end(), [](char each) { return each > ' ' && each <= '~'; });
   if (name.empty() || name.size() >= ZOR_MSG_NAME_SIZE || !visible) {
-    throw Failure(kExitUsage, "no name of a daemon: " + Escape(name), "names have 1 to 11 visible ASCII characters");
+    throw Failure(kExitUsage, "not a valid daemon name: " + Escape(name),
+                  "names have 1 to 11 visible ASCII characters");
   }
   std::string field(name);
   field.resize(ZOR_MSG_NAME_SIZE);

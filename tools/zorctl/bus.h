@@ -1,5 +1,6 @@
-// The tool's place on the bus: it joins as "ctl<pid>", since answers to a name go to its oldest bearer, and leaves with
-// the object. There is no loop; whoever waits reads the socket. All of it throws Failure with a text for the user.
+// The tool's connection to the bus. It joins as "ctl<pid>", since replies to a shared name go to the longest-registered
+// client of that name, and leaves with the object. There is no loop: a wait reads the socket. Every function throws
+// Failure with a text for the user.
 #ifndef ZORCTL_BUS_H
 #define ZORCTL_BUS_H
 
@@ -22,7 +23,7 @@ namespace zor::ctl {
 struct Message {
   uint32_t type = 0;
   uint32_t sequence = 0;
-  std::string source;  // at most 11 bytes, as they came
+  std::string source;  // at most 11 bytes, as received
   uint32_t data = 0;
   std::string body;
 
@@ -51,30 +52,28 @@ class Bus {
   // Returns the message's sequence number.
   uint32_t Send(const Outgoing &message, const Deadline &deadline);
 
-  // The next message, those first that came while a request waited. None when time is over or the user wants to stop
-  // (see StopWith).
+  // The next message; first those received while a request waited. No value at the deadline or when the user stops the
+  // verb (see StopWith).
   std::optional<Message> Receive(const Deadline &deadline);
 
-  // Sends a request and waits for the answer: the next message of its type, from its destination if it names one.
+  // Sends a request and waits for the reply: the next message of its type, from its destination if it names one.
   Message Request(const Outgoing &request, const Deadline &deadline);
 
-  // A request to the server itself, as zor/control_wire.h has them. Returns the body of the answer, once that says
-  // that all went well.
+  // Sends a request of zor/control_wire.h to the server itself. Returns the body of the reply if it reports success.
   std::string Control(uint32_t type, std::string_view body, const Deadline &deadline);
   nlohmann::json ControlJson(uint32_t type, std::string_view body, const Deadline &deadline);
 
-  // Sends a message that is not answered. Failure when the server has nobody to give it to.
+  // Sends a one-way message. Failure when the server could not deliver it.
   void SendAndCheck(const Outgoing &message, const Deadline &deadline);
 
-  // How many processes bear a name.
+  // The number of processes with a name.
   uint32_t CountProcesses(std::string_view name, const Deadline &deadline);
 
-  // Lets a verb that goes on for long end as it wants when the user presses Ctrl-C: Receive returns none then, and
-  // stopped() is true.
+  // For verbs that run for long: when the user presses Ctrl-C, Receive returns no value and stopped() is true.
   void StopWith(daemon::StopSignal &signal) { stop_ = &signal; }
   bool stopped() const { return stopped_; }
-  // From now on the user cannot stop it: for what has to be said before the end.
-  void GoOn() {
+  // From now on the user cannot stop it: for what must still be sent before the end.
+  void IgnoreStop() {
     stop_ = nullptr;
     stopped_ = false;
   }
@@ -82,7 +81,7 @@ class Bus {
   const std::string &name() const { return name_; }
 
  private:
-  // False when time is over or the user wants to stop.
+  // False at the deadline or when the user stops the verb.
   bool AwaitMessage(const Deadline &deadline);
   std::optional<Message> Read(const Deadline &deadline);
 

@@ -20,7 +20,7 @@ constexpr uint64_t kMicrosInSecond = 1'000'000;
 constexpr size_t kNameWidth = ZOR_MSG_NAME_SIZE - 1;
 constexpr size_t kTypeWidth = 20;
 
-// How much of a second is shown.
+// Digits of a fraction of a second.
 enum Digits : size_t { kMillis = 3, kMicros = 6 };
 
 std::string Fraction(uint64_t timeUs, Digits digits) {
@@ -47,8 +47,8 @@ std::string NumberText(uint64_t number, size_t width) {
   return PadLeft(std::to_string(number), width);
 }
 
-// A message of a type that this daemon answers, to somebody: the reply to a request that went by unseen.
-bool IsFromAnswerer(const BusCopy &copy) {
+// Whether the daemon that receives requests of this type sent it: then it replies to a request that was not captured.
+bool IsFromReceiverOfRequests(const BusCopy &copy) {
   const MessageType *type = FindType(copy.type());
   if (type == nullptr || type->to == "any" || copy.destination().empty()) return false;
   return type->to == "server" ? copy.source().empty() : copy.source() == type->to;
@@ -88,10 +88,10 @@ std::optional<BusCopy> ParseCopy(std::string_view bytes) {
 
 bool Conversations::IsReply(const BusCopy &copy) {
   const uint64_t number = uint64_t{copy.type()} << 32 | copy.head.sequence;
-  if (copy.head.sequence == 0) return IsFromAnswerer(copy);
+  if (copy.head.sequence == 0) return IsFromReceiverOfRequests(copy);
   if (requests_.erase({std::string(copy.receiver()), number}) > 0) return true;
-  if (IsFromAnswerer(copy)) return true;
-  if (requests_.size() == kMaxRequests) requests_.clear();  // nobody answers these
+  if (IsFromReceiverOfRequests(copy)) return true;
+  if (requests_.size() == kMaxRequests) requests_.clear();  // these get no reply
   requests_.emplace(copy.source(), number);
   return false;
 }

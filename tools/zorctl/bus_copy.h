@@ -1,4 +1,4 @@
-// A copy of a message, as the server sends it to those who monitor the bus, and how it is shown.
+// A copy of a message, as the server sends it to monitors of the bus, and its display.
 #ifndef ZORCTL_BUS_COPY_H
 #define ZORCTL_BUS_COPY_H
 
@@ -17,36 +17,36 @@ namespace zor::ctl {
 struct BusCopy {
   ZOR_CONTROL_COPY copy;
   ZOR_MSG_HEAD head;
-  std::string_view body;  // what was copied of it
+  std::string_view body;  // the copied part
 
   uint32_t type() const { return head.type & ZOR_MSG_TYPE_MASK; }
   bool delivered() const { return copy.outcome == ZOR_CONTROL_DELIVERED; }
   bool inFile() const { return (head.type & ZOR_MSG_BODY_IN_FILE) != 0; }
   std::string_view source() const;
   std::string_view destination() const;
-  // Who got it, or was to get it; empty: the server.
+  // The receiver or, if undelivered, the intended one; empty: the server.
   std::string_view receiver() const;
 };
 
-// The copy in the body of a ZOR_MSG_CONTROL_COPY, which must outlive it; none when heads are missing.
+// The copy in the body of a ZOR_MSG_CONTROL_COPY, which must outlive it; no value if it is truncated.
 std::optional<BusCopy> ParseCopy(std::string_view bytes);
 
-// Tells replies from requests, whose bodies have other shapes, by what went by before.
+// Distinguishes replies from requests, whose bodies have other shapes, by the earlier copies.
 class Conversations {
  public:
-  // To be called once for each copy, in their order.
+  // Call it once for each copy, in order.
   bool IsReply(const BusCopy &copy);
 
  private:
   static constexpr size_t kMaxRequests = 4096;
-  using Key = std::pair<std::string, uint64_t>;  // who asked; type and sequence number
+  using Key = std::pair<std::string, uint64_t>;  // sender; type and sequence number
 
   std::set<Key> requests_;
 };
 
 // The titles of the columns of CopyLine.
 std::string CopyTitles();
-// One line without its end, escaped: columns that are padded, so that they stand below each other, then the body.
+// One line without its end, escaped: padded columns, then the body.
 std::string CopyLine(const BusCopy &copy, bool isReply);
 nlohmann::ordered_json CopyJson(const BusCopy &copy, bool isReply);
 

@@ -11,13 +11,15 @@ void CheckControl(uint32_t result, const std::string &server) {
     case ZOR_CONTROL_OK:
       return;
     case ZOR_CONTROL_REFUSED:
-      throw Failure(kExitRefused, server + " answers only root and its own user", "run this as one of them");
+      throw Failure(kExitRefused, server + " serves only root and its own user", "run this as one of them");
     case ZOR_CONTROL_MALFORMED:
-      throw Failure(kExitRefused, server + " does not understand the request", "check the arguments");
+      throw Failure(kExitRefused, server + " rejected the request as malformed", "check the arguments");
     case ZOR_CONTROL_UNKNOWN:
-      throw Failure(kExitRefused, server + " does not know this request", "use a server and a tool of one version");
+      throw Failure(kExitRefused, server + " does not know this request",
+                    "use a server and a tool of the same version");
     default:
-      throw Failure(kExitFailure, server + " could not do it", "look at its log: memory, its disk, or queue_bytes");
+      throw Failure(kExitFailure, server + " could not carry out the request",
+                    "check its log: out of memory, disk full, or queue_bytes exceeded");
   }
 }
 

@@ -1,4 +1,4 @@
-// What servers answer to operators' requests: the data word of zor/control_wire.h.
+// Results of operators' requests to servers: the data word of zor/control_wire.h.
 #ifndef ZORCTL_CONTROL_RESULT_H
 #define ZORCTL_CONTROL_RESULT_H
 
@@ -7,7 +7,7 @@
 
 namespace zor::ctl {
 
-// Failure, which names the server as what it is, for anything but ZOR_CONTROL_OK.
+// Throws Failure for anything but ZOR_CONTROL_OK. `server` names the server in its text.
 void CheckControl(uint32_t result, const std::string &server);
 
 }  // namespace zor::ctl

@@ -18,9 +18,9 @@
 namespace zor::ctl {
 namespace {
 
-using Json = nlohmann::ordered_json;  // the members stay in the publisher's order
+using Json = nlohmann::ordered_json;  // keeps the publisher's order of members
 
-// Writing a value takes stack for each level of it.
+// Writing a value takes stack space for each level.
 constexpr int kMaxDepth = 100;
 
 // The text of an event of items; empty when it has none.
@@ -61,8 +61,7 @@ uint32_t EventTypeOf(const std::string &module) {
   const uint32_t type = ZOR_EVT_GetMsgTypeByEventModuleName(module.c_str());
   if (type != ZOR_EVT_ALL) return type;
   if (const auto number = ParseUint32(module); number && IsEvent(*number)) return *number;
-  throw Failure(kExitNotFound, "no module " + Escape(module) + " has events",
-                "known ones: " + Join(EventModules(), ", "));
+  throw Failure(kExitNotFound, "unknown event module " + Escape(module), "known ones: " + Join(EventModules(), ", "));
 }
 
 nlohmann::ordered_json ParsePayload(const std::string &text) {

@@ -1,4 +1,4 @@
-// Events as the tool sees them: names of their modules, and the text of one that came.
+// Events: the names of their modules, and the text of a received one.
 #ifndef ZORCTL_EVENT_H
 #define ZORCTL_EVENT_H
 
@@ -15,17 +15,16 @@ struct Message;
 std::vector<std::string> EventModules();
 
 bool IsEvent(uint32_t type);
-// Whether events of this type are JSON texts; others are made of items.
+// Whether events of this type are JSON texts; others consist of items.
 bool IsJsonEvent(uint32_t type);
 
 // The event type of a module, by its name or by the type's number. Failure (not found) for anything else.
 uint32_t EventTypeOf(const std::string &module);
 
-// JSON as events carry it: members in their order, and not too deep. Discarded when it is none.
+// JSON as events carry it: members in their order, and not too deep. Discarded if the text is not JSON.
 nlohmann::ordered_json ParsePayload(const std::string &text);
 
-// A received event as one line of JSON. What its publisher sent need not be JSON at all; such a text becomes a member
-// of an object.
+// A received event as one line of JSON. If its publisher sent no valid JSON, the text becomes a member of an object.
 std::string EventLine(const Message &event);
 
 }  // namespace zor::ctl

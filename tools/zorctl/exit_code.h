@@ -1,4 +1,4 @@
-// How the tool ends: the same numbers for every verb. `zorctl --help` prints the table.
+// The tool's exit codes, the same for every verb. `zorctl --help` prints the table.
 #ifndef ZORCTL_EXIT_CODE_H
 #define ZORCTL_EXIT_CODE_H
 
@@ -24,13 +24,13 @@ struct ExitCodeText {
 };
 
 inline constexpr std::array kExitCodes = {
-    ExitCodeText{kExitOk, "done; also when the reader of the output has gone"},
-    ExitCodeText{kExitFailure, "the system failed: disk, memory, or an answer that makes no sense"},
-    ExitCodeText{kExitUsage, "wrong arguments"},
+    ExitCodeText{kExitOk, "success; also when the reader of the output has exited"},
+    ExitCodeText{kExitFailure, "system failure: disk, memory, or an invalid reply"},
+    ExitCodeText{kExitUsage, "invalid arguments"},
     ExitCodeText{kExitNotFound, "no such daemon, module, type, statistic or stored value"},
-    ExitCodeText{kExitTimeOver, "the time was over first"},
-    ExitCodeText{kExitRefused, "refused: no permission, or the other side answered with an error"},
-    ExitCodeText{kExitNoServer, "the server is absent, or went away"},
+    ExitCodeText{kExitTimeOver, "timed out"},
+    ExitCodeText{kExitRefused, "refused: no permission, or the reply reports an error"},
+    ExitCodeText{kExitNoServer, "the server is absent, or has disconnected"},
 };
 
 // Ends a verb: what went wrong and what the user can do about it. main prints both as one line.

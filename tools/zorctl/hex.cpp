@@ -34,7 +34,7 @@ std::string ParseHex(std::string_view digits) {
   for (const char digit : digits) {
     if (digit == ' ' || digit == '\n') continue;
     const int value = DigitValue(digit);
-    if (value < 0) throw Failure(kExitUsage, "no hexadecimal digit: " + Escape({&digit, 1}), "write 0A1b or 0A 1b");
+    if (value < 0) throw Failure(kExitUsage, "not a hexadecimal digit: " + Escape({&digit, 1}), "write 0A1b or 0A 1b");
     if (high >= 0) bytes.push_back(static_cast<char>(high << 4 | value));
     high = high >= 0 ? -1 : value;
   }

@@ -1,4 +1,4 @@
-// The body of a management message as a block of the library's, which is how its functions want it.
+// The body of a management message as a block for the library's functions.
 #ifndef ZORCTL_ITEM_BLOCK_H
 #define ZORCTL_ITEM_BLOCK_H
 
@@ -14,7 +14,7 @@ struct ItemBlockDeleter {
 };
 using ItemBlock = std::unique_ptr<ZOR_DMMSG_HEAD, ItemBlockDeleter>;
 
-// Null when the bytes are no management message.
+// Null if the bytes are not a management message.
 ItemBlock ItemBlockOf(std::string_view body);
 
 }  // namespace zor::ctl

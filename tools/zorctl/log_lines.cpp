@@ -5,7 +5,7 @@
 namespace zor::ctl {
 namespace {
 
-// The text between two characters at the front of the rest, which is taken off it.
+// Removes a bracketed text from the front of the rest and returns it.
 std::optional<std::string> TakeBracketed(std::string_view &rest) {
   const size_t end = rest.find(']');
   if (!rest.starts_with('[') || end == rest.npos) return std::nullopt;

@@ -14,7 +14,7 @@ using Lines = std::vector<std::string>;
 
 Lines SplitLines(std::string_view text);
 
-// "2026-11-21 09:30:00 [User][Notice] User admin logout" in its parts; none for anything else.
+// "2026-11-21 09:30:00 [User][Notice] User admin logout" in its parts; no value for anything else.
 struct LogLine {
   std::string time;
   std::string type;
@@ -23,9 +23,9 @@ struct LogLine {
 };
 std::optional<LogLine> ParseLogLine(std::string_view line);
 
-// How many lines at the front of a result were in the one before already. Records have no number that tells old from
-// new; but those that are still there are in their old order, in front of all new ones, whatever was rotated out or
-// cleared between the two.
+// How many lines at the front of a result were already in the previous one. Records have no number that distinguishes
+// old from new, but the old ones that remain are in their old order, before all new ones, whatever was rotated out or
+// cleared in between.
 size_t CountSeen(const Lines &before, const Lines &now);
 
 }  // namespace zor::ctl

@@ -1,10 +1,10 @@
 #include "zorctl/log_names.h"
 
-#include <strings.h>
 #include <zor/log.h>
 
 #include <algorithm>
 
+#include "common/ascii.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/number.h"
 #include "zorctl/text.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint32_t kAllTypes = UINT32_MAX >> ZOR_LOG_TYPE_SHIFT;
 
-// The name of one bit; empty for one that has none.
+// The name of one bit; empty for a bit without a name.
 std::string TypeName(uint32_t bit) {
   const char *name = ZOR_UTIL_LOG_GetTypeString(bit << ZOR_LOG_TYPE_SHIFT, 0);
   return name == nullptr ? "" : name;
@@ -25,10 +25,6 @@ std::string LevelName(uint32_t bit) {
   return name == nullptr ? "" : name;
 }
 
-bool IsSameWord(const std::string &left, const std::string &right) {
-  return !left.empty() && ::strcasecmp(left.c_str(), right.c_str()) == 0;
-}
-
 Failure Unknown(ExitCode code, const char *what, const std::string &name, std::string (*nameOf)(uint32_t),
                 uint32_t bits) {
   std::vector<std::string> known;
@@ -36,14 +32,14 @@ Failure Unknown(ExitCode code, const char *what, const std::string &name, std::s
     const std::string text = nameOf(bit);
     if (!text.empty() && std::find(known.begin(), known.end(), text) == known.end()) known.push_back(text);
   }
-  return {code, std::string("no log ") + what + " " + Escape(name), "known ones: " + Join(known, ", ")};
+  return {code, std::string("unknown log ") + what + " " + Escape(name), "known ones: " + Join(known, ", ")};
 }
 
 uint32_t TypeBits(const std::string &name) {
   if (const auto number = ParseUint32(name); number && *number != 0 && *number <= kAllTypes) return *number;
   uint32_t bits = 0;
   for (uint32_t bit = 1; (bit & kAllTypes) != 0; bit <<= 1) {
-    if (IsSameWord(TypeName(bit), name)) bits |= bit;
+    if (!name.empty() && EqualIgnoringCase(TypeName(bit), name)) bits |= bit;
   }
   if (bits == 0) throw Unknown(kExitNotFound, "type", name, TypeName, kAllTypes);
   return bits;
@@ -60,7 +56,7 @@ uint32_t LogTypes(const std::vector<std::string> &names) {
 uint32_t LogLevels(const std::string &name) {
   if (name.empty()) return ZOR_LOG_LEVEL_MASK;
   for (uint32_t bit = ZOR_LOG_EMERGENCY; bit <= ZOR_LOG_DEBUG; bit <<= 1) {
-    if (IsSameWord(LevelName(bit), name)) return bit | (bit - 1);
+    if (EqualIgnoringCase(LevelName(bit), name)) return bit | (bit - 1);
   }
   throw Unknown(kExitUsage, "level", name, LevelName, ZOR_LOG_LEVEL_MASK);
 }

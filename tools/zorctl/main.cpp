@@ -1,4 +1,4 @@
-// zorctl, the operator's tool: looks into the message bus, talks on it and sets it. Each verb is a subcommand.
+// zorctl, the operator's tool: inspects the message bus, sends on it and configures it. Each verb is a subcommand.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <clocale>
@@ -38,7 +38,7 @@ void Declare(CLI::App &program, Declared &declared) {
   declared.seconds = row.timeoutSeconds;
   declared.verb->Declare(*declared.app);
   declared.app->add_flag("--json", declared.json, "Print JSON");
-  AddSeconds(*declared.app, "--timeout", declared.seconds, "How long to wait at most");
+  AddSeconds(*declared.app, "--timeout", declared.seconds, "Maximum time to wait");
   declared.app->footer(std::string("examples:\n") + row.examples);
 }
 
@@ -52,7 +52,7 @@ bool IsVerb(std::string_view name) {
   return std::any_of(Verbs().begin(), Verbs().end(), [=](const VerbRow &row) { return row.name == name; });
 }
 
-// The verb that the arguments name, or none.
+// The verb that the arguments name; null without one.
 const Declared *Selected(const std::vector<Declared> &all) {
   for (const Declared &each : all) {
     if (each.app->parsed()) return &each;
@@ -60,9 +60,9 @@ const Declared *Selected(const std::vector<Declared> &all) {
   return nullptr;
 }
 
-// CLI11 explains itself in whole sentences.
+// CLI11's texts are sentences with a full stop.
 int ReportUsage(const CLI::ParseError &error, const std::string &verb) {
-  std::string what = verb.empty() ? "options stand behind a verb" : Escape(error.what());
+  std::string what = verb.empty() ? "options must follow a verb" : Escape(error.what());
   while (!what.empty() && what.back() == '.') what.pop_back();
   PrintError(verb, what, verb.empty() ? "zorctl --help lists the verbs" : "zorctl " + verb + " --help explains it");
   return kExitUsage;
@@ -78,7 +78,7 @@ int RunVerb(const Declared &declared) {
   } catch (const OutputClosed &) {
     return kExitOk;
   } catch (const Failure &failure) {
-    // What was found before the failure is worth having.
+    // Output from before the failure is still useful.
     try {
       Flush();
     } catch (...) {
@@ -93,14 +93,14 @@ int RunVerb(const Declared &declared) {
 
 int Main(int count, char **arguments) {
   TakeOutput();
-  CLI::App program("Looks into the message bus, talks on it and sets it.", "zorctl");
-  program.set_help_flag("--help", "Print this and end");
+  CLI::App program("Inspects the message bus, sends on it and configures it.", "zorctl");
+  program.set_help_flag("--help", "Print this help and exit");
   program.get_formatter()->label("SUBCOMMAND", "VERB");
   program.require_subcommand(1);
   program.footer("zorctl VERB --help explains a verb.\n\n" + ExitCodeTable() +
                  "\nThe environment variable ZOR_ROOT moves every fixed path beneath the directory that it names.");
   if (count < 2 || (*arguments[1] != '-' && !IsVerb(arguments[1]))) {
-    PrintError("", count < 2 ? "no verb" : "no verb " + Escape(arguments[1]), "zorctl --help lists the verbs");
+    PrintError("", count < 2 ? "no verb" : "unknown verb " + Escape(arguments[1]), "zorctl --help lists the verbs");
     return kExitUsage;
   }
   std::vector<Declared> declared;

@@ -17,15 +17,15 @@ void MessageOptions::Declare(CLI::App &app) {
       ->required()
       ->type_name("");
   app.add_option("WORDS", words_,
-                 "[NAME] [FIELD=VALUE ...]: the daemon, if the server has no route for the type, and its fields")
+                 "[NAME] [FIELD=VALUE ...]: the daemon, if the server has no route for the type, and the type's fields")
       ->type_name("");
   app.add_option("--data", data_, "The data word")->type_name("NUMBER");
   const auto addBody = [&](const char *name, auto &value, const char *help, const char *type) {
-    return app.add_option(name, value, help)->type_name(type)->group("The body, by one of these");
+    return app.add_option(name, value, help)->type_name(type)->group("The body (only one of these)");
   };
   addBody("--text", text_, "A text and its NUL", "TEXT");
   addBody("--hex", hex_, "Bytes in hexadecimal digits", "DIGITS");
-  addBody("--file", file_, "What the file holds, - for standard input", "FILE");
+  addBody("--file", file_, "The contents of a file; - is standard input", "FILE");
   CLI::Option *items = addBody("--item", items_, "An item of a management message; repeatable", "NAME=VALUE")
                            ->expected(1)
                            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -36,7 +36,7 @@ void MessageOptions::SortWords(Outgoing &message, Values &fields) const {
   for (size_t i = 0; i < words_.size(); ++i) {
     const bool isName = i == 0 && words_[i].find('=') == std::string::npos;
     if (isName) {
-      NameField(words_[i]);  // says what is wrong with it
+      NameField(words_[i]);  // throws Failure for an invalid one
       message.destination = words_[i];
     } else {
       fields.push_back(ParsePair(words_[i]));
@@ -51,8 +51,8 @@ Outgoing MessageOptions::Build() const {
   SortWords(message, fields);
   const MessageType *known = FindType(message.type);
   if (!fields.empty() && known == nullptr) {
-    throw Failure(kExitUsage, "the fields of type " + HexText(message.type) + " are not known",
-                  "give the body by --text, --hex, --file or --item");
+    throw Failure(kExitUsage, "type " + HexText(message.type) + " has no known fields",
+                  "give the body with --text, --hex, --file or --item");
   }
   Content content = Encode(known == nullptr ? "-" : known->request, fields);
   message.data = data_ ? RequireUint32(*data_, "--data") : content.data;

@@ -1,4 +1,4 @@
-// The message that send and call have on their command line.
+// The message on the command line of send and call.
 #ifndef ZORCTL_MESSAGE_OPTIONS_H
 #define ZORCTL_MESSAGE_OPTIONS_H
 
@@ -17,7 +17,7 @@ namespace zor::ctl {
 class MessageOptions {
  public:
   void Declare(CLI::App &app);
-  // Reads files; throws Failure for what makes no message.
+  // Reads files; throws Failure for arguments that do not make a message.
   Outgoing Build() const;
 
  private:

@@ -3,8 +3,8 @@
 #include <zor/msg_wire.h>
 
 #include <algorithm>
-#include <cctype>
 
+#include "common/ascii.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/format.h"
 #include "zorctl/number.h"
@@ -19,15 +19,10 @@ constexpr MessageType kMessageTypes[] = {
 
 constexpr std::string_view kPrefixes[] = {"ZOR_MSG_", "ZOR_"};  // the longer one first
 
-bool SameInAnyCase(std::string_view left, std::string_view right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](unsigned char a, unsigned char b) { return std::toupper(a) == std::toupper(b); });
-}
-
 bool IsNamed(const MessageType &type, std::string_view text) {
-  if (SameInAnyCase(type.name, text)) return true;
+  if (EqualIgnoringCase(type.name, text)) return true;
   return std::any_of(std::begin(kPrefixes), std::end(kPrefixes), [&](std::string_view prefix) {
-    return type.name.starts_with(prefix) && SameInAnyCase(type.name.substr(prefix.size()), text);
+    return type.name.starts_with(prefix) && EqualIgnoringCase(type.name.substr(prefix.size()), text);
   });
 }
 
@@ -40,7 +35,7 @@ std::string_view ShortName(const MessageType &type) {
 
 uint32_t NumberOf(const MessageType &type) {
   if (type.first == type.last) return type.first;
-  throw Failure(kExitUsage, std::string(type.name) + " stands for many types",
+  throw Failure(kExitUsage, std::string(type.name) + " covers a range of types",
                 "give a number from " + HexText(type.first) + " to " + HexText(type.last));
 }
 
@@ -66,9 +61,8 @@ uint32_t ParseType(std::string_view text) {
   for (const MessageType &type : kMessageTypes) {
     if (IsNamed(type, text)) return NumberOf(type);
   }
-  throw Failure(
-      kExitNotFound, "no message type " + Escape(text),
-      "give a number from 0 to " + HexText(ZOR_MSG_TYPE_MASK) + " or a name that zorctl complete types lists");
+  throw Failure(kExitNotFound, "unknown message type " + Escape(text),
+                "give a number from 0 to " + HexText(ZOR_MSG_TYPE_MASK) + " or a name from zorctl complete types");
 }
 
 }  // namespace zor::ctl

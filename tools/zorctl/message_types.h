@@ -1,4 +1,4 @@
-// What is known of message types: names and shapes, from messages/messages.tsv.
+// Known message types: their names and shapes, from messages/messages.tsv.
 #ifndef ZORCTL_MESSAGE_TYPES_H
 #define ZORCTL_MESSAGE_TYPES_H
 
@@ -23,10 +23,10 @@ struct MessageType {
 
 std::span<const MessageType> MessageTypes();
 
-// Null when nothing is known of it.
+// Null for an unknown type.
 const MessageType *FindType(uint32_t type);
 
-// The name without "ZOR_MSG_" or "ZOR_"; a number when it has none.
+// The name without "ZOR_MSG_" or "ZOR_"; a number if it has no name.
 std::string TypeText(uint32_t type);
 
 // A number, or a name with or without "ZOR_MSG_" or "ZOR_", in any case. Failure for anything else.

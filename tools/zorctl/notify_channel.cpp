@@ -21,28 +21,28 @@ namespace {
 constexpr char kServer[] = "the notification server";
 
 Failure ServerGone() {
-  return {kExitNoServer, std::string(kServer) + " has gone, or cut us off",
-          "look at its log, start it again, and then this command"};
+  return {kExitNoServer, std::string(kServer) + " has disconnected",
+          "check its log, restart it if it has exited, then run this command again"};
 }
 
-// errno says why the server could not be reached.
+// errno has the reason.
 Failure NotConnected(const std::string &path) {
   if (errno == EACCES) {
-    return {kExitRefused, "no permission to open " + path, "run this as a user who may"};
+    return {kExitRefused, "no permission to open " + path, "run this as a user with that permission"};
   }
   return {kExitNoServer, "no notification server listens on " + path,
           "start notifyserver, or set ZOR_ROOT to the directory that it runs in"};
 }
 
 Failure SystemFailure(const char *what) {
-  return {kExitFailure, std::string(what) + ": " + std::strerror(errno), "look at the limits of the system"};
+  return {kExitFailure, std::string(what) + ": " + std::strerror(errno), "check the limits of the system"};
 }
 
 sockaddr_un ServerAddress(const std::string &path) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) {
-    throw Failure(kExitUsage, "the path " + path + " is too long for a socket", "give ZOR_ROOT a shorter one");
+    throw Failure(kExitUsage, "the path " + path + " is too long for a socket", "use a shorter ZOR_ROOT");
   }
   path.copy(address.sun_path, path.size());
   return address;
@@ -58,16 +58,17 @@ NotifyChannel::NotifyChannel(const Deadline &deadline)
   while (::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
     if (errno == EINTR) continue;
     if (errno != EAGAIN) throw NotConnected(path);
-    // A local socket does not say when the server's queue of connections has room again.
-    if (deadline_.over()) throw Failure(kExitTimeOver, std::string(kServer) + " takes no connection", "is it stopped?");
+    // A local socket does not report when the server's queue of connections has room again.
+    if (deadline_.over())
+      throw Failure(kExitTimeOver, std::string(kServer) + " accepts no connections", "check whether it is stopped");
     ::poll(nullptr, 0, 10);
   }
 }
 
 ZOR_NOTIFY_MSG NotifyChannel::NewHead(uint32_t module, uint32_t type, size_t dataLength) {
   if (dataLength > ZOR_NOTIFY_DATA_MAX) {
-    throw Failure(kExitUsage, "a body too large: " + std::to_string(dataLength) + " bytes",
-                  "a notification has at most " + std::to_string(ZOR_NOTIFY_DATA_MAX));
+    throw Failure(kExitUsage, "the data is too large: " + std::to_string(dataLength) + " bytes",
+                  "the limit is " + std::to_string(ZOR_NOTIFY_DATA_MAX));
   }
   ZOR_NOTIFY_MSG head = {};
   head.msg_type = type;
@@ -96,30 +97,30 @@ void NotifyChannel::Post(uint32_t module, uint32_t type, std::string_view part1,
   Send(head, std::string(part1).append(part2));
 }
 
-std::string NotifyChannel::Ask(uint32_t module, uint32_t type, std::string_view data) {
+std::string NotifyChannel::Request(uint32_t module, uint32_t type, std::string_view data) {
   ZOR_NOTIFY_MSG request = NewHead(module, type, data.size());
   request.sync_tag = 1;
   request.request_word = ZOR_NOTIFY_DATA_MAX;
   Send(request, data);
   for (;;) {
-    ZOR_NOTIFY_MSG answer;
-    std::memcpy(&answer, Receive(sizeof answer).data(), sizeof answer);
-    if (answer.data_len > ZOR_NOTIFY_DATA_MAX) throw ServerGone();
-    std::string answerData = Receive(answer.data_len);
-    const bool isAnswer = answer.sync_tag == 1 && answer.ack_tag == ZOR_NOTIFY_ACK_ANSWER;
-    if (isAnswer && answer.msg_type == type && answer.seq == request.seq) return answerData;
+    ZOR_NOTIFY_MSG reply;
+    std::memcpy(&reply, Receive(sizeof reply).data(), sizeof reply);
+    if (reply.data_len > ZOR_NOTIFY_DATA_MAX) throw ServerGone();
+    std::string replyData = Receive(reply.data_len);
+    const bool isReply = reply.sync_tag == 1 && reply.ack_tag == ZOR_NOTIFY_ACK_ANSWER;
+    if (isReply && reply.msg_type == type && reply.seq == request.seq) return replyData;
   }
 }
 
 nlohmann::json NotifyChannel::List() {
-  const std::string answer = Ask(ZOR_NOTIFY_MID_SERVER, ZOR_NOTIFY_CONTROL_LIST, {});
-  uint32_t result = ZOR_CONTROL_UNKNOWN;  // what a server from before this request answers: nothing
-  if (answer.size() >= sizeof result) std::memcpy(&result, answer.data(), sizeof result);
+  const std::string reply = Request(ZOR_NOTIFY_MID_SERVER, ZOR_NOTIFY_CONTROL_LIST, {});
+  uint32_t result = ZOR_CONTROL_UNKNOWN;  // a server that lacks this request replies without data
+  if (reply.size() >= sizeof result) std::memcpy(&result, reply.data(), sizeof result);
   CheckControl(result, kServer);
-  nlohmann::json list = nlohmann::json::parse(answer.substr(sizeof result), nullptr, false);
+  nlohmann::json list = nlohmann::json::parse(reply.substr(sizeof result), nullptr, false);
   if (list.is_object()) return list;
-  throw Failure(kExitFailure, std::string(kServer) + " answers with something that is not JSON",
-                "use a server and a tool of one version");
+  throw Failure(kExitFailure, std::string(kServer) + " sent a reply that is not JSON",
+                "use a server and a tool of the same version");
 }
 
 void NotifyChannel::Await(short events) {
@@ -129,7 +130,7 @@ void NotifyChannel::Await(short events) {
     ready = ::poll(&watched, 1, deadline_.pollTimeout());
     if (ready < 0 && errno != EINTR) throw SystemFailure("poll");
     if (ready <= 0 && deadline_.over()) {
-      throw Failure(kExitTimeOver, "no answer in time", "see whether the module is stuck, or give more --timeout");
+      throw Failure(kExitTimeOver, "no reply in time", "check whether the module is stuck, or increase --timeout");
     }
   }
 }

@@ -1,5 +1,5 @@
-// A connection to the notification server by its wire format (zor/notify_wire.h). The library's client would not do: it
-// registers always, waits for minutes and tells on standard output what went wrong.
+// A connection to the notification server by its wire format (zor/notify_wire.h). The library's client does not fit: it
+// always registers, waits for minutes and reports failures on standard output.
 #ifndef ZORCTL_NOTIFY_CHANNEL_H
 #define ZORCTL_NOTIFY_CHANNEL_H
 
@@ -17,14 +17,14 @@ namespace zor::ctl {
 
 class NotifyChannel {
  public:
-  // Connects. All of it throws Failure with a text for the user.
+  // Connects. Every function throws Failure with a text for the user.
   explicit NotifyChannel(const Deadline &deadline);
 
   void Register(uint32_t module);
   // An asynchronous notification of one part or two.
   void Post(uint32_t module, uint32_t type, std::string_view part1, std::string_view part2);
-  // A synchronous one, and the data of its answer. The server answers for a module that is not there, without data.
-  std::string Ask(uint32_t module, uint32_t type, std::string_view data);
+  // Sends a synchronous one and returns the data of the reply. For an absent module the server replies without data.
+  std::string Request(uint32_t module, uint32_t type, std::string_view data);
   // The server itself and the modules that are connected. Needs no registration.
   nlohmann::json List();
 

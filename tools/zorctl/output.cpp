@@ -41,7 +41,7 @@ bool WantsColour() {
 }  // namespace
 
 void TakeOutput() {
-  std::signal(SIGPIPE, SIG_IGN);  // a write tells
+  std::signal(SIGPIPE, SIG_IGN);  // write reports it
   daemon::FillStandardDescriptors();
   const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
   const int own = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -68,7 +68,7 @@ void Flush() {
       pending.clear();
       if (error == EPIPE) throw OutputClosed();
       throw Failure(kExitFailure, std::string("cannot write the output: ") + std::strerror(error),
-                    "look at where it goes to");
+                    "check its destination");
     }
   }
   pending.clear();

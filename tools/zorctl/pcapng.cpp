@@ -15,7 +15,7 @@ using Bytes = std::vector<std::byte>;
 
 enum BlockType : uint32_t { kSectionHeader = 0x0A0D0D0A, kInterface = 1, kEnhancedPacket = 6 };
 
-// Options are numbered apart for each type of block.
+// Each type of block numbers its options separately.
 constexpr uint16_t kSectionApplication = 4;
 constexpr uint16_t kInterfaceName = 2;
 constexpr uint16_t kInterfaceResolution = 9;
@@ -57,7 +57,7 @@ std::span<const std::byte> AsBytes(std::string_view text) {
   return std::as_bytes(std::span(text));
 }
 
-// A block's total length stands at both its ends, so that readers can walk backwards.
+// A block's total length is at both its ends, so that readers can walk backwards.
 template <typename Fill>
 void PutBlock(Bytes &bytes, BlockType type, Fill fill) {
   const size_t start = bytes.size();
@@ -84,7 +84,7 @@ void PutInterface(Bytes &bytes, std::string_view name) {
   PutBlock(bytes, kInterface, [&] {
     Put(bytes, kPcapngLinkType);
     Put(bytes, uint16_t{0});
-    Put(bytes, uint32_t{0});  // packets are not cut by this side
+    Put(bytes, uint32_t{0});  // this side does not truncate packets
     PutOption(bytes, kInterfaceName, AsBytes(name));
     PutOption(bytes, kInterfaceResolution, std::span(&kMicroseconds, 1));
     EndOptions(bytes);
@@ -112,14 +112,9 @@ void PutPacket(Bytes &bytes, std::span<const std::byte> copy) {
 
 }  // namespace
 
-PcapngFile::~PcapngFile() {
-  if (ownsFd_) ::close(fd_);
-}
-
 bool PcapngFile::Open(const std::string &path, std::string_view interfaceName) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  ownsFd_ = fd >= 0;
-  return ownsFd_ && Attach(fd, interfaceName);
+  file_.reset(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  return file_.valid() && Attach(file_.get(), interfaceName);
 }
 
 bool PcapngFile::Attach(int fd, std::string_view interfaceName) {
@@ -146,14 +141,14 @@ bool PcapngFile::Flush() {
   const bool complete = written == blocks_.size();
   const size_t rest = written - Account(written);
   if (complete) return true;
-  // A pipe or a device keeps the piece of a block that it took.
+  // A pipe or a device keeps the part of a block that it accepted.
   const off_t end = ::lseek(fd_, 0, SEEK_CUR);
   if (end >= static_cast<off_t>(rest) && ::ftruncate(fd_, end - static_cast<off_t>(rest)) != 0) bytes_ += rest;
   errno = error;
   return false;
 }
 
-// Counts the blocks that are wholly within the bytes written, and forgets all. The size of the whole ones.
+// Counts the blocks that are complete within the bytes written, and drops all. Returns the size of the complete ones.
 size_t PcapngFile::Account(size_t written) {
   size_t offset = 0;
   while (offset < written) {

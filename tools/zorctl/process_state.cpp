@@ -12,7 +12,7 @@
 namespace zor::ctl {
 namespace {
 
-// The library's loop sleeps in one of these, and its waits for an answer do not.
+// The library's loop sleeps in one of these; its waits for a reply do not.
 constexpr auto kLoopCalls = std::to_array<long>({
     SYS_pselect6,
 #ifdef SYS_pselect6_time64
@@ -25,7 +25,7 @@ std::string FileText(int pid, const char *name) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The fields of a process, from its state on: they stand behind the name of the program, which may hold anything.
+// The fields of a process, from its state on: they follow the name of the program, which may contain anything.
 std::istringstream Fields(int pid) {
   const std::string text = FileText(pid, "stat");
   const size_t nameEnd = text.rfind(')');

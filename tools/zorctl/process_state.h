@@ -1,15 +1,15 @@
-// What the system says about a process of this machine.
+// The state of a process on this machine.
 #ifndef ZORCTL_PROCESS_STATE_H
 #define ZORCTL_PROCESS_STATE_H
 
 namespace zor::ctl {
 
 struct ProcessState {
-  char letter = '?';    // as /proc has it; '?': unknown
-  bool inLoop = false;  // it does nothing but sleep in the loop, where no answer in particular is waited for
+  char letter = '?';    // as in /proc; '?': unknown
+  bool inLoop = false;  // it sleeps in the loop, where it waits for no particular reply
 };
 
-// inLoop stays false where the system does not say, which it does to root and, mostly, to the process's user.
+// inLoop is false where it cannot be read; root and, mostly, the process's user can.
 ProcessState StateOf(int pid);
 
 }  // namespace zor::ctl

@@ -12,7 +12,7 @@ constexpr double kMaxTimeoutSeconds = 86400 * 365.0;
 std::string CheckSeconds(const std::string &text) {
   double seconds = 0;
   if (!CLI::detail::lexical_cast(text, seconds) || !(seconds >= 0.001 && seconds <= kMaxTimeoutSeconds)) {
-    return "not a time of 0.001 to " + std::to_string(static_cast<long>(kMaxTimeoutSeconds)) + " seconds";
+    return "not a time from 0.001 to " + std::to_string(static_cast<long>(kMaxTimeoutSeconds)) + " seconds";
   }
   return {};
 }

@@ -1,4 +1,4 @@
-// Times on the command line: seconds, fractions allowed, never without an end.
+// Times as options of the command line: seconds, fractions allowed, always limited.
 #ifndef ZORCTL_SECONDS_OPTION_H
 #define ZORCTL_SECONDS_OPTION_H
 
@@ -11,7 +11,7 @@ class Option;
 
 namespace zor::ctl {
 
-// Adds an option for a time, which starts with what the variable holds.
+// Adds an option for a time, whose default is the variable's value.
 CLI::Option *AddSeconds(CLI::App &app, const char *name, double &seconds, const char *purpose);
 
 Milliseconds FromSeconds(double seconds);

@@ -32,7 +32,7 @@ Field ParseField(std::string_view text) {
     std::from_chars(digits.data(), digits.data() + digits.size(), field.size);
     return field;
   }
-  return {Kind::kBytes, 0, text};  // the table's generator lets no other through
+  return {Kind::kBytes, 0, text};  // the table's generator refuses others
 }
 
 }  // namespace

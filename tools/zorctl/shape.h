@@ -1,4 +1,4 @@
-// The shape of a message, as messages.tsv writes it, and as a list of fields.
+// The shape of a message, as in messages.tsv, and as a list of fields.
 #ifndef ZORCTL_SHAPE_H
 #define ZORCTL_SHAPE_H
 

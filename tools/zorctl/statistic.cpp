@@ -19,9 +19,9 @@ namespace {
 
 constexpr char kServer[] = "the logging daemon";
 
-Failure NoAnswer() {
-  return {kExitTimeOver, std::string(kServer) + " has not answered in time",
-          "see whether mlogserver is busy or stopped, or give more --timeout"};
+Failure NoReply() {
+  return {kExitTimeOver, std::string(kServer) + " has not replied in time",
+          "check whether mlogserver is busy or stopped, or increase --timeout"};
 }
 
 Failure Absent() {
@@ -29,8 +29,8 @@ Failure Absent() {
           "start mlogserver, or set ZOR_ROOT to the directory that it runs in"};
 }
 
-// A socket of our own, to which the daemon answers. Connected, so that it can be waited for until the daemon's queue
-// has room; the library would wait without bound.
+// A socket for the daemon's reply. It is connected, so that poll reports when the daemon's queue has room; the library
+// would wait without a limit.
 class StatisticSocket {
  public:
   StatisticSocket() : name_("zorctl_" + std::to_string(::getpid())) {
@@ -40,7 +40,8 @@ class StatisticSocket {
     }
     const std::string directory = daemon::FixedPath(ZOR_PATH_MLOG_DIR);
     if (errno == EACCES) {
-      throw Failure(kExitRefused, "no permission to make a socket in " + directory, "run this as a user who may");
+      throw Failure(kExitRefused, "no permission to create a socket in " + directory,
+                    "run this as a user with that permission");
     }
     throw Absent();
   }
@@ -53,7 +54,7 @@ class StatisticSocket {
   void Await(short events, const Deadline &deadline) const {
     pollfd watched = {fd_, events, 0};
     while (::poll(&watched, 1, deadline.pollTimeout()) <= 0) {
-      if (deadline.over()) throw NoAnswer();
+      if (deadline.over()) throw NoReply();
     }
   }
 
@@ -72,32 +73,32 @@ class StatisticSocket {
   int32_t fd_ = -1;
 };
 
-ZOR_MLOG_MSG Question(const std::string &name) {
+ZOR_MLOG_MSG StatisticRequest(const std::string &name) {
   if (name.size() >= ZOR_MLOG_STAT_TEXT_SIZE) {
-    throw Failure(kExitUsage, "the name of a statistic is too long", "it has at most 255 bytes");
+    throw Failure(kExitUsage, "the name of a statistic is too long", "the limit is 255 bytes");
   }
   ZOR_MLOG_STAT stat = {};
   name.copy(stat.name, sizeof stat.name - 1);
-  ZOR_MLOG_MSG question = {ZOR_MLOG_GET_STAT, sizeof stat, {}};
-  std::memcpy(question.data, &stat, sizeof stat);
-  return question;
+  ZOR_MLOG_MSG request = {ZOR_MLOG_GET_STAT, sizeof stat, {}};
+  std::memcpy(request.data, &stat, sizeof stat);
+  return request;
 }
 
 }  // namespace
 
 std::string AskStatistic(const std::string &name, const Deadline &deadline) {
-  const ZOR_MLOG_MSG question = Question(name);
+  const ZOR_MLOG_MSG request = StatisticRequest(name);
   const StatisticSocket socket;
   socket.Await(POLLOUT, deadline);
-  if (mlog_send_msg(socket.fd(), &question, ZOR_MLOG_SERVER_NAME) != 0) throw Absent();
+  if (mlog_send_msg(socket.fd(), &request, ZOR_MLOG_SERVER_NAME) != 0) throw Absent();
   socket.Await(POLLIN, deadline);
-  ZOR_MLOG_MSG answer;
+  ZOR_MLOG_MSG reply;
   ZOR_MLOG_STAT stat;
-  if (mlog_recv_msg(socket.fd(), &answer, 1, nullptr, 0) != 0 || answer.length != sizeof stat) {
-    throw Failure(kExitFailure, std::string(kServer) + " answers with something that is no statistic",
-                  "use a daemon and a tool of one version");
+  if (mlog_recv_msg(socket.fd(), &reply, 1, nullptr, 0) != 0 || reply.length != sizeof stat) {
+    throw Failure(kExitFailure, std::string(kServer) + " sent a reply that is not a statistic",
+                  "use a daemon and a tool of the same version");
   }
-  std::memcpy(&stat, answer.data, sizeof stat);
+  std::memcpy(&stat, reply.data, sizeof stat);
   const std::string value(FieldText(stat.value, sizeof stat.value));
   if (!value.empty()) return value;
   throw Failure(kExitNotFound, std::string(kServer) + " has no statistic " + Escape(name),

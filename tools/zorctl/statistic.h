@@ -1,4 +1,4 @@
-// Statistics that daemons leave with the logging daemon.
+// Statistics that daemons store in the logging daemon.
 #ifndef ZORCTL_STATISTIC_H
 #define ZORCTL_STATISTIC_H
 
@@ -8,7 +8,7 @@
 
 namespace zor::ctl {
 
-// The value of a name. Failure (not found) when it is empty: the daemon answers so for a name that nobody has set.
+// The value of a name. Failure (not found) if it is empty, which is the daemon's reply for a name without a value.
 std::string AskStatistic(const std::string &name, const Deadline &deadline);
 
 }  // namespace zor::ctl

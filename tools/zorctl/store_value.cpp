@@ -16,8 +16,8 @@ struct FreeObject {
 };
 using Object = std::unique_ptr<ZOR_CFM_OBJ, FreeObject>;
 
-// The platform tells no parameter's length. But what a value does not fill stays as it was, so two reads into buffers
-// that differ in every byte agree exactly as far as the value goes.
+// The platform does not report a parameter's length, but it leaves the rest of the buffer unchanged: two reads into
+// buffers that differ in every byte agree exactly as far as the value goes.
 std::string ReadProbed(uint32_t parameter, uint32_t instance, size_t size, const std::string &what) {
   std::string zeros(size, '\0');
   std::string ones(size, '\xff');
@@ -48,7 +48,7 @@ std::string Named(const char *kind, uint32_t number) {
 }
 
 std::string NamedObject(uint32_t objectClass, uint32_t instance) {
-  return Named("object of class", objectClass) + " with the number " + std::to_string(instance);
+  return Named("object of class", objectClass) + ", instance " + std::to_string(instance);
 }
 
 }  // namespace
@@ -58,16 +58,17 @@ void CheckStoreStatus(uint32_t status, const std::string &what) {
     case ZOR_STORE_OK:
       return;
     case ZOR_STORE_E_NOT_FOUND:
-      throw Failure(kExitNotFound, "the store has no " + what, "zorctl config list shows what it has");
+      throw Failure(kExitNotFound, "the store has no " + what, "zorctl config list shows its contents");
     case ZOR_STORE_E_BUSY:
-      throw Failure(kExitTimeOver, "another process holds the store", "find it: it is in the middle of a change");
+      throw Failure(kExitTimeOver, "another process is using the store",
+                    "find the process that is changing it, or try again");
     case ZOR_STORE_E_ARGUMENT:
       throw Failure(kExitUsage, what + " cannot have an empty value or name", "give at least one byte");
     case ZOR_STORE_E_NO_MEMORY:
       throw Failure(kExitFailure, "no memory for " + what, "it may be too large for the store");
     default:
       throw Failure(kExitFailure, "the store cannot be read or written",
-                    "docs/porting.md says what to do with a damaged or full one");
+                    "docs/porting.md describes what to do with a damaged or full one");
   }
 }
 

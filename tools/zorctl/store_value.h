@@ -1,5 +1,5 @@
-// Values of the configuration store, through the platform's functions. All of it throws Failure with a text for the
-// user.
+// Values of the configuration store, through the platform's functions. Every function throws Failure with a text for
+// the user.
 #ifndef ZORCTL_STORE_VALUE_H
 #define ZORCTL_STORE_VALUE_H
 
@@ -23,9 +23,9 @@ Values ReadObject(uint32_t objectClass, uint32_t instance);
 
 void WriteParameter(uint32_t parameter, uint32_t instance, const std::string &value);
 void WriteAppData(uint32_t item, const std::string &value);
-// Sets these values of an instance; the others stay.
+// Sets these values of an instance and keeps the others.
 void WriteObject(uint32_t objectClass, uint32_t instance, const Values &values);
-// Adds an instance; its number.
+// Adds an instance and returns its number.
 uint32_t AddObject(uint32_t objectClass, const Values &values);
 
 }  // namespace zor::ctl

@@ -1,4 +1,4 @@
-// Rows of text in columns. In a pipe every row is whole; on a terminal it is cut to the width.
+// Rows of text in columns. In a pipe every row is complete; on a terminal it is truncated to the width.
 #ifndef ZORCTL_TABLE_H
 #define ZORCTL_TABLE_H
 
@@ -20,7 +20,7 @@ class Table {
 
   // One cell for each column; cells are escaped here.
   void Add(const Row &row);
-  // Titles and rows, all on standard output.
+  // Prints titles and rows.
   void Print() const;
   // The same for lines of that width; the titles come first.
   std::vector<std::string> Lines(size_t width) const;

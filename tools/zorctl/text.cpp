@@ -36,7 +36,7 @@ void AppendHex(std::string_view bytes, std::string &out) {
   for (const char &each : bytes) out.append("\\x").append(ToHex({&each, 1}));
 }
 
-// Visits the bytes of each character, and says whether it is one and may be printed.
+// Visits the bytes of each character, and whether it is valid and printable.
 template <class Visit>
 void ForEachCharacter(std::string_view text, const Visit &visit) {
   while (!text.empty()) {

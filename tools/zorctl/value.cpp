@@ -16,7 +16,7 @@
 namespace zor::ctl {
 namespace {
 
-// A text that is printable as it is, with its NUL or without.
+// The bytes without their NUL, if they are printable text.
 std::optional<std::string_view> PrintableText(std::string_view bytes) {
   const std::string_view text = bytes.ends_with('\0') ? bytes.substr(0, bytes.size() - 1) : bytes;
   return text.empty() || !IsPrintable(text) ? std::nullopt : std::optional(text);
@@ -34,7 +34,7 @@ std::optional<uint32_t> NumberOf(std::string_view bytes) {
 std::pair<std::string, std::string> ParsePair(const std::string &word) {
   const size_t equals = word.find('=');
   if (equals == std::string::npos || equals == 0) {
-    throw Failure(kExitUsage, "no NAME=VALUE: " + Escape(word), "put a name and = in front of the value");
+    throw Failure(kExitUsage, "not NAME=VALUE: " + Escape(word), "write a name and = before the value");
   }
   return {word.substr(0, equals), word.substr(equals + 1)};
 }
@@ -46,7 +46,7 @@ Values ParsePairs(const std::vector<std::string> &words) {
 }
 
 void AddFormatOption(CLI::App &app, std::string &format) {
-  app.add_option("--as", format, "How a value is written: text, string (text and its NUL), hex, u32 or file")
+  app.add_option("--as", format, "Format of a value: text, string (text and its NUL), hex, u32 or file")
       ->check(CLI::IsMember({"text", "string", "hex", "u32", "file"}))
       ->type_name("FORMAT")
       ->capture_default_str();

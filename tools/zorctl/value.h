@@ -1,4 +1,4 @@
-// Bytes on the command line and in the output: how a value is written, and how one that nobody described is shown.
+// Values: how they are written on the command line, and how bytes of unknown meaning are printed.
 #ifndef ZORCTL_VALUE_H
 #define ZORCTL_VALUE_H
 
@@ -16,21 +16,21 @@ class App;
 
 namespace zor::ctl {
 
-// A word of the form NAME=VALUE; such words. Failure (usage) for any other.
+// Words of the form NAME=VALUE. Failure (usage) for any other.
 std::pair<std::string, std::string> ParsePair(const std::string &word);
 Values ParsePairs(const std::vector<std::string> &words);
 
-// Adds the option --as, which says how values are written; it starts with what the variable holds: "text", "string" (a
-// text with its NUL), "hex", "u32" or "file" (the path of a file that holds the bytes).
+// Adds the option --as, the format of values, whose default is the variable's value: "text", "string" (a text with its
+// NUL), "hex", "u32" or "file" (the path of a file with the bytes).
 void AddFormatOption(CLI::App &app, std::string &format);
 
-// The bytes that a word of the command line stands for. Failure (usage) when it is not of that format, or a file is
+// The bytes that a word of the command line represents. Failure (usage) if it is not of that format, or a file is
 // larger than limit.
 std::string ParseBytes(const std::string &word, std::string_view format, size_t limit);
 
-// Bytes as a line for people: a text if they are one, a number if they are four, else hexadecimal.
+// Bytes as a line for users: text if they are text, a number if there are four, otherwise hexadecimal.
 std::string ShowBytes(std::string_view bytes);
-// The same in all forms that fit.
+// The same in all forms that apply.
 nlohmann::json BytesJson(std::string_view bytes);
 
 }  // namespace zor::ctl

@@ -14,21 +14,21 @@ class App;
 
 namespace zor::ctl {
 
-// What every verb has on its command line.
+// The options of every verb.
 struct Common {
   bool json = false;
   Milliseconds timeout;
 
-  // The time of the whole verb, from now on.
+  // The deadline of the whole verb, from now on.
   Deadline deadline() const { return Deadline(timeout); }
 };
 
 class Verb {
  public:
   virtual ~Verb() = default;
-  // Binds options, which are members. --json, --timeout and --help are there already.
+  // Binds options, which are members. --json, --timeout and --help are declared already.
   virtual void Declare(CLI::App &app) = 0;
-  // Throws Failure for anything but success; other codes are for verbs that have printed their result already.
+  // Throws Failure for anything but success; other codes are for verbs that have already printed their result.
   virtual ExitCode Run(const Common &common) = 0;
 };
 
@@ -40,7 +40,7 @@ struct VerbRow {
   const char *examples;  // two lines "  zorctl ...\n"
   std::unique_ptr<Verb> (*make)();
   double timeoutSeconds = kDefaultTimeoutSeconds;
-  const char *completes = "";  // what its words are, for shells: of names, types, modules; the last one repeats
+  const char *completes = "";  // sources of its words' completions: names, types or modules; the last repeats
 };
 
 // All verbs, as --help lists them.

@@ -15,12 +15,12 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// What is known of the answer: its fields, or its data word and whatever its body is.
-Json Explain(const Message &answer) {
-  const MessageType *known = FindType(answer.type);
-  if (known != nullptr && known->reply != "-") return Decode(known->reply, answer.data, answer.body);
-  Json fields = {{"data", answer.data}};
-  fields.update(DecodeUnknown(answer.body));
+// The reply's fields if its type is known, otherwise its data word and body.
+Json Explain(const Message &reply) {
+  const MessageType *known = FindType(reply.type);
+  if (known != nullptr && known->reply != "-") return Decode(known->reply, reply.data, reply.body);
+  Json fields = {{"data", reply.data}};
+  fields.update(DecodeUnknown(reply.body));
   return fields;
 }
 
@@ -43,7 +43,7 @@ void PrintField(const std::string &name, const Json &value) {
   }
 }
 
-// Whether the answer says that the other side could not.
+// Whether the reply reports a failure.
 bool IsError(const Json &fields) {
   const Json items = fields.value("items", Json::object());
   return fields.value("result", Json(0)) != 0 || (items.is_object() && items.value("error_code", 0u) != 0);
@@ -57,11 +57,11 @@ class CallVerb : public Verb {
     const Outgoing request = options_.Build();
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
-    const Message answer = bus.Request(request, deadline);
-    const Json fields = Explain(answer);
+    const Message reply = bus.Request(request, deadline);
+    const Json fields = Explain(reply);
     if (common.json) {
       PrintJson(
-          Json{{"type", answer.type}, {"name", TypeText(answer.type)}, {"source", answer.source}, {"fields", fields}});
+          Json{{"type", reply.type}, {"name", TypeText(reply.type)}, {"source", reply.source}, {"fields", fields}});
     } else {
       for (const auto &[name, value] : fields.items()) PrintField(name, value);
     }

@@ -18,15 +18,15 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// A key that is pressed must not hang.
+// Completion must not block the shell.
 constexpr Milliseconds kPatience{500};
 
 Words Names() {
   Words words;
   const Deadline deadline(kPatience);
   Bus bus(deadline);
-  const nlohmann::json answer = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
-  for (const auto &client : answer.value("clients", nlohmann::json::array())) {
+  const nlohmann::json reply = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
+  for (const auto &client : reply.value("clients", nlohmann::json::array())) {
     if (!client.value("self", false)) words.push_back(client.value("name", ""));
   }
   return words;
@@ -77,8 +77,8 @@ bool IsSource(std::string_view what) {
   return std::any_of(std::begin(kSources), std::end(kSources), [=](const Source &each) { return each.what == what; });
 }
 
-// What may stand at that place of a verb's words: the row tells, its last word holds for all further places.
-std::string_view WhatStandsAt(const VerbRow &row, size_t place) {
+// The source of the word at that place of a verb's words: the last one in the row also serves all further places.
+std::string_view SourceAt(const VerbRow &row, size_t place) {
   std::string_view completes = row.completes;
   for (; place > 0; --place) {
     const size_t blank = completes.find(' ');
@@ -88,7 +88,7 @@ std::string_view WhatStandsAt(const VerbRow &row, size_t place) {
   return completes.substr(0, completes.find(' '));
 }
 
-// What the last of the words of a command line may become; the first is a verb.
+// Candidates for the last word of a command line, whose first word is a verb.
 Words CandidatesFor(const Words &line) {
   if (line.size() < 2) return VerbNames();
   const auto row =
@@ -97,16 +97,16 @@ Words CandidatesFor(const Words &line) {
   if (line.back().starts_with('-')) return OptionsOf(*row);
   const auto place =
       std::count_if(line.begin() + 1, line.end() - 1, [](const auto &word) { return !word.starts_with('-'); });
-  return ListOf(WhatStandsAt(*row, static_cast<size_t>(place)));
+  return ListOf(SourceAt(*row, static_cast<size_t>(place)));
 }
 
-// For the shells' scripts and for people who look for a name. What cannot be found out is silently left out: a shell
-// has no place for errors.
+// For the shells' scripts and for users who look for a name. Errors leave the list empty: a shell has no place to show
+// them.
 class CompleteVerb : public Verb {
  public:
   void Declare(CLI::App &app) override {
     app.add_option("WHAT", what_, "names, types, modules, verbs, or line")->required()->type_name("");
-    app.add_option("WORDS", line_, "With line: the words behind zorctl, the last one to be completed")->type_name("");
+    app.add_option("WORDS", line_, "With line: the words after zorctl; the last one is completed")->type_name("");
   }
 
   ExitCode Run(const Common &common) override {

@@ -42,14 +42,14 @@ struct Key {
   std::optional<uint32_t> instance;
 };
 
-// What a word such as 0x70000001 or 4.1 names.
+// The key that a word such as 0x70000001 or 4.1 names.
 Key ParseKey(std::string_view word) {
   const size_t dot = std::min(word.find('.'), word.size());
   const auto id = ParseUint32(word.substr(0, dot));
   const auto instance = dot == word.size() ? std::nullopt : ParseUint32(word.substr(dot + 1));
   if (id && instance.has_value() == (dot < word.size())) return {*id, instance};
-  throw Failure(kExitUsage, "no number of anything: " + Escape(word),
-                "write it as 0x70000001 or, with its instance, 4.1");
+  throw Failure(kExitUsage, "not NUMBER or NUMBER.INSTANCE: " + Escape(word),
+                "write 0x70000001 or, with an instance, 4.1");
 }
 
 void CheckStoreIsThere() {
@@ -58,8 +58,8 @@ void CheckStoreIsThere() {
   if (errno == EACCES) {
     throw Failure(kExitRefused, "no permission to open " + path, "run this as a member of the store's group");
   }
-  throw Failure(kExitNotFound, "there is no configuration store at " + path,
-                "the first daemon that uses it makes it, and so does zorctl config set --create");
+  throw Failure(kExitNotFound, "no configuration store at " + path,
+                "the first daemon that uses it creates it, or zorctl config set --create");
 }
 
 // One row of a list. Values are not listed: they may be secrets.
@@ -73,7 +73,7 @@ void Append(const char *kind, const std::vector<StoreEntry> &entries, std::vecto
   for (const StoreEntry &entry : entries) list.push_back({kind, entry, Join(entry.names, ",")});
 }
 
-// The user whose number stands between these, in the name of a file that cms wrote.
+// The number of the user in the name of a file that cms wrote; no value for other names.
 std::optional<uint32_t> UserIn(std::string_view name, std::string_view before) {
   constexpr std::string_view kAfter = ".db";
   if (!name.starts_with(before) || !name.ends_with(kAfter)) return std::nullopt;
@@ -94,11 +94,10 @@ void AppendUsers(const std::string &directory, std::vector<Listed> &list) {
     list.push_back({kUser, {*user, 0, file.file_size(gone), {}}, saved ? "configuration" : "configuration,appdata"});
   }
   if (error == std::errc::permission_denied) {
-    throw Failure(kExitRefused, "no permission to look into " + path, "run this as root or as the user of cms");
+    throw Failure(kExitRefused, "no permission to read " + path, "run this as root or as the user of cms");
   }
   if (error) {
-    throw Failure(kExitNotFound, "cms has saved nothing in " + path,
-                  "give the directory of its settings with --directory");
+    throw Failure(kExitNotFound, "no saved configurations in " + path, "give cms's setting directory with --directory");
   }
   std::sort(list.begin(), list.end(), [](const Listed &left, const Listed &right) {
     return std::pair(left.entry.id, left.names) < std::pair(right.entry.id, right.names);
@@ -112,15 +111,15 @@ class ConfigVerb : public Verb {
         ->required()
         ->check(CLI::IsMember({"list", "get", "set"}))
         ->type_name("");
-    app.add_option("KIND", kind_, "parameter, object or appdata; and user to list: who saved a configuration")
+    app.add_option("KIND", kind_, "parameter, object, appdata or, with list, user: who has saved a configuration")
         ->check(CLI::IsMember({kParameter, kObject, kAppData, kUser}))
         ->type_name("");
     app.add_option("ID", id_, "NUMBER or NUMBER.INSTANCE of a parameter, CLASS.INSTANCE, or an item's NUMBER")
         ->type_name("");
-    app.add_option("VALUE", words_, "What to set; of an object NAME=VALUE ...")->type_name("");
+    app.add_option("VALUE", words_, "The value to set; for an object NAME=VALUE ...")->type_name("");
     AddFormatOption(app, format_);
-    app.add_flag("--create", create_, "Let set make the store; of an object without INSTANCE, a new instance");
-    app.add_option("--directory", directory_, "Where cms keeps what users saved (its setting directory)")
+    app.add_flag("--create", create_, "Let set create the store; for an object without INSTANCE, a new instance");
+    app.add_option("--directory", directory_, "Where cms stores users' saved configurations (its setting directory)")
         ->type_name("PATH")
         ->capture_default_str();
   }
@@ -130,11 +129,11 @@ class ConfigVerb : public Verb {
     const Watchdog watchdog(common.deadline(), kStuckText);
     if (action_ == "list") return List();
     if (kind_.empty() || id_.empty()) {
-      throw Failure(kExitUsage, "a kind and a number are needed", "zorctl config --help explains it");
+      throw Failure(kExitUsage, "KIND and ID are required", "zorctl config --help explains it");
     }
     if (kind_ == kUser) {
-      throw Failure(kExitUsage, "the store holds nothing for users apart",
-                    "zorctl config list user shows who saved a configuration");
+      throw Failure(kExitUsage, "the store has no separate values for users",
+                    "zorctl config list user shows who has saved a configuration");
     }
     key_ = ParseKey(id_);
     if (kind_ == kAppData && key_.instance) {
@@ -145,7 +144,7 @@ class ConfigVerb : public Verb {
 
  private:
   static constexpr char kStuckText[] =
-      "zorctl: somebody holds the configuration store; try again, or give more --timeout\n";
+      "zorctl: another process is using the configuration store; try again, or increase --timeout\n";
 
   ExitCode List() const {
     std::vector<Listed> list;
@@ -200,7 +199,8 @@ class ConfigVerb : public Verb {
   ExitCode Set() const {
     if (!create_) CheckStoreIsThere();
     if (kind_ == kObject) return SetObject();
-    if (words_.size() != 1) throw Failure(kExitUsage, "one value is needed", "quote one that has blanks");
+    if (words_.size() != 1)
+      throw Failure(kExitUsage, "exactly one VALUE is required", "quote a value that contains blanks");
     const std::string value = ParseBytes(words_.front(), format_, kMaxStoreValue);
     if (kind_ == kParameter) {
       WriteParameter(key_.id, key_.instance.value_or(0), value);
@@ -213,7 +213,7 @@ class ConfigVerb : public Verb {
 
   ExitCode SetObject() const {
     const Values values = ParsePairs(words_);
-    if (values.empty()) throw Failure(kExitUsage, "NAME=VALUE is needed", "an object's values have names");
+    if (values.empty()) throw Failure(kExitUsage, "NAME=VALUE is required", "an object's values have names");
     uint32_t instance = 0;
     if (create_ && !key_.instance) {
       instance = AddObject(key_.id, values);
@@ -228,7 +228,7 @@ class ConfigVerb : public Verb {
 
   uint32_t ObjectInstance() const {
     if (key_.instance) return *key_.instance;
-    throw Failure(kExitUsage, "an object has an instance",
+    throw Failure(kExitUsage, "an object needs an instance",
                   "write CLASS.INSTANCE; zorctl config list object shows them");
   }
 

@@ -27,9 +27,9 @@ class ExitVerb : public Verb {
     const uint32_t before = bus.CountProcesses(name_, deadline);
     if (before == 0) throw NoSuchDaemon(name_);
     bus.Send({ZOR_MSG_SAFE_EXIT, name_, 0, ""}, deadline);
-    bus.Send({ZOR_MSG_SAFE_EXIT, "", 0, field}, deadline);  // so that what others subscribed for it ends too
+    bus.Send({ZOR_MSG_SAFE_EXIT, "", 0, field}, deadline);  // ends the subscriptions that others made for it
     while (bus.CountProcesses(name_, deadline) >= before) {
-      TakeAnswer(bus, deadline.Within(kPollEvery));
+      TakeReply(bus, deadline.Within(kPollEvery));
       if (deadline.over()) throw StillThere(common);
     }
     Report(common);
@@ -37,20 +37,21 @@ class ExitVerb : public Verb {
   }
 
  private:
-  // Whatever else comes is not ours to handle.
-  void TakeAnswer(Bus &bus, const Deadline &deadline) {
+  // Other messages are ignored.
+  void TakeReply(Bus &bus, const Deadline &deadline) {
     while (const std::optional<Message> message = bus.Receive(deadline)) {
-      if (message->type == ZOR_MSG_SAFE_EXIT && message->source == name_) answer_ = message->data;
+      if (message->type == ZOR_MSG_SAFE_EXIT && message->source == name_) reply_ = message->data;
     }
   }
 
   Failure StillThere(const Common &common) const {
-    const std::string there = name_ + " is still there after " + AgeText(static_cast<uint64_t>(common.timeout.count()));
-    if (!answer_)
-      return {kExitTimeOver, there + " and has not answered",
-              "it may have no handler of SAFE_EXIT, or zorctl why " + name_ + " tells more"};
-    if (*answer_ == 0) return {kExitTimeOver, there + ", although it agreed", "give it more --timeout"};
-    return {kExitRefused, there + "; it answered " + std::to_string(*answer_), "it does not want to leave"};
+    const std::string there =
+        name_ + " is still on the bus after " + AgeText(static_cast<uint64_t>(common.timeout.count()));
+    if (!reply_)
+      return {kExitTimeOver, there + " and has not replied",
+              "it may have no handler for SAFE_EXIT; see zorctl why " + name_};
+    if (*reply_ == 0) return {kExitTimeOver, there + ", although it agreed", "increase --timeout"};
+    return {kExitRefused, there + "; it replied " + std::to_string(*reply_), "it refuses to leave"};
   }
 
   void Report(const Common &common) const {
@@ -62,7 +63,7 @@ class ExitVerb : public Verb {
   }
 
   std::string name_;
-  std::optional<uint32_t> answer_;
+  std::optional<uint32_t> reply_;
 };
 
 }  // namespace

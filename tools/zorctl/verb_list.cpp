@@ -58,23 +58,23 @@ std::string PatternsText(const Json &client) {
 class ListVerb : public Verb {
  public:
   void Declare(CLI::App &app) override {
-    app.add_flag("-v,--verbose", verbose_, "Also subscriptions, restful patterns and this command itself");
+    app.add_flag("-v,--verbose", verbose_, "Also list subscriptions, restful patterns and this command itself");
   }
 
   ExitCode Run(const Common &common) override {
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
-    const Json answer = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
+    const Json reply = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
     if (common.json) {
-      PrintJson(answer);
+      PrintJson(reply);
     } else {
-      PrintClients(answer);
+      PrintClients(reply);
     }
     return kExitOk;
   }
 
  private:
-  void PrintClients(const Json &answer) const {
+  void PrintClients(const Json &reply) const {
     std::vector<Table::Column> columns = {{"NAME"},
                                           {"PID", Align::kRight},
                                           {"USER"},
@@ -85,7 +85,7 @@ class ListVerb : public Verb {
                                           {"DROPPED", Align::kRight}};
     if (verbose_) columns.insert(columns.end(), {{"EVENTS"}, {"PATTERNS"}});
     Table table(std::move(columns));
-    for (const Json &client : answer.value("clients", Json::array())) {
+    for (const Json &client : reply.value("clients", Json::array())) {
       if (verbose_ || !client.value("self", false)) table.Add(RowOf(client));
     }
     table.Print();

@@ -20,9 +20,9 @@ namespace {
 class ListenVerb : public Verb {
  public:
   void Declare(CLI::App &app) override {
-    app.add_option("MODULE", modules_, "Only events of these modules (or types); none: all events")->type_name("");
-    AddLimit(app, limit_, "End after so many events; with status 4 when the time is over first");
-    app.add_flag("-v,--verbose", verbose_, "Say on standard error when events begin to be received");
+    app.add_option("MODULE", modules_, "Only events of these modules (or types); all events if omitted")->type_name("");
+    AddLimit(app, limit_, "End after this many events; with status 4 if it times out first");
+    app.add_flag("-v,--verbose", verbose_, "Report on standard error when it has subscribed");
   }
 
   ExitCode Run(const Common &common) override {
@@ -42,15 +42,16 @@ class ListenVerb : public Verb {
       if (++count == limit_) return kExitOk;
     }
     if (limit_ == 0 || bus.stopped()) return kExitOk;
-    throw Failure(kExitTimeOver, std::to_string(count) + " of " + std::to_string(limit_) + " events came in time",
-                  "see whether the publisher runs, or give more --timeout");
+    throw Failure(kExitTimeOver,
+                  "received " + std::to_string(count) + " of " + std::to_string(limit_) + " events in time",
+                  "check whether the publisher runs, or increase --timeout");
   }
 
  private:
   static void Subscribe(Bus &bus, const std::set<uint32_t> &types, const Deadline &deadline) {
     for (const uint32_t type : types) bus.Send({ZOR_MSG_SUBSCRIBE_EVENT, "", type, ""}, deadline);
     if (types.empty()) bus.Send({ZOR_MSG_SUBSCRIBE_EVENT, "", ZOR_EVT_ALL, ""}, deadline);
-    bus.CountProcesses(bus.name(), deadline);  // answered after it has subscribed us, which it does not answer
+    bus.CountProcesses(bus.name(), deadline);  // its reply follows the subscription, which gets none of its own
   }
 
   std::vector<std::string> modules_;

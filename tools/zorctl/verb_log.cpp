@@ -1,5 +1,5 @@
-// The user-visible log, as the daemon "syslog" renders it. It answers queries by writing a file; following the log is
-// asking again and again, and printing what was not there before.
+// The user-visible log, as the daemon "syslog" renders it. The daemon writes the result of a query to a file; --follow
+// repeats the query and prints the new lines.
 #include <unistd.h>
 #include <zor/log.h>
 #include <zor/platform/file.h>
@@ -32,16 +32,16 @@ namespace zor::ctl {
 namespace {
 
 constexpr uint32_t kRefused = 0xffffffff;
-// Lines that each query of --follow asks for. When none of them was in the one before, more have come than that.
+// Lines that each query of --follow requests. If none of them was in the previous result, there are more new ones.
 constexpr uint32_t kFollowWindow = 200;
 
-// The place of a result: one of our own, directly in the daemon's directory. Nothing is left there.
+// A result of our own, directly in the daemon's directory; removed with the object.
 class ResultFile {
  public:
   explicit ResultFile(const std::string &directory)
       : fixedPath_(directory + "/zorctl." + std::to_string(::getpid())), path_(daemon::FixedPath(fixedPath_)) {
     if (fixedPath_.size() < ZOR_LOG_QUERY_TEXT_SIZE) return;
-    throw Failure(kExitUsage, "the directory " + directory + " has too long a name", "a query names 63 characters");
+    throw Failure(kExitUsage, "the directory name " + directory + " is too long", "a query has room for 63 characters");
   }
   ResultFile(const ResultFile &) = delete;
   ResultFile &operator=(const ResultFile &) = delete;
@@ -59,7 +59,7 @@ class ResultFile {
       throw Failure(kExitRefused, "no permission to read the result in " + path_,
                     "run this as the daemon's user or a member of its group");
     }
-    throw Failure(kExitFailure, "the result in " + path_ + " cannot be read", "does the daemon run in this ZOR_ROOT?");
+    throw Failure(kExitFailure, "cannot read the result " + path_, "check whether the daemon runs in this ZOR_ROOT");
   }
 
  private:
@@ -73,19 +73,20 @@ class LogVerb : public Verb {
     app.add_option("--type", types_, "Only records of these types (names as in the log, or bits)")
         ->delimiter(',')
         ->type_name("TYPE");
-    app.add_option("--level", level_, "Only records as severe as that, or more: emergency ... debug")
+    app.add_option("--level", level_, "Only records of this severity or higher: emergency ... debug")
         ->type_name("LEVEL");
     AddNumber(app, "--count", count_, "How many of the newest records; 0: all", 0)->capture_default_str();
-    app.add_option("--language", language_, "Of the texts: en, or zh for the second language")
+    app.add_option("--language", language_, "Language of the texts: en, or zh for the second language")
         ->check(CLI::IsMember({"en", "zh"}))
         ->capture_default_str();
     app.add_option("--directory", directory_, "Where the daemon may write results (its setting query_directory)")
         ->capture_default_str()
         ->type_name("PATH");
-    CLI::Option *follow = app.add_flag("--follow", follow_, "Go on with what comes, until Ctrl-C or --for is over");
+    CLI::Option *follow =
+        app.add_flag("--follow", follow_, "Continue with new records until Ctrl-C or --for has elapsed");
     AddSeconds(app, "--for", followSeconds_, "How long to follow the log")->needs(follow);
-    AddSeconds(app, "--interval", intervalSeconds_, "Time between two looks")->needs(follow);
-    app.add_option("--stat", statistic_, "Instead: a statistic by its name, of the logging daemon mlogserver")
+    AddSeconds(app, "--interval", intervalSeconds_, "Time between two queries")->needs(follow);
+    app.add_option("--stat", statistic_, "Print a statistic of the logging daemon mlogserver instead")
         ->excludes(follow)
         ->type_name("NAME");
   }
@@ -95,7 +96,7 @@ class LogVerb : public Verb {
     if (!statistic_.empty()) return PrintStatistic(common);
     const uint32_t typeLevel = LogTypes(types_) << ZOR_LOG_TYPE_SHIFT | LogLevels(level_);
     Bus bus(common.deadline());
-    // What is old is told later by what is there now, so --follow looks at more than it prints.
+    // --follow finds old lines by comparing results, so its first query covers more than it prints.
     const uint32_t count = follow_ && count_ != 0 ? std::max(count_, kFollowWindow) : count_;
     Lines lines = Query(bus, typeLevel, count, common.deadline());
     PrintLines(lines, count_ != 0 && lines.size() > count_ ? lines.size() - count_ : 0);
@@ -111,9 +112,9 @@ class LogVerb : public Verb {
     query.typeLevel = typeLevel;
     query.count = count;
     result.fixedPath().copy(query.text, sizeof query.text - 1);
-    const Message answer =
+    const Message reply =
         bus.Request({ZOR_LOG_MSG_QUERY, ZOR_LOG_DAEMON_NAME, 0, std::string(RecordBytes(query))}, deadline);
-    if (answer.data != kRefused) return SplitLines(result.Text());
+    if (reply.data != kRefused) return SplitLines(result.Text());
     throw Failure(kExitRefused, "the daemon refused the query",
                   "its setting query_directory must be " + directory_ + ", and it must be able to write there");
   }
@@ -131,7 +132,7 @@ class LogVerb : public Verb {
         before = PrintNew(bus, typeLevel, before, common.deadline());
         absent = false;
       } catch (const Failure &failure) {
-        // It may be about to start again, with our question lost; what it kept comes then.
+        // It may be restarting, and the query may be lost; the next one finds its records.
         if (failure.code != kExitNotFound && failure.code != kExitTimeOver) throw;
         if (!std::exchange(absent, true)) std::fprintf(stderr, "zorctl log: %s; waiting for it\n", failure.what());
       }

@@ -25,8 +25,8 @@
 namespace zor::ctl {
 namespace {
 
-constexpr Milliseconds kSetUpTime{5000};  // the time to watch begins behind it
-constexpr Milliseconds kRefresh{250};     // of progress, and of a file that somebody else reads meanwhile
+constexpr Milliseconds kSetUpTime{5000};  // the time to watch begins after it
+constexpr Milliseconds kRefresh{250};     // of progress, and of a file that another program is reading
 
 struct TypeRange {
   uint32_t first;
@@ -39,7 +39,8 @@ TypeRange ParseTypes(const std::string &text) {
   const uint32_t first = ParseType(text.substr(0, hyphen));
   const uint32_t last = hyphen == std::string::npos ? first : ParseType(text.substr(hyphen + 1));
   if (last < first || last == 0) {
-    throw Failure(kExitUsage, "no range of message types: " + Escape(text), "write 0x5000-0x50FF, the lower one first");
+    throw Failure(kExitUsage, "not a range of message types: " + Escape(text),
+                  "write 0x5000-0x50FF, the lower one first");
   }
   return {first, last};
 }
@@ -56,7 +57,7 @@ class Sink {
  public:
   virtual ~Sink() = default;
   virtual void Take(std::string_view bytes, const BusCopy &copy) = 0;
-  // From time to time, and at the end.
+  // Called from time to time, and at the end.
   virtual void Refresh(const Totals &totals) = 0;
 };
 
@@ -87,7 +88,7 @@ class JsonSink : public Sink {
 class FileSink : public Sink {
  public:
   explicit FileSink(const std::string &path) : path_(path) {
-    std::signal(SIGXFSZ, SIG_IGN);  // a write tells
+    std::signal(SIGXFSZ, SIG_IGN);  // write reports it
     const bool opened = path == "-" ? file_.Attach(OutputDescriptor(), kInterface) : file_.Open(path, kInterface);
     if (!opened) Fail();
   }
@@ -108,7 +109,7 @@ class FileSink : public Sink {
     const std::string what = path_ == "-" ? "the output" : Escape(path_);
     throw Failure(kExitFailure, "cannot write " + what + ": " + std::strerror(error),
                   file_.bytes() == 0 ? "choose another file"
-                                     : "the first " + std::to_string(file_.packets()) + " messages are in it");
+                                     : "the first " + std::to_string(file_.packets()) + " messages are in the file");
   }
 
   std::string path_;
@@ -123,7 +124,7 @@ class MonitorVerb : public Verb {
     app.add_flag("--received", received_, "With --name: only what it receives");
     app.add_option("--type", type_, "Only messages of this type: a number, a range such as 0x5000-0x50FF, or a name")
         ->type_name("TYPE");
-    AddLimit(app, limit_, "End after so many messages; with status 4 when the time is over first");
+    AddLimit(app, limit_, "End after this many messages; with status 4 if it times out first");
     CLI::Option *lines = app.add_flag("--lines", lines_, "Print a line for each message; this is the default");
     app.add_option("--pcapng", file_, "Write a capture for packet analysers; - is standard output")
         ->type_name("FILE")
@@ -133,10 +134,11 @@ class MonitorVerb : public Verb {
   ExitCode Run(const Common &common) override {
     const ZOR_CONTROL_FILTER filter = Filter();
     if (!file_.empty() && common.json) {
-      throw Failure(kExitUsage, "a capture is no JSON", "use one of --json and --pcapng");
+      throw Failure(kExitUsage, "a capture is not JSON", "use --json or --pcapng");
     }
     if (file_ == "-" && OutputIsTerminal()) {
-      throw Failure(kExitUsage, "a capture is nothing for a terminal", "send the output to a file or a pipe");
+      throw Failure(kExitUsage, "a capture is binary data, not for a terminal",
+                    "redirect the output to a file or a pipe");
     }
     daemon::StopSignal signal;
     if (!signal.valid()) throw std::system_error(errno, std::generic_category(), "signalfd");
@@ -166,7 +168,7 @@ class MonitorVerb : public Verb {
   ZOR_CONTROL_FILTER Filter() const {
     ZOR_CONTROL_FILTER filter{};
     if (name_.empty() && (sent_ || received_)) {
-      throw Failure(kExitUsage, "whose messages?", "--sent and --received belong to a --name");
+      throw Failure(kExitUsage, "--sent and --received require --name", "name a daemon");
     }
     if (!name_.empty()) std::memcpy(filter.name, NameField(name_).data(), sizeof filter.name);
     filter.directions = (sent_ || !received_ ? ZOR_CONTROL_SENT : 0) | (received_ || !sent_ ? ZOR_CONTROL_RECEIVED : 0);
@@ -178,7 +180,7 @@ class MonitorVerb : public Verb {
     return filter;
   }
 
-  // It may be about to start, so this is no error.
+  // It may be about to start, so this is not an error.
   void WarnIfAbsent(Bus &bus, const Deadline &deadline) const {
     if (name_.empty() || bus.CountProcesses(name_, deadline) > 0) return;
     std::fprintf(stderr, "zorctl monitor: no daemon %s on the bus yet\n", name_.c_str());
@@ -201,10 +203,10 @@ class MonitorVerb : public Verb {
     }
   }
 
-  // Takes what is on its way still. The server's answer says how many copies were lost behind the latest one.
+  // Takes the copies still under way. The server's reply contains the number of copies lost after the latest one.
   void End(Bus &bus, Sink &sink, Totals &totals) const {
     const Deadline deadline = Deadline(Milliseconds(0)).ForServer();
-    bus.GoOn();
+    bus.IgnoreStop();
     const uint32_t request = bus.Send({ZOR_MSG_CONTROL_MONITOR, "", 0, ""}, deadline);
     while (const std::optional<Message> message = bus.Receive(deadline)) {
       if (IsCopy(*message) && !full(totals)) Take(message->body, sink, totals);
@@ -216,7 +218,7 @@ class MonitorVerb : public Verb {
     }
   }
 
-  // Anybody can send messages of that type.
+  // Any client can send messages of that type.
   static bool IsCopy(const Message &message) { return message.type == ZOR_MSG_CONTROL_COPY && message.fromServer(); }
 
   static void Take(const std::string &bytes, Sink &sink, Totals &totals) {

@@ -21,7 +21,7 @@ namespace {
 using Json = nlohmann::json;
 using Align = Table::Align;
 
-// An id without a name, so that nobody's notifications come here while we are connected.
+// An id without a name, so that no other module's notifications arrive here.
 constexpr char kOwnModule[] = "102";
 
 std::string ModuleName(uint32_t module) {
@@ -34,7 +34,8 @@ uint32_t ModuleOf(const std::string &word) {
   const std::optional<uint32_t> number = ParseUint32(word);
   const bool isModule = number && *number >= ZOR_NOTIFY_MID_FIRST && *number <= ZOR_NOTIFY_MID_LAST;
   if (isModule && *number != ZOR_NOTIFY_MID_SERVER) return *number;
-  throw Failure(kExitNotFound, "no module " + Escape(word), "give a name that zorctl notify --list shows, or 1 to 102");
+  throw Failure(kExitNotFound, "unknown module " + Escape(word),
+                "give a name that zorctl notify --list shows, or 1 to 102");
 }
 
 bool IsConnected(const Json &list, uint32_t module) {
@@ -48,12 +49,12 @@ class NotifyVerb : public Verb {
   void Declare(CLI::App &app) override {
     app.add_option("MODULE", module_, "The module, by name or number")->type_name("");
     app.add_option("TYPE", type_, "The notification's type, a number")->type_name("");
-    app.add_option("DATA", part1_, "What it carries")->type_name("");
-    app.add_option("DATA2", part2_, "The second part of an asynchronous one")->type_name("");
+    app.add_option("DATA", part1_, "The data")->type_name("");
+    app.add_option("DATA2", part2_, "The second part of the data of an asynchronous notification")->type_name("");
     AddFormatOption(app, format_);
-    app.add_flag("--sync", sync_, "Wait for the answer and print it");
+    app.add_flag("--sync", sync_, "Wait for the reply and print it");
     app.add_option("--from", from_, "The module to send as")->type_name("MODULE")->capture_default_str();
-    app.add_flag("--list", list_, "Instead: the modules that are connected");
+    app.add_flag("--list", list_, "List the connected modules instead");
   }
 
   ExitCode Run(const Common &common) override {
@@ -68,11 +69,11 @@ class NotifyVerb : public Verb {
     CheckConnected(channel, module);
     channel.Register(from);
     if (sync_) {
-      PrintAnswer(channel.Ask(module, type, part1), common);
+      PrintReply(channel.Request(module, type, part1), common);
     } else {
       channel.Post(module, type, part1, part2);
-      // Asked after the notification, answered when that has been passed on. Nobody has the server's own id.
-      channel.Ask(ZOR_NOTIFY_MID_SERVER, type, {});
+      // The reply comes after the notification has been forwarded. No module has the server's own id.
+      channel.Request(ZOR_NOTIFY_MID_SERVER, type, {});
       if (common.json) PrintJson({{"module", module}, {"type", type}, {"bytes", part1.size() + part2.size()}});
     }
     return kExitOk;
@@ -81,9 +82,9 @@ class NotifyVerb : public Verb {
  private:
   ExitCode List(const Common &common) const {
     if (!module_.empty()) throw Failure(kExitUsage, "--list takes no module", "leave it out");
-    const Json answer = NotifyChannel(common.deadline()).List();
+    const Json reply = NotifyChannel(common.deadline()).List();
     if (common.json) {
-      PrintJson(answer);
+      PrintJson(reply);
       return kExitOk;
     }
     Table table({{"MODULE"},
@@ -96,7 +97,7 @@ class NotifyVerb : public Verb {
                  {"IN", Align::kRight},
                  {"OUT", Align::kRight},
                  {"DROPPED", Align::kRight}});
-    for (const Json &client : answer.value("clients", Json::array())) table.Add(RowOf(client));
+    for (const Json &client : reply.value("clients", Json::array())) table.Add(RowOf(client));
     table.Print();
     return kExitOk;
   }
@@ -118,7 +119,7 @@ class NotifyVerb : public Verb {
 
   void CheckArguments() const {
     if (module_.empty() || type_.empty()) {
-      throw Failure(kExitUsage, "a module and a type are needed, or --list", "zorctl notify --help explains it");
+      throw Failure(kExitUsage, "MODULE and TYPE are required, or --list", "zorctl notify --help explains it");
     }
     if (sync_ && !part2_.empty()) {
       throw Failure(kExitUsage, "a synchronous notification has one part", "leave out --sync or the second part");
@@ -129,7 +130,7 @@ class NotifyVerb : public Verb {
     return part.empty() ? part : ParseBytes(part, format_, ZOR_NOTIFY_DATA_MAX);
   }
 
-  // The server says nothing of modules that are not there, and only some users may ask it.
+  // The server does not report absent modules, and only some users may list them.
   static void CheckConnected(NotifyChannel &channel, uint32_t module) {
     try {
       if (IsConnected(channel.List(), module)) return;
@@ -138,14 +139,14 @@ class NotifyVerb : public Verb {
       return;
     }
     throw Failure(kExitNotFound, "module " + ModuleName(module) + " is not connected",
-                  "zorctl notify --list shows those that are");
+                  "zorctl notify --list shows the connected ones");
   }
 
-  static void PrintAnswer(const std::string &answer, const Common &common) {
+  static void PrintReply(const std::string &reply, const Common &common) {
     if (common.json) {
-      PrintJson(BytesJson(answer));
-    } else if (!answer.empty()) {
-      Print(ShowBytes(answer) + "\n");
+      PrintJson(BytesJson(reply));
+    } else if (!reply.empty()) {
+      Print(ShowBytes(reply) + "\n");
     }
   }
 

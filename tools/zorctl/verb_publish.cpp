@@ -19,7 +19,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr char kItemBroker[] = "mic";  // where events of items go
+constexpr char kItemBroker[] = "mic";  // receives events that consist of items
 
 // The text behind the option, or in the file that it names with "@".
 Json PayloadOf(const std::string &word) {
@@ -36,8 +36,8 @@ class PublishVerb : public Verb {
         ->required()
         ->type_name("");
     app.add_option("EVENT", event_, "The event's name (EventType)")->required()->type_name("");
-    CLI::Option *items = app.add_option("NAME=VALUE", items_, "What the event says, as texts")->type_name("");
-    app.add_option("--json-payload", payload_, "What the event says, as JSON; @FILE takes it from a file")
+    CLI::Option *items = app.add_option("NAME=VALUE", items_, "The event's payload, as texts")->type_name("");
+    app.add_option("--json-payload", payload_, "The event's payload, as JSON; @FILE takes it from a file")
         ->excludes(items)
         ->type_name("TEXT");
   }
@@ -48,7 +48,7 @@ class PublishVerb : public Verb {
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
     bus.Send(event, deadline);
-    bus.CountProcesses(bus.name(), deadline);  // answered after it has passed the event on
+    bus.CountProcesses(bus.name(), deadline);  // its reply follows the forwarding of the event
     if (common.json) PrintJson({{"type", type}, {"event", event_}, {"bytes", event.body.size()}});
     return kExitOk;
   }
@@ -72,8 +72,7 @@ class PublishVerb : public Verb {
       throw Failure(kExitUsage, "events of " + Escape(module_) + " carry texts, not JSON", "give NAME=VALUE ...");
     }
     if (items_.empty()) {
-      throw Failure(kExitUsage, "an event of " + Escape(module_) + " without a text reaches nobody",
-                    "give NAME=VALUE ...");
+      throw Failure(kExitUsage, "an event of " + Escape(module_) + " needs at least one text", "give NAME=VALUE ...");
     }
     Values items = {{"EventType", event_}};
     for (const std::string &word : items_) items.push_back(ParsePair(word));

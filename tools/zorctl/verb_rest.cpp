@@ -15,7 +15,7 @@ namespace {
 
 void CopyText(const std::string &text, const char *what, char (&field)[ZOR_MSG_RESTFUL_NAME_SIZE]) {
   if (text.size() >= sizeof field) {
-    throw Failure(kExitUsage, std::string("the ") + what + " is too long", "it has at most 63 bytes");
+    throw Failure(kExitUsage, std::string("the ") + what + " is too long", "the limit is 63 bytes");
   }
   text.copy(field, text.size());
 }
@@ -25,17 +25,17 @@ class RestVerb : public Verb {
   void Declare(CLI::App &app) override {
     app.add_option("PREFIX", prefix_, "The path that a daemon has registered")->required()->type_name("");
     app.add_option("NAME", name_, "The procedure's name beneath it")->required()->type_name("");
-    app.add_option("DATA", data_, "The text that it gets")->type_name("");
+    app.add_option("DATA", data_, "The text for the procedure")->type_name("");
   }
 
   ExitCode Run(const Common &common) override {
     const std::string body = Body();
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
-    const Message answer = Ask(bus, body, deadline);
-    const std::string text(FieldText(answer.body.data(), answer.body.size()));
+    const Message reply = Request(bus, body, deadline);
+    const std::string text(FieldText(reply.body.data(), reply.body.size()));
     if (common.json) {
-      PrintJson({{"from", answer.source}, {"answer", text}});
+      PrintJson({{"from", reply.source}, {"reply", text}});
     } else if (!text.empty()) {
       Print(EscapeLines(text) + "\n");
     }
@@ -51,7 +51,7 @@ class RestVerb : public Verb {
     return body.append(data_).append(1, '\0');
   }
 
-  Message Ask(Bus &bus, const std::string &body, const Deadline &deadline) const try {
+  Message Request(Bus &bus, const std::string &body, const Deadline &deadline) const try {
     return bus.Request({ZOR_MSG_RESTFUL_REQUEST, "", 0, body}, deadline);
   } catch (const Failure &failure) {
     const std::string path = Escape(prefix_ + "/" + name_);
@@ -59,8 +59,8 @@ class RestVerb : public Verb {
       case kExitNotFound:
         throw Failure(kExitNotFound, "no daemon has registered " + path, "zorctl list -v shows the patterns");
       case kExitTimeOver:
-        throw Failure(kExitTimeOver, "no answer from " + path + " in time",
-                      "a daemon does not answer what it refuses, or a name that it does not have; or it is stuck");
+        throw Failure(kExitTimeOver, "no reply from " + path + " in time",
+                      "daemons do not reply to requests that they refuse or to unknown names; or the daemon is stuck");
       default:
         throw;
     }

@@ -21,10 +21,10 @@ namespace {
 
 using Json = nlohmann::json;
 
-// Where settings come from, in the server's words.
+// The source of settings, for the server's word.
 std::string SourceText(const std::string &source) {
   if (source == "kept") return "set with this command";
-  return source == "file" ? "the server's settings file" : "nothing is set";
+  return source == "file" ? "the server's settings file" : "defaults";
 }
 
 bool IsLevel(const std::string &text) {
@@ -34,15 +34,16 @@ bool IsLevel(const std::string &text) {
 class TraceVerb : public Verb {
  public:
   void Declare(CLI::App &app) override {
-    app.add_option("ACTION", action_, "show; set, which leaves what it does not name; clear, back to the settings file")
+    app.add_option("ACTION", action_,
+                   "show; set, which keeps other settings; clear, which reverts to the settings file")
         ->required()
         ->check(CLI::IsMember({"show", "set", "clear"}))
         ->type_name("");
-    app.add_option("NAME", name_, "The daemon; * stands for all without settings of their own")
+    app.add_option("NAME", name_, "The daemon; * means all daemons without settings of their own")
         ->required()
         ->type_name("");
     app.add_option("MODULE=LEVEL", levels_,
-                   "With set: replace all levels; the module all stands for the rest. Levels: none, fatal, error, "
+                   "With set: replace all levels; the module all means the rest. Levels: none, fatal, error, "
                    "warning, info, debug or a number")
         ->type_name("");
     output_ =
@@ -82,7 +83,8 @@ class TraceVerb : public Verb {
     if (outputText_ == "stdout" || outputText_ == "file" || outputText_.find(':') != std::string::npos) {
       return outputText_;
     }
-    throw Failure(kExitUsage, "no output for trace lines: " + Escape(outputText_), "use stdout, file or ADDRESS:PORT");
+    throw Failure(kExitUsage, "not an output for trace lines: " + Escape(outputText_),
+                  "use stdout, file or ADDRESS:PORT");
   }
 
   Json Levels() const {
@@ -111,8 +113,8 @@ class TraceVerb : public Verb {
     table.Add({"source", SourceText(kept.value("source", ""))});
     table.Print();
     if (action_ == "show") return;
-    Print("\nThis holds from the next registration" +
-          (name_ == "*" ? " of each daemon" : " of " + Escape(name_) + ", which is when it starts again") + ".\n");
+    Print("\nTakes effect when " + (name_ == "*" ? "each daemon" : Escape(name_)) +
+          " next registers, at its restart.\n");
   }
 
   std::string action_, name_, outputText_;

@@ -18,7 +18,7 @@ class WaitVerb : public Verb {
   void Declare(CLI::App &app) override { app.add_option("NAME", names_, "The daemons")->required()->type_name(""); }
 
   ExitCode Run(const Common &common) override {
-    for (const std::string &name : names_) NameField(name);  // says what is wrong with one
+    for (const std::string &name : names_) NameField(name);  // throws Failure for an invalid one
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
     std::vector<std::string> missing = names_;
@@ -37,7 +37,7 @@ class WaitVerb : public Verb {
     ShowProgress("");
     if (common.json) PrintJson({{"complete", missing.empty()}, {"missing", missing}});
     if (!missing.empty())
-      throw Failure(kExitTimeOver, "not on the bus: " + Join(missing, ", "), "see whether they start");
+      throw Failure(kExitTimeOver, "not on the bus: " + Join(missing, ", "), "check whether they start");
     return kExitOk;
   }
 

@@ -22,7 +22,7 @@ namespace {
 using Json = nlohmann::json;
 using Align = Table::Align;
 
-// Nothing for a message that wants no answer.
+// No value for a message that needs no reply.
 std::optional<PendingRequest> RequestOf(const Json &pending, bool senderInLoop) {
   PendingRequest request{pending.value("to", ""), pending.value("type", 0u), pending.value("sequence", 0u),
                          pending.value("age_ms", uint64_t{0}), Waits::kNo};
@@ -48,7 +48,7 @@ Daemon DaemonOf(const Json &client) {
   return daemon;
 }
 
-// A request and who sent it.
+// A request and its sender.
 struct Waiter {
   const Daemon *from;
   const PendingRequest *request;
@@ -61,7 +61,7 @@ class Report {
     for (const Daemon *daemon : chain_.daemons) {
       if (const PendingRequest *awaited = daemon->Awaited()) waiters_.push_back({daemon, awaited});
     }
-    // Those of the chain come first, then whatever else the subject waits for, and who waits for it.
+    // Those of the chain come first, then the subject's other requests and the requests to it.
     for (const Daemon &daemon : daemons) {
       for (const PendingRequest &request : daemon.pending) {
         if (&daemon == &subject || request.to == subject.name) Add({&daemon, &request});
@@ -131,17 +131,17 @@ class Report {
 class WhyVerb : public Verb {
  public:
   void Declare(CLI::App &app) override {
-    app.add_option("NAME", name_, "The daemon that does not answer")->required()->type_name("");
+    app.add_option("NAME", name_, "The daemon that does not reply")->required()->type_name("");
   }
 
   ExitCode Run(const Common &common) override {
-    NameField(name_);  // says what is wrong with it
+    NameField(name_);  // throws Failure for an invalid one
     const Deadline deadline = common.deadline();
     std::vector<Daemon> daemons;
     {
       Bus bus(deadline);
-      const Json answer = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
-      for (const Json &client : answer.value("clients", Json::array())) {
+      const Json reply = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
+      for (const Json &client : reply.value("clients", Json::array())) {
         if (!client.value("self", false)) daemons.push_back(DaemonOf(client));
       }
     }

@@ -5,17 +5,17 @@ namespace {
 
 constexpr double kBootSeconds = 30;
 
-// In the order of --help: looking, talking, setting.
+// In the order of --help.
 constexpr VerbRow kVerbs[] = {
-    {"list", "Who is on the bus",
+    {"list", "List the daemons on the bus",
      "  zorctl list -v\n"
      "  zorctl list --json | jq '.clients[].name'\n",
      MakeListVerb},
-    {"send", "Send a message that nobody answers",
+    {"send", "Send a one-way message",
      "  zorctl send DB_SAVE user=0\n"
      "  zorctl send 0x61001 web --data 7 --text hello\n",
      MakeSendVerb, kDefaultTimeoutSeconds, "types names nothing"},
-    {"call", "Send a request and print the answer",
+    {"call", "Send a request and print the reply",
      "  zorctl call GET_PROCESS_NUM daemon=web\n"
      "  zorctl call DM cms --subtype 1 --item device=lamp\n",
      MakeCallVerb, kDefaultTimeoutSeconds, "types names nothing"},
@@ -23,19 +23,19 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl wait cms syslog\n"
      "  zorctl wait web --timeout 120 && zorctl call 0x4001 web\n",
      MakeWaitVerb, kBootSeconds, "names"},
-    {"why", "Why a daemon does not answer: what it has not read, and who waits for whom",
+    {"why", "Explain why a daemon does not reply: its unread messages, and which daemons wait for each other",
      "  zorctl why web\n"
      "  zorctl why web --json | jq -r .verdict\n",
      MakeWhyVerb, kDefaultTimeoutSeconds, "names"},
-    {"monitor", "A copy of the traffic, as lines, JSON or a capture; ends after --timeout, --limit or Ctrl-C",
+    {"monitor", "Print a copy of the traffic as lines, JSON or a capture; ends after --timeout, --limit or Ctrl-C",
      "  zorctl monitor --name web --timeout 10\n"
      "  zorctl monitor --type 0x5000-0x50FF --pcapng bus.pcapng\n",
      MakeMonitorVerb, 60},
-    {"log", "The user-visible log, and statistics of the logging daemon",
+    {"log", "Print the log that users see, or a statistic of the logging daemon",
      "  zorctl log --type user,system --level warning --count 20\n"
      "  zorctl log --follow --language zh\n",
      MakeLogVerb},
-    {"listen", "Events as they are published, one line of JSON for each",
+    {"listen", "Print events as they are published, one line of JSON each",
      "  zorctl listen --limit 1 --timeout 600 lan\n"
      "  zorctl listen | jq .EventType\n",
      MakeListenVerb, 60, "modules"},
@@ -43,7 +43,7 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl publish lan link port=1 state=up\n"
      "  zorctl publish network lease --json-payload '{\"hosts\":[2,3]}'\n",
      MakePublishVerb, kDefaultTimeoutSeconds, "modules nothing"},
-    {"rest", "A restful request, and its answer",
+    {"rest", "Send a restful request and print the reply",
      "  zorctl rest /api status\n"
      "  zorctl rest /api set '{\"lamp\":1}' --timeout 20\n",
      MakeRestVerb},
@@ -51,19 +51,19 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl notify --list\n"
      "  zorctl notify web 0x21 ping --sync\n",
      MakeNotifyVerb},
-    {"config", "What the configuration store holds",
+    {"config", "List, read and set values of the configuration store",
      "  zorctl config list parameter\n"
      "  zorctl config set parameter 0x70000001 kitchen\n",
      MakeConfigVerb},
-    {"exit", "Ask a daemon to leave the bus, and say whether it did",
+    {"exit", "Ask a daemon to leave the bus, and report whether it did",
      "  zorctl exit web\n"
      "  zorctl exit web --timeout 30\n",
      MakeExitVerb, kDefaultTimeoutSeconds, "names"},
-    {"trace", "The trace settings that a daemon gets when it registers: show, set and clear them",
+    {"trace", "Show, set or clear the trace settings that a daemon receives when it registers",
      "  zorctl trace set web msg=debug all=error --output file\n"
      "  zorctl trace clear web\n",
      MakeTraceVerb, kDefaultTimeoutSeconds, "nothing names nothing"},
-    {"complete", "List what a word of a command line may be",
+    {"complete", "List completions of a word of a command line",
      "  zorctl complete types\n"
      "  zorctl complete line exit \"\"\n",
      MakeCompleteVerb, kDefaultTimeoutSeconds, "what"},

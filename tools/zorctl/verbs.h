@@ -1,4 +1,4 @@
-// What makes each verb, for their table.
+// The function that makes each verb, for their table.
 #ifndef ZORCTL_VERBS_H
 #define ZORCTL_VERBS_H
 

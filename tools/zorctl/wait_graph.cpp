@@ -12,21 +12,21 @@ namespace {
 struct ProcessStateText {
   char letter;
   std::string_view text;
-  std::string_view verdict;  // for those that cannot go on by themselves
+  std::string_view verdict;  // for those that cannot resume by themselves
 };
 
-// Who reads at all has read what came so long ago.
+// A live reader has drained anything this old.
 constexpr uint64_t kReadingMs = 1000;
 
 constexpr std::array kStates = {
     ProcessStateText{'R', "running", ""},
     ProcessStateText{'S', "sleeping", ""},
     ProcessStateText{'I', "idle", ""},
-    ProcessStateText{'D', "in the kernel", "is held up in the kernel, by a disk or a device"},
-    ProcessStateText{'T', "stopped", "is stopped (SIGCONT lets it go on)"},
-    ProcessStateText{'t', "traced", "is held by a debugger"},
-    ProcessStateText{'Z', "zombie", "has ended, and its parent has not noticed"},
-    ProcessStateText{'X', "dead", "has ended"},
+    ProcessStateText{'D', "in the kernel", "is blocked in the kernel, by a disk or a device"},
+    ProcessStateText{'T', "stopped", "is stopped (SIGCONT resumes it)"},
+    ProcessStateText{'t', "traced", "is stopped by a debugger"},
+    ProcessStateText{'Z', "zombie", "has exited, and its parent has not reaped it"},
+    ProcessStateText{'X', "dead", "has exited"},
 };
 
 const ProcessStateText *FindState(char letter) {
@@ -35,32 +35,31 @@ const ProcessStateText *FindState(char letter) {
   return found == kStates.end() ? nullptr : &*found;
 }
 
-std::string Counted(uint64_t count, bool atLeast, const std::string &noun, const std::string &verb) {
-  const bool one = count == 1 && !atLeast;
-  return (atLeast ? "at least " : "") + std::to_string(count) + " " + noun + (one ? " " + verb + "s" : "s " + verb);
+std::string Counted(uint64_t count, const std::string &noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-std::string Waiting(const Daemon &daemon) {
-  return Counted(daemon.unread, daemon.unreadAtLeast, "message", "wait") + " for it";
+std::string UnreadText(const Daemon &daemon) {
+  return (daemon.unreadAtLeast ? "at least " : "") + Counted(daemon.unread, "unread message");
 }
 
-// What is the matter with a daemon that waits for nobody; empty when nothing is.
+// Why a daemon that waits for no other is stuck; empty if it is not.
 std::string Trouble(const Daemon &daemon) {
   const ProcessStateText *state = FindState(daemon.state);
   if (state != nullptr && !state->verdict.empty()) {
     const std::string verdict(state->verdict);
-    return daemon.unread == 0 ? verdict
-                              : verdict + ": " + Waiting(daemon) + ", the oldest for " + AgeText(daemon.unreadMs);
+    if (daemon.unread == 0) return verdict;
+    return verdict + ": " + UnreadText(daemon) + ", the oldest " + AgeText(daemon.unreadMs) + " old";
   }
   if (daemon.unread == 0) return "";
-  return "has not read for " + AgeText(daemon.unreadMs) + ": " + Waiting(daemon);
+  return "has not read for " + AgeText(daemon.unreadMs) + ": " + UnreadText(daemon);
 }
 
-// What a verdict takes for granted about types that nobody has named; empty when there are none.
-std::string Provided(const std::set<uint32_t> &types) {
+// What a verdict assumes about unknown types; empty without any.
+std::string Assumption(const std::set<uint32_t> &types) {
   std::string text;
   for (const uint32_t type : types) {
-    text += (text.empty() ? "; provided that " : type == *types.rbegin() ? " and " : ", ") + HexText(type);
+    text += (text.empty() ? "; assuming that " : type == *types.rbegin() ? " and " : ", ") + HexText(type);
   }
   return types.empty() ? "" : text + (types.size() == 1 ? " is a request" : " are requests");
 }
@@ -69,15 +68,15 @@ std::string VerdictOnOne(const Daemon &daemon, const RequestsTo &asked) {
   const std::string trouble = Trouble(daemon);
   if (!trouble.empty()) return daemon.name + " " + trouble;
   if (asked.count > 0) {
-    return daemon.name +
-           " has read its messages and waits for nobody: " + Counted(asked.count, false, "request", "wait") +
-           " for its answer, the oldest for " + AgeText(asked.oldestMs) + Provided(asked.doubtful);
+    return daemon.name + " has read its messages and waits for no daemon, but has not replied to " +
+           Counted(asked.count, "request") + ", the oldest " + AgeText(asked.oldestMs) + " old" +
+           Assumption(asked.doubtful);
   }
-  const std::string idle = "nothing waits for " + daemon.name + ", and it waits for nobody";
-  return daemon.pending.empty() ? idle : idle + ": it went on after it had sent what has no answer yet";
+  const std::string idle = daemon.name + " is idle: no daemon waits for it, and it waits for no daemon";
+  return daemon.pending.empty() ? idle : idle + ", although its own requests have no reply yet";
 }
 
-// How long nobody in the cycle has sent anything.
+// How long no daemon in the cycle has sent a request.
 uint64_t CycleMs(const WaitChain &chain) {
   uint64_t youngest = UINT64_MAX;
   for (size_t i = *chain.cycle; i < chain.daemons.size(); ++i) {
@@ -90,15 +89,14 @@ uint64_t CycleMs(const WaitChain &chain) {
 std::string End(const WaitChain &chain, std::string_view link) {
   const Daemon &last = *chain.daemons.back();
   if (chain.cycle) {
-    return std::string(link) + chain.daemons[*chain.cycle]->name + ": a cycle, in which nobody has gone on for " +
-           AgeText(CycleMs(chain));
+    return std::string(link) + chain.daemons[*chain.cycle]->name + ": a cycle, blocked for " + AgeText(CycleMs(chain));
   }
   if (chain.absent == "") return std::string(chain.daemons.size() > 1 ? ", which" : "") + " waits at a barrier";
   if (chain.absent) return std::string(link) + *chain.absent + ", which is not on the bus";
   const std::string trouble = Trouble(last);
   if (!trouble.empty()) return ", which " + trouble;
   const uint64_t age = chain.daemons[chain.daemons.size() - 2]->Awaited()->ageMs;
-  return ", which has read its messages and waits for nobody, but has not answered for " + AgeText(age);
+  return ", which has read its messages and waits for no daemon, but has not replied for " + AgeText(age);
 }
 
 }  // namespace
@@ -159,7 +157,7 @@ std::string Verdict(const WaitChain &chain, const RequestsTo &asked) {
     const PendingRequest *awaited = daemon->Awaited();
     if (awaited != nullptr && awaited->waits == Waits::kPerhaps) doubtful.insert(awaited->type);
   }
-  return text + End(chain, link) + Provided(doubtful);
+  return text + End(chain, link) + Assumption(doubtful);
 }
 
 std::string_view WaitsText(Waits waits) {

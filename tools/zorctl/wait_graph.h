@@ -1,13 +1,13 @@
-// Who waits for whom on the bus, from what the message server knows: the requests that it passed on and saw no answer
-// to, and what daemons have not read yet.
+// Which daemons wait for each other, from the message server's knowledge: the requests that it forwarded and saw no
+// reply to, and the messages that daemons have not read yet.
 //
-// A daemon that waits for an answer sends nothing until it comes, so what it waits for is its latest message, if that
-// is a request without an answer; older ones it has given up, or sent without waiting. Following these from daemon to
-// daemon ends at one that does not wait, at one that is not there, or where it has been before: nobody in that circle
-// goes on. Who waits also reads what comes meanwhile, so it ends at one that does not read as well, whatever it asked.
+// A daemon that waits for a reply sends nothing until it arrives. So it waits for its latest message, if that is a
+// request without a reply; older ones it has given up, or sent without waiting. Following these from daemon to daemon
+// ends at a daemon that does not wait, at an absent one, or at one that is already in the chain: a cycle, which is
+// blocked. A daemon that waits also reads incoming messages, so the chain also ends at one that does not read.
 //
-// Messages that want no answer look like requests. Those of known types are left out; whether those of other types are
-// requests only their users know, and the verdict says so.
+// Messages that need no reply look like requests. Those of known types are ignored; for other types only their users
+// know, and the verdict names its assumption.
 #ifndef ZORCTL_WAIT_GRAPH_H
 #define ZORCTL_WAIT_GRAPH_H
 
@@ -21,11 +21,11 @@
 
 namespace zor::ctl {
 
-// Whether the sender of a request waits for the answer: not when it has sent something since or sleeps in its loop,
-// perhaps when the type of the request is unknown.
+// Whether the sender of a request waits for the reply: not if it has sent a message since or sleeps in its loop,
+// perhaps if the type of the request is unknown.
 enum class Waits { kNo, kPerhaps, kYes };
 
-// A request without an answer yet.
+// A request without a reply yet.
 struct PendingRequest {
   std::string to;  // empty: the server's barrier
   uint32_t type = 0;
@@ -37,23 +37,23 @@ struct PendingRequest {
 struct Daemon {
   std::string name;
   int pid = 0;                          // 0: it runs on another board
-  char state = '?';                     // of its process, as /proc has it; '?': unknown
-  uint64_t unread = 0;                  // messages that wait for it to read
+  char state = '?';                     // of its process, as in /proc; '?': unknown
+  uint64_t unread = 0;                  // messages that it has not read
   bool unreadAtLeast = false;           // there may be more
   uint64_t unreadMs = 0;                // the age of the oldest
   std::vector<PendingRequest> pending;  // the newest last
 
-  // The one that it waits for, if it waits for any; else null.
+  // The request that it waits for; null if it does not wait.
   const PendingRequest *Awaited() const;
 };
 
-// The daemon of that name, or the oldest of several, which gets the messages; null when there is none.
+// The daemon with that name, or the longest-registered of several, which receives the messages; null without any.
 const Daemon *FindDaemon(const std::vector<Daemon> &daemons, std::string_view name);
 
 // A chain of daemons, each but the last waiting for the next. Points into the daemons given.
 struct WaitChain {
   std::vector<const Daemon *> daemons;
-  std::optional<std::string> absent;  // the last one waits for this name, which nobody bears; empty: at a barrier
+  std::optional<std::string> absent;  // the last one waits for this name, which no daemon has; empty: at a barrier
   std::optional<size_t> cycle;        // the last one waits for the daemon at this index
 };
 
@@ -68,7 +68,8 @@ struct RequestsTo {
 };
 RequestsTo CountRequestsTo(const std::vector<Daemon> &daemons, std::string_view name);
 
-// What holds the first daemon of the chain up, as one sentence without its full stop; `asked` are the requests to it.
+// Why the first daemon of the chain does not reply, as one sentence without its full stop; `asked` are the requests to
+// it.
 std::string Verdict(const WaitChain &chain, const RequestsTo &asked);
 
 // "no", "perhaps", "yes".

@@ -11,7 +11,7 @@ namespace zor::ctl {
 class Watchdog {
  public:
   static constexpr char kServerStuck[] =
-      "zorctl: the message server does not accept messages; check whether it is stopped, or give more --timeout\n";
+      "zorctl: the message server does not accept messages; check whether it is stopped, or increase --timeout\n";
 
   explicit Watchdog(const Deadline &deadline, const char *line = kServerStuck);
   ~Watchdog();

@@ -46,7 +46,7 @@ run publish lan link --json-payload '{}'
 run publish lan link
 run publish lan link port
 
-# The server ends meanwhile; the reader of the output has gone.
+# The server ends meanwhile; the reader of the output has exited.
 listen
 kill -KILL "$(running msgsvr)"
 finish

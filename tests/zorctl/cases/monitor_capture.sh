@@ -26,4 +26,4 @@ peer asker ask nobody
 report bash -c 'ulimit -f 8; exec "$@"' - "${emulator[@]}" "$build/tools/zorctl/zorctl" monitor \
   --pcapng "$work/full.pcapng" >"$work/full"
 sed -E 's/[0-9]+ (copied|messages)/N \1/' "$work/full"
-grep -q "the first $(dissect "$work/full.pcapng" | wc -l) messages are in it" "$work/full" && echo 'All of these can be read.'
+grep -q "the first $(dissect "$work/full.pcapng" | wc -l) messages are in the file" "$work/full" && echo 'All of these can be read.'

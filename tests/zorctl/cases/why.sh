@@ -10,7 +10,7 @@ run why nobody
 run why 'no name'
 
 peer free idle
-await settled free 'nothing waits for free'
+await settled free 'free is idle'
 run why free
 
 # A stopped daemon, and one that waits for it.
@@ -38,11 +38,11 @@ tell_each_other() { # NAME TYPE NAME TYPE
   await grep -q told "$ZOR_ROOT/$3.out"
 }
 tell_each_other one 0x4B05 two 0x4B06
-await settled one 'nothing waits for one'
+await settled one 'one is idle'
 run why one
 tell_each_other here 0x4062 there 0x4063
 # When the system shows that they sleep in their loops, they do not wait; otherwise the verdict names its assumption.
-says here 'nothing waits for here' || says here 'provided that 0x4062 and 0x4063 are requests' || zorctl why here
+says here 'here is idle' || says here 'assuming that 0x4062 and 0x4063 are requests' || zorctl why here
 
 stop msgsvr
 run why left

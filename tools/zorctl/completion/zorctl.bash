@@ -1,4 +1,4 @@
-# Completion of zorctl for bash. The tool itself says what may stand where, with the names that are on the bus now.
+# Completion of zorctl for bash. The tool itself lists the candidates, with the names on the bus.
 # Names come from the bus, so nothing here may expand them: compgen would.
 _zorctl() {
   local word
