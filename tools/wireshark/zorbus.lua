@@ -1,7 +1,7 @@
 -- Wireshark dissector of captures of the bus: the copies that `zorctl monitor --pcapng FILE` writes. Formats:
 -- docs/protocol.md.
 --
--- 1. A packet is the head of a copy (ZOR_CONTROL_COPY) and a frame: the header of a message and its body, cut or not.
+-- 1. A packet is the head of a copy (ZOR_CONTROL_COPY) and a frame: the header of a message and its body, complete or truncated.
 -- 2. Integers are in the byte order of the host that captured. The size of the frame shows which one: it fits into 16
 --    bits, so the right reading is the smaller one.
 -- 3. Every byte is hostile. All bytes are taken through a Reader, which never leaves what was captured.
@@ -84,7 +84,7 @@ end
 
 function Reader:left() return math.max(self.last - self.offset, 0) end
 
--- The next bytes; nil when there are none or not as many.
+-- The next bytes; nil if fewer are left.
 function Reader:take(length)
   if length < 1 or length > self:left() then return nil end
   local range = self.tvb:range(self.offset, length)

@@ -23,12 +23,12 @@ using Json = nlohmann::ordered_json;  // keeps the publisher's order of members
 // Writing a value takes stack space for each level.
 constexpr int kMaxDepth = 100;
 
-// The text of an event of items; empty when it has none.
+// The text of an event that consists of items; empty without one.
 std::string ItemText(const Message &event) {
   ZOR_MSG_HEAD head = {};
   head.type = event.type;
   head.bodyLength = static_cast<uint32_t>(event.body.size());
-  // Whole words, and a zero behind the body.
+  // Whole words, and a zero after the body.
   std::vector<uint32_t> block((sizeof head + event.body.size()) / sizeof(uint32_t) + 2);
   std::memcpy(block.data(), &head, sizeof head);
   std::memcpy(reinterpret_cast<char *>(block.data()) + sizeof head, event.body.data(), event.body.size());

@@ -1,4 +1,4 @@
-// The configuration store: what daemons keep there, by the numbers that they gave it. All of it goes through the
+// The configuration store: the values that daemons store there, by their numbers. All of it goes through the
 // platform's functions.
 #include <unistd.h>
 #include <zor/platform/config.h>

@@ -21,7 +21,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr char kItemBroker[] = "mic";  // receives events that consist of items
 
-// The text behind the option, or in the file that it names with "@".
+// The payload in the option itself, or in the file that it names with "@".
 Json PayloadOf(const std::string &word) {
   const bool isFile = word.starts_with('@');
   const Json payload = ParsePayload(ParseBytes(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody));
