@@ -2,9 +2,9 @@
  * Module settings.
  *
  * Every daemon calls trace many times in each turn of its loop and prints next to nothing, so the cost of rejecting a
- * line is what matters. Entries are kept in a list, which is what is displayed, and are also chained in buckets by name.
- * A line above the highest setting is rejected before its name is read. The chains are rebuilt at each change of a
- * setting and only read in between: the notification client traces from other threads.
+ * line is what matters. Entries are kept in a list, which is what is displayed, and are also chained in buckets by
+ * name. A line above the highest setting is rejected before its name is read. The chains are rebuilt at each change of
+ * a setting and only read in between: the notification client traces from other threads.
  */
 #include "trace/levels.h"
 
