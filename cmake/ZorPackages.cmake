@@ -1,5 +1,5 @@
-# The libraries that ours depend on, as imported targets: SQLite::SQLite3, Zor::cJSON, Zor::tirpc and
-# Zor::systemd; and the header-only ones that zorctl needs: Zor::CLI11 and Zor::nlohmann_json. Found by
+# The libraries that ours depend on, as imported targets: SQLite::SQLite3, Zor::cJSON and Zor::tirpc; and the
+# header-only ones that zorctl needs: Zor::CLI11 and Zor::nlohmann_json. Found by
 # their files, not through pkg-config, so that a cross build needs only its own search path.
 find_package(SQLite3 3.37 REQUIRED)
 
@@ -31,16 +31,3 @@ endfunction()
 
 zor_find_headers(CLI11 CLI/CLI.hpp libcli11-dev)
 zor_find_headers(nlohmann_json nlohmann/json.hpp nlohmann-json3-dev)
-
-# Optional on a gateway.
-find_path(systemd_INCLUDE_DIR systemd/sd-daemon.h)
-find_library(systemd_LIBRARY systemd)
-if(systemd_INCLUDE_DIR AND systemd_LIBRARY)
-  set(systemd_found ON)
-else()
-  set(systemd_found OFF)
-endif()
-option(ZOR_SYSTEMD "Let the servers tell systemd when they are ready" ${systemd_found})
-if(ZOR_SYSTEMD)
-  zor_find_library(systemd systemd/sd-daemon.h systemd "" libsystemd-dev)
-endif()

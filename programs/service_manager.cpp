@@ -1,17 +1,89 @@
 #include "programs/service_manager.h"
 
-#ifdef ZOR_SYSTEMD
-#include <systemd/sd-daemon.h>
-#endif
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
 
 namespace zor::daemon {
 namespace {
 
-// Best effort: a manager that cannot be notified relies on its own time limits.
-void Tell([[maybe_unused]] const char *state) {
-#ifdef ZOR_SYSTEMD
-  static_cast<void>(::sd_notify(0, state));
-#endif
+constexpr timeval kPatience = {5, 0};
+constexpr int kFirstPassed = 3;
+constexpr int kMostPassed = 1 << 16;  // beyond what a manager can pass
+constexpr std::string_view kUnnamed = "unknown";
+
+struct Address {
+  sockaddr_un name = {};
+  socklen_t length = 0;  // 0: no manager
+};
+
+// NOTIFY_SOCKET is a path, or an abstract name after '@'. Other forms belong to virtual machines.
+Address ManagerAddress() {
+  const char *text = ::secure_getenv("NOTIFY_SOCKET");
+  if (text == nullptr || (text[0] != '/' && text[0] != '@')) return {};
+  Address address;
+  const size_t size = std::strlen(text);
+  if (size >= sizeof address.name.sun_path) return {};
+  address.name.sun_family = AF_UNIX;
+  std::memcpy(address.name.sun_path, text, size);
+  if (text[0] == '@') address.name.sun_path[0] = '\0';
+  address.length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + size);
+  return address;
+}
+
+// Best effort for the caller that ignores the result: a manager that cannot be notified relies on its own time limits.
+bool Tell(std::string_view state, int fd = -1, int flags = 0) {
+  Address address = ManagerAddress();
+  if (address.length == 0) return false;
+  const UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!socket.valid()) return false;
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
+  iovec vector = {const_cast<char *>(state.data()), state.size()};
+  msghdr message = {};
+  message.msg_name = &address.name;
+  message.msg_namelen = address.length;
+  message.msg_iov = &vector;
+  message.msg_iovlen = 1;
+  alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int))> control{};
+  if (fd >= 0) {
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr *head = CMSG_FIRSTHDR(&message);
+    head->cmsg_level = SOL_SOCKET;
+    head->cmsg_type = SCM_RIGHTS;
+    head->cmsg_len = CMSG_LEN(sizeof(int));
+    std::memcpy(CMSG_DATA(head), &fd, sizeof fd);
+  }
+  return ::sendmsg(socket.get(), &message, MSG_NOSIGNAL | flags) == static_cast<ssize_t>(state.size());
+}
+
+std::optional<int64_t> Number(const char *name) {
+  const char *text = ::secure_getenv(name);
+  if (text == nullptr) return std::nullopt;
+  int64_t value = 0;
+  const char *end = text + std::strlen(text);
+  const auto [last, error] = std::from_chars(text, end, value);
+  if (error != std::errc() || last != end) return std::nullopt;
+  return value;
+}
+
+// Takes the text before the next ':' off the front of the names.
+std::string TakeName(std::string_view &names) {
+  const size_t length = std::min(names.find(':'), names.size());
+  const std::string name(length == 0 ? kUnnamed : names.substr(0, length));
+  names.remove_prefix(std::min(length + 1, names.size()));
+  return name;
 }
 
 }  // namespace
@@ -22,6 +94,49 @@ void TellReady() {
 
 void TellStopping() {
   Tell("STOPPING=1");
+}
+
+bool StoreDescriptor(std::string_view name, int fd) {
+  return Tell(std::string("FDSTORE=1\nFDPOLL=0\nFDNAME=").append(name), fd);
+}
+
+bool RemoveStoredDescriptors(std::string_view name) {
+  return Tell(std::string("FDSTOREREMOVE=1\nFDNAME=").append(name));
+}
+
+std::vector<PassedDescriptor> TakePassedDescriptors() {
+  std::vector<PassedDescriptor> passed;
+  const int64_t count = Number("LISTEN_PID") == ::getpid() ? Number("LISTEN_FDS").value_or(0) : 0;
+  const char *text = ::secure_getenv("LISTEN_FDNAMES");
+  std::string_view names = text == nullptr ? std::string_view() : text;
+  for (int fd = kFirstPassed; fd < kFirstPassed + std::min<int64_t>(count, kMostPassed); ++fd) {
+    std::string name = TakeName(names);
+    if (::fcntl(fd, F_SETFD, FD_CLOEXEC) == 0) passed.push_back({std::move(name), UniqueFd(fd)});
+  }
+  for (const char *variable : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"}) ::unsetenv(variable);
+  return passed;
+}
+
+Watchdog::Watchdog() {
+  const int64_t interval = Number("WATCHDOG_USEC").value_or(0);
+  const bool mine = ::secure_getenv("WATCHDOG_PID") == nullptr || Number("WATCHDOG_PID") == ::getpid();
+  if (mine && interval > 0 && ManagerAddress().length > 0) period_ = std::chrono::microseconds(interval / 2);
+}
+
+int Watchdog::TimeoutMs(int ownMs) const {
+  if (!enabled()) return ownMs;
+  using std::chrono::milliseconds;
+  const auto left = std::chrono::ceil<milliseconds>(due_ - Clock::now());
+  const int64_t most = ownMs < 0 ? INT32_MAX : ownMs;
+  return static_cast<int>(std::clamp<int64_t>(left.count(), 0, most));
+}
+
+// A manager whose queue is full gets the next feed before the interval ends.
+void Watchdog::Feed() {
+  if (!enabled()) return;
+  const Clock::time_point now = Clock::now();
+  if (now < due_) return;
+  due_ = now + (Tell("WATCHDOG=1", -1, MSG_DONTWAIT) ? period_ : period_ / 4);
 }
 
 }  // namespace zor::daemon

@@ -1,7 +1,18 @@
-// Notifies the service manager that started this server, so that its clients are started once it serves. In a
-// build without ZOR_SYSTEMD, or without NOTIFY_SOCKET, nothing is sent.
+// The protocol between a server and the service manager that started it: the environment variables and datagrams that
+// systemd's manual documents for sd_notify(3), sd_watchdog_enabled(3) and sd_listen_fds(3). They are spoken directly,
+// since the manager's own library maps several compression and cryptography libraries into each process.
+//
+// Without a manager (NOTIFY_SOCKET is unset) nothing is sent. A manager that does not read delays a server by 5 seconds
+// at most for each datagram that matters, and not at all for the watchdog.
 #ifndef PROGRAMS_SERVICE_MANAGER_H
 #define PROGRAMS_SERVICE_MANAGER_H
+
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/unique_fd.h"
 
 namespace zor::daemon {
 
@@ -9,6 +20,45 @@ namespace zor::daemon {
 void TellReady();
 // The process is ending.
 void TellStopping();
+
+// The descriptor store keeps duplicates of descriptors while the process is being replaced or has crashed. A name is
+// at most 255 visible ASCII characters without ':'; several descriptors may have the same one.
+
+// Stores a duplicate, also of a connection whose peer has closed: its last words may still be unread. False when there
+// is no manager or it did not take the datagram; a manager whose store is full or disabled does not report that.
+bool StoreDescriptor(std::string_view name, int fd);
+// Closes the stored duplicates of that name.
+bool RemoveStoredDescriptors(std::string_view name);
+
+struct PassedDescriptor {
+  std::string name;  // "unknown" if the manager gave none
+  UniqueFd fd;
+};
+// The descriptors that this process was started with, stored ones and listening sockets, close-on-exec. The variables
+// that describe them are removed, so that children and further calls see none.
+std::vector<PassedDescriptor> TakePassedDescriptors();
+
+// The watchdog: a manager that asked for it restarts a server whose loop no longer runs. The loop shortens its wait by
+// TimeoutMs and calls Feed in each turn.
+class Watchdog {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  // Reads WATCHDOG_USEC and WATCHDOG_PID.
+  Watchdog();
+
+  bool enabled() const { return period_ > Clock::duration::zero(); }
+  // Half of the manager's interval; 0 without a watchdog.
+  std::chrono::milliseconds period() const { return std::chrono::duration_cast<std::chrono::milliseconds>(period_); }
+  // The time-out of the loop's wait, in which the next feed is due: at most `ownMs`, where -1 means none.
+  int TimeoutMs(int ownMs) const;
+  // Feeds when half of the interval has passed since the last time.
+  void Feed();
+
+ private:
+  Clock::duration period_{};
+  Clock::time_point due_{};
+};
 
 }  // namespace zor::daemon
 

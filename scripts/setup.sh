@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libcli11-dev nlohmann-json3-dev)
-tests=(libgtest-dev libgmock-dev libsystemd-dev clang-format-14 mandoc pkg-config tshark)
+tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark)
 case ${1:-demo} in
   demo) ;;
   tests) packages+=("${tests[@]}") ;;
@@ -13,7 +13,7 @@ case ${1:-demo} in
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
   bench) packages+=(libc-ares-dev libcurl4-openssl-dev) ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
-  package) packages+=(libsystemd-dev dpkg-dev file lintian abigail-tools debootstrap) ;;
+  package) packages+=(dpkg-dev file lintian abigail-tools debootstrap) ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
   *)
     echo "usage: setup.sh [demo | tests | any-day | lint | bench | fuzz | armhf | package]" >&2

@@ -1,17 +1,16 @@
 // The servers' notifications to the service manager.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "daemons/manager_socket.h"
 #include "support/child.h"
 #include "support/temp_root.h"
 
@@ -37,20 +36,7 @@ sockaddr_un AddressOf(const std::string &path) {
 
 class Readiness : public testing::TestWithParam<Served> {
  protected:
-  Readiness() {
-    const sockaddr_un address = AddressOf(root_.Path("/manager"));
-    EXPECT_EQ(::bind(manager_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-    const timeval deadline = {60, 0};
-    ::setsockopt(manager_, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
-    ::setenv("NOTIFY_SOCKET", address.sun_path, 1);
-  }
-  ~Readiness() override { ::close(manager_); }
-
-  std::string Told(int flags = 0) const {
-    char text[256];
-    const ssize_t count = ::recv(manager_, text, sizeof text, flags);
-    return {text, count > 0 ? static_cast<size_t>(count) : 0};
-  }
+  std::string Told(std::chrono::milliseconds deadline = kPatience) const { return manager_.Take(deadline).text; }
   bool CanConnect() const {
     const int fd = ::socket(AF_UNIX, GetParam().type, 0);
     const sockaddr_un address = AddressOf(root_.Path(GetParam().path));
@@ -60,7 +46,7 @@ class Readiness : public testing::TestWithParam<Served> {
   }
 
   TempRoot root_;
-  const int manager_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const ManagerSocket manager_{root_.Path("/manager")};
 };
 
 TEST_P(Readiness, IsToldWhenClientsAreServedAndTheEndWhenItIsAskedFor) {
@@ -79,7 +65,7 @@ TEST_P(Readiness, IsToldWhenClientsAreServedAndTheEndWhenItIsAskedFor) {
     EXPECT_TRUE(CanConnect());
     EXPECT_EQ(Child::Program({GetParam().program}).Wait(), 4) << "a second one";
   }
-  EXPECT_EQ(Told(MSG_DONTWAIT), "") << "by one that cannot serve";
+  EXPECT_EQ(Told(std::chrono::milliseconds(0)), "") << "by one that cannot serve";
   server.Signal(SIGTERM);
   EXPECT_EQ(Told(), "STOPPING=1");
   EXPECT_EQ(server.Wait(), 0);
