@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "watchdog.h"
+
 namespace {
 
 ZOR_MSG_HEAD *OnLogin(ZOR_MSG_HEAD *msg) {
@@ -35,6 +37,7 @@ int main() {
   ZOR_MSG_RegSyncMsgProc(ZOR_LCTRL_CHECK, OnLogin, 0, nullptr);
   ZOR_MSG_RegSyncMsgProc(ZOR_MSG_SAFE_EXIT, OnExit, 0, nullptr);
   std::printf("lctrl: on the bus\n");
+  if (ReportToManager() != 0) return 1;
   const uint32_t status = ZOR_MSG_GetAndDispatch();
   ZOR_MSG_Destroy();
   return status == ZOR_OK ? 0 : 1;

@@ -4,6 +4,8 @@
 #include <zor/msg.h>
 #include <zor/uv.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -37,6 +39,19 @@ bool WatchSignals(const StopSignal &stop) {
   return ZOR_UV_IOStart(watcher, UV_READABLE) == ZOR_OK;
 }
 
+void OnFeedDue(void *watchdog) {
+  static_cast<Watchdog *>(watchdog)->Feed();
+}
+
+// Twice as often as feeds are due: a timer that fires a moment early must not lose half of an interval.
+bool FeedFromLoop(Watchdog &watchdog) {
+  if (!watchdog.enabled()) return true;
+  watchdog.Feed();
+  const auto period = std::max<int64_t>(1, watchdog.period().count() / 2);
+  return ZOR_UTIL_TimerAdd(static_cast<uint32_t>(std::min<int64_t>(period, INT32_MAX)), 0, OnFeedDue, &watchdog) !=
+         nullptr;
+}
+
 }  // namespace
 
 ExitCode JoinBus(const char *name, ProblemLog &problems) {
@@ -57,7 +72,8 @@ ExitCode JoinBus(const char *name, ProblemLog &problems) {
 }
 
 ExitCode ServeBus(const StopSignal &stop, ProblemLog &problems) {
-  if (!WatchSignals(stop) || ZOR_UV_IdleStart(nullptr, OnIdle) == nullptr) {
+  Watchdog watchdog;
+  if (!WatchSignals(stop) || ZOR_UV_IdleStart(nullptr, OnIdle) == nullptr || !FeedFromLoop(watchdog)) {
     problems.Print("the loop cannot be set up");
     return kExitFailure;
   }

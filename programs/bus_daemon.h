@@ -15,7 +15,7 @@ namespace zor::daemon {
 ExitCode JoinBus(const char *name, ProblemLog &problems);
 
 // Dispatches messages to their handlers until a signal arrives (kExitOk) or the message server ends or the loop
-// cannot run (kExitFailure, with a line), and leaves the bus.
+// cannot run (kExitFailure, with a line), and leaves the bus. The loop feeds the service manager's watchdog.
 ExitCode ServeBus(const StopSignal &stop, ProblemLog &problems);
 
 }  // namespace zor::daemon

@@ -12,6 +12,7 @@
 
 #include "common/unique_fd.h"
 #include "programs/paths.h"
+#include "programs/service_manager.h"
 
 namespace zor::mlogserver {
 namespace {
@@ -57,13 +58,15 @@ Server::Server(int socket, CircularLog &log, StatTable &stats, daemon::ProblemLo
       clientDirectory_(daemon::FixedPath(ZOR_PATH_MLOG_DIR)) {}
 
 daemon::ExitCode Server::Run(daemon::StopSignal &stop) {
+  daemon::Watchdog watchdog;
   std::array<pollfd, 2> entries = {{{socket_, POLLIN, 0}, {stop.fd(), POLLIN, 0}}};
   do {
-    if (::poll(entries.data(), entries.size(), -1) < 0 && errno != EINTR) {
+    if (::poll(entries.data(), entries.size(), watchdog.TimeoutMs(-1)) < 0 && errno != EINTR) {
       problems_.PrintErrno("cannot wait for datagrams");
       return daemon::kExitFailure;
     }
     TakeBatch();
+    watchdog.Feed();
   } while (!stop.Take());
   TakeBatch();
   Save();

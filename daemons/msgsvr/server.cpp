@@ -53,7 +53,7 @@ bool Server::Watch() {
 }
 
 void Server::Turn() {
-  const auto events = bus_.poll.Wait(TimeoutMs());
+  const auto events = bus_.poll.Wait(watchdog_.TimeoutMs(TimeoutMs()));
   bus_.UpdateClock();
   for (const epoll_event &event : events) HandleEvent(event);
   ReadReady();
@@ -61,6 +61,7 @@ void Server::Turn() {
   CheckTimers();
   std::erase_if(ready_, [](const Client *client) { return client->ended; });
   bus_.Sweep();
+  watchdog_.Feed();
 }
 
 void Server::HandleEvent(const epoll_event &event) {

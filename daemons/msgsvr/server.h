@@ -12,6 +12,7 @@
 #include "msgsvr/input.h"
 #include "msgsvr/paused_senders.h"
 #include "msgsvr/router.h"
+#include "programs/service_manager.h"
 #include "programs/stop_signal.h"
 
 namespace zor::msgsvr {
@@ -52,6 +53,7 @@ class Server {
   Bus &bus_;
   Router router_;
   daemon::StopSignal &stop_;
+  daemon::Watchdog watchdog_;
   Listener local_;
   Listener tcp_;
   UniqueFd spare_;  // closed for a moment to turn a connection away when the process has no descriptors left

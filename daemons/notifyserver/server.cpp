@@ -51,7 +51,7 @@ void Server::Run() {
 }
 
 bool Server::Turn() {
-  const auto ready = poll_.Wait(listeningPaused_ ? kPauseMs : -1);
+  const auto ready = poll_.Wait(watchdog_.TimeoutMs(listeningPaused_ ? kPauseMs : -1));
   if (listeningPaused_ && ready.empty()) PauseListening(false);
   for (const epoll_event &event : ready) {
     if (event.data.ptr == &stop_) {
@@ -63,6 +63,7 @@ bool Server::Turn() {
     }
   }
   ReleaseEnded();
+  watchdog_.Feed();
   return true;
 }
 

@@ -16,6 +16,7 @@
 #include "programs/exit_code.h"
 #include "programs/local_socket.h"
 #include "programs/problem_log.h"
+#include "programs/service_manager.h"
 #include "programs/stop_signal.h"
 
 namespace zor::notifyserver {
@@ -43,6 +44,7 @@ class Server {
   Limits limits_;
   daemon::ProblemLog &log_;
   daemon::StopSignal stop_;
+  daemon::Watchdog watchdog_;
   daemon::LocalSocket listener_;
   daemon::EventPoll poll_;
   Router router_;

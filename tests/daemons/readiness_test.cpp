@@ -71,11 +71,32 @@ TEST_P(Readiness, IsToldWhenClientsAreServedAndTheEndWhenItIsAskedFor) {
   EXPECT_EQ(server.Wait(), 0);
 }
 
+class WatchedLoop : public Readiness {};
+
+TEST_P(WatchedLoop, IdleLoopFeedsTheWatchdog) {
+  std::vector<Child> bus;
+  if (GetParam().path == nullptr) {
+    for (const char *program : {MSGSVR_PROGRAM, NOTIFYSERVER}) {
+      bus.push_back(Child::Program({program}));
+      ASSERT_EQ(Told(), "READY=1") << program;
+    }
+  }
+  ::setenv("WATCHDOG_USEC", "100000", 1);
+  const Child server = Child::Program({GetParam().program});
+  ASSERT_EQ(Told(), "READY=1");
+  for (int feed = 0; feed < 4; ++feed) ASSERT_EQ(Told(), "WATCHDOG=1");
+}
+
 INSTANTIATE_TEST_SUITE_P(OfEachServer, Readiness,
                          testing::Values(Served{MSGSVR_PROGRAM, "/var/msgsvr"},
                                          Served{NOTIFYSERVER, "/var/run/notify/notifyserver"},
                                          Served{MLOGSERVER, "/var/mlog/mlogServer", SOCK_DGRAM},
                                          Served{CMS_PROGRAM, nullptr}, Served{SYSLOGD_PROGRAM, nullptr}));
+
+INSTANTIATE_TEST_SUITE_P(OfEachProgram, WatchedLoop,
+                         testing::Values(Served{MSGSVR_PROGRAM, ""}, Served{NOTIFYSERVER, ""}, Served{MLOGSERVER, ""},
+                                         Served{CMS_PROGRAM, nullptr}, Served{SYSLOGD_PROGRAM, nullptr},
+                                         Served{LOGIN_KEEPER, nullptr}));
 
 }  // namespace
 }  // namespace zor::test

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <zor/msg.h>
 
 #include "daemons/manager_socket.h"
+#include "programs/bus_daemon.h"
 #include "support/child.h"
 #include "support/temp_root.h"
 
@@ -97,6 +99,44 @@ TEST(ServiceManager, WatchdogIsFedAtHalfTheIntervalByTheProcessThatItIsMeantFor)
     EXPECT_GT(watchdog.TimeoutMs(-1), 0);
     EXPECT_LE(watchdog.TimeoutMs(-1), each.periodMs);
   }
+}
+
+int entered[2];
+int resumed[2];
+
+// Stays in the handler until the test lets it return.
+void OnMessage(ZOR_MSG_HEAD *) {
+  char byte = 0;
+  if (::write(entered[1], &byte, 1) == 1) static_cast<void>(::read(resumed[0], &byte, 1));
+}
+
+TEST(ServiceManager, BusDaemonWhoseHandlerDoesNotReturnIsNotFed) {
+  constexpr uint32_t kType = 0x4001;
+  constexpr std::chrono::milliseconds kTenFeeds{200};
+  const TempRoot root;
+  Child bus = Child::Program({MSGSVR_PROGRAM});
+  ASSERT_TRUE(bus.WaitForOutput("listening"));
+  const ManagerSocket manager(root.Path("/manager"));
+  ::setenv("WATCHDOG_USEC", "40000", 1);
+  ASSERT_EQ(::pipe2(entered, O_CLOEXEC) | ::pipe2(resumed, O_CLOEXEC), 0);
+  const Child daemon = Child::Function([] {
+    ProblemLog problems("test");
+    const StopSignal stop;
+    ZOR_MSG_RegMsgProc(kType, OnMessage, 0, nullptr);
+    return JoinBus("watched", problems) == kExitOk ? ServeBus(stop, problems) : kExitFailure;
+  });
+  ASSERT_EQ(manager.Take().text, "READY=1");
+  for (int feed = 0; feed < 3; ++feed) ASSERT_EQ(manager.Take().text, "WATCHDOG=1");
+
+  ASSERT_EQ(ZOR_MSG_Init("asker"), uint32_t{ZOR_OK});
+  ZOR_MSG_SendSimpleMsg("watched", kType, 0);
+  char byte = 0;
+  ASSERT_EQ(::read(entered[0], &byte, 1), 1);
+  while (!manager.Take(std::chrono::milliseconds(0)).text.empty()) {
+  }
+  EXPECT_EQ(manager.Take(kTenFeeds).text, "");
+  ASSERT_EQ(::write(resumed[1], &byte, 1), 1);
+  EXPECT_EQ(manager.Take().text, "WATCHDOG=1");
 }
 
 }  // namespace
