@@ -40,7 +40,7 @@ TEST(Charset, TurnsTextsOfUnknownSetsIntoUtf8) {
 TEST(Charset, MeasuresAndConvertsAlikeAlsoBadInputButNothingAboveTheAllocationLimit) {
   EXPECT_EQ(ZOR_NLS_ConvertGetLength("cp936", kHelloGbk, 4, "utf8", 0), 6);
   EXPECT_EQ(ZOR_NLS_ConvertGetLength("utf8", kHelloGbk, 4, "cp936", 0), -1);
-  for (const char *set : {"nonsense", "", "//TRANSLIT"}) {
+  for (const char *set : {"nonsense", "", "//TRANSLIT", " ", ",", "\t//"}) {
     EXPECT_EQ(ZOR_NLS_ConvertGetLength(set, "a", 1, "utf8", 1), -1) << set;
     EXPECT_EQ(ZOR_NLS_ConvertGetLength("utf8", "a", 1, set, 1), -1) << set;
   }

@@ -21,9 +21,12 @@ SetName CutName(const char *name) {
   return cut;
 }
 
-// The C library would take the locale's own set for one without a name, options behind a '/' or not.
+// The C library would take the locale's own set for one without a name. It ignores blanks and commas at the end of a
+// name, and what is behind a '/' is options.
 bool IsNameless(const SetName &name) {
-  return name[0] == '\0' || name[0] == '/';
+  std::string_view code = name.data();
+  code = code.substr(0, code.find('/'));
+  return code.find_first_not_of(", \t\n\v\f\r") == std::string_view::npos;
 }
 
 #if UINTPTR_MAX == UINT32_MAX
