@@ -7,7 +7,7 @@
 #include "base/scoped_value.h"
 #include "sdk/loop/child/process.h"
 #include "sdk/loop/core/loop.h"
-#include "sdk/loop/core/watcher.h"
+#include "sdk/loop/core/process_watcher.h"
 #include "sdk/loop/run/run.h"
 #include "trace/trace_line.h"
 
@@ -66,6 +66,11 @@ void TraceEnd(std::int32_t pid, const UvProcess &process) {
         static_cast<long long>(ZOR_UV_LoopGetCurIdx(nullptr)));
 }
 
+// Whether the process is still on the loop. When it is not, its address may already be that of another watcher.
+bool IsOnLoop(const UvLoop &loop, const UvProcess *process) {
+  return FindProcess(loop, [process](const UvProcess &listed) { return &listed == process; }) != nullptr;
+}
+
 // A callback may stop the loop, or change its idle time by a run of its own: neither is the end of the child. A
 // callback may even destroy the loop, and then nothing is left to wait for.
 void RunToEnd(SyncSpawn &context, const UvProcess *process, std::uint32_t idleTimeMs) {
@@ -73,7 +78,7 @@ void RunToEnd(SyncSpawn &context, const UvProcess *process, std::uint32_t idleTi
   do {
     status = ZOR_UV_LoopRun(&context, idleTimeMs);
     if (status == ZOR_E_TIMEOUT && context.idleTimeMs != idleTimeMs) status = ZOR_OK;
-  } while (status == ZOR_OK && !context.ended && IsOnLoop(context, &process->header));
+  } while (status == ZOR_OK && !context.ended && IsOnLoop(context, process));
 }
 
 std::uint32_t SpawnAndRun(SyncSpawn &context, std::uint32_t idleTimeMs) {
@@ -87,7 +92,7 @@ std::uint32_t SpawnAndRun(SyncSpawn &context, std::uint32_t idleTimeMs) {
     pid = process->pid;
     RunToEnd(context, process, idleTimeMs);
   }
-  if (IsOnLoop(context, &process->header)) TraceEnd(pid, *process);
+  if (IsOnLoop(context, process)) TraceEnd(pid, *process);
   return context.result;
 }
 
