@@ -3,6 +3,7 @@
 # Reads object files and fails when one needs a symbol that is defined in rooms which its own room may not use, by the
 # rules of layers.txt. It sees the calls through public headers, which includes do not give away. A list has lines of
 # "FOLDER/ OBJECT": the folder of the target, and the object as CMake names it, with the source's path behind ".dir/".
+# It also fails when one compares texts as the locale does.
 set -eu
 here=$(dirname "$0")
 nm=$1

@@ -11,6 +11,9 @@ $2 == "is-not-built" {
   }
 }
 $3 ~ /^[ABCDGRST]$/ { defined[$2] = defined[$2] " " room }
+$3 == "U" && $2 ~ /^(strn?case(cmp|str)|to(upper|lower)|__ctype_.*_loc)$/ {
+  wrong($1 " needs " $2 ", which follows the locale: see common/ascii.h")
+}
 $3 ~ /^[Uvw]$/ { needed[++count] = $2; by[count] = $1 }
 
 END {
