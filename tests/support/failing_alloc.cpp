@@ -1,7 +1,5 @@
 #include "support/failing_alloc.h"
 
-#include <dlfcn.h>
-
 #include <cstddef>
 #include <cstring>
 
@@ -22,27 +20,27 @@ bool Refuse() {
   return true;
 }
 
-// The next definition behind this one: the C library's, or the sanitizer's.
-template <class Function>
-Function *Next(const char *name) {
-  void *found = ::dlsym(RTLD_NEXT, name);
-  Function *function;
-  std::memcpy(&function, &found, sizeof function);
-  return function;
-}
-
 }  // namespace
 
 extern "C" {
 
+// What is behind the definitions below: the sanitizer's functions where there is one, or else the C library's. They are
+// named, not looked up, because the sanitizer allocates before anything can be looked up.
+// NOLINTBEGIN(bugprone-reserved-identifier): not our names
+__attribute__((weak)) void *__interceptor_malloc(std::size_t size);
+__attribute__((weak)) void *__interceptor_realloc(void *block, std::size_t size);
+void *__libc_malloc(std::size_t size);
+void *__libc_realloc(void *block, std::size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
+
 __attribute__((visibility("default"))) void *malloc(std::size_t size) noexcept {
-  static auto *const next = Next<void *(std::size_t)>("malloc");
-  return Refuse() ? nullptr : next(size);
+  if (Refuse()) return nullptr;
+  return __interceptor_malloc != nullptr ? __interceptor_malloc(size) : __libc_malloc(size);
 }
 
 __attribute__((visibility("default"))) void *realloc(void *block, std::size_t size) noexcept {
-  static auto *const next = Next<void *(void *, std::size_t)>("realloc");
-  return Refuse() ? nullptr : next(block, size);
+  if (Refuse()) return nullptr;
+  return __interceptor_realloc != nullptr ? __interceptor_realloc(block, size) : __libc_realloc(block, size);
 }
 
 // Both are replaced by sanitizers, whose own ones do not come here.
