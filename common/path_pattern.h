@@ -68,7 +68,7 @@ class PathMatcher {
  private:
   static constexpr std::size_t kBits = 64;
   static constexpr std::size_t kCharacters = 256;
-  // Sets of positions, one row of words each: those reached; where any character stands; where any but a slash does;
+  // Sets of positions, one row of words each: those reached; where any character is; where any but a slash is;
   // none, for characters that the path lacks. A row for each character of the path follows.
   static constexpr std::size_t kReachedRow = 0, kAnyRow = 1, kElementRow = 2, kNoneRow = 3, kFirstRow = 4;
 

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/malloc_ptr.h"
+
 namespace {
 
 constexpr char kBlanks[] = " \t\n";
@@ -94,19 +96,15 @@ char **ZOR_UTIL_ParseArgs(const char *commandLine, uint32_t *count) {
   const size_t length = std::strlen(commandLine);
   // Every argument but the last is followed by a blank, so there are at most this many.
   const size_t most = length / 2 + 1;
-  auto *block = static_cast<char *>(std::calloc(1, (most + 1) * sizeof(char *) + length + 1));
-  if (block == nullptr) return nullptr;
-  auto *arguments = reinterpret_cast<char **>(block);
-  Splitter splitter(commandLine, block + (most + 1) * sizeof(char *));
+  zor::MallocPtr<char *> arguments(static_cast<char **>(std::calloc(1, (most + 1) * sizeof(char *) + length + 1)));
+  if (arguments == nullptr) return nullptr;
+  Splitter splitter(commandLine, reinterpret_cast<char *>(arguments.get() + most + 1));
   uint32_t found = 0;
   while (splitter.Next()) {
-    if (!splitter.Argument(&arguments[found++])) {
-      std::free(block);
-      return nullptr;
-    }
+    if (!splitter.Argument(&arguments.get()[found++])) return nullptr;
   }
   if (count != nullptr) *count = found;
-  return arguments;
+  return arguments.release();
 }
 
 void ZOR_UTIL_FreeArgs(char **arguments) {

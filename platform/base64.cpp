@@ -6,15 +6,15 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/malloc_ptr.h"
+
 char *ZOR_UTIL_Base64Encode(const void *data, uint32_t length) {
   if (data == nullptr) return nullptr;
   const size_t size = (static_cast<size_t>(length) + 2) / 3 * 4 + 1;
-  auto *text = static_cast<char *>(std::malloc(size));
-  if (text != nullptr && ::b64_ntop(static_cast<const unsigned char *>(data), length, text, size) < 0) {
-    std::free(text);
-    return nullptr;
-  }
-  return text;
+  zor::MallocPtr<char> text(static_cast<char *>(std::malloc(size)));
+  if (text == nullptr) return nullptr;
+  const int encoded = ::b64_ntop(static_cast<const unsigned char *>(data), length, text.get(), size);
+  return encoded < 0 ? nullptr : text.release();
 }
 
 char *ZOR_UTIL_Base64Decode(const char *text, uint32_t *length) {
@@ -22,14 +22,11 @@ char *ZOR_UTIL_Base64Decode(const char *text, uint32_t *length) {
   if (text == nullptr) return nullptr;
   // One byte more than there can be: the codec touches the byte behind the last.
   const size_t size = std::strlen(text) / 4 * 3 + 4;
-  auto *bytes = static_cast<unsigned char *>(std::malloc(size));
+  zor::MallocPtr<char> bytes(static_cast<char *>(std::malloc(size)));
   if (bytes == nullptr) return nullptr;
-  const int decoded = ::b64_pton(text, bytes, size - 1);
-  if (decoded < 0) {
-    std::free(bytes);
-    return nullptr;
-  }
-  bytes[decoded] = '\0';
+  const int decoded = ::b64_pton(text, reinterpret_cast<unsigned char *>(bytes.get()), size - 1);
+  if (decoded < 0) return nullptr;
+  bytes.get()[decoded] = '\0';
   if (length != nullptr) *length = static_cast<uint32_t>(decoded);
-  return reinterpret_cast<char *>(bytes);
+  return bytes.release();
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "common/malloc_ptr.h"
 #include "store.h"
 
 using zor::platform::kNotFound;
@@ -36,15 +37,11 @@ Object NewObject(uint32_t objectClass, uint32_t instance) {
 }
 
 bool AppendValue(ZOR_CFM_OBJ *object, const char *name, const char *value) {
-  auto *item = static_cast<ZOR_CFM_VALUE *>(std::calloc(1, sizeof(ZOR_CFM_VALUE)));
-  if (item == nullptr) return false;
-  *item = {nullptr, ::strdup(name), ::strdup(value)};
-  if (item->name == nullptr || item->value == nullptr) {
-    ReleaseValue(item);
-    std::free(item);
-    return false;
-  }
-  ZOR_UTIL_ListAppend(&object->values, item);
+  zor::MallocPtr<ZOR_CFM_VALUE> item(static_cast<ZOR_CFM_VALUE *>(std::calloc(1, sizeof(ZOR_CFM_VALUE))));
+  zor::MallocPtr<char> nameCopy(::strdup(name)), valueCopy(::strdup(value));
+  if (item == nullptr || nameCopy == nullptr || valueCopy == nullptr) return false;
+  *item = {nullptr, nameCopy.release(), valueCopy.release()};
+  ZOR_UTIL_ListAppend(&object->values, item.release());
   return true;
 }
 

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/malloc_ptr.h"
+#include "common/unique_fd.h"
 #include "programs/service_manager.h"
 
 namespace zor::daemon {
@@ -30,13 +32,13 @@ void OnIdle(UvIdle *, uint32_t) {
 
 // The loop owns the record and the descriptor.
 bool WatchSignals(const StopSignal &stop) {
-  const int fd = ::fcntl(stop.fd(), F_DUPFD_CLOEXEC, 0);
-  auto *watcher = static_cast<UvIO *>(std::calloc(1, sizeof(UvIO)));
-  if (fd < 0 || watcher == nullptr || ZOR_UV_IOInit(nullptr, watcher, fd, OnSignal) != ZOR_OK) {
-    std::free(watcher);
+  UniqueFd fd(::fcntl(stop.fd(), F_DUPFD_CLOEXEC, 0));
+  MallocPtr<UvIO> watcher(static_cast<UvIO *>(std::calloc(1, sizeof(UvIO))));
+  if (!fd.valid() || watcher == nullptr || ZOR_UV_IOInit(nullptr, watcher.get(), fd.get(), OnSignal) != ZOR_OK) {
     return false;
   }
-  return ZOR_UV_IOStart(watcher, UV_READABLE) == ZOR_OK;
+  fd.release();
+  return ZOR_UV_IOStart(watcher.release(), UV_READABLE) == ZOR_OK;
 }
 
 void OnFeedDue(void *watchdog) {
@@ -52,26 +54,28 @@ bool FeedFromLoop(Watchdog &watchdog) {
          nullptr;
 }
 
-}  // namespace
-
-ExitCode JoinBus(const char *name, ProblemLog &problems) {
+// False, with a line, when there is no server or it refuses the name.
+bool JoinBus(const char *name, ProblemLog &problems) {
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
   const uint32_t status = ZOR_MSG_Init(name);
   if (status != ZOR_OK) {
     problems.Print("no message server: status 0x%x", status);
-    return kExitFailure;
+    return false;
   }
   if (g_stMsgCtx.socketFd < 0) {  // a refusal is not reported otherwise
     problems.Print("the message server refuses the name %s", name);
-    return kExitFailure;
+    return false;
   }
   std::printf("%s: on the bus as %s\n", problems.program().c_str(), name);
   std::fflush(stdout);
   TellReady();
-  return kExitOk;
+  return true;
 }
 
-ExitCode ServeBus(const StopSignal &stop, ProblemLog &problems) {
+}  // namespace
+
+ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems) {
+  if (!JoinBus(name, problems)) return kExitFailure;
   Watchdog watchdog;
   if (!WatchSignals(stop) || ZOR_UV_IdleStart(nullptr, OnIdle) == nullptr || !FeedFromLoop(watchdog)) {
     problems.Print("the loop cannot be set up");

@@ -10,13 +10,10 @@
 
 namespace zor::daemon {
 
-// Joins the bus under a name and says so on standard output and to the service manager. kExitFailure, with a line, when
-// there is no server or it refuses the name. Handlers may be registered before or after; they are called from ServeBus.
-ExitCode JoinBus(const char *name, ProblemLog &problems);
-
-// Dispatches messages to their handlers until a signal arrives (kExitOk) or the message server ends or the loop
-// cannot run (kExitFailure, with a line), and leaves the bus. The loop feeds the service manager's watchdog.
-ExitCode ServeBus(const StopSignal &stop, ProblemLog &problems);
+// Joins the bus under a name, says so on standard output and to the service manager, dispatches messages to their
+// handlers until a signal arrives (kExitOk), and leaves the bus. kExitFailure, with a line, when there is no message
+// server, it refuses the name or ends, or the loop cannot run. The loop feeds the service manager's watchdog.
+ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems);
 
 }  // namespace zor::daemon
 

@@ -20,7 +20,7 @@ struct Program {
 
 struct CommandLine {
   std::string settingsPath;    // ready to open
-  bool settingsGiven = false;  // the path stood on the command line, so the file must exist
+  bool settingsGiven = false;  // the path was given on the command line, so the file must exist
   bool verbose = false;
   std::optional<ExitCode> exit;  // set when there is nothing to run: after --help, or after a wrong argument
 };
@@ -29,7 +29,7 @@ struct CommandLine {
 // on standard output, or what is wrong on standard error.
 CommandLine ReadCommandLine(const Program &program, int count, char **arguments);
 
-// Says on standard output, in one flushed line, that the server now listens at a fixed path, and tells the service
+// Says on standard output, in one flushed line, that the server now listens at a fixed path, and notifies the service
 // manager that it is ready.
 void SayListening(const Program &program, const char *fixedPath);
 

@@ -1,4 +1,4 @@
-// The limits of the servers, all of them in one place. "[unit] What: what happens beyond." stands in front of each that
+// The limits of the servers, all of them in one place. "[unit] What: what happens beyond." precedes each that
 // the manual's tables name; the others are bounds of settings, which its pages name. Limits of the library and of the
 // wire formats: <zor/limits.h>.
 #ifndef PROGRAMS_LIMITS_H

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "common/socket_address.h"
 #include "programs/paths.h"
 
 namespace zor::daemon {
@@ -33,16 +34,11 @@ std::string FollowLink(const std::string &path) {
   return error ? path : (std::filesystem::path(path).parent_path() / target).string();
 }
 
-const sockaddr *Generic(const sockaddr_un *address) {
-  return reinterpret_cast<const sockaddr *>(address);
-}
-
 // Whether some process still holds the socket at the path. A full backlog (EAGAIN) or another type (EPROTOTYPE) is a
 // living one too.
 bool SomebodyListens(const std::string &path, int type) {
   const UniqueFd probe(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const sockaddr_un address = AddressOf(path);
-  return ::connect(probe.get(), Generic(&address), sizeof address) == 0 || (errno != ECONNREFUSED && errno != ENOENT);
+  return Connect(probe.get(), AddressOf(path)) || (errno != ECONNREFUSED && errno != ENOENT);
 }
 
 }  // namespace
@@ -94,7 +90,7 @@ ExitCode LocalSocket::RemoveStale(const std::string &fixedPath, int type, Proble
 bool LocalSocket::Bind(int type, mode_t mode) {
   UniqueFd fd(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const sockaddr_un address = AddressOf(path_);
-  if (!fd.valid() || ::bind(fd.get(), Generic(&address), sizeof address) != 0) return false;
+  if (!fd.valid() || !zor::Bind(fd.get(), address)) return false;
   fd_ = std::move(fd);
   struct stat status = {};
   if (::lstat(path_.c_str(), &status) != 0) return false;

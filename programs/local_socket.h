@@ -5,7 +5,7 @@
 // replaced. The lock file stays behind, since removing it would let two servers lock two files of the same name.
 //
 // A server that must not write to the directory of its fixed path finds a link there, made by root, and listens where
-// it leads; the lock lies there too.
+// it leads; the lock is there too.
 #ifndef PROGRAMS_LOCAL_SOCKET_H
 #define PROGRAMS_LOCAL_SOCKET_H
 

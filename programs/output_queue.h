@@ -1,7 +1,7 @@
 // Writing to a client without ever waiting for it: what its socket does not take at once goes into a bounded queue of
 // messages, each with at most one descriptor. A server writes straight to the socket with SendNow while the queue is
 // empty, pushes what is left, and flushes when the socket becomes writable. It is the server that decides what happens
-// to a client whose queue is full; messages() tells what that client loses.
+// to a client whose queue is full; messages() returns what that client loses.
 #ifndef PROGRAMS_OUTPUT_QUEUE_H
 #define PROGRAMS_OUTPUT_QUEUE_H
 

@@ -12,7 +12,7 @@ namespace zor::daemon {
 std::string FixedPath(const std::string &path);
 
 // Makes the directory at a fixed path and what is missing above it, which gets mode 0755. A directory that exists keeps
-// its mode. False, with errno, when it cannot be made or something else lies there.
+// its mode. False, with errno, when it cannot be made or something else is there.
 bool MakeDirectory(const std::string &fixedPath, mode_t mode = 0755);
 
 // The directory part of a path, without the last slash: "/var" for "/var/msgsvr", "" for "/x".

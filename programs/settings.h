@@ -17,7 +17,7 @@ namespace zor::daemon {
 
 class Settings {
  public:
-  // Reads a file; path is opened as it stands (give it through FixedPath). A missing file is a mistake only when it was
+  // Reads a file; path is opened unchanged (give it through FixedPath). A missing file is a mistake only when it was
   // asked for by name (mustExist).
   static Settings FromFile(const std::string &path, bool mustExist);
   // Reads a text; name stands for it in reports.

@@ -15,7 +15,7 @@ class StopSignal {
   // False, with errno, when the system gave no descriptor.
   bool valid() const { return fd_.valid(); }
   int fd() const { return fd_.get(); }
-  // Takes a signal that has arrived and tells the service manager so; false when there is none. Does not wait.
+  // Takes a pending signal and notifies the service manager; false when there is none. Does not wait.
   bool Take();
 
  private:

@@ -56,8 +56,7 @@ int Run(const ServerSettings &settings, daemon::ProblemLog &problems, bool) {
     problems.Print("out of memory");
     return daemon::kExitFailure;
   }
-  const daemon::ExitCode joined = daemon::JoinBus(kProgram.name, problems);
-  return joined == daemon::kExitOk ? daemon::ServeBus(stop, problems) : joined;
+  return daemon::ServeBus(kProgram.name, stop, problems);
 }
 
 }  // namespace

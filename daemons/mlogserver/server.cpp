@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "common/socket_address.h"
 #include "common/unique_fd.h"
 #include "programs/paths.h"
 #include "programs/service_manager.h"
@@ -18,13 +19,6 @@ namespace zor::mlogserver {
 namespace {
 
 constexpr int kBatch = 256;
-
-sockaddr *Generic(sockaddr_un *address) {
-  return reinterpret_cast<sockaddr *>(address);
-}
-const sockaddr *Generic(const sockaddr_un *address) {
-  return reinterpret_cast<const sockaddr *>(address);
-}
 
 // The path of a sender; empty if its address is not a path.
 std::string PathOf(const sockaddr_un &address, socklen_t length) {

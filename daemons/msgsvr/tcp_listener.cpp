@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "common/socket_address.h"
 #include "programs/settings.h"
 
 namespace zor::msgsvr {
@@ -39,7 +40,7 @@ TcpListener ListenTcp(const std::string &text) {
   }
   UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   sockaddr_in address = *wanted;
-  auto *generic = reinterpret_cast<sockaddr *>(&address);
+  sockaddr *generic = Generic(&address);
   socklen_t size = sizeof address;
   const int on = 1;
   if (!socket.valid() || ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||

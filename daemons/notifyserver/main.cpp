@@ -23,7 +23,7 @@ constexpr zor::daemon::Program kProgram = {
     "log clients that register and leave, and notifications and replies without a destination",
 };
 
-Limits ReadLimits(zor::daemon::Settings &settings) {
+Limits ReadSettings(zor::daemon::Settings &settings) {
   Limits limits = {};
   limits.maxClients = static_cast<size_t>(settings.Number("max_clients", bounds::kClients, 1, bounds::kMostClients));
   limits.maxDataBytes = static_cast<size_t>(
@@ -47,5 +47,5 @@ int Run(const Limits &limits, zor::daemon::ProblemLog &log, bool verbose) {
 }  // namespace
 
 int main(int count, char **arguments) {
-  return zor::daemon::ServerMain(kProgram, count, arguments, ReadLimits, Run);
+  return zor::daemon::ServerMain(kProgram, count, arguments, ReadSettings, Run);
 }

@@ -9,6 +9,8 @@
 #include <memory>
 #include <utility>
 
+#include "common/socket_address.h"
+
 namespace zor::syslogd {
 namespace {
 
@@ -72,7 +74,7 @@ void Forwarder::Forward(const LogRecord &record) {
   if (targets_.empty()) return;
   const std::string text = RenderRfc5424(record, language_, hostName_);
   for (const Target &target : targets_) {
-    const auto *address = reinterpret_cast<const sockaddr *>(&target.address);
+    const sockaddr *address = Generic(&target.address);
     if (::sendto(target.socket.get(), text.data(), text.size(), MSG_NOSIGNAL, address, target.length) < 0) {
       problems_.PrintErrno("cannot send a record to a remote server");
     }

@@ -85,8 +85,7 @@ int Run(const ServerSettings &settings, daemon::ProblemLog &problems, bool verbo
     problems.Print("out of memory");
     return daemon::kExitFailure;
   }
-  const daemon::ExitCode joined = daemon::JoinBus(ZOR_LOG_DAEMON_NAME, problems);
-  return joined == daemon::kExitOk ? daemon::ServeBus(stop, problems) : joined;
+  return daemon::ServeBus(ZOR_LOG_DAEMON_NAME, stop, problems);
 }
 
 }  // namespace

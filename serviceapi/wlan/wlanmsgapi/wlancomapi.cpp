@@ -19,7 +19,8 @@ constexpr uint32_t kWlanAlignment = 4;
 constexpr char kBadArgument[] = "Input parameters is NULL pointer, and return here!!";
 constexpr char kInnerFailure[] = "Function returns NOK, and return here!!";
 
-uint32_t Fail(const char *function, int line, uint32_t status, const char *text) {
+// The line is the caller's.
+uint32_t Fail(const char *function, uint32_t status, const char *text, int line = __builtin_LINE()) {
   mlog_print("wlancomapi", ZOR_MLOG_ERROR, "<%s %d> %x %s!!", function, line, status, text);
   return kFailure;
 }
@@ -49,7 +50,7 @@ enum class Origin { kBase, kWlan };
 // An address at an offset from its base.
 uint32_t Derive(const char *function, Origin origin, const uint8_t *baseMac, uint32_t offset, uint8_t *output,
                 uint32_t outputLength) {
-  if (!IsUsable(baseMac, output, outputLength, sizeof(Mac))) return Fail(function, __LINE__, kFailure, kBadArgument);
+  if (!IsUsable(baseMac, output, outputLength, sizeof(Mac))) return Fail(function, kFailure, kBadArgument);
   Mac from = {};
   uint32_t status = 0;
   if (origin == Origin::kWlan) {
@@ -58,13 +59,13 @@ uint32_t Derive(const char *function, Origin origin, const uint8_t *baseMac, uin
     std::memcpy(from.data(), baseMac, from.size());
   }
   if (status == 0) status = ZOR_WLAN_IncreaseMacValByOffset(from.data(), offset, output, outputLength);
-  return status == 0 ? 0 : Fail(function, __LINE__, status, kInnerFailure);
+  return status == 0 ? 0 : Fail(function, status, kInnerFailure);
 }
 
 }  // namespace
 
 uint32_t ZOR_WLAN_GetWlanMacFromBaseMac(const uint8_t *baseMac, uint8_t *output, uint32_t outputLength) {
-  if (!IsUsable(baseMac, output, outputLength, sizeof(Mac))) return Fail(__func__, __LINE__, kFailure, kBadArgument);
+  if (!IsUsable(baseMac, output, outputLength, sizeof(Mac))) return Fail(__func__, kFailure, kBadArgument);
   const uint32_t number = NumberOf(baseMac) + kWlanDistance;
   WriteMac(baseMac, number - number % kWlanAlignment, output);
   return 0;
@@ -97,7 +98,7 @@ uint32_t ZOR_WLAN_GetQuorelEthUpIntfMacFromBaseMac(const uint8_t *baseMac, uint8
 
 uint32_t ZOR_WLAN_IncreaseMacValByOffset(const uint8_t *mac, uint32_t offset, uint8_t *output, uint32_t outputLength) {
   if (!IsUsable(mac, output, outputLength, sizeof(Mac)) || offset >= kOffsetLimit) {
-    return Fail(__func__, __LINE__, kFailure, kBadArgument);
+    return Fail(__func__, kFailure, kBadArgument);
   }
   WriteMac(mac, NumberOf(mac) + offset, output);
   return 0;
@@ -106,7 +107,7 @@ uint32_t ZOR_WLAN_IncreaseMacValByOffset(const uint8_t *mac, uint32_t offset, ui
 uint32_t ZOR_WLAN_GetWlan5gDownHiddenIntfMacFrom5gMainMac(const char *mac, char *output, uint32_t outputLength) {
   // Position 1 decides whether the address is a group address, so it is never changed.
   constexpr std::array<std::size_t, 11> kPositions = {9, 10, 12, 13, 7, 6, 4, 3, 0, 15, 16};
-  if (!IsUsable(mac, output, outputLength, kTextSize)) return Fail(__func__, __LINE__, kFailure, kBadArgument);
+  if (!IsUsable(mac, output, outputLength, kTextSize)) return Fail(__func__, kFailure, kBadArgument);
   const std::size_t length = strnlen(mac, outputLength - 1);
   std::memmove(output, mac, length);
   output[length] = '\0';

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
+#include "common/socket_address.h"
 #include "common/unique_fd.h"
 
 namespace zor {
@@ -29,10 +30,8 @@ sockaddr_nl NetlinkAddress(std::uint32_t port) {
   return address;
 }
 
-bool Bind(int fd, std::uint32_t port) {
-  const sockaddr_nl address = NetlinkAddress(port);
-  const void *const generic = &address;
-  return ::bind(fd, static_cast<const sockaddr *>(generic), sizeof address) == 0;
+bool BindPort(int fd, std::uint32_t port) {
+  return Bind(fd, NetlinkAddress(port));
 }
 
 // A netlink message and the size of its block, which is a multiple of 4; null when it is too large.
@@ -77,7 +76,7 @@ int32_t mlog_netlink_open(int32_t *fd) {
     std::perror("\n netlink socket fail :");
     return -1;
   }
-  if (!zor::Bind(opened.get(), static_cast<uint32_t>(::getpid()))) return -1;
+  if (!zor::BindPort(opened.get(), static_cast<uint32_t>(::getpid()))) return -1;
   *fd = opened.release();
   return 0;
 }
@@ -118,7 +117,7 @@ uint32_t ZOR_Netlink_SendToKernel(const void *data, uint32_t length, uint32_t po
   if (data == nullptr || port == 0) return 1;
   const zor::UniqueFd fd(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, zor::kKernelProtocol));
   if (!fd.valid()) return 1;
-  if (!zor::Bind(fd.get(), port)) {
+  if (!zor::BindPort(fd.get(), port)) {
     std::perror("bind error\n");
     return 1;
   }

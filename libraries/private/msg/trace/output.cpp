@@ -16,6 +16,7 @@
 #include <optional>
 
 #include "base/fixed_path.h"
+#include "common/socket_address.h"
 #include "common/unique_fd.h"
 
 namespace {
@@ -61,8 +62,7 @@ std::optional<sockaddr_in> ParseAddress(char *text) {
 // The stream is buffered and flushed at the end of each line, so a line is one datagram unless it exceeds the buffer.
 std::FILE *OpenUdp(const sockaddr_in &address) {
   zor::UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
-  const void *generic = &address;
-  if (!fd.valid() || ::connect(fd.get(), static_cast<const sockaddr *>(generic), sizeof address) != 0) return nullptr;
+  if (!fd.valid() || !zor::Connect(fd.get(), address)) return nullptr;
   std::FILE *stream = ::fdopen(fd.get(), "wb");
   if (stream != nullptr) fd.release();
   return stream;

@@ -22,6 +22,7 @@
 
 #include "base/fixed_path.h"
 #include "base/text.h"
+#include "common/socket_address.h"
 #include "common/unique_fd.h"
 #include "message/context.h"
 #include "sdk/loop/idle/idle.h"
@@ -39,16 +40,6 @@ UniqueFd OpenSocket(int domain) {
   const int on = 1;
   if (fd.valid()) ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   return fd;
-}
-
-template <class Address>
-bool Connect(int fd, const Address &address) {
-  const auto *generic = reinterpret_cast<const sockaddr *>(&address);
-  int result;
-  do {
-    result = ::connect(fd, generic, sizeof address);
-  } while (result != 0 && errno == EINTR);
-  return result == 0;
 }
 
 UniqueFd ConnectLocal() {

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/socket_address.h"
 #include "common/unique_fd.h"
 #include "sdk/sockutil/addrinfo.h"
 
@@ -31,8 +32,8 @@ void Say(const char *text) {
   std::fflush(stdout);
 }
 
-std::int32_t BindFailed(int result) {
-  std::printf("bind failed, rc=%d errno=%d", result, errno);
+std::int32_t BindFailed() {
+  std::printf("bind failed, rc=%d errno=%d", -1, errno);
   std::fflush(stdout);
   return -1;
 }
@@ -52,15 +53,13 @@ std::int32_t CreateLocalServer(const char *path) {
   const std::size_t length = std::strlen(path);
   if (length > sizeof address.sun_path) {
     errno = ENAMETOOLONG;
-    return BindFailed(-1);
+    return BindFailed();
   }
   std::memcpy(address.sun_path, path, length);
   ::unlink(path);
   UniqueFd server(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!server.valid()) return -1;
-  const auto *any = static_cast<const sockaddr *>(static_cast<const void *>(&address));
-  const int result = ::bind(server.get(), any, sizeof address);
-  if (result != 0) return BindFailed(result);
+  if (!Bind(server.get(), address)) return BindFailed();
   OpenToGroup(path);
   return server.release();
 }
@@ -113,7 +112,7 @@ void SetScope(sockaddr_in6 &address, bool isUdp, const char *ifname) {
   address.sin6_scope_id = ::if_nametoindex(ifname == nullptr ? kDefaultInterface : ifname);
 }
 
-bool Bind(int fd, const addrinfo &address) {
+bool BindTo(int fd, const addrinfo &address) {
   int result;
   do {
     result = ::bind(fd, address.ai_addr, address.ai_addrlen);
@@ -136,7 +135,7 @@ std::int32_t CreateAt(addrinfo &address, const char *device, bool isUdp, const c
     const auto size = static_cast<socklen_t>(std::strlen(device) + 1);
     ::setsockopt(server.get(), SOL_SOCKET, SO_BINDTODEVICE, device, size);
   }
-  return Bind(server.get(), address) ? server.release() : -1;
+  return BindTo(server.get(), address) ? server.release() : -1;
 }
 
 }  // namespace

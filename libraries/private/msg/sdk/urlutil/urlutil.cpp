@@ -72,21 +72,22 @@ std::string_view HostOf(const Authority &authority, bool loose) {
 
 // Stores both host and path, or neither.
 uint32_t StoreTexts(const Authority &authority, bool loose, char **host, char **path) {
+  MallocPtr<char> hostCopy;
   if (host != nullptr) {
     const std::string_view text = HostOf(authority, loose);
-    *host = ::strndup(text.data(), text.size());
-    if (*host == nullptr) return 0;
-  }
-  if (path == nullptr) return 1;
-  *path = nullptr;
-  if (authority.pathStart == kNowhere) return 1;
-  *path = ZOR_UTIL_GetEscapedUri(authority.text.data() + authority.pathStart);
-  if (*path != nullptr) return 1;
-  if (host != nullptr) {
-    std::free(*host);
+    hostCopy.reset(::strndup(text.data(), text.size()));
     *host = nullptr;
+    if (hostCopy == nullptr) return 0;
   }
-  return 0;
+  if (path != nullptr) {
+    *path = nullptr;
+    if (authority.pathStart != kNowhere) {
+      *path = ZOR_UTIL_GetEscapedUri(authority.text.data() + authority.pathStart);
+      if (*path == nullptr) return 0;
+    }
+  }
+  if (host != nullptr) *host = hostCopy.release();
+  return 1;
 }
 
 }  // namespace

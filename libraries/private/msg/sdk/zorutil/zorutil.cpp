@@ -19,7 +19,6 @@ ZOR_EXEC_CTX *g_pstExecCtx = nullptr;
 namespace zor {
 namespace {
 
-constexpr char kSourceFile[] = "libraries/private/msg/sdk/zorutil/zorutil.cpp";
 constexpr std::int32_t kNoTimeLimit = -1;
 constexpr std::int32_t kKilledWaitMs = 1000;
 constexpr std::uint32_t kNapMicroseconds = 20;
@@ -78,7 +77,7 @@ int32_t ZOR_UTIL_ExecCmdNoHang(const char *command) {
   const uint32_t mode = g_pstExecCtx == nullptr ? ZOR_EXEC_LIMITED : g_pstExecCtx->mode;
   if (mode == ZOR_EXEC_RECORD) {
     if (!zor::Record(command, g_pstExecCtx->recordPath)) {
-      std::printf("%s %d %s(): failed to record command", zor::kSourceFile, __LINE__, __func__);
+      std::printf("%s %d %s(): failed to record command", __FILE__, __LINE__, __func__);
     }
     return 0;
   }
