@@ -96,8 +96,8 @@ ZOR_API int32_t mlog_send_msg(int32_t fd, const ZOR_MLOG_MSG *msg, const char *d
    a datagram whose size is not 8 + its length. */
 ZOR_API int32_t mlog_recv_msg(int32_t fd, ZOR_MLOG_MSG *msg, int32_t timeoutSeconds, char *sender, uint32_t senderSize);
 
-/* Sends a request and receives the reply, 0 when both succeed. answerSize is ignored: answer is a whole record. */
-ZOR_API int32_t mlog_send_recv_msg(int32_t fd, const ZOR_MLOG_MSG *request, ZOR_MLOG_MSG *answer, uint32_t answerSize,
+/* Sends a request and receives the reply, 0 when both succeed. replySize is ignored: reply is a whole record. */
+ZOR_API int32_t mlog_send_recv_msg(int32_t fd, const ZOR_MLOG_MSG *request, ZOR_MLOG_MSG *reply, uint32_t replySize,
                                    int32_t timeoutSeconds, const char *destination);
 
 /* Netlink. */

@@ -1,7 +1,7 @@
 /*
  * The notification client: the second, module-ID based channel, for small typed notifications between modules.
  *
- * 1. A process has one client. ZOR_NOTIFYCLT_Init connects it, registers it under the own module id (MID) and watches
+ * 1. A process has one client. ZOR_NOTIFYCLT_Init connects it, registers it under its module id (MID) and watches
  *    it on the default loop; ZOR_NOTIFYCLT_Destroy, or the exit of the server, ends it and drops the handlers.
  * 2. Threads: sending is serialised by one mutex, so any thread may post. Everything else, a synchronous request
  *    included, belongs to the loop's thread.
@@ -35,15 +35,15 @@ ZOR_BEGIN_DECLS
 #define ZOR_NOTIFY_E_IO UINT32_C(0x10006)           /* read or write error, or a torn header */
 #define ZOR_NOTIFY_E_NOT_WRITABLE UINT32_C(0x10007) /* not connected, or not writable within 10 seconds */
 
-/* Handles a synchronous message of one type. The reply to a request is *answer (a malloc block, which the library frees
-   after sending) and *answerLength; untouched, the reply is empty. For a reply that no request waits for both are null,
+/* Handles a synchronous message of one type. The reply to a request is *reply (a malloc block, which the library frees
+   after sending) and *replyLength; untouched, the reply is empty. For a reply that no request waits for both are null,
    and the result is the dispatch status. */
-typedef uint32_t (*ZOR_NOTIFY_SYNC_PROC)(void *data, void **answer, uint32_t *answerLength);
+typedef uint32_t (*ZOR_NOTIFY_SYNC_PROC)(void *data, void **reply, uint32_t *replyLength);
 /* Handles an asynchronous message of one type. The second part is null when its length is 0 or it would begin
    outside the data. The result is the dispatch status. */
 typedef uint32_t (*ZOR_NOTIFY_ASYNC_PROC)(void *part1, void *part2);
-/* The same for all types without a handler of their own. The state begins with the own module id, a uint32_t. */
-typedef uint32_t (*ZOR_NOTIFY_DEFAULT_SYNC_PROC)(uint32_t type, void *data, void **answer, uint32_t *answerLength);
+/* The same for all types without a handler of their own. The state begins with this process's module id, a uint32_t. */
+typedef uint32_t (*ZOR_NOTIFY_DEFAULT_SYNC_PROC)(uint32_t type, void *data, void **reply, uint32_t *replyLength);
 typedef uint32_t (*ZOR_NOTIFY_DEFAULT_ASYNC_PROC)(uint32_t type, void *part1, void *part2, void *state);
 
 /* Connects to the notification server as module mid, from the socket "/var/run/notify/client%05d" (process id).
@@ -81,12 +81,12 @@ ZOR_API void ZOR_NOTIYCLT_RegMsgProc(ZOR_NOTIFY_DEFAULT_SYNC_PROC syncProc, ZOR_
 
 /* Sends a request and waits for its reply: the next message with the same type and sequence number. Other
    messages are dispatched later, by the loop. Each message is waited for up to 240 seconds; the whole is not
-   limited. *answerLength goes out with the request as it stands on entry and receives the length of the reply;
-   *answer receives a malloc block that the caller frees, null for a reply without data. Either may be null. Both are
+   limited. *replyLength goes out with the request as the caller set it and receives the length of the reply;
+   *reply receives a malloc block that the caller frees, null for a reply without data. Either may be null. Both are
    untouched on failure. Returns what a sender returns, or: ZOR_NOTIFY_E_TIMEOUT; ZOR_NOTIFY_E_SERVER_GONE, with the
    client destroyed; ZOR_NOTIFY_E_NO_MEMORY; ZOR_NOTIFY_E_IO. */
 ZOR_API uint32_t ZOR_NOTIFYCLT_SendSynNotify(uint32_t destination, uint32_t type, const void *data, uint32_t length,
-                                             void **answer, uint32_t *answerLength);
+                                             void **reply, uint32_t *replyLength);
 
 /* Sends a notification of two parts, one after the other. A null part with a length goes out as zeros. */
 ZOR_API uint32_t ZOR_NOTIFYCLT_PostAsynNotify(uint32_t destination, uint32_t type, const void *part1, uint32_t length1,

@@ -19,9 +19,9 @@ enum class Way { kTell, kAsk };
 uint32_t Ask(ZOR_MSG_HEAD *request) {
   ZOR_MSG_HEAD *received = nullptr;
   const uint32_t status = ZOR_MSG_SendAndRecv(request, &received, ZOR_KIVA_WAIT_MS);
-  const zor::MessagePtr answer(received);
+  const zor::MessagePtr reply(received);
   if (status != ZOR_OK) return status;
-  return answer != nullptr && answer->data == 0 ? ZOR_OK : ZOR_KIVA_E_REFUSED;
+  return reply != nullptr && reply->data == 0 ? ZOR_OK : ZOR_KIVA_E_REFUSED;
 }
 
 // A message to the daemon with a body to fill; null when there is no memory.

@@ -1,6 +1,6 @@
-// The circular log file: a text header of 63 characters, then data up to 2 MiB. At the end writing goes on at the first
-// data byte; what the previous round left behind the write offset stays, and readers find the end in the header, which
-// every write brings up to date.
+// The circular log file: a text header of 63 characters, then data up to 2 MiB. At the end, writing resumes at the
+// first data byte; what the previous round left behind the write offset stays, and readers find the end in the header,
+// which every write brings up to date.
 #include <zor/mlog.h>
 #include <zor/platform/bounded.h>
 
@@ -41,7 +41,7 @@ Header FormatHeader(const ZOR_MLOG_FILE &file) {
 
 bool ParseHeader(const Header &header, ZOR_MLOG_FILE &file) {
   char words[3][13];
-  // The overturn count stands there twice; the second one holds.
+  // The overturn count is there twice; the second one counts.
   return sscanf_s(header.text, "[%8s=%03ld][%6s=%010ld][%12s=%03ld^%010ld]\n", words[0], &file.overturn, words[1],
                   &file.offset, words[2], &file.overturn, &file.uploadOffset) == 7;
 }

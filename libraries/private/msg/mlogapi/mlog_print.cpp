@@ -40,7 +40,7 @@ long long BootTimeMs() {
   return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-// Writes the line and returns its length without the NUL. A cut line gets no newline, which tells readers that the
+// Writes the line and returns its length without the NUL. A cut line gets no newline, which shows readers that the
 // rest is missing.
 std::size_t FormatLine(char (&line)[ZOR_MLOG_DATA_MAX], const char *tag, std::uint32_t level, const char *format,
                        va_list arguments) {

@@ -15,6 +15,7 @@
 #include <optional>
 
 #include "base/fixed_path.h"
+#include "common/socket_address.h"
 #include "common/unique_fd.h"
 
 static_assert(sizeof(ZOR_MLOG_MSG) == ZOR_MLOG_HEAD_SIZE + ZOR_MLOG_DATA_MAX);
@@ -40,11 +41,7 @@ std::optional<sockaddr_un> OwnAddress(const char *name) {
   return AddressOf(name);
 }
 
-const sockaddr *Generic(const sockaddr_un *address) {
-  return static_cast<const sockaddr *>(static_cast<const void *>(address));
-}
-
-// Stores a sender's path as a destination for mlog_socket_send: without the place where fixed paths lie here.
+// Stores a sender's path as a destination for mlog_socket_send: without the prefix of fixed paths.
 void StoreSender(const sockaddr_un &address, socklen_t addressLength, char *sender, std::uint32_t senderSize) {
   char path[sizeof address.sun_path + 1] = {};
   const std::size_t before = offsetof(sockaddr_un, sun_path);
@@ -67,7 +64,7 @@ int32_t mlog_socket_open(const char *name, int32_t *fd) {
   zor::UniqueFd opened(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!opened.valid()) return -1;
   ::unlink(address->sun_path);
-  if (::bind(opened.get(), zor::Generic(&*address), sizeof *address) != 0) return -1;
+  if (!zor::Bind(opened.get(), *address)) return -1;
   *fd = opened.release();
   return 0;
 }
@@ -100,8 +97,7 @@ int32_t mlog_socket_recvfrom(int32_t fd, void *buffer, uint32_t *length, int32_t
   ssize_t count;
   do {
     addressLength = sizeof address;
-    void *const from = &address;
-    count = ::recvfrom(fd, buffer, sizeof(ZOR_MLOG_MSG), 0, static_cast<sockaddr *>(from), &addressLength);
+    count = ::recvfrom(fd, buffer, sizeof(ZOR_MLOG_MSG), 0, zor::Generic(&address), &addressLength);
   } while (count < 0 && errno == EINTR);
   if (count < 0) {
     if (errno != EAGAIN) return -1;
@@ -128,8 +124,8 @@ int32_t mlog_recv_msg(int32_t fd, ZOR_MLOG_MSG *msg, int32_t timeoutSeconds, cha
   return isWhole ? 0 : -1;
 }
 
-int32_t mlog_send_recv_msg(int32_t fd, const ZOR_MLOG_MSG *request, ZOR_MLOG_MSG *answer, uint32_t /*answerSize*/,
+int32_t mlog_send_recv_msg(int32_t fd, const ZOR_MLOG_MSG *request, ZOR_MLOG_MSG *reply, uint32_t /*replySize*/,
                            int32_t timeoutSeconds, const char *destination) {
-  if (answer == nullptr || mlog_send_msg(fd, request, destination) != 0) return -1;
-  return mlog_recv_msg(fd, answer, timeoutSeconds, nullptr, 0);
+  if (reply == nullptr || mlog_send_msg(fd, request, destination) != 0) return -1;
+  return mlog_recv_msg(fd, reply, timeoutSeconds, nullptr, 0);
 }

@@ -53,10 +53,10 @@ int32_t get_mlog_stat_info(const char *name, char *value, int32_t size) {
   if (!socket.valid()) return -1;
   const ZOR_MLOG_MSG request = zor::StatMessage(ZOR_MLOG_GET_STAT, name, "");
   if (mlog_send_msg(socket.fd(), &request, ZOR_MLOG_SERVER_NAME) != 0) return -1;
-  ZOR_MLOG_MSG answer;
-  const bool answered = mlog_recv_msg(socket.fd(), &answer, ZOR_MLOG_ANSWER_WAIT_SECONDS, nullptr, 0) == 0;
-  if (!answered || answer.length != sizeof(ZOR_MLOG_STAT)) return 0;
-  const char *text = answer.data + offsetof(ZOR_MLOG_STAT, value);
+  ZOR_MLOG_MSG reply;
+  const bool replied = mlog_recv_msg(socket.fd(), &reply, ZOR_MLOG_ANSWER_WAIT_SECONDS, nullptr, 0) == 0;
+  if (!replied || reply.length != sizeof(ZOR_MLOG_STAT)) return 0;
+  const char *text = reply.data + offsetof(ZOR_MLOG_STAT, value);
   strncpy_s(value, static_cast<size_t>(size), text, ZOR_MLOG_STAT_TEXT_SIZE - 1);
   return 0;
 }
@@ -67,7 +67,7 @@ int32_t inform_mlogger_power_off(void) {
   if (!socket.valid()) return -1;
   const ZOR_MLOG_MSG request = {ZOR_MLOG_POWER_OFF, 0, {}};
   if (mlog_send_msg(socket.fd(), &request, ZOR_MLOG_SERVER_NAME) != 0) return -1;
-  ZOR_MLOG_MSG answer;
-  mlog_recv_msg(socket.fd(), &answer, ZOR_MLOG_ANSWER_WAIT_SECONDS, nullptr, 0);  // power goes off with or without it
+  ZOR_MLOG_MSG reply;
+  mlog_recv_msg(socket.fd(), &reply, ZOR_MLOG_ANSWER_WAIT_SECONDS, nullptr, 0);  // power goes off with or without it
   return 0;
 }

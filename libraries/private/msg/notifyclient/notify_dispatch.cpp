@@ -27,33 +27,33 @@ void *SecondPart(ZOR_NOTIFY_MSG &msg) {
   return present ? DataOf(msg) + msg.sub_data_len1 : nullptr;
 }
 
-std::uint32_t CallSyncHandler(ZOR_NOTIFY_MSG &msg, void **answer, std::uint32_t *answerLength) {
+std::uint32_t CallSyncHandler(ZOR_NOTIFY_MSG &msg, void **reply, std::uint32_t *replyLength) {
   const Handler *handler = FindHandler(msg.msg_type);
   if (const auto proc = handler == nullptr ? nullptr : handler->syncProc) {
-    return proc(DataOrNull(msg), answer, answerLength);
+    return proc(DataOrNull(msg), reply, replyLength);
   }
-  if (const auto proc = g_stClient.defaultSync) return proc(msg.msg_type, DataOrNull(msg), answer, answerLength);
+  if (const auto proc = g_stClient.defaultSync) return proc(msg.msg_type, DataOrNull(msg), reply, replyLength);
   return ZOR_NOTIFY_OK;
 }
 
-std::uint32_t SendAnswer(const ZOR_NOTIFY_MSG &request, const void *data, std::uint32_t length) {
-  NotifyPtr answer = NewMessage(request.source_id, request.msg_type, length);
-  if (answer == nullptr) return ZOR_NOTIFY_E_NO_MEMORY;
-  answer->seq = request.seq;
-  answer->sync_tag = 1;
-  answer->ack_tag = ZOR_NOTIFY_ACK_ANSWER;
-  PutData(*answer, 0, data, length);
-  return Send(*answer);
+std::uint32_t SendReply(const ZOR_NOTIFY_MSG &request, const void *data, std::uint32_t length) {
+  NotifyPtr reply = NewMessage(request.source_id, request.msg_type, length);
+  if (reply == nullptr) return ZOR_NOTIFY_E_NO_MEMORY;
+  reply->seq = request.seq;
+  reply->sync_tag = 1;
+  reply->ack_tag = ZOR_NOTIFY_ACK_ANSWER;
+  PutData(*reply, 0, data, length);
+  return Send(*reply);
 }
 
-// A request is answered even when nobody handles it, because its sender waits; only the server does not.
+// A request without a handler is replied to as well, because its sender waits; only the server does not wait.
 std::uint32_t DispatchRequest(ZOR_NOTIFY_MSG &msg) {
   void *data = nullptr;
   std::uint32_t length = 0;
   CallSyncHandler(msg, &data, &length);
   const MallocPtr<void> owner(data);
   if (msg.source_id == ZOR_NOTIFY_MID_SERVER) return ZOR_NOTIFY_OK;
-  return SendAnswer(msg, data, data == nullptr ? 0 : length);
+  return SendReply(msg, data, data == nullptr ? 0 : length);
 }
 
 std::uint32_t DispatchAsync(ZOR_NOTIFY_MSG &msg) {

@@ -8,7 +8,7 @@
 
 namespace zor::notify {
 
-// The command runs as a grandchild: nobody waits for it, and init reaps it.
+// The command runs as a grandchild: no process waits for it, and init reaps it.
 void StartReboot() noexcept {
   ZOR_UTIL_UpRootPrivileges();
   const pid_t child = ::fork();

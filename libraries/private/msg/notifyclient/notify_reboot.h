@@ -4,7 +4,7 @@
 
 namespace zor::notify {
 
-// Raises privileges and starts the command "reboot" as the search path finds it. The process goes on.
+// Raises privileges and starts the command "reboot" as the search path finds it. The process continues.
 void StartReboot() noexcept;
 
 }  // namespace zor::notify

@@ -17,7 +17,7 @@ namespace zor::notify {
 namespace {
 
 // Waits for the next piece, each wait with the full limit. False after a time-out. A wait that fails for good counts
-// as ready, because the read that follows tells what is wrong.
+// as ready, because the read that follows reports what is wrong.
 bool AwaitPiece(int fd) {
   WaitResult result;
   do {

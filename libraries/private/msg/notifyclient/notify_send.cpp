@@ -15,7 +15,7 @@
 namespace zor::notify {
 namespace {
 
-// Sends in a row that found the socket not writable. Outlives the client, which a failing process may well re-create.
+// Consecutive sends that found the socket not writable. Outlives the client, which a failing process may re-create.
 constinit std::uint32_t failureCount;
 
 // Writes the next piece. The notification channel may have been switched to a descriptor that is no socket.

@@ -1,8 +1,8 @@
 // The one notification client of the process: its connection, its handlers and what came in while a request waited.
 //
-// All of it belongs to the loop's thread, except what every sender needs: other threads send too. They use the own id,
-// the descriptor and the sequence counter with SendMutex held. The connection is closed or replaced only with it held,
-// so that nothing is ever written to a number that meanwhile carries another file.
+// All of it belongs to the loop's thread, except what every sender needs: other threads send too. They use this
+// module's id, the descriptor and the sequence counter with SendMutex held. The connection is closed or replaced only
+// with it held, so that nothing is ever written to a number that meanwhile carries another file.
 #ifndef NOTIFYCLIENT_NOTIFY_STATE_H
 #define NOTIFYCLIENT_NOTIFY_STATE_H
 
@@ -34,7 +34,7 @@ struct PendingNotify {
   ZOR_NOTIFY_MSG *msg;
 };
 
-// Begins with the own id: default asynchronous handlers are given the address and read it there.
+// Begins with this module's id: default asynchronous handlers are given the address and read it there.
 struct Client {
   std::uint32_t mid;
   std::int32_t fd = -1;

@@ -9,7 +9,7 @@
 
 namespace zor::notify {
 
-// A message of the own module with the next sequence number and zeroed data. Null when the size is refused or memory
+// A message of this module with the next sequence number and zeroed data. Null when the size is refused or memory
 // is short; the length may be any sum of two 32-bit lengths.
 NotifyPtr NewMessage(std::uint32_t destination, std::uint32_t type, std::uint64_t dataLength) noexcept;
 

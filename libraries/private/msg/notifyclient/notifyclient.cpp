@@ -14,6 +14,7 @@
 
 #include "base/fixed_path.h"
 #include "base/list.h"
+#include "common/socket_address.h"
 #include "common/unique_fd.h"
 #include "notifyclient/notify_dispatch.h"
 #include "notifyclient/notify_module.h"
@@ -50,7 +51,7 @@ UniqueFd BoundSocket() {
   const auto address = FixedSocketAddress(path);
   if (!address) return {};
   ::unlink(address->sun_path);
-  if (::bind(fd.get(), reinterpret_cast<const sockaddr *>(&*address), sizeof *address) != 0) return {};
+  if (!Bind(fd.get(), *address)) return {};
   ZOR_UTIL_RemoveAndroidWPerm(address->sun_path, "775");
   return fd;
 }
@@ -62,11 +63,7 @@ bool ConnectToServer(int fd) {
     errno = ENAMETOOLONG;
     return false;
   }
-  int result;
-  do {
-    result = ::connect(fd, reinterpret_cast<const sockaddr *>(&*address), sizeof *address);
-  } while (result != 0 && errno == EINTR);
-  return result == 0;
+  return Connect(fd, *address);
 }
 
 std::uint32_t FailInit(std::uint32_t status) {
@@ -74,12 +71,12 @@ std::uint32_t FailInit(std::uint32_t status) {
   return status;
 }
 
-bool IsAnswer(const ZOR_NOTIFY_MSG &msg, const ZOR_NOTIFY_MSG &request) {
+bool IsReply(const ZOR_NOTIFY_MSG &msg, const ZOR_NOTIFY_MSG &request) {
   return msg.msg_type == request.msg_type && msg.seq == request.seq;
 }
 
-// Receives until the answer comes and keeps everything else for the idle hook.
-std::uint32_t AwaitAnswer(const ZOR_NOTIFY_MSG &request, NotifyPtr &answer) {
+// Receives until the reply comes and keeps everything else for the idle hook.
+std::uint32_t AwaitReply(const ZOR_NOTIFY_MSG &request, NotifyPtr &reply) {
   for (;;) {
     NotifyPtr msg;
     const std::uint32_t status = Receive(msg);
@@ -91,25 +88,25 @@ std::uint32_t AwaitAnswer(const ZOR_NOTIFY_MSG &request, NotifyPtr &answer) {
     Trace(kTraceModule, ZOR_TRACE_DEBUG,
           "recv msg_type = %x, seq_num = %x data_len=%x ack_tag=%x, wait for msg_type = %x, seq_num = %x \n",
           msg->msg_type, msg->seq, msg->data_len, msg->ack_tag, request.msg_type, request.seq);
-    if (IsAnswer(*msg, request)) {
-      answer = std::move(msg);
+    if (IsReply(*msg, request)) {
+      reply = std::move(msg);
       return ZOR_NOTIFY_OK;
     }
     AppendPending(std::move(msg));
   }
 }
 
-// A copy of the answer's data for the caller, null for an answer without data.
-std::uint32_t CopyData(ZOR_NOTIFY_MSG &answer, MallocPtr<void> &data) {
-  if (answer.data_len > ZOR_NOTIFY_DATA_MAX) {
-    std::printf("notifyclient data len too long: %x, msg %x from %d to %d.\n", answer.data_len, answer.msg_type,
-                answer.source_id, answer.des_id);
+// A copy of the reply's data for the caller, null for a reply without data.
+std::uint32_t CopyData(ZOR_NOTIFY_MSG &reply, MallocPtr<void> &data) {
+  if (reply.data_len > ZOR_NOTIFY_DATA_MAX) {
+    std::printf("notifyclient data len too long: %x, msg %x from %d to %d.\n", reply.data_len, reply.msg_type,
+                reply.source_id, reply.des_id);
     return ZOR_NOTIFY_E_NO_MEMORY;
   }
-  if (answer.data_len == 0) return ZOR_NOTIFY_OK;
-  data.reset(GuardedAlloc(answer.data_len));
+  if (reply.data_len == 0) return ZOR_NOTIFY_OK;
+  data.reset(GuardedAlloc(reply.data_len));
   if (data == nullptr) return ZOR_NOTIFY_E_NO_MEMORY;
-  std::memcpy(data.get(), DataOf(answer), answer.data_len);
+  std::memcpy(data.get(), DataOf(reply), reply.data_len);
   return ZOR_NOTIFY_OK;
 }
 
@@ -185,20 +182,20 @@ void ZOR_NOTIYCLT_RegMsgProc(ZOR_NOTIFY_DEFAULT_SYNC_PROC syncProc, ZOR_NOTIFY_D
 }
 
 uint32_t ZOR_NOTIFYCLT_SendSynNotify(uint32_t destination, uint32_t type, const void *data, uint32_t length,
-                                     void **answer, uint32_t *answerLength) {
+                                     void **replyData, uint32_t *replyLength) {
   const NotifyPtr request = NewMessage(destination, type, length);
   if (request == nullptr) return ZOR_NOTIFY_E_NO_MEMORY;
   request->sync_tag = 1;
-  request->request_word = answerLength == nullptr ? 0 : *answerLength;
+  request->request_word = replyLength == nullptr ? 0 : *replyLength;
   PutData(*request, 0, data, length);
   if (const uint32_t status = Send(*request); status != ZOR_NOTIFY_OK) return status;
 
   NotifyPtr reply;
-  if (const uint32_t status = AwaitAnswer(*request, reply); status != ZOR_NOTIFY_OK) return status;
+  if (const uint32_t status = AwaitReply(*request, reply); status != ZOR_NOTIFY_OK) return status;
   zor::MallocPtr<void> copy;
   if (const uint32_t status = CopyData(*reply, copy); status != ZOR_NOTIFY_OK) return status;
-  if (answerLength != nullptr) *answerLength = reply->data_len;
-  if (answer != nullptr) *answer = copy.release();
+  if (replyLength != nullptr) *replyLength = reply->data_len;
+  if (replyData != nullptr) *replyData = copy.release();
   return ZOR_NOTIFY_OK;
 }
 
