@@ -56,7 +56,7 @@ void Modules() {
   const std::string track = FileText("/var/zor_boot_track.log");
   std::printf("%s", track.c_str());
   Check(started == "abc" && track.find("[end cmsmodinit] init notify") != std::string::npos,
-        "modules started by priority: " + started + ", and the boot track tells when");
+        "modules started by priority: " + started + ", and the boot track records when");
 }
 
 // One record, read back in both languages.

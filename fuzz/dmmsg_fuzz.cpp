@@ -25,8 +25,8 @@ const void *Walk(const ZOR_DMMSG_HEAD *dm, ZOR_DMMSG_ITEM &item) {
   for (const void *next = nullptr; ZOR_DMMSG_GetItem(dm, &item, &next) == ZOR_OK; at = next) {
     const auto *value = static_cast<const char *>(item.value);
     Require(next > at && next <= end, "a walk goes forward and stays inside");
-    Require(item.name == nullptr || item.name + item.nameLength <= end, "a name lies inside");
-    Require(value == nullptr || (value > start && value + item.valueLength <= end), "a value lies inside");
+    Require(item.name == nullptr || item.name + item.nameLength <= end, "a name is inside");
+    Require(value == nullptr || (value > start && value + item.valueLength <= end), "a value is inside");
   }
   return at;
 }

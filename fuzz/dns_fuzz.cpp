@@ -39,7 +39,7 @@ void CheckRecord(const Packet &packet, const uint8_t *at) {
   DnsRecordValues values;
   uint32_t length = 0;
   if (ZOR_DNS_PacketGetValuesOfRR(packet.get(), at, &values, &length) != ZOR_DNS_OK) return;
-  Require(values.rdata >= BytesOf(packet) && values.rdata + values.rdlength <= end, "data lies inside");
+  Require(values.rdata >= BytesOf(packet) && values.rdata + values.rdlength <= end, "data is inside");
   const bool isSteppedBy0 = length == 10 + values.rdlength;
   Require(isSteppedBy0 || values.rdlength >= 65534 || next == at + length, "reading and walking step alike");
   const Packet response(ZOR_DNS_PacketBuildResponse(packet.get(), &values, 0));

@@ -17,7 +17,7 @@ LogFile Open(const std::string &path) {
   LogFile file(mlog_file_constructor(path.c_str()));
   Require(file != nullptr, "any file opens");
   Require(file->offset >= ZOR_MLOG_FILE_HEADER_SIZE && file->offset <= ZOR_MLOG_FILE_MAX,
-          "writing goes on in the data");
+          "writing resumes in the data");
   return file;
 }
 
@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Require(status.st_size <= std::max(ZOR_MLOG_FILE_MAX, static_cast<long>(size)), "the file stays below its limit");
   file = Open(path);
   if (!FitsHeader(written)) return 0;
-  Require(file->overturn == written.overturn && file->offset == written.offset, "the next writer goes on there");
+  Require(file->overturn == written.overturn && file->offset == written.offset, "the next writer resumes there");
   Require(file->uploadOffset == written.uploadOffset, "and keeps what was uploaded");
   return 0;
 }

@@ -14,7 +14,7 @@ const ZOR_NOTIFY_MSG *current = nullptr;
 void CheckPart(const void *part) {
   const auto *first = static_cast<const char *>(static_cast<const void *>(current + 1));
   const auto *at = static_cast<const char *>(part);
-  Require(part == nullptr || (at >= first && at <= first + current->data_len), "data lies inside");
+  Require(part == nullptr || (at >= first && at <= first + current->data_len), "data is inside");
   Require(part == nullptr || std::strlen(at) <= current->data_len, "data ends in a zero byte");
 }
 
@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   size_t at = 0;
   for (notify::NotifyPtr msg; notify::Receive(msg) == ZOR_NOTIFY_OK;) {
     const size_t length = ZOR_NOTIFY_HEAD_SIZE + std::size_t{msg->data_len};
-    Require(length <= size - at, "a notification lies in its stream");
+    Require(length <= size - at, "a notification is inside its stream");
     Require(std::memcmp(msg.get(), data + at, length) == 0, "a notification is read as it was sent");
     at += length;
     current = msg.get();

@@ -31,7 +31,7 @@ sub figure {
 }
 
 # Reads the headers below a source directory. Returns the sections, each with title and entries (name, value, unit,
-# what, beyond), and a table of all values by name, in which a server's names bear its namespace: msgsvr::kClients.
+# what, beyond), and a table of all values by name, in which a server's names have its namespace: msgsvr::kClients.
 sub read_limits {
   my ($root) = @_;
   my (@sections, %values);

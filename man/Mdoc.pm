@@ -8,7 +8,7 @@ our @EXPORT_OK = qw(sentences text_lines argument literal value sentence constan
 # Words by which text_lines marks up: kind of each known name ("Fn", "Dv", "Vt", "Va").
 our %kinds;
 
-# Escapes what roff would not print as it stands.
+# Escapes what roff would not print unchanged.
 sub escape {
   my ($text) = @_;
   $text =~ s/\\/\\e/g;
@@ -24,7 +24,7 @@ sub argument {
   return $text =~ /\s/ ? qq("$text") : $text;
 }
 
-# Code, as it stands.
+# Code, unchanged.
 sub literal {
   my ($text) = @_;
   return ('.Bd -literal -offset indent', (map { (my $line = escape($_)) =~ s/^(?=[.'])/\\&/; $line } split /\n/, $text), '.Ed');

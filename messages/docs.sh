@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Puts the table of message types into docs/protocol.md. With --check it only says whether it stands there already.
+# Puts the table of message types into docs/protocol.md. With --check it only checks that the table there is current.
 set -euo pipefail
 cd "$(dirname "$0")"
 

@@ -47,7 +47,7 @@ ZOR_API const char *ZOR_Blur_SSID(const char *ssid);
 /*
  * Masks a text file in place: of MAC addresses the octets 2, 3 and 5, of IPv4 addresses 2 and 3, of UUIDs the last
  * group, IPv6 addresses as a whole; then what still looks like a MAC or IPv4 address, to the end of the piece. The
- * length never changes. The file is worked on in pieces of 2048 bytes: an address that lies across two stays.
+ * length never changes. The file is worked on in pieces of 2048 bytes: an address split between two stays.
  * Returns 0 or one of the ZOR_BLUR_E_ statuses.
  */
 ZOR_API uint32_t ZOR_Blur_File(const char *path);

@@ -3,7 +3,7 @@
  *
  * 1. "Asks" waits up to 15 s and returns the result in the reply, or the status of the failure: one of ZOR_MSG_Send or
  *    ZOR_MSG_SendAndRecv, ZOR_E_TIMEOUT without a reply in time. A result may have the value of a status.
- * 2. "Tells" does not wait and returns the status of ZOR_MSG_Send.
+ * 2. "Instructs" does not wait and returns the status of ZOR_MSG_Send.
  * 3. Paths are cut to 255 characters. A null path is allowed and travels as no path.
  * 4. All of it belongs to the loop's thread.
  */
@@ -18,7 +18,8 @@ ZOR_BEGIN_DECLS
 
 /* Save. */
 
-/* Tells the daemon to save the configuration, or configuration and application data together, for the current user. */
+/* Instructs the daemon to save the configuration, or configuration and application data together, for the current user.
+ */
 ZOR_API uint32_t ZOR_DBSaveFunc(void);
 ZOR_API uint32_t ZOR_DBSaveToAppFunc(void);
 
@@ -49,7 +50,7 @@ ZOR_API uint32_t ZOR_DBCheckFile(const char *path);
 
 /* Defaults. */
 
-/* Tells the daemon to restore defaults for the current user; the meaning of the mode is the daemon's. */
+/* Instructs the daemon to restore defaults for the current user; the meaning of the mode is the daemon's. */
 ZOR_API uint32_t ZOR_CFM_ExtRestoreDft(uint32_t mode);
 
 /* Asks the daemon to empty the configuration, to delete the application data. */

@@ -65,7 +65,7 @@ ZOR_API uint32_t cl_ucs2ToUTF8ByLen(const uint16_t *units, uint32_t count, char 
 
 /* Decodes UTF-8, sequences of up to six bytes, each value cut to 16 bits, until a zero byte or length bytes. *count
    must not be 0 (CL_E_ROOM), and is not compared: the caller provides length + 1 units. The output is zero-terminated;
-   *count becomes the units without that. Following bytes are not checked; those that lie behind the end count as
+   *count becomes the units without that. Following bytes are not checked; those beyond the end count as
    zero bits. A bad lead byte gives CL_E_LEAD_BYTE and leaves *count. */
 ZOR_API uint32_t cl_utf8ToUCS2(const char *bytes, uint32_t length, uint16_t *units, uint32_t *count);
 

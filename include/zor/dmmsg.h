@@ -42,7 +42,7 @@ typedef struct ZOR_DMMSG_HEAD {
   uint32_t subType;   /* the builder's */
 } ZOR_DMMSG_HEAD;
 
-/* An item as it lies in the message. Texts may lack their NUL: do not trust the sender. Valid until the next append. */
+/* An item as it is in the message. Texts may lack their NUL: do not trust the sender. Valid until the next append. */
 typedef struct ZOR_DMMSG_ITEM {
   uint32_t kind;
   uint32_t nameLength; /* bytes, the NUL included */

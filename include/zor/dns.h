@@ -9,8 +9,8 @@
  * 3. Readers return 0; ZOR_DNS_E_ARGUMENT for a null argument; ZOR_DNS_E_MALFORMED when a bound, label or pointer check
  *    fails. A failed reader leaves the name empty and the length 0.
  * 4. A name is dotted text without a trailing dot; the root is "". A name may be compressed: at most 10 segments are
- *    read, and a pointer may follow labels, or stand alone once, at the start. Only behind labels that point to the
- *    root does the text keep its last dot.
+ *    read, and a pointer may follow labels, or be the whole name once, at the start. Only behind labels that point to
+ * the root does the text keep its last dot.
  * 5. Lengths of records are as on the wire; all other numbers are in host order.
  * 6. A packet of more than 8 MiB, its length field included, is refused with a line on standard output:
  *    "error: not host tool, but malloc 4M, return NULL, malloc len=%d\n".
@@ -102,7 +102,7 @@ ZOR_API DnsPacket *ZOR_DNS_PacketBuildRequest(const char *name);
 
 /*
  * Answers a query from a record that was stored at storedAt, in seconds since boot; 0 means that its TTL does not run.
- * The whole query stands in front, with flags 81 00, one answer and no additional record counted; the answer's name is
+ * The whole query comes first, with flags 81 00, one answer and no additional record counted; the answer's name is
  * a pointer to offset 12. The record's name is not used; its type, class and rdlength are cut to 16 bits, its data is
  * not. Null for null, for a record whose TTL has run out, for data that is null but not empty, or when a length passes
  * 0x7ffffff6 or memory is short.

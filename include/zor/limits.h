@@ -1,6 +1,6 @@
 /*
  * The limits of the library and of its wire formats, all of them in one place. "[unit] What: what happens beyond."
- * stands in front of each; the manual's tables are made from that. The size of a text counts its NUL. The platform's
+ * precedes each; the manual's tables are made from that. The size of a text counts its NUL. The platform's
  * limits are in <zor/platform/limits.h>.
  */
 #ifndef ZOR_LIMITS_H
@@ -143,7 +143,7 @@
 #define ZOR_BLUR_TEXT_SIZE 260
 /* [text] SSID that is masked: cut. */
 #define ZOR_BLUR_SSID_SIZE 36
-/* [bytes] Piece in which a file is masked: an address that lies across two stays. */
+/* [bytes] Piece in which a file is masked: an address split between two stays. */
 #define ZOR_BLUR_PIECE_SIZE 2048
 /* [characters] Path of such a file: ZOR_BLUR_E_PATH_LONG. */
 #define ZOR_BLUR_PATH_MAX 4096

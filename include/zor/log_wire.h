@@ -59,7 +59,7 @@
 #define ZOR_LOG_SYNC_FLAG UINT32_C(0x80000)       /* the sender waits until the record is stored */
 #define ZOR_LOG_KERNEL_INDEX UINT32_C(0xfff00000) /* no item: a line of the kernel log */
 
-/* A record. Each parameter lies in a slot of its length + 1, rounded up to ZOR_LOG_SLOT_ALIGN and zero-padded. */
+/* A record. Each parameter is in a slot of its length + 1, rounded up to ZOR_LOG_SLOT_ALIGN and zero-padded. */
 #define ZOR_LOG_SLOT_ALIGN 4u
 #define ZOR_LOG_EMPTY_PARAMETER "$\\0 \\0$" /* stands for an empty parameter; seven characters */
 

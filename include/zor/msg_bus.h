@@ -56,8 +56,8 @@ ZOR_API uint32_t ZOR_MSG_InitSlaveApp(const char *appName, const char *ipv4Text,
  */
 ZOR_API void ZOR_MSG_Destroy(void);
 
-/* Writes the own name into the source field and sends on the bus. ZOR_E_ARGUMENT for null; ZOR_E_NOT_CONNECTED; else
-   as ZOR_MSG_SendEx. */
+/* Writes this process's name into the source field and sends on the bus. ZOR_E_ARGUMENT for null; ZOR_E_NOT_CONNECTED;
+   else as ZOR_MSG_SendEx. */
 ZOR_API uint32_t ZOR_MSG_Send(ZOR_MSG_HEAD *msg);
 
 /* Asks the send hook, then sends on the descriptor: the hook's status when it handled the message, else as
@@ -69,19 +69,19 @@ ZOR_API uint32_t ZOR_MSG_SendEx(int fd, ZOR_MSG_HEAD *msg);
  * Waits up to 10 s until the socket accepts the first byte. A message that was written itself, or whose write failed,
  * has its type word reduced to the message type afterwards; it is untouched when its body went by file or when the
  * send ended before the write.
- * Returns ZOR_E_ARGUMENT for null or a negative descriptor; ZOR_E_NOT_WRITABLE when the wait ended in vain or there is
+ * Returns ZOR_E_ARGUMENT for null or a negative descriptor; ZOR_E_NOT_WRITABLE when the wait timed out or there is
  * no memory for the message that names the file; ZOR_E_BODY_FILE; ZOR_E_PEER_GONE; ZOR_E_IO for any other error.
  */
 ZOR_API uint32_t ZOR_MSG_SendTo(int fd, ZOR_MSG_HEAD *msg, const struct sockaddr *address, uint32_t addressLength);
 
 /*
  * Reads one message. timeoutMs bounds the wait before each read, not the whole call; 0 waits without limit. convert
- * nonzero brings the header into host order, reduces its type word and fetches a body that lies in a file; with 0 the
+ * nonzero brings the header into host order, reduces its type word and fetches a body that is in a file; with 0 the
  * message is handed out as it came.
  * *msg is null after every failure but ZOR_E_ARGUMENT, which is returned for null or a negative descriptor. Others:
  * ZOR_E_TIMEOUT; ZOR_E_PEER_GONE at the end of file; ZOR_E_NO_MEMORY for a body of more than 8 MiB less the header,
  * which is left in the stream; ZOR_E_IO for any other error, for a header that came in pieces, and for a body file that
- * cannot be read, is no regular file or does not lie in "/var/run/msg/".
+ * cannot be read, is no regular file or is not in "/var/run/msg/".
  */
 ZOR_API uint32_t ZOR_MSG_RecvWithEndian(int fd, ZOR_MSG_HEAD **msg, uint32_t timeoutMs, uint32_t convert);
 

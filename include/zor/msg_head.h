@@ -1,8 +1,8 @@
 /*
  * Message header access and the process-wide bus context.
  *
- * 1. A message is one malloc block: the 40-byte header, then the body. Whoever receives it owns it and releases it with
- *    one free() of the header's address. Blocks that callers lay out themselves should be aligned for 32-bit words;
+ * 1. A message is one malloc block: the 40-byte header, then the body. Its receiver owns it and releases it with
+ *    one free() of the header's address. Blocks that callers build themselves should be aligned for 32-bit words;
  *    ZOR_MSG_GetMsgBlockEx says what takes others.
  * 2. Every copy of a name is cut to 11 characters and terminated.
  * 3. The context has no lock: it belongs to the thread that runs the loop.

@@ -21,7 +21,7 @@
 
 /* Sizes, in bytes. Used with ZOR_MSG_SendTo, ZOR_MSG_RecvWithEndian and ZOR_MSG_GetMsgBlockEx. */
 #define ZOR_MSG_HEAD_SIZE 40u
-#define ZOR_MSG_FILE_PATH_SIZE 260u /* body length of a message whose body lies in a file */
+#define ZOR_MSG_FILE_PATH_SIZE 260u /* body length of a message whose body is in a file */
 
 /* The header of every message; bodyLength bytes of body follow. */
 typedef struct ZOR_MSG_HEAD {

@@ -116,7 +116,7 @@ TEST_F(Requests, PostAScriptBehindItsTargetUpToTheAllocationLimit) {
   ExpectSent(0x490C, 0, kLong.substr(0, 255) + '\0' + "print(1)" + '\0', "web");
   const std::string largest(0x800000 - 297, 's');
   EXPECT_EQ(ZOR_UTIL_PostLua("a", largest.c_str()), ZOR_OK);
-  EXPECT_EQ(bus_.peer.ReceiveMessage()->header.bodyLength, 260u) << "a path: the body lies in a file";
+  EXPECT_EQ(bus_.peer.ReceiveMessage()->header.bodyLength, 260u) << "a path: the body is in a file";
   Capture output;
   EXPECT_EQ(ZOR_UTIL_PostLua("a", (largest + 's').c_str()), 1u);
   EXPECT_EQ(output.Text(), "error: not host tool, but malloc 4M, return NULL, malloc len=8388609\n");

@@ -295,7 +295,7 @@ TEST_F(MsgsvrControlTest, KeepsTraceSettingsOverARestart) {
   std::filesystem::create_directory(root_.Path("/var/lib/zor/msgsvr.trace.damaged"));
   std::ofstream(root_.Path("/var/lib/zor/msgsvr.trace")) << "[";
   StartWithOperator();
-  EXPECT_EQ(SetTrace(R"({"name":"cms","file_kib":2048})"), ZOR_CONTROL_FAILED) << "or what lies there would be lost";
+  EXPECT_EQ(SetTrace(R"({"name":"cms","file_kib":2048})"), ZOR_CONTROL_FAILED) << "or what is there would be lost";
 }
 
 TEST_F(MsgsvrControlTest, ChangesNoTraceSettingsThatAreWrongOrCannotBeKept) {

@@ -15,7 +15,7 @@ ZOR_BEGIN_DECLS
 #define ZOR_STORE_APPDATA UINT32_C(2)
 #define ZOR_STORE_ALL (ZOR_STORE_CONFIGURATION | ZOR_STORE_APPDATA)
 
-/* Writes the parts, as they stand at one moment, to a file that only its owner may read. An existing store file of that
+/* Writes a consistent snapshot of the parts to a file that only its owner may read. An existing store file of that
    name is replaced once the new one is whole; anything else of that name stays, and the status is ZOR_STORE_E_IO. */
 ZOR_API uint32_t ZOR_STORE_WriteFile(const char *path, uint32_t parts);
 

@@ -11,7 +11,7 @@ ZOR_BEGIN_DECLS
 /*
  * Splits a command line into its arguments at blanks, tabs and line ends, as a shell does that expands nothing:
  * 'single quotes' keep everything, "double quotes" keep all but a backslash before one of $ ` " \ or a line end, and a
- * backslash elsewhere keeps the next character. A backslash before a line end joins the lines. Quotes may stand inside
+ * backslash elsewhere keeps the next character. A backslash before a line end joins the lines. Quotes may be inside
  * an argument, and '' is an empty one. Every other character stands for itself.
  * Returns a null-terminated array, which ZOR_UTIL_FreeArgs releases, with *count (unless count is null) arguments: none
  * for a blank line. Null, with *count 0, for null, an open quote, a backslash at the end, or when there is no memory.

@@ -16,7 +16,7 @@
 
 namespace zor {
 
-// The strings of a record, in the order in which they lie in a file.
+// The strings of a record, in the order of the file.
 template <class Record>
 inline constexpr std::array<char * Record::*, 0> kTexts = {};
 template <>

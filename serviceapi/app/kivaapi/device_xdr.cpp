@@ -144,7 +144,7 @@ bool Coder::List(Node &first) const {
   return Is(XDR_DECODE) ? DecodeList(first, &lostCount) : EncodeList(first);
 }
 
-// That a list does not end well is no news: the KIVA list always ends in a missing string.
+// A malformed list tail is expected: the KIVA list always ends in a missing string.
 template <class Node>
 Decoded Decode(std::span<char> bytes, Node &first) {
   const auto length = static_cast<std::uint32_t>(bytes.size());

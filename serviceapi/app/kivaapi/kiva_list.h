@@ -37,7 +37,7 @@ class KivaList {
   dev_kivainfo_list head_ = {};
 };
 
-// Tells on standard output that a record could not be kept.
+// Reports on standard output that a record could not be kept.
 void PrintRecordLost() noexcept;
 
 }  // namespace zor

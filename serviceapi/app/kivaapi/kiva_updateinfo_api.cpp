@@ -68,7 +68,7 @@ uint32_t ZOR_UPG_SaveUpdateInfo(const char *mac, uint32_t value, const char *tex
   if (length > 0) std::memcpy(info->text, text, length);
   const auto path = ReportPath(mac);
   const auto size = static_cast<uint32_t>(offsetof(ZOR_KIVA_UPDATE_INFO, text) + length + 1);
-  // A report that is lost does no harm to the upgrade it tells of.
+  // A lost report does not affect the upgrade that it describes.
   if (path) ZOR_UTIL_WriteBufToFile(path->c_str(), info.get(), size);
   return 0;
 }

@@ -37,7 +37,7 @@ class ReplacementFile {
 
   // Null when the file could not be made.
   std::FILE *stream() const noexcept { return stream_; }
-  // Where the new file lies until it is committed.
+  // Where the new file is until it is committed.
   const char *path() const noexcept { return replacement_.building(); }
   // False, with the old file untouched, when not everything could be written.
   bool Commit() noexcept;

@@ -10,7 +10,7 @@ using zor::dns::Bytes;
 
 using LengthAt = uint32_t (*)(const DnsPacket *packet, const uint8_t *position);
 
-// Expands the name at a position. Returns what stands behind its consumed length, and nothing, with the name empty,
+// Expands the name at a position. Returns what follows its consumed length, and nothing, with the name empty,
 // when it is malformed or fewer than fixedSize bytes are left.
 Bytes ReadName(const DnsPacket *packet, const uint8_t *position, char (&name)[ZOR_DNS_NAME_SIZE], std::size_t fixedSize,
                uint32_t *consumed) {

@@ -1,4 +1,4 @@
-// Loads, stores and swaps of 32-bit words that may lie unaligned.
+// Loads, stores and swaps of 32-bit words that may be unaligned.
 #ifndef BASE_BYTES_H
 #define BASE_BYTES_H
 

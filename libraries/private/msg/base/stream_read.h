@@ -23,8 +23,8 @@ std::uint32_t StatusOfFailedRead(ssize_t count) noexcept;
 // Reads exactly length bytes. ZOR_E_TIMEOUT: nothing within a wait, or a negative descriptor; else as above.
 std::uint32_t ReadExactly(int fd, void *buffer, std::size_t length, ReadWaits waits) noexcept;
 
-// One read of at most length bytes, without a limit to its wait: the result of read(2), which is neither interrupted
-// nor in vain.
+// One read of at most length bytes that waits without a limit and is repeated when it is interrupted or finds no data:
+// the result of read(2).
 ssize_t ReadOnce(int fd, void *buffer, std::size_t length) noexcept;
 
 // Reads what is there, at least one byte and at most length. The statuses of ReadExactly, but ZOR_E_PEER_GONE for a

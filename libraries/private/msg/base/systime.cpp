@@ -6,7 +6,7 @@
 #include <ctime>
 
 // Through the C library and not by number of the system call: numbers and layouts differ between 32-bit systems, and
-// most systems answer here without entering the kernel. The line of a failure keeps its old text.
+// most systems read the clock without entering the kernel. The line of a failure keeps its old text.
 uint32_t ZOR_UTIL_GetSysTime(ZOR_SYS_TIME *time) {
   if (time == nullptr) return 1;
   struct timespec now = {};

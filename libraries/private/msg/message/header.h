@@ -1,4 +1,4 @@
-// The 40-byte header on its way out and in: board bits, byte order, and the flag of a body that lies in a file.
+// The 40-byte header on its way out and in: board bits, byte order, and the flag of a body in a file.
 #ifndef MESSAGE_HEADER_H
 #define MESSAGE_HEADER_H
 
@@ -28,7 +28,7 @@ inline const void *BodyOf(const ZOR_MSG_HEAD *header) noexcept {
 }
 
 // Brings an arrived header into host order, notes the sender's board in the context and reduces the type word to the
-// message type. Returns 1 when the body lies in a file. Changes the header in place: once for each message.
+// message type. Returns 1 when the body is in a file. Changes the header in place: once for each message.
 std::uint32_t FixUpReceivedHeader(ZOR_MSG_HEAD &header, ZOR_MSG_CTX &context) noexcept;
 
 std::uint32_t OwnBoard(const ZOR_MSG_CTX &context) noexcept;
@@ -43,7 +43,7 @@ class OutgoingHeader {
   OutgoingHeader &operator=(const OutgoingHeader &) = delete;
   ~OutgoingHeader();
 
-  // Nothing was written: the caller shall find its type word as it was.
+  // Nothing was written: the caller finds its type word unchanged.
   void Cancel() noexcept { typeMask_ = ~UINT32_C(0); }
 
  private:

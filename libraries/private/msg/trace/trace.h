@@ -24,8 +24,8 @@ std::uint32_t TraceCtxSetPackageLevel(TraceEntry **list, const char *module, std
 // Prints one application's settings: the column heads when header is nonzero, then one row for each entry.
 void TraceDisplayOneItem(const char *appName, const TraceEntry *list, std::uint32_t header) noexcept;
 
-// Lines bear the granted name from here on; then applies the settings block of the registration reply. A block that is
-// null or too short for its head sets nothing else; a torn last entry is left out.
+// Trace lines show the granted name from here on; then applies the settings block of the registration reply. A block
+// that is null or too short for its head sets nothing else; a torn last entry is left out.
 void TraceMsgInitRespProc(const void *block, std::uint32_t length) noexcept;
 
 }  // namespace zor

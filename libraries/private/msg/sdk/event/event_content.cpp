@@ -29,7 +29,7 @@ class EventContent {
     cJSON_Delete(payload_);
   }
 
-  // False without memory. Content that lacks an item is never handed out: subscribers could not tell.
+  // False without memory. Content that lacks an item is never handed out: subscribers could not notice.
   bool Add(const ZOR_DMMSG_ITEM &item) {
     if (item.name == nullptr || item.value == nullptr) return true;
     const auto name = CopyField(item.name, item.nameLength);

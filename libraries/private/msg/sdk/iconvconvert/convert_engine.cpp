@@ -92,7 +92,7 @@ class Iconv {
 
   bool valid() const noexcept { return handle_ != kInvalid; }
 
-  // One step; 0, or the errno of a step that could not go on.
+  // One step; 0, or the errno of a step that failed.
   int Step(char **input, std::size_t *inputLeft, char **output, std::size_t *outputLeft) noexcept {
     return ::iconv(handle_, input, inputLeft, output, outputLeft) == static_cast<std::size_t>(-1) ? errno : 0;
   }
@@ -134,7 +134,7 @@ class Sink {
   std::size_t left_ = piece_.size();
 };
 
-// The bytes of input to leave out: a whole character where one stands that only the target set lacks, so that the next
+// The bytes of input to leave out: a whole character if only the target set lacks it, so that the next
 // one is met at its first byte; else a single byte.
 std::size_t RefusedLength(Iconv &decoder, char *from, std::size_t left) {
   alignas(wchar_t) std::array<char, sizeof(wchar_t)> character;

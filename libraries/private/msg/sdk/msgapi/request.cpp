@@ -145,7 +145,7 @@ std::uint32_t SendRequest(ZOR_MSG_HEAD *msg) {
   return ZOR_MSG_Send(msg);
 }
 
-// A warning, not a refusal: the request goes on.
+// A warning, not a refusal: the request is sent all the same.
 void WarnIfNotAllowed(const ZOR_MSG_HEAD &msg) {
   if (msg.type == ZOR_MSG_REGISTER_APP || !IsUnnamedOrMic()) return;
   mlog_print("msg", ZOR_MLOG_FATAL,

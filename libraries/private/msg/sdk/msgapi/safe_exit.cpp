@@ -20,7 +20,7 @@ constexpr std::array<std::string_view, 7> kDaemons = {"dhcps",        "ssdpd",  
 
 }  // namespace
 
-// The destination decides, not the own name; every other daemon handles the request itself or ignores it.
+// The destination decides, not this process's name; every other daemon handles the request itself or ignores it.
 bool IsSafeExitRequest(const ZOR_MSG_HEAD &msg) noexcept {
   return msg.type == ZOR_MSG_SAFE_EXIT &&
          std::find(kDaemons.begin(), kDaemons.end(), NameView(msg.destination)) != kDaemons.end();

@@ -8,7 +8,7 @@
 
 namespace zor {
 
-// ZOR_MSG_Send for a body that does not lie behind its header. Where no hook needs to see the whole message, a long
+// ZOR_MSG_Send for a body that does not follow its header. Where no hook needs to see the whole message, a long
 // body goes straight to its file; else both are copied into one block. The header is left as it is.
 std::uint32_t SendParts(const ZOR_MSG_HEAD &header, const void *body) noexcept;
 

@@ -116,7 +116,7 @@ bool IsAligned(const ZOR_MSG_HEAD *msg) {
   return reinterpret_cast<std::uintptr_t>(msg) % alignof(ZOR_MSG_HEAD) == 0;
 }
 
-// A block that lies over an unaligned buffer is sent from a copy; its header is then as that send left the copy's.
+// A block in an unaligned buffer is sent from a copy; its header is then as that send left the copy's.
 template <class Send>
 std::uint32_t SendAlignedCopy(ZOR_MSG_HEAD *msg, Send send) {
   const std::uint64_t bodyLength = HeaderAt(msg).bodyLength;

@@ -1,4 +1,4 @@
-// Command lines that run under the account that bears the name of their program.
+// Command lines that run under the account that is named like their program.
 #include <pwd.h>
 #include <unistd.h>
 #include <zor/limits.h>

@@ -77,8 +77,8 @@ class CallFrame {
   bool freed_ = false;
 };
 
-// How many watchers have been added or marked deleted, on any loop of this thread. While it stands still, what a walk
-// has found holds, except that watchers may be gone.
+// How many watchers have been added or marked deleted, on any loop of this thread. While it does not change, what a
+// walk has found holds, except that watchers may be gone.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local std::uint64_t listChanges;
 
 // Called for every watcher that leaves its loop, before it is freed. There is one such hook: message watchers and the
