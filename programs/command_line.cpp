@@ -17,14 +17,14 @@ constexpr char kHelp[] =
     "\n"
     "  --settings FILE  read the settings from FILE instead of %s\n"
     "  --verbose        %s\n"
-    "  --help           print this and end\n"
+    "  --help           print this help and exit\n"
     "\n"
     "settings, one \"key = value\" a line, with their defaults:\n"
     "%s"
     "\n"
     "The environment variable ZOR_ROOT moves every fixed path beneath the directory that it names.\n"
-    "exit status: 0 stopped by SIGTERM or SIGINT, 1 the system refused something, 2 wrong usage,\n"
-    "3 mistake in the settings, 4 another process listens already\n";
+    "exit status: 0 stopped by SIGTERM or SIGINT, 1 system error, 2 usage error, 3 invalid setting,\n"
+    "4 another process is already listening\n";
 
 constexpr option kOptions[] = {
     {"settings", required_argument, nullptr, 's'},

@@ -6,7 +6,7 @@ namespace zor::daemon {
 
 enum ExitCode : int {
   kExitOk = 0,        // stopped by SIGTERM or SIGINT, or --help
-  kExitFailure = 1,   // the system refused something that the server cannot do without
+  kExitFailure = 1,   // a system error that the server cannot survive
   kExitUsage = 2,     // wrong command line
   kExitSettings = 3,  // the settings file cannot be read or holds a mistake
   kExitBusy = 4,      // another process listens on the server's path

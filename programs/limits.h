@@ -42,7 +42,7 @@ inline constexpr std::size_t kSubscribedNames = 1024;
 inline constexpr std::size_t kBarrierPosts = 256;
 // [periods] Missed periods of a daemon's reports: the log names it.
 inline constexpr int kMissedReports = 3;
-// [settings] Trace levels of one daemon: a mistake in the settings.
+// [settings] Trace levels of one daemon: an invalid setting.
 inline constexpr std::size_t kTraceLevels = 64;  // so that the registration reply stays short
 // [names] Names with trace overrides: a further one is refused.
 inline constexpr std::size_t kTraceNames = 256;

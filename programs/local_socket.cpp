@@ -75,7 +75,7 @@ ExitCode LocalSocket::RemoveStale(const std::string &fixedPath, int type, Proble
   struct stat status = {};
   if (::lstat(path_.c_str(), &status) != 0) return kExitOk;
   if (!S_ISSOCK(status.st_mode)) {
-    log.Print("%s: is in the way and not a socket", fixedPath.c_str());
+    log.Print("%s: exists and is not a socket", fixedPath.c_str());
     return kExitFailure;
   }
   if (SomebodyListens(path_, type)) {

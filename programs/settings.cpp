@@ -57,7 +57,7 @@ void Settings::AddLine(std::string_view line, int number) {
   if (equals == std::string_view::npos || key.empty()) {
     AddMistakeAt(number, "not of the form key = value");
   } else if (const Entry *earlier = Find(key)) {
-    AddMistakeAt(number, earlier->key + " is set in line " + std::to_string(earlier->line) + " already");
+    AddMistakeAt(number, earlier->key + " is already set in line " + std::to_string(earlier->line));
   } else {
     entries_.push_back({std::string(key), std::string(Trim(line.substr(equals + 1))), number});
   }

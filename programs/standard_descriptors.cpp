@@ -3,14 +3,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "common/unique_fd.h"
+
 namespace zor::daemon {
 
 void FillStandardDescriptors() {
-  int fd;
+  UniqueFd fd;
   do {
-    fd = ::open("/dev/null", O_RDWR);
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) ::close(fd);
+    fd.release();
+    fd.reset(::open("/dev/null", O_RDWR));
+  } while (fd.valid() && fd.get() <= STDERR_FILENO);
 }
 
 }  // namespace zor::daemon

@@ -26,7 +26,7 @@ constexpr daemon::Program kProgram = {
     "/etc/zor/cms.conf",
     "  directory = /var/cfg                the directory for saved configurations\n"
     "  factory_file = /etc/zor/factory.db  the factory configuration\n",
-    "nothing",
+    "has no effect",
 };
 
 struct ServerSettings {

@@ -14,7 +14,7 @@ void Bus::End(Client &client) {
   barriers.Forget(client);
   monitors.Remove(client);
   if (!client.registered()) return;
-  if (verbose) log.Print("%s leaves", client.Label().c_str());
+  if (verbose) log.Print("%s disconnected", client.Label().c_str());
   names.Remove(client.name, client);
   if (client.leaving && names.ClientsNamed(client.name).empty()) subscriptions.Forget(client.name);
 }

@@ -27,7 +27,7 @@ void Requests::Register(Client &from, const Frame &frame) {
     bus_.names.Add(from.name, from);
     from.counters.dropped += bus_.losses.Take(from.name);
   }
-  if (bus_.verbose) bus_.log.Print("%s registers", from.Label().c_str());
+  if (bus_.verbose) bus_.log.Print("%s registered", from.Label().c_str());
   from.reportPeriod = std::chrono::seconds(bus_.settings.reportSeconds.Get(from.name));
   from.lastReport = Clock::now();
   delivery_.Reply(from, frame, 0, RegistrationBody(bus_.settings, bus_.traceOverrides, from.name));

@@ -195,7 +195,7 @@ local function add_management_item(reader, tree, index)
   return true
 end
 
--- The capacity and free bytes are the sender's bookkeeping; items go on to the end of the used part.
+-- The capacity and free bytes are the sender's bookkeeping; items fill the used part.
 local function add_items(reader, tree)
   local start = reader.offset
   local magic = reader:add_number(tree, f.dm_magic, 4)

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "common/socket_address.h"
 #include "programs/paths.h"
 #include "zorctl/control_result.h"
 #include "zorctl/exit_code.h"
@@ -55,8 +56,7 @@ NotifyChannel::NotifyChannel(const Deadline &deadline)
   if (!socket_.valid()) throw SystemFailure("no socket");
   const std::string path = daemon::FixedPath(ZOR_PATH_NOTIFY_SERVER);
   const sockaddr_un address = ServerAddress(path);
-  while (::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-    if (errno == EINTR) continue;
+  while (!Connect(socket_.get(), address)) {
     if (errno != EAGAIN) throw NotConnected(path);
     // A local socket does not report when the server's queue of connections has room again.
     if (deadline_.over())

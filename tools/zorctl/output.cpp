@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "common/unique_fd.h"
 #include "programs/standard_descriptors.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/text.h"
@@ -43,12 +44,11 @@ bool WantsColour() {
 void TakeOutput() {
   std::signal(SIGPIPE, SIG_IGN);  // write reports it
   daemon::FillStandardDescriptors();
-  const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+  const UniqueFd nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
   const int own = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  if (nowhere < 0 || own < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0) {
+  if (!nowhere.valid() || own < 0 || ::dup2(nowhere.get(), STDOUT_FILENO) < 0) {
     throw std::system_error(errno, std::generic_category(), "standard output");
   }
-  ::close(nowhere);
   outputFd = own;
 }
 

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/socket_address.h"
 #include "programs/paths.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/text.h"
@@ -64,7 +65,7 @@ class StatisticSocket {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (::connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return;
+    if (zor::Connect(fd_, address)) return;
     mlog_socket_close(fd_, name_.c_str());
     throw Absent();
   }

@@ -33,7 +33,7 @@
 namespace zor {
 namespace {
 
-constexpr timeval kSlaveSendTimeout = {ZOR_MSG_REMOTE_SEND_WAIT_MS / 1000, ZOR_MSG_REMOTE_SEND_WAIT_MS % 1000 * 1000};
+constexpr timeval kSlaveSendTimeout = {ZOR_MSG_REMOTE_SEND_WAIT_MS / 1000, ZOR_MSG_REMOTE_SEND_WAIT_MS % 1000 * 1000L};
 
 UniqueFd OpenSocket(int domain) {
   UniqueFd fd(::socket(domain, SOCK_STREAM | SOCK_CLOEXEC, 0));
