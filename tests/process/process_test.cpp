@@ -292,17 +292,19 @@ TEST_F(Process, IsRunToItsEndByASynchronousSpawn) {
   EXPECT_EQ(ZOR_UV_LoopGetDefault(), mainLoop);
 }
 
+// A run of the loop from inside a callback, which a timer of its own stops.
+void RunUntilStopped(uint32_t idleTimeMs) {
+  UvTimer *guard = ZOR_UTIL_TimerAdd(
+      20, 1, [](void *) { ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault()); }, nullptr);
+  ZOR_UV_LoopRun(nullptr, idleTimeMs);
+  ZOR_UTIL_TimerDel(guard);
+}
+
 TEST_F(Process, OfASynchronousSpawnMayRunAndStopTheLoopInItsCallbacks) {
-  const auto runFor = [](uint32_t idleTimeMs) {
-    UvTimer *guard = ZOR_UTIL_TimerAdd(
-        20, 1, [](void *) { ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault()); }, nullptr);
-    ZOR_UV_LoopRun(nullptr, idleTimeMs);
-    ZOR_UTIL_TimerDel(guard);
-  };
   static std::function<void()> onOutput;
   const std::function<void()> actions[] = {
-      [&] { runFor(0); },
-      [&] { runFor(60000); },
+      [] { RunUntilStopped(0); },
+      [] { RunUntilStopped(60000); },
       [] { ZOR_UV_LoopRun(nullptr, 1); },
       [] { ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault()); },
       [] {  // a run that sees the end of the child
@@ -337,19 +339,33 @@ TEST_F(Process, MaySpawnSynchronouslyFromACallbackButNotFromASynchronousOne) {
 }
 
 TEST_F(Process, ThatIsQuietForTooLongIsLeftRunning) {
-  Shell shell("exec sleep 60");
-  static pid_t child;
-  shell.options.flags = UV_PROCESS_STDIN;
-  shell.options.inputCallback = [](UvProcess *process, UvIO *stream) {
-    child = process->pid;
-    ZOR_UV_ProcessDeleteRedirectIO(process, stream);
+  const struct {
+    uint32_t idleTimeMs;
+    std::function<void()> onInput;
+  } cases[] = {
+      {300, [] {}},
+      {300, [] { RunUntilStopped(0); }},
+      {300, [] { RunUntilStopped(50000); }},
+      {0, [] { ZOR_UV_LoopSetIdleTime(nullptr, 300); }},
   };
-  EXPECT_EQ(ZOR_UV_ProcessSpawnSync(&shell.options, 300), 0u);
-  EXPECT_EQ(shell.ended, "");
-  std::signal(SIGCHLD, SIG_DFL);
-  ASSERT_GT(child, 0);
-  EXPECT_EQ(::kill(child, SIGKILL), 0);
-  EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+  static pid_t child;
+  static std::function<void()> onInput;
+  for (const auto &each : cases) {
+    Shell shell("exec sleep 60");
+    onInput = each.onInput;
+    shell.options.flags = UV_PROCESS_STDIN;
+    shell.options.inputCallback = [](UvProcess *process, UvIO *stream) {
+      child = process->pid;
+      ZOR_UV_ProcessDeleteRedirectIO(process, stream);
+      onInput();
+    };
+    EXPECT_EQ(ZOR_UV_ProcessSpawnSync(&shell.options, each.idleTimeMs), 0u);
+    EXPECT_EQ(shell.ended, "");
+    std::signal(SIGCHLD, SIG_DFL);
+    ASSERT_GT(child, 0);
+    EXPECT_EQ(::kill(child, SIGKILL), 0);
+    EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+  }
 }
 
 }  // namespace

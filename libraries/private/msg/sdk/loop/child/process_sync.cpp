@@ -71,14 +71,12 @@ bool IsOnLoop(const UvLoop &loop, const UvProcess *process) {
   return FindProcess(loop, [process](const UvProcess &listed) { return &listed == process; }) != nullptr;
 }
 
-// A callback may stop the loop, or change its idle time by a run of its own: neither is the end of the child. A
-// callback may even destroy the loop, and then nothing is left to wait for.
+// A callback may stop the loop, which is not the end of the child, or even destroy it: then nothing is left to wait
+// for.
 void RunToEnd(SyncSpawn &context, const UvProcess *process, std::uint32_t idleTimeMs) {
-  std::uint32_t status = ZOR_OK;
-  do {
-    status = ZOR_UV_LoopRun(&context, idleTimeMs);
-    if (status == ZOR_E_TIMEOUT && context.idleTimeMs != idleTimeMs) status = ZOR_OK;
-  } while (status == ZOR_OK && !context.ended && IsOnLoop(context, process));
+  context.idleTimeMs = idleTimeMs;
+  while (ZOR_UV_LoopRun(&context, context.idleTimeMs) == ZOR_OK && !context.ended && IsOnLoop(context, process)) {
+  }
 }
 
 std::uint32_t SpawnAndRun(SyncSpawn &context, std::uint32_t idleTimeMs) {

@@ -3,6 +3,8 @@
 #include <zor/platform/list.h>
 #include <zor/status.h>
 
+#include <utility>
+
 #include "sdk/loop/core/clock.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
@@ -30,6 +32,12 @@ void Run::BeginTurn() noexcept {
   turn_ = ++lastTurn;
 }
 
+bool Run::IsNested() const noexcept {
+  const Run *run = outer_;
+  while (run != nullptr && &run->loop_ != &loop_) run = run->outer_;
+  return run != nullptr;
+}
+
 void Run::End(const UvLoop &loop) noexcept {
   for (Run *run = innermostRun; run != nullptr; run = run->outer_) {
     if (&run->loop_ == &loop) run->ended_ = true;
@@ -53,7 +61,7 @@ bool Run::InProgress(std::uint64_t turn) noexcept {
 uint32_t ZOR_UV_LoopRun(UvLoop *loop, uint32_t idleTimeMs) {
   UvLoop *running = zor::LoopOrDefault(loop);
   if (running == nullptr) return ZOR_E_ARGUMENT;
-  running->idleTimeMs = idleTimeMs;
+  const uint32_t outerIdleTimeMs = std::exchange(running->idleTimeMs, idleTimeMs);
   running->iteration = 0;
   uint32_t status = ZOR_OK;
   zor::Run run(*running);
@@ -71,6 +79,8 @@ uint32_t ZOR_UV_LoopRun(UvLoop *loop, uint32_t idleTimeMs) {
     ++running->iteration;
   }
   running->flags &= ~UV_LOOP_STOP;
+  // A synchronous spawn waits as long as its caller said, whatever its callbacks run.
+  if (running == zor::defaultLoopOverride && run.IsNested()) running->idleTimeMs = outerIdleTimeMs;
   return status;
 }
 

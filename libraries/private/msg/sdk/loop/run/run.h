@@ -22,6 +22,8 @@ class Run {
   void BeginTurn() noexcept;
   // Whether End was called for this run.
   bool ended() const noexcept { return ended_; }
+  // Whether an outer run of the same loop is on the stack.
+  bool IsNested() const noexcept;
 
   // Ends every run of the loop that is on the stack at its next look. A stop ends the innermost one only.
   static void End(const UvLoop &loop) noexcept;
