@@ -1,71 +1,30 @@
 // The life of the connection. Init connects and registers; failures after connecting are not reported:
 // they leave the bus destroyed, which callers see at their next send. They rely on being able to start while the server
 // refuses them.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
-#include <zor/limits.h>
 #include <zor/msg_bus.h>
 #include <zor/msg_dispatch.h>
 #include <zor/notifyclt.h>
-#include <zor/paths.h>
 #include <zor/status.h>
 #include <zor/uv_io.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <optional>
-#include <utility>
 
-#include "base/fixed_path.h"
 #include "base/text.h"
-#include "common/socket_address.h"
 #include "common/unique_fd.h"
 #include "message/context.h"
 #include "sdk/loop/idle/idle.h"
 #include "sdk/msgapi/bus_watcher.h"
+#include "sdk/msgapi/connect.h"
 #include "sdk/msgapi/queue.h"
 #include "sdk/msgapi/registration.h"
-
-namespace zor {
-namespace {
-
-constexpr timeval kSlaveSendTimeout = {ZOR_MSG_REMOTE_SEND_WAIT_MS / 1000, ZOR_MSG_REMOTE_SEND_WAIT_MS % 1000 * 1000L};
-
-UniqueFd OpenSocket(int domain) {
-  UniqueFd fd(::socket(domain, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const int on = 1;
-  if (fd.valid()) ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  return fd;
-}
-
-UniqueFd ConnectLocal() {
-  UniqueFd fd = OpenSocket(AF_UNIX);
-  const std::optional<sockaddr_un> address = FixedSocketAddress(ZOR_PATH_MSGSVR);
-  return fd.valid() && address && Connect(fd.get(), *address) ? std::move(fd) : UniqueFd();
-}
-
-UniqueFd ConnectRemote(const char *ipv4Text, std::uint16_t port) {
-  UniqueFd fd = OpenSocket(AF_INET);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  if (!fd.valid() || ::inet_aton(ipv4Text, &address.sin_addr) == 0) return UniqueFd();
-  ::setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &kSlaveSendTimeout, sizeof kSlaveSendTimeout);
-  return Connect(fd.get(), address) ? std::move(fd) : UniqueFd();
-}
-
-}  // namespace
-}  // namespace zor
 
 uint32_t ZOR_MSG_Init(const char *appName) {
   if (g_stMsgCtx.socketFd >= 0) return ZOR_OK;
   std::signal(SIGPIPE, SIG_IGN);
   zor::SetName(g_stMsgCtx.appName, appName);
-  zor::UniqueFd fd = zor::ConnectLocal();
+  zor::UniqueFd fd = zor::ConnectLocal(0);
   if (!fd.valid()) return ZOR_E_CONNECT;
   uint32_t status = zor::StartBusWatcher(fd.get());
   if (status != ZOR_OK) return status;
