@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/child.h"
+#include "support/loop.h"
 #include "support/scripted_server.h"
 
 namespace zor::test {
@@ -21,29 +22,6 @@ using testing::ElementsAre;
 std::string Words(uint32_t reportSwitch, uint32_t reportSeconds) {
   const uint32_t words[] = {reportSwitch, reportSeconds};
   return std::string(static_cast<const char *>(static_cast<const void *>(words)), sizeof words);
-}
-
-// The idle hooks and the timers that are still active.
-std::vector<std::string> OnLoop() {
-  std::vector<std::string> found;
-  ZOR_UV_WatcherIterateItem(nullptr, &found, [](UvWatcher *watcher, void *arg) {
-    auto &out = *static_cast<std::vector<std::string> *>(arg);
-    const auto *timer = static_cast<const UvTimer *>(static_cast<const void *>(watcher));
-    if ((watcher->flags & UV_WATCHER_IDLE) != 0) out.emplace_back("hook");
-    if ((watcher->flags & UV_WATCHER_TIMER) == 0 || timer->callback == nullptr) return;
-    out.push_back("every " + std::to_string(timer->intervalMs));
-  });
-  return found;
-}
-
-// Runs the loop until the condition holds; false when a busy machine would have been in time.
-bool RunLoopUntil(const std::function<bool()> &condition) {
-  return zor::test::WaitUntil([&condition] {
-    const auto stop = [](void *) { ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault()); };
-    ZOR_UTIL_TimerAdd(10, 1, stop, nullptr);
-    ZOR_UV_LoopRun(nullptr, 0);
-    return condition();
-  });
 }
 
 std::vector<std::string> dispatched;  // what the message procedure recorded of each message
