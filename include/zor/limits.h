@@ -29,6 +29,12 @@
 #define ZOR_MSG_NEXT_PIECE_WAIT_MS 1000
 /* [ms] Wait for the reply to ZOR_MSG_GetNumOfProcesses and ZOR_MSG_SafeExitProcesses: ZOR_E_TIMEOUT; no process. */
 #define ZOR_MSG_PROCESSES_WAIT_MS 5000u
+/* [ms] Pause before a lost connection is first tried again, unless set otherwise: each further pause doubles. */
+#define ZOR_MSG_REJOIN_FIRST_PAUSE_MS 100u
+/* [ms] Longest pause between two attempts, unless set otherwise: the doubling ends. */
+#define ZOR_MSG_REJOIN_LONGEST_PAUSE_MS 5000u
+/* [ms] Wait for the server's reply to an attempt, unless set otherwise: the attempt has failed. */
+#define ZOR_MSG_REJOIN_REPLY_WAIT_MS 5000u
 /* [text] Prefix or name of a restful request: cut. */
 #define ZOR_MSG_RESTFUL_NAME_SIZE 64
 /* [text] "PREFIX/NAME" that is announced for a procedure: cut. */

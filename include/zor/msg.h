@@ -6,6 +6,7 @@
 #include <zor/msg_bus.h>
 #include <zor/msg_dispatch.h>
 #include <zor/msg_head.h>
+#include <zor/msg_rejoin.h>
 #include <zor/msg_request.h>
 #include <zor/msg_wire.h>
 #include <zor/status.h>

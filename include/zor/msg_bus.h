@@ -37,7 +37,8 @@ ZOR_API extern ZOR_MSG_SEND_HOOK g_pfMsgSendHook;
  * watch a descriptor of that number; else the status of ZOR_NOTIFYCLT_InitByName, after whose failure the bus is
  * destroyed. A refused registration destroys the bus too but is not reported: the next send returns
  * ZOR_E_NOT_CONNECTED.
- * When the server exits the socket is no longer watched; sends return ZOR_E_PEER_GONE until ZOR_MSG_Destroy.
+ * When the server exits the socket is no longer watched; sends return ZOR_E_PEER_GONE until ZOR_MSG_Destroy, or until
+ * ZOR_MSG_EnableRejoin has connected again.
  */
 ZOR_API uint32_t ZOR_MSG_Init(const char *appName);
 
@@ -50,7 +51,8 @@ ZOR_API uint32_t ZOR_MSG_Init(const char *appName);
 ZOR_API uint32_t ZOR_MSG_InitSlaveApp(const char *appName, const char *ipv4Text, uint16_t port);
 
 /*
- * Closes the connection and clears the whole context: message procedure, sequence counter, flags, pending messages.
+ * Closes the connection and clears the whole context: message procedure, sequence counter, flags, pending messages,
+ * and what ZOR_MSG_SetLinkProc and ZOR_MSG_EnableRejoin have set.
  * Asynchronous requests still get their time-out. May be called from a message handler, and after a fork without harm
  * to the parent's connection. The trace descriptor is 0 afterwards, the socket descriptor -1.
  */

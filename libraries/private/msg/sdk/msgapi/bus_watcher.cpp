@@ -11,6 +11,7 @@
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/message/msg_watcher.h"
 #include "sdk/msgapi/body_file.h"
+#include "sdk/msgapi/rejoin.h"
 #include "trace/trace_line.h"
 
 namespace zor {
@@ -44,7 +45,10 @@ void Dispatch(ZOR_MSG_HEAD *msg) {
 // A socket at end of file stays readable for ever: the loop stops watching it, so that it can sleep. The socket stays
 // in the context, and sends keep reporting that the server is gone.
 void OnReadable(UvIO *io, std::uint32_t) {
-  if (ReadAndDispatchMessage(RecordOf<UvMsgWatcher>(&io->header)) == ZOR_E_PEER_GONE) ZOR_UV_IOStop(io, UV_READABLE);
+  auto &watcher = RecordOf<UvMsgWatcher>(&io->header);
+  if (ReadAndDispatchMessage(watcher) != ZOR_E_PEER_GONE) return;
+  ZOR_UV_IOStop(io, UV_READABLE);
+  OnConnectionEnded(watcher);
 }
 
 }  // namespace

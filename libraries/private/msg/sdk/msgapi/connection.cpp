@@ -19,6 +19,8 @@
 #include "sdk/msgapi/connect.h"
 #include "sdk/msgapi/queue.h"
 #include "sdk/msgapi/registration.h"
+#include "sdk/msgapi/rejoin.h"
+#include "sdk/msgapi/standing.h"
 
 uint32_t ZOR_MSG_Init(const char *appName) {
   if (g_stMsgCtx.socketFd >= 0) return ZOR_OK;
@@ -48,6 +50,8 @@ uint32_t ZOR_MSG_InitSlaveApp(const char *appName, const char *ipv4Text, uint16_
 }
 
 void ZOR_MSG_Destroy(void) {
+  zor::StopRejoin();
+  zor::ForgetStanding();
   zor::StopBusWatcher();
   zor::StopReports();
   ZOR_MSG_QueueDestroy(&g_stMsgCtx.pending);

@@ -48,26 +48,35 @@ void ApplyTraceSettings(std::string_view body) {
   TraceMsgInitRespProc(body.empty() ? nullptr : body.data(), static_cast<std::uint32_t>(body.size()));
 }
 
-void SetPeerByteOrder(bool differs) {
-  g_stMsgCtx.flags = (g_stMsgCtx.flags & ~ZOR_MSG_FLAG_SWAP) | (differs ? ZOR_MSG_FLAG_SWAP : 0);
-}
-
 }  // namespace
 
-std::uint32_t Register() noexcept {
+ZOR_MSG_HEAD NewRegistration() noexcept {
   ZOR_MSG_HEAD request = {};
   request.type = ZOR_MSG_REGISTER_APP;
   CopyName(request.source, g_stMsgCtx.appName);
+  return request;
+}
+
+void SetPeerByteOrder(const ZOR_MSG_HEAD &reply) noexcept {
+  g_stMsgCtx.flags = (g_stMsgCtx.flags & ~ZOR_MSG_FLAG_SWAP) | (reply.data != 0 ? ZOR_MSG_FLAG_SWAP : 0);
+}
+
+void ApplySettings(const ZOR_MSG_HEAD &reply) noexcept {
+  const std::string_view body(static_cast<const char *>(BodyOf(&reply)), reply.bodyLength);
+  StartReports(body);
+  ApplyTraceSettings(body);
+}
+
+std::uint32_t Register() noexcept {
+  ZOR_MSG_HEAD request = NewRegistration();
   ZOR_MSG_HEAD *received = nullptr;
   const std::uint32_t status = ZOR_MSG_SendAndRecv(&request, &received, 0);
   const MessagePtr reply(received);
   if (status != ZOR_OK) return status;
   if (reply == nullptr) return ZOR_E_ARGUMENT;
-  const std::string_view body(static_cast<const char *>(BodyOf(reply.get())), reply->bodyLength);
-  SetPeerByteOrder(reply->data != 0);  // before the settings, whose levels are swapped accordingly
+  SetPeerByteOrder(*reply);
   CopyName(g_stMsgCtx.appName, reply->destination);
-  StartReports(body);
-  ApplyTraceSettings(body);
+  ApplySettings(*reply);
   return g_stMsgCtx.appName[0] != '\0' ? ZOR_OK : ZOR_E_REFUSED;
 }
 

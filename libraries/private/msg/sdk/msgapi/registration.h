@@ -2,6 +2,8 @@
 #ifndef SDK_MSGAPI_REGISTRATION_H
 #define SDK_MSGAPI_REGISTRATION_H
 
+#include <zor/msg_wire.h>
+
 #include <cstdint>
 
 namespace zor {
@@ -10,6 +12,14 @@ namespace zor {
 // order, the periodic report and the trace settings. ZOR_E_REFUSED when no name was granted; ZOR_E_ARGUMENT without a
 // reply; any status of a synchronous request.
 std::uint32_t Register() noexcept;
+
+// The request for the name of the context.
+ZOR_MSG_HEAD NewRegistration() noexcept;
+
+// What a reply contains, in two steps: the byte order first, since the levels among the settings are swapped
+// accordingly and messages may be sent in between. Both replace what an earlier reply has set.
+void SetPeerByteOrder(const ZOR_MSG_HEAD &reply) noexcept;
+void ApplySettings(const ZOR_MSG_HEAD &reply) noexcept;
 
 // Ends the periodic report.
 void StopReports() noexcept;

@@ -16,6 +16,7 @@
 #include "message/context.h"
 #include "message/header.h"
 #include "sdk/msgapi/body_file.h"
+#include "sdk/msgapi/standing.h"
 #include "sdk/msgapi/transfer.h"
 #include "trace/trace_line.h"
 
@@ -140,7 +141,9 @@ std::uint32_t SendParts(const ZOR_MSG_HEAD &header, const void *body) noexcept {
   if (GoesStraightToFile(header)) {
     ZOR_MSG_HEAD own = header;
     CopyName(own.source, g_stMsgCtx.appName);
-    return SendByFile({g_stMsgCtx.socketFd, nullptr, 0}, own, body);
+    const std::uint32_t status = SendByFile({g_stMsgCtx.socketFd, nullptr, 0}, own, body);
+    if (status == ZOR_OK) NoteSent(own, body);
+    return status;
   }
   const MessagePtr msg = NewMessageBlock(header.bodyLength);
   if (msg == nullptr) return ZOR_E_NO_MEMORY;
@@ -160,7 +163,9 @@ uint32_t ZOR_MSG_Send(ZOR_MSG_HEAD *msg) {
     return ZOR_E_NOT_CONNECTED;
   }
   zor::CopyName(msg->source, g_stMsgCtx.appName);
-  return ZOR_MSG_SendEx(fd, msg);
+  const uint32_t status = ZOR_MSG_SendEx(fd, msg);
+  if (status == ZOR_OK) zor::NoteSent(*msg, zor::BodyOf(msg));
+  return status;
 }
 
 uint32_t ZOR_MSG_SendEx(int fd, ZOR_MSG_HEAD *msg) {

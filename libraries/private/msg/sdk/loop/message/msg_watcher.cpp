@@ -93,9 +93,13 @@ void OnReadable(UvIO *watcher, std::uint32_t) {
   ReadAndDispatchMessage(RecordOf<UvMsgWatcher>(&watcher->header));
 }
 
+void EndRequest(UvPendingReply *waiting, std::uint32_t status) {
+  const MallocPtr<UvPendingReply> record = TakeOff(waiting);
+  if (record->replyCallback != nullptr) record->replyCallback(nullptr, status, record->replyData);
+}
+
 void OnNoReply(void *data) {
-  const MallocPtr<UvPendingReply> record = TakeOff(static_cast<UvPendingReply *>(data));
-  if (record->replyCallback != nullptr) record->replyCallback(nullptr, kNoReply, record->replyData);
+  EndRequest(static_cast<UvPendingReply *>(data), kNoReply);
 }
 
 // For a watcher that is freed before its replies have come. The guards of the requests still call back, once each, and
@@ -133,6 +137,12 @@ std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher) noexcept {
   const std::uint32_t status = raw ? ReadRawChunk(watcher, received) : ReadWholeMessage(watcher, received);
   if (status == ZOR_OK) Dispatch(watcher, received);
   return status;
+}
+
+// Counting first leaves out requests that the callbacks add.
+void EndPendingReplies(UvMsgWatcher &watcher, std::uint32_t status) noexcept {
+  std::uint32_t left = ZOR_UTIL_ListGetCount(&watcher.pending);
+  for (; left != 0 && watcher.pending != nullptr; --left) EndRequest(watcher.pending, status);
 }
 
 }  // namespace zor

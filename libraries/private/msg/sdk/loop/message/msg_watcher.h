@@ -16,6 +16,10 @@ namespace zor {
 // these installs an ioCallback of its own around this function.
 std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher) noexcept;
 
+// Ends the requests that wait now: their callbacks get the status and no message, in their order. To be called from a
+// callback of the watcher, which a reply callback may delete.
+void EndPendingReplies(UvMsgWatcher &watcher, std::uint32_t status) noexcept;
+
 }  // namespace zor
 
 #endif
