@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <zor/msg.h>
+#include <zor/notifyclt.h>
 #include <zor/uv.h>
 
 #include <algorithm>
@@ -21,13 +22,23 @@ void OnSignal(UvIO *, uint32_t) {
   ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
 }
 
-// The bus stops reading a socket whose server has ended, but does not report that.
-bool IsServerThere() {
-  return g_stMsgCtx.watcher != nullptr && (g_stMsgCtx.watcher->io.events & UV_READABLE) != 0;
-}
-
-void OnIdle(UvIdle *, uint32_t) {
-  if (!IsServerThere()) ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
+// A restart of the whole system takes the notification client with it, which is a connection of its own.
+void OnLink(uint32_t event, void *data) {
+  auto &problems = *static_cast<ProblemLog *>(data);
+  switch (event) {
+    case ZOR_MSG_LINK_LOST:
+      problems.Print("the message server has gone; joining again");
+      break;
+    case ZOR_MSG_LINK_REFUSED:
+      problems.Print("the message server refuses the name %s; trying again", g_stMsgCtx.appName);
+      break;
+    case ZOR_MSG_LINK_REJOINED:
+      problems.Print("on the bus again as %s", g_stMsgCtx.appName);
+      ZOR_NOTIFYCLT_InitByName(g_stMsgCtx.appName);
+      break;
+    default:
+      break;
+  }
 }
 
 // The loop owns the record and the descriptor.
@@ -66,6 +77,10 @@ bool JoinBus(const char *name, ProblemLog &problems) {
     problems.Print("the message server refuses the name %s", name);
     return false;
   }
+  if (ZOR_MSG_SetLinkProc(OnLink, &problems) != ZOR_OK || ZOR_MSG_EnableRejoin(nullptr) != ZOR_OK) {
+    problems.Print("out of memory");
+    return false;
+  }
   std::printf("%s: on the bus as %s\n", problems.program().c_str(), name);
   std::fflush(stdout);
   TellReady();
@@ -77,12 +92,12 @@ bool JoinBus(const char *name, ProblemLog &problems) {
 ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems) {
   if (!JoinBus(name, problems)) return kExitFailure;
   Watchdog watchdog;
-  if (!WatchSignals(stop) || ZOR_UV_IdleStart(nullptr, OnIdle) == nullptr || !FeedFromLoop(watchdog)) {
+  if (!WatchSignals(stop) || !FeedFromLoop(watchdog)) {
     problems.Print("the loop cannot be set up");
     return kExitFailure;
   }
-  const bool served = ZOR_MSG_GetAndDispatch() == ZOR_OK && IsServerThere();
-  if (!served) problems.Print("the message server has gone");
+  const bool served = ZOR_MSG_GetAndDispatch() == ZOR_OK;
+  if (!served) problems.Print("the loop has failed");
   ZOR_MSG_Destroy();
   return served ? kExitOk : kExitFailure;
 }

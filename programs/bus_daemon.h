@@ -1,6 +1,5 @@
-// The life of a daemon that is a client of the bus: it joins, serves from the library's loop, and leaves. It also
-// leaves, with a failure, when the message server ends: the supervisor of the daemons starts it again together with the
-// server, and no unreachable daemon is reported as healthy.
+// The life of a daemon that is a client of the bus: it joins, serves from the library's loop, and leaves. When the
+// message server ends it goes on, and joins the bus again as soon as there is a server.
 #ifndef PROGRAMS_BUS_DAEMON_H
 #define PROGRAMS_BUS_DAEMON_H
 
@@ -12,7 +11,8 @@ namespace zor::daemon {
 
 // Joins the bus under a name, says so on standard output and to the service manager, dispatches messages to their
 // handlers until a signal arrives (kExitOk), and leaves the bus. kExitFailure, with a line, when there is no message
-// server, it refuses the name or ends, or the loop cannot run. The loop feeds the service manager's watchdog.
+// server at the start, it refuses the name then, or the loop cannot run. Lines say when the server is gone and when the
+// daemon is on the bus again. The loop feeds the service manager's watchdog.
 ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems);
 
 }  // namespace zor::daemon

@@ -18,9 +18,7 @@ namespace zor::test {
 
 class BusDaemonTest : public testing::Test {
  protected:
-  explicit BusDaemonTest(const char *program) : server_(Child::Program({MSGSVR_PROGRAM})), program_(program) {
-    EXPECT_TRUE(server_.WaitForOutput("listening"));
-  }
+  explicit BusDaemonTest(const char *program) : program_(program) { StartServer(); }
 
   Child Run(const std::string &settings = "") {
     std::ofstream(root_.Path("/settings")) << settings;
@@ -34,23 +32,39 @@ class BusDaemonTest : public testing::Test {
     daemon_->Signal(signal);
     return daemon_->Wait();
   }
+  // For a daemon that has been started: kills the server, starts another one, and waits until the daemon is its client.
+  void RestartServer() {
+    KillServer();
+    EXPECT_TRUE(LogHolds(": the message server has gone; joining again\n"));
+    StartServer();
+    EXPECT_TRUE(LogHolds(": on the bus again as ")) << errors_.Text();
+  }
   // For a daemon that has been started.
   void ExpectExitStatusThatSaysWhyItEnds() {
     EXPECT_EQ(Stop(SIGTERM), 0) << errors_.Text();
-    Start();
-    server_.Signal(SIGTERM);
-    EXPECT_EQ(daemon_->Wait(), 1);
-    EXPECT_THAT(errors_.Text(), testing::HasSubstr("the message server has gone"));
+    KillServer();
     EXPECT_EQ(Run().Wait(), 1) << "without a message server";
     EXPECT_EQ(Run("nonsense = 1\n").Wait(), 3);
   }
 
   TempRoot root_;
   Capture errors_{2};
-  Child server_;
+  std::optional<Child> server_;
   std::optional<Child> daemon_;
 
  private:
+  void StartServer() {
+    server_.emplace(Child::Program({MSGSVR_PROGRAM}));
+    EXPECT_TRUE(server_->WaitForOutput("listening"));
+  }
+  void KillServer() {
+    server_->Signal(SIGKILL);
+    server_->Wait();
+  }
+  bool LogHolds(const std::string &text) {
+    return WaitUntil([&] { return errors_.Text().find(text) != std::string::npos; });
+  }
+
   const char *program_;
 };
 

@@ -131,5 +131,13 @@ TEST_F(Cms, RefusesPathsAndFilesThatAreNone) {
   EXPECT_EQ(Para(), "kept");
 }
 
+TEST_F(Cms, JoinsTheBusAgainWhenTheServerWasKilled) {
+  RestartServer();
+  client_ = Connect("web");
+  SetPara("saved");
+  EXPECT_EQ(Ask(ZOR_MSG_DB_SAVE_SYNC), 0u);
+  ExpectExitStatusThatSaysWhyItEnds();
+}
+
 }  // namespace
 }  // namespace zor::test

@@ -10,6 +10,7 @@
 namespace zor::test {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -150,6 +151,18 @@ TEST_F(Syslogd, SetsADamagedFileAside) {
   EXPECT_TRUE(std::filesystem::exists(root_.Path("/online/log/syslog.db.damaged")));
   ZOR_LOG_API_Record_Log(kUpgrade, "admin", kEnd);
   EXPECT_THAT(Everything(), HasSubstr("admin"));
+}
+
+TEST_F(Syslogd, JoinsTheBusAgainWhenTheServerWasKilled) {
+  Start();
+  ZOR_LOG_API_Record_Log(kUpgrade, "before", kEnd);
+  EXPECT_THAT(Everything(), HasSubstr("before"));
+  RestartServer();
+  ZOR_MSG_Destroy();
+  ASSERT_EQ(ZOR_MSG_Init("tester"), ZOR_OK);
+  ZOR_LOG_API_Record_Log(kUpgrade, "after", kEnd);
+  EXPECT_THAT(Everything(), AllOf(HasSubstr("before"), HasSubstr("after")));
+  ExpectExitStatusThatSaysWhyItEnds();
 }
 
 }  // namespace
