@@ -34,6 +34,7 @@ int main() {
   if (ZOR_MSG_Init("lctrl") != ZOR_OK) return 1;
   std::signal(SIGTERM, [](int) { ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault()); });
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
+  ZOR_MSG_EnableRejoin(nullptr);  // a restart of the message server is survived
   ZOR_MSG_RegSyncMsgProc(ZOR_LCTRL_CHECK, OnLogin, 0, nullptr);
   ZOR_MSG_RegSyncMsgProc(ZOR_MSG_SAFE_EXIT, OnExit, 0, nullptr);
   std::printf("lctrl: on the bus\n");

@@ -117,6 +117,12 @@ ZOR_MSG_HEAD *OnExit(ZOR_MSG_HEAD *msg) {
   return ZOR_MSG_MsgResponseBuilder(msg, 0, nullptr, 0);
 }
 
+// The library joins the bus again by itself, and repeats the restful registration below.
+void OnLink(uint32_t event, void *) {
+  if (event == ZOR_MSG_LINK_LOST) std::printf(PROVIDER ": the message server has gone\n");
+  if (event == ZOR_MSG_LINK_REJOINED) std::printf(PROVIDER ": on the bus again\n");
+}
+
 }  // namespace
 
 int main() {
@@ -137,6 +143,8 @@ int main() {
   ZOR_MSG_RegSyncMsgProc(ZOR_MSG_SAFE_EXIT, OnExit, 0, nullptr);
   ZOR_MSG_RegRestfulProcsEx(DEMO_PATH, kLampPaths, "expand");
   ZOR_NOTIFYCLT_RegSyncMsgProc(DEMO_QUESTION, OnQuestion);
+  ZOR_MSG_SetLinkProc(OnLink, nullptr);
+  ZOR_MSG_EnableRejoin(nullptr);
 
   std::printf(PROVIDER ": registered, and granted the name %s\n", g_stMsgCtx.appName);
   const uint32_t status = ZOR_MSG_GetAndDispatch();

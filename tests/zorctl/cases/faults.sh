@@ -34,7 +34,7 @@ stop msgsvr
 # Trace settings for all daemons do not affect the output.
 printf 'trace.* = all=debug\n' >"$work/settings"
 start msgsvr --settings "$work/settings"
-run wait cms --timeout 0.1
+run wait fan --timeout 0.1
 
 # The output has no reader, is full, or is closed.
 run_unread complete types
