@@ -10,9 +10,29 @@ nm=$1
 shift
 
 # Lines of "ROOM/FILE.o NAME KIND ...". Functions of headers are weak in each object that uses them; the includes show
-# those.
-cat "$@" | while read -r folder object; do
-  file=$(echo "$folder${object##*.dir/}" | sed 's|/[.]/|/|g; s|^[.]/||; s|__/||g; s|^serviceapi/||')
-  [ -f "$object" ] || echo "$object is-not-built"
-  "$nm" -P "$object" | sed "s|^|$file |"
-done | awk -f "$here/rooms.awk" -f "$here/symbols.awk" "$here/layers.txt" -
+# those. One nm reads all objects: a process for each would take most of the time.
+list=$(cat "$@")
+echo "$list" | cut -d ' ' -f 2- | tr '\n' '\0' | xargs -0 "$nm" -A -P 2>&1 | {
+  echo "$list"
+  echo
+  cat
+} | awk '
+  /^$/ { listed = 1; next }
+  !listed {
+    object = substr($0, length($1) + 2)
+    file = object
+    sub(/.*[.]dir\//, "", file)
+    file = $1 file
+    while (sub(/\/[.]\//, "/", file)) {}
+    sub(/^[.]\//, "", file)
+    gsub(/__\//, "", file)
+    sub(/^serviceapi\//, "", file)
+    files[object] = file
+    next
+  }
+  {
+    end = index($0, ".o: ") + 1
+    object = substr($0, 1, end)
+    if (object in files) print files[object] substr($0, end + 2)
+    else print "nm: " $0
+  }' | awk -f "$here/rooms.awk" -f "$here/symbols.awk" "$here/layers.txt" -

@@ -1,10 +1,11 @@
 # Every strong definition, and what is needed from elsewhere.
-$2 == "is-not-built" {
-  wrong($1 " is not built")
+$1 == "nm:" {
+  wrong($0)
   next
 }
-{
-  room = room_of($1)
+$1 != file {
+  file = $1
+  room = room_of(file)
   if (room == "" && !($1 in unplaced)) {
     unplaced[$1]
     wrong($1 ": no room is known for this file")
