@@ -149,7 +149,12 @@ sub synopsis {
   return ('.Ft ' . $item->{type}, ".Fo $item->{name}", (map { '.Fa ' . argument($_) } @parameters), '.Fc');
 }
 
-# The types that prototypes name, and the callbacks that these name.
+sub is_callback {
+  my ($item) = @_;
+  return ($item->{text} // '') =~ /^typedef[^{]*\(\*/;
+}
+
+# The types that prototypes name, the callbacks that these name, and the records that callbacks get.
 sub named_types {
   my ($group) = @_;
   my (@types, %seen);
@@ -158,7 +163,8 @@ sub named_types {
     my $type = $items{$word};
     next unless $type && $type->{kind} eq 'Vt' && !$seen{$word}++;
     push @types, $type;
-    push @words, grep { $items{$_} && ($items{$_}{text} // '') =~ /^typedef[^{]*\(\*/ } $type->{text} =~ /(\w+)/g;
+    my $callback = is_callback($type);
+    push @words, grep { $items{$_} && ($callback || is_callback($items{$_})) } $type->{text} =~ /(\w+)/g;
   }
   return @types;
 }

@@ -28,8 +28,9 @@ typedef struct ZOR_STORE_ENTRY {
 /* Called for each entry, with the context that ZOR_STORE_List was given. Must not use the store. */
 typedef void (*ZOR_STORE_VISIT)(const ZOR_STORE_ENTRY *entry, void *context);
 
-/* Visits all entries as they are at one moment: parameters, objects, application data, each in the order of number,
-   instance and name. Values are not shown. After a failure, some entries may have been visited. */
+/* Visits a snapshot of all entries: parameters, objects, application data, each in the order of number, instance and
+   name. Values are not shown. After a failure, some entries may have been visited. Returns 0, also when the store is
+   empty; ZOR_STORE_E_ARGUMENT for a null function; ZOR_STORE_E_BUSY; ZOR_STORE_E_NO_MEMORY; ZOR_STORE_E_IO. */
 ZOR_API uint32_t ZOR_STORE_List(ZOR_STORE_VISIT visit, void *context);
 
 ZOR_END_DECLS
