@@ -7,7 +7,7 @@
  * 2. Results are 0 for success and -1 for a null argument or a system call that failed, unless a function says more.
  *    Out-parameters keep their value on failure, unless a function says otherwise.
  * 3. Paths of files are opened as given. Names of sockets stand for "/var/mlog/NAME", at most 107 characters in all,
- *    and a destination may be such a path. The name of an own socket must not contain a slash.
+ *    and a destination may be such a path. The name of a socket to open must not contain a slash.
  * 4. The datagrams and their sizes are in <zor/mlog_wire.h>.
  */
 #ifndef ZOR_MLOG_H
