@@ -55,8 +55,7 @@ int RegisteredClient(const char *name) {
   address.sun_family = AF_UNIX;
   ZOR_UTIL_FixedPath("/var/msgsvr", address.sun_path, sizeof address.sun_path);
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  Require(::connect(fd, static_cast<const sockaddr *>(static_cast<const void *>(&address)), sizeof address) == 0,
-          "connect");
+  Require(::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0, "connect");
   ZOR_MSG_HEAD head = {};
   head.type = ZOR_MSG_REGISTER_APP;
   std::snprintf(head.source, sizeof head.source, "%.11s", name);

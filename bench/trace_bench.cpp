@@ -98,8 +98,8 @@ void WrittenToStdout(const std::string &root) {
 void LogByHand(const sockaddr_un &own, const sockaddr_un &server) {
   const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   ::unlink(own.sun_path);
-  const auto *name = static_cast<const sockaddr *>(static_cast<const void *>(&own));
-  const auto *peer = static_cast<const sockaddr *>(static_cast<const void *>(&server));
+  const auto *name = reinterpret_cast<const sockaddr *>(&own);
+  const auto *peer = reinterpret_cast<const sockaddr *>(&server);
   Require(::bind(fd, name, sizeof own) == 0, "bind");
   char datagram[1024] = {1};
   struct timespec now = {};
@@ -122,7 +122,7 @@ void LogLines() {
   const sockaddr_un server = AddressOf("/var/mlog/mlogServer");
   const sockaddr_un own = AddressOf("/var/mlog/by_hand");
   const int sink = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  Require(::bind(sink, static_cast<const sockaddr *>(static_cast<const void *>(&server)), sizeof server) == 0, "bind");
+  Require(::bind(sink, reinterpret_cast<const sockaddr *>(&server), sizeof server) == 0, "bind");
   const Process reader([sink] {
     char datagram[1024];
     while (::recv(sink, datagram, sizeof datagram, 0) > 0) {

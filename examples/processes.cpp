@@ -83,7 +83,7 @@ void Server(const char *address, uint32_t flags, int family) {
   const int fd = ZOR_UTIL_SocketCreateServer(address, 0, flags);
   sockaddr_storage own = {};
   socklen_t length = sizeof own;
-  auto *generic = static_cast<sockaddr *>(static_cast<void *>(&own));
+  auto *generic = reinterpret_cast<sockaddr *>(&own);
   const bool bound = fd >= 0 && ::getsockname(fd, generic, &length) == 0 && own.ss_family == family;
   Check(bound && ::listen(fd, 1) == 0, std::string("server socket at ") + address);
   ZOR_UTIL_SocketClose(fd);

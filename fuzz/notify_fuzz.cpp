@@ -12,7 +12,7 @@ namespace notify = zor::notify;
 const ZOR_NOTIFY_MSG *current = nullptr;
 
 void CheckPart(const void *part) {
-  const auto *first = static_cast<const char *>(static_cast<const void *>(current + 1));
+  const auto *first = reinterpret_cast<const char *>(current + 1);
   const auto *at = static_cast<const char *>(part);
   Require(part == nullptr || (at >= first && at <= first + current->data_len), "data is inside");
   Require(part == nullptr || std::strlen(at) <= current->data_len, "data ends in a zero byte");

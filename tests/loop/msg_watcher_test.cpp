@@ -43,7 +43,7 @@ uint32_t PayloadLength(ZOR_MSG_HEAD *header, uint32_t *needsFixUp) {
 }
 
 void OnMessage(ZOR_MSG_HEAD *msg) {
-  seen.bodies.emplace_back(static_cast<const char *>(static_cast<const void *>(msg + 1)), msg->bodyLength);
+  seen.bodies.emplace_back(reinterpret_cast<const char *>(msg + 1), msg->bodyLength);
   if (seen.onMessage) seen.onMessage();
 }
 

@@ -45,7 +45,7 @@ TEST_F(SockBaseTest, ModesMeanDifferentThingsAtRegistrationAndLater) {
 }
 
 TEST_F(SockBaseTest, AFailedRegistrationClearsTheSlotAndKeepsTheSocketOpen) {
-  auto *slot = static_cast<SockBase *>(static_cast<void *>(this));
+  auto *slot = reinterpret_cast<SockBase *>(this);
   EXPECT_EQ(ZOR_UTIL_SockBaseReg(5000, 0, nullptr, ZOR_SOCK_MODE_READ, nullptr, &slot), ZOR_E_ARGUMENT);
   EXPECT_EQ(slot, nullptr);
   EXPECT_EQ(ZOR_UV_LoopGetDefault()->watchers, nullptr);

@@ -18,7 +18,7 @@ namespace zor::test {
 namespace {
 
 std::string BytesOf(const ZOR_MSG_HEAD *msg) {
-  return {static_cast<const char *>(static_cast<const void *>(msg)), ZOR_MSG_HEAD_SIZE + msg->bodyLength};
+  return {reinterpret_cast<const char *>(msg), ZOR_MSG_HEAD_SIZE + msg->bodyLength};
 }
 
 TEST(ResponseBuilder, RepliesToTheSenderWithTheRequestsTypeAndNumber) {

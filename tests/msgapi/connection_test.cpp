@@ -38,7 +38,7 @@ class Connection : public ::testing::Test {
     server_ = server.TakeOver();
     ::unlink(root_.Path("/var/msgsvr").c_str());
     ZOR_MSG_RegisterMsgProc([](ZOR_MSG_HEAD *msg, uint32_t length) {
-      const auto *body = static_cast<const char *>(static_cast<const void *>(msg + 1));
+      const auto *body = reinterpret_cast<const char *>(msg + 1);
       dispatched.push_back(std::to_string(msg->data) + ":" + std::string(body, length));
     });
     return status;

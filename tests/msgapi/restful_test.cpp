@@ -43,7 +43,7 @@ struct Request {
     msg->sequence = 42;
     std::memcpy(msg->source, "asker", 6);
   }
-  ZOR_MSG_RESTFUL_HEAD &body() { return *static_cast<ZOR_MSG_RESTFUL_HEAD *>(static_cast<void *>(msg.get() + 1)); }
+  ZOR_MSG_RESTFUL_HEAD &body() { return *reinterpret_cast<ZOR_MSG_RESTFUL_HEAD *>(msg.get() + 1); }
   void Dispatch() { ZOR_MSG_DefaultMsgProc(msg.get(), 0); }
   Block msg;
 };

@@ -29,7 +29,7 @@ Block NewMessage(uint32_t type, std::size_t bodyLength) {
 struct Received {
   uint32_t status;
   Block msg;
-  std::string body() const { return {static_cast<const char *>(static_cast<void *>(msg.get() + 1)), msg->bodyLength}; }
+  std::string body() const { return {reinterpret_cast<const char *>(msg.get() + 1), msg->bodyLength}; }
 };
 
 Received Receive(const BusPeer &from, uint32_t timeoutMs = 0, uint32_t convert = 1) {

@@ -114,7 +114,7 @@ std::string EncodeItems(const Values &items, uint32_t subType) {
   if (status != ZOR_OK) throw Failure(kExitUsage, "the body is too large", "give fewer or shorter items");
   block->capacity -= block->free;
   block->free = 0;
-  return {static_cast<const char *>(static_cast<const void *>(block.get())), block->capacity};
+  return {reinterpret_cast<const char *>(block.get()), block->capacity};
 }
 
 }  // namespace zor::ctl

@@ -21,7 +21,7 @@ uint32_t ZOR_MSG_BodyNeedEndianSwap(const void *) {
 
 ZOR_MSG_HEAD *ZOR_MSG_GetMsgHead(void *body) {
   if (body == nullptr) return nullptr;
-  return static_cast<ZOR_MSG_HEAD *>(static_cast<void *>(static_cast<char *>(body) - ZOR_MSG_HEAD_SIZE));
+  return reinterpret_cast<ZOR_MSG_HEAD *>(static_cast<char *>(body) - ZOR_MSG_HEAD_SIZE);
 }
 
 void *ZOR_MSG_GetMsgByHead(ZOR_MSG_HEAD *header) {

@@ -35,7 +35,7 @@ std::uint32_t MessageReader::ReadPayload(std::uint32_t length) noexcept {
   length_ += length;
   message_ = GuardedGrow(std::move(message_), headerLength, length_);
   if (message_ == nullptr) return ZOR_E_NO_MEMORY;
-  char *payload = static_cast<char *>(static_cast<void *>(message_.get())) + headerLength;
+  char *payload = reinterpret_cast<char *>(message_.get()) + headerLength;
   return ReadExactly(fd_, payload, length, rules_.payloadWaits);
 }
 

@@ -46,7 +46,7 @@ std::uint32_t ReportWriteError(int fd, const ZOR_NOTIFY_MSG &msg, std::size_t se
 }
 
 std::uint32_t WriteAll(int fd, const ZOR_NOTIFY_MSG &msg) {
-  const auto *bytes = static_cast<const std::byte *>(static_cast<const void *>(&msg));
+  const auto *bytes = reinterpret_cast<const std::byte *>(&msg);
   const std::size_t length = ZOR_NOTIFY_HEAD_SIZE + std::size_t{msg.data_len};
   for (std::size_t sent = 0; sent < length;) {
     const ssize_t count = WritePiece(fd, bytes + sent, length - sent);

@@ -17,7 +17,7 @@ NotifyPtr NewMessage(std::uint32_t destination, std::uint32_t type, std::uint64_
 void PutData(ZOR_NOTIFY_MSG &msg, std::uint32_t offset, const void *data, std::uint32_t length) noexcept;
 
 inline std::byte *DataOf(ZOR_NOTIFY_MSG &msg) noexcept {
-  return static_cast<std::byte *>(static_cast<void *>(&msg + 1));
+  return reinterpret_cast<std::byte *>(&msg + 1);
 }
 
 // Sends one message. Returns 0, ZOR_NOTIFY_E_NOT_WRITABLE, ZOR_NOTIFY_E_TIMEOUT (the peer is gone) or ZOR_NOTIFY_E_IO.

@@ -86,7 +86,7 @@ std::uint32_t WriteRest(const Target &to, const char *bytes, std::size_t length,
 // one that is not, or that is not open, is waited for.
 std::uint32_t Transmit(const Target &to, ZOR_MSG_HEAD &block, bool waited) {
   const ZOR_MSG_HEAD header = block;
-  const auto *bytes = static_cast<const char *>(static_cast<const void *>(&block));
+  const auto *bytes = reinterpret_cast<const char *>(&block);
   const std::size_t length = std::size_t{ZOR_MSG_HEAD_SIZE} + header.bodyLength;
   OutgoingHeader wire(block, g_stMsgCtx);
   ssize_t count = Write(to, bytes, length, waited ? 0 : MSG_DONTWAIT);

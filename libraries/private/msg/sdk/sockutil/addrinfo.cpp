@@ -21,7 +21,7 @@ AddrInfoList NewNode(const void *address, std::uint32_t length) {
   AddrInfoList node(static_cast<addrinfo *>(GuardedCalloc(std::uint64_t{sizeof(addrinfo)} + length)));
   if (node == nullptr) return node;
   node->ai_addrlen = length;
-  node->ai_addr = static_cast<sockaddr *>(static_cast<void *>(node.get() + 1));
+  node->ai_addr = reinterpret_cast<sockaddr *>(node.get() + 1);
   std::memcpy(node->ai_addr, address, length);
   return node;
 }
@@ -45,7 +45,7 @@ std::size_t ComparedLength(const addrinfo &node) {
 }
 
 const unsigned char *BytesOf(const addrinfo &node) {
-  return static_cast<const unsigned char *>(static_cast<const void *>(node.ai_addr));
+  return reinterpret_cast<const unsigned char *>(node.ai_addr);
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ using AddrInfoList = std::unique_ptr<addrinfo, AddrInfoDeleter>;
 template <class Address>
 const Address *AddressOf(const addrinfo &node) noexcept {
   if (node.ai_addr == nullptr || node.ai_addrlen < sizeof(Address)) return nullptr;
-  return static_cast<const Address *>(static_cast<const void *>(node.ai_addr));
+  return reinterpret_cast<const Address *>(node.ai_addr);
 }
 
 // The interface that counts when a caller names none.

@@ -130,7 +130,7 @@ std::int32_t CreateAt(addrinfo &address, const char *device, bool isUdp, const c
   const bool isIpv6 = address.ai_family == AF_INET6;
   UniqueFd server(::socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol));
   if (!server.valid() || !SetOptions(server.get(), isIpv6, isUdp)) return -1;
-  if (isIpv6) SetScope(*static_cast<sockaddr_in6 *>(static_cast<void *>(address.ai_addr)), isUdp, ifname);
+  if (isIpv6) SetScope(*reinterpret_cast<sockaddr_in6 *>(address.ai_addr), isUdp, ifname);
   if (device != nullptr) {
     const auto size = static_cast<socklen_t>(std::strlen(device) + 1);
     ::setsockopt(server.get(), SOL_SOCKET, SO_BINDTODEVICE, device, size);

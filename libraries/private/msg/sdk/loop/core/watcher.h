@@ -15,7 +15,7 @@ namespace zor {
 // The record that a watcher header opens.
 template <class Record>
 Record &RecordOf(UvWatcher *watcher) noexcept {
-  return *static_cast<Record *>(static_cast<void *>(watcher));
+  return *reinterpret_cast<Record *>(watcher);
 }
 
 // A walk in list order. The next watcher is chosen before the current one is handed out.
