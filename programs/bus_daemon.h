@@ -1,5 +1,5 @@
 // The life of a daemon that is a client of the bus: it joins, serves from the library's loop, and leaves. When the
-// message server ends it goes on, and joins the bus again as soon as there is a server.
+// message server ends it keeps running, and joins the bus again as soon as there is a server.
 #ifndef PROGRAMS_BUS_DAEMON_H
 #define PROGRAMS_BUS_DAEMON_H
 

@@ -81,7 +81,7 @@ std::optional<int64_t> Number(const char *name) {
 // Takes the text before the next ':' off the front of the names.
 std::string TakeName(std::string_view &names) {
   const size_t length = std::min(names.find(':'), names.size());
-  const std::string name(length == 0 ? kUnnamed : names.substr(0, length));
+  std::string name(length == 0 ? kUnnamed : names.substr(0, length));
   names.remove_prefix(std::min(length + 1, names.size()));
   return name;
 }

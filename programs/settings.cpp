@@ -78,7 +78,7 @@ std::string Settings::Text(std::string_view key, std::string fallback) {
 }
 
 std::string Settings::Path(std::string_view key, std::string fallback) {
-  const std::string path = Text(key, std::move(fallback));
+  std::string path = Text(key, std::move(fallback));
   if (!path.starts_with('/')) AddMistake(std::string(key) + " must be an absolute path");
   return path;
 }
