@@ -16,22 +16,31 @@ namespace zor::limits {
 inline constexpr std::uint32_t kSettingsFile = 1u << 20;
 // [lines] Lines on standard error in a burst, then one per second: left out and counted.
 inline constexpr int kProblemBurst = 20;
-// [descriptors] Descriptors that one client leaves unread: the client is cut off.
+// [descriptors] Descriptors that one client leaves unread: a further one is dropped.
 inline constexpr std::size_t kUnreadDescriptors = 16;  // scarcer than memory
 
 namespace msgsvr {
 
 // The message server.
 
-// [bytes] Output that one client leaves unread (setting queue_bytes): the client is cut off.
+// [bytes] Output that one client leaves unread (setting queue_bytes): further messages to it are refused.
 inline constexpr std::size_t kQueueBytes = 1048576;
 inline constexpr std::size_t kLeastQueueBytes = 16384;  // holds some of the longest messages
 inline constexpr std::size_t kMostQueueBytes = 64u << 20;
 // [connections] Connections at one time (setting max_clients): further ones are turned away.
 inline constexpr std::size_t kClients = 256;
 inline constexpr std::size_t kMostClients = 65536;
+// [s] Time to deliver what is queued when the server is stopped (setting stop_seconds): the log names the rest.
+inline constexpr std::uint32_t kStopSeconds = 5;
+inline constexpr std::uint32_t kMostStopSeconds = 60;
 // [ms] Time for which the sender to a slow reader is paused: it is read again.
 inline constexpr std::chrono::milliseconds kSenderPause{200};
+// [ms] Time in which a reader reads nothing: no sender is paused for it.
+inline constexpr std::chrono::milliseconds kReaderStall{100};
+// [ms] Time between log lines about what one client does not read: counted, and told with the next.
+inline constexpr std::uint32_t kRefusalPauseMs = 10000;
+// [types] Event types in the notice of missed events: further ones are only in its total.
+inline constexpr std::size_t kGapTypes = 16;
 // [bytes] Restful patterns of one client: not registered.
 inline constexpr std::size_t kPatternBytes = 16384;
 // [bytes] Request to the server in a body file: the rest is ignored.
@@ -48,11 +57,11 @@ inline constexpr std::size_t kTraceLevels = 64;  // so that the registration rep
 inline constexpr std::size_t kTraceNames = 256;
 // [requests] Pending requests of one client in a list for operators: the oldest is forgotten.
 inline constexpr std::size_t kPendingRequests = 16;
-// [messages] Unread messages of one client whose number and age are known: a lower bound is shown.
-inline constexpr std::size_t kDeliveries = 32;
+// [messages] Unread messages in a client's socket whose number, age and senders are known: a lower bound is shown.
+inline constexpr std::size_t kDeliveries = 1024;
 // [bytes] Restful patterns of one client in a list for operators: "..." instead of the rest.
 inline constexpr std::size_t kListedPatternBytes = 4096;
-// [names] Names of daemons that were cut off, with the number of lost messages: those of a further one are not shown.
+// [names] Names of daemons that have ended, with the number of lost messages: those of a further one are not shown.
 inline constexpr std::size_t kLossNames = 256;
 inline constexpr std::uint64_t kLeastTraceFileKiB = 1024;       // daemons ignore less
 inline constexpr std::size_t kControlInFile = 16384;            // sets all trace levels of a daemon

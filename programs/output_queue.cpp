@@ -64,6 +64,12 @@ bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, UniqueFd
   return true;
 }
 
+bool OutputQueue::Fits(std::initializer_list<size_t> sizes) const {
+  size_t cost = 0;
+  for (const size_t size : sizes) cost += CostOf(size);
+  return cost <= maxBytes_ - bytes_;
+}
+
 OutputQueue::State OutputQueue::Flush(int socket) {
   while (!messages_.empty()) {
     const ssize_t count = SendFront(socket);
@@ -72,6 +78,12 @@ OutputQueue::State OutputQueue::Flush(int socket) {
     Advance(static_cast<size_t>(count));
   }
   return State::kDrained;
+}
+
+size_t OutputQueue::bytesLeft() const {
+  size_t left = 0;
+  for (const Message &message : messages_) left += message.bytes.size() - message.sent;
+  return left;
 }
 
 void OutputQueue::DropFront() {

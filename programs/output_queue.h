@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <initializer_list>
 #include <list>
 #include <span>
 #include <vector>
@@ -34,6 +35,8 @@ class OutputQueue {
   // Appends a message of which the first bytes have been sent already. False, with nothing changed, when it does not
   // fit; the bytes count with what it costs to keep them.
   bool Push(std::span<const std::byte> message, size_t sent = 0, UniqueFd &&descriptor = UniqueFd());
+  // Whether messages of these sizes fit together.
+  bool Fits(std::initializer_list<size_t> sizes) const;
   // Sends until the queue is empty, the socket takes no more, or fails (errno says why).
   State Flush(int socket);
   // Gives up the first message.
@@ -43,6 +46,8 @@ class OutputQueue {
   // The cost of what is queued, to be compared with maxBytes().
   size_t bytes() const { return bytes_; }
   size_t maxBytes() const { return maxBytes_; }
+  // The bytes themselves that are still to be sent.
+  size_t bytesLeft() const;
   // What is queued; the first message may be partly sent.
   const std::list<Message> &messages() const { return messages_; }
 

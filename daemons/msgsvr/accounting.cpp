@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "msgsvr/frames.h"
-
 namespace zor::msgsvr {
 
 void PendingRequests::Add(const Request &request) {
@@ -29,21 +27,6 @@ void PendingRequests::Undo(uint32_t type, uint32_t sequence) {
     return request.type == type && request.sequence == sequence;
   });
   if (latest != requests_.rend()) requests_.erase(std::next(latest).base());
-}
-
-Deliveries::Unread Deliveries::UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const {
-  Unread unread{bytes, 0, 0, false};
-  uint64_t covered = 0;
-  const size_t known = std::min<size_t>(next_, latest_.size());
-  for (size_t back = 1; back <= known && covered < bytes; ++back) {
-    const Delivery &delivery = latest_[(next_ - back) % latest_.size()];
-    covered += delivery.bytes;
-    unread.oldestMs = nowMs - delivery.timeMs;
-    if (delivery.bytes >= ZOR_MSG_HEAD_SIZE) ++unread.messages;  // anything shorter is a descriptor frame
-  }
-  unread.atLeast = covered < bytes;
-  unread.messages = std::max<uint64_t>(unread.messages, queued);
-  return unread;
 }
 
 void Losses::Add(const AppName &name, uint64_t messages) {

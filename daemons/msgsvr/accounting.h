@@ -3,7 +3,6 @@
 #ifndef MSGSVR_ACCOUNTING_H
 #define MSGSVR_ACCOUNTING_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <unordered_map>
@@ -47,32 +46,7 @@ class PendingRequests {
   std::vector<Request> requests_;
 };
 
-// The messages most recently delivered to a client. They convert a number of unread bytes into a number of messages and
-// the age of the oldest.
-class Deliveries {
- public:
-  struct Unread {
-    uint64_t bytes;
-    uint64_t messages;
-    uint32_t oldestMs;  // age
-    bool atLeast;       // the true values are larger: the record does not reach back far enough
-  };
-
-  // The time comes from the server's millisecond clock, which may wrap.
-  void Add(size_t bytes, uint32_t nowMs) { latest_[next_++ % latest_.size()] = {static_cast<uint32_t>(bytes), nowMs}; }
-  // Describes this many unread bytes, which hold at least `queued` messages.
-  Unread UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const;
-
- private:
-  struct Delivery {
-    uint32_t bytes;
-    uint32_t timeMs;
-  };
-  std::array<Delivery, limits::msgsvr::kDeliveries> latest_{};
-  uint32_t next_ = 0;
-};
-
-// Messages lost when a daemon was cut off, kept until it reconnects.
+// Messages that daemons left unread when they were disconnected, kept until they reconnect.
 class Losses {
  public:
   void Add(const AppName &name, uint64_t messages);

@@ -51,6 +51,18 @@ bool BodyFiles::BelongsTo(const Client &sender, const Frame &frame) const {
   return sender.peer.local && !name.empty() && ::lstat(PathOf(name).c_str(), &status) == 0 && IsFileOf(sender, status);
 }
 
+std::string BodyFiles::NameIn(std::span<const std::byte> frame) {
+  return std::string(FileName(BodyOf(frame)));
+}
+
+bool BodyFiles::Exists(const std::string &name) const {
+  return ::access(PathOf(name).c_str(), F_OK) == 0;
+}
+
+void BodyFiles::RemoveNamed(const std::string &name) const {
+  ::unlink(PathOf(name).c_str());
+}
+
 void BodyFiles::Remove(std::span<const std::byte> frame) const {
   if (HasBodyFile(frame)) ::unlink(PathOf(FileName(BodyOf(frame))).c_str());
 }

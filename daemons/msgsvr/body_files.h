@@ -25,8 +25,13 @@ class BodyFiles {
   // Creates a file owned by the server. Returns the body that names it, or nothing if the system refuses.
   std::optional<std::vector<std::byte>> Create(std::span<const std::byte> content) const;
 
+  bool Exists(const std::string &name) const;
+  void RemoveNamed(const std::string &name) const;
+
   // The following require a frame that passed BelongsTo.
 
+  // The file's name in the directory.
+  static std::string NameIn(std::span<const std::byte> frame);
   // Deletes the file; does nothing for a frame whose body is not in a file.
   void Remove(std::span<const std::byte> frame) const;
   // Returns a copy of the frame with a body file of its own and the same content; nothing if the system refuses.

@@ -1,6 +1,9 @@
 #include "msgsvr/bus.h"
 
 #include <algorithm>
+#include <cerrno>
+
+#include "msgsvr/unread.h"
 
 namespace zor::msgsvr {
 
@@ -8,15 +11,66 @@ void Bus::End(Client &client) {
   if (client.ended) return;
   client.ended = true;
   someEnded_ = true;
-  counters.dropped += MessagesFor(client);
-  for (const auto &message : client.output.messages()) files.Remove(message.bytes);
+  LoseUnread(client);
+  TakeOffTables(client);
+  if (verbose && client.registered()) log.Print("%s disconnected", client.Label().c_str());
+}
+
+// Its messages now go to another client of its name, if there is one.
+void Bus::Deafen(Client &client, int error) {
+  if (error == ECONNRESET) client.reset = true;
+  if (client.ended || client.deaf) return;
+  client.deaf = true;
+  TakeOffTables(client);
+  deaf_.push_back(&client);
+}
+
+void Bus::TakeOffTables(Client &client) {
   patterns.Remove(client);
   barriers.Forget(client);
   monitors.Remove(client);
   if (!client.registered()) return;
-  if (verbose) log.Print("%s disconnected", client.Label().c_str());
   names.Remove(client.name, client);
   if (client.leaving && names.ClientsNamed(client.name).empty()) subscriptions.Forget(client.name);
+}
+
+void Bus::ForgetRead(Client &client) {
+  if (!client.deliveries.IsCheckDue() || client.ended || client.deaf) return;
+  const size_t queued = client.output.messages().size();
+  if (queued == 0 && !HasUnread(client.socket.get())) return client.deliveries.Clear();
+  client.deliveries.Trim(limits::msgsvr::kDeliveries + queued, [this](const auto &name) { return files.Exists(name); });
+}
+
+// Counts and names what the client has not read, leaves its senders to be told, and removes the body files.
+void Bus::LoseUnread(Client &client) {
+  uint64_t lost = 0;
+  for (const Delivered &delivered : UnreadBy(client)) {
+    if (delivered.bytes < ZOR_MSG_HEAD_SIZE || delivered.type == ZOR_MSG_CONTROL_COPY) continue;
+    ++lost;
+    if (delivered.from != 0 && delivered.from != client.id) {
+      undelivered_.push_back({delivered.from, delivered.type, delivered.sequence});
+    }
+  }
+  lost = std::max<uint64_t>(lost, MessagesFor(client));
+  for (const auto &message : client.output.messages()) files.Remove(message.bytes);
+  if (client.reset) {
+    for (const auto &file : client.deliveries.files()) files.RemoveNamed(file.name);
+  }
+  const uint64_t refused = client.refusals.TakeUntold();
+  if (lost + refused == 0) return;
+  counters.dropped += lost;
+  if (client.registered()) losses.Add(client.name, lost + client.refusals.total());
+  log.Print("%s has ended: %s%llu messages to it unread, %llu refused before", client.Label().c_str(),
+            client.reset && client.peer.local ? "at most " : "", static_cast<unsigned long long>(lost),
+            static_cast<unsigned long long>(refused));
+}
+
+// A local socket only says that something was unread, so all is taken for unread that has not been seen to be read. One
+// to another board says how much has not arrived there.
+std::vector<Delivered> Bus::UnreadBy(Client &client) {
+  if (client.reset) return client.deliveries.Unproven([this](const auto &name) { return files.Exists(name); });
+  const uint64_t onItsWay = client.peer.local ? 0 : UnsentBytes(client.socket.get());
+  return client.deliveries.Newest(client.output.bytesLeft() + onItsWay);
 }
 
 size_t Bus::MessagesFor(const Client &client) {
@@ -30,6 +84,11 @@ void Bus::CutOff(Client &client, const std::string &reason) {
   if (client.ended) return;
   log.Print("%s cut off: %s", client.Label().c_str(), reason.c_str());
   End(client);
+}
+
+void Bus::CutOffSlow(Client &client, size_t refused) {
+  const size_t lost = MessagesFor(client) + refused;
+  CutOff(client, "its output queue is full, " + std::to_string(lost) + " messages lost");
 }
 
 void Bus::Sweep() {

@@ -18,6 +18,13 @@
 
 namespace zor::msgsvr {
 
+// A message whose receiver ended without reading it.
+struct Undelivered {
+  uint64_t from;  // id of its sender
+  uint32_t type;
+  uint32_t sequence;
+};
+
 struct Bus {
   Bus(const BusSettings &busSettings, std::string messageDirectory, daemon::ProblemLog &problemLog)
       : settings(busSettings),
@@ -25,22 +32,35 @@ struct Bus {
         files(std::move(messageDirectory)),
         traceOverrides(busSettings.traceOverridesFile, problemLog) {}
 
-  // Takes the client off the bus; messages still queued for it are lost. Its record stays until Sweep, so callers that
+  // Takes the client off the bus; messages that it has not read are lost. Its record stays until Sweep, so callers that
   // still hold it need only check `ended`. Ending a client twice has no effect.
   void End(Client &client);
+  // Call it when writing to the client has failed: nothing reaches it any more, but what it has written before is read
+  // and routed before it ends.
+  void Deafen(Client &client, int error);
+  // The clients that Deafen has found since the last call.
+  std::vector<Client *> TakeDeaf() { return std::exchange(deaf_, {}); }
+  // The messages that clients have not read before they ended and whose senders can be told, since the last call.
+  std::vector<Undelivered> TakeUndelivered() { return std::exchange(undelivered_, {}); }
   // Messages queued for the client, without copies and descriptors.
   static size_t MessagesFor(const Client &client);
   // Ends a client that has broken a rule, and logs the reason.
   void CutOff(Client &client, const std::string &reason);
+  // Ends a client that does not read, where the settings say so; so many messages did not fit its queue.
+  void CutOffSlow(Client &client, size_t refused);
   // Releases the clients that have ended.
   void Sweep();
 
-  // Counts a message delivered to the client, including those of the server itself.
-  void CountDelivery(Client &to, size_t bytes) {
-    to.deliveries.Add(bytes, nowMs);
+  // Counts a message delivered to the client, including those of the server itself. Its sender, by id, is told if it
+  // goes unread; 0: nobody is.
+  void CountDelivery(Client &to, const ZOR_MSG_HEAD &head, uint64_t from) {
+    to.deliveries.Add({static_cast<uint32_t>(sizeof head + head.bodyLength), nowMs, head.type & ZOR_MSG_TYPE_MASK,
+                       head.sequence, from});
     ++to.counters.out;
     ++counters.out;
   }
+  // Forgets what the client has read, if it is time to ask the kernel. Everything counted must have been written.
+  void ForgetRead(Client &client);
 
   // Reads the clock once per turn, for everything that happens in it.
   void UpdateClock() {
@@ -69,7 +89,13 @@ struct Bus {
   uint32_t nowMs = 0;  // since `started`, modulo 2^32, as of this turn
 
  private:
+  void TakeOffTables(Client &client);
+  void LoseUnread(Client &client);
+  std::vector<Delivered> UnreadBy(Client &client);
+
   bool someEnded_ = false;
+  std::vector<Client *> deaf_;
+  std::vector<Undelivered> undelivered_;
 };
 
 }  // namespace zor::msgsvr

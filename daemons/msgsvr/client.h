@@ -13,8 +13,10 @@
 
 #include "common/unique_fd.h"
 #include "msgsvr/accounting.h"
+#include "msgsvr/deliveries.h"
 #include "msgsvr/events.h"
 #include "msgsvr/names.h"
+#include "msgsvr/refusals.h"
 #include "programs/output_queue.h"
 
 namespace zor::msgsvr {
@@ -52,6 +54,8 @@ struct Client {
   Counters counters;
   PendingRequests pending;
   Deliveries deliveries;
+  Refusals refusals;
+  EventGap gap;
 
   EventSet events;
   bool leaving = false;  // another daemon has asked it to exit for good
@@ -62,11 +66,16 @@ struct Client {
 
   // State in the event loop.
   bool ended = false;     // no longer on the bus; released at the end of the turn
+  bool deaf = false;      // nothing can be written to it; what it has written before is still read
+  bool reset = false;     // its end was closed before it had read everything
   bool readable = false;  // may pause unread bytes
   bool queued = false;    // in the list of clients to read
   bool hungUp = false;    // the peer has closed its end: read to the end
   bool paused = false;    // not read for a while, see PausedSenders
   bool flushing = false;  // its queue is sent when the socket becomes writable
+  bool stalled = false;   // reads nothing: no sender is paused for it
+  uint64_t flushes = 0;   // times that its socket has become writable again
+  int unsentWhenStalled = 0;
 };
 
 }  // namespace zor::msgsvr

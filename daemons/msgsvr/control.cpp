@@ -32,11 +32,12 @@ uint32_t ResultOf(TraceOverrides::Result result) {
 }  // namespace
 
 const Control::Entry Control::kEntries[] = {
-    {ZOR_MSG_CONTROL_LIST, &Control::List},
-    {ZOR_MSG_CONTROL_MONITOR, &Control::Monitor},
-    {ZOR_MSG_CONTROL_TRACE_GET, &Control::TraceGet},
-    {ZOR_MSG_CONTROL_TRACE_SET, &Control::TraceSet},
-    {ZOR_MSG_CONTROL_TRACE_CLEAR, &Control::TraceClear},
+    {ZOR_MSG_CONTROL_LIST, true, &Control::List},
+    {ZOR_MSG_CONTROL_MONITOR, true, &Control::Monitor},
+    {ZOR_MSG_CONTROL_TRACE_GET, true, &Control::TraceGet},
+    {ZOR_MSG_CONTROL_TRACE_SET, true, &Control::TraceSet},
+    {ZOR_MSG_CONTROL_TRACE_CLEAR, true, &Control::TraceClear},
+    {ZOR_MSG_CONTROL_GAPS, false, &Control::Gaps},
 };
 
 void Control::Handle(Client &from, const Frame &frame) {
@@ -52,11 +53,12 @@ Control::ControlReply Control::Perform(Client &from, const Frame &frame) {
     bus_.files.Remove(frame.bytes);
     if (!content) return {ZOR_CONTROL_FAILED, {}};
   }
-  if (!MayControl(from.peer)) return {ZOR_CONTROL_REFUSED, {}};
   const auto *entry = std::find_if(std::begin(kEntries), std::end(kEntries),
                                    [&](const Entry &candidate) { return candidate.type == frame.type(); });
-  if (entry == std::end(kEntries)) return {ZOR_CONTROL_UNKNOWN, {}};
-  return (this->*entry->handle)(from, content ? Body(*content) : frame.body());
+  const bool known = entry != std::end(kEntries);
+  if ((!known || entry->forOperators) && !MayControl(from.peer)) return {ZOR_CONTROL_REFUSED, {}};
+  if (!known) return {ZOR_CONTROL_UNKNOWN, {}};
+  return (this->*entry->handle)(from, frame, content ? Body(*content) : frame.body());
 }
 
 void Control::Send(Client &to, const Frame &request, const ControlReply &reply) {
@@ -72,14 +74,14 @@ void Control::SendInFile(Client &to, const Frame &request, const ControlReply &r
   if (!delivery_.Send(to, frame)) bus_.files.Remove(frame);
 }
 
-Control::ControlReply Control::List(Client &from, Body body) {
+Control::ControlReply Control::List(Client &from, const Frame &, Body body) {
   if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
   std::string text = ListText(bus_, from);
   if (text.empty()) return {ZOR_CONTROL_FAILED, {}};
   return {ZOR_CONTROL_OK, std::move(text)};
 }
 
-Control::ControlReply Control::Monitor(Client &from, Body body) {
+Control::ControlReply Control::Monitor(Client &from, const Frame &, Body body) {
   if (body.empty()) {
     // Copies made in this turn would otherwise stay in the queue.
     delivery_.FlushCopies();
@@ -92,7 +94,7 @@ Control::ControlReply Control::Monitor(Client &from, Body body) {
   return {bus_.monitors.Set(from, filter) ? ZOR_CONTROL_OK : ZOR_CONTROL_MALFORMED, {}};
 }
 
-Control::ControlReply Control::TraceGet(Client &, Body body) {
+Control::ControlReply Control::TraceGet(Client &, const Frame &, Body body) {
   const auto name = NameIn(body);
   if (!name || !name->IsGrantable()) return {ZOR_CONTROL_MALFORMED, {}};
   const TraceSettings trace = TraceSettingsOf(bus_.settings, bus_.traceOverrides, *name);
@@ -103,14 +105,20 @@ Control::ControlReply Control::TraceGet(Client &, Body body) {
   return {ZOR_CONTROL_OK, std::move(text)};
 }
 
-Control::ControlReply Control::TraceSet(Client &, Body body) {
+Control::ControlReply Control::TraceSet(Client &, const Frame &, Body body) {
   return {ResultOf(bus_.traceOverrides.Set(TextOf(body))), {}};
 }
 
-Control::ControlReply Control::TraceClear(Client &, Body body) {
+Control::ControlReply Control::TraceClear(Client &, const Frame &, Body body) {
   const auto name = body.empty() ? std::optional(AppName()) : NameIn(body);
   if (!name || (!name->empty() && !name->IsGrantable())) return {ZOR_CONTROL_MALFORMED, {}};
   return {ResultOf(bus_.traceOverrides.Clear(*name)), {}};
+}
+
+Control::ControlReply Control::Gaps(Client &from, const Frame &frame, Body body) {
+  if (!body.empty() || frame.head.data > 1) return {ZOR_CONTROL_MALFORMED, {}};
+  from.gap.Want(frame.head.data == 1);
+  return {ZOR_CONTROL_OK, {}};
 }
 
 }  // namespace zor::msgsvr

@@ -1,5 +1,5 @@
 // Control requests: operators' tools inspect and configure the server. Only root and the server's own user get more
-// than a refusal.
+// than a refusal, except to what a daemon asks for itself.
 #ifndef MSGSVR_CONTROL_H
 #define MSGSVR_CONTROL_H
 
@@ -31,7 +31,8 @@ class Control {
   };
   struct Entry {
     uint32_t type;
-    ControlReply (Control::*handle)(Client &from, Body body);
+    bool forOperators;
+    ControlReply (Control::*handle)(Client &from, const Frame &frame, Body body);
   };
   static const Entry kEntries[];
 
@@ -39,11 +40,12 @@ class Control {
   void Send(Client &to, const Frame &request, const ControlReply &reply);
   void SendInFile(Client &to, const Frame &request, const ControlReply &reply);
 
-  ControlReply List(Client &from, Body body);
-  ControlReply Monitor(Client &from, Body body);
-  ControlReply TraceGet(Client &from, Body body);
-  ControlReply TraceSet(Client &from, Body body);
-  ControlReply TraceClear(Client &from, Body body);
+  ControlReply List(Client &from, const Frame &frame, Body body);
+  ControlReply Monitor(Client &from, const Frame &frame, Body body);
+  ControlReply TraceGet(Client &from, const Frame &frame, Body body);
+  ControlReply TraceSet(Client &from, const Frame &frame, Body body);
+  ControlReply TraceClear(Client &from, const Frame &frame, Body body);
+  ControlReply Gaps(Client &from, const Frame &frame, Body body);
 
   Bus &bus_;
   Delivery &delivery_;

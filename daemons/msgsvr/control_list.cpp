@@ -25,15 +25,9 @@ void AddCounters(cJSON *object, const Counters &counters) {
   AddNumber(object, "dropped", counters.dropped);
 }
 
-size_t BytesLeft(const daemon::OutputQueue &queue) {
-  size_t bytes = 0;
-  for (const auto &message : queue.messages()) bytes += message.bytes.size() - message.sent;
-  return bytes;
-}
-
 void AddWaiting(cJSON *object, const Bus &bus, const Client &client, const UnreadBytes &kernel) {
   const auto inSocket = client.peer.local ? kernel.Of(client.socket.get()) : std::nullopt;
-  const auto unread = client.deliveries.UnreadOf(BytesLeft(client.output) + inSocket.value_or(0),
+  const auto unread = client.deliveries.UnreadOf(client.output.bytesLeft() + inSocket.value_or(0),
                                                  client.output.messages().size(), bus.nowMs);
   cJSON *waiting = cJSON_AddObjectToObject(object, "waiting");
   AddNumber(waiting, "bytes", unread.bytes);
@@ -111,6 +105,8 @@ std::string ClientText(const Bus &bus, const Client &client, bool self, const Un
   cJSON_AddBoolToObject(json.get(), "self", self);
   AddNumber(json.get(), "since", client.since);
   AddCounters(json.get(), client.counters);
+  AddNumber(json.get(), "refused", client.refusals.total());
+  if (client.refusals.total() > 0) AddNumber(json.get(), "refused_ms", bus.nowMs - client.refusals.latestMs());
   AddWaiting(json.get(), bus, client, kernel);
   AddEvents(json.get(), bus, client);
   AddPatterns(json.get(), bus, client);

@@ -2,7 +2,8 @@
 //
 // A forwarded frame stays in the receive buffer. Consecutive frames from one client to another form a run, which is
 // sent with one system call, straight from that buffer if nothing is queued ahead of it. What the socket does not
-// accept is queued; a client whose queue overflows is cut off. Nothing here ever blocks.
+// accept is queued. What does not fit the queue is refused: its receiver is slow, not dead, and gets what comes when it
+// has read again. Nothing here ever blocks.
 //
 // If a message cannot be delivered, its sender gets a notice with the message's type, whether or not it was one-way,
 // since only the sender knows; the body file, if there is one, is deleted.
@@ -48,7 +49,12 @@ class Delivery {
   // Call it when the client's socket has become writable.
   void FlushQueue(Client &client);
 
-  // A client whose queue has passed its half since the last call; null if there is none.
+  // Sends an event to a subscriber, after the notice of events that it has missed, if it wants one.
+  bool SendEvent(Client &to, std::span<const std::byte> event);
+  // Tells the senders of messages that went unread.
+  void TellUndelivered();
+
+  // A client whose queue a sender's message has taken past its half since the last call; null if there is none.
   Client *TakeCongested() { return std::exchange(congested_, nullptr); }
 
  private:
@@ -56,8 +62,10 @@ class Delivery {
   size_t Write(Client &to, std::span<const std::byte> frames);
   size_t Queue(Client &to, std::span<const std::byte> frames, size_t sent);
   void WatchForOutput(Client &to);
-  void LogLostDescriptor(const Client &to);
-  void Overflow(Client &to, std::span<const std::byte> rest);
+  bool Refused(Client &to, std::span<const std::byte> frame);
+  void Missed(Client &to);
+  void TakeBack(Client &to, std::span<const std::byte> frames);
+  void LogLostDescriptor(const Client &to, const char *reason);
 
   Bus &bus_;
   Client *runFrom_ = nullptr;

@@ -95,7 +95,7 @@ void Monitors::Copy(std::span<const std::byte> frame, const AppName &receiver, u
       if (!copy) copy.emplace(frame, receiver, outcome);
       const std::span<const std::byte> bytes = copy->For(client.name, monitor.missed);
       queued = client.output.Push(bytes);
-      if (queued) client.deliveries.Add(bytes.size(), nowMs);
+      if (queued) client.deliveries.Add({static_cast<uint32_t>(bytes.size()), nowMs, ZOR_MSG_CONTROL_COPY, 0, 0});
     }
     if (queued) {
       monitor.missed = 0;

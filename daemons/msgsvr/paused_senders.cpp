@@ -1,18 +1,38 @@
 #include "msgsvr/paused_senders.h"
 
+#include "msgsvr/unread.h"
 #include "programs/limits.h"
 
 namespace zor::msgsvr {
 
-void PausedSenders::Add(Client &sender, const Client &reader, Clock::time_point now) {
-  if (sender.paused) return;
-  sender.paused = true;
-  pausedSenders_.push_back({&sender, &reader, now + limits::msgsvr::kSenderPause});
+PausedSenders::Progress PausedSenders::ProgressOf(const Client &reader) {
+  return {reader.flushes, UnsentBytes(reader.socket.get())};
 }
 
-bool PausedSenders::IsOver(const Pause &pause, Clock::time_point now) {
-  const daemon::OutputQueue &queue = pause.reader->output;
-  return pause.sender->ended || pause.reader->ended || now >= pause.until || queue.bytes() <= queue.maxBytes() / 4;
+void PausedSenders::Add(Client &sender, Client &reader, Clock::time_point now) {
+  if (sender.paused || reader.ended || reader.deaf) return;
+  const Progress progress = ProgressOf(reader);
+  if (reader.stalled && progress == Progress{reader.flushes, reader.unsentWhenStalled}) return;
+  reader.stalled = false;
+  sender.paused = true;
+  pausedSenders_.push_back({&sender, &reader, now + limits::msgsvr::kSenderPause, progress, now});
+}
+
+bool PausedSenders::IsOver(Pause &pause, Clock::time_point now) {
+  Client &reader = *pause.reader;
+  if (pause.sender->ended || reader.ended || reader.deaf || now >= pause.until ||
+      reader.output.bytes() <= reader.output.maxBytes() / 4) {
+    return true;
+  }
+  const Progress progress = ProgressOf(reader);
+  if (progress != pause.progress) {
+    pause.progress = progress;
+    pause.progressAt = now;
+  }
+  if (now - pause.progressAt < limits::msgsvr::kReaderStall) return false;
+  reader.stalled = true;
+  reader.unsentWhenStalled = progress.unsent;
+  return true;
 }
 
 }  // namespace zor::msgsvr

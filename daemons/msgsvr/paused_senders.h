@@ -1,8 +1,8 @@
 // Senders that are not read for a moment because a client to which they send cannot keep up.
 //
-// Otherwise a fast sender would fill the queue of a slightly slower reader and get it cut off. So a sender whose
-// message takes a queue past its half is paused until that queue has drained to a quarter, but only for a short while:
-// a reader that has stopped does not stop its senders, and is soon cut off.
+// Otherwise a fast sender would fill the queue of a slightly slower reader, and its messages would be refused. So a
+// sender whose message takes a queue past its half is paused until that queue has drained to a quarter, but only for a
+// short while, and not for a reader that makes no progress. Events pause nobody: a publisher never waits.
 #ifndef MSGSVR_PAUSED_SENDERS_H
 #define MSGSVR_PAUSED_SENDERS_H
 
@@ -15,11 +15,11 @@ namespace zor::msgsvr {
 class PausedSenders {
  public:
   bool empty() const { return pausedSenders_.empty(); }
-  void Add(Client &sender, const Client &reader, Clock::time_point now);
+  void Add(Client &sender, Client &reader, Clock::time_point now);
   // Ends the pauses that are over and calls `resume` with their senders. Call it before ended clients are released.
   template <typename Resume>
   void Release(Clock::time_point now, Resume resume) {
-    std::erase_if(pausedSenders_, [&](const Pause &pause) {
+    std::erase_if(pausedSenders_, [&](Pause &pause) {
       if (!IsOver(pause, now)) return false;
       pause.sender->paused = false;
       resume(*pause.sender);
@@ -28,12 +28,21 @@ class PausedSenders {
   }
 
  private:
+  // How far a reader has come: it changes when the reader reads.
+  struct Progress {
+    uint64_t flushes;
+    int unsent;
+    friend bool operator==(const Progress &, const Progress &) = default;
+  };
   struct Pause {
     Client *sender;
-    const Client *reader;
+    Client *reader;
     Clock::time_point until;
+    Progress progress;
+    Clock::time_point progressAt;
   };
-  static bool IsOver(const Pause &pause, Clock::time_point now);
+  static Progress ProgressOf(const Client &reader);
+  static bool IsOver(Pause &pause, Clock::time_point now);
 
   std::vector<Pause> pausedSenders_;
 };

@@ -70,7 +70,7 @@ void Router::PublishEvent(Client &from, const Frame &frame) {
   CollectSubscribers(frame);
   if (subscribers_.empty()) delivery_.CopyUndelivered(frame);
   if (frame.bodyInFile()) return PublishEventInFile(from, frame);
-  for (Client *subscriber : subscribers_) delivery_.Send(*subscriber, frame.bytes);
+  for (Client *subscriber : subscribers_) delivery_.SendEvent(*subscriber, frame.bytes);
 }
 
 // Each receiver deletes its file, so each gets a file of its own. All files exist before the first receiver gets its
@@ -90,7 +90,7 @@ void Router::PublishEventInFile(Client &from, const Frame &frame) {
     }
   }
   for (size_t i = 0; i < copies.size(); ++i) {
-    if (!copies[i].empty() && !delivery_.Send(*subscribers_[i], copies[i])) bus_.files.Remove(copies[i]);
+    if (!copies[i].empty() && !delivery_.SendEvent(*subscribers_[i], copies[i])) bus_.files.Remove(copies[i]);
   }
 }
 
@@ -98,7 +98,7 @@ void Router::CollectSubscribers(const Frame &frame) {
   const size_t bit = frame.type() - ZOR_MSG_EVENT_FIRST;
   subscribers_.clear();
   for (Client &client : bus_.clients) {
-    if (client.ended || !client.registered() || (frame.bodyInFile() && !client.peer.local)) continue;
+    if (client.ended || client.deaf || !client.registered() || (frame.bodyInFile() && !client.peer.local)) continue;
     const bool named = bus_.subscriptions.IsWanted(client.name, bit) && bus_.names.Oldest(client.name) == &client;
     if (named || Wants(client.events, bit)) subscribers_.push_back(&client);
   }

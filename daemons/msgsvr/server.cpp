@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "msgsvr/farewell.h"
 #include "programs/limits.h"
 #include "programs/peer.h"
 
@@ -41,9 +42,17 @@ bool IsZero(std::span<const std::byte> bytes) {
 bool Server::Run() {
   if (!Watch()) return false;
   while (running_) Turn();
+  StopListening();
+  Farewell(bus_, router_.delivery(), stop_).Say(bus_.settings.stopTime);
   for (Client &client : bus_.clients) bus_.End(client);
   bus_.Sweep();
   return true;
+}
+
+void Server::StopListening() {
+  for (const Listener &listener : {local_, tcp_}) {
+    if (listener.fd >= 0) bus_.poll.Remove(listener.fd);
+  }
 }
 
 bool Server::Watch() {
@@ -57,7 +66,9 @@ void Server::Turn() {
   bus_.UpdateClock();
   for (const epoll_event &event : events) HandleEvent(event);
   ReadReady();
+  router_.delivery().TellUndelivered();
   router_.delivery().FlushCopies();
+  ReadDeaf();
   CheckTimers();
   std::erase_if(ready_, [](const Client *client) { return client->ended; });
   bus_.Sweep();
@@ -135,15 +146,18 @@ void Server::Read(Client &client) {
   std::copy(client.partial.begin(), client.partial.end(), buffer_.begin());
   const std::span<std::byte> room = std::span(buffer_).subspan(kept);
   Received received = Receive(client.socket.get(), room);
-  if (received.count < 0 && errno == EAGAIN) {
+  if (received.count < 0 && errno == EAGAIN && !client.deaf) {
     client.readable = false;
     return;
   }
-  if (received.count <= 0) return bus_.End(client);
+  if (received.count <= 0) {
+    if (received.count < 0 && (errno == ECONNRESET || errno == ETIMEDOUT)) client.reset = true;
+    return bus_.End(client);
+  }
   // A short read means that nothing is left, unless a descriptor ended the read or the end of the stream is still
   // pending, which no further event will announce.
   const auto count = static_cast<size_t>(received.count);
-  client.readable = count == room.size() || received.descriptor.valid() || client.hungUp;
+  client.readable = count == room.size() || received.descriptor.valid() || client.hungUp || client.deaf;
   if (received.excessive) return bus_.CutOff(client, "it sent more than one descriptor at a time");
   HandleInput(client, std::span(buffer_).first(kept + count), received);
 }
@@ -172,6 +186,11 @@ void Server::HandleDescriptor(Client &client, std::span<const std::byte> rest, U
   if (rest.size() == 2) return router_.delivery().PassDescriptor(client, std::move(descriptor));
   client.halfDescriptor = std::move(descriptor);
   client.partial.assign(rest.begin(), rest.end());
+}
+
+// No event announces them again.
+void Server::ReadDeaf() {
+  for (Client *client : bus_.TakeDeaf()) MarkReadable(*client);
 }
 
 int Server::TimeoutMs() const {

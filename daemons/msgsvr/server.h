@@ -33,6 +33,7 @@ class Server {
   };
 
   bool Watch();
+  void StopListening();
   void Turn();
   void HandleEvent(const epoll_event &event);
   void Accept(const Listener &listener);
@@ -47,6 +48,7 @@ class Server {
   void HandleDescriptor(Client &client, std::span<const std::byte> rest, UniqueFd descriptor);
 
   int TimeoutMs() const;
+  void ReadDeaf();
   void CheckTimers();
   void CheckReports(Clock::time_point now);
 

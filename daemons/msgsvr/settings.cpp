@@ -12,7 +12,9 @@
 namespace zor::msgsvr {
 
 const char kSettingsHelp[] =
-    "  queue_bytes = 1048576     unread output after which a client is cut off\n"
+    "  queue_bytes = 1048576     unread output of a client after which messages to it are refused\n"
+    "  slow_reader = refuse      or cut_off: disconnect a client whose unread output is that much\n"
+    "  stop_seconds = 5          time to deliver what is queued when the server is stopped\n"
     "  max_clients = 256         maximum number of connections\n"
     "  tcp =                     ADDRESS:PORT (IPv4) to listen on for daemons on other boards; port 0: any\n"
     "  kept_file = /var/lib/zor/msgsvr.trace  stores the trace overrides that operators' tools set\n"
@@ -154,8 +156,13 @@ BusSettings ReadSettings(daemon::Settings &settings) {
   BusSettings result{};
   result.queueBytes = static_cast<size_t>(settings.Number(
       "queue_bytes", limits::msgsvr::kQueueBytes, limits::msgsvr::kLeastQueueBytes, limits::msgsvr::kMostQueueBytes));
+  const std::string slow = settings.Text("slow_reader", "refuse");
+  if (slow != "refuse" && slow != "cut_off") settings.AddMistake("slow_reader: neither refuse nor cut_off: " + slow);
+  result.cutOffSlowReaders = slow == "cut_off";
   result.maxClients =
       static_cast<size_t>(settings.Number("max_clients", limits::msgsvr::kClients, 1, limits::msgsvr::kMostClients));
+  result.stopTime = std::chrono::seconds(
+      settings.Number("stop_seconds", limits::msgsvr::kStopSeconds, 0, limits::msgsvr::kMostStopSeconds));
   result.tcp = settings.Text("tcp", "");
   result.traceOverridesFile = settings.Path("kept_file", "/var/lib/zor/msgsvr.trace");
   ReadRoutes(settings, result);

@@ -2,6 +2,7 @@
 #ifndef MSGSVR_SETTINGS_H
 #define MSGSVR_SETTINGS_H
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -59,7 +60,9 @@ std::string_view TraceLevelName(uint32_t level);
 
 struct BusSettings {
   size_t queueBytes;
+  bool cutOffSlowReaders;
   size_t maxClients;
+  std::chrono::seconds stopTime;
   std::string tcp;  // ADDRESS:PORT, or empty
   std::string traceOverridesFile;
   std::vector<Route> routes;

@@ -100,9 +100,9 @@ std::optional<uint32_t> UnreadBytes::Of(int socket) const {
   return peer == byInode_.end() ? std::nullopt : peer->second.unread;
 }
 
-bool HasUnread(int socket) {
+int UnsentBytes(int socket) {
   int bytes = 0;
-  return ::ioctl(socket, SIOCOUTQ, &bytes) == 0 && bytes > 0;
+  return ::ioctl(socket, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
 }
 
 }  // namespace zor::msgsvr

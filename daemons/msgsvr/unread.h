@@ -31,8 +31,12 @@ class UnreadBytes {
   std::unordered_map<uint32_t, Socket> byInode_;
 };
 
-// Whether data is in flight to the other end, for any kind of socket.
-bool HasUnread(int socket);
+// What has not been read at the other end of a local socket, as the kernel accounts for it, or has not reached the
+// other end of one to another board, in bytes.
+int UnsentBytes(int socket);
+inline bool HasUnread(int socket) {
+  return UnsentBytes(socket) > 0;
+}
 
 }  // namespace zor::msgsvr
 

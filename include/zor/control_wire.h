@@ -1,5 +1,6 @@
 /* Inspecting and configuring the message server: its own requests, for operators' tools. They name no destination and
-   are granted only when the sender's connection is local and its user is root or the server's own. The reply to each is
+   are granted only when the sender's connection is local and its user is root or the server's own; ZOR_MSG_CONTROL_GAPS
+   is granted to everyone. The reply to each is
    a message of its type, whose data word is one of ZOR_CONTROL_*; a reply that is too long for the socket travels in a
    file, like any body. Byte-level description: docs/protocol.md. */
 #ifndef ZOR_CONTROL_WIRE_H
@@ -16,6 +17,8 @@
 #define ZOR_MSG_CONTROL_TRACE_GET UINT32_C(0xFF003)   /* 12-byte name; reply: JSON, its settings at registration */
 #define ZOR_MSG_CONTROL_TRACE_SET UINT32_C(0xFF004)   /* JSON of that shape with "name": the members given replace */
 #define ZOR_MSG_CONTROL_TRACE_CLEAR UINT32_C(0xFF005) /* 12-byte name: back to the settings file; empty: all names */
+#define ZOR_MSG_CONTROL_GAPS UINT32_C(0xFF010)        /* no body; data word 1: tell me of events I miss, 0: no longer */
+#define ZOR_MSG_CONTROL_GAP UINT32_C(0xFF011) /* from the server, before the next event: ZOR_CONTROL_GAP, types */
 #define ZOR_MSG_CONTROL_LAST UINT32_C(0xFF0FF)
 
 /* The data word of a reply. */
@@ -49,5 +52,18 @@ typedef struct {
   uint32_t frameSize; /* of the whole frame, cut or not */
   char receiver[ZOR_MSG_NAME_SIZE];
 } ZOR_CONTROL_COPY;
+
+/* The events that a subscriber has missed, because it did not read, since it was last told. ZOR_CONTROL_GAP_TYPE
+   follows `types` times; when there are too many types, some are only in `events`. */
+typedef struct {
+  uint64_t sinceUs; /* since 1970, UTC: the first of them */
+  uint32_t events;  /* all of them */
+  uint32_t types;
+} ZOR_CONTROL_GAP;
+
+typedef struct {
+  uint32_t type;
+  uint32_t events;
+} ZOR_CONTROL_GAP_TYPE;
 
 #endif

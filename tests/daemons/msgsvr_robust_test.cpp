@@ -69,8 +69,8 @@ TEST_F(MsgsvrTest, SurvivesGarbageWhileHonestDaemonsTalk) {
   }
 }
 
-TEST_F(OwnMsgsvrTest, CutsOffAReaderThatHasStoppedAndSaysWhatItLost) {
-  Start("queue_bytes = 100000\n");
+TEST_F(OwnMsgsvrTest, CutsOffAReaderThatHasStoppedWhereTheSettingsSaySo) {
+  Start("queue_bytes = 100000\nslow_reader = cut_off\n");
   const WireClient stopped = Client("stopped");
   const WireClient flooder = Client("flooder");
   Child traffic = Child::Function([&] {

@@ -1,0 +1,49 @@
+#include "msgsvr/deliveries.h"
+
+#include <zor/msg_wire.h>
+
+#include <algorithm>
+
+namespace zor::msgsvr {
+
+void Deliveries::DropNewest(size_t count) {
+  records_.resize(records_.size() - std::min(count, records_.size()));
+  while (!files_.empty() && files_.back().record >= base_ + records_.size()) files_.pop_back();
+}
+
+void Deliveries::Clear() {
+  constexpr size_t kKept = 64;  // an idle client that was busy once does not keep its memory
+  base_ += records_.size();
+  records_.clear();
+  if (records_.capacity() > kKept) records_.shrink_to_fit();
+  files_.clear();
+  checkAt_ = kFirstCheck;
+}
+
+void Deliveries::Forget(size_t count) {
+  count = std::min(count, records_.size());
+  records_.erase(records_.begin(), records_.begin() + static_cast<std::ptrdiff_t>(count));
+  base_ += count;
+}
+
+Deliveries::Unread Deliveries::UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const {
+  Unread unread{bytes, 0, 0, false};
+  uint64_t covered = 0;
+  for (auto record = records_.rbegin(); record != records_.rend() && covered < bytes; ++record) {
+    covered += record->bytes;
+    unread.oldestMs = nowMs - record->timeMs;
+    if (record->bytes >= ZOR_MSG_HEAD_SIZE) ++unread.messages;  // anything shorter is a descriptor frame
+  }
+  unread.atLeast = covered < bytes;
+  unread.messages = std::max<uint64_t>(unread.messages, queued);
+  return unread;
+}
+
+std::vector<Delivered> Deliveries::Newest(uint64_t bytes) const {
+  uint64_t covered = 0;
+  auto first = records_.end();
+  while (first != records_.begin() && covered < bytes) covered += (--first)->bytes;
+  return {first, records_.end()};
+}
+
+}  // namespace zor::msgsvr

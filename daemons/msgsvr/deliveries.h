@@ -1,0 +1,96 @@
+// The messages delivered to a client that it has perhaps not read yet, oldest first. They convert a number of unread
+// bytes into messages and the age of the oldest, and say who must be told, and which body files are left, when the
+// client ends without having read them.
+//
+// The kernel does not say which messages a client has read, only, now and then, that nothing is left: then the record
+// starts afresh. It is asked so rarely that it costs nothing, and the record is bounded.
+#ifndef MSGSVR_DELIVERIES_H
+#define MSGSVR_DELIVERIES_H
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zor::msgsvr {
+
+struct Delivered {
+  uint32_t bytes;
+  uint32_t timeMs;  // of the server's millisecond clock, which may wrap
+  uint32_t type;
+  uint32_t sequence;
+  uint64_t from;  // id of the sender that is told when it goes unread; 0: nobody
+};
+
+class Deliveries {
+ public:
+  struct Unread {
+    uint64_t bytes;
+    uint64_t messages;
+    uint32_t oldestMs;  // age
+    bool atLeast;       // the true values are larger: the record does not reach back far enough
+  };
+
+  void Add(const Delivered &delivered) { records_.push_back(delivered); }
+  // Notes the body file of the message that is added next.
+  void AddFile(std::string name) { files_.push_back({base_ + records_.size(), std::move(name)}); }
+  // Removes the newest records: they were refused after all.
+  void DropNewest(size_t count);
+  // Everything has been read.
+  void Clear();
+  // Whether the client has read the newest record, since it has replied to it.
+  bool IsNewest(uint32_t type, uint32_t sequence) const {
+    return !records_.empty() && records_.back().type == type && records_.back().sequence == sequence;
+  }
+
+  // Whether it is time to ask the kernel, and then either Clear or Trim.
+  bool IsCheckDue() const { return records_.size() >= checkAt_; }
+  // Forgets the oldest records beyond that many, and files that their reader has deleted.
+  template <typename Exists>
+  void Trim(size_t most, Exists exists) {
+    if (records_.size() > most) Forget(records_.size() - most);
+    ForgetReadFiles(exists);
+    checkAt_ = std::max(kFirstCheck, records_.size() * 2);
+  }
+
+  // Describes this many unread bytes, which hold at least `queued` messages.
+  Unread UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const;
+  // The records that hold the last so many bytes.
+  std::vector<Delivered> Newest(uint64_t bytes) const;
+  // All that may be unread: whatever precedes a file that has been deleted was read.
+  template <typename Exists>
+  std::vector<Delivered> Unproven(Exists exists) {
+    ForgetReadFiles(exists);
+    return records_;
+  }
+
+  struct File {
+    uint64_t record;  // number of its message
+    std::string name;
+  };
+  const std::vector<File> &files() const { return files_; }
+
+ private:
+  template <typename Exists>
+  void ForgetReadFiles(Exists exists) {
+    size_t read = files_.size();
+    while (read > 0 && exists(files_[read - 1].name)) --read;
+    if (read == 0) return;
+    const uint64_t record = files_[read - 1].record;
+    files_.erase(files_.begin(), files_.begin() + static_cast<std::ptrdiff_t>(read));
+    if (record >= base_) Forget(static_cast<size_t>(record - base_) + 1);
+  }
+  void Forget(size_t count);
+
+  std::vector<Delivered> records_;
+  std::vector<File> files_;
+  uint64_t base_ = 0;  // number of the oldest record
+  size_t checkAt_ = kFirstCheck;
+
+  static constexpr size_t kFirstCheck = 4;
+};
+
+}  // namespace zor::msgsvr
+
+#endif
