@@ -123,7 +123,8 @@ std::uint32_t SendAlignedCopy(ZOR_MSG_HEAD *msg, Send send) {
   const std::uint64_t bodyLength = HeaderAt(msg).bodyLength;
   const MessagePtr copy = NewMessageBlock(bodyLength);
   if (copy == nullptr) return ZOR_E_NO_MEMORY;
-  std::memcpy(static_cast<void *>(copy.get()), static_cast<const void *>(msg), ZOR_MSG_HEAD_SIZE + bodyLength);
+  std::memcpy(static_cast<void *>(copy.get()), static_cast<const void *>(msg),
+              static_cast<std::size_t>(ZOR_MSG_HEAD_SIZE + bodyLength));
   const std::uint32_t status = send(copy.get());
   StoreHeader(msg, *copy);
   return status;
