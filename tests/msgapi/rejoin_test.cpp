@@ -21,7 +21,6 @@ namespace zor::test {
 namespace {
 
 using testing::AllOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::Ge;
@@ -112,7 +111,7 @@ class Rejoin : public testing::Test {
     static std::string kept = label;
     ASSERT_EQ(ZOR_MSG_SetLinkProc(OnLink, kept.data()), ZOR_OK);
   }
-  // "type data body" of all that has arrived since the registration; bodies in files are read.
+  // "type data body" of all that has arrived since the registration, bodies up to their NUL; those in files are read.
   std::vector<std::string> Repeated() {
     std::vector<std::string> found;
     while (!server_.NothingArrived()) {
