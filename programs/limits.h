@@ -41,6 +41,12 @@ inline constexpr std::chrono::milliseconds kReaderStall{100};
 inline constexpr std::uint32_t kRefusalPauseMs = 10000;
 // [types] Event types in the notice of missed events: further ones are only in its total.
 inline constexpr std::size_t kGapTypes = 16;
+// [s] Time without an answer from another board (setting board_seconds): its connection ends.
+inline constexpr std::uint32_t kBoardSeconds = 12;
+inline constexpr std::uint32_t kLeastBoardSeconds = 3;
+inline constexpr std::uint32_t kMostBoardSeconds = 3600;
+// [s] Age of a body file that belongs to no message in transit: removed at a start or after a client has ended.
+inline constexpr std::chrono::seconds kBodyFileAge{600};
 // [bytes] Restful patterns of one client: not registered.
 inline constexpr std::size_t kPatternBytes = 16384;
 // [bytes] Request to the server in a body file: the rest is ignored.

@@ -1,5 +1,6 @@
 #include "msgsvr/body_files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,9 +11,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <memory>
 
 #include "common/unique_fd.h"
 #include "common/write_all.h"
+#include "programs/limits.h"
 
 namespace zor::msgsvr {
 namespace {
@@ -61,6 +65,29 @@ bool BodyFiles::Exists(const std::string &name) const {
 
 void BodyFiles::RemoveNamed(const std::string &name) const {
   ::unlink(PathOf(name).c_str());
+}
+
+std::vector<std::string> BodyFiles::OldFiles() const {
+  constexpr std::string_view kPath = ZOR_PATH_MSG_FILE_FORMAT;
+  constexpr std::string_view kStart = kPath.substr(kPath.rfind('/') + 1, kPath.find('%') - kPath.rfind('/') - 1);
+  std::vector<std::string> names;
+  const std::unique_ptr<DIR, int (*)(DIR *)> folder(::opendir(directory_.c_str()), ::closedir);
+  if (folder == nullptr) return names;
+  const std::time_t latest = std::time(nullptr) - static_cast<std::time_t>(limits::msgsvr::kBodyFileAge.count());
+  while (const dirent *entry = ::readdir(folder.get())) {
+    struct stat status = {};
+    const std::string_view name = entry->d_name;
+    if (!name.starts_with(kStart) || ::lstat(PathOf(name).c_str(), &status) != 0) continue;
+    if (S_ISREG(status.st_mode) && status.st_mtime < latest) names.emplace_back(name);
+  }
+  return names;
+}
+
+void BodyFiles::RemoveOld(const std::string &name, Swept &swept) const {
+  struct stat status = {};
+  if (::lstat(PathOf(name).c_str(), &status) != 0 || ::unlink(PathOf(name).c_str()) != 0) return;
+  ++swept.files;
+  swept.bytes += static_cast<uint64_t>(status.st_size);
 }
 
 void BodyFiles::Remove(std::span<const std::byte> frame) const {

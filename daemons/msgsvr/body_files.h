@@ -28,6 +28,22 @@ class BodyFiles {
   bool Exists(const std::string &name) const;
   void RemoveNamed(const std::string &name) const;
 
+  struct Swept {
+    size_t files;
+    uint64_t bytes;
+  };
+  // Removes the files that have been there for a long time and belong to no message in transit, as `isInTransit` says
+  // for a name. A file as old as that was left behind: by a sender that was killed before it sent the message, by a
+  // receiver before it deleted the file, or by an earlier server.
+  template <typename IsInTransit>
+  Swept Sweep(IsInTransit isInTransit) const {
+    Swept swept{0, 0};
+    for (const std::string &name : OldFiles()) {
+      if (!isInTransit(name)) RemoveOld(name, swept);
+    }
+    return swept;
+  }
+
   // The following require a frame that passed BelongsTo.
 
   // The file's name in the directory.
@@ -40,6 +56,8 @@ class BodyFiles {
   std::optional<std::vector<std::byte>> Read(const Client &sender, const Frame &frame, size_t maxBytes) const;
 
  private:
+  std::vector<std::string> OldFiles() const;
+  void RemoveOld(const std::string &name, Swept &swept) const;
   template <typename Make>
   std::optional<std::vector<std::byte>> MakeNamed(Make make) const;
   std::string PathOf(std::string_view name) const { return directory_ + std::string(name); }

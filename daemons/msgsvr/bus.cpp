@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <unordered_set>
 
 #include "msgsvr/unread.h"
 
@@ -34,10 +35,14 @@ void Bus::TakeOffTables(Client &client) {
   if (client.leaving && names.ClientsNamed(client.name).empty()) subscriptions.Forget(client.name);
 }
 
+void Bus::ForgetAllRead(Client &client) {
+  client.deliveries.Clear([this](const auto &name) { return files.Exists(name); });
+}
+
 void Bus::ForgetRead(Client &client) {
   if (!client.deliveries.IsCheckDue() || client.ended || client.deaf) return;
   const size_t queued = client.output.messages().size();
-  if (queued == 0 && !HasUnread(client.socket.get())) return client.deliveries.Clear();
+  if (queued == 0 && !HasUnread(client.socket.get())) return ForgetAllRead(client);
   client.deliveries.Trim(limits::msgsvr::kDeliveries + queued, [this](const auto &name) { return files.Exists(name); });
 }
 
@@ -54,6 +59,7 @@ void Bus::LoseUnread(Client &client) {
   lost = std::max<uint64_t>(lost, MessagesFor(client));
   for (const auto &message : client.output.messages()) files.Remove(message.bytes);
   if (client.reset) {
+    someLost_ = true;
     for (const auto &file : client.deliveries.files()) files.RemoveNamed(file.name);
   }
   const uint64_t refused = client.refusals.TakeUntold();
@@ -92,9 +98,22 @@ void Bus::CutOffSlow(Client &client, size_t refused) {
 }
 
 void Bus::Sweep() {
+  if (std::exchange(someLost_, false)) SweepFiles();
   if (!someEnded_) return;
   someEnded_ = false;
   std::erase_if(clients, [](const Client &client) { return client.ended; });
+}
+
+void Bus::SweepFiles() {
+  std::unordered_set<std::string> inTransit;
+  for (const Client &client : clients) {
+    if (client.ended) continue;
+    for (const auto &file : client.deliveries.files()) inTransit.insert(file.name);
+  }
+  const auto swept = files.Sweep([&](const std::string &name) { return inTransit.contains(name); });
+  if (swept.files > 0)
+    log.Print("%zu body files that were left behind removed, %llu bytes", swept.files,
+              static_cast<unsigned long long>(swept.bytes));
 }
 
 Client *Bus::Find(uint64_t id) {

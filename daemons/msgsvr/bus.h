@@ -61,6 +61,10 @@ struct Bus {
   }
   // Forgets what the client has read, if it is time to ask the kernel. Everything counted must have been written.
   void ForgetRead(Client &client);
+  // Forgets all: the client has shown that it has read everything.
+  void ForgetAllRead(Client &client);
+  // Removes old body files that belong to no message in transit.
+  void SweepFiles();
 
   // Reads the clock once per turn, for everything that happens in it.
   void UpdateClock() {
@@ -94,6 +98,7 @@ struct Bus {
   std::vector<Delivered> UnreadBy(Client &client);
 
   bool someEnded_ = false;
+  bool someLost_ = false;
   std::vector<Client *> deaf_;
   std::vector<Undelivered> undelivered_;
 };

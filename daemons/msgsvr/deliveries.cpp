@@ -11,12 +11,11 @@ void Deliveries::DropNewest(size_t count) {
   while (!files_.empty() && files_.back().record >= base_ + records_.size()) files_.pop_back();
 }
 
-void Deliveries::Clear() {
+void Deliveries::ClearRecords() {
   constexpr size_t kKept = 64;  // an idle client that was busy once does not keep its memory
   base_ += records_.size();
   records_.clear();
   if (records_.capacity() > kKept) records_.shrink_to_fit();
-  files_.clear();
   checkAt_ = kFirstCheck;
 }
 

@@ -37,8 +37,14 @@ class Deliveries {
   void AddFile(std::string name) { files_.push_back({base_ + records_.size(), std::move(name)}); }
   // Removes the newest records: they were refused after all.
   void DropNewest(size_t count);
-  // Everything has been read.
-  void Clear();
+  // Everything has been read. Files stay noted until their reader has deleted them.
+  template <typename Exists>
+  void Clear(Exists exists) {
+    ClearRecords();
+    if (files_.size() < checkFilesAt_) return;
+    std::erase_if(files_, [&](const File &file) { return !exists(file.name); });
+    checkFilesAt_ = files_.size() * 2 + 1;
+  }
   // Whether the client has read the newest record, since it has replied to it.
   bool IsNewest(uint32_t type, uint32_t sequence) const {
     return !records_.empty() && records_.back().type == type && records_.back().sequence == sequence;
@@ -81,12 +87,14 @@ class Deliveries {
     files_.erase(files_.begin(), files_.begin() + static_cast<std::ptrdiff_t>(read));
     if (record >= base_) Forget(static_cast<size_t>(record - base_) + 1);
   }
+  void ClearRecords();
   void Forget(size_t count);
 
   std::vector<Delivered> records_;
   std::vector<File> files_;
   uint64_t base_ = 0;  // number of the oldest record
   size_t checkAt_ = kFirstCheck;
+  size_t checkFilesAt_ = 1;
 
   static constexpr size_t kFirstCheck = 4;
 };

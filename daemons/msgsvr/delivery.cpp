@@ -38,7 +38,7 @@ void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
   bus_.CountDelivery(to, frame.head, frame.type() == ZOR_MSG_SEND_FAILED_NOTICE ? 0 : from.id);
   const bool isReply = to.pending.TakeReply(from.name, frame.type(), frame.head.sequence);
   // Whoever replies has read the request.
-  if (isReply && from.deliveries.IsNewest(frame.type(), frame.head.sequence)) from.deliveries.Clear();
+  if (isReply && from.deliveries.IsNewest(frame.type(), frame.head.sequence)) bus_.ForgetAllRead(from);
   if (!isReply && frame.head.sequence != 0) {
     from.pending.Add({to.name, frame.type(), frame.head.sequence, bus_.nowMs, from.ordinal()});
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "msgsvr/boards.h"
 #include "msgsvr/registration.h"
 #include "programs/limits.h"
 
@@ -24,6 +25,7 @@ void Requests::Register(Client &from, const Frame &frame) {
   if (from.registered()) bus_.names.Remove(from.name, from);
   from.name = wanted && wanted->IsGrantable() ? *wanted : AppName();
   if (from.registered()) {
+    if (!from.peer.local) ReplaceSilent(from);
     bus_.names.Add(from.name, from);
     from.counters.dropped += bus_.losses.Take(from.name);
   }
@@ -31,6 +33,22 @@ void Requests::Register(Client &from, const Frame &frame) {
   from.reportPeriod = std::chrono::seconds(bus_.settings.reportSeconds.Get(from.name));
   from.lastReport = Clock::now();
   delivery_.Reply(from, frame, 0, RegistrationBody(bus_.settings, bus_.traceOverrides, from.name));
+}
+
+// A board that has lost its connection and returns gets its name from the old connection: at once if that is silent, or
+// else as soon as the kernel has found it dead. Another process of the same name on a living board keeps its own.
+void Requests::ReplaceSilent(const Client &newcomer) {
+  const in_addr_t board = BoardAddress(newcomer.socket.get());
+  const auto named = bus_.names.ClientsNamed(newcomer.name);
+  for (Client *old : std::vector<Client *>(named.begin(), named.end())) {
+    if (old->peer.local || board == 0 || BoardAddress(old->socket.get()) != board) continue;
+    if (!IsSilent(old->socket.get())) {
+      Probe(old->socket.get());
+      continue;
+    }
+    old->reset = true;
+    bus_.CutOff(*old, "its board has returned by another connection");
+  }
 }
 
 bool Requests::Handle(Client &from, const Frame &frame) {

@@ -35,6 +35,8 @@ class Requests {
   void SyncPost(Client &from, const Frame &frame, Body body);
   void Ignore(Client &from, const Frame &frame, Body body);
 
+  void ReplaceSilent(const Client &newcomer);
+
   std::optional<size_t> EventOf(const Client &from, const Frame &frame);
 
   Bus &bus_;

@@ -1,14 +1,13 @@
 #include "msgsvr/server.h"
 
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "msgsvr/boards.h"
 #include "msgsvr/farewell.h"
 #include "programs/limits.h"
 #include "programs/peer.h"
@@ -26,13 +25,6 @@ Peer PeerOf(int socket, bool local) {
   return {true, peer.uid, peer.pid};
 }
 
-// Small messages are sent at once, and a board that has lost power is noticed.
-void SetUpTcp(int socket) {
-  const int on = 1;
-  ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  ::setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
-}
-
 bool IsZero(std::span<const std::byte> bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](std::byte byte) { return byte == std::byte{0}; });
 }
@@ -41,6 +33,7 @@ bool IsZero(std::span<const std::byte> bytes) {
 
 bool Server::Run() {
   if (!Watch()) return false;
+  bus_.SweepFiles();
   while (running_) Turn();
   StopListening();
   Farewell(bus_, router_.delivery(), stop_).Say(bus_.settings.stopTime);
@@ -114,7 +107,7 @@ void Server::Admit(UniqueFd socket, bool local) {
     bus_.log.Print("connection refused: %zu clients are connected", bus_.clients.size());
     return;
   }
-  if (!local) SetUpTcp(socket.get());
+  if (!local) SetUpBoard(socket.get(), bus_.settings.boardSilence);
   const Peer peer = PeerOf(socket.get(), local);
   Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++lastId_, bus_.settings.queueBytes);
   if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) bus_.CutOff(client, std::strerror(errno));

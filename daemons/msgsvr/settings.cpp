@@ -17,6 +17,7 @@ const char kSettingsHelp[] =
     "  stop_seconds = 5          time to deliver what is queued when the server is stopped\n"
     "  max_clients = 256         maximum number of connections\n"
     "  tcp =                     ADDRESS:PORT (IPv4) to listen on for daemons on other boards; port 0: any\n"
+    "  board_seconds = 12        time without an answer after which another board is taken for dead\n"
     "  kept_file = /var/lib/zor/msgsvr.trace  stores the trace overrides that operators' tools set\n"
     "  route.TYPE = NAME         the daemon that gets requests of that type without a destination; TYPE is a number\n"
     "                            or a range such as 0x5025-0x502B; without NAME such requests are refused. By\n"
@@ -163,6 +164,9 @@ BusSettings ReadSettings(daemon::Settings &settings) {
       static_cast<size_t>(settings.Number("max_clients", limits::msgsvr::kClients, 1, limits::msgsvr::kMostClients));
   result.stopTime = std::chrono::seconds(
       settings.Number("stop_seconds", limits::msgsvr::kStopSeconds, 0, limits::msgsvr::kMostStopSeconds));
+  result.boardSilence =
+      std::chrono::seconds(settings.Number("board_seconds", limits::msgsvr::kBoardSeconds,
+                                           limits::msgsvr::kLeastBoardSeconds, limits::msgsvr::kMostBoardSeconds));
   result.tcp = settings.Text("tcp", "");
   result.traceOverridesFile = settings.Path("kept_file", "/var/lib/zor/msgsvr.trace");
   ReadRoutes(settings, result);

@@ -63,6 +63,7 @@ struct BusSettings {
   bool cutOffSlowReaders;
   size_t maxClients;
   std::chrono::seconds stopTime;
+  std::chrono::seconds boardSilence;
   std::string tcp;  // ADDRESS:PORT, or empty
   std::string traceOverridesFile;
   std::vector<Route> routes;

@@ -1,9 +1,18 @@
 // Hostile, broken and stopped clients, and the server as a program.
+#include <net/if.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <random>
 
+#include "common/unique_fd.h"
 #include "msgsvr_fixture.h"
 #include "programs/exit_code.h"
 
@@ -145,6 +154,82 @@ TEST_F(OwnMsgsvrTest, ServesDaemonsOfOtherBoardsOverTcp) {
   EXPECT_TRUE(Exists(path));
   EXPECT_TRUE(IsNotice(sender_.Ask(MakeFileMessage(kType, "remote", path)), kType));
   EXPECT_FALSE(Exists(path));
+}
+
+// In a network of its own, whose cable can be cut.
+class CutCableTest : public OwnMsgsvrTest {
+ protected:
+  static bool IsolateNetwork() {
+    return (::unshare(CLONE_NEWNET) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0) && Loopback(true);
+  }
+  static bool Loopback(bool up) {
+    const UniqueFd socket(::socket(AF_INET, SOCK_DGRAM, 0));
+    ifreq request = {};
+    std::strcpy(request.ifr_name, "lo");
+    request.ifr_flags = static_cast<short>(up ? IFF_UP | IFF_RUNNING : 0);
+    return ::ioctl(socket.get(), SIOCSIFFLAGS, &request) == 0;
+  }
+  WireClient Board() {
+    WireClient board = WireClient::ConnectTcp(port_);
+    EXPECT_EQ(NameOf(board.Register("board").header.destination), "board");
+    return board;
+  }
+  void StartWithTcp(const std::string &settings) {
+    Start("tcp = 127.0.0.1:0\n" + settings);
+    const std::string announced = "msgsvr: listening on 127.0.0.1:";
+    ASSERT_TRUE(server_->WaitForOutput(announced) && server_->WaitForOutput("\n"));
+    port_ = static_cast<uint16_t>(
+        std::stoi(server_->output().substr(server_->output().find(announced) + announced.size())));
+  }
+
+  // How often the kernel has sent again, or asked, on the connection of which it has done so most.
+  static unsigned RepeatsOfTheServer() {
+    std::ifstream table("/proc/thread-self/net/tcp");
+    std::string line;
+    unsigned most = 0;
+    while (std::getline(table, line)) {
+      unsigned repeats = 0, user = 0, asked = 0;
+      if (std::sscanf(line.c_str(), "%*s %*s %*s 01 %*s %*s %x %u %u", &repeats, &user, &asked) == 3) {
+        most = std::max(most, repeats + asked);
+      }
+    }
+    return most;
+  }
+
+  uint16_t port_ = 0;
+};
+
+TEST_F(CutCableTest, EndsABoardThatDoesNotAnswerAndTellsItsSenders) {
+  if (!IsolateNetwork()) GTEST_SKIP() << "may not isolate its network";
+  StartWithTcp("board_seconds = 3\n");
+  const WireClient board = Board();
+  ASSERT_TRUE(Loopback(false));
+  for (uint32_t i = 1; i <= 30; ++i) sender_.Send(MakeMessage(kType, "", "board", 0, "", i));
+  for (uint32_t i = 1; i <= 30; ++i) {
+    const Message notice = sender_.Next();
+    ASSERT_TRUE(IsNotice(notice, kType));
+    EXPECT_EQ(notice.header.sequence, i);
+  }
+  AwaitCount(sender_, "board", 0);
+}
+
+TEST_F(CutCableTest, GivesAReturningBoardItsName) {
+  if (!IsolateNetwork()) GTEST_SKIP() << "may not isolate its network";
+  StartWithTcp("board_seconds = 600\n");
+  WireClient lost = Board();
+  const WireClient second = Board();
+  EXPECT_EQ(sender_.Ask(MakeCount("board")).header.data, 2u) << "a board may have two processes of a name";
+  ASSERT_TRUE(Loopback(false));
+  Tell(sender_, MakeMessage(kType, "", "board", 0, "", 1));
+  EXPECT_TRUE(WaitUntil([] { return RepeatsOfTheServer() >= 4; }));
+  const int on = 1;
+  ASSERT_EQ(::setsockopt(lost.fd(), IPPROTO_TCP, TCP_REPAIR, &on, sizeof on), 0);
+  lost = WireClient();  // without a word to the other end
+  ASSERT_TRUE(Loopback(true));
+  const WireClient returned = Board();
+  EXPECT_TRUE(IsNotice(sender_.Next(), kType));
+  EXPECT_EQ(sender_.Ask(MakeCount("board")).header.data, 2u);
+  EXPECT_TRUE(LogHolds("cut off: its board has returned by another connection"));
 }
 
 }  // namespace

@@ -174,6 +174,35 @@ TEST_F(SlowReaderTest, TellsTheSendersWhatAKilledReceiverHadNotRead) {
                        std::to_string(lost.size()) + " messages to it unread"));
 }
 
+TEST_F(SlowReaderTest, RemovesOldFilesThatBelongToNobodyAndNoOthers) {
+  const auto age = [&](const std::string &path) {
+    std::filesystem::last_write_time(RealPath(path),
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(2));
+    return path;
+  };
+  std::filesystem::create_directories(RealPath(ZOR_PATH_MSG_FILE_DIR));
+  const std::string before = age(MakeFile("content", "msg_file_2"));
+  const std::string fresh = MakeFile("content", "msg_file_3");
+  const std::string foreign = age(MakeFile("content", "other"));
+  Start();
+  EXPECT_TRUE(LogHolds("1 body files that were left behind removed, 7 bytes"));
+  EXPECT_FALSE(Exists(before));
+  const std::string waiting = MakeFile("content", "msg_file_4");
+  Tell(sender_, MakeFileMessage(kType, "receiver", waiting));
+  const std::string read = MakeFile("content", "msg_file_5");
+  const WireClient reader = Client("reader");
+  Tell(sender_, MakeFileMessage(kType, "reader", read));
+  reader.Next();  // but has not opened the file yet
+  for (const std::string &path : {before, waiting, read})
+    age(path == before ? MakeFile("content", "msg_file_2") : path);
+  {
+    const WireClient dying = Client("dying");
+    Tell(sender_, MakeMessage(kType, "", "dying"));
+  }
+  EXPECT_TRUE(WaitUntil([&] { return !Exists(before); }));
+  for (const std::string &path : {fresh, foreign, waiting, read}) EXPECT_TRUE(Exists(path)) << path;
+}
+
 TEST_F(SlowReaderTest, DeliversWhatIsQueuedBeforeItStops) {
   Start();
   constexpr uint32_t kMessages = 900;  // more than a socket takes
