@@ -1,13 +1,13 @@
 // The diagnosis of a daemon that does not reply.
-#include "zorctl/wait_graph.h"
+#include "programs/wait_graph.h"
 
 #include <gtest/gtest.h>
 
 namespace zor::test {
 namespace {
 
-using ctl::Daemon;
-using ctl::Waits;
+using daemon::Daemon;
+using daemon::Waits;
 
 Daemon Make(const std::string &name, const std::vector<std::string> &waitsFor = {}, uint64_t unread = 0,
             char state = 'S') {
@@ -74,7 +74,7 @@ TEST(WaitGraphTest, TheVerdictNamesTheDaemonThatBlocksTheOthers) {
       {{Make("web", {}, 1), Make("web", {"cms"})}, "web has not read for 12.3 s: 1 unread message"},
   };
   for (const Case &each : cases) {
-    const ctl::WaitChain chain = FollowWaits(each.daemons, each.daemons.front());
+    const daemon::WaitChain chain = FollowWaits(each.daemons, each.daemons.front());
     EXPECT_EQ(Verdict(chain, CountRequestsTo(each.daemons, "web")), each.verdict);
   }
 }

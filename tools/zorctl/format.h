@@ -4,9 +4,10 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
 #include <ctime>
 #include <string>
+
+#include "programs/format_number.h"
 
 namespace zor::ctl {
 
@@ -16,11 +17,8 @@ std::string UserName(uid_t uid);
 // "2026-11-21 09:30:00", local time.
 std::string LocalTimeText(std::time_t time);
 
-// A duration with one decimal: "12.3 s".
-std::string AgeText(uint64_t milliseconds);
-
-// A number as message types are written: "0x4001".
-std::string HexText(uint32_t number);
+using daemon::AgeText;
+using daemon::HexText;
 
 }  // namespace zor::ctl
 

@@ -9,7 +9,6 @@
 #include "zorctl/format.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
-#include "zorctl/wait_graph.h"
 
 namespace zor::ctl {
 namespace {

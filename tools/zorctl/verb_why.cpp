@@ -6,21 +6,28 @@
 #include <string>
 #include <utility>
 
+#include "programs/process_state.h"
+#include "programs/wait_graph.h"
 #include "zorctl/bus.h"
 #include "zorctl/format.h"
 #include "zorctl/message_types.h"
 #include "zorctl/output.h"
-#include "zorctl/process_state.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
-#include "zorctl/wait_graph.h"
 
 namespace zor::ctl {
 namespace {
 
 using Json = nlohmann::json;
 using Align = Table::Align;
+using daemon::Daemon;
+using daemon::PendingRequest;
+using daemon::ProcessState;
+using daemon::StateOf;
+using daemon::StateText;
+using daemon::WaitChain;
+using daemon::Waits;
 
 // No value for a message that needs no reply.
 std::optional<PendingRequest> RequestOf(const Json &pending, bool senderInLoop) {

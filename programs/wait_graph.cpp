@@ -1,12 +1,12 @@
-#include "zorctl/wait_graph.h"
+#include "programs/wait_graph.h"
 
 #include <algorithm>
 #include <array>
 #include <utility>
 
-#include "zorctl/format.h"
+#include "programs/format_number.h"
 
-namespace zor::ctl {
+namespace zor::daemon {
 namespace {
 
 struct ProcessStateText {
@@ -170,4 +170,4 @@ std::string_view StateText(char state) {
   return found == nullptr ? "unknown" : found->text;
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::daemon

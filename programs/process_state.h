@@ -1,8 +1,8 @@
 // The state of a process on this machine.
-#ifndef ZORCTL_PROCESS_STATE_H
-#define ZORCTL_PROCESS_STATE_H
+#ifndef PROGRAMS_PROCESS_STATE_H
+#define PROGRAMS_PROCESS_STATE_H
 
-namespace zor::ctl {
+namespace zor::daemon {
 
 struct ProcessState {
   char letter = '?';    // as in /proc; '?': unknown
@@ -12,6 +12,6 @@ struct ProcessState {
 // inLoop is false where it cannot be read; root and, mostly, the process's user can.
 ProcessState StateOf(int pid);
 
-}  // namespace zor::ctl
+}  // namespace zor::daemon
 
 #endif

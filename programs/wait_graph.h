@@ -8,8 +8,8 @@
 //
 // Messages that need no reply look like requests. Those of known types are ignored; for other types only their users
 // know, and the verdict names its assumption.
-#ifndef ZORCTL_WAIT_GRAPH_H
-#define ZORCTL_WAIT_GRAPH_H
+#ifndef PROGRAMS_WAIT_GRAPH_H
+#define PROGRAMS_WAIT_GRAPH_H
 
 #include <cstddef>
 #include <cstdint>
@@ -19,7 +19,7 @@
 #include <string_view>
 #include <vector>
 
-namespace zor::ctl {
+namespace zor::daemon {
 
 // Whether the sender of a request waits for the reply: not if it has sent a message since or sleeps in its loop,
 // perhaps if the type of the request is unknown.
@@ -78,6 +78,6 @@ std::string_view WaitsText(Waits waits);
 // A state of a process as a word: "sleeping", "stopped".
 std::string_view StateText(char state);
 
-}  // namespace zor::ctl
+}  // namespace zor::daemon
 
 #endif

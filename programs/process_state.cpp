@@ -1,4 +1,4 @@
-#include "zorctl/process_state.h"
+#include "programs/process_state.h"
 
 #include <sys/syscall.h>
 
@@ -9,7 +9,7 @@
 #include <sstream>
 #include <string>
 
-namespace zor::ctl {
+namespace zor::daemon {
 namespace {
 
 // The library's loop sleeps in one of these; its waits for a reply do not.
@@ -53,4 +53,4 @@ ProcessState StateOf(int pid) {
   return state;
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::daemon
