@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "programs/format_number.h"
+#include "programs/message_kind.h"
 
 namespace zor::daemon {
 namespace {
@@ -85,6 +86,16 @@ uint64_t CycleMs(const WaitChain &chain) {
   return youngest;
 }
 
+// The unknown types among the requests that daemons of the chain, from that one on, wait for.
+std::set<uint32_t> DoubtfulTypes(const WaitChain &chain, size_t first) {
+  std::set<uint32_t> types;
+  for (size_t i = first; i < chain.daemons.size(); ++i) {
+    const PendingRequest *awaited = chain.daemons[i]->Awaited();
+    if (awaited != nullptr && awaited->waits == Waits::kPerhaps) types.insert(awaited->type);
+  }
+  return types;
+}
+
 // How the chain ends.
 std::string End(const WaitChain &chain, std::string_view link) {
   const Daemon &last = *chain.daemons.back();
@@ -100,6 +111,13 @@ std::string End(const WaitChain &chain, std::string_view link) {
 }
 
 }  // namespace
+
+std::optional<Waits> WaitsForReply(uint32_t type, bool latest, bool inLoop) {
+  const MessageKind kind = KindOf(type);
+  if (kind == MessageKind::kNoRequest) return std::nullopt;
+  if (!latest || inLoop) return Waits::kNo;
+  return kind == MessageKind::kRequest ? Waits::kYes : Waits::kPerhaps;
+}
 
 const PendingRequest *Daemon::Awaited() const {
   const ProcessStateText *known = FindState(state);
@@ -151,13 +169,20 @@ std::string Verdict(const WaitChain &chain, const RequestsTo &asked) {
   if (chain.daemons.size() == 1 && !chain.absent && !chain.cycle) return VerdictOnOne(first, asked);
   std::string text = first.name;
   std::string_view link = " waits for ";
-  std::set<uint32_t> doubtful;
   for (const Daemon *daemon : chain.daemons) {
     if (daemon != &first) text.append(std::exchange(link, ", which waits for ")).append(daemon->name);
-    const PendingRequest *awaited = daemon->Awaited();
-    if (awaited != nullptr && awaited->waits == Waits::kPerhaps) doubtful.insert(awaited->type);
   }
-  return text + End(chain, link) + Assumption(doubtful);
+  return text + End(chain, link) + Assumption(DoubtfulTypes(chain, 0));
+}
+
+std::string CycleText(const WaitChain &chain) {
+  std::string text;
+  for (size_t i = *chain.cycle; i < chain.daemons.size(); ++i) {
+    const PendingRequest &awaited = *chain.daemons[i]->Awaited();
+    text += (text.empty() ? chain.daemons[i]->name : ", which") + " waits for " + awaited.to + " (" +
+            HexText(awaited.type) + ")";
+  }
+  return text + ": a cycle, blocked for " + AgeText(CycleMs(chain)) + Assumption(DoubtfulTypes(chain, *chain.cycle));
 }
 
 std::string_view WaitsText(Waits waits) {

@@ -25,6 +25,10 @@ namespace zor::daemon {
 // perhaps if the type of the request is unknown.
 enum class Waits { kNo, kPerhaps, kYes };
 
+// The same for a message with a sequence number; no value for one of a known type that needs no reply. `latest`: the
+// sender has sent no message since; `inLoop`: it sleeps in its loop.
+std::optional<Waits> WaitsForReply(uint32_t type, bool latest, bool inLoop);
+
 // A request without a reply yet.
 struct PendingRequest {
   std::string to;  // empty: the server's barrier
@@ -71,6 +75,9 @@ RequestsTo CountRequestsTo(const std::vector<Daemon> &daemons, std::string_view 
 // Why the first daemon of the chain does not reply, as one sentence without its full stop; `asked` are the requests to
 // it.
 std::string Verdict(const WaitChain &chain, const RequestsTo &asked);
+
+// The cycle that the chain ends in, with the types of its requests, as one sentence without its full stop.
+std::string CycleText(const WaitChain &chain);
 
 // "no", "perhaps", "yes".
 std::string_view WaitsText(Waits waits);

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -33,9 +34,9 @@ using daemon::Waits;
 std::optional<PendingRequest> RequestOf(const Json &pending, bool senderInLoop) {
   PendingRequest request{pending.value("to", ""), pending.value("type", 0u), pending.value("sequence", 0u),
                          pending.value("age_ms", uint64_t{0}), Waits::kNo};
-  const MessageType *known = FindType(request.type);
-  if (known != nullptr && known->kind != "request") return std::nullopt;
-  if (pending.value("latest", true) && !senderInLoop) request.waits = known == nullptr ? Waits::kPerhaps : Waits::kYes;
+  const auto waits = daemon::WaitsForReply(request.type, pending.value("latest", true), senderInLoop);
+  if (!waits) return std::nullopt;
+  request.waits = *waits;
   return request;
 }
 
@@ -98,7 +99,7 @@ class Report {
     requests.Print();
   }
 
-  void PrintAsJson() const {
+  Json AsJson() const {
     Json daemons = Json::array(), requests = Json::array(), cycle = Json::array();
     for (const Daemon *daemon : chain_.daemons) {
       daemons.push_back({{"name", daemon->name},
@@ -119,7 +120,7 @@ class Report {
     for (size_t i = chain_.cycle.value_or(chain_.daemons.size()); i < chain_.daemons.size(); ++i) {
       cycle.push_back(chain_.daemons[i]->name);
     }
-    PrintJson({{"verdict", verdict_}, {"chain", daemons}, {"cycle", cycle}, {"requests", requests}});
+    return {{"verdict", verdict_}, {"chain", daemons}, {"cycle", cycle}, {"requests", requests}};
   }
 
  private:
@@ -135,32 +136,84 @@ class Report {
   std::vector<Waiter> waiters_;
 };
 
+// The daemons at which the chains begin that have lasted a second: those that wait and for whom no other waits. A cycle
+// without such a daemon begins at any of its members.
+std::vector<const Daemon *> Beginnings(const std::vector<Daemon> &daemons) {
+  constexpr uint64_t kLeastMs = 1000;
+  std::set<const Daemon *> awaited, inChains;
+  std::vector<const Daemon *> waiting, beginnings;
+  for (const Daemon &daemon : daemons) {
+    const PendingRequest *request = daemon.Awaited();
+    if (request == nullptr || request->ageMs < kLeastMs) continue;
+    waiting.push_back(&daemon);
+    awaited.insert(FindDaemon(daemons, request->to));
+  }
+  const auto begin = [&](const Daemon *daemon) {
+    beginnings.push_back(daemon);
+    const WaitChain chain = FollowWaits(daemons, *daemon);
+    inChains.insert(chain.daemons.begin(), chain.daemons.end());
+  };
+  for (const Daemon *daemon : waiting) {
+    if (!awaited.contains(daemon)) begin(daemon);
+  }
+  for (const Daemon *daemon : waiting) {
+    if (!inChains.contains(daemon)) begin(daemon);
+  }
+  return beginnings;
+}
+
+std::vector<Daemon> DaemonsOnTheBus(const Deadline &deadline) {
+  std::vector<Daemon> daemons;
+  Bus bus(deadline);
+  const Json reply = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
+  for (const Json &client : reply.value("clients", Json::array())) {
+    if (!client.value("self", false)) daemons.push_back(DaemonOf(client));
+  }
+  return daemons;
+}
+
+void PrintAll(const std::vector<Report> &chains, bool json) {
+  if (json) {
+    Json array = Json::array();
+    for (const Report &chain : chains) array.push_back(chain.AsJson());
+    return PrintJson({{"chains", array}});
+  }
+  if (chains.empty()) Print("no daemon has waited for another for a second\n");
+  for (const Report &chain : chains) {
+    if (&chain != &chains.front()) Print("\n");
+    chain.PrintText();
+  }
+}
+
 class WhyVerb : public Verb {
  public:
   void Declare(CLI::App &app) override {
-    app.add_option("NAME", name_, "The daemon that does not reply")->required()->type_name("");
+    app.add_option("NAME", name_, "The daemon that does not reply")->type_name("");
+    app.add_flag("--all", all_, "Every chain of daemons that wait for each other for a second or longer");
   }
 
   ExitCode Run(const Common &common) override {
-    NameField(name_);  // throws Failure for an invalid one
-    const Deadline deadline = common.deadline();
-    std::vector<Daemon> daemons;
-    {
-      Bus bus(deadline);
-      const Json reply = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
-      for (const Json &client : reply.value("clients", Json::array())) {
-        if (!client.value("self", false)) daemons.push_back(DaemonOf(client));
-      }
+    if (all_ != name_.empty()) {
+      throw Failure(kExitUsage, "give the name of a daemon, or --all", "zorctl why --help explains it");
+    }
+    if (!all_) NameField(name_);  // throws Failure for an invalid one
+    const std::vector<Daemon> daemons = DaemonsOnTheBus(common.deadline());
+    if (all_) {
+      std::vector<Report> chains;
+      for (const Daemon *daemon : Beginnings(daemons)) chains.emplace_back(daemons, *daemon);
+      PrintAll(chains, common.json);
+      return kExitOk;
     }
     const Daemon *subject = FindDaemon(daemons, name_);
     if (subject == nullptr) throw NoSuchDaemon(name_);
     const Report report(daemons, *subject);
-    common.json ? report.PrintAsJson() : report.PrintText();
+    common.json ? PrintJson(report.AsJson()) : report.PrintText();
     return kExitOk;
   }
 
  private:
   std::string name_;
+  bool all_ = false;
 };
 
 }  // namespace

@@ -25,7 +25,7 @@ constexpr VerbRow kVerbs[] = {
      MakeWaitVerb, kBootSeconds, "names"},
     {"why", "Explain why a daemon does not reply: its unread messages, and which daemons wait for each other",
      "  zorctl why web\n"
-     "  zorctl why web --json | jq -r .verdict\n",
+     "  zorctl why --all --json | jq -r '.chains[].verdict'\n",
      MakeWhyVerb, kDefaultTimeoutSeconds, "names"},
     {"monitor", "Print a copy of the traffic as lines, JSON or a capture; ends after --timeout, --limit or Ctrl-C",
      "  zorctl monitor --name web --timeout 10\n"

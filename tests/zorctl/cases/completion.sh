@@ -25,5 +25,6 @@ offers call DB_SAVE l
 offers call DB_SAVE lamp ''
 offers publish wl
 offers send --t
+offers why --a
 offers nonsense ''
 test ! -e x
