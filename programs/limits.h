@@ -69,6 +69,14 @@ inline constexpr std::size_t kDeliveries = 1024;
 inline constexpr std::size_t kListedPatternBytes = 4096;
 // [names] Names of daemons that have ended, with the number of lost messages: those of a further one are not shown.
 inline constexpr std::size_t kLossNames = 256;
+// [s] Time for which daemons wait for each other in a circle (setting deadlock_seconds): the log names them.
+inline constexpr std::uint32_t kDeadlockSeconds = 5;
+// [messages] Messages of one type a second, each way between two daemons (setting storm_rate): the log names them.
+inline constexpr std::uint32_t kStormRate = 1000;
+// [s] Time for which they keep up that rate (setting storm_seconds): the log names them.
+inline constexpr std::uint32_t kStormSeconds = 10;
+inline constexpr std::uint32_t kMostStormRate = 1000000;
+inline constexpr std::uint32_t kMostWatchSeconds = 3600;
 inline constexpr std::uint64_t kLeastTraceFileKiB = 1024;       // daemons ignore less
 inline constexpr std::size_t kControlInFile = 16384;            // sets all trace levels of a daemon
 inline constexpr std::uint32_t kTraceOverridesFile = 1u << 20;  // more than all names with all modules take

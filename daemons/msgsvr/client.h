@@ -15,6 +15,7 @@
 #include "msgsvr/accounting.h"
 #include "msgsvr/deliveries.h"
 #include "msgsvr/events.h"
+#include "msgsvr/flows.h"
 #include "msgsvr/names.h"
 #include "msgsvr/refusals.h"
 #include "programs/output_queue.h"
@@ -54,6 +55,7 @@ struct Client {
   Counters counters;
   PendingRequests pending;
   Deliveries deliveries;
+  Flows flows;
   Refusals refusals;
   EventGap gap;
 

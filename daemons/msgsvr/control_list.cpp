@@ -26,13 +26,11 @@ void AddCounters(cJSON *object, const Counters &counters) {
 }
 
 void AddWaiting(cJSON *object, const Bus &bus, const Client &client, const UnreadBytes &kernel) {
-  const auto inSocket = client.peer.local ? kernel.Of(client.socket.get()) : std::nullopt;
-  const auto unread = client.deliveries.UnreadOf(client.output.bytesLeft() + inSocket.value_or(0),
-                                                 client.output.messages().size(), bus.nowMs);
+  const auto unread = UnreadOf(client, kernel, bus.nowMs);
   cJSON *waiting = cJSON_AddObjectToObject(object, "waiting");
   AddNumber(waiting, "bytes", unread.bytes);
   AddNumber(waiting, "messages", unread.messages);
-  cJSON_AddBoolToObject(waiting, "at_least", unread.atLeast || (!inSocket && HasUnread(client.socket.get())));
+  cJSON_AddBoolToObject(waiting, "at_least", unread.atLeast);
   AddNumber(waiting, "oldest_ms", unread.oldestMs);
 }
 

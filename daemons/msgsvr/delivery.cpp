@@ -36,6 +36,7 @@ void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
   from.lastTarget = to.id;
   if (frame.bodyInFile()) to.deliveries.AddFile(BodyFiles::NameIn(frame.bytes));
   bus_.CountDelivery(to, frame.head, frame.type() == ZOR_MSG_SEND_FAILED_NOTICE ? 0 : from.id);
+  from.flows.Count(to.id, frame.type());
   const bool isReply = to.pending.TakeReply(from.name, frame.type(), frame.head.sequence);
   // Whoever replies has read the request.
   if (isReply && from.deliveries.IsNewest(frame.type(), frame.head.sequence)) bus_.ForgetAllRead(from);

@@ -189,11 +189,12 @@ void Server::ReadDeaf() {
 int Server::TimeoutMs() const {
   if (!ready_.empty()) return 0;
   if (!pausedSenders_.empty()) return static_cast<int>(kPauseCheck.count());
-  if (bus_.settings.reportSeconds.empty()) return -1;
+  if (bus_.settings.reportSeconds.empty() && !watch_.wantsTick()) return -1;
   return static_cast<int>(std::chrono::milliseconds(kReportCheck).count());
 }
 
 void Server::CheckTimers() {
+  watch_.Tick();
   if (pausedSenders_.empty() && bus_.settings.reportSeconds.empty()) return;
   const Clock::time_point now = Clock::now();
   pausedSenders_.Release(now, [this](Client &sender) {

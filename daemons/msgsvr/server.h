@@ -12,6 +12,7 @@
 #include "msgsvr/input.h"
 #include "msgsvr/paused_senders.h"
 #include "msgsvr/router.h"
+#include "msgsvr/traffic_watch.h"
 #include "programs/service_manager.h"
 #include "programs/stop_signal.h"
 
@@ -21,7 +22,7 @@ class Server {
  public:
   // The descriptors must outlive the server; tcpListener is -1 if there is none.
   Server(Bus &bus, daemon::StopSignal &stop, int localListener, int tcpListener)
-      : bus_(bus), router_(bus), stop_(stop), local_{localListener, true}, tcp_{tcpListener, false} {}
+      : bus_(bus), router_(bus), watch_(bus), stop_(stop), local_{localListener, true}, tcp_{tcpListener, false} {}
 
   // Runs until the stop signal. False, with errno, if it could not start.
   bool Run();
@@ -54,6 +55,7 @@ class Server {
 
   Bus &bus_;
   Router router_;
+  TrafficWatch watch_;
   daemon::StopSignal &stop_;
   daemon::Watchdog watchdog_;
   Listener local_;

@@ -19,6 +19,9 @@ const char kSettingsHelp[] =
     "  tcp =                     ADDRESS:PORT (IPv4) to listen on for daemons on other boards; port 0: any\n"
     "  board_seconds = 12        time without an answer after which another board is taken for dead\n"
     "  kept_file = /var/lib/zor/msgsvr.trace  stores the trace overrides that operators' tools set\n"
+    "  deadlock_seconds = 5      time after which daemons that wait for each other in a circle are logged; 0: never\n"
+    "  storm_rate = 1000         messages of one type a second that two daemons send each other ...\n"
+    "  storm_seconds = 10        ... for that time, after which they are logged; storm_rate 0: never\n"
     "  route.TYPE = NAME         the daemon that gets requests of that type without a destination; TYPE is a number\n"
     "                            or a range such as 0x5025-0x502B; without NAME such requests are refused. By\n"
     "                            default configuration and device list requests go to cms, login control to lctrl\n"
@@ -103,6 +106,16 @@ void ReadRoutes(daemon::Settings &settings, BusSettings &result) {
   }
 }
 
+void ReadWatch(daemon::Settings &settings, BusSettings &result) {
+  const auto number = [&](const char *key, uint32_t fallback, uint32_t least, uint32_t most) {
+    return static_cast<uint32_t>(settings.Number(key, fallback, least, most));
+  };
+  using namespace limits::msgsvr;  // NOLINT(google-build-using-namespace): four of them
+  result.deadlockSeconds = number("deadlock_seconds", kDeadlockSeconds, 0, kMostWatchSeconds);
+  result.stormRate = number("storm_rate", kStormRate, 0, kMostStormRate);
+  result.stormSeconds = number("storm_seconds", kStormSeconds, 1, kMostWatchSeconds);
+}
+
 // Reads the settings of one kind, one per daemon. `parse` returns nothing for an invalid value.
 template <typename Value, typename Parse>
 void ReadPerDaemon(daemon::Settings &settings, const std::string &prefix, PerDaemon<Value> &result, Parse parse) {
@@ -169,6 +182,7 @@ BusSettings ReadSettings(daemon::Settings &settings) {
                                            limits::msgsvr::kLeastBoardSeconds, limits::msgsvr::kMostBoardSeconds));
   result.tcp = settings.Text("tcp", "");
   result.traceOverridesFile = settings.Path("kept_file", "/var/lib/zor/msgsvr.trace");
+  ReadWatch(settings, result);
   ReadRoutes(settings, result);
   ReadPerDaemon(settings, "report.", result.reportSeconds, ParseSeconds);
   ReadPerDaemon(settings, "trace_output.", result.traceOutput, ParseOutput);

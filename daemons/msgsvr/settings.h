@@ -66,6 +66,9 @@ struct BusSettings {
   std::chrono::seconds boardSilence;
   std::string tcp;  // ADDRESS:PORT, or empty
   std::string traceOverridesFile;
+  uint32_t deadlockSeconds;  // 0: not looked for
+  uint32_t stormRate;        // messages a second each way; 0: not looked for
+  uint32_t stormSeconds;
   std::vector<Route> routes;
   PerDaemon<uint32_t> reportSeconds;
   PerDaemon<std::string> traceOutput;

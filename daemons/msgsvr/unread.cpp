@@ -105,4 +105,12 @@ int UnsentBytes(int socket) {
   return ::ioctl(socket, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
 }
 
+Deliveries::Unread UnreadOf(const Client &client, const UnreadBytes &kernel, uint32_t nowMs) {
+  const auto inSocket = client.peer.local ? kernel.Of(client.socket.get()) : std::nullopt;
+  auto unread = client.deliveries.UnreadOf(client.output.bytesLeft() + inSocket.value_or(0),
+                                           client.output.messages().size(), nowMs);
+  unread.atLeast = unread.atLeast || (!inSocket && HasUnread(client.socket.get()));
+  return unread;
+}
+
 }  // namespace zor::msgsvr

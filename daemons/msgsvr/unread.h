@@ -1,4 +1,5 @@
-// How many bytes clients have left unread in their sockets. The kernel is asked only when a tool wants to show it.
+// How many bytes clients have left unread in their sockets. The kernel is asked only when a tool wants to show it, or
+// when daemons may wait for each other in a circle.
 #ifndef MSGSVR_UNREAD_H
 #define MSGSVR_UNREAD_H
 
@@ -7,6 +8,8 @@
 #include <optional>
 #include <span>
 #include <unordered_map>
+
+#include "msgsvr/client.h"
 
 namespace zor::msgsvr {
 
@@ -37,6 +40,9 @@ int UnsentBytes(int socket);
 inline bool HasUnread(int socket) {
   return UnsentBytes(socket) > 0;
 }
+
+// What a client has not read: in the server's queue, and in its socket as far as it is known.
+Deliveries::Unread UnreadOf(const Client &client, const UnreadBytes &kernel, uint32_t nowMs);
 
 }  // namespace zor::msgsvr
 
