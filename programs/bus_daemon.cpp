@@ -81,7 +81,7 @@ bool JoinBus(const char *name, ProblemLog &problems) {
     problems.Print("out of memory");
     return false;
   }
-  std::printf("%s: on the bus as %s\n", problems.program().c_str(), name);
+  std::printf("%s: on the bus as %s\n", problems.program(), name);
   std::fflush(stdout);
   TellReady();
   return true;

@@ -93,6 +93,17 @@ inline constexpr std::size_t kMostClients = 65536;
 // [bytes] Output that one client leaves unread (setting queue_bytes): the client is cut off.
 inline constexpr std::size_t kQueueBytes = 9437184;
 inline constexpr std::size_t kMostQueueBytes = 64u << 20;
+// [connections] Connections of one user (setting user_clients): further ones are turned away.
+inline constexpr std::size_t kUserClients = 96;
+// [s] Time for a connection to register (setting register_seconds): it is cut off.
+inline constexpr std::chrono::seconds kRegistrationTime{10};
+inline constexpr std::uint64_t kMostRegistrationSeconds = 3600;
+// [bytes] Memory that one user's clients take up, input and output (setting user_bytes): the largest is cut off.
+inline constexpr std::size_t kUserBytes = 33554432;
+// [bytes] Memory that all clients take up (setting memory_bytes): the largest of the largest user is cut off.
+inline constexpr std::size_t kMemoryBytes = 67108864;
+inline constexpr std::size_t kLeastShareBytes = 65536;
+inline constexpr std::size_t kMostShareBytes = 1u << 30;
 inline constexpr std::size_t kQueueOverhead = 4096;  // a header, and what it costs to keep a message
 inline constexpr std::size_t kLeastDataBytes = 64;
 // [bytes] Data that a client sends before it has registered: the client is cut off.

@@ -67,7 +67,7 @@ ExitCode LocalSocket::Lock(const std::string &fixedPath, ProblemLog &log) {
     return kExitFailure;
   }
   if (::flock(lock_.get(), LOCK_EX | LOCK_NB) == 0) return kExitOk;
-  log.Print("%s: another %s is running", fixedPath.c_str(), log.program().c_str());
+  log.Print("%s: another %s is running", fixedPath.c_str(), log.program());
   return kExitBusy;
 }
 

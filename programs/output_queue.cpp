@@ -58,9 +58,10 @@ ssize_t SendNow(int socket, std::span<const std::byte> bytes, int descriptor) {
 bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, UniqueFd &&descriptor) {
   const size_t cost = CostOf(message.size());
   if (cost > maxBytes_ - bytes_ || (descriptor.valid() && descriptors_ == limits::kUnreadDescriptors)) return false;
+  messages_.push_back({{message.begin(), message.end()}, sent, UniqueFd()});  // throws with nothing changed
   bytes_ += cost;
   if (descriptor.valid()) ++descriptors_;
-  messages_.push_back({{message.begin(), message.end()}, sent, std::move(descriptor)});
+  messages_.back().descriptor = std::move(descriptor);
   return true;
 }
 

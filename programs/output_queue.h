@@ -33,7 +33,8 @@ class OutputQueue {
   explicit OutputQueue(size_t maxBytes) : maxBytes_(maxBytes) {}
 
   // Appends a message of which the first bytes have been sent already. False, with nothing changed, when it does not
-  // fit; the bytes count with what it costs to keep them.
+  // fit; the bytes count with what it costs to keep them. Throws
+  // std::bad_alloc, also with nothing changed.
   bool Push(std::span<const std::byte> message, size_t sent = 0, UniqueFd &&descriptor = UniqueFd());
   // Whether messages of these sizes fit together.
   bool Fits(std::initializer_list<size_t> sizes) const;

@@ -2,6 +2,8 @@
 #ifndef PROGRAMS_SERVER_MAIN_H
 #define PROGRAMS_SERVER_MAIN_H
 
+#include <new>
+
 #include "programs/command_line.h"
 #include "programs/problem_log.h"
 #include "programs/settings.h"
@@ -13,12 +15,17 @@ namespace zor::daemon {
 // run.
 template <typename Read, typename Run>
 int ServerMain(const Program &program, int count, char **arguments, Read read, Run run) {
-  const CommandLine line = ReadCommandLine(program, count, arguments);
-  if (line.exit) return *line.exit;
   ProblemLog log(program.name);
-  Settings file = Settings::FromFile(line.settingsPath, line.settingsGiven);
-  const auto settings = read(file);
-  return file.CheckAndReport(log) ? run(settings, log, line.verbose) : kExitSettings;
+  try {
+    const CommandLine line = ReadCommandLine(program, count, arguments);
+    if (line.exit) return *line.exit;
+    Settings file = Settings::FromFile(line.settingsPath, line.settingsGiven);
+    const auto settings = read(file);
+    return file.CheckAndReport(log) ? run(settings, log, line.verbose) : kExitSettings;
+  } catch (const std::bad_alloc &) {  // before it serves: a server deals with it while it does
+    log.Print("no memory");
+    return kExitFailure;
+  }
 }
 
 }  // namespace zor::daemon

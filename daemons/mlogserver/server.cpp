@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 #include "common/socket_address.h"
@@ -55,7 +56,7 @@ daemon::ExitCode Server::Run(daemon::StopSignal &stop) {
   daemon::Watchdog watchdog;
   std::array<pollfd, 2> entries = {{{socket_, POLLIN, 0}, {stop.fd(), POLLIN, 0}}};
   do {
-    if (::poll(entries.data(), entries.size(), watchdog.TimeoutMs(-1)) < 0 && errno != EINTR) {
+    if (::poll(entries.data(), entries.size(), watchdog.TimeoutMs(-1)) < 0 && errno != EINTR && errno != ENOMEM) {
       problems_.PrintErrno("cannot wait for datagrams");
       return daemon::kExitFailure;
     }
@@ -84,7 +85,11 @@ void Server::TakeBatch() {
   int taken = 0;
   while (taken < kBatch && Receive(datagram)) {
     ++taken;
-    Handle(datagram);
+    try {
+      Handle(datagram);
+    } catch (const std::bad_alloc &) {
+      problems_.Print("datagram of %zu bytes dropped: no memory", datagram.size);
+    }
   }
   if (taken > 0 && !log_.Flush()) problems_.PrintErrno("cannot write the log file");
 }

@@ -2,7 +2,8 @@
 //
 // Any process may send to it, so it guarantees:
 // - A datagram is handled only if its size matches its length field and its type.
-// - Memory is bounded: one datagram at a time, and a table of statistics with a maximum size.
+// - Memory is bounded: one datagram at a time, and a table of statistics with a maximum size. Without memory for a
+//   datagram that one is dropped, with a line.
 // - It never blocks on a client. A reply that does not fit the client's queue is dropped; the client waits at most 2
 //   seconds for it and may ask again. Clients that do not read their replies do not delay those of others.
 // - Replies go only to sockets directly in the directory of the log's clients, whatever address a sender shows.

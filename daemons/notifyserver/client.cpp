@@ -4,7 +4,9 @@
 #include <sys/ioctl.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "programs/peer.h"
@@ -16,16 +18,23 @@ constexpr size_t kKeptInputBytes = 4096;
 
 }  // namespace
 
-Client::Client(UniqueFd socket, daemon::EventPoll &poll, std::vector<Client *> &ended, const Limits &limits)
+Client::Client(UniqueFd socket, const ucred &peer, daemon::EventPoll &poll, std::vector<Client *> &ended,
+               Accounts &accounts, const Limits &limits)
     : socket_(std::move(socket)),
       poll_(poll),
       endedClients_(ended),
-      peer_(daemon::PeerOf(socket_.get())),
+      peer_(peer),
+      charge_(accounts, peer.uid),
       output_(limits.queueBytes) {}
 
-std::string Client::Label() const {
-  const std::string name = registered() ? "module " + std::to_string(mid) : "an unregistered client";
-  return name + " (pid " + std::to_string(peer_.pid) + ")";
+Client::Text Client::Label() const {
+  Text label;
+  if (registered()) {
+    std::snprintf(label.text_.data(), label.text_.size(), "module %u (pid %d)", mid, peer_.pid);
+  } else {
+    std::snprintf(label.text_.data(), label.text_.size(), "an unregistered client (pid %d)", peer_.pid);
+  }
+  return label;
 }
 
 void Client::Read(std::span<std::byte> scratch) {
@@ -43,45 +52,60 @@ void Client::CompactInput() {
   input_.erase(input_.begin(), input_.begin() + static_cast<ptrdiff_t>(consumed_));
   consumed_ = 0;
   if (input_.empty() && input_.capacity() > kKeptInputBytes) std::vector<std::byte>().swap(input_);
+  UpdateCharge();
 }
 
-void Client::Deliver(std::span<const std::byte> message) {
+bool Client::Deliver(std::span<const std::byte> message) {
   if (!reachable()) {
     ++lost_;
-    return;
+    return false;
   }
-  ++counts.out;
-  size_t sent = 0;
-  const bool wasEmpty = output_.empty();
-  if (wasEmpty) {
-    const ssize_t count = daemon::SendNow(socket_.get(), message);
-    if (count < 0) {
+  ssize_t sent = 0;
+  if (output_.empty()) {
+    sent = daemon::SendNow(socket_.get(), message);
+    if (sent < 0) {
       ++lost_;
       BreakOutput();
-      return;
+      return false;
     }
-    sent = static_cast<size_t>(count);
-    if (sent == message.size()) return;
   }
-  if (!output_.Push(message, sent)) {
+  if (static_cast<size_t>(sent) < message.size() && !Queue(message, static_cast<size_t>(sent))) {
     ++lost_;
-    End("its output queue is full");
-  } else if (wasEmpty) {
-    WaitForOutput(true);
+    return false;
   }
+  ++counts.out;
+  return true;
+}
+
+bool Client::Queue(std::span<const std::byte> message, size_t sent) {
+  const bool wasEmpty = output_.empty();
+  try {
+    if (!output_.Push(message, sent)) {
+      End("its output queue is full");
+      return false;
+    }
+  } catch (const std::bad_alloc &) {
+    // After the first part of a message nothing but the rest of it can follow.
+    if (sent > 0) End("no memory for its output");
+    return false;
+  }
+  UpdateCharge();
+  if (wasEmpty) WaitForOutput(true);
+  return true;
 }
 
 void Client::Flush() {
   if (!reachable()) return;
   const auto state = output_.Flush(socket_.get());
-  if (state == daemon::OutputQueue::State::kDrained) WaitForOutput(false);
   if (state == daemon::OutputQueue::State::kBroken) BreakOutput();
+  UpdateCharge();
+  if (state == daemon::OutputQueue::State::kDrained) WaitForOutput(false);
 }
 
-void Client::End(std::string reason) {
+void Client::End(const char *reason) {
   if (ended_) return;
   ended_ = true;
-  reason_ = std::move(reason);
+  reason_ = reason;
   endedClients_.push_back(this);
 }
 
@@ -93,8 +117,10 @@ Client::Unread Client::unread() const {
   return unread;
 }
 
-// The peer no longer reads. The socket may still hold data that it sent before, so it ends only after that is read.
+// A peer that no longer reads ends only after the data that it sent before is read. Any other failure would leave it
+// waiting for messages that never come.
 void Client::BreakOutput() {
+  if (errno != EPIPE && errno != ECONNRESET) return End(std::strerror(errno));
   outputBroken_ = true;
   WaitForOutput(false);
 }
@@ -102,6 +128,10 @@ void Client::BreakOutput() {
 void Client::WaitForOutput(bool on) {
   const uint32_t events = on ? uint32_t{EPOLLIN} | uint32_t{EPOLLOUT} : uint32_t{EPOLLIN};
   if (!poll_.Change(socket_.get(), events, this)) End(std::strerror(errno));
+}
+
+void Client::UpdateCharge() {
+  charge_.Set(input_.capacity() + output_.bytes());
 }
 
 }  // namespace zor::notifyserver

@@ -1,12 +1,15 @@
 // A connection to the server and everything that the server stores for it.
 //
 // A client may end in the middle of a turn of the loop, for example because its queue overflows while another client's
-// frame is routed. So ending only marks the client and adds it to a list; it is released after the turn.
+// frame is routed. So ending only marks the client and adds it to a list; it is released after the turn. Ending, naming
+// and releasing a client take no memory, so that they work when there is none.
 #ifndef NOTIFYSERVER_CLIENT_H
 #define NOTIFYSERVER_CLIENT_H
 
 #include <sys/socket.h>
 
+#include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -16,6 +19,7 @@
 #include <vector>
 
 #include "common/unique_fd.h"
+#include "notifyserver/accounts.h"
 #include "notifyserver/limits.h"
 #include "programs/event_poll.h"
 #include "programs/output_queue.h"
@@ -34,16 +38,30 @@ struct Request {
 
 class Client {
  public:
-  // The client adds itself to `ended` when it ends.
-  Client(UniqueFd socket, daemon::EventPoll &poll, std::vector<Client *> &ended, const Limits &limits);
+  using Clock = std::chrono::steady_clock;
+
+  // The client adds itself to `ended`, which has room for it, when it ends.
+  Client(UniqueFd socket, const ucred &peer, daemon::EventPoll &poll, std::vector<Client *> &ended, Accounts &accounts,
+         const Limits &limits);
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
 
   bool Watch() { return poll_.Add(socket_.get(), EPOLLIN, this); }
 
   bool registered() const { return mid != 0; }
+  // Whether it has time-limited permission to be here without having registered.
+  bool mustRegister() const { return !registered() && !isOperator; }
+  Clock::time_point connectedAt() const { return connectedAt_; }
   // Its name in log lines.
-  std::string Label() const;
+  class Text {
+   public:
+    const char *c_str() const { return text_.data(); }
+
+   private:
+    friend class Client;
+    std::array<char, 64> text_{};
+  };
+  Text Label() const;
   // The process at the other end; user -1 if unknown.
   const ucred &peer() const { return peer_; }
 
@@ -55,17 +73,18 @@ class Client {
   // Releases the consumed bytes.
   void CompactInput();
 
-  // Sends a message, or queues what the socket does not accept. A client that leaves too much unread is ended.
-  void Deliver(std::span<const std::byte> message);
+  // Sends a message, or queues what the socket does not accept. A client that leaves too much unread is ended. False if
+  // the message is lost; if the client is still reachable then, there was no memory to queue it.
+  bool Deliver(std::span<const std::byte> message);
   // Sends as much of the queue as the socket accepts.
   void Flush();
 
-  // Ends the client. An empty reason means an ordinary disconnect.
-  void End(std::string reason = "");
+  // Ends the client. An empty reason means an ordinary disconnect; the text must outlive the client.
+  void End(const char *reason = "");
   bool ended() const { return ended_; }
   // Whether messages can still reach it.
   bool reachable() const { return !ended_ && !outputBroken_; }
-  const std::string &reason() const { return reason_; }
+  const char *reason() const { return reason_; }
   // Messages to it that are lost if it ends now.
   size_t Lost() const { return lost_ + output_.messages().size(); }
 
@@ -77,8 +96,12 @@ class Client {
   };
   Unread unread() const;
 
-  uint32_t mid = 0;  // 0 until it has registered
-  time_t since = 0;  // when it registered
+  // The memory that it takes up, as last charged.
+  size_t held() const { return charge_.bytes(); }
+
+  uint32_t mid = 0;         // 0 until it has registered
+  bool isOperator = false;  // its control request was granted
+  time_t since = 0;         // when it registered
   std::deque<Request> requests;
   struct Counts {
     uint64_t in = 0;       // messages from it
@@ -87,19 +110,24 @@ class Client {
   } counts;
 
  private:
+  bool Queue(std::span<const std::byte> message, size_t sent);
+  // After a send that failed, with errno.
   void BreakOutput();
+  void UpdateCharge();
   void WaitForOutput(bool on);
 
   UniqueFd socket_;
   daemon::EventPoll &poll_;
   std::vector<Client *> &endedClients_;
   ucred peer_;
+  const Clock::time_point connectedAt_ = Clock::now();
+  Charge charge_;
   std::vector<std::byte> input_;
   size_t consumed_ = 0;
   daemon::OutputQueue output_;
   bool outputBroken_ = false;
   bool ended_ = false;
-  std::string reason_;
+  const char *reason_ = "";
   size_t lost_ = 0;
 };
 

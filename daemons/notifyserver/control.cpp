@@ -59,7 +59,8 @@ bool Control::IsRequest(const Frame &frame) {
 void Control::Reply(Client &from, const Frame &request) const {
   uint32_t result = ZOR_CONTROL_OK;
   std::string text;
-  if (!daemon::IsOperator(from.peer().uid)) {
+  from.isOperator = daemon::IsOperator(from.peer().uid);
+  if (!from.isOperator) {
     result = ZOR_CONTROL_REFUSED;
   } else if (request.head.msg_type != ZOR_NOTIFY_CONTROL_LIST) {
     result = ZOR_CONTROL_UNKNOWN;

@@ -1,4 +1,5 @@
 // The notification server: routes notifications between modules by their ids.
+#include <malloc.h>
 #include <zor/notify_wire.h>
 #include <zor/paths.h>
 
@@ -10,6 +11,8 @@
 
 namespace {
 
+constexpr int kMappedBlock = 128 * 1024;
+
 namespace bounds = zor::limits::notifyserver;
 using zor::notifyserver::Limits;
 
@@ -18,14 +21,38 @@ constexpr zor::daemon::Program kProgram = {
     "Routes notifications between modules, by module id, at " ZOR_PATH_NOTIFY_SERVER ".",
     "/etc/zor/notifyserver.conf",
     "  max_clients = 128         maximum number of connections\n"
+    "  user_clients = 96         maximum number of connections of one user\n"
+    "  register_seconds = 10     time for a connection to register, before it is cut off\n"
     "  max_data_bytes = 8388608  maximum size of a notification's data; a client that sends more is cut off\n"
-    "  queue_bytes = 9437184     unread output after which a client is cut off; must exceed max_data_bytes\n",
+    "  queue_bytes = 9437184     unread output after which a client is cut off; must exceed max_data_bytes\n"
+    "  user_bytes = 33554432     memory that one user's clients may take up before the largest is cut off; at least\n"
+    "                            four times max_data_bytes\n"
+    "  memory_bytes = 67108864   memory that all clients may take up before the largest is cut off; at least "
+    "user_bytes\n",
     "log clients that register and leave, and notifications and replies without a destination",
 };
+
+// A frame under way may take twice its size while its buffer grows, and as much again in a queue.
+constexpr size_t kLeastShare = 4;
+
+void ReadShares(zor::daemon::Settings &settings, Limits &limits) {
+  limits.userBytes = static_cast<size_t>(
+      settings.Number("user_bytes", bounds::kUserBytes, bounds::kLeastShareBytes, bounds::kMostShareBytes));
+  limits.memoryBytes = static_cast<size_t>(
+      settings.Number("memory_bytes", bounds::kMemoryBytes, bounds::kLeastShareBytes, bounds::kMostShareBytes));
+  if (limits.userBytes < kLeastShare * limits.maxDataBytes) {
+    settings.AddMistake("user_bytes must be at least four times max_data_bytes");
+  }
+  if (limits.memoryBytes < limits.userBytes) settings.AddMistake("memory_bytes must be at least user_bytes");
+}
 
 Limits ReadSettings(zor::daemon::Settings &settings) {
   Limits limits = {};
   limits.maxClients = static_cast<size_t>(settings.Number("max_clients", bounds::kClients, 1, bounds::kMostClients));
+  limits.userClients =
+      static_cast<size_t>(settings.Number("user_clients", bounds::kUserClients, 1, bounds::kMostClients));
+  limits.registration = std::chrono::seconds(
+      settings.Number("register_seconds", bounds::kRegistrationTime.count(), 1, bounds::kMostRegistrationSeconds));
   limits.maxDataBytes = static_cast<size_t>(
       settings.Number("max_data_bytes", ZOR_NOTIFY_DATA_MAX, bounds::kLeastDataBytes, ZOR_NOTIFY_DATA_MAX));
   limits.queueBytes = static_cast<size_t>(
@@ -33,10 +60,13 @@ Limits ReadSettings(zor::daemon::Settings &settings) {
   if (limits.queueBytes < limits.maxDataBytes + bounds::kQueueOverhead) {
     settings.AddMistake("queue_bytes must exceed max_data_bytes by " + std::to_string(bounds::kQueueOverhead));
   }
+  ReadShares(settings, limits);
   return limits;
 }
 
 int Run(const Limits &limits, zor::daemon::ProblemLog &log, bool verbose) {
+  // Long frames are given back to the system when they are done; the C library would raise this with each.
+  ::mallopt(M_MMAP_THRESHOLD, kMappedBlock);
   zor::notifyserver::Server server(limits, log, verbose);
   if (const auto code = server.Open(); code != zor::daemon::kExitOk) return code;
   zor::daemon::SayListening(kProgram, ZOR_PATH_NOTIFY_SERVER);

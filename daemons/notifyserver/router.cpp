@@ -18,7 +18,9 @@ bool IsRegistration(const Frame &frame) {
 }
 
 void SendEmptyReply(Client &requester, const Request &request) {
-  requester.Deliver(BuildEmptyReply(request.type, request.sequence, request.module, requester.mid));
+  const auto reply = BuildEmptyReply(request.type, request.sequence, request.module, requester.mid);
+  // It would wait for minutes.
+  if (!requester.Deliver(reply) && requester.reachable()) requester.End("no memory for a reply to it");
 }
 
 // Sends empty replies to the requests of one client that satisfy the predicate, and removes them.
@@ -79,16 +81,16 @@ void Router::Register(Client &client, const Frame &frame) {
   } else if (!MayRegister(mid)) {
     client.End("it registered an invalid id");
   } else {
+    modules_[mid].push_back(&client);
     client.mid = mid;
     client.since = std::time(nullptr);
-    modules_[mid].push_back(&client);
     if (verbose_) log_.Print("%s registered", client.Label().c_str());
   }
 }
 
 void Router::RouteNotification(Client &from, const Frame &frame) {
   if (Client *destination = Oldest(frame.head.des_id)) {
-    destination->Deliver(frame.bytes);
+    if (!Deliver(*destination, frame)) ++from.counts.dropped;
     return;
   }
   ++from.counts.dropped;
@@ -114,7 +116,10 @@ void Router::RouteRequest(Client &from, const Frame &frame) {
     SendEmptyReply(from, oldest);
   }
   from.requests.push_back(request);
-  responder->Deliver(frame.bytes);
+  if (Deliver(*responder, frame)) return;
+  ++from.counts.dropped;
+  from.requests.pop_back();
+  SendEmptyReply(from, request);
 }
 
 void Router::RouteReply(Client &from, const Frame &frame) {
@@ -123,14 +128,25 @@ void Router::RouteReply(Client &from, const Frame &frame) {
       return r.responder == &from && r.type == frame.head.msg_type && r.sequence == frame.head.seq;
     });
     if (request == requester->requests.end()) continue;
+    const Request expected = *request;
     requester->requests.erase(request);
-    requester->Deliver(frame.bytes);
+    if (!Deliver(*requester, frame)) {
+      ++from.counts.dropped;
+      SendEmptyReply(*requester, expected);
+    }
     return;
   }
   ++from.counts.dropped;
   if (!verbose_) return;
   log_.Print("reply 0x%x from module %u dropped: module %u has no such request", frame.head.msg_type,
              frame.head.source_id, frame.head.des_id);
+}
+
+bool Router::Deliver(Client &to, const Frame &frame) {
+  if (to.Deliver(frame.bytes) || !to.reachable()) return true;
+  log_.Print("message 0x%x of %zu bytes to %s dropped: no memory", frame.head.msg_type, frame.bytes.size(),
+             to.Label().c_str());
+  return false;
 }
 
 std::vector<Client *> &Router::ClientsOf(uint32_t mid) {

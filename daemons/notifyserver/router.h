@@ -40,6 +40,8 @@ class Router {
   void RouteNotification(Client &from, const Frame &frame);
   void RouteRequest(Client &from, const Frame &frame);
   void RouteReply(Client &from, const Frame &frame);
+  // False, with a line, if there was no memory for the message and its receiver still waits for others.
+  bool Deliver(Client &to, const Frame &frame);
   // The clients of a module in the order of their registration; empty for an id that cannot be registered.
   std::vector<Client *> &ClientsOf(uint32_t mid);
   Client *Oldest(uint32_t mid);

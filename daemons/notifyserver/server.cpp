@@ -4,11 +4,14 @@
 #include <zor/notify_wire.h>
 #include <zor/paths.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include "programs/limits.h"
 #include "programs/paths.h"
+#include "programs/peer.h"
 
 namespace zor::notifyserver {
 namespace {
@@ -51,20 +54,39 @@ void Server::Run() {
 }
 
 bool Server::Turn() {
-  const auto ready = poll_.Wait(watchdog_.TimeoutMs(listeningPaused_ ? kPauseMs : -1));
+  const auto ready = poll_.Wait(watchdog_.TimeoutMs(TimeoutMs()));
   if (listeningPaused_ && ready.empty()) PauseListening(false);
-  for (const epoll_event &event : ready) {
+  HandleEvents(ready);
+  if (registrationCheck_ <= Client::Clock::now()) EndUnregistered();
+  ReleaseEnded();
+  while (accounts_.exceeded()) {
+    EndLargest();
+    ReleaseEnded();
+  }
+  watchdog_.Feed();
+  return !stopped_;
+}
+
+// Ends early when too much memory is in use: a client's memory is released after the events, and what is still ready
+// is reported again.
+void Server::HandleEvents(std::span<const epoll_event> events) {
+  for (const epoll_event &event : events) {
     if (event.data.ptr == &stop_) {
-      if (stop_.Take()) return false;
+      stopped_ = stop_.Take();
     } else if (event.data.ptr == &listener_) {
       Accept();
     } else {
       Serve(*static_cast<Client *>(event.data.ptr), event.events);
     }
+    if (stopped_ || accounts_.exceeded()) return;
   }
-  ReleaseEnded();
-  watchdog_.Feed();
-  return true;
+}
+
+int Server::TimeoutMs() const {
+  const int pause = listeningPaused_ ? kPauseMs : -1;
+  if (registrationCheck_ == Client::Clock::time_point::max()) return pause;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(registrationCheck_ - Client::Clock::now()).count();
+  return static_cast<int>(std::clamp<int64_t>(left, 0, pause < 0 ? INT32_MAX : pause));
 }
 
 void Server::Accept() {
@@ -75,16 +97,32 @@ void Server::Accept() {
     PauseListening(true);
     return;
   }
+  try {
+    Admit(std::move(socket));
+  } catch (const std::bad_alloc &) {
+    log_.Print("connection refused: no memory");
+  }
+}
+
+void Server::Admit(UniqueFd socket) {
   if (clients_.size() >= limits_.maxClients) {
     log_.Print("connection refused: %zu clients are connected", clients_.size());
     return;
   }
-  auto client = std::make_unique<Client>(std::move(socket), poll_, ended_, limits_);
-  if (!client->Watch()) {
-    log_.PrintErrno("%s refused", client->Label().c_str());
+  const ucred peer = daemon::PeerOf(socket.get());
+  if (!accounts_.MayConnect(peer.uid)) {
+    log_.Print("connection refused: user %u has %zu connections (pid %d)", peer.uid, limits_.userClients, peer.pid);
     return;
   }
-  clients_.emplace(client.get(), std::move(client));
+  ended_.reserve(clients_.size() + 1);
+  auto client = std::make_unique<Client>(std::move(socket), peer, poll_, ended_, accounts_, limits_);
+  Client *const key = client.get();
+  if (!clients_.emplace(key, std::move(client)).first->second->Watch()) {
+    log_.PrintErrno("%s refused", key->Label().c_str());
+    clients_.erase(key);
+    return;
+  }
+  registrationCheck_ = std::min(registrationCheck_, key->connectedAt() + limits_.registration);
 }
 
 // Without free descriptors the listening socket stays readable, and the loop would spin on it.
@@ -92,9 +130,14 @@ void Server::PauseListening(bool on) {
   if (poll_.Change(listener_.fd(), on ? 0u : uint32_t{EPOLLIN}, &listener_)) listeningPaused_ = on;
 }
 
+// What a client sends must not end the others: without memory for it, only this client ends.
 void Server::Serve(Client &client, uint32_t events) {
-  if (!client.ended() && (events & EPOLLOUT) != 0) client.Flush();
-  if (!client.ended() && (events & ~EPOLLOUT) != 0) ReadFrames(client);
+  try {
+    if (!client.ended() && (events & EPOLLOUT) != 0) client.Flush();
+    if (!client.ended() && (events & ~EPOLLOUT) != 0) ReadFrames(client);
+  } catch (const std::bad_alloc &) {
+    client.End("no memory for what it sent");
+  }
 }
 
 void Server::ReadFrames(Client &client) {
@@ -114,6 +157,31 @@ void Server::ReadFrames(Client &client) {
   client.CompactInput();
 }
 
+void Server::EndUnregistered() {
+  const Client::Clock::time_point latest = Client::Clock::now() - limits_.registration;
+  registrationCheck_ = Client::Clock::time_point::max();
+  for (const auto &[key, client] : clients_) {
+    if (!client->mustRegister() || client->ended()) continue;
+    if (client->connectedAt() <= latest) {
+      client->End("it did not register in time");
+    } else {
+      registrationCheck_ = std::min(registrationCheck_, client->connectedAt() + limits_.registration);
+    }
+  }
+}
+
+// When any user is over its share, the one who holds most is too.
+void Server::EndLargest() {
+  const auto user = accounts_.LargestUser();
+  Client *largest = nullptr;
+  for (const auto &[key, client] : clients_) {
+    if (client->peer().uid == user && (largest == nullptr || client->held() > largest->held())) largest = client.get();
+  }
+  if (largest == nullptr) return;
+  largest->End(accounts_.IsOver(*user) ? "it holds most of its user's memory, which exceeds user_bytes"
+                                       : "it holds most of the memory, which exceeds memory_bytes");
+}
+
 // Sending the empty replies that are due when one client ends may end another, which then joins the list.
 void Server::ReleaseEnded() {
   for (size_t index = 0; index < ended_.size(); ++index) {
@@ -127,8 +195,8 @@ void Server::ReleaseEnded() {
 
 void Server::LogEnd(const Client &client) {
   const size_t lost = client.Lost();
-  if (!client.reason().empty()) {
-    log_.Print("%s cut off: %s, %zu messages lost", client.Label().c_str(), client.reason().c_str(), lost);
+  if (*client.reason() != '\0') {
+    log_.Print("%s cut off: %s, %zu messages lost", client.Label().c_str(), client.reason(), lost);
   } else if (lost > 0) {
     log_.Print("%s left %zu messages unread", client.Label().c_str(), lost);
   }

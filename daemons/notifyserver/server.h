@@ -6,9 +6,11 @@
 #include <array>
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
+#include "notifyserver/accounts.h"
 #include "notifyserver/client.h"
 #include "notifyserver/limits.h"
 #include "notifyserver/router.h"
@@ -24,7 +26,7 @@ namespace zor::notifyserver {
 class Server {
  public:
   Server(const Limits &limits, daemon::ProblemLog &log, bool verbose)
-      : limits_(limits), log_(log), router_(limits, log, verbose) {}
+      : limits_(limits), log_(log), router_(limits, log, verbose), accounts_(limits) {}
 
   // Listens on the fixed path. Logs failures.
   daemon::ExitCode Open();
@@ -34,10 +36,16 @@ class Server {
  private:
   // False once the stop signal has arrived.
   bool Turn();
+  void HandleEvents(std::span<const epoll_event> events);
+  int TimeoutMs() const;
   void Accept();
+  // May throw std::bad_alloc.
+  void Admit(UniqueFd socket);
   void PauseListening(bool on);
   void Serve(Client &client, uint32_t events);
   void ReadFrames(Client &client);
+  void EndUnregistered();
+  void EndLargest();
   void ReleaseEnded();
   void LogEnd(const Client &client);
 
@@ -48,9 +56,13 @@ class Server {
   daemon::LocalSocket listener_;
   daemon::EventPoll poll_;
   Router router_;
+  Accounts accounts_;  // outlives the clients
   std::unordered_map<const Client *, std::unique_ptr<Client>> clients_;
   std::vector<Client *> ended_;
   bool listeningPaused_ = false;
+  bool stopped_ = false;
+  // When the next connection that has not registered is overdue.
+  Client::Clock::time_point registrationCheck_ = Client::Clock::time_point::max();
   std::array<std::byte, 65536> scratch_;
 };
 

@@ -1,3 +1,8 @@
+#include <poll.h>
+#include <zor/notify_control_wire.h>
+
+#include <algorithm>
+#include <filesystem>
 #include <random>
 
 #include "daemons/notifyserver_fixture.h"
@@ -99,6 +104,69 @@ TEST_F(NotifyServerRobustness, SlowReaderIsCutOffWhileOthersGoOn) {
   EXPECT_THAT(log, testing::ContainsRegex("module 1 \\(pid [0-9]+\\) cut off: its output queue is full, [1-9][0-9]* "
                                           "messages lost"));
   EXPECT_THAT(log, Not(HasSubstr("module 2")));
+}
+
+TEST_F(NotifyServerRobustness, HalfSentFramesTakeNoMoreThanTheirShareAndTheLargestIsCutOff) {
+  Start("max_data_bytes = 65536\nqueue_bytes = 98304\nuser_bytes = 262144\nmemory_bytes = 262144\n");
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  const std::string half = MakeAsync(kType, 1, kCms, std::string(65000, 'x')).Bytes().substr(0, 60000);
+  std::vector<BusPeer> hostile;
+  for (uint32_t number = 0; number < 12; ++number) {
+    hostile.push_back(Register(1));
+    hostile.back().Send(half);
+    ExpectConversation(web, cms, number);
+  }
+  const auto isOpen = [](const BusPeer &peer) {
+    pollfd entry = {peer.fd(), POLLRDHUP, 0};
+    return ::poll(&entry, 1, 0) == 0;
+  };
+  EXPECT_TRUE(WaitUntil([&] { return std::ranges::count_if(hostile, isOpen) <= 4; }));
+  ExpectConversation(web, cms, 99);
+  EXPECT_THAT(Stop(), testing::ContainsRegex("module 1 \\(pid [0-9]+\\) cut off: it holds most of its user's memory"));
+}
+
+TEST_F(NotifyServerRobustness, ConnectionMustRegisterInTimeUnlessItIsAnOperators) {
+  Start("register_seconds = 1\n");
+  const BusPeer web = Register(kWeb);
+  const BusPeer tool = Connect();
+  const NotifyFrame list = MakeRequest(ZOR_NOTIFY_CONTROL_LIST, 1, 0, ZOR_NOTIFY_MID_SERVER);
+  tool.Send(list.Bytes());
+  ASSERT_TRUE(ReceiveNotify(tool));
+  const BusPeer silent = Connect();
+  const BusPeer half = Connect();
+  half.Send(MakeRegistration(1).Bytes().substr(0, 50));
+  EXPECT_TRUE(silent.ClosedByOther());
+  EXPECT_TRUE(half.ClosedByOther());
+  Settle(web, kWeb);
+  tool.Send(list.Bytes());
+  EXPECT_TRUE(ReceiveNotify(tool));
+  EXPECT_THAT(Stop(), HasSubstr("an unregistered client (pid " + std::to_string(::getpid()) +
+                                ") cut off: it did not register in time"));
+}
+
+TEST_F(NotifyServerRobustness, ConnectionsOfOneUserLeaveRoomForOthers) {
+  Start("user_clients = 2\n");
+  const BusPeer cms = Register(kCms);
+  {
+    const BusPeer web = Register(kWeb);
+    EXPECT_TRUE(Connect().ClosedByOther());
+    ExpectConversation(web, cms, 1);
+    if (::geteuid() == 0) {  // only root can become another user
+      std::filesystem::permissions(root_.Path(""), std::filesystem::perms{0755});
+      ASSERT_EQ(::seteuid(65534), 0);
+      const BusPeer other = Register(kWeb);
+      ASSERT_EQ(::seteuid(0), 0);
+      ExpectConversation(web, cms, 2);
+    }
+  }
+  const auto mayConnect = [this] {
+    const BusPeer client = Connect();
+    client.Send(MakeRegistration(kWeb).Bytes() + MakeRequest(kType, 1, kWeb, ZOR_NOTIFY_MID_SERVER).Bytes());
+    return ReceiveNotify(client).has_value();
+  };
+  EXPECT_TRUE(WaitUntil(mayConnect)) << "once one of them has left";
+  EXPECT_THAT(Stop(), HasSubstr("connection refused: user " + std::to_string(::geteuid()) + " has 2 connections"));
 }
 
 TEST_F(NotifyServerRobustness, HonestClientsTalkOnDuringAStormOfGarbage) {
