@@ -30,6 +30,9 @@ inline constexpr std::size_t kMostQueueBytes = 64u << 20;
 // [connections] Connections at one time (setting max_clients): further ones are turned away.
 inline constexpr std::size_t kClients = 256;
 inline constexpr std::size_t kMostClients = 65536;
+// [s] Time that a connection has to get a name (setting register_seconds): the client is cut off.
+inline constexpr std::uint32_t kRegisterSeconds = 10;
+inline constexpr std::uint32_t kMostRegisterSeconds = 3600;
 // [s] Time to deliver what is queued when the server is stopped (setting stop_seconds): the log names the rest.
 inline constexpr std::uint32_t kStopSeconds = 5;
 inline constexpr std::uint32_t kMostStopSeconds = 60;

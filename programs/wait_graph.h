@@ -45,6 +45,8 @@ struct Daemon {
   uint64_t unread = 0;                  // messages that it has not read
   bool unreadAtLeast = false;           // there may be more
   uint64_t unreadMs = 0;                // the age of the oldest
+  uint64_t refused = 0;                 // messages that did not fit its queue, since it does not read
+  uint64_t refusedMs = 0;               // the age of the latest
   std::vector<PendingRequest> pending;  // the newest last
 
   // The request that it waits for; null if it does not wait.

@@ -110,6 +110,7 @@ void Server::Admit(UniqueFd socket, bool local) {
   if (!local) SetUpBoard(socket.get(), bus_.settings.boardSilence);
   const Peer peer = PeerOf(socket.get(), local);
   Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++lastId_, bus_.settings.queueBytes);
+  newcomers_.push_back({client.id, Clock::now()});
   if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) bus_.CutOff(client, std::strerror(errno));
 }
 
@@ -189,18 +190,27 @@ void Server::ReadDeaf() {
 int Server::TimeoutMs() const {
   if (!ready_.empty()) return 0;
   if (!pausedSenders_.empty()) return static_cast<int>(kPauseCheck.count());
-  if (bus_.settings.reportSeconds.empty() && !watch_.wantsTick()) return -1;
+  if (bus_.settings.reportSeconds.empty() && newcomers_.empty() && !watch_.wantsTick()) return -1;
   return static_cast<int>(std::chrono::milliseconds(kReportCheck).count());
 }
 
 void Server::CheckTimers() {
   watch_.Tick();
-  if (pausedSenders_.empty() && bus_.settings.reportSeconds.empty()) return;
+  if (pausedSenders_.empty() && newcomers_.empty() && bus_.settings.reportSeconds.empty()) return;
   const Clock::time_point now = Clock::now();
   pausedSenders_.Release(now, [this](Client &sender) {
     if (sender.readable) MarkReadable(sender);
   });
   if (!bus_.settings.reportSeconds.empty() && now - reportsChecked_ >= kReportCheck) CheckReports(now);
+  CheckNewcomers(now);
+}
+
+// Connections that never register would keep others from connecting.
+void Server::CheckNewcomers(Clock::time_point now) {
+  for (; !newcomers_.empty() && now - newcomers_.front().since >= bus_.settings.registerTime; newcomers_.pop_front()) {
+    Client *client = bus_.Find(newcomers_.front().id);
+    if (client != nullptr && !client->registered()) bus_.CutOff(*client, "it has not registered in time");
+  }
 }
 
 void Server::CheckReports(Clock::time_point now) {

@@ -5,6 +5,7 @@
 #define MSGSVR_SERVER_H
 
 #include <array>
+#include <deque>
 #include <vector>
 
 #include "common/unique_fd.h"
@@ -52,6 +53,7 @@ class Server {
   void ReadDeaf();
   void CheckTimers();
   void CheckReports(Clock::time_point now);
+  void CheckNewcomers(Clock::time_point now);
 
   Bus &bus_;
   Router router_;
@@ -65,6 +67,11 @@ class Server {
   uint64_t lastId_ = 0;
   PausedSenders pausedSenders_;
   Clock::time_point reportsChecked_;
+  struct Newcomer {
+    uint64_t id;
+    Clock::time_point since;
+  };
+  std::deque<Newcomer> newcomers_;  // connections that may not have registered yet, oldest first
   std::vector<Client *> ready_;
   std::vector<Client *> reading_;
   // All input passes through here: a client's input takes no memory of its own unless it ends in a partial frame.

@@ -14,6 +14,7 @@ namespace zor::msgsvr {
 const char kSettingsHelp[] =
     "  queue_bytes = 1048576     unread output of a client after which messages to it are refused\n"
     "  slow_reader = refuse      or cut_off: disconnect a client whose unread output is that much\n"
+    "  register_seconds = 10     time that a connection has to get a name\n"
     "  stop_seconds = 5          time to deliver what is queued when the server is stopped\n"
     "  max_clients = 256         maximum number of connections\n"
     "  tcp =                     ADDRESS:PORT (IPv4) to listen on for daemons on other boards; port 0: any\n"
@@ -175,6 +176,8 @@ BusSettings ReadSettings(daemon::Settings &settings) {
   result.cutOffSlowReaders = slow == "cut_off";
   result.maxClients =
       static_cast<size_t>(settings.Number("max_clients", limits::msgsvr::kClients, 1, limits::msgsvr::kMostClients));
+  result.registerTime = std::chrono::seconds(
+      settings.Number("register_seconds", limits::msgsvr::kRegisterSeconds, 1, limits::msgsvr::kMostRegisterSeconds));
   result.stopTime = std::chrono::seconds(
       settings.Number("stop_seconds", limits::msgsvr::kStopSeconds, 0, limits::msgsvr::kMostStopSeconds));
   result.boardSilence =

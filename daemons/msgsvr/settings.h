@@ -62,6 +62,7 @@ struct BusSettings {
   size_t queueBytes;
   bool cutOffSlowReaders;
   size_t maxClients;
+  std::chrono::seconds registerTime;
   std::chrono::seconds stopTime;
   std::chrono::seconds boardSilence;
   std::string tcp;  // ADDRESS:PORT, or empty

@@ -156,6 +156,16 @@ TEST_F(OwnMsgsvrTest, ServesDaemonsOfOtherBoardsOverTcp) {
   EXPECT_FALSE(Exists(path));
 }
 
+TEST_F(OwnMsgsvrTest, EndsAConnectionThatDoesNotRegisterInTime) {
+  Start("register_seconds = 1\n");
+  const WireClient idle = Connect();
+  EXPECT_TRUE(idle.ClosedByOther());
+  EXPECT_TRUE(LogHolds("an unregistered client (pid " + std::to_string(::getpid()) +
+                       ") cut off: it has not registered in time"));
+  sender_.Send(MakeMessage(kType, "", "receiver", 5));
+  EXPECT_EQ(receiver_.Next().header.data, 5u) << "those with a name stay";
+}
+
 // In a network of its own, whose cable can be cut.
 class CutCableTest : public OwnMsgsvrTest {
  protected:

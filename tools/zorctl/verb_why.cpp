@@ -50,6 +50,8 @@ Daemon DaemonOf(const Json &client) {
   daemon.unread = waiting.value("messages", uint64_t{0});
   daemon.unreadAtLeast = waiting.value("at_least", false);
   daemon.unreadMs = waiting.value("oldest_ms", uint64_t{0});
+  daemon.refused = client.value("refused", uint64_t{0});
+  daemon.refusedMs = client.value("refused_ms", uint64_t{0});
   for (const Json &pending : client.value("pending", Json::array())) {
     if (auto request = RequestOf(pending, process.inLoop)) daemon.pending.push_back(std::move(*request));
   }
@@ -88,6 +90,11 @@ class Report {
                    daemon->unread == 0 ? "-" : AgeText(daemon->unreadMs)});
     }
     daemons.Print();
+    for (const Daemon *daemon : chain_.daemons) {
+      if (daemon->refused == 0) continue;
+      Print("\n" + Escape(daemon->name) + " did not read: " + std::to_string(daemon->refused) +
+            " messages to it were refused, the latest " + AgeText(daemon->refusedMs) + " ago\n");
+    }
     if (waiters_.empty()) return;
     Print("\n");
     Table requests({{"FROM"}, {"TO"}, {"AGE", Align::kRight}, {"SEQUENCE", Align::kRight}, {"TYPE"}, {"WAITS"}});
@@ -108,6 +115,9 @@ class Report {
                          {"unread", daemon->unread},
                          {"at_least", daemon->unreadAtLeast},
                          {"oldest_ms", daemon->unreadMs}});
+      if (daemon->refused == 0) continue;
+      daemons.back()["refused"] = daemon->refused;
+      daemons.back()["refused_ms"] = daemon->refusedMs;
     }
     for (const Waiter &each : waiters_) {
       requests.push_back({{"from", each.from->name},

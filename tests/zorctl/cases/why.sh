@@ -44,5 +44,14 @@ tell_each_other here 0x4062 there 0x4063
 # When the system shows that they sleep in their loops, they do not wait; otherwise the verdict names its assumption.
 says here 'here is idle' || says here 'assuming that 0x4062 and 0x4063 are requests' || zorctl why here
 
+# One that does not read, and misses what does not fit its queue.
+peer mute idle
+kill -STOP "$(running mute)"
+peer flooder flood mute 3000 2000
+await grep -q done "$ZOR_ROOT/flooder.out"
+refusals() { zorctl why mute | sed -En 's/^(mute did not read: )[1-9][0-9]*( .* latest )[0-9.]+ m?s/\1N\2N/p'; }
+await eval "refusals | grep -q ."
+report refusals
+
 stop msgsvr
 run why left
