@@ -51,7 +51,8 @@ void Server::StopListening() {
 bool Server::Watch() {
   spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   return spare_.valid() && bus_.poll.valid() && bus_.poll.Add(stop_.fd(), EPOLLIN, &stop_) &&
-         bus_.poll.Add(local_.fd, EPOLLIN, &local_) && (tcp_.fd < 0 || bus_.poll.Add(tcp_.fd, EPOLLIN, &tcp_));
+         bus_.poll.Add(watch_.timer(), EPOLLIN, &watch_) && bus_.poll.Add(local_.fd, EPOLLIN, &local_) &&
+         (tcp_.fd < 0 || bus_.poll.Add(tcp_.fd, EPOLLIN, &tcp_));
 }
 
 void Server::Turn() {
@@ -71,6 +72,8 @@ void Server::Turn() {
 void Server::HandleEvent(const epoll_event &event) {
   if (event.data.ptr == &stop_) {
     if (stop_.Take()) running_ = false;
+  } else if (event.data.ptr == &watch_) {
+    watch_.TakeTimer();
   } else if (event.data.ptr == &local_ || event.data.ptr == &tcp_) {
     Accept(*static_cast<const Listener *>(event.data.ptr));
   } else {
@@ -190,7 +193,7 @@ void Server::ReadDeaf() {
 int Server::TimeoutMs() const {
   if (!ready_.empty()) return 0;
   if (!pausedSenders_.empty()) return static_cast<int>(kPauseCheck.count());
-  if (bus_.settings.reportSeconds.empty() && newcomers_.empty() && !watch_.wantsTick()) return -1;
+  if (bus_.settings.reportSeconds.empty() && newcomers_.empty()) return -1;
   return static_cast<int>(std::chrono::milliseconds(kReportCheck).count());
 }
 

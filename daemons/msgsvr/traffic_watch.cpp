@@ -1,8 +1,25 @@
 #include "msgsvr/traffic_watch.h"
 
+#include <sys/timerfd.h>
+#include <unistd.h>
+
 #include <utility>
 
 namespace zor::msgsvr {
+
+TrafficWatch::TrafficWatch(Bus &bus)
+    : bus_(bus), deadlocks_(bus), storms_(bus), timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {}
+
+void TrafficWatch::TakeTimer() {
+  uint64_t expirations;
+  if (::read(timer_.get(), &expirations, sizeof expirations) == sizeof expirations) armed_ = false;
+}
+
+void TrafficWatch::Arm() {
+  itimerspec once{};
+  once.it_value.tv_sec = kPeriodMs / 1000;
+  armed_ = ::timerfd_settime(timer_.get(), 0, &once, nullptr) == 0;
+}
 
 void TrafficWatch::Look() {
   const uint32_t elapsedMs = bus_.nowMs - std::exchange(lastMs_, bus_.nowMs);
