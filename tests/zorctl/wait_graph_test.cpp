@@ -11,7 +11,12 @@ using daemon::Waits;
 
 Daemon Make(const std::string &name, const std::vector<std::string> &waitsFor = {}, uint64_t unread = 0,
             char state = 'S') {
-  Daemon daemon{name, 1, state, unread, false, unread == 0 ? 0 : uint64_t{12'300}, {}};
+  Daemon daemon;
+  daemon.name = name;
+  daemon.pid = 1;
+  daemon.state = state;
+  daemon.unread = unread;
+  daemon.unreadMs = unread == 0 ? 0 : 12'300;
   for (const std::string &other : waitsFor) daemon.pending.push_back({other, 0x4001, 7, 3'200, Waits::kNo});
   if (!waitsFor.empty()) daemon.pending.back().waits = Waits::kYes;
   return daemon;
