@@ -12,10 +12,12 @@ void Deliveries::DropNewest(size_t count) {
 }
 
 void Deliveries::ClearRecords() {
-  constexpr size_t kKept = 64;  // an idle client that was busy once does not keep its memory
+  constexpr size_t kKept = 64;
+  // A client that was busy once does not keep its memory; one that is busy does not allocate it again and again.
+  const bool oversized = records_.capacity() > kKept && records_.size() < records_.capacity() / 8;
   base_ += records_.size();
   records_.clear();
-  if (records_.capacity() > kKept) records_.shrink_to_fit();
+  if (oversized) records_.shrink_to_fit();
   checkAt_ = kFirstCheck;
 }
 
