@@ -7,10 +7,13 @@
 namespace zor::msgsvr {
 
 void Farewell::Say(Clock::duration time) {
-  // From here on only output matters: input would announce itself again and again.
-  for (Client &client : bus_.clients) bus_.poll.Change(client.socket.get(), EPOLLOUT, &client);
+  const bool watched = poll_.valid() && poll_.Add(stop_.fd(), EPOLLIN, &stop_);
+  for (Client &client : bus_.clients) {
+    if (!client.output.empty()) poll_.Add(client.socket.get(), EPOLLOUT, &client);
+  }
   const Clock::time_point end = Clock::now() + time;
-  for (Clock::time_point now = Clock::now(); now < end && !hurried_ && SomethingQueued(); now = Clock::now()) {
+  for (Clock::time_point now = Clock::now(); watched && now < end && !hurried_ && SomethingQueued();
+       now = Clock::now()) {
     HandleEvents(static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(end - now).count()));
   }
   for (Client &client : bus_.clients) NameWhatIsLeft(client);
@@ -24,7 +27,7 @@ bool Farewell::SomethingQueued() const {
 }
 
 void Farewell::HandleEvents(int timeoutMs) {
-  for (const epoll_event &event : bus_.poll.Wait(timeoutMs)) {
+  for (const epoll_event &event : poll_.Wait(timeoutMs)) {
     if (event.data.ptr == &stop_) {
       hurried_ = stop_.Take() || hurried_;
       continue;
@@ -32,7 +35,7 @@ void Farewell::HandleEvents(int timeoutMs) {
     Client &client = *static_cast<Client *>(event.data.ptr);
     delivery_.FlushQueue(client);
     // One that needs nothing, or can take nothing, is not asked about again.
-    if (client.deaf || client.output.empty()) bus_.poll.Remove(client.socket.get());
+    if (client.deaf || client.output.empty()) poll_.Remove(client.socket.get());
   }
 }
 

@@ -23,6 +23,7 @@ class Farewell {
   Bus &bus_;
   Delivery &delivery_;
   daemon::StopSignal &stop_;
+  daemon::EventPoll poll_;  // of output alone: the server's own would announce input and timers again and again
   bool hurried_ = false;
 };
 

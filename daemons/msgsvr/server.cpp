@@ -35,24 +35,17 @@ bool Server::Run() {
   if (!Watch()) return false;
   bus_.SweepFiles();
   while (running_) Turn();
-  StopListening();
   Farewell(bus_, router_.delivery(), stop_).Say(bus_.settings.stopTime);
   for (Client &client : bus_.clients) bus_.End(client);
   bus_.Sweep();
   return true;
 }
 
-void Server::StopListening() {
-  for (const Listener &listener : {local_, tcp_}) {
-    if (listener.fd >= 0) bus_.poll.Remove(listener.fd);
-  }
-}
-
 bool Server::Watch() {
   spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   return spare_.valid() && bus_.poll.valid() && bus_.poll.Add(stop_.fd(), EPOLLIN, &stop_) &&
-         bus_.poll.Add(watch_.timer(), EPOLLIN, &watch_) && bus_.poll.Add(local_.fd, EPOLLIN, &local_) &&
-         (tcp_.fd < 0 || bus_.poll.Add(tcp_.fd, EPOLLIN, &tcp_));
+         bus_.poll.Add(watch_.timer(), EPOLLIN, &watch_) && bus_.poll.Add(newcomers_.timer(), EPOLLIN, &newcomers_) &&
+         bus_.poll.Add(local_.fd, EPOLLIN, &local_) && (tcp_.fd < 0 || bus_.poll.Add(tcp_.fd, EPOLLIN, &tcp_));
 }
 
 void Server::Turn() {
@@ -74,6 +67,8 @@ void Server::HandleEvent(const epoll_event &event) {
     if (stop_.Take()) running_ = false;
   } else if (event.data.ptr == &watch_) {
     watch_.TakeTimer();
+  } else if (event.data.ptr == &newcomers_) {
+    EndUnregistered();
   } else if (event.data.ptr == &local_ || event.data.ptr == &tcp_) {
     Accept(*static_cast<const Listener *>(event.data.ptr));
   } else {
@@ -113,7 +108,7 @@ void Server::Admit(UniqueFd socket, bool local) {
   if (!local) SetUpBoard(socket.get(), bus_.settings.boardSilence);
   const Peer peer = PeerOf(socket.get(), local);
   Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++lastId_, bus_.settings.queueBytes);
-  newcomers_.push_back({client.id, Clock::now()});
+  newcomers_.Add(client.id);
   if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) bus_.CutOff(client, std::strerror(errno));
 }
 
@@ -193,25 +188,24 @@ void Server::ReadDeaf() {
 int Server::TimeoutMs() const {
   if (!ready_.empty()) return 0;
   if (!pausedSenders_.empty()) return static_cast<int>(kPauseCheck.count());
-  if (bus_.settings.reportSeconds.empty() && newcomers_.empty()) return -1;
+  if (bus_.settings.reportSeconds.empty()) return -1;
   return static_cast<int>(std::chrono::milliseconds(kReportCheck).count());
 }
 
 void Server::CheckTimers() {
   watch_.Tick();
-  if (pausedSenders_.empty() && newcomers_.empty() && bus_.settings.reportSeconds.empty()) return;
+  if (pausedSenders_.empty() && bus_.settings.reportSeconds.empty()) return;
   const Clock::time_point now = Clock::now();
   pausedSenders_.Release(now, [this](Client &sender) {
     if (sender.readable) MarkReadable(sender);
   });
   if (!bus_.settings.reportSeconds.empty() && now - reportsChecked_ >= kReportCheck) CheckReports(now);
-  CheckNewcomers(now);
 }
 
 // Connections that never register would keep others from connecting.
-void Server::CheckNewcomers(Clock::time_point now) {
-  for (; !newcomers_.empty() && now - newcomers_.front().since >= bus_.settings.registerTime; newcomers_.pop_front()) {
-    Client *client = bus_.Find(newcomers_.front().id);
+void Server::EndUnregistered() {
+  for (const uint64_t id : newcomers_.TakeDue()) {
+    Client *client = bus_.Find(id);
     if (client != nullptr && !client->registered()) bus_.CutOff(*client, "it has not registered in time");
   }
 }

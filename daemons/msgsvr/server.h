@@ -5,12 +5,12 @@
 #define MSGSVR_SERVER_H
 
 #include <array>
-#include <deque>
 #include <vector>
 
 #include "common/unique_fd.h"
 #include "msgsvr/bus.h"
 #include "msgsvr/input.h"
+#include "msgsvr/newcomers.h"
 #include "msgsvr/paused_senders.h"
 #include "msgsvr/router.h"
 #include "msgsvr/traffic_watch.h"
@@ -35,7 +35,6 @@ class Server {
   };
 
   bool Watch();
-  void StopListening();
   void Turn();
   void HandleEvent(const epoll_event &event);
   void Accept(const Listener &listener);
@@ -53,7 +52,7 @@ class Server {
   void ReadDeaf();
   void CheckTimers();
   void CheckReports(Clock::time_point now);
-  void CheckNewcomers(Clock::time_point now);
+  void EndUnregistered();
 
   Bus &bus_;
   Router router_;
@@ -67,11 +66,7 @@ class Server {
   uint64_t lastId_ = 0;
   PausedSenders pausedSenders_;
   Clock::time_point reportsChecked_;
-  struct Newcomer {
-    uint64_t id;
-    Clock::time_point since;
-  };
-  std::deque<Newcomer> newcomers_;  // connections that may not have registered yet, oldest first
+  Newcomers newcomers_{bus_.settings.registerTime};
   std::vector<Client *> ready_;
   std::vector<Client *> reading_;
   // All input passes through here: a client's input takes no memory of its own unless it ends in a partial frame.

@@ -223,6 +223,13 @@ TEST_F(SlowReaderTest, DeliversWhatIsQueuedBeforeItStops) {
     return server_->Wait(std::chrono::milliseconds(10)) == 0;
   }));
   EXPECT_TRUE(LogHolds("receiver (pid " + std::to_string(::getpid()) + ") has ended: "));
+  // Without one its time is over at last, whatever else has a timer.
+  Start("stop_seconds = 2\n");
+  for (uint32_t i = 0; i < kMessages; ++i) sender_.Send(MakeMessage(kType, "", "receiver", i, kKilobyte));
+  Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
+  server_->Signal(SIGTERM);
+  EXPECT_EQ(server_->Wait(), 0);
+  EXPECT_EQ(CountInLog(") has ended: "), 2u);
   server_.reset();
 }
 

@@ -1,0 +1,40 @@
+#include "msgsvr/newcomers.h"
+
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace zor::msgsvr {
+
+Newcomers::Newcomers(std::chrono::seconds time)
+    : time_(time), timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {}
+
+void Newcomers::Add(uint64_t id) {
+  newcomers_.push_back({id, Clock::now() + time_});
+  if (newcomers_.size() == 1) Arm();
+}
+
+std::vector<uint64_t> Newcomers::TakeDue() {
+  uint64_t expirations;
+  if (::read(timer_.get(), &expirations, sizeof expirations) != sizeof expirations) return {};
+  std::vector<uint64_t> due;
+  const Clock::time_point now = Clock::now();
+  for (; !newcomers_.empty() && newcomers_.front().due <= now; newcomers_.pop_front()) {
+    due.push_back(newcomers_.front().id);
+  }
+  if (!newcomers_.empty()) Arm();
+  return due;
+}
+
+void Newcomers::Arm() {
+  const auto left = std::max<std::chrono::milliseconds>(
+      std::chrono::ceil<std::chrono::milliseconds>(newcomers_.front().due - Clock::now()),
+      std::chrono::milliseconds(1));
+  itimerspec once{};
+  once.it_value.tv_sec = left.count() / 1000;
+  once.it_value.tv_nsec = left.count() % 1000 * 1000000;
+  ::timerfd_settime(timer_.get(), 0, &once, nullptr);
+}
+
+}  // namespace zor::msgsvr

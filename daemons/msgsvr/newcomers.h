@@ -1,0 +1,41 @@
+// Connections that may not have registered yet, and a timer for the time that they have. The timer is set once for all
+// of them, since a time-out of the loop's wait would cost every turn a timer of the kernel.
+#ifndef MSGSVR_NEWCOMERS_H
+#define MSGSVR_NEWCOMERS_H
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "common/unique_fd.h"
+
+namespace zor::msgsvr {
+
+class Newcomers {
+ public:
+  explicit Newcomers(std::chrono::seconds time);
+
+  // Readable when the time of some is over; invalid, with errno, when the system gave none.
+  int timer() const { return timer_.get(); }
+  // A client has connected; clients are known by id.
+  void Add(uint64_t id);
+  // Removes and returns those whose time is over.
+  std::vector<uint64_t> TakeDue();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Newcomer {
+    uint64_t id;
+    Clock::time_point due;
+  };
+  void Arm();
+
+  std::chrono::seconds time_;
+  UniqueFd timer_;
+  std::deque<Newcomer> newcomers_;  // oldest first
+};
+
+}  // namespace zor::msgsvr
+
+#endif
