@@ -102,10 +102,11 @@ int Run(const ServerSettings &settings, daemon::ProblemLog &problems, bool verbo
     problems.PrintErrno("%s", settings.logFile.c_str());
     return daemon::kExitFailure;
   }
-  daemon::SayListening(kProgram, kSocketPath);
-  const MutedOutput output(!verbose);
   StatTable stats(settings.maxStatistics);
-  return Server(socket.fd(), log, stats, problems).Run(stop);
+  Server server(socket.fd(), log, stats, problems);
+  daemon::SayListening(kProgram, kSocketPath);  // nothing that may fail comes after it
+  const MutedOutput output(!verbose);
+  return server.Run(stop);
 }
 
 }  // namespace
