@@ -32,8 +32,8 @@ void Newcomers::Arm() {
       std::chrono::ceil<std::chrono::milliseconds>(newcomers_.front().due - Clock::now()),
       std::chrono::milliseconds(1));
   itimerspec once{};
-  once.it_value.tv_sec = left.count() / 1000;
-  once.it_value.tv_nsec = left.count() % 1000 * 1000000;
+  once.it_value.tv_sec = static_cast<decltype(once.it_value.tv_sec)>(left.count() / 1000);
+  once.it_value.tv_nsec = static_cast<decltype(once.it_value.tv_nsec)>(left.count() % 1000 * 1000000);
   ::timerfd_settime(timer_.get(), 0, &once, nullptr);
 }
 

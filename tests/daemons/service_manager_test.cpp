@@ -107,7 +107,8 @@ int resumed[2];
 // Stays in the handler until the test lets it return.
 void OnMessage(ZOR_MSG_HEAD *) {
   char byte = 0;
-  if (::write(entered[1], &byte, 1) == 1) static_cast<void>(::read(resumed[0], &byte, 1));
+  EXPECT_EQ(1, ::write(entered[1], &byte, 1));
+  EXPECT_EQ(1, ::read(resumed[0], &byte, 1));
 }
 
 TEST(ServiceManager, BusDaemonWhoseHandlerDoesNotReturnIsNotFed) {

@@ -29,7 +29,8 @@ constexpr char kIpv6[] =
 #undef V4
 
 void Star(std::string &text, std::size_t from, std::size_t count) {
-  std::fill_n(text.begin() + static_cast<std::ptrdiff_t>(from), count, '*');
+  const std::size_t end = std::min(from + count, text.size());
+  for (; from < end; ++from) text[from] = '*';
 }
 
 void StarToTheEnd(std::string &text, std::size_t from, char kept) {
