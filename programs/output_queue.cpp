@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
+#include "common/attached_descriptor.h"
 #include "programs/limits.h"
 
 namespace zor::daemon {
@@ -30,14 +30,7 @@ ssize_t SendMessage(int socket, const msghdr &message) {
 }
 
 ssize_t SendWithDescriptor(int socket, msghdr &message, int descriptor) {
-  alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int))> control{};
-  message.msg_control = control.data();
-  message.msg_controllen = control.size();
-  cmsghdr *head = CMSG_FIRSTHDR(&message);
-  head->cmsg_level = SOL_SOCKET;
-  head->cmsg_type = SCM_RIGHTS;
-  head->cmsg_len = CMSG_LEN(sizeof(int));
-  std::memcpy(CMSG_DATA(head), &descriptor, sizeof descriptor);
+  const AttachedDescriptor attached(message, descriptor);
   return SendMessage(socket, message);
 }
 

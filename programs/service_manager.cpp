@@ -7,13 +7,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+
+#include "common/attached_descriptor.h"
 
 namespace zor::daemon {
 namespace {
@@ -55,16 +56,8 @@ bool Tell(std::string_view state, int fd = -1, int flags = 0) {
   message.msg_namelen = address.length;
   message.msg_iov = &vector;
   message.msg_iovlen = 1;
-  alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int))> control{};
-  if (fd >= 0) {
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    cmsghdr *head = CMSG_FIRSTHDR(&message);
-    head->cmsg_level = SOL_SOCKET;
-    head->cmsg_type = SCM_RIGHTS;
-    head->cmsg_len = CMSG_LEN(sizeof(int));
-    std::memcpy(CMSG_DATA(head), &fd, sizeof fd);
-  }
+  std::optional<AttachedDescriptor> attached;
+  if (fd >= 0) attached.emplace(message, fd);
   return ::sendmsg(socket.get(), &message, MSG_NOSIGNAL | flags) == static_cast<ssize_t>(state.size());
 }
 
