@@ -1,0 +1,105 @@
+#include "programs/state_file.h"
+
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "common/write_all.h"
+
+namespace zor::daemon {
+namespace {
+
+constexpr uint16_t kEndTag = 0;
+constexpr std::string_view kMagic = "zorstate";
+
+struct Head {
+  char magic[8];
+  uint32_t version;
+  char server[16];
+};
+static_assert(kMagic.size() == sizeof Head::magic);
+
+}  // namespace
+
+StateWriter::StateWriter(std::string_view server, uint32_t version) : file_(::memfd_create("zor state", MFD_CLOEXEC)) {
+  Head head{};
+  kMagic.copy(head.magic, sizeof head.magic);
+  head.version = version;
+  server.copy(head.server, sizeof head.server - 1);
+  if (!file_.valid() || !WriteAll(file_.get(), std::as_bytes(std::span(&head, 1)))) Fail(errno);
+}
+
+void StateWriter::Write(bool complete) {
+  if (error_ != 0) return;
+  if (!complete) return Fail(EOVERFLOW);
+  if (!WriteAll(file_.get(), buffer_)) Fail(errno);
+}
+
+void StateWriter::Fail(int error) {
+  error_ = error;
+  file_.reset();
+}
+
+UniqueFd StateWriter::Finish() {
+  Add(kEndTag, std::string());
+  errno = error_;
+  return std::move(file_);
+}
+
+StateReader::StateReader(int fd, std::string_view server, uint32_t newestVersion) {
+  Map(fd);
+  if (valid()) Parse(server, newestVersion);
+  if (!valid()) records_.clear();
+}
+
+StateReader::~StateReader() {
+  if (!mapped_.empty()) ::munmap(const_cast<std::byte *>(mapped_.data()), mapped_.size());
+}
+
+void StateReader::Map(int fd) {
+  struct stat status = {};
+  if (::fstat(fd, &status) != 0) {
+    problem_ = std::string("the state cannot be read: ") + std::strerror(errno);
+    return;
+  }
+  const auto size = static_cast<size_t>(status.st_size);
+  if (!S_ISREG(status.st_mode) || size < sizeof(Head)) {
+    problem_ = "the state is not that of a server";
+    return;
+  }
+  void *memory = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
+  if (memory == MAP_FAILED) {
+    problem_ = std::string("the state cannot be read: ") + std::strerror(errno);
+    return;
+  }
+  mapped_ = {static_cast<const std::byte *>(memory), size};
+}
+
+void StateReader::Parse(std::string_view server, uint32_t newestVersion) {
+  Head head;
+  std::memcpy(&head, mapped_.data(), sizeof head);
+  if (kMagic != std::string_view(head.magic, sizeof head.magic) || head.server[sizeof head.server - 1] != '\0' ||
+      server != head.server) {
+    problem_ = "the state is not that of " + std::string(server);
+    return;
+  }
+  version_ = head.version;
+  if (version_ == 0 || version_ > newestVersion) {
+    problem_ =
+        "the state has format version " + std::to_string(version_) + ", newer than " + std::to_string(newestVersion);
+    return;
+  }
+  if (!ReadRecords(mapped_.subspan(sizeof head))) problem_ = "the state is damaged";
+}
+
+bool StateReader::ReadRecords(std::span<const std::byte> bytes) {
+  while (const auto field = TakeField(bytes)) {
+    if (field->tag == kEndTag) return bytes.empty();
+    records_.push_back(*field);
+  }
+  return false;
+}
+
+}  // namespace zor::daemon
