@@ -2,23 +2,20 @@
 
 #include <fcntl.h>
 #include <unistd.h>
-#include <zor/limits.h>
 #include <zor/msg_rejoin.h>
-#include <zor/platform/system.h>
 #include <zor/status.h>
 #include <zor/trace.h>
 #include <zor/uv_timer.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
 #include "base/text.h"
 #include "message/context.h"
-#include "sdk/loop/core/clock.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/message/msg_watcher.h"
+#include "sdk/loop/timer/retry_pauses.h"
 #include "sdk/loop/timer/timer.h"
 #include "sdk/msgapi/bus_watcher.h"
 #include "sdk/msgapi/join_attempt.h"
@@ -34,10 +31,8 @@ struct Link {
   bool lost;
   ZOR_MSG_LINK_PROC proc;
   void *procData;
-  ZOR_MSG_REJOIN times;
-  std::uint32_t pauseMs;  // the latest, before a part of it was taken off; 0: none since the connection was good
-  UvTime since;           // when the connection was made
-  UvTimer *timer;         // runs in a pause and while a reply is awaited; null: lost connections stay lost
+  RetryPauses pauses;
+  UvTimer *timer;  // runs in a pause and while a reply is awaited; null: lost connections stay lost
 };
 
 constinit Link busLink = {};
@@ -62,20 +57,8 @@ UvMsgWatcher *WatcherOfConnection() {
   return watcher != nullptr && g_stMsgCtx.socketFd >= 0 && watcher->io.fd == g_stMsgCtx.socketFd ? watcher : nullptr;
 }
 
-bool HasOutlastedItsPause() {
-  const UvTime soonest = After(busLink.since, busLink.pauseMs);
-  const UvTime now = MonotonicNow();
-  return now.seconds > soonest.seconds || (now.seconds == soonest.seconds && now.microseconds >= soonest.microseconds);
-}
-
-// The daemons of a system lose their server together; the random part keeps them from coming back together.
 void Pause() {
-  const ZOR_MSG_REJOIN &times = busLink.times;
-  busLink.pauseMs = busLink.pauseMs == 0                         ? times.firstPauseMs
-                    : busLink.pauseMs > times.longestPauseMs / 2 ? times.longestPauseMs
-                                                                 : busLink.pauseMs * 2;
-  const std::uint32_t half = busLink.pauseMs / 2;
-  const std::uint32_t pauseMs = busLink.pauseMs - ZOR_UTIL_GenRandomInteger() % (half + 1);
+  const std::uint32_t pauseMs = busLink.pauses.NextMs();
   Trace("msg", ZOR_TRACE_INFO, "Join the bus again in %u ms.", pauseMs);
   ZOR_UTIL_TimerChgPeriod(busLink.timer, pauseMs);
 }
@@ -102,7 +85,7 @@ void OnJoined(UniqueFd fd, MessagePtr reply) noexcept {
   if (RepeatStanding(fd.get()) != ZOR_OK || !TakeOver(std::move(fd))) return Pause();
   ZOR_UTIL_TimerChgPeriod(busLink.timer, 0);
   busLink.lost = false;
-  busLink.since = MonotonicNow();
+  busLink.pauses.OnConnected();
   ApplySettings(*reply);
   Tell(ZOR_MSG_LINK_REJOINED);
 }
@@ -115,7 +98,7 @@ void OnTimer(void *) {
     return Pause();
   }
   if (!StartJoin(OnJoined)) return Pause();
-  ZOR_UTIL_TimerChgPeriod(busLink.timer, busLink.times.replyWaitMs);
+  ZOR_UTIL_TimerChgPeriod(busLink.timer, busLink.pauses.times.replyWaitMs);
 }
 
 // Makes this process the one that is notified and connects. An end of file that was read before this call is read
@@ -128,11 +111,6 @@ void Adopt(UvMsgWatcher &watcher) {
   if (!busLink.lost) ZOR_UV_IOStart(&watcher.io, UV_READABLE);
 }
 
-std::uint32_t Choose(std::uint32_t wanted, std::uint32_t otherwise) {
-  constexpr std::uint32_t kLongest = 0x7fffffff;
-  return wanted == 0 ? otherwise : std::min(wanted, kLongest);
-}
-
 }  // namespace
 
 void OnConnectionEnded(UvMsgWatcher &watcher) noexcept {
@@ -140,7 +118,7 @@ void OnConnectionEnded(UvMsgWatcher &watcher) noexcept {
   busLink.lost = true;
   const bool rejoins = IsRejoinEnabled();
   if (rejoins) {
-    if (HasOutlastedItsPause()) busLink.pauseMs = 0;
+    busLink.pauses.OnLost();
     Pause();
   }
   Tell(ZOR_MSG_LINK_LOST);
@@ -167,13 +145,10 @@ uint32_t ZOR_MSG_SetLinkProc(ZOR_MSG_LINK_PROC proc, void *data) {
 uint32_t ZOR_MSG_EnableRejoin(const ZOR_MSG_REJOIN *settings) {
   UvMsgWatcher *watcher = zor::WatcherOfConnection();
   if (watcher == nullptr) return ZOR_E_NOT_CONNECTED;
-  const ZOR_MSG_REJOIN wanted = settings != nullptr ? *settings : ZOR_MSG_REJOIN{};
-  const ZOR_MSG_REJOIN times = {zor::Choose(wanted.firstPauseMs, ZOR_MSG_REJOIN_FIRST_PAUSE_MS),
-                                zor::Choose(wanted.longestPauseMs, ZOR_MSG_REJOIN_LONGEST_PAUSE_MS),
-                                zor::Choose(wanted.replyWaitMs, ZOR_MSG_REJOIN_REPLY_WAIT_MS)};
-  if (times.longestPauseMs < times.firstPauseMs) return ZOR_E_ARGUMENT;
+  const auto times = zor::ChooseRejoinTimes(settings);
+  if (!times) return ZOR_E_ARGUMENT;
   zor::Adopt(*watcher);
-  zor::busLink.times = times;
+  zor::busLink.pauses.times = *times;
   if (zor::IsRejoinEnabled()) return ZOR_OK;
   zor::busLink.timer = zor::AddTimer(&zor::MainLoop(), 0, 0, zor::OnTimer, nullptr);
   if (zor::busLink.timer == nullptr) return ZOR_E_NO_MEMORY;
