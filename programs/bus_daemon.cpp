@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <zor/msg.h>
+#include <zor/notify_rejoin.h>
 #include <zor/notifyclt.h>
 #include <zor/uv.h>
 
@@ -22,7 +23,6 @@ void OnSignal(UvIO *, uint32_t) {
   ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
 }
 
-// A restart of the whole system takes the notification client with it, which is a connection of its own.
 void OnLink(uint32_t event, void *data) {
   auto &problems = *static_cast<ProblemLog *>(data);
   switch (event) {
@@ -34,11 +34,24 @@ void OnLink(uint32_t event, void *data) {
       break;
     case ZOR_MSG_LINK_REJOINED:
       problems.Print("on the bus again as %s", g_stMsgCtx.appName);
-      ZOR_NOTIFYCLT_InitByName(g_stMsgCtx.appName);
       break;
     default:
       break;
   }
+}
+
+void OnNotifyLink(uint32_t event, void *data) {
+  auto &problems = *static_cast<ProblemLog *>(data);
+  problems.Print(event == ZOR_NOTIFYCLT_LINK_LOST ? "the notification server has gone; connecting again"
+                                                  : "connected to the notification server again");
+}
+
+// The two servers end and are restarted each by itself. A daemon whose name has no module has no notification client.
+bool OutliveServers(ProblemLog &problems) {
+  if (ZOR_MSG_SetLinkProc(OnLink, &problems) != ZOR_OK || ZOR_MSG_EnableRejoin(nullptr) != ZOR_OK) return false;
+  const uint32_t status = ZOR_NOTIFYCLT_EnableRejoin(nullptr);
+  if (status == ZOR_NOTIFY_E_NOT_WRITABLE) return true;
+  return status == ZOR_NOTIFY_OK && ZOR_NOTIFYCLT_SetLinkProc(OnNotifyLink, &problems) == ZOR_NOTIFY_OK;
 }
 
 // The loop owns the record and the descriptor.
@@ -77,7 +90,7 @@ bool JoinBus(const char *name, ProblemLog &problems) {
     problems.Print("the message server refuses the name %s", name);
     return false;
   }
-  if (ZOR_MSG_SetLinkProc(OnLink, &problems) != ZOR_OK || ZOR_MSG_EnableRejoin(nullptr) != ZOR_OK) {
+  if (!OutliveServers(problems)) {
     problems.Print("out of memory");
     return false;
   }

@@ -63,7 +63,7 @@ ZOR_API uint32_t ZOR_MSG_SetLinkProc(ZOR_MSG_LINK_PROC proc, void *data);
  *   after the call with ZOR_MSG_LINK_LOST. A reply that comes through the new connection all the same goes to
  *   the handlers of its type;
  * - messages set aside are dispatched as usual; handlers, message procedure and sequence counter stay;
- * - the notification client is a connection of its own and is left alone: see ZOR_NOTIFYCLT_Init.
+ * - the notification client is a connection of its own and is left alone: see ZOR_NOTIFYCLT_EnableRejoin.
  *
  * Returns ZOR_E_NOT_CONNECTED without a connection of ZOR_MSG_Init that the loop watches; ZOR_E_ARGUMENT when the
  * longest pause is below the first; ZOR_E_NO_MEMORY. Nothing has changed then.

@@ -2,7 +2,8 @@
  * The notification client: the second, module-ID based channel, for small typed notifications between modules.
  *
  * 1. A process has one client. ZOR_NOTIFYCLT_Init connects it, registers it under its module id (MID) and watches
- *    it on the default loop; ZOR_NOTIFYCLT_Destroy, or the exit of the server, ends it and drops the handlers.
+ *    it on the default loop; ZOR_NOTIFYCLT_Destroy, or the exit of the server, ends it and drops the handlers, unless
+ *    ZOR_NOTIFYCLT_EnableRejoin was called.
  * 2. Threads: sending is serialised by one mutex, so any thread may post. Everything else, a synchronous request
  *    included, belongs to the loop's thread.
  * 3. Data goes out as it is, integers in host byte order. Message data passed in is copied. Data given to a handler

@@ -10,6 +10,7 @@
 
 #include "base/list.h"
 #include "base/wait.h"
+#include "notifyclient/notify_rejoin.h"
 #include "notifyclient/notify_state.h"
 #include "notifyclient/notify_transfer.h"
 #include "trace/trace_line.h"
@@ -82,7 +83,7 @@ void OnReadable(SockBase *, uint32_t) noexcept {
   const std::uint32_t status = Receive(msg);
   if (status == ZOR_NOTIFY_E_SERVER_GONE) {
     std::printf("error: notify server dead when callback, destory client, my pid=%d!\n", ::getpid());
-    Destroy();
+    OnConnectionEnded();
   }
   if (status == ZOR_NOTIFY_OK) ZOR_NOTIFYCLT_MsgFilterProc(msg.get());
 }

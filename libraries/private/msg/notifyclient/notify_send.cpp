@@ -61,6 +61,14 @@ std::uint32_t WriteAll(int fd, const ZOR_NOTIFY_MSG &msg) {
   return ZOR_NOTIFY_OK;
 }
 
+std::uint32_t ReportFailure(int fd, const ZOR_NOTIFY_MSG &msg, std::uint32_t status) {
+  std::printf(
+      "notifyclient NotifyMsgSend fail to send, type=0x%x, src=[%d], dest=[%d] seq=%d, sync_tag=%d, "
+      "data_len=%d, ulRetVal=%d, fd=%d\n",
+      msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, status, fd);
+  return status;
+}
+
 WaitResult AwaitWritable(int fd) {
   WaitResult result;
   do {
@@ -97,25 +105,33 @@ std::uint32_t Send(const ZOR_NOTIFY_MSG &msg) noexcept {
         "notifyclient NotifyMsgSend, pid:%d, thread id:%d, type=0x%x, src=[%d], dest=[%d] seq=%d, "
         "sync_tag=%d, data_len=%d, fd=%d\n",
         ::getpid(), ::gettid(), msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, fd);
+  // It is being restored, which no reboot would do sooner.
+  if (g_stClient.lost) return ReportFailure(fd, msg, ZOR_NOTIFY_E_TIMEOUT);
   if (failureCount >= ZOR_NOTIFY_FAILURES_MAX) {
     std::printf("error: notifyclient failed more than 10 times, reboot devie!!");
     std::fflush(stdout);  // the device is about to go down
     StartReboot();
   }
   if (const WaitResult result = AwaitWritable(fd); result != WaitResult::kReady) return ReportNotWritable(msg, result);
-  if (const std::uint32_t status = WriteAll(fd, msg); status != ZOR_NOTIFY_OK) {
-    std::printf(
-        "notifyclient NotifyMsgSend fail to send, type=0x%x, src=[%d], dest=[%d] seq=%d, sync_tag=%d, "
-        "data_len=%d, ulRetVal=%d, fd=%d\n",
-        msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, status, fd);
-    return status;
-  }
+  if (const std::uint32_t status = WriteAll(fd, msg); status != ZOR_NOTIFY_OK) return ReportFailure(fd, msg, status);
   Trace(kTraceModule, ZOR_TRACE_DEBUG,
         "notifyclient NotifyMsgSend leave, type=0x%x, src=[%d], dest=[%d] seq=%d, sync_tag=%d, "
         "data_len=%d, fd=%d\n",
         msg.msg_type, msg.source_id, msg.des_id, msg.seq, msg.sync_tag, msg.data_len, fd);
   failureCount = 0;
   return ZOR_NOTIFY_OK;
+}
+
+std::uint32_t SendRegistration(int fd) noexcept {
+  const NotifyPtr msg = NewMessage(ZOR_NOTIFY_MID_SERVER, ZOR_NOTIFY_TYPE_REGISTER, 2 * sizeof(std::uint32_t));
+  if (msg == nullptr) return ZOR_NOTIFY_E_NO_MEMORY;
+  msg->sub_data_len1 = sizeof msg->source_id;
+  msg->sub_data_len2 = sizeof msg->source_id;
+  PutData(*msg, 0, &msg->source_id, sizeof msg->source_id);
+  const std::uint32_t status = WriteAll(fd, *msg);
+  const std::lock_guard lock(SendMutex());
+  if (status == ZOR_NOTIFY_OK) failureCount = 0;
+  return status;
 }
 
 }  // namespace zor::notify

@@ -4,6 +4,8 @@
 #include <unistd.h>
 #include <zor/status.h>
 
+#include <mutex>
+
 #include "base/list.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
@@ -16,6 +18,24 @@ namespace {
 SockBase *LiveWatcher() {
   SockBase *watcher = g_stClient.watcher;
   return watcher != nullptr && IsOnLoop(MainLoop(), &watcher->io.header) ? watcher : nullptr;
+}
+
+// Closes the connection and returns with its senders locked out.
+std::unique_lock<std::mutex> Close() {
+  SockBase *watcher = LiveWatcher();
+  if (watcher != nullptr) ::shutdown(watcher->io.fd, SHUT_RDWR);  // wakes a thread that is stuck in a write
+  std::unique_lock lock(SendMutex());
+  // Deleting the watcher closes its descriptor; a second close could hit a file that another thread has just opened.
+  if (watcher != nullptr) {
+    ZOR_UTIL_SockBaseDelete(watcher);
+  } else if (IsConnected()) {
+    ::close(g_stClient.fd);
+  }
+  return lock;
+}
+
+bool Watch(int fd, SOCK_EVENT_PROC eventProc) {
+  return RegisterSockBase(MainLoop(), fd, eventProc, ZOR_SOCK_MODE_READ, &g_stClient, &g_stClient.watcher) == ZOR_OK;
 }
 
 void FreePendingMessage(void *item) {
@@ -32,18 +52,23 @@ std::mutex &SendMutex() noexcept {
 }
 
 void Destroy() noexcept {
-  SockBase *watcher = LiveWatcher();
-  if (watcher != nullptr) ::shutdown(watcher->io.fd, SHUT_RDWR);  // wakes a thread that is stuck in a write
-  const std::lock_guard lock(SendMutex());
-  // Deleting the watcher closes its descriptor; a second close could hit a file that another thread has just opened.
-  if (watcher != nullptr) {
-    ZOR_UTIL_SockBaseDelete(watcher);
-  } else if (IsConnected()) {
-    ::close(g_stClient.fd);
-  }
+  const auto lock = Close();
   ZOR_UTIL_ListDeleteAll(&g_stClient.handlers, nullptr);
   ZOR_UTIL_ListDeleteAll(&g_stClient.pending, FreePendingMessage);
   g_stClient = Client();
+}
+
+void Disconnect() noexcept {
+  const auto lock = Close();
+  g_stClient.fd = -1;
+  g_stClient.watcher = nullptr;
+  g_stClient.lost = true;
+}
+
+bool Restore(UniqueFd fd, SOCK_EVENT_PROC eventProc) noexcept {
+  if (!Watch(fd.get(), eventProc)) return false;
+  SetDescriptor(fd.release());
+  return true;
 }
 
 void SetOwnId(std::uint32_t mid) noexcept {
@@ -54,11 +79,15 @@ void SetOwnId(std::uint32_t mid) noexcept {
 void SetDescriptor(std::int32_t fd) noexcept {
   const std::lock_guard lock(SendMutex());
   g_stClient.fd = fd;
+  g_stClient.lost = false;
 }
 
 bool StartWatching(SOCK_EVENT_PROC eventProc) noexcept {
-  Client &client = g_stClient;
-  return RegisterSockBase(MainLoop(), client.fd, eventProc, ZOR_SOCK_MODE_READ, &client, &client.watcher) == ZOR_OK;
+  return Watch(g_stClient.fd, eventProc);
+}
+
+bool IsWatched() noexcept {
+  return LiveWatcher() != nullptr;
 }
 
 void StopWatching() noexcept {

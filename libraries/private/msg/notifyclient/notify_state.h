@@ -1,8 +1,9 @@
 // The one notification client of the process: its connection, its handlers and what came in while a request waited.
 //
 // All of it belongs to the loop's thread, except what every sender needs: other threads send too. They use this
-// module's id, the descriptor and the sequence counter with SendMutex held. The connection is closed or replaced only
-// with it held, so that nothing is ever written to a number that meanwhile carries another file.
+// module's id, the descriptor, whether it is lost, and the sequence counter with SendMutex held. The connection is
+// closed or replaced only with it held, so that nothing is ever written to a number that meanwhile carries another
+// file.
 #ifndef NOTIFYCLIENT_NOTIFY_STATE_H
 #define NOTIFYCLIENT_NOTIFY_STATE_H
 
@@ -13,6 +14,7 @@
 #include <mutex>
 
 #include "base/alloc.h"
+#include "common/unique_fd.h"
 
 namespace zor::notify {
 
@@ -38,6 +40,7 @@ struct PendingNotify {
 struct Client {
   std::uint32_t mid;
   std::int32_t fd = -1;
+  bool lost;  // the connection has ended and is to be made again
   std::uint32_t sequence;
   SockBase *watcher;  // on the main loop; destroying the loop frees it without notifying the client
   Handler *handlers;
@@ -57,6 +60,13 @@ inline bool IsConnected() noexcept {
 // Closes the connection and clears the whole state, handlers and pending messages included.
 void Destroy() noexcept;
 
+// Closes the connection, which is to be made again; the rest stays.
+void Disconnect() noexcept;
+
+// Sends and receives over this connection, which replaces the lost one. False, with it closed, when the loop does not
+// take it.
+bool Restore(UniqueFd fd, SOCK_EVENT_PROC eventProc) noexcept;
+
 // Sends under this module id from now on.
 void SetOwnId(std::uint32_t mid) noexcept;
 
@@ -65,6 +75,8 @@ void SetDescriptor(std::int32_t fd) noexcept;
 
 // Watches the connection on the main loop. False when the loop does not take it.
 bool StartWatching(SOCK_EVENT_PROC eventProc) noexcept;
+
+bool IsWatched() noexcept;
 
 // Takes the connection off its loop and leaves the descriptor open.
 void StopWatching() noexcept;

@@ -23,6 +23,9 @@ inline std::byte *DataOf(ZOR_NOTIFY_MSG &msg) noexcept {
 // Sends one message. Returns 0, ZOR_NOTIFY_E_NOT_WRITABLE, ZOR_NOTIFY_E_TIMEOUT (the peer is gone) or ZOR_NOTIFY_E_IO.
 std::uint32_t Send(const ZOR_NOTIFY_MSG &msg) noexcept;
 
+// Sends this module's registration over a connection that is not in use yet. Returns what Send returns.
+std::uint32_t SendRegistration(int fd) noexcept;
+
 // Receives one message, waiting for it as long as it takes within the channel's time limit. Returns 0,
 // ZOR_NOTIFY_E_TIMEOUT, ZOR_NOTIFY_E_SERVER_GONE, ZOR_NOTIFY_E_NO_MEMORY or ZOR_NOTIFY_E_IO; msg is then untouched.
 std::uint32_t Receive(NotifyPtr &msg) noexcept;

@@ -1,9 +1,5 @@
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 #include <zor/notifyclt.h>
-#include <zor/paths.h>
-#include <zor/platform/file.h>
 #include <zor/trace.h>
 
 #include <cerrno>
@@ -12,12 +8,12 @@
 #include <cstring>
 #include <utility>
 
-#include "base/fixed_path.h"
 #include "base/list.h"
-#include "common/socket_address.h"
 #include "common/unique_fd.h"
+#include "notifyclient/notify_connect.h"
 #include "notifyclient/notify_dispatch.h"
 #include "notifyclient/notify_module.h"
+#include "notifyclient/notify_rejoin.h"
 #include "notifyclient/notify_state.h"
 #include "notifyclient/notify_transfer.h"
 #include "sdk/loop/idle/idle.h"
@@ -40,32 +36,6 @@ static_assert(offsetof(ZOR_NOTIFY_MSG, async_flag) == 44);
 namespace zor::notify {
 namespace {
 
-// A socket bound to the path of this process, or an invalid descriptor.
-UniqueFd BoundSocket() {
-  UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!fd.valid()) return {};
-  const int on = 1;
-  if (::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) return {};
-  char path[64];
-  std::snprintf(path, sizeof path, ZOR_PATH_NOTIFY_DIR "/client%05d", ::getpid());
-  const auto address = FixedSocketAddress(path);
-  if (!address) return {};
-  ::unlink(address->sun_path);
-  if (!Bind(fd.get(), *address)) return {};
-  ZOR_UTIL_RemoveAndroidWPerm(address->sun_path, "775");
-  return fd;
-}
-
-// errno says why it failed.
-bool ConnectToServer(int fd) {
-  const auto address = FixedSocketAddress(ZOR_PATH_NOTIFY_SERVER);
-  if (!address) {
-    errno = ENAMETOOLONG;
-    return false;
-  }
-  return Connect(fd, *address);
-}
-
 std::uint32_t FailInit(std::uint32_t status) {
   Destroy();
   return status;
@@ -82,7 +52,7 @@ std::uint32_t AwaitReply(const ZOR_NOTIFY_MSG &request, NotifyPtr &reply) {
     const std::uint32_t status = Receive(msg);
     if (status == ZOR_NOTIFY_E_SERVER_GONE) {
       std::printf("error: notify server dead when recv, destory client, my pid=%d!\n", ::getpid());
-      Destroy();
+      OnConnectionEnded();
     }
     if (status != ZOR_NOTIFY_OK) return status;
     Trace(kTraceModule, ZOR_TRACE_DEBUG,
@@ -127,7 +97,7 @@ using namespace zor::notify;
 
 uint32_t ZOR_NOTIFYCLT_Init(uint32_t mid) {
   if (!IsModuleId(mid)) return ZOR_NOTIFY_E_MID;
-  if (IsConnected()) return ZOR_NOTIFY_OK;
+  if (IsConnected() || g_stClient.lost) return ZOR_NOTIFY_OK;
   SetOwnId(mid);
   zor::UniqueFd fd = BoundSocket();
   if (!fd.valid()) return ZOR_NOTIFY_E_CONNECT;
@@ -154,13 +124,15 @@ uint32_t ZOR_NOTIFYCLT_InitByName(const char *name) {
 }
 
 void ZOR_NOTIFYCLT_Destroy(void) {
+  StopRejoin();
   Destroy();
 }
 
 void ZOR_NOTIFYCLT_SwitchSock(int32_t fd) {
-  const bool watched = g_stClient.watcher != nullptr;
+  const bool watched = g_stClient.watcher != nullptr || g_stClient.lost;
   StopWatching();
   SetDescriptor(fd);
+  OnSwitched();
   if (watched && IsConnected()) StartWatching(OnReadable);
 }
 
