@@ -11,8 +11,9 @@
 //   template <typename Fields, OneOf<Counted> Record>
 //   void Describe(Fields &fields, Record &record) { fields(1, record.in); fields(2, record.name); ... }
 //
-// A value is a number, an enumeration or a bool (8 bytes); a text; a vector or array of plain values without padding
-// (their bytes); another record (its fields); or a vector of records (one field each, with the same tag).
+// A value is a number, an enumeration or a bool (8 bytes); a text; a vector or an array of plain values without padding
+// (their bytes); another record (its fields), or an optional one; or a vector of records (one field each, with the same
+// tag).
 #ifndef PROGRAMS_FIELDS_H
 #define PROGRAMS_FIELDS_H
 
@@ -45,13 +46,17 @@ concept FieldList = requires(Value &value) {
 };
 // An array of plain items.
 template <typename Value>
-concept FieldArray = !FieldNumber<Value> && !FieldList<Value> && FieldItem<Value> && requires {
-  typename std::tuple_size<Value>::type;
-};
+concept FieldArray = FieldItem<Value> &&(std::is_array_v<Value> || requires { std::tuple_size<Value>::value; });
 // A vector of records.
 template <typename Value>
 concept FieldRecords = !FieldList<Value> && requires(Value & value) {
   value.emplace_back();
+};
+
+// A record that may be missing.
+template <typename Value>
+concept FieldOptional = requires(Value &value) {
+  value.emplace();
 };
 
 class FieldWriter {
@@ -71,6 +76,8 @@ class FieldWriter {
       Bytes(tag, std::as_bytes(std::span(value)));
     } else if constexpr (FieldRecords<Value>) {
       for (const auto &each : value) (*this)(tag, each);
+    } else if constexpr (FieldOptional<Value>) {
+      if (value) (*this)(tag, *value);
     } else {
       const size_t start = Begin(tag);
       Describe(*this, value);
@@ -107,7 +114,11 @@ class FieldReader {
     if constexpr (FieldRecords<Value>) {
       ForEach(tag, [&](std::span<const std::byte> bytes) { ReadRecord(bytes, value.emplace_back()); });
     } else if (const auto bytes = Find(tag)) {
-      Read(*bytes, value);
+      if constexpr (FieldOptional<Value>) {
+        Read(*bytes, value.emplace());
+      } else {
+        Read(*bytes, value);
+      }
     }
   }
 
@@ -122,7 +133,7 @@ class FieldReader {
       value.resize(bytes.size() / kItem);
       if (!bytes.empty()) std::memcpy(value.data(), bytes.data(), bytes.size());
     } else if constexpr (FieldArray<Value>) {
-      if (Check(bytes.size() == sizeof value)) std::memcpy(value.data(), bytes.data(), bytes.size());
+      if (Check(bytes.size() == sizeof value)) std::memcpy(&value, bytes.data(), bytes.size());
     } else {
       ReadRecord(bytes, value);
     }

@@ -51,6 +51,7 @@ class Losses {
  public:
   void Add(const AppName &name, uint64_t messages);
   uint64_t Take(const AppName &name);
+  const std::unordered_map<AppName, uint64_t, AppNameHash> &byName() const { return byName_; }
 
  private:
   std::unordered_map<AppName, uint64_t, AppNameHash> byName_;

@@ -14,6 +14,7 @@ bool Barriers::Wait(const Waiter &waiter) {
     return true;
   }
   waiters_.push_back(waiter);
+  waiters_.back().order = ++lastOrder_;
   return false;
 }
 

@@ -21,7 +21,8 @@ class Barriers {
     AppName name;
     uint32_t sequence;  // of the request that gets the reply
     uint32_t sinceMs;
-    uint32_t ordinal;  // of the request among the client's messages
+    uint32_t ordinal;    // of the request among the client's messages
+    uint64_t order = 0;  // among all that have waited, set by Wait
   };
 
   // True if a remembered post lets the client through at once; otherwise the client waits.
@@ -30,10 +31,13 @@ class Barriers {
   std::vector<Waiter> Post(const AppName &name);
   void Forget(const Client &client);
   const std::vector<Waiter> &waiters() const { return waiters_; }
+  // Posts without a waiter, oldest first.
+  const std::deque<AppName> &posts() const { return posts_; }
 
  private:
   std::vector<Waiter> waiters_;
   std::deque<AppName> posts_;
+  uint64_t lastOrder_ = 0;
 };
 
 }  // namespace zor::msgsvr

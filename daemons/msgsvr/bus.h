@@ -82,6 +82,7 @@ struct Bus {
   BodyFiles files;
   TraceOverrides traceOverrides;
   std::list<Client> clients;  // oldest connection first
+  uint64_t lastId = 0;        // of the newest client
   NameTable names;
   RestfulPatterns patterns;
   Barriers barriers;

@@ -44,7 +44,8 @@ struct Client {
   UniqueFd socket;
   Peer peer;
   uint64_t id;
-  AppName name;  // empty until the server has granted one
+  AppName name;               // empty until the server has granted one
+  uint64_t registration = 0;  // its number among all registrations
 
   std::vector<std::byte> partial;  // the start of an incomplete frame
   UniqueFd halfDescriptor;         // received with the first of its two bytes, which is all of `partial`

@@ -72,7 +72,7 @@ void Deadlocks::Examine(const Edge &member) {
   } while (edge != &member);
   std::ranges::rotate(circle, std::ranges::min_element(circle, {}, [](const Edge *each) { return each->from->id; }));
   Members members;
-  for (const Edge *each : circle) members.emplace_back(each->from->id, each->request->ordinal);
+  for (const Edge *each : circle) members.push_back({each->from->id, each->request->ordinal});
   Circle &known = FindCircle(members);
   known.lasts = true;
   if (known.named || bus_.nowMs - known.lookedMs < known.pauseMs) return;

@@ -27,6 +27,22 @@ class Deadlocks {
   // read.
   bool Look();
 
+  struct Member {
+    uint64_t client = 0;   // its id
+    uint32_t ordinal = 0;  // of the message that it waits for
+    friend bool operator==(const Member &, const Member &) = default;
+  };
+  using Members = std::vector<Member>;  // from the oldest client on
+  struct Circle {
+    Members members;
+    bool named = false;
+    bool lasts = true;  // seen in the latest look
+    uint32_t pauseMs = 0;
+    uint32_t lookedMs = 0;
+  };
+  const std::vector<Circle> &circles() const { return circles_; }
+  void Restore(std::vector<Circle> circles) { circles_ = std::move(circles); }
+
  private:
   // A client that may wait for another.
   struct Edge {
@@ -34,15 +50,6 @@ class Deadlocks {
     const Client *to;
     const PendingRequests::Request *request;
     size_t walk = 0;  // that came through it first
-  };
-  // Client and number of the message that each member waits for, from the oldest client on.
-  using Members = std::vector<std::pair<uint64_t, uint32_t>>;
-  struct Circle {
-    Members members;
-    bool named = false;
-    bool lasts = true;  // seen in the latest look
-    uint32_t pauseMs = 0;
-    uint32_t lookedMs = 0;
   };
 
   bool CollectEdges();

@@ -3,8 +3,16 @@
 #include <zor/msg_wire.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace zor::msgsvr {
+
+Deliveries::Deliveries(State state)
+    : records_(std::move(state.records)),
+      files_(std::move(state.files)),
+      base_(state.base),
+      checkAt_(std::max(kFirstCheck, records_.size() * 2)),
+      checkFilesAt_(files_.size() * 2 + 1) {}
 
 void Deliveries::DropNewest(size_t count) {
   records_.resize(records_.size() - std::min(count, records_.size()));

@@ -32,6 +32,19 @@ class Deliveries {
     bool atLeast;       // the true values are larger: the record does not reach back far enough
   };
 
+  struct File {
+    uint64_t record;  // number of its message
+    std::string name;
+  };
+  struct State {
+    std::vector<Delivered> records;
+    std::vector<File> files;
+    uint64_t base = 0;  // number of the oldest record
+  };
+  Deliveries() = default;
+  explicit Deliveries(State state);
+  State state() const { return {records_, files_, base_}; }
+
   void Add(const Delivered &delivered) { records_.push_back(delivered); }
   // Notes the body file of the message that is added next.
   void AddFile(std::string name) { files_.push_back({base_ + records_.size(), std::move(name)}); }
@@ -71,10 +84,6 @@ class Deliveries {
     return records_;
   }
 
-  struct File {
-    uint64_t record;  // number of its message
-    std::string name;
-  };
   const std::vector<File> &files() const { return files_; }
 
  private:

@@ -1,5 +1,7 @@
 #include "msgsvr/events.h"
 
+#include <algorithm>
+
 #include "programs/limits.h"
 
 namespace zor::msgsvr {
@@ -8,6 +10,18 @@ std::optional<size_t> EventBit(uint32_t eventNumber) {
   const uint32_t bit = eventNumber >= ZOR_MSG_EVENT_FIRST ? eventNumber - ZOR_MSG_EVENT_FIRST : eventNumber;
   if (bit >= EventSet{}.size()) return std::nullopt;
   return bit;
+}
+
+std::vector<uint16_t> BitsOf(const EventSet &events) {
+  std::vector<uint16_t> bits;
+  for (size_t bit = 0; bit < events.size(); ++bit) {
+    if (events[bit]) bits.push_back(static_cast<uint16_t>(bit));
+  }
+  return bits;
+}
+
+bool AreEventBits(const std::vector<uint16_t> &bits) {
+  return std::ranges::all_of(bits, [](uint16_t bit) { return bit < EventSet().size(); });
 }
 
 void RemoveSubscription(EventSet &events, size_t bit) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 #include "msgsvr/names.h"
 
@@ -23,6 +24,11 @@ inline bool Wants(const EventSet &events, size_t bit) {
   return events[0] || events[bit];
 }
 
+// The bits that are set.
+std::vector<uint16_t> BitsOf(const EventSet &events);
+// Whether these are bits of events.
+bool AreEventBits(const std::vector<uint16_t> &bits);
+
 // Unsubscribing from "all events" ends every subscription.
 void RemoveSubscription(EventSet &events, size_t bit);
 
@@ -35,6 +41,7 @@ class NamedSubscriptions {
   void Forget(const AppName &name) { byName_.erase(name); }
   bool IsWanted(const AppName &name, size_t bit) const;
   EventSet Of(const AppName &name) const;
+  const std::unordered_map<AppName, EventSet, AppNameHash> &byName() const { return byName_; }
 
  private:
   std::unordered_map<AppName, EventSet, AppNameHash> byName_;

@@ -17,6 +17,9 @@ class Flows {
     uint32_t count = 0;
   };
 
+  Flows() = default;
+  explicit Flows(const std::array<Flow, 4> &flows) : flows_(flows) {}
+
   void Count(uint64_t to, uint32_t type) {
     for (Flow &flow : flows_) {
       if (flow.to == to && flow.type == type) {

@@ -11,6 +11,9 @@
 
 namespace zor::msgsvr {
 
+// Room for what a client has sent, with the input of earlier turns.
+inline constexpr size_t kInputBuffer = 65536;
+
 struct Received {
   ssize_t count = -1;  // 0 at the end of the stream; -1 with errno
   UniqueFd descriptor;

@@ -71,6 +71,26 @@ bool Monitors::Set(Client &client, const ZOR_CONTROL_FILTER &wanted) {
   return true;
 }
 
+std::optional<Monitors::State> Monitors::StateOf(const Client &client) const {
+  for (const Monitor &monitor : monitors_) {
+    if (monitor.client != &client) continue;
+    State state{};
+    std::memcpy(state.filter.name, monitor.filter.name.field().data(), sizeof state.filter.name);
+    state.filter.directions = monitor.filter.directions;
+    state.filter.firstType = monitor.filter.firstType;
+    state.filter.lastType = monitor.filter.lastType;
+    state.missed = monitor.missed;
+    return state;
+  }
+  return std::nullopt;
+}
+
+bool Monitors::Restore(Client &client, const State &state) {
+  if (!Set(client, state.filter)) return false;
+  Of(client)->missed = state.missed;
+  return true;
+}
+
 uint32_t Monitors::Remove(const Client &client) {
   const auto monitor = Of(client);
   if (monitor == monitors_.end()) return 0;

@@ -26,6 +26,15 @@ class Monitors {
   // Stops copying. Returns the number of copies that the client has missed since the last one it got.
   uint32_t Remove(const Client &client);
 
+  struct State {
+    ZOR_CONTROL_FILTER filter{};
+    uint32_t missed = 0;
+  };
+  // Nothing if the client is not a monitor.
+  std::optional<State> StateOf(const Client &client) const;
+  // Makes the client a monitor with that state. False, with nothing changed, if the filter is malformed.
+  bool Restore(Client &client, const State &state);
+
   // Queues a copy for each monitor whose filter matches; the outcome is ZOR_CONTROL_DELIVERED or
   // ZOR_CONTROL_UNDELIVERED.
   void Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome, uint32_t nowMs);

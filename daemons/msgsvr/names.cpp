@@ -2,11 +2,19 @@
 
 #include <algorithm>
 
+#include "msgsvr/client.h"
+
 namespace zor::msgsvr {
 
 AppName::AppName(std::string_view text) {
   text = text.substr(0, std::min(text.find('\0'), field_.size() - 1));
   std::copy(text.begin(), text.end(), field_.begin());
+}
+
+std::optional<AppName> AppName::FromField(const Field &field) {
+  char copy[ZOR_MSG_NAME_SIZE];
+  std::copy(field.begin(), field.end(), copy);
+  return FromField(copy);
 }
 
 std::optional<AppName> AppName::FromField(const char (&field)[ZOR_MSG_NAME_SIZE]) {
@@ -35,6 +43,7 @@ size_t AppNameHash::operator()(const AppName &name) const noexcept {
 
 void NameTable::Add(const AppName &name, Client &client) {
   byName_[name].push_back(&client);
+  client.registration = ++lastRegistration_;
 }
 
 void NameTable::Remove(const AppName &name, const Client &client) {

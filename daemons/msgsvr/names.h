@@ -28,9 +28,13 @@ class AppName {
   // The name in a field of a message; nothing if the field is not terminated.
   static std::optional<AppName> FromField(const char (&field)[ZOR_MSG_NAME_SIZE]);
 
+  static std::optional<AppName> FromField(const Field &field);
+
   bool empty() const { return field_[0] == '\0'; }
   const Field &field() const { return field_; }
   std::string_view text() const { return {field_.data(), ::strnlen(field_.data(), field_.size())}; }
+  // False only for one that was read from memory as it is.
+  bool IsTerminated() const { return field_.back() == '\0'; }
   // Whether a daemon may have this name: not empty, and only visible ASCII characters.
   bool IsGrantable() const;
 
@@ -47,6 +51,7 @@ struct AppNameHash {
 // Registered clients by name, in the order of their registration.
 class NameTable {
  public:
+  // Also numbers the client's registration.
   void Add(const AppName &name, Client &client);
   void Remove(const AppName &name, const Client &client);
   // All clients with that name, longest registered first.
@@ -56,6 +61,7 @@ class NameTable {
 
  private:
   std::unordered_map<AppName, std::vector<Client *>, AppNameHash> byName_;
+  uint64_t lastRegistration_ = 0;
 };
 
 }  // namespace zor::msgsvr

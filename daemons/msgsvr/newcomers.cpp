@@ -15,6 +15,18 @@ void Newcomers::Add(uint64_t id) {
   if (newcomers_.size() == 1) Arm();
 }
 
+std::optional<Newcomers::Clock::time_point> Newcomers::DueOf(uint64_t id) const {
+  const auto found =
+      std::find_if(newcomers_.begin(), newcomers_.end(), [&](const Newcomer &newcomer) { return newcomer.id == id; });
+  return found == newcomers_.end() ? std::nullopt : std::optional(found->due);
+}
+
+// Nobody has longer than a client that connects now, so that they stay in the order of their times.
+void Newcomers::Restore(uint64_t id, Clock::time_point due) {
+  newcomers_.push_back({id, std::min(due, Clock::now() + time_)});
+  if (newcomers_.size() == 1) Arm();
+}
+
 std::vector<uint64_t> Newcomers::TakeDue() {
   uint64_t expirations;
   if (::read(timer_.get(), &expirations, sizeof expirations) != sizeof expirations) return {};

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <vector>
 
 #include "common/unique_fd.h"
@@ -20,6 +21,10 @@ class Newcomers {
   int timer() const { return timer_.get(); }
   // A client has connected; clients are known by id.
   void Add(uint64_t id);
+  // When the time of that client is over; nothing if it is not a newcomer.
+  std::optional<std::chrono::steady_clock::time_point> DueOf(uint64_t id) const;
+  // The client has connected before this server began. Call it before Add, in the order of their times.
+  void Restore(uint64_t id, std::chrono::steady_clock::time_point due);
   // Removes and returns those whose time is over.
   std::vector<uint64_t> TakeDue();
 

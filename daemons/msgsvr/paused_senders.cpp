@@ -18,6 +18,11 @@ void PausedSenders::Add(Client &sender, Client &reader, Clock::time_point now) {
   pausedSenders_.push_back({&sender, &reader, now + limits::msgsvr::kSenderPause, progress, now});
 }
 
+void PausedSenders::Restore(const Pause &pause) {
+  pause.sender->paused = true;
+  pausedSenders_.push_back(pause);
+}
+
 bool PausedSenders::IsOver(Pause &pause, Clock::time_point now) {
   Client &reader = *pause.reader;
   if (pause.sender->ended || reader.ended || reader.deaf || now >= pause.until ||

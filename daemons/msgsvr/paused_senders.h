@@ -16,6 +16,22 @@ class PausedSenders {
  public:
   bool empty() const { return pausedSenders_.empty(); }
   void Add(Client &sender, Client &reader, Clock::time_point now);
+  // How far a reader has come: it changes when the reader reads.
+  struct Progress {
+    uint64_t flushes = 0;
+    int unsent = 0;
+    friend bool operator==(const Progress &, const Progress &) = default;
+  };
+  struct Pause {
+    Client *sender;
+    Client *reader;
+    Clock::time_point until;
+    Progress progress;
+    Clock::time_point progressAt;
+  };
+  const std::vector<Pause> &pauses() const { return pausedSenders_; }
+  // Of a sender that is not paused yet.
+  void Restore(const Pause &pause);
   // Ends the pauses that are over and calls `resume` with their senders. Call it before ended clients are released.
   template <typename Resume>
   void Release(Clock::time_point now, Resume resume) {
@@ -28,19 +44,6 @@ class PausedSenders {
   }
 
  private:
-  // How far a reader has come: it changes when the reader reads.
-  struct Progress {
-    uint64_t flushes;
-    int unsent;
-    friend bool operator==(const Progress &, const Progress &) = default;
-  };
-  struct Pause {
-    Client *sender;
-    Client *reader;
-    Clock::time_point until;
-    Progress progress;
-    Clock::time_point progressAt;
-  };
   static Progress ProgressOf(const Client &reader);
   static bool IsOver(Pause &pause, Clock::time_point now);
 

@@ -10,57 +10,62 @@
 namespace zor::msgsvr {
 
 bool Refusals::Add(uint32_t nowMs) {
-  ++total_;
-  ++untold_;
-  latestMs_ = nowMs;
-  if (std::exchange(inBurst_, true)) return false;
-  burstTold_ = MayTell(nowMs);
-  if (burstTold_) toldMs_ = nowMs;
-  return burstTold_;
+  ++state_.total;
+  ++state_.untold;
+  state_.latestMs = nowMs;
+  if (std::exchange(state_.inBurst, true)) return false;
+  state_.burstTold = MayTell(nowMs);
+  if (state_.burstTold) {
+    state_.told = true;
+    state_.toldMs = nowMs;
+  }
+  return state_.burstTold;
 }
 
 uint64_t Refusals::EndBurst() {
-  inBurst_ = false;
-  return std::exchange(burstTold_, false) ? TakeUntold() : 0;
+  state_.inBurst = false;
+  return std::exchange(state_.burstTold, false) ? TakeUntold() : 0;
 }
 
 uint64_t Refusals::TakeUntold() {
-  return std::exchange(untold_, 0);
+  return std::exchange(state_.untold, 0);
 }
 
 bool Refusals::MayTell(uint32_t nowMs) const {
-  return !toldMs_ || nowMs - *toldMs_ >= limits::msgsvr::kRefusalPauseMs;
+  return !state_.told || nowMs - state_.toldMs >= limits::msgsvr::kRefusalPauseMs;
 }
 
 void EventGap::Want(bool wanted) {
-  wanted_ = wanted;
-  Clear();
+  state_ = {};
+  state_.wanted = wanted;
 }
 
 void EventGap::Clear() {
-  gap_ = {};
-  types_ = {};
+  Want(state_.wanted);
 }
 
 void EventGap::Add(uint32_t type) {
-  if (gap_.events++ == 0) {
+  if (state_.events++ == 0) {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
-    gap_.sinceUs = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+    state_.sinceUs = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
   }
-  const auto known = std::find_if(types_.begin(), types_.end(), [&](const auto &entry) { return entry.type == type; });
-  if (known != types_.end()) {
+  auto &types = state_.types;
+  const auto known = std::find_if(types.begin(), types.end(), [&](const auto &entry) { return entry.type == type; });
+  if (known != types.end()) {
     ++known->events;
-  } else if (types_.size() < limits::msgsvr::kGapTypes) {
-    types_.push_back({type, 1});
+  } else if (types.size() < limits::msgsvr::kGapTypes) {
+    types.push_back({type, 1});
   }
 }
 
 std::vector<std::byte> EventGap::Body() const {
-  ZOR_CONTROL_GAP gap = gap_;
-  gap.types = static_cast<uint32_t>(types_.size());
-  std::vector<std::byte> body(sizeof gap + types_.size() * sizeof(ZOR_CONTROL_GAP_TYPE));
+  ZOR_CONTROL_GAP gap{};
+  gap.sinceUs = state_.sinceUs;
+  gap.events = state_.events;
+  gap.types = static_cast<uint32_t>(state_.types.size());
+  std::vector<std::byte> body(sizeof gap + state_.types.size() * sizeof(ZOR_CONTROL_GAP_TYPE));
   std::memcpy(body.data(), &gap, sizeof gap);
-  if (!types_.empty()) std::memcpy(body.data() + sizeof gap, types_.data(), body.size() - sizeof gap);
+  if (!state_.types.empty()) std::memcpy(body.data() + sizeof gap, state_.types.data(), body.size() - sizeof gap);
   return body;
 }
 

@@ -7,13 +7,27 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <utility>
 #include <vector>
 
 namespace zor::msgsvr {
 
 class Refusals {
  public:
+  struct State {
+    uint64_t total = 0;
+    uint64_t untold = 0;
+    uint32_t latestMs = 0;
+    bool told = false;  // the log has told of a burst, at toldMs
+    uint32_t toldMs = 0;
+    bool inBurst = false;
+    bool burstTold = false;
+  };
+
+  Refusals() = default;
+  explicit Refusals(const State &state) : state_(state) {}
+  const State &state() const { return state_; }
+
   // True if this one begins a burst of which the log should tell.
   bool Add(uint32_t nowMs);
   // The client has read all that was queued. Returns the number of refused messages that the log should tell of now: 0
@@ -22,38 +36,42 @@ class Refusals {
   // The number that the log has not told of, whatever the time.
   uint64_t TakeUntold();
 
-  uint64_t total() const { return total_; }
+  uint64_t total() const { return state_.total; }
   // The time of the latest.
-  uint32_t latestMs() const { return latestMs_; }
+  uint32_t latestMs() const { return state_.latestMs; }
 
  private:
   bool MayTell(uint32_t nowMs) const;
 
-  uint64_t total_ = 0;
-  uint64_t untold_ = 0;
-  uint32_t latestMs_ = 0;
-  std::optional<uint32_t> toldMs_;
-  bool inBurst_ = false;
-  bool burstTold_ = false;
+  State state_;
 };
 
 // The events that a subscriber has missed since it was last told.
 class EventGap {
  public:
-  bool wanted() const { return wanted_; }
+  struct State {
+    bool wanted = false;
+    uint64_t sinceUs = 0;  // since 1970, UTC
+    uint32_t events = 0;
+    std::vector<ZOR_CONTROL_GAP_TYPE> types;
+  };
+
+  EventGap() = default;
+  explicit EventGap(State state) : state_(std::move(state)) {}
+  const State &state() const { return state_; }
+
+  bool wanted() const { return state_.wanted; }
   // Starts or stops counting.
   void Want(bool wanted);
 
-  bool empty() const { return gap_.events == 0; }
+  bool empty() const { return state_.events == 0; }
   void Add(uint32_t type);
   void Clear();
   // The body of the notice.
   std::vector<std::byte> Body() const;
 
  private:
-  bool wanted_ = false;
-  ZOR_CONTROL_GAP gap_{};
-  std::vector<ZOR_CONTROL_GAP_TYPE> types_;
+  State state_;
 };
 
 }  // namespace zor::msgsvr

@@ -14,7 +14,7 @@ bool RestfulPatterns::Add(Client &client, std::string_view patternList) {
     if (entry.client == &client) held += cost(entry.patternList);
   }
   if (held > limits::msgsvr::kPatternBytes) return false;
-  entries_.push_back({&client, std::string(patternList)});
+  entries_.push_back({&client, std::string(patternList), ++lastOrder_});
   return true;
 }
 
@@ -26,6 +26,14 @@ std::vector<std::string_view> RestfulPatterns::Of(const Client &client) const {
   std::vector<std::string_view> lists;
   for (const Entry &entry : entries_) {
     if (entry.client == &client) lists.push_back(entry.patternList);
+  }
+  return lists;
+}
+
+std::vector<RestfulPatterns::Registered> RestfulPatterns::RegisteredBy(const Client &client) const {
+  std::vector<Registered> lists;
+  for (const Entry &entry : entries_) {
+    if (entry.client == &client) lists.push_back({entry.order, entry.patternList});
   }
   return lists;
 }

@@ -20,6 +20,11 @@ class RestfulPatterns {
   void Remove(const Client &client);
   // The lists that the client has registered.
   std::vector<std::string_view> Of(const Client &client) const;
+  struct Registered {
+    uint64_t order;  // among the lists of all clients
+    std::string_view list;
+  };
+  std::vector<Registered> RegisteredBy(const Client &client) const;
   // The client that registered for the path first; null if none did.
   Client *Find(std::string_view prefix, std::string_view name) const;
 
@@ -27,8 +32,10 @@ class RestfulPatterns {
   struct Entry {
     Client *client;
     std::string patternList;
+    uint64_t order;
   };
   std::vector<Entry> entries_;
+  uint64_t lastOrder_ = 0;
 };
 
 }  // namespace zor::msgsvr

@@ -107,7 +107,7 @@ void Server::Admit(UniqueFd socket, bool local) {
   }
   if (!local) SetUpBoard(socket.get(), bus_.settings.boardSilence);
   const Peer peer = PeerOf(socket.get(), local);
-  Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++lastId_, bus_.settings.queueBytes);
+  Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++bus_.lastId, bus_.settings.queueBytes);
   newcomers_.Add(client.id);
   if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) bus_.CutOff(client, std::strerror(errno));
 }

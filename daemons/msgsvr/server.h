@@ -63,14 +63,13 @@ class Server {
   Listener tcp_;
   UniqueFd spare_;  // closed for a moment to turn a connection away when the process has no descriptors left
   bool running_ = true;
-  uint64_t lastId_ = 0;
   PausedSenders pausedSenders_;
   Clock::time_point reportsChecked_;
   Newcomers newcomers_{bus_.settings.registerTime};
   std::vector<Client *> ready_;
   std::vector<Client *> reading_;
   // All input passes through here: a client's input takes no memory of its own unless it ends in a partial frame.
-  std::array<std::byte, 65536> buffer_;
+  std::array<std::byte, kInputBuffer> buffer_;
 };
 
 }  // namespace zor::msgsvr

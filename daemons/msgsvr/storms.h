@@ -17,17 +17,20 @@ class Storms {
   // Looks at what was sent in the last so many milliseconds, and starts to count again.
   void Look(uint32_t elapsedMs);
 
+  struct Storm {
+    uint64_t ids[2]{};  // the older client's first
+    uint32_t type = 0;  // of its messages
+    uint32_t sinceMs = 0;
+    bool named = false;
+    bool lasts = false;  // seen in the latest look
+  };
+  const std::vector<Storm> &storms() const { return storms_; }
+  void Restore(std::vector<Storm> storms) { storms_ = std::move(storms); }
+
  private:
   struct Direction {
     const Client *from;
     Flows::Flow flow;
-  };
-  struct Storm {
-    uint64_t ids[2];  // the older client's first
-    uint32_t type;    // of its messages
-    uint32_t sinceMs;
-    bool named;
-    bool lasts;  // seen in the latest look
   };
 
   bool IsFast(const Flows::Flow &flow) const;

@@ -10,6 +10,14 @@ namespace zor::msgsvr {
 TrafficWatch::TrafficWatch(Bus &bus)
     : bus_(bus), deadlocks_(bus), storms_(bus), timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {}
 
+void TrafficWatch::Restore(State state) {
+  lastMs_ = state.lastMs;
+  lookedAt_ = state.lookedAt;
+  unsettled_ = state.unsettled;
+  deadlocks_.Restore(std::move(state.circles));
+  storms_.Restore(std::move(state.storms));
+}
+
 void TrafficWatch::TakeTimer() {
   uint64_t expirations;
   if (::read(timer_.get(), &expirations, sizeof expirations) == sizeof expirations) armed_ = false;

@@ -14,6 +14,16 @@ class TrafficWatch {
  public:
   explicit TrafficWatch(Bus &bus);
 
+  struct State {
+    uint32_t lastMs = 0;
+    uint64_t lookedAt = 0;
+    bool unsettled = false;
+    std::vector<Deadlocks::Circle> circles;
+    std::vector<Storms::Storm> storms;
+  };
+  State state() const { return {lastMs_, lookedAt_, unsettled_, deadlocks_.circles(), storms_.storms()}; }
+  void Restore(State state);
+
   // Readable when the timer has expired; invalid, with errno, when the system gave none.
   int timer() const { return timer_.get(); }
   void TakeTimer();
