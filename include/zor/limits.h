@@ -25,6 +25,8 @@
 #define ZOR_MSG_WRITABLE_WAIT_MS 10000
 /* [ms] Wait until the socket to another board's server takes a piece of a message: a log line, and tried again. */
 #define ZOR_MSG_REMOTE_SEND_WAIT_MS 1000
+/* [ms] Silence of another board whose server was to be joined again: the connection has ended. */
+#define ZOR_MSG_REMOTE_SILENCE_MS 15000u
 /* [ms] Wait for the next piece of a message that has begun to arrive: the pieces received are dropped. */
 #define ZOR_MSG_NEXT_PIECE_WAIT_MS 1000
 /* [ms] Wait for the reply to ZOR_MSG_GetNumOfProcesses and ZOR_MSG_SafeExitProcesses: ZOR_E_TIMEOUT; no process. */

@@ -2,11 +2,14 @@
  * What happens when the connection to the message server ends: notification, and connecting again.
  *
  * 1. Without these calls a connection that has ended stays so: sends return ZOR_E_PEER_GONE until ZOR_MSG_Destroy.
- * 2. They are for a connection made with ZOR_MSG_Init, and end with it: ZOR_MSG_Destroy forgets the procedure, ends the
- *    attempts and forgets what would have been repeated. A forked child is neither notified nor connected unless it
- *    makes the calls itself.
+ * 2. They are for a connection made with ZOR_MSG_Init or ZOR_MSG_InitSlaveApp, and end with it: ZOR_MSG_Destroy forgets
+ *    the procedure, ends the attempts and forgets what would have been repeated. A forked child is neither notified nor
+ *    connected unless it makes the calls itself.
  * 3. The end of a connection is noticed by the loop, after all that had arrived before it was dispatched; never inside
  *    a send. The procedure is called from the loop, and may call anything, ZOR_MSG_Destroy and ZOR_MSG_Init included.
+ * 4. A connection to another board, which only calls read before, is read and dispatched by the loop from the first of
+ *    these calls on, as one of ZOR_MSG_Init is: the process no longer reads it itself. It also ends when the board has
+ *    been silent for ZOR_MSG_REMOTE_SILENCE_MS, as one that lost its power is.
  */
 #ifndef ZOR_MSG_REJOIN_H
 #define ZOR_MSG_REJOIN_H
@@ -34,8 +37,8 @@ typedef struct ZOR_MSG_REJOIN {
 /*
  * Sets the procedure that is called when the connection has ended, is restored, or could not be restored because the
  * server granted another name or none; null for none. Nothing else changes: connecting again is ZOR_MSG_EnableRejoin.
- * An end that passed before the call is reported too. Returns ZOR_E_NOT_CONNECTED without a connection of ZOR_MSG_Init
- * that the loop watches.
+ * An end that passed before the call is reported too. Returns ZOR_E_NOT_CONNECTED without a connection that the loop
+ * watches or can watch; ZOR_E_NO_MEMORY and ZOR_E_ARGUMENT when it does not take one to another board.
  */
 ZOR_API uint32_t ZOR_MSG_SetLinkProc(ZOR_MSG_LINK_PROC proc, void *data);
 
@@ -65,8 +68,8 @@ ZOR_API uint32_t ZOR_MSG_SetLinkProc(ZOR_MSG_LINK_PROC proc, void *data);
  * - messages set aside are dispatched as usual; handlers, message procedure and sequence counter stay;
  * - the notification client is a connection of its own and is left alone: see ZOR_NOTIFYCLT_EnableRejoin.
  *
- * Returns ZOR_E_NOT_CONNECTED without a connection of ZOR_MSG_Init that the loop watches; ZOR_E_ARGUMENT when the
- * longest pause is below the first; ZOR_E_NO_MEMORY. Nothing has changed then.
+ * Returns ZOR_E_NOT_CONNECTED without a connection that the loop watches or can watch; ZOR_E_ARGUMENT when the longest
+ * pause is below the first; ZOR_E_NO_MEMORY. Nothing has changed then.
  */
 ZOR_API uint32_t ZOR_MSG_EnableRejoin(const ZOR_MSG_REJOIN *settings);
 

@@ -26,7 +26,7 @@ uint32_t ZOR_MSG_Init(const char *appName) {
   if (g_stMsgCtx.socketFd >= 0) return ZOR_OK;
   std::signal(SIGPIPE, SIG_IGN);
   zor::SetName(g_stMsgCtx.appName, appName);
-  zor::UniqueFd fd = zor::ConnectLocal(0);
+  zor::UniqueFd fd = zor::ConnectLocal();
   if (!fd.valid()) return ZOR_E_CONNECT;
   uint32_t status = zor::StartBusWatcher(fd.get());
   if (status != ZOR_OK) return status;

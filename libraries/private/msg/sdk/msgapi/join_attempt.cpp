@@ -9,6 +9,7 @@
 #include <zor/uv_io.h>
 
 #include <cerrno>
+#include <optional>
 #include <utility>
 
 #include "base/scoped_value.h"
@@ -92,7 +93,7 @@ Attempt &Current() {
 Attempt TakeAttempt() {
   Attempt ended = std::exchange(Current(), Attempt());
   if (ended.watcher == nullptr || !IsOnLoop(MainLoop(), &ended.watcher->header)) return ended;
-  ZOR_UV_IOStop(ended.watcher, UV_READABLE);
+  ZOR_UV_IOStop(ended.watcher, UV_READABLE | UV_WRITABLE);
   ended.watcher->fd = -1;  // the descriptor is not the watcher's
   ZOR_UV_WatcherDelete(&ended.watcher->header);
   return ended;
@@ -101,21 +102,6 @@ Attempt TakeAttempt() {
 void Finish(MessagePtr reply) {
   Attempt ended = TakeAttempt();
   ended.done(std::move(ended.fd), std::move(reply));
-}
-
-// What comes before the reply is dispatched with the messages that were set aside.
-void OnReadable(UvIO *, std::uint32_t) {
-  if (Current().owner != ::getpid()) return CancelJoin();
-  PartialMessage &message = Current().message;
-  for (;;) {
-    const PartialMessage::State state = message.Read(Current().fd.get());
-    if (state == PartialMessage::State::kIncomplete) return;
-    if (state == PartialMessage::State::kFailed) return Finish(nullptr);
-    MessagePtr received = message.Take();
-    if (received->type == ZOR_MSG_REGISTER_APP) return Finish(std::move(received));
-    if (ZOR_MSG_QueueAppend(&g_stMsgCtx.pending, received.get()) != ZOR_OK) return Finish(nullptr);
-    static_cast<void>(received.release());  // the queue's now
-  }
 }
 
 std::uint32_t SendRegistration(int fd) {
@@ -131,21 +117,49 @@ bool MakeBlocking(int fd) {
   return flags >= 0 && ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) == 0;
 }
 
+bool Register(int fd) {
+  return MakeBlocking(fd) && SendRegistration(fd) == ZOR_OK;
+}
+
+// What comes before the reply is dispatched with the messages that were set aside.
+void ReadReply() {
+  PartialMessage &message = Current().message;
+  for (;;) {
+    const PartialMessage::State state = message.Read(Current().fd.get());
+    if (state == PartialMessage::State::kIncomplete) return;
+    if (state == PartialMessage::State::kFailed) return Finish(nullptr);
+    MessagePtr received = message.Take();
+    if (received->type == ZOR_MSG_REGISTER_APP) return Finish(std::move(received));
+    if (ZOR_MSG_QueueAppend(&g_stMsgCtx.pending, received.get()) != ZOR_OK) return Finish(nullptr);
+    static_cast<void>(received.release());  // the queue's now
+  }
+}
+
+// Writable is a connection to another board that is made, or has failed.
+void OnEvent(UvIO *watcher, std::uint32_t event) {
+  if (Current().owner != ::getpid()) return CancelJoin();
+  if (event != UV_WRITABLE) return ReadReply();
+  if (IsConnecting(watcher->fd) != false || !Register(watcher->fd)) return Finish(nullptr);
+  ZOR_UV_IOStop(watcher, UV_WRITABLE);
+  ZOR_UV_IOStart(watcher, UV_READABLE);
+}
+
 // The loop owns the record; null when it does not take one.
-UvIO *Watch(int fd) {
+UvIO *Watch(int fd, std::uint32_t events) {
   MallocPtr<UvIO> watcher = GuardedNew<UvIO>();
-  if (watcher == nullptr || ZOR_UV_IOInit(&MainLoop(), watcher.get(), fd, OnReadable) != ZOR_OK) return nullptr;
-  ZOR_UV_IOStart(watcher.get(), UV_READABLE);
+  if (watcher == nullptr || ZOR_UV_IOInit(&MainLoop(), watcher.get(), fd, OnEvent) != ZOR_OK) return nullptr;
+  ZOR_UV_IOStart(watcher.get(), events);
   return watcher.release();
 }
 
 }  // namespace
 
 bool StartJoin(JoinDone done) noexcept {
-  UniqueFd fd = ConnectLocal(SOCK_NONBLOCK);
-  if (!fd.valid() || !MakeBlocking(fd.get()) || SendRegistration(fd.get()) != ZOR_OK) return false;
+  UniqueFd fd = ConnectAgain();
+  const std::optional<bool> connecting = fd.valid() ? IsConnecting(fd.get()) : std::nullopt;
+  if (!connecting || (!*connecting && !Register(fd.get()))) return false;
   Attempt &attempt = Current();
-  attempt.watcher = Watch(fd.get());
+  attempt.watcher = Watch(fd.get(), *connecting ? UV_WRITABLE : UV_READABLE);
   if (attempt.watcher == nullptr) return false;
   attempt.fd = std::move(fd);
   attempt.done = done;

@@ -14,11 +14,14 @@
 #include "message/context.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/idle/idle.h"
 #include "sdk/loop/message/msg_watcher.h"
 #include "sdk/loop/timer/retry_pauses.h"
 #include "sdk/loop/timer/timer.h"
 #include "sdk/msgapi/bus_watcher.h"
+#include "sdk/msgapi/connect.h"
 #include "sdk/msgapi/join_attempt.h"
+#include "sdk/msgapi/queue.h"
 #include "sdk/msgapi/registration.h"
 #include "sdk/msgapi/standing.h"
 #include "trace/trace_line.h"
@@ -50,8 +53,7 @@ void Tell(std::uint32_t event) {
   if (IsOurs() && busLink.proc != nullptr) busLink.proc(event, busLink.procData);
 }
 
-// The watcher of a connection of ZOR_MSG_Init; null for any other, also for one to another board, which is not on the
-// loop.
+// Null when the loop does not watch the connection.
 UvMsgWatcher *WatcherOfConnection() {
   UvMsgWatcher *watcher = LiveBusWatcher();
   return watcher != nullptr && g_stMsgCtx.socketFd >= 0 && watcher->io.fd == g_stMsgCtx.socketFd ? watcher : nullptr;
@@ -61,6 +63,17 @@ void Pause() {
   const std::uint32_t pauseMs = busLink.pauses.NextMs();
   Trace("msg", ZOR_TRACE_INFO, "Join the bus again in %u ms.", pauseMs);
   ZOR_UTIL_TimerChgPeriod(busLink.timer, pauseMs);
+}
+
+// The loop does not read a connection to another board until it has to notice its end.
+std::uint32_t WatchConnection() {
+  if (g_stMsgCtx.socketFd < 0) return ZOR_E_NOT_CONNECTED;
+  if (WatcherOfConnection() != nullptr) return ZOR_OK;
+  if (!IsRemote()) return ZOR_E_NOT_CONNECTED;
+  EndWhenSilent(g_stMsgCtx.socketFd);
+  const std::uint32_t status = StartBusWatcher(g_stMsgCtx.socketFd);
+  if (status == ZOR_OK) EnsureIdleHook(DrainPending);
+  return status;
 }
 
 bool TakeOver(UniqueFd fd) {
@@ -114,7 +127,7 @@ void Adopt(UvMsgWatcher &watcher) {
 }  // namespace
 
 void OnConnectionEnded(UvMsgWatcher &watcher) noexcept {
-  if (!IsOurs() || busLink.lost) return;
+  if (!IsOurs() || busLink.lost || &watcher != WatcherOfConnection()) return;
   busLink.lost = true;
   const bool rejoins = IsRejoinEnabled();
   if (rejoins) {
@@ -134,20 +147,18 @@ void StopRejoin() noexcept {
 }  // namespace zor
 
 uint32_t ZOR_MSG_SetLinkProc(ZOR_MSG_LINK_PROC proc, void *data) {
-  UvMsgWatcher *watcher = zor::WatcherOfConnection();
-  if (watcher == nullptr) return ZOR_E_NOT_CONNECTED;
-  zor::Adopt(*watcher);
+  if (const uint32_t status = zor::WatchConnection(); status != ZOR_OK) return status;
+  zor::Adopt(*zor::WatcherOfConnection());
   zor::busLink.proc = proc;
   zor::busLink.procData = data;
   return ZOR_OK;
 }
 
 uint32_t ZOR_MSG_EnableRejoin(const ZOR_MSG_REJOIN *settings) {
-  UvMsgWatcher *watcher = zor::WatcherOfConnection();
-  if (watcher == nullptr) return ZOR_E_NOT_CONNECTED;
   const auto times = zor::ChooseRejoinTimes(settings);
   if (!times) return ZOR_E_ARGUMENT;
-  zor::Adopt(*watcher);
+  if (const uint32_t status = zor::WatchConnection(); status != ZOR_OK) return status;
+  zor::Adopt(*zor::WatcherOfConnection());
   zor::busLink.pauses.times = *times;
   if (zor::IsRejoinEnabled()) return ZOR_OK;
   zor::busLink.timer = zor::AddTimer(&zor::MainLoop(), 0, 0, zor::OnTimer, nullptr);
