@@ -1,7 +1,6 @@
 #include "programs/state_file.h"
 
 #include <sys/mman.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
@@ -23,7 +22,8 @@ static_assert(kMagic.size() == sizeof Head::magic);
 
 }  // namespace
 
-StateWriter::StateWriter(std::string_view server, uint32_t version) : file_(::memfd_create("zor state", MFD_CLOEXEC)) {
+StateWriter::StateWriter(std::string_view server, uint32_t version)
+    : file_(::memfd_create("zor state", MFD_CLOEXEC | MFD_ALLOW_SEALING)) {
   Head head{};
   kMagic.copy(head.magic, sizeof head.magic);
   head.version = version;
@@ -48,38 +48,14 @@ UniqueFd StateWriter::Finish() {
   return std::move(file_);
 }
 
-StateReader::StateReader(int fd, std::string_view server, uint32_t newestVersion) {
-  Map(fd);
-  if (valid()) Parse(server, newestVersion);
+StateReader::StateReader(std::span<const std::byte> file, std::string_view server, uint32_t newestVersion) {
+  Parse(file, server, newestVersion);
   if (!valid()) records_.clear();
 }
 
-StateReader::~StateReader() {
-  if (!mapped_.empty()) ::munmap(const_cast<std::byte *>(mapped_.data()), mapped_.size());
-}
-
-void StateReader::Map(int fd) {
-  struct stat status = {};
-  if (::fstat(fd, &status) != 0) {
-    problem_ = std::string("the state cannot be read: ") + std::strerror(errno);
-    return;
-  }
-  const auto size = static_cast<size_t>(status.st_size);
-  if (!S_ISREG(status.st_mode) || size < sizeof(Head)) {
-    problem_ = "the state is not that of a server";
-    return;
-  }
-  void *memory = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
-  if (memory == MAP_FAILED) {
-    problem_ = std::string("the state cannot be read: ") + std::strerror(errno);
-    return;
-  }
-  mapped_ = {static_cast<const std::byte *>(memory), size};
-}
-
-void StateReader::Parse(std::string_view server, uint32_t newestVersion) {
-  Head head;
-  std::memcpy(&head, mapped_.data(), sizeof head);
+void StateReader::Parse(std::span<const std::byte> file, std::string_view server, uint32_t newestVersion) {
+  Head head{};
+  if (file.size() >= sizeof head) std::memcpy(&head, file.data(), sizeof head);
   if (kMagic != std::string_view(head.magic, sizeof head.magic) || head.server[sizeof head.server - 1] != '\0' ||
       server != head.server) {
     problem_ = "the state is not that of " + std::string(server);
@@ -91,7 +67,7 @@ void StateReader::Parse(std::string_view server, uint32_t newestVersion) {
         "the state has format version " + std::to_string(version_) + ", newer than " + std::to_string(newestVersion);
     return;
   }
-  if (!ReadRecords(mapped_.subspan(sizeof head))) problem_ = "the state is damaged";
+  if (!ReadRecords(file.subspan(sizeof head))) problem_ = "the state is damaged";
 }
 
 bool StateReader::ReadRecords(std::span<const std::byte> bytes) {

@@ -29,7 +29,7 @@ class StateWriter {
     writer(tag, record);
     Write(writer.valid());
   }
-  // The descriptor of the whole state, close-on-exec; invalid, with errno, if anything failed.
+  // The descriptor of the whole state, close-on-exec and not sealed; invalid, with errno, if anything failed.
   UniqueFd Finish();
 
  private:
@@ -43,25 +43,20 @@ class StateWriter {
 
 class StateReader {
  public:
-  // Maps the state of that server, which must be of one of the versions up to `newestVersion`. Check valid() first.
-  StateReader(int fd, std::string_view server, uint32_t newestVersion);
-  StateReader(const StateReader &) = delete;
-  StateReader &operator=(const StateReader &) = delete;
-  ~StateReader();
+  // Reads the state of that server, which must be of one of the versions up to `newestVersion`. Check valid() first.
+  StateReader(std::span<const std::byte> file, std::string_view server, uint32_t newestVersion);
 
   bool valid() const { return problem_.empty(); }
   // Why it is not valid.
   const std::string &problem() const { return problem_; }
   uint32_t version() const { return version_; }
-  // The records in the order in which they were added. They stay mapped as long as the reader lives.
+  // The records in the order in which they were added. They are part of the file.
   const std::vector<Field> &records() const { return records_; }
 
  private:
-  void Map(int fd);
-  void Parse(std::string_view server, uint32_t newestVersion);
+  void Parse(std::span<const std::byte> file, std::string_view server, uint32_t newestVersion);
   bool ReadRecords(std::span<const std::byte> bytes);
 
-  std::span<const std::byte> mapped_;
   uint32_t version_ = 0;
   std::string problem_;
   std::vector<Field> records_;

@@ -1,0 +1,132 @@
+#include "msgsvr/server_state.h"
+
+#include <algorithm>
+#include <unordered_set>
+#include <utility>
+
+#include "msgsvr/bus_fields.h"
+#include "msgsvr/recorded_time.h"
+#include "programs/state_file.h"
+
+namespace zor::msgsvr {
+
+template <typename Fields, daemon::OneOf<ListenersRecord> Record>
+void Describe(Fields &fields, Record &record) {
+  fields(1, record.local);
+  fields(2, record.lock);
+  fields(3, record.tcp);
+  fields(4, record.tcpSetting);
+}
+
+template <typename Fields, daemon::OneOf<OwedReplyRecord> Record>
+void Describe(Fields &fields, Record &record) {
+  fields(1, record.client);
+  fields(2, record.type);
+  fields(3, record.sequence);
+}
+
+namespace {
+
+constexpr char kServer[] = "msgsvr";
+constexpr uint32_t kFormat = 1;
+
+enum Tag : uint16_t { kListeners = 1, kBus = 2, kClient = 3, kOwed = 4 };
+
+std::string LabelOf(const ClientRecord &record) {
+  const auto name = AppName::FromField(record.standing.name);
+  return "client " + std::to_string(record.standing.id) + (name ? " " + std::string(name->text()) : "");
+}
+
+bool ReadFrom(const std::vector<daemon::Field> &records, ServerState &state) {
+  bool hasBus = false;
+  for (const daemon::Field &field : records) {
+    if (field.tag == kListeners) {
+      auto listeners = daemon::ReadRecord<ListenersRecord>(field.bytes);
+      if (!listeners) return false;
+      state.listeners = std::move(*listeners);
+    } else if (field.tag == kBus) {
+      auto bus = daemon::ReadRecord<BusRecord>(field.bytes);
+      if (!bus) return false;
+      hasBus = true;
+      state.bus = std::move(*bus);
+    } else if (field.tag == kOwed) {
+      state.owed = daemon::ReadRecord<OwedReplyRecord>(field.bytes);
+    } else if (field.tag == kClient) {
+      auto client = daemon::ReadRecord<ClientRecord>(field.bytes);
+      if (client) {
+        state.clients.push_back(std::move(*client));
+      } else {
+        ++state.damaged;
+      }
+    }
+  }
+  return hasBus;
+}
+
+}  // namespace
+
+ServerState StateOf(const ServerParts &server) {
+  ServerState state;
+  state.bus = BusRecordOf(server.bus, server.watch);
+  for (const Client &client : server.bus.clients) {
+    if (client.ended) continue;
+    ClientRecord &record = state.clients.emplace_back(ClientRecordOf(server.bus, client));
+    const auto due = client.registered() ? std::nullopt : server.newcomers.DueOf(client.id);
+    if (due) record.registerBy = Nanoseconds(*due);
+    for (const PausedSenders::Pause &pause : server.pausedSenders.pauses()) {
+      if (pause.sender != &client) continue;
+      record.pause = {pause.reader->id, Nanoseconds(pause.until), Nanoseconds(pause.progressAt), pause.progress.flushes,
+                      pause.progress.unsent};
+    }
+  }
+  return state;
+}
+
+UniqueFd WriteState(const ServerState &state) {
+  daemon::StateWriter writer(kServer, kFormat);
+  writer.Add(kListeners, state.listeners);
+  writer.Add(kBus, state.bus);
+  for (const ClientRecord &client : state.clients) writer.Add(kClient, client);
+  if (state.owed) writer.Add(kOwed, *state.owed);
+  return writer.Finish();
+}
+
+std::optional<ServerState> ReadState(std::span<const std::byte> file, std::string &problem) {
+  const daemon::StateReader reader(file, kServer, kFormat);
+  std::optional<ServerState> state;
+  problem = reader.problem();
+  if (!reader.valid()) return state;
+  if (!ReadFrom(reader.records(), state.emplace())) {
+    problem = "the state is damaged";
+  } else if (const char *wrong = ProblemOf(state->bus)) {
+    problem = wrong;
+  }
+  if (!problem.empty()) state.reset();
+  return state;
+}
+
+std::string ProblemOf(const ServerState &state) {
+  if (state.damaged > 0) return "the records of " + std::to_string(state.damaged) + " clients are damaged";
+  std::unordered_set<uint64_t> ids;
+  for (const ClientRecord &client : state.clients) {
+    if (const char *problem = ProblemOf(client)) return LabelOf(client) + ": " + problem;
+    if (!ids.insert(client.standing.id).second) return LabelOf(client) + ": its number is another's";
+  }
+  std::unordered_set<int> descriptors;
+  for (const int number : DescriptorsIn(state)) {
+    if (!descriptors.insert(number).second) return "descriptor " + std::to_string(number) + " has two owners";
+  }
+  return {};
+}
+
+std::vector<int> DescriptorsIn(const ServerState &state) {
+  std::vector<int> numbers = {state.listeners.local, state.listeners.lock, state.listeners.tcp};
+  for (const ClientRecord &client : state.clients) {
+    numbers.insert(numbers.end(), {client.socket, client.halfDescriptor});
+    for (const QueuedRecord &message : client.queue) numbers.push_back(message.descriptor);
+  }
+  std::erase_if(numbers, [](int number) { return number < 0; });
+  return numbers;
+}
+
+}  // namespace zor::msgsvr

@@ -1,0 +1,62 @@
+// The state of the whole server as records, which its successor reads: of the sockets at which it listens, of the bus,
+// and of each client. Records are plain: they own no descriptor and have no effect.
+#ifndef MSGSVR_SERVER_STATE_H
+#define MSGSVR_SERVER_STATE_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "msgsvr/bus_record.h"
+#include "msgsvr/client_record.h"
+#include "msgsvr/newcomers.h"
+#include "msgsvr/paused_senders.h"
+
+namespace zor::msgsvr {
+
+// What a server consists of beside its sockets.
+struct ServerParts {
+  Bus &bus;
+  Newcomers &newcomers;
+  PausedSenders &pausedSenders;
+  TrafficWatch &watch;
+};
+
+struct ListenersRecord {
+  int local = -1;
+  int lock = -1;
+  int tcp = -1;
+  std::string tcpSetting;  // the address that the settings asked for
+};
+
+// The reply that a client gets when the server has been replaced.
+struct OwedReplyRecord {
+  uint64_t client = 0;  // its id
+  uint32_t type = 0;
+  uint32_t sequence = 0;
+};
+
+struct ServerState {
+  ListenersRecord listeners;
+  BusRecord bus;
+  std::vector<ClientRecord> clients;  // oldest first
+  std::optional<OwedReplyRecord> owed;
+  size_t damaged = 0;  // records of clients that could not be read
+};
+
+// Everything but the listeners and what is owed.
+ServerState StateOf(const ServerParts &server);
+
+// A descriptor of the state as a file; invalid, with errno, if it could not be made.
+UniqueFd WriteState(const ServerState &state);
+// The state in such a file. Nothing, with the reason, if it is not understood; damaged records of clients are counted.
+std::optional<ServerState> ReadState(std::span<const std::byte> file, std::string &problem);
+// Why a server should not start with that state; empty if it may.
+std::string ProblemOf(const ServerState &state);
+
+// All descriptors in it.
+std::vector<int> DescriptorsIn(const ServerState &state);
+
+}  // namespace zor::msgsvr
+
+#endif
