@@ -2,7 +2,11 @@
 
 #include <getopt.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
+#include <iterator>
+#include <vector>
 
 #include "programs/paths.h"
 #include "programs/service_manager.h"
@@ -12,11 +16,12 @@ namespace zor::daemon {
 namespace {
 
 constexpr char kHelp[] =
-    "usage: %s [--settings FILE] [--verbose]\n"
+    "usage: %s [--settings FILE] [--verbose]%s\n"
     "%s\n"
     "\n"
     "  --settings FILE  read the settings from FILE instead of %s\n"
     "  --verbose        %s\n"
+    "%s"
     "  --help           print this help and exit\n"
     "\n"
     "settings, one \"key = value\" a line, with their defaults:\n"
@@ -24,14 +29,30 @@ constexpr char kHelp[] =
     "\n"
     "The environment variable ZOR_ROOT moves every fixed path beneath the directory that it names.\n"
     "exit status: 0 stopped by SIGTERM or SIGINT, 1 system error, 2 usage error, 3 invalid setting,\n"
-    "4 another process is already listening\n";
+    "4 another process is already listening%s\n";
+constexpr char kTrialHelp[] =
+    "  --check-state    report whether the state of a running server can be taken over, and exit\n";
 
-constexpr option kOptions[] = {
+constexpr auto kOptions = std::to_array<option>({
     {"settings", required_argument, nullptr, 's'},
     {"verbose", no_argument, nullptr, 'v'},
     {"help", no_argument, nullptr, 'h'},
+    {"check-state", no_argument, nullptr, 'c'},
     {nullptr, 0, nullptr, 0},
-};
+});
+
+std::vector<option> OptionsOf(const Program &program) {
+  std::vector<option> options;
+  std::copy_if(kOptions.begin(), kOptions.end(), std::back_inserter(options),
+               [&](const option &each) { return each.val != 'c' || program.handsOver; });
+  return options;
+}
+
+void PrintHelp(const Program &program) {
+  std::printf(kHelp, program.name, program.handsOver ? " [--check-state]" : "", program.purpose, program.settingsPath,
+              program.verboseHelp, program.handsOver ? kTrialHelp : "", program.settingsHelp,
+              program.handsOver ? ",\n5 invalid state" : "");
+}
 
 }  // namespace
 
@@ -39,15 +60,17 @@ CommandLine ReadCommandLine(const Program &program, int count, char **arguments)
   FillStandardDescriptors();
   CommandLine line;
   line.settingsPath = FixedPath(program.settingsPath);
-  for (int found; (found = ::getopt_long(count, arguments, "", kOptions, nullptr)) != -1;) {
+  const std::vector<option> options = OptionsOf(program);
+  for (int found; (found = ::getopt_long(count, arguments, "", options.data(), nullptr)) != -1;) {
     if (found == 's') {
       line.settingsPath = optarg;
       line.settingsGiven = true;
     } else if (found == 'v') {
       line.verbose = true;
+    } else if (found == 'c') {
+      line.checkState = true;
     } else if (found == 'h') {
-      std::printf(kHelp, program.name, program.purpose, program.settingsPath, program.verboseHelp,
-                  program.settingsHelp);
+      PrintHelp(program);
       line.exit = kExitOk;
       return line;
     } else {

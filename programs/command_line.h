@@ -1,4 +1,4 @@
-// The command line, which is the same for every server: --help, --settings FILE, --verbose.
+// The command line, which is nearly the same for every server: --help, --settings FILE, --verbose, --check-state.
 #ifndef PROGRAMS_COMMAND_LINE_H
 #define PROGRAMS_COMMAND_LINE_H
 
@@ -16,12 +16,14 @@ struct Program {
   const char *settingsPath;  // a fixed path, where the settings are looked for when --settings is not given
   const char *settingsHelp;  // lines of "  key = default   what it does\n"
   const char *verboseHelp;   // what --verbose does, in a few words
+  bool handsOver = false;    // it can be replaced while it runs, so it has --check-state
 };
 
 struct CommandLine {
   std::string settingsPath;    // ready to open
   bool settingsGiven = false;  // the path was given on the command line, so the file must exist
   bool verbose = false;
+  bool checkState = false;       // only report whether the settings and the state to take over are valid
   std::optional<ExitCode> exit;  // set when there is nothing to run: after --help, or after a wrong argument
 };
 

@@ -18,6 +18,8 @@ class EventPoll {
 
   // False, with errno, when the system gave no instance.
   bool valid() const { return fd_.valid(); }
+  // Readable while something is ready, so that instances can be nested.
+  int fd() const { return fd_.get(); }
   // Each is false, with errno, when the system refuses. events are EPOLL flags.
   bool Add(int fd, uint32_t events, void *tag) { return Control(EPOLL_CTL_ADD, fd, events, tag); }
   bool Change(int fd, uint32_t events, void *tag) { return Control(EPOLL_CTL_MOD, fd, events, tag); }

@@ -10,6 +10,7 @@ enum ExitCode : int {
   kExitUsage = 2,     // wrong command line
   kExitSettings = 3,  // the settings file cannot be read or holds a mistake
   kExitBusy = 4,      // another process listens on the server's path
+  kExitState = 5,     // the state to take over cannot be read; only with --check-state
 };
 
 }  // namespace zor::daemon

@@ -18,6 +18,8 @@ inline constexpr std::uint32_t kSettingsFile = 1u << 20;
 inline constexpr int kProblemBurst = 20;
 // [descriptors] Descriptors that one client leaves unread: a further one is dropped.
 inline constexpr std::size_t kUnreadDescriptors = 16;  // scarcer than memory
+// [s] Trial run of the program that is to take over from a running server: the server is not replaced.
+inline constexpr std::chrono::seconds kTrialTime{10};
 
 namespace msgsvr {
 

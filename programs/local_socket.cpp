@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -15,6 +17,9 @@
 
 namespace zor::daemon {
 namespace {
+
+constexpr char kListenerName[] = "listener";
+constexpr char kLockName[] = "lock";
 
 sockaddr_un AddressOf(const std::string &path) {
   sockaddr_un address = {};
@@ -34,6 +39,15 @@ std::string FollowLink(const std::string &path) {
   return error ? path : (std::filesystem::path(path).parent_path() / target).string();
 }
 
+// The path that a socket is bound to; empty if there is none.
+std::string PathOf(int socket) {
+  sockaddr_un address = {};
+  socklen_t length = sizeof address;
+  if (socket < 0 || ::getsockname(socket, Generic(&address), &length) != 0 || address.sun_family != AF_UNIX) return {};
+  constexpr size_t kBefore = offsetof(sockaddr_un, sun_path);
+  return length <= kBefore ? "" : std::string(address.sun_path, ::strnlen(address.sun_path, length - kBefore));
+}
+
 // Whether some process still holds the socket at the path. A full backlog (EAGAIN) or another type (EPROTOTYPE) is a
 // living one too.
 bool SomebodyListens(const std::string &path, int type) {
@@ -44,20 +58,93 @@ bool SomebodyListens(const std::string &path, int type) {
 }  // namespace
 
 LocalSocket::~LocalSocket() {
-  if (fd_.valid() && IsMine()) ::unlink(path_.c_str());
+  if (fd_.valid() && !stored_ && IsMine()) ::unlink(path_.c_str());
 }
 
 ExitCode LocalSocket::Open(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log) {
-  path_ = FollowLink(FixedPath(fixedPath));
-  if (path_.empty() || path_.size() >= sizeof(sockaddr_un::sun_path)) {
-    log.Print("%s: too long for the address of a socket beneath ZOR_ROOT", fixedPath.c_str());
-    return kExitFailure;
-  }
+  if (!SetPath(fixedPath, log)) return kExitFailure;
   if (const ExitCode code = Lock(fixedPath, log); code != kExitOk) return code;
+  return Make(fixedPath, type, mode, log);
+}
+
+ExitCode LocalSocket::OpenPassed(const std::string &fixedPath, int type, mode_t mode,
+                                 std::vector<PassedDescriptor> &passed, ProblemLog &log) {
+  if (!SetPath(fixedPath, log)) return kExitFailure;
+  if (const ExitCode code = AdoptLock(fixedPath, TakePassed(passed, kLockName), log); code != kExitOk) return code;
+  if (UniqueFd listener = TakePassed(passed, kListenerName); listener.valid()) {
+    const char *misfit = Misfit(listener.get(), type);
+    if (misfit == nullptr) {
+      Use(std::move(listener), type);
+      return kExitOk;
+    }
+    log.Print("%s: the socket that was passed is not used: %s", fixedPath.c_str(), misfit);
+    RemoveStoredDescriptors(kListenerName);
+  }
+  const ExitCode code = Make(fixedPath, type, mode, log);
+  stored_ = code == kExitOk && StoreDescriptor(kListenerName, fd_.get());
+  return code;
+}
+
+ExitCode LocalSocket::Make(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log) {
   if (const ExitCode code = RemoveStale(fixedPath, type, log); code != kExitOk) return code;
   if (Bind(type, mode)) return kExitOk;
   log.PrintErrno("%s: cannot listen", fixedPath.c_str());
   return kExitFailure;
+}
+
+// Wherever it is bound: a link that leads elsewhere by now is for the next start.
+void LocalSocket::Adopt(UniqueFd listener, UniqueFd lock, int type) {
+  lock_ = std::move(lock);
+  path_ = PathOf(listener.get());
+  Use(std::move(listener), type);
+}
+
+bool LocalSocket::SetPath(const std::string &fixedPath, ProblemLog &log) {
+  path_ = FollowLink(FixedPath(fixedPath));
+  if (!path_.empty() && path_.size() < sizeof(sockaddr_un::sun_path)) return true;
+  log.Print("%s: too long for the address of a socket beneath ZOR_ROOT", fixedPath.c_str());
+  return false;
+}
+
+const char *LocalSocket::Misfit(int listener, int type) const {
+  int actual = 0;
+  socklen_t size = sizeof actual;
+  struct stat status = {};
+  if (::getsockopt(listener, SOL_SOCKET, SO_TYPE, &actual, &size) != 0 || actual != type) return "its type is another";
+  if (PathOf(listener) != path_) return "it is bound elsewhere";
+  return ::lstat(path_.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) ? nullptr : "its file is gone";
+}
+
+// Listening again makes its peers' view of who serves them that of this process.
+void LocalSocket::Use(UniqueFd listener, int type) {
+  fd_ = std::move(listener);
+  stored_ = HasManager();
+  struct stat status = {};
+  if (::lstat(path_.c_str(), &status) == 0) {
+    device_ = status.st_dev;
+    inode_ = status.st_ino;
+  }
+  if (type != SOCK_DGRAM) ::listen(fd_.get(), SOMAXCONN);
+}
+
+// A lock that is held already is held by its duplicates too, one of which the manager may have passed.
+ExitCode LocalSocket::AdoptLock(const std::string &fixedPath, UniqueFd lock, ProblemLog &log) {
+  struct stat passed = {};
+  struct stat current = {};
+  const bool fits = ::fstat(lock.get(), &passed) == 0 && ::lstat((path_ + ".lock").c_str(), &current) == 0 &&
+                    passed.st_dev == current.st_dev && passed.st_ino == current.st_ino &&
+                    ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
+  if (fits) {
+    lock_ = std::move(lock);
+    return kExitOk;
+  }
+  if (lock.valid()) {
+    log.Print("%s.lock: the lock that was passed is not used", fixedPath.c_str());
+    RemoveStoredDescriptors(kLockName);
+  }
+  if (const ExitCode code = Lock(fixedPath, log); code != kExitOk) return code;
+  StoreDescriptor(kLockName, lock_.get());
+  return kExitOk;
 }
 
 ExitCode LocalSocket::Lock(const std::string &fixedPath, ProblemLog &log) {

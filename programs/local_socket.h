@@ -12,10 +12,12 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <vector>
 
 #include "common/unique_fd.h"
 #include "programs/exit_code.h"
 #include "programs/problem_log.h"
+#include "programs/service_manager.h"
 
 namespace zor::daemon {
 
@@ -24,7 +26,7 @@ class LocalSocket {
   LocalSocket() = default;
   LocalSocket(const LocalSocket &) = delete;
   LocalSocket &operator=(const LocalSocket &) = delete;
-  // Closes the socket and removes its file, unless another one has taken that path meanwhile.
+  // Closes the socket, and removes its file unless the manager holds the socket or another one has taken that path.
   ~LocalSocket();
 
   // Binds at a fixed path whose directory exists; sockets of connections listen at once. type is SOCK_STREAM or
@@ -32,9 +34,24 @@ class LocalSocket {
   // process listens there; kExitFailure. Prints what went wrong.
   ExitCode Open(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log);
 
+  // Adopts the passed descriptors named "listener" and "lock", which it takes out of the vector; opens the socket when
+  // there is none. One that is not what Open makes at that path is named in the log and closed.
+  // What it opens it stores with the manager.
+  ExitCode OpenPassed(const std::string &fixedPath, int type, mode_t mode, std::vector<PassedDescriptor> &passed,
+                      ProblemLog &log);
+  // Adopts descriptors that a predecessor has handed over.
+  void Adopt(UniqueFd listener, UniqueFd lock, int type);
+
   int fd() const { return fd_.get(); }
+  int lockFd() const { return lock_.get(); }
 
  private:
+  bool SetPath(const std::string &fixedPath, ProblemLog &log);
+  ExitCode Make(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log);
+  ExitCode AdoptLock(const std::string &fixedPath, UniqueFd lock, ProblemLog &log);
+  // Why the socket cannot be adopted; null if it can.
+  const char *Misfit(int listener, int type) const;
+  void Use(UniqueFd listener, int type);
   ExitCode Lock(const std::string &fixedPath, ProblemLog &log);
   ExitCode RemoveStale(const std::string &fixedPath, int type, ProblemLog &log);
   bool Bind(int type, mode_t mode);
@@ -46,6 +63,7 @@ class LocalSocket {
   UniqueFd fd_;
   dev_t device_ = 0;
   ino_t inode_ = 0;
+  bool stored_ = false;
 };
 
 }  // namespace zor::daemon

@@ -7,9 +7,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -89,6 +92,30 @@ void TellStopping() {
   Tell("STOPPING=1");
 }
 
+// Neither takes memory, since both are needed when there is none.
+void TellReloading() {
+  using std::chrono::microseconds;
+  const auto now = std::chrono::duration_cast<microseconds>(Watchdog::Clock::now().time_since_epoch()).count();
+  std::array<char, 64> text;
+  std::snprintf(text.data(), text.size(), "RELOADING=1\nMONOTONIC_USEC=%lld", static_cast<long long>(now));
+  Tell(text.data());
+}
+
+void TellStatus(const char *format, ...) {
+  constexpr std::string_view kStart = "STATUS=";
+  std::array<char, 512> text;
+  kStart.copy(text.data(), kStart.size());
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(text.data() + kStart.size(), text.size() - kStart.size(), format, arguments);
+  va_end(arguments);
+  if (length >= 0) Tell(text.data());
+}
+
+bool HasManager() {
+  return ManagerAddress().length > 0;
+}
+
 bool StoreDescriptor(std::string_view name, int fd) {
   return Tell(std::string("FDSTORE=1\nFDPOLL=0\nFDNAME=").append(name), fd);
 }
@@ -108,6 +135,14 @@ std::vector<PassedDescriptor> TakePassedDescriptors() {
   }
   for (const char *variable : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"}) ::unsetenv(variable);
   return passed;
+}
+
+UniqueFd TakePassed(std::vector<PassedDescriptor> &passed, std::string_view name) {
+  const auto found = std::find_if(passed.begin(), passed.end(), [name](const auto &each) { return each.name == name; });
+  if (found == passed.end()) return {};
+  UniqueFd fd = std::move(found->fd);
+  passed.erase(found);
+  return fd;
 }
 
 Watchdog::Watchdog() {

@@ -20,10 +20,16 @@ namespace zor::daemon {
 void TellReady();
 // The process is ending.
 void TellStopping();
+// The server is about to be replaced by a newer program, until TellReady reports the end of that, whatever it is.
+void TellReloading();
+// One line that the manager shows with the state of the service.
+void TellStatus(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // The descriptor store keeps duplicates of descriptors while the process is being replaced or has crashed. A name is
 // at most 255 visible ASCII characters without ':'; several descriptors may have the same one.
 
+// Whether there is a manager.
+bool HasManager();
 // Stores a duplicate, also of a connection whose peer has closed: its last words may still be unread. False when there
 // is no manager or it did not take the datagram; a manager whose store is full or disabled does not report that.
 bool StoreDescriptor(std::string_view name, int fd);
@@ -37,6 +43,8 @@ struct PassedDescriptor {
 // The descriptors that this process was started with, stored ones and listening sockets, close-on-exec. The variables
 // that describe them are removed, so that children and further calls see none.
 std::vector<PassedDescriptor> TakePassedDescriptors();
+// Takes the first of that name out of them; invalid if there is none.
+UniqueFd TakePassed(std::vector<PassedDescriptor> &passed, std::string_view name);
 
 // The watchdog: a manager that asked for it restarts a server whose loop no longer runs. The loop shortens its wait by
 // TimeoutMs and calls Feed in each turn.

@@ -3,28 +3,44 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "programs/service_manager.h"
 
 namespace zor::daemon {
 
-StopSignal::StopSignal() {
+BlockedSignals::BlockedSignals(std::initializer_list<int> numbers) {
   ::signal(SIGPIPE, SIG_IGN);
   sigset_t signals;
   ::sigemptyset(&signals);
-  ::sigaddset(&signals, SIGTERM);
-  ::sigaddset(&signals, SIGINT);
+  for (const int number : numbers) ::sigaddset(&signals, number);
   if (::sigprocmask(SIG_BLOCK, &signals, nullptr) == 0) {
     fd_.reset(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
   }
 }
 
-bool StopSignal::Take() {
+int BlockedSignals::Take() {
   signalfd_siginfo info;
-  if (::read(fd_.get(), &info, sizeof info) != sizeof info) return false;
+  return ::read(fd_.get(), &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
+}
+
+StopSignal::StopSignal() : signals_({SIGTERM, SIGINT}) {}
+
+bool StopSignal::Notify() {
   TellStopping();
   return true;
+}
+
+ServerSignals::ServerSignals() : signals_({SIGTERM, SIGINT, SIGHUP}) {}
+
+ServerSignals::Request ServerSignals::Take() {
+  Request request = Request::kNone;
+  while (const int number = signals_.Take()) {
+    request = std::max(request, number == SIGHUP ? Request::kHandOver : Request::kStop);
+  }
+  if (request == Request::kStop) TellStopping();
+  return request;
 }
 
 }  // namespace zor::daemon

@@ -17,6 +17,7 @@
 #define ZOR_MSG_CONTROL_TRACE_GET UINT32_C(0xFF003)   /* 12-byte name; reply: JSON, its settings at registration */
 #define ZOR_MSG_CONTROL_TRACE_SET UINT32_C(0xFF004)   /* JSON of that shape with "name": the members given replace */
 #define ZOR_MSG_CONTROL_TRACE_CLEAR UINT32_C(0xFF005) /* 12-byte name: back to the settings file; empty: all names */
+#define ZOR_MSG_CONTROL_RESTART UINT32_C(0xFF006)     /* no body; reply: JSON, from the program that took over */
 #define ZOR_MSG_CONTROL_GAPS UINT32_C(0xFF010)        /* no body; data word 1: tell me of events I miss, 0: no longer */
 #define ZOR_MSG_CONTROL_GAP UINT32_C(0xFF011) /* from the server, before the next event: ZOR_CONTROL_GAP, types */
 #define ZOR_MSG_CONTROL_LAST UINT32_C(0xFF0FF)
@@ -27,6 +28,7 @@
 #define ZOR_CONTROL_MALFORMED UINT32_C(2) /* the body does not fit the type */
 #define ZOR_CONTROL_UNKNOWN UINT32_C(3)   /* no such request */
 #define ZOR_CONTROL_FAILED UINT32_C(4)    /* the server failed: out of memory, or a disk error */
+#define ZOR_CONTROL_UNCHANGED UINT32_C(5) /* the server was not replaced and goes on; the body: why, a text */
 
 /* Which messages to copy. Zero means any: a filter of zeros asks for everything. No filter at all ends the copies; the
    reply is one uint32_t, the number of copies lost since the latest one. */
