@@ -25,6 +25,13 @@ struct Undelivered {
   uint32_t sequence;
 };
 
+// A client has asked for the server to be replaced, and gets the reply when that has been done or refused.
+struct RestartRequest {
+  uint64_t client = 0;  // its id
+  uint32_t type = 0;
+  uint32_t sequence = 0;
+};
+
 struct Bus {
   Bus(const BusSettings &busSettings, std::string messageDirectory, daemon::ProblemLog &problemLog)
       : settings(busSettings),
@@ -90,6 +97,7 @@ struct Bus {
   Monitors monitors;
   Counters counters;
   Losses losses;
+  std::optional<RestartRequest> restartFor;
   Clock::time_point started = Clock::now();
   uint32_t nowMs = 0;  // since `started`, modulo 2^32, as of this turn
 

@@ -37,13 +37,14 @@ const Control::Entry Control::kEntries[] = {
     {ZOR_MSG_CONTROL_TRACE_GET, true, &Control::TraceGet},
     {ZOR_MSG_CONTROL_TRACE_SET, true, &Control::TraceSet},
     {ZOR_MSG_CONTROL_TRACE_CLEAR, true, &Control::TraceClear},
+    {ZOR_MSG_CONTROL_RESTART, true, &Control::Restart},
     {ZOR_MSG_CONTROL_GAPS, false, &Control::Gaps},
 };
 
 void Control::Handle(Client &from, const Frame &frame) {
   delivery_.CopyRequest(frame);
   const ControlReply reply = Perform(from, frame);
-  Send(from, frame, reply);
+  if (!reply.later) Send(from, frame, reply);
 }
 
 Control::ControlReply Control::Perform(Client &from, const Frame &frame) {
@@ -113,6 +114,13 @@ Control::ControlReply Control::TraceClear(Client &, const Frame &, Body body) {
   const auto name = body.empty() ? std::optional(AppName()) : NameIn(body);
   if (!name || (!name->empty() && !name->IsGrantable())) return {ZOR_CONTROL_MALFORMED, {}};
   return {ResultOf(bus_.traceOverrides.Clear(*name)), {}};
+}
+
+Control::ControlReply Control::Restart(Client &from, const Frame &frame, Body body) {
+  if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
+  if (bus_.restartFor) return {ZOR_CONTROL_UNCHANGED, "it is being replaced already"};
+  bus_.restartFor = {from.id, frame.type(), frame.head.sequence};
+  return {ZOR_CONTROL_OK, {}, true};
 }
 
 Control::ControlReply Control::Gaps(Client &from, const Frame &frame, Body body) {

@@ -28,6 +28,7 @@ class Control {
   struct ControlReply {
     uint32_t result;  // the data word
     std::string body;
+    bool later = false;  // nothing is sent now
   };
   struct Entry {
     uint32_t type;
@@ -45,6 +46,7 @@ class Control {
   ControlReply TraceGet(Client &from, const Frame &frame, Body body);
   ControlReply TraceSet(Client &from, const Frame &frame, Body body);
   ControlReply TraceClear(Client &from, const Frame &frame, Body body);
+  ControlReply Restart(Client &from, const Frame &frame, Body body);
   ControlReply Gaps(Client &from, const Frame &frame, Body body);
 
   Bus &bus_;

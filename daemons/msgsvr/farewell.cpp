@@ -7,7 +7,7 @@
 namespace zor::msgsvr {
 
 void Farewell::Say(Clock::duration time) {
-  const bool watched = poll_.valid() && poll_.Add(stop_.fd(), EPOLLIN, &stop_);
+  const bool watched = poll_.valid() && poll_.Add(signals_.fd(), EPOLLIN, &signals_);
   for (Client &client : bus_.clients) {
     if (!client.output.empty()) poll_.Add(client.socket.get(), EPOLLOUT, &client);
   }
@@ -28,8 +28,8 @@ bool Farewell::SomethingQueued() const {
 
 void Farewell::HandleEvents(int timeoutMs) {
   for (const epoll_event &event : poll_.Wait(timeoutMs)) {
-    if (event.data.ptr == &stop_) {
-      hurried_ = stop_.Take() || hurried_;
+    if (event.data.ptr == &signals_) {
+      hurried_ = signals_.Take() == daemon::ServerSignals::Request::kStop || hurried_;
       continue;
     }
     Client &client = *static_cast<Client *>(event.data.ptr);

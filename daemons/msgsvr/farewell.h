@@ -10,7 +10,8 @@ namespace zor::msgsvr {
 
 class Farewell {
  public:
-  Farewell(Bus &bus, Delivery &delivery, daemon::StopSignal &stop) : bus_(bus), delivery_(delivery), stop_(stop) {}
+  Farewell(Bus &bus, Delivery &delivery, daemon::ServerSignals &signals)
+      : bus_(bus), delivery_(delivery), signals_(signals) {}
 
   // Delivers what is queued, until nothing is, the time is over, or a second stop signal arrives, and names the rest.
   void Say(Clock::duration time);
@@ -22,7 +23,7 @@ class Farewell {
 
   Bus &bus_;
   Delivery &delivery_;
-  daemon::StopSignal &stop_;
+  daemon::ServerSignals &signals_;
   daemon::EventPoll poll_;  // of output alone: the server's own would announce input and timers again and again
   bool hurried_ = false;
 };

@@ -4,9 +4,14 @@
 #include <zor/paths.h>
 
 #include <algorithm>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
 
 #include "msgsvr/server.h"
 #include "msgsvr/tcp_listener.h"
+#include "programs/descriptor_set.h"
 #include "programs/limits.h"
 #include "programs/local_socket.h"
 #include "programs/paths.h"
@@ -23,6 +28,7 @@ constexpr daemon::Program kProgram = {
     "/etc/zor/msgsvr.conf",
     msgsvr::kSettingsHelp,
     "log clients that register and leave on standard error",
+    true,
 };
 
 // Daemons that run as other users are members of the server's group; new files in the directory get that group.
@@ -50,26 +56,100 @@ bool MakeDirectories(daemon::ProblemLog &log) {
   return false;
 }
 
-int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, bool verbose) {
-  daemon::StopSignal stop;
+// The sockets at which the server listens.
+struct Listeners {
+  daemon::LocalSocket local;
+  msgsvr::TcpListener tcp;
+};
+
+bool ListenTcp(const std::string &address, Listeners &listeners, daemon::ProblemLog &log) {
+  if (address.empty()) return true;
+  listeners.tcp = msgsvr::ListenTcp(address);
+  if (!listeners.tcp.socket.valid()) log.PrintErrno("tcp = %s: cannot listen", address.c_str());
+  return listeners.tcp.socket.valid();
+}
+
+daemon::ExitCode Listen(const msgsvr::BusSettings &settings, Listeners &listeners, daemon::ProblemLog &log) {
+  const auto code = listeners.local.Open(ZOR_PATH_MSGSVR, SOCK_STREAM, kSocketMode, log);
+  if (code != daemon::kExitOk) return code;
+  return ListenTcp(settings.tcp, listeners, log) ? daemon::kExitOk : daemon::kExitFailure;
+}
+
+// Those of the predecessor. A TCP address that only the new settings name is opened; that it was free then, the trial
+// has shown.
+daemon::ExitCode TakeListeners(const msgsvr::BusSettings &settings, const msgsvr::ListenersRecord &record,
+                               daemon::DescriptorSet &descriptors, Listeners &listeners, daemon::ProblemLog &log) {
+  listeners.local.Adopt(descriptors.Take(record.local), descriptors.Take(record.lock), SOCK_STREAM);
+  if (listeners.local.fd() < 0) {
+    log.Print("the state to take over has no listening socket");
+    return daemon::kExitFailure;
+  }
+  UniqueFd tcp = descriptors.Take(record.tcp);
+  if (tcp.valid() && record.tcpSetting == settings.tcp) {
+    listeners.tcp = msgsvr::AdoptTcp(std::move(tcp));
+  } else {
+    ListenTcp(settings.tcp, listeners, log);
+  }
+  return daemon::kExitOk;
+}
+
+std::optional<msgsvr::ServerState> StateIn(std::span<const std::byte> bytes, daemon::ProblemLog &log) {
+  std::string problem;
+  auto state = msgsvr::ReadState(bytes, problem);
+  if (!state) log.Print("%s", problem.c_str());
+  return state;
+}
+
+// Whether a server with these settings can take over that state.
+int Check(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, std::span<const std::byte> bytes) {
+  const auto state = StateIn(bytes, log);
+  if (!state) return daemon::kExitState;
+  if (const std::string problem = msgsvr::ProblemOf(*state); !problem.empty()) {
+    log.Print("%s", problem.c_str());
+    return daemon::kExitState;
+  }
+  if (settings.tcp.empty() || settings.tcp == state->listeners.tcpSetting || msgsvr::CanListenTcp(settings.tcp)) {
+    return daemon::kExitOk;
+  }
+  log.PrintErrno("tcp = %s: cannot listen", settings.tcp.c_str());
+  return daemon::kExitState;
+}
+
+// Says that clients are served from now on.
+void Announce(const daemon::Start &start, msgsvr::Server &server, const Listeners &listeners, daemon::ProblemLog &log) {
+  if (start.inherited) {
+    start.inherited->Report(log);
+    server.Confirm(*start.inherited);
+    return daemon::TellReady();
+  }
+  daemon::SayListening(kProgram, ZOR_PATH_MSGSVR);
+  if (listeners.tcp.socket.valid()) daemon::SayListening(kProgram, listeners.tcp.address.c_str());
+}
+
+int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::Start &start) {
+  daemon::DescriptorSet descriptors;
+  std::optional<msgsvr::ServerState> state;
+  if (start.inherited) {
+    descriptors = daemon::DescriptorSet::OfProcess(start.inherited->state.get());
+    state = StateIn(daemon::MappedState(start.inherited->state.get()).bytes(), log);
+    start.inherited->state.reset();
+    if (!state) return daemon::kExitState;
+  }
+  daemon::ServerSignals signals;
   RaiseDescriptorLimit(settings.maxClients);
   if (!MakeDirectories(log)) return daemon::kExitFailure;
-  daemon::LocalSocket local;
-  if (const auto code = local.Open(ZOR_PATH_MSGSVR, SOCK_STREAM, kSocketMode, log); code != daemon::kExitOk)
-    return code;
-  msgsvr::TcpListener tcp;
-  if (!settings.tcp.empty()) {
-    tcp = msgsvr::ListenTcp(settings.tcp);
-    if (!tcp.socket.valid()) {
-      log.PrintErrno("tcp = %s: cannot listen", settings.tcp.c_str());
-      return daemon::kExitFailure;
-    }
-  }
+  Listeners listeners;
+  const auto code =
+      state ? TakeListeners(settings, state->listeners, descriptors, listeners, log) : Listen(settings, listeners, log);
+  if (code != daemon::kExitOk) return code;
   msgsvr::Bus bus(settings, daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR), log);
-  bus.verbose = verbose;
-  msgsvr::Server server(bus, stop, local.fd(), tcp.socket.get());
-  daemon::SayListening(kProgram, ZOR_PATH_MSGSVR);
-  if (tcp.socket.valid()) daemon::SayListening(kProgram, tcp.address.c_str());
+  bus.verbose = start.verbose;
+  msgsvr::Server server(bus, signals,
+                        {listeners.local.fd(), listeners.local.lockFd(), listeners.tcp.socket.get(), settings.tcp},
+                        start.image);
+  if (state) server.TakeOver(*std::exchange(state, std::nullopt), descriptors);
+  descriptors = {};
+  Announce(start, server, listeners, log);
   if (server.Run()) return daemon::kExitOk;
   log.PrintErrno("cannot start");
   return daemon::kExitFailure;
@@ -78,5 +158,5 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, bool verbo
 }  // namespace
 
 int main(int count, char **arguments) {
-  return daemon::ServerMain(kProgram, count, arguments, msgsvr::ReadSettings, Run);
+  return daemon::ServerMain(kProgram, count, arguments, msgsvr::ReadSettings, Run, Check);
 }

@@ -46,6 +46,7 @@ void Restoration::Run(const ServerState &state) {
   RepeatRegistrations();
   RepeatPatterns();
   RepeatBarrierWaits();
+  bus_.restartFor = state.restartFor;
   for (const AppName::Field &post : state.bus.standing.posts) bus_.barriers.Post(NameOf(post));
   RestoreTimes();
   // Only now is it known who else has their names.

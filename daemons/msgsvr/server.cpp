@@ -9,6 +9,7 @@
 
 #include "msgsvr/boards.h"
 #include "msgsvr/farewell.h"
+#include "msgsvr/restoration.h"
 #include "programs/limits.h"
 #include "programs/peer.h"
 
@@ -31,11 +32,27 @@ bool IsZero(std::span<const std::byte> bytes) {
 
 }  // namespace
 
+Server::Server(Bus &bus, daemon::ServerSignals &signals, const ListenersRecord &listeners,
+               const daemon::ProgramImage &image)
+    : bus_(bus),
+      router_(bus),
+      watch_(bus),
+      signals_(signals),
+      local_{listeners.local, true},
+      tcp_{listeners.tcp, false},
+      handOver_({bus, newcomers_, pausedSenders_, watch_}, router_.delivery(), listeners, image) {}
+
+void Server::TakeOver(const ServerState &state, daemon::DescriptorSet &descriptors) {
+  tookOver_ = true;
+  Restoration({bus_, newcomers_, pausedSenders_, watch_}, descriptors).Run(state);
+  for (Client &client : bus_.clients) MarkReadable(client);
+}
+
 bool Server::Run() {
   if (!Watch()) return false;
-  bus_.SweepFiles();
+  if (!tookOver_) bus_.SweepFiles();
   while (running_) Turn();
-  Farewell(bus_, router_.delivery(), stop_).Say(bus_.settings.stopTime);
+  Farewell(bus_, router_.delivery(), signals_).Say(bus_.settings.stopTime);
   for (Client &client : bus_.clients) bus_.End(client);
   bus_.Sweep();
   return true;
@@ -43,9 +60,10 @@ bool Server::Run() {
 
 bool Server::Watch() {
   spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  return spare_.valid() && bus_.poll.valid() && bus_.poll.Add(stop_.fd(), EPOLLIN, &stop_) &&
-         bus_.poll.Add(watch_.timer(), EPOLLIN, &watch_) && bus_.poll.Add(newcomers_.timer(), EPOLLIN, &newcomers_) &&
-         bus_.poll.Add(local_.fd, EPOLLIN, &local_) && (tcp_.fd < 0 || bus_.poll.Add(tcp_.fd, EPOLLIN, &tcp_));
+  return spare_.valid() && bus_.poll.valid() && bus_.poll.Add(signals_.fd(), EPOLLIN, &signals_) && handOver_.valid() &&
+         bus_.poll.Add(handOver_.fd(), EPOLLIN, &handOver_) && bus_.poll.Add(watch_.timer(), EPOLLIN, &watch_) &&
+         bus_.poll.Add(newcomers_.timer(), EPOLLIN, &newcomers_) && bus_.poll.Add(local_.fd, EPOLLIN, &local_) &&
+         (tcp_.fd < 0 || bus_.poll.Add(tcp_.fd, EPOLLIN, &tcp_));
 }
 
 void Server::Turn() {
@@ -59,12 +77,15 @@ void Server::Turn() {
   CheckTimers();
   std::erase_if(ready_, [](const Client *client) { return client->ended; });
   bus_.Sweep();
+  handOver_.EndTurn();
   watchdog_.Feed();
 }
 
 void Server::HandleEvent(const epoll_event &event) {
-  if (event.data.ptr == &stop_) {
-    if (stop_.Take()) running_ = false;
+  if (event.data.ptr == &signals_) {
+    TakeSignal();
+  } else if (event.data.ptr == &handOver_) {
+    handOver_.Continue();
   } else if (event.data.ptr == &watch_) {
     watch_.TakeTimer();
   } else if (event.data.ptr == &newcomers_) {
@@ -77,6 +98,12 @@ void Server::HandleEvent(const epoll_event &event) {
     if ((event.events & EPOLLOUT) != 0) router_.delivery().FlushQueue(client);
     if ((event.events & ~static_cast<uint32_t>(EPOLLOUT)) != 0) MarkReadable(client);
   }
+}
+
+void Server::TakeSignal() {
+  const auto request = signals_.Take();
+  if (request == daemon::ServerSignals::Request::kStop) running_ = false;
+  if (request == daemon::ServerSignals::Request::kHandOver) handOver_.Request();
 }
 
 void Server::Accept(const Listener &listener) {

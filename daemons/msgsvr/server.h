@@ -9,11 +9,13 @@
 
 #include "common/unique_fd.h"
 #include "msgsvr/bus.h"
+#include "msgsvr/hand_over.h"
 #include "msgsvr/input.h"
 #include "msgsvr/newcomers.h"
 #include "msgsvr/paused_senders.h"
 #include "msgsvr/router.h"
 #include "msgsvr/traffic_watch.h"
+#include "programs/descriptor_set.h"
 #include "programs/service_manager.h"
 #include "programs/stop_signal.h"
 
@@ -21,10 +23,13 @@ namespace zor::msgsvr {
 
 class Server {
  public:
-  // The descriptors must outlive the server; tcpListener is -1 if there is none.
-  Server(Bus &bus, daemon::StopSignal &stop, int localListener, int tcpListener)
-      : bus_(bus), router_(bus), watch_(bus), stop_(stop), local_{localListener, true}, tcp_{tcpListener, false} {}
+  // The listeners' descriptors must outlive the server.
+  Server(Bus &bus, daemon::ServerSignals &signals, const ListenersRecord &listeners, const daemon::ProgramImage &image);
 
+  // Continues what another process has begun: call it before Run.
+  void TakeOver(const ServerState &state, daemon::DescriptorSet &descriptors);
+  // Replies to who asked for that.
+  void Confirm(const daemon::Inheritance &inherited) { HandOver::Confirm(bus_, router_.delivery(), inherited); }
   // Runs until the stop signal. False, with errno, if it could not start.
   bool Run();
 
@@ -36,6 +41,7 @@ class Server {
 
   bool Watch();
   void Turn();
+  void TakeSignal();
   void HandleEvent(const epoll_event &event);
   void Accept(const Listener &listener);
   void AcceptWithoutDescriptors(const Listener &listener);
@@ -57,7 +63,7 @@ class Server {
   Bus &bus_;
   Router router_;
   TrafficWatch watch_;
-  daemon::StopSignal &stop_;
+  daemon::ServerSignals &signals_;
   daemon::Watchdog watchdog_;
   Listener local_;
   Listener tcp_;
@@ -66,6 +72,8 @@ class Server {
   PausedSenders pausedSenders_;
   Clock::time_point reportsChecked_;
   Newcomers newcomers_{bus_.settings.registerTime};
+  HandOver handOver_;
+  bool tookOver_ = false;
   std::vector<Client *> ready_;
   std::vector<Client *> reading_;
   // All input passes through here: a client's input takes no memory of its own unless it ends in a partial frame.

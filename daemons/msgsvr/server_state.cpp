@@ -18,7 +18,7 @@ void Describe(Fields &fields, Record &record) {
   fields(4, record.tcpSetting);
 }
 
-template <typename Fields, daemon::OneOf<OwedReplyRecord> Record>
+template <typename Fields, daemon::OneOf<RestartRequest> Record>
 void Describe(Fields &fields, Record &record) {
   fields(1, record.client);
   fields(2, record.type);
@@ -30,7 +30,7 @@ namespace {
 constexpr char kServer[] = "msgsvr";
 constexpr uint32_t kFormat = 1;
 
-enum Tag : uint16_t { kListeners = 1, kBus = 2, kClient = 3, kOwed = 4 };
+enum Tag : uint16_t { kListeners = 1, kBus = 2, kClient = 3, kRestart = 4 };
 
 std::string LabelOf(const ClientRecord &record) {
   const auto name = AppName::FromField(record.standing.name);
@@ -49,8 +49,8 @@ bool ReadFrom(const std::vector<daemon::Field> &records, ServerState &state) {
       if (!bus) return false;
       hasBus = true;
       state.bus = std::move(*bus);
-    } else if (field.tag == kOwed) {
-      state.owed = daemon::ReadRecord<OwedReplyRecord>(field.bytes);
+    } else if (field.tag == kRestart) {
+      state.restartFor = daemon::ReadRecord<RestartRequest>(field.bytes);
     } else if (field.tag == kClient) {
       auto client = daemon::ReadRecord<ClientRecord>(field.bytes);
       if (client) {
@@ -68,6 +68,7 @@ bool ReadFrom(const std::vector<daemon::Field> &records, ServerState &state) {
 ServerState StateOf(const ServerParts &server) {
   ServerState state;
   state.bus = BusRecordOf(server.bus, server.watch);
+  state.restartFor = server.bus.restartFor;
   for (const Client &client : server.bus.clients) {
     if (client.ended) continue;
     ClientRecord &record = state.clients.emplace_back(ClientRecordOf(server.bus, client));
@@ -87,7 +88,7 @@ UniqueFd WriteState(const ServerState &state) {
   writer.Add(kListeners, state.listeners);
   writer.Add(kBus, state.bus);
   for (const ClientRecord &client : state.clients) writer.Add(kClient, client);
-  if (state.owed) writer.Add(kOwed, *state.owed);
+  if (state.restartFor) writer.Add(kRestart, *state.restartFor);
   return writer.Finish();
 }
 

@@ -29,22 +29,15 @@ struct ListenersRecord {
   std::string tcpSetting;  // the address that the settings asked for
 };
 
-// The reply that a client gets when the server has been replaced.
-struct OwedReplyRecord {
-  uint64_t client = 0;  // its id
-  uint32_t type = 0;
-  uint32_t sequence = 0;
-};
-
 struct ServerState {
   ListenersRecord listeners;
   BusRecord bus;
   std::vector<ClientRecord> clients;  // oldest first
-  std::optional<OwedReplyRecord> owed;
+  std::optional<RestartRequest> restartFor;
   size_t damaged = 0;  // records of clients that could not be read
 };
 
-// Everything but the listeners and what is owed.
+// Everything but the listeners.
 ServerState StateOf(const ServerParts &server);
 
 // A descriptor of the state as a file; invalid, with errno, if it could not be made.

@@ -17,6 +17,26 @@ std::string Format(const sockaddr_in &address) {
          std::to_string(ntohs(address.sin_port));
 }
 
+// The address that it is bound to.
+std::string AddressOf(int socket) {
+  sockaddr_in address = {};
+  socklen_t size = sizeof address;
+  return ::getsockname(socket, Generic(&address), &size) == 0 && address.sin_family == AF_INET ? Format(address) : "";
+}
+
+UniqueFd BindTcp(const std::string &text) {
+  auto address = ParseTcpAddress(text);
+  if (!address) {
+    errno = EINVAL;
+    return {};
+  }
+  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const int on = 1;
+  const bool bound = socket.valid() && ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
+                     ::bind(socket.get(), Generic(&*address), sizeof *address) == 0;
+  return bound ? std::move(socket) : UniqueFd();
+}
+
 }  // namespace
 
 std::optional<sockaddr_in> ParseTcpAddress(const std::string &text) {
@@ -32,23 +52,19 @@ std::optional<sockaddr_in> ParseTcpAddress(const std::string &text) {
   return address;
 }
 
+bool CanListenTcp(const std::string &text) {
+  return BindTcp(text).valid();
+}
+
+TcpListener AdoptTcp(UniqueFd socket) {
+  std::string address = AddressOf(socket.get());
+  return {std::move(socket), std::move(address)};
+}
+
 TcpListener ListenTcp(const std::string &text) {
-  const auto wanted = ParseTcpAddress(text);
-  if (!wanted) {
-    errno = EINVAL;
-    return {};
-  }
-  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  sockaddr_in address = *wanted;
-  sockaddr *generic = Generic(&address);
-  socklen_t size = sizeof address;
-  const int on = 1;
-  if (!socket.valid() || ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-      ::bind(socket.get(), generic, size) != 0 || ::listen(socket.get(), SOMAXCONN) != 0 ||
-      ::getsockname(socket.get(), generic, &size) != 0) {
-    return {};
-  }
-  return {std::move(socket), Format(address)};
+  UniqueFd socket = BindTcp(text);
+  if (!socket.valid() || ::listen(socket.get(), SOMAXCONN) != 0) return {};
+  return AdoptTcp(std::move(socket));
 }
 
 }  // namespace zor::msgsvr

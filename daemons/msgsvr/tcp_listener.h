@@ -19,6 +19,12 @@ struct TcpListener {
 // An IPv4 ADDRESS:PORT; nothing for any other text.
 std::optional<sockaddr_in> ParseTcpAddress(const std::string &text);
 
+// Whether that is possible, without any effect; errno says why not.
+bool CanListenTcp(const std::string &address);
+
+// One that another process has made.
+TcpListener AdoptTcp(UniqueFd socket);
+
 // Listens on an IPv4 ADDRESS:PORT. On failure the socket is invalid and errno says why.
 TcpListener ListenTcp(const std::string &address);
 
