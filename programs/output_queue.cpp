@@ -6,22 +6,36 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
-#include "common/attached_descriptor.h"
+#include "programs/journal/turn.h"
 #include "programs/limits.h"
 
 namespace zor::daemon {
 namespace {
 
-// Messages that one system call takes from the queue.
+using journal::kNone;
+using journal::MessageHead;
+
+// Pieces of messages that one system call takes from the queue.
 constexpr size_t kGatherMax = 64;
 
-size_t CostOf(size_t messageSize) {
-  return messageSize + sizeof(OutputQueue::Message) + 2 * sizeof(void *);
+constexpr size_t Padding(size_t messageSize) {
+  return (sizeof(MessageHead) - messageSize % sizeof(MessageHead)) % sizeof(MessageHead);
 }
 
-ssize_t SendMessage(int socket, const msghdr &message) {
+constexpr size_t CostOf(size_t messageSize) {
+  return sizeof(MessageHead) + messageSize + Padding(messageSize);
+}
+
+}  // namespace
+
+ssize_t SendNow(int socket, std::span<const std::byte> bytes) {
+  iovec vector = {const_cast<std::byte *>(bytes.data()), bytes.size()};
+  msghdr message = {};
+  message.msg_iov = &vector;
+  message.msg_iovlen = 1;
   ssize_t count;
   do {
     count = ::sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -29,59 +43,104 @@ ssize_t SendMessage(int socket, const msghdr &message) {
   return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? 0 : count;
 }
 
-ssize_t SendWithDescriptor(int socket, msghdr &message, int descriptor) {
-  const AttachedDescriptor attached(message, descriptor);
-  return SendMessage(socket, message);
-}
-
-iovec VectorOf(std::span<const std::byte> bytes) {
-  return {const_cast<std::byte *>(bytes.data()), bytes.size()};
-}
-
-}  // namespace
-
-ssize_t SendNow(int socket, std::span<const std::byte> bytes, int descriptor) {
-  iovec vector = VectorOf(bytes);
-  msghdr message = {};
-  message.msg_iov = &vector;
-  message.msg_iovlen = 1;
-  return descriptor < 0 ? SendMessage(socket, message) : SendWithDescriptor(socket, message, descriptor);
-}
-
 bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, UniqueFd &&descriptor) {
   const size_t cost = CostOf(message.size());
-  if (cost > maxBytes_ - bytes_ || (descriptor.valid() && descriptors_ == limits::kUnreadDescriptors)) return false;
-  messages_.push_back({{message.begin(), message.end()}, sent, UniqueFd()});  // throws with nothing changed
-  bytes_ += cost;
-  if (descriptor.valid()) ++descriptors_;
-  messages_.back().descriptor = std::move(descriptor);
+  const bool attached = descriptor.valid();
+  if (cost > maxBytes_ - bytes() || (attached && descriptors_.size() == limits::kUnreadDescriptors)) return false;
+  if (attached) descriptors_.reserve(descriptors_.size() + 1);
+  if (!MakeRoom(cost, sent > 0)) return false;
+  journal::Queue &queue = edit();
+  const MessageHead head = {static_cast<uint32_t>(message.size()), attached ? 1u : 0u};
+  Place place = {queue.last, queue.end};
+  if (queue.messages == 0) place = {queue.first, 0};
+  Put(place, std::as_bytes(std::span(&head, 1)));
+  Put(place, message);
+  place.offset += static_cast<uint32_t>(Padding(message.size()));
+  queue.last = place.block;
+  queue.end = place.offset;
+  if (queue.messages == 0) queue.sent = static_cast<uint32_t>(sent);
+  ++queue.messages;
+  queue.cost += cost;
+  queue.left += message.size() - sent;
+  if (attached) descriptors_.push_back(std::move(descriptor));
   return true;
 }
 
 bool OutputQueue::Fits(std::initializer_list<size_t> sizes) const {
   size_t cost = 0;
   for (const size_t size : sizes) cost += CostOf(size);
-  return cost <= maxBytes_ - bytes_;
+  return cost <= maxBytes_ - bytes();
 }
 
 OutputQueue::State OutputQueue::Flush(int socket) {
-  while (!messages_.empty()) {
+  while (!empty()) {
     const ssize_t count = SendFront(socket);
+    if (count > 0) Advance(static_cast<size_t>(count));
+    const int error = errno;
+    EndFlush(slot_.journal());
+    errno = error;
     if (count < 0) return State::kBroken;
     if (count == 0) return State::kBlocked;
-    Advance(static_cast<size_t>(count));
   }
   return State::kDrained;
 }
 
-size_t OutputQueue::bytesLeft() const {
-  size_t left = 0;
-  for (const Message &message : messages_) left += message.bytes.size() - message.sent;
-  return left;
+void OutputQueue::DropFront() {
+  Place place = Front();
+  Advance(TakeHead(place).size - queue().sent);
 }
 
-void OutputQueue::DropFront() {
-  Advance(messages_.front().bytes.size() - messages_.front().sent);
+std::span<std::byte> OutputQueue::TakePiece(Place &place, size_t most) const {
+  if (place.offset == blocks().payload()) place = {blocks().HeadOf(place.block).next, 0};
+  const auto size = static_cast<uint32_t>(std::min<size_t>(most, blocks().payload() - place.offset));
+  const std::span piece(blocks().PayloadOf(place.block) + place.offset, size);
+  place.offset += size;
+  return piece;
+}
+
+// A head never lies across two blocks, since all offsets are multiples of its size.
+MessageHead OutputQueue::TakeHead(Place &place) const {
+  MessageHead head;
+  std::memcpy(&head, TakePiece(place, sizeof head).data(), sizeof head);
+  return head;
+}
+
+// In place if the message is in one block.
+std::span<const std::byte> OutputQueue::TakeBytes(Place &place, size_t size, std::vector<std::byte> &gathered) const {
+  std::span<const std::byte> bytes = TakePiece(place, size);
+  if (bytes.size() < size) {
+    gathered.assign(bytes.begin(), bytes.end());
+    while (gathered.size() < size) {
+      const auto piece = TakePiece(place, size - gathered.size());
+      gathered.insert(gathered.end(), piece.begin(), piece.end());
+    }
+    bytes = gathered;
+  }
+  place.offset += static_cast<uint32_t>(Padding(size));
+  return bytes;
+}
+
+void OutputQueue::Put(Place &place, std::span<const std::byte> bytes) {
+  while (!bytes.empty()) {
+    const auto piece = TakePiece(place, bytes.size());
+    std::memcpy(piece.data(), bytes.data(), piece.size());
+    bytes = bytes.subspan(piece.size());
+  }
+}
+
+// Adds the blocks that so many bytes more need.
+bool OutputQueue::MakeRoom(size_t bytes, bool urgent) {
+  const size_t payload = blocks().payload();
+  const size_t room = queue().first == kNone ? 0 : payload - queue().end;
+  if (bytes <= room) return true;
+  const auto added = journal::AllocateLinked(blocks(), (bytes - room + payload - 1) / payload, urgent);
+  if (added.first == kNone) return false;
+  if (queue().first == kNone) {
+    edit().first = added.first;
+  } else {
+    blocks().HeadOf(queue().last).next = added.first;
+  }
+  return true;
 }
 
 // As many messages as one call takes, but one with a descriptor alone: its receiver expects the descriptor with the
@@ -89,32 +148,62 @@ void OutputQueue::DropFront() {
 ssize_t OutputQueue::SendFront(int socket) {
   std::array<iovec, kGatherMax> vectors;
   size_t used = 0;
-  for (const Message &message : messages_) {
-    if (used == vectors.size() || (used > 0 && message.descriptor.valid())) break;
-    vectors[used++] = VectorOf(std::span(message.bytes).subspan(message.sent));
-    if (message.descriptor.valid()) break;
+  int descriptor = -1;
+  size_t skipped = queue().sent;
+  Place place = Front();
+  for (uint32_t left = queue().messages; left > 0 && used < vectors.size() && descriptor < 0; --left, skipped = 0) {
+    const MessageHead head = TakeHead(place);
+    if (head.hasDescriptor != 0 && skipped == 0) {
+      if (used > 0) break;
+      descriptor = descriptors_.front().get();
+    }
+    for (size_t taken = 0; taken < head.size && used < vectors.size();) {
+      const auto piece = TakePiece(place, head.size - taken);
+      taken += piece.size();
+      const size_t cut = std::min(skipped, piece.size());
+      skipped -= cut;
+      if (cut < piece.size()) vectors[used++] = {piece.data() + cut, piece.size() - cut};
+    }
+    place.offset += static_cast<uint32_t>(Padding(head.size));
   }
-  msghdr gathered = {};
-  gathered.msg_iov = vectors.data();
-  gathered.msg_iovlen = used;
-  const int descriptor = messages_.front().descriptor.get();
-  return descriptor < 0 ? SendMessage(socket, gathered) : SendWithDescriptor(socket, gathered, descriptor);
+  return BeginFlush(slot_, socket, std::span(vectors).first(used), descriptor);
 }
 
 void OutputQueue::Advance(size_t count) {
+  journal::Queue &queue = edit();
+  queue.left -= count;
   while (count > 0) {
-    Message &front = messages_.front();
-    if (front.descriptor.valid()) {
-      front.descriptor.reset();
-      --descriptors_;
-    }
-    const size_t taken = std::min(count, front.bytes.size() - front.sent);
-    front.sent += taken;
+    Place place = Front();
+    const MessageHead head = TakeHead(place);
+    if (head.hasDescriptor != 0 && queue.sent == 0) descriptors_.erase(descriptors_.begin());
+    const size_t taken = std::min<size_t>(count, head.size - queue.sent);
+    queue.sent += static_cast<uint32_t>(taken);
     count -= taken;
-    if (front.sent < front.bytes.size()) return;
-    bytes_ -= CostOf(front.bytes.size());
-    messages_.pop_front();
+    if (queue.sent == head.size) RemoveFront();
   }
+}
+
+void OutputQueue::RemoveFront() {
+  journal::Queue &queue = edit();
+  Place place = Front();
+  const MessageHead head = TakeHead(place);
+  queue.sent = 0;
+  queue.cost -= CostOf(head.size);
+  if (--queue.messages == 0) {
+    journal::ReleaseLinked(blocks(), queue.first, queue.last);
+    queue = {};
+    return;
+  }
+  size_t left = head.size + Padding(head.size);
+  while (left > 0) left -= TakePiece(place, left).size();
+  if (place.offset == blocks().payload()) place = {blocks().HeadOf(place.block).next, 0};
+  for (uint32_t block = queue.first; block != place.block;) {
+    const uint32_t next = blocks().HeadOf(block).next;
+    blocks().Release(block);
+    block = next;
+  }
+  queue.first = place.block;
+  queue.front = place.offset;
 }
 
 }  // namespace zor::daemon

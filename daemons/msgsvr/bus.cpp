@@ -41,7 +41,7 @@ void Bus::ForgetAllRead(Client &client) {
 
 void Bus::ForgetRead(Client &client) {
   if (!client.deliveries.IsCheckDue() || client.ended || client.deaf) return;
-  const size_t queued = client.output.messages().size();
+  const size_t queued = client.output.messageCount();
   if (queued == 0 && !HasUnread(client.socket.get())) return ForgetAllRead(client);
   client.deliveries.Trim(limits::msgsvr::kDeliveries + queued, [this](const auto &name) { return files.Exists(name); });
 }
@@ -57,7 +57,7 @@ void Bus::LoseUnread(Client &client) {
     }
   }
   lost = std::max<uint64_t>(lost, MessagesFor(client));
-  for (const auto &message : client.output.messages()) files.Remove(message.bytes);
+  client.output.ForEach([&](auto message, size_t, int) { files.Remove(message); });
   if (client.reset) {
     someLost_ = true;
     for (const auto &file : client.deliveries.files()) files.RemoveNamed(file.name);
@@ -80,10 +80,11 @@ std::vector<Delivered> Bus::UnreadBy(Client &client) {
 }
 
 size_t Bus::MessagesFor(const Client &client) {
-  const auto &queued = client.output.messages();
-  return static_cast<size_t>(std::count_if(queued.begin(), queued.end(), [](const auto &message) {
-    return message.bytes.size() >= ZOR_MSG_HEAD_SIZE && !IsCopy(message.bytes);
-  }));
+  size_t count = 0;
+  client.output.ForEach([&](auto message, size_t, int) {
+    if (message.size() >= ZOR_MSG_HEAD_SIZE && !IsCopy(message)) ++count;
+  });
+  return count;
 }
 
 void Bus::CutOff(Client &client, const std::string &reason) {

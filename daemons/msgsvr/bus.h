@@ -33,8 +33,10 @@ struct RestartRequest {
 };
 
 struct Bus {
-  Bus(const BusSettings &busSettings, std::string messageDirectory, daemon::ProblemLog &problemLog)
+  Bus(const BusSettings &busSettings, daemon::Journal &busJournal, std::string messageDirectory,
+      daemon::ProblemLog &problemLog)
       : settings(busSettings),
+        journal(busJournal),
         log(problemLog),
         files(std::move(messageDirectory)),
         traceOverrides(busSettings.traceOverridesFile, problemLog) {}
@@ -83,6 +85,7 @@ struct Bus {
   Client *Find(uint64_t id);
 
   const BusSettings &settings;
+  daemon::Journal &journal;
   bool verbose = false;  // log clients that register and leave
   daemon::ProblemLog &log;
   daemon::EventPoll poll;

@@ -32,8 +32,9 @@ struct Peer {
 };
 
 struct Client {
-  Client(UniqueFd connection, const Peer &other, uint64_t number, size_t queueBytes)
-      : socket(std::move(connection)), peer(other), id(number), output(queueBytes) {}
+  // Its slot is invalid if the journal has no room.
+  Client(UniqueFd connection, const Peer &other, uint64_t number, daemon::Journal &journal, size_t queueBytes)
+      : socket(std::move(connection)), peer(other), id(number), slot(journal, number), output(slot, queueBytes) {}
 
   bool registered() const { return !name.empty(); }
   // The number of its latest message among all messages from it.
@@ -49,6 +50,7 @@ struct Client {
 
   std::vector<std::byte> partial;  // the start of an incomplete frame
   UniqueFd halfDescriptor;         // received with the first of its two bytes, which is all of `partial`
+  daemon::JournalSlot slot;
   daemon::OutputQueue output;
   uint64_t lastTarget = 0;  // id of the client that received its latest message
 

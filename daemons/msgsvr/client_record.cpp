@@ -15,9 +15,9 @@ constexpr size_t kDescriptorFrameSize = 2;
 
 std::vector<QueuedRecord> QueueOf(const Client &client) {
   std::vector<QueuedRecord> queue;
-  for (const auto &message : client.output.messages()) {
-    queue.push_back({message.bytes, message.sent, message.descriptor.get()});
-  }
+  client.output.ForEach([&](auto message, size_t sent, int descriptor) {
+    queue.push_back({{message.begin(), message.end()}, sent, descriptor});
+  });
   return queue;
 }
 

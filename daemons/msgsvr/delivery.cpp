@@ -153,22 +153,14 @@ void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
     bus_.log.Print("%s: descriptor dropped: its latest message had no local receiver", from.Label().c_str());
     return;
   }
-  ssize_t sent = 0;
-  if (to->output.empty()) {
-    sent = daemon::SendNow(to->socket.get(), kDescriptorFrame, descriptor.get());
-    if (sent < 0) {
-      return errno == ETOOMANYREFS ? LogLostDescriptor(*to, "too many in flight") : bus_.Deafen(*to, errno);
-    }
-    if (sent > 0) descriptor.reset();
+  if (!to->output.Push(kDescriptorFrame, 0, std::move(descriptor))) {
+    if (bus_.settings.cutOffSlowReaders) return bus_.CutOffSlow(*to, 0);
+    Missed(*to);
+    return LogLostDescriptor(*to, "too many unread");
   }
-  if (sent < static_cast<ssize_t>(kDescriptorFrame.size())) {
-    if (!to->output.Push(kDescriptorFrame, static_cast<size_t>(sent), std::move(descriptor))) {
-      if (bus_.settings.cutOffSlowReaders) return bus_.CutOffSlow(*to, 0);
-      Missed(*to);
-      return LogLostDescriptor(*to, "too many unread");
-    }
-    WatchForOutput(*to);
-  }
+  if (!to->flushing) FlushQueue(*to);
+  if (to->deaf) return;
+  if (!to->output.empty()) WatchForOutput(*to);
   to->deliveries.Add({kDescriptorFrame.size(), bus_.nowMs, 0, 0, 0});
 }
 

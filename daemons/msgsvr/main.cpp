@@ -50,6 +50,15 @@ void RaiseDescriptorLimit(size_t maxClients) {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+// Room for what all clients together leave unread; beyond it messages are refused like those that do not fit a queue.
+daemon::Journal::Size JournalSizeOf(const msgsvr::BusSettings &settings) {
+  constexpr size_t kMost = 64u << 20;
+  const size_t most = std::max(kMost, settings.queueBytes);
+  const size_t wanted =
+      settings.queueBytes > most / settings.maxClients ? most : settings.queueBytes * settings.maxClients;
+  return {settings.maxClients, wanted, msgsvr::kInputBuffer};
+}
+
 bool MakeDirectories(daemon::ProblemLog &log) {
   if (daemon::MakeDirectory(ZOR_PATH_MSG_FILE_DIR, kMessageDirectoryMode)) return true;
   log.PrintErrno("%s: cannot create the directory", ZOR_PATH_MSG_FILE_DIR);
@@ -142,7 +151,12 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   const auto code =
       state ? TakeListeners(settings, state->listeners, descriptors, listeners, log) : Listen(settings, listeners, log);
   if (code != daemon::kExitOk) return code;
-  msgsvr::Bus bus(settings, daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR), log);
+  const auto journal = daemon::Journal::Create(kProgram.name, JournalSizeOf(settings));
+  if (journal == nullptr) {
+    log.PrintErrno("cannot start");
+    return daemon::kExitFailure;
+  }
+  msgsvr::Bus bus(settings, *journal, daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR), log);
   bus.verbose = start.verbose;
   msgsvr::Server server(bus, signals,
                         {listeners.local.fd(), listeners.local.lockFd(), listeners.tcp.socket.get(), settings.tcp},

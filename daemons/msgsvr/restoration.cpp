@@ -72,7 +72,11 @@ void Restoration::RestoreClient(const ClientRecord &record) {
   const Peer peer = {standing.local, standing.uid, standing.pid};
   const size_t queueBytes =
       std::clamp<size_t>(record.queueBytes, bus_.settings.queueBytes, limits::msgsvr::kMostQueueBytes);
-  Client &client = bus_.clients.emplace_back(UniqueFd(), peer, standing.id, queueBytes);
+  Client &client = bus_.clients.emplace_back(UniqueFd(), peer, standing.id, bus_.journal, queueBytes);
+  if (!client.slot.valid()) {
+    bus_.log.Print("a client cut off: no memory");
+    return bus_.clients.pop_back();
+  }
   client.name = NameOf(standing.name);
   const bool isNew = standing.id > bus_.lastId || restored_.empty() || restored_.back().client->id < standing.id;
   bus_.lastId = std::max(bus_.lastId, standing.id);

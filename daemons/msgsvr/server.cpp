@@ -78,6 +78,7 @@ void Server::Turn() {
   std::erase_if(ready_, [](const Client *client) { return client->ended; });
   bus_.Sweep();
   handOver_.EndTurn();
+  bus_.journal.Commit();
   watchdog_.Feed();
 }
 
@@ -134,7 +135,13 @@ void Server::Admit(UniqueFd socket, bool local) {
   }
   if (!local) SetUpBoard(socket.get(), bus_.settings.boardSilence);
   const Peer peer = PeerOf(socket.get(), local);
-  Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++bus_.lastId, bus_.settings.queueBytes);
+  Client &client =
+      bus_.clients.emplace_back(std::move(socket), peer, ++bus_.lastId, bus_.journal, bus_.settings.queueBytes);
+  if (!client.slot.valid()) {
+    bus_.log.Print("connection refused: no memory");
+    bus_.clients.pop_back();
+    return;
+  }
   newcomers_.Add(client.id);
   if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) bus_.CutOff(client, std::strerror(errno));
 }

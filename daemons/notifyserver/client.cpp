@@ -19,13 +19,19 @@ constexpr size_t kKeptInputBytes = 4096;
 }  // namespace
 
 Client::Client(UniqueFd socket, const ucred &peer, daemon::EventPoll &poll, std::vector<Client *> &ended,
-               Accounts &accounts, const Limits &limits)
+               Accounts &accounts, daemon::Journal &journal, uint64_t id, const Limits &limits)
     : socket_(std::move(socket)),
       poll_(poll),
       endedClients_(ended),
       peer_(peer),
       charge_(accounts, peer.uid),
-      output_(limits.queueBytes) {}
+      slot_(journal, id),
+      output_(slot_, limits.queueBytes) {}
+
+bool Client::Watch() {
+  errno = ENOMEM;
+  return slot_.valid() && poll_.Add(socket_.get(), EPOLLIN, this);
+}
 
 Client::Text Client::Label() const {
   Text label;
@@ -110,8 +116,7 @@ void Client::End(const char *reason) {
 }
 
 Client::Unread Client::unread() const {
-  Unread unread = {0, output_.messages().size(), 0};
-  for (const auto &message : output_.messages()) unread.bytes += message.bytes.size() - message.sent;
+  Unread unread = {output_.bytesLeft(), output_.messageCount(), 0};
   int held = 0;
   if (::ioctl(socket_.get(), SIOCOUTQ, &held) == 0 && held > 0) unread.socket = static_cast<size_t>(held);
   return unread;

@@ -42,11 +42,12 @@ class Client {
 
   // The client adds itself to `ended`, which has room for it, when it ends.
   Client(UniqueFd socket, const ucred &peer, daemon::EventPoll &poll, std::vector<Client *> &ended, Accounts &accounts,
-         const Limits &limits);
+         daemon::Journal &journal, uint64_t id, const Limits &limits);
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
 
-  bool Watch() { return poll_.Add(socket_.get(), EPOLLIN, this); }
+  // False, with errno, if there is no memory for it.
+  bool Watch();
 
   bool registered() const { return mid != 0; }
   // Whether it has time-limited permission to be here without having registered.
@@ -86,7 +87,7 @@ class Client {
   bool reachable() const { return !ended_ && !outputBroken_; }
   const char *reason() const { return reason_; }
   // Messages to it that are lost if it ends now.
-  size_t Lost() const { return lost_ + output_.messages().size(); }
+  size_t Lost() const { return lost_ + output_.messageCount(); }
 
   // Messages that it has not read yet.
   struct Unread {
@@ -124,6 +125,7 @@ class Client {
   Charge charge_;
   std::vector<std::byte> input_;
   size_t consumed_ = 0;
+  daemon::JournalSlot slot_;
   daemon::OutputQueue output_;
   bool outputBroken_ = false;
   bool ended_ = false;

@@ -31,6 +31,11 @@ daemon::ExitCode Server::Open() {
     log_.PrintErrno("cannot wait for events");
     return daemon::kExitFailure;
   }
+  journal_ = daemon::Journal::Create(log_.program(), {limits_.maxClients, limits_.memoryBytes, scratch_.size()});
+  if (journal_ == nullptr) {
+    log_.PrintErrno("cannot start");
+    return daemon::kExitFailure;
+  }
   if (!daemon::MakeDirectory(ZOR_PATH_NOTIFY_DIR, kDirectoryMode)) {
     log_.PrintErrno("%s", ZOR_PATH_NOTIFY_DIR);
     return daemon::kExitFailure;
@@ -63,6 +68,7 @@ bool Server::Turn() {
     EndLargest();
     ReleaseEnded();
   }
+  journal_->Commit();
   watchdog_.Feed();
   return !stopped_;
 }
@@ -115,7 +121,8 @@ void Server::Admit(UniqueFd socket) {
     return;
   }
   ended_.reserve(clients_.size() + 1);
-  auto client = std::make_unique<Client>(std::move(socket), peer, poll_, ended_, accounts_, limits_);
+  auto client =
+      std::make_unique<Client>(std::move(socket), peer, poll_, ended_, accounts_, *journal_, ++lastId_, limits_);
   Client *const key = client.get();
   if (!clients_.emplace(key, std::move(client)).first->second->Watch()) {
     log_.PrintErrno("%s refused", key->Label().c_str());

@@ -56,7 +56,9 @@ class Server {
   daemon::LocalSocket listener_;
   daemon::EventPoll poll_;
   Router router_;
-  Accounts accounts_;  // outlives the clients
+  Accounts accounts_;  // outlives the clients, as does the journal
+  std::unique_ptr<daemon::Journal> journal_;
+  uint64_t lastId_ = 0;
   std::unordered_map<const Client *, std::unique_ptr<Client>> clients_;
   std::vector<Client *> ended_;
   bool listeningPaused_ = false;

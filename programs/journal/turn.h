@@ -1,0 +1,39 @@
+// Reading and writing so that no byte is ever in doubt.
+//
+// What a read or write has moved must be known although the process may be killed at any instruction. So the calls for
+// several messages are used for one: the kernel stores the number of bytes in the journal before it returns. Each step
+// is between two commits: the first says what is being done, the second what has become of it.
+#ifndef PROGRAMS_JOURNAL_TURN_H
+#define PROGRAMS_JOURNAL_TURN_H
+
+#include <sys/types.h>
+#include <sys/uio.h>
+
+#include <cstddef>
+#include <span>
+
+#include "programs/journal/slot.h"
+
+namespace zor::daemon {
+
+// Begins the work for a client: its input so far moves to the start of the buffer. Returns its length.
+size_t BeginTurn(JournalSlot &from);
+// Reads from its socket into the rest of the buffer. Returns the number of bytes, 0 at the end of the stream; -1 with
+// errno, which may be an error of the connection before its last bytes: read again. The message describes what else
+// came; the kernel writes to `control`.
+ssize_t ReadInTurn(Journal &journal, int socket, std::span<std::byte> control);
+// The effects of the buffer's bytes up to there are complete.
+void CommitRouted(Journal &journal, size_t routed);
+// Ends the work: the bytes from there on are the client's input. False if there is no room for them.
+bool EndTurn(JournalSlot &from, std::span<const std::byte> rest);
+
+// Writes bytes of the buffer to a client whose queue is empty, from what has been routed to that offset. The result is
+// that of SendNow. The caller then queues what is left, if any, and commits with CommitRouted.
+ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end);
+// Writes the first bytes of a client's queue. The caller takes them off the queue, and commits with EndFlush.
+ssize_t BeginFlush(JournalSlot &to, int socket, std::span<iovec> pieces, int descriptor);
+void EndFlush(Journal &journal);
+
+}  // namespace zor::daemon
+
+#endif
