@@ -51,12 +51,13 @@ void RaiseDescriptorLimit(size_t maxClients) {
 }
 
 // Room for what all clients together leave unread; beyond it messages are refused like those that do not fit a queue.
-daemon::Journal::Size JournalSizeOf(const msgsvr::BusSettings &settings) {
+daemon::Journal::Size JournalSizeOf(const msgsvr::BusSettings &settings, size_t restored) {
   constexpr size_t kMost = 64u << 20;
   const size_t most = std::max(kMost, settings.queueBytes);
-  const size_t wanted =
-      settings.queueBytes > most / settings.maxClients ? most : settings.queueBytes * settings.maxClients;
-  return {settings.maxClients, wanted, msgsvr::kInputBuffer};
+  // Clients that are restored stay, also beyond a limit that has become lower.
+  const size_t clients = std::max(settings.maxClients, restored);
+  const size_t wanted = settings.queueBytes > most / clients ? most : settings.queueBytes * clients;
+  return {clients, wanted, msgsvr::kInputBuffer};
 }
 
 bool MakeDirectories(daemon::ProblemLog &log) {
@@ -151,7 +152,8 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   const auto code =
       state ? TakeListeners(settings, state->listeners, descriptors, listeners, log) : Listen(settings, listeners, log);
   if (code != daemon::kExitOk) return code;
-  const auto journal = daemon::Journal::Create(kProgram.name, JournalSizeOf(settings));
+  const auto journal =
+      daemon::Journal::Create(kProgram.name, JournalSizeOf(settings, state ? state->clients.size() : 0));
   if (journal == nullptr) {
     log.PrintErrno("cannot start");
     return daemon::kExitFailure;

@@ -73,7 +73,7 @@ class MsgsvrTest : public testing::Test {
   void Start(const std::string &settings = "") {
     if (other_ == nullptr) {
       std::ofstream(root_.Path("/settings")) << settings;
-      server_.emplace(Child::Program({MSGSVR_PROGRAM, "--settings", root_.Path("/settings")}));
+      server_.emplace(Child::Program({program_, "--settings", root_.Path("/settings")}));
       ASSERT_TRUE(server_->WaitForOutput("msgsvr: listening on /var/msgsvr\n")) << log_.Text();
     }
     sender_ = Client("sender");
@@ -107,6 +107,7 @@ class MsgsvrTest : public testing::Test {
 
   const char *other_ = std::getenv("ZOR_TEST_MSGSVR_SOCKET");
   TempRoot root_;
+  std::string program_ = MSGSVR_PROGRAM;
   Capture log_{2};
   std::optional<Child> server_;
   WireClient sender_, receiver_;  // registered under these names

@@ -1,0 +1,271 @@
+// A message server that is replaced while it runs.
+#include <gmock/gmock.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <zor/control_wire.h>
+
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <regex>
+#include <thread>
+
+#include "msgsvr_fixture.h"
+#include "programs/json.h"
+
+namespace zor::test {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr uint32_t kEvent = 0x2DA05;
+const std::string kKilobyte(1000, 'x');
+
+class HandOverTest : public OwnMsgsvrTest {
+ protected:
+  // The server runs a copy of its program, which a test can replace.
+  void StartCopy(const std::string &settings = "") {
+    program_ = root_.Path("/program");
+    Install(MSGSVR_PROGRAM);
+    Start(settings);
+    tool_ = Client("tool");
+  }
+  void Install(const std::string &program) {
+    std::filesystem::remove(program_);
+    std::filesystem::copy_file(program, program_);
+  }
+  void InstallScript(const std::string &script) {
+    std::filesystem::remove(program_);
+    std::ofstream(program_) << "#!/bin/sh\n" << script << '\n';
+    ::chmod(program_.c_str(), 0755);
+  }
+  void HandOver() {
+    const Message reply = tool_.Ask(MakeRequest(ZOR_MSG_CONTROL_RESTART, "", 0, 3));
+    ASSERT_EQ(reply.header.data, ZOR_CONTROL_OK) << reply.body << log_.Text();
+    ASSERT_EQ(reply.header.sequence, 3u);
+    ASSERT_THAT(reply.body, HasSubstr("\"pause_ms\":"));
+  }
+  uint16_t TcpPort() {
+    const std::string line = "msgsvr: listening on 127.0.0.1:";
+    EXPECT_TRUE(server_->WaitForOutput(line) && server_->WaitForOutput("\n"));
+    return static_cast<uint16_t>(std::stoi(server_->output().substr(server_->output().find(line) + line.size())));
+  }
+  // What the list says about all clients but the asker, without what changes by itself.
+  std::string List() const {
+    Message reply = tool_.Ask(MakeRequest(ZOR_MSG_CONTROL_LIST));
+    if ((reply.header.type & ZOR_MSG_BODY_IN_FILE) != 0) {
+      std::ifstream file(RealPath(reply.body.c_str()));
+      reply.body.assign(std::istreambuf_iterator<char>(file), {});
+    }
+    std::string text;
+    const daemon::Json list(cJSON_Parse(reply.body.c_str()));
+    cJSON *client = nullptr;
+    cJSON_ArrayForEach(client, cJSON_GetObjectItem(list.get(), "clients")) {
+      if (cJSON_IsTrue(cJSON_GetObjectItem(client, "self")) == 0) text += daemon::JsonText(client) + "\n";
+    }
+    return std::regex_replace(text, std::regex("\"[a-z_]*ms\":[0-9]+"), "");
+  }
+
+  WireClient tool_;
+};
+
+// A sender that numbers its messages and writes them in pieces that end anywhere, and their receiver.
+class Stream {
+ public:
+  Stream(WireClient sender, WireClient receiver, std::string to, uint32_t count)
+      : sender_(std::move(sender)), receiver_(std::move(receiver)), to_(std::move(to)), count_(count) {
+    threads_[0] = std::thread([this] { Send(); });
+    threads_[1] = std::thread([this] { Receive(); });
+  }
+  bool IsOver() const { return over_; }
+  void Join() {
+    for (std::thread &thread : threads_) thread.join();
+  }
+
+ private:
+  void Send() {
+    std::string bytes;
+    size_t piece = 1;
+    for (uint32_t number = 0; number < count_; ++number) {
+      bytes += MakeMessage(kType, "", to_, number, std::string(number * 37 % 2000, 'b'), number + 1).Bytes();
+      for (; bytes.size() > piece; piece = piece * 5 % 9001) {
+        sender_.Send(std::string_view(bytes).substr(0, piece));
+        bytes.erase(0, piece);
+      }
+    }
+    sender_.Send(bytes);
+  }
+  void Receive() {
+    for (uint32_t number = 0; number < count_; ++number) {
+      const Message message = receiver_.Next();
+      ASSERT_EQ(message.header.data, number);
+      ASSERT_EQ(message.body, std::string(number * 37 % 2000, 'b'));
+    }
+    over_ = true;
+  }
+
+  WireClient sender_, receiver_;
+  std::string to_;
+  uint32_t count_;
+  std::atomic<bool> over_ = false;
+  std::thread threads_[2];
+};
+
+TEST_F(HandOverTest, LosesDoublesAndReordersNothingUnderLoad) {
+  StartCopy("queue_bytes = 8000000\ntcp = 127.0.0.1:0\n");
+  const uint16_t port = TcpPort();
+  constexpr uint32_t kCount = 10000;
+  constexpr int kStreams = 4;
+  const WireClient monitor = Client("monitor");
+  ZOR_CONTROL_FILTER filter{};
+  filter.firstType = kType;
+  EXPECT_EQ(
+      monitor.Ask(MakeRequest(ZOR_MSG_CONTROL_MONITOR, std::string(reinterpret_cast<char *>(&filter), sizeof filter)))
+          .header.data,
+      ZOR_CONTROL_OK);
+  std::vector<std::unique_ptr<Stream>> streams;
+  for (int i = 0; i < kStreams; ++i) {
+    WireClient sender = i == 0 ? WireClient::ConnectTcp(port) : Connect();
+    sender.Register("from" + std::to_string(i));
+    const std::string to = "to" + std::to_string(i);
+    streams.push_back(std::make_unique<Stream>(std::move(sender), Client(to), to, kCount));
+  }
+  uint64_t copies = 0;
+  std::thread watcher([&] {
+    while (copies < uint64_t{kStreams} * kCount) {
+      const Message copy = monitor.Next();
+      if (copy.header.type != ZOR_MSG_CONTROL_COPY) break;
+      ZOR_CONTROL_COPY head;
+      std::memcpy(&head, copy.body.data(), sizeof head);
+      copies += 1 + head.missed;
+    }
+  });
+  int handOvers = 0;
+  for (const auto &stream : streams) {
+    do {
+      HandOver();
+      ++handOvers;
+    } while (!stream->IsOver() && !HasFailure());
+  }
+  for (const auto &stream : streams) stream->Join();
+  // The last copies may have been missed, which only a further message would show.
+  while (copies < uint64_t{kStreams} * kCount && !HasFailure()) sender_.Send(MakeMessage(kType, "", "receiver"));
+  watcher.join();
+  EXPECT_GE(handOvers, 4);
+  EXPECT_EQ(log_.Text().find("cut off"), std::string::npos) << log_.Text();
+}
+
+int UnreadIn(const WireClient &client) {
+  int bytes = 0;
+  EXPECT_EQ(::ioctl(client.fd(), FIONREAD, &bytes), 0);
+  return bytes;
+}
+
+Message MakeRestful(const std::string &prefix) {
+  std::string body(ZOR_MSG_RESTFUL_HEAD_SIZE, '\0');
+  prefix.copy(body.data() + offsetof(ZOR_MSG_RESTFUL_HEAD, prefix), prefix.size());
+  body[offsetof(ZOR_MSG_RESTFUL_HEAD, name)] = 'x';
+  return MakeRequest(ZOR_MSG_RESTFUL_REQUEST, body);
+}
+
+TEST_F(HandOverTest, KeepsWhatClientsHaveToldTheServerAndWhatItOwesThem) {
+  StartCopy("queue_bytes = 100000\n");
+  const WireClient first = Client("twin"), second = Client("twin"), waiter = Client("waiter"),
+                   reader = Client("reader");
+  int pipe[2];
+  ASSERT_EQ(::pipe(pipe), 0);
+  {
+    const WireClient lossy = Client("lossy");
+    Tell(sender_, MakeMessage(kType, "", "lossy", 0, "", 9));
+  }
+  EXPECT_TRUE(IsNotice(sender_.Next(), kType)) << "it ended without reading";
+  // A client that does not read: its socket is full, a descriptor and events are queued, further events were refused.
+  Tell(reader, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "", kEvent));
+  EXPECT_EQ(reader.Ask(MakeRequest(ZOR_MSG_CONTROL_GAPS, "", 1)).header.data, ZOR_CONTROL_OK);
+  uint32_t messages = 0;
+  for (int unread = -1; UnreadIn(reader) > unread; ++messages) {
+    unread = UnreadIn(reader);
+    Tell(sender_, MakeMessage(kType, "", "reader", messages, kKilobyte));
+  }
+  sender_.Send(MakeMessage(kType, "", "reader", messages++, kKilobyte));
+  sender_.SendDescriptor(pipe[1]);
+  for (uint32_t i = 0; i < 200; ++i) Tell(sender_, MakeMessage(kEvent, "", "", i, kKilobyte));
+  EXPECT_TRUE(LogHolds("reader (pid " + std::to_string(::getpid()) + ") does not read"));
+  Tell(second, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "", 0));
+  Tell(first, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "late", kEvent));
+  Tell(second, MakeRequest(ZOR_MSG_RESTFUL_REGISTER, "/api/*"));
+  Tell(first, MakeRequest(ZOR_MSG_RESTFUL_REGISTER, "/**"));
+  Tell(first, MakeRequest(ZOR_MSG_SYNC_POST, "early"));
+  waiter.Send(MakeRequest(ZOR_MSG_SYNC_WAIT, "gate", 0, 77));
+  // Half of a frame, and half of the two bytes that carry a descriptor.
+  const std::string frame = MakeMessage(kType, "", "receiver", 42, kKilobyte).Bytes();
+  waiter.Send(std::string_view(frame).substr(0, 500));
+  first.Send(MakeMessage(kType, "", "receiver", 41, "", 8));
+  first.SendDescriptors(std::string(1, '\0'), {pipe[1]});
+  EXPECT_EQ(receiver_.Next().header.data, 41u);
+  const std::string before = List();
+  ASSERT_THAT(before, HasSubstr("/api/*"));
+
+  HandOver();
+  HandOver();
+
+  EXPECT_EQ(List(), before);
+  first.Send(std::string(1, '\0'));
+  EXPECT_GE(receiver_.ReceiveDescriptor(), 0);
+  waiter.Send(std::string_view(frame).substr(500));
+  EXPECT_EQ(receiver_.Next().header.data, 42u);
+  Tell(first, MakeRequest(ZOR_MSG_SYNC_POST, "gate"));
+  EXPECT_EQ(waiter.Next().header.sequence, 77u);
+  EXPECT_EQ(waiter.Ask(MakeRequest(ZOR_MSG_SYNC_WAIT, "early", 0, 78)).header.sequence, 78u);
+  for (const auto &[path, target] : {std::pair("/api", &second), std::pair("/other", &first)}) {
+    sender_.Send(MakeRestful(path));
+    EXPECT_EQ(target->Next().header.type, ZOR_MSG_RESTFUL_REQUEST) << path;
+  }
+  sender_.Send(MakeMessage(kType, "", "twin", 50));
+  EXPECT_EQ(first.Next().header.data, 50u) << "it has registered first";
+  const WireClient lossy = Client("lossy"), late = Client("late");
+  EXPECT_THAT(List(), HasSubstr("\"dropped\":1"));
+  // The queue, the gap, and the event behind it.
+  for (uint32_t i = 0; i < messages; ++i) ASSERT_EQ(reader.Next().header.data, i);
+  EXPECT_GE(reader.ReceiveDescriptor(), 0);
+  Message message;
+  for (uint32_t i = 0; message.header.type != ZOR_MSG_CONTROL_GAP; ++i) {
+    ASSERT_TRUE(i == 0 || message.header.data == i - 1);
+    if (reader.NothingArrived()) Tell(sender_, MakeMessage(kEvent, "", "", 200));
+    message = reader.Next();
+  }
+  EXPECT_EQ(reader.Next().header.data, 200u);
+  EXPECT_EQ(late.Next().header.data, 200u);
+  EXPECT_EQ(second.Next().header.data, 200u);
+}
+
+TEST_F(HandOverTest, GoesOnWhenTheProgramOrTheSettingsAreWrong) {
+  StartCopy();
+  const auto refused = [this](const std::string &reason) {
+    const Message reply = tool_.Ask(MakeRequest(ZOR_MSG_CONTROL_RESTART, "", 0, 4));
+    EXPECT_EQ(reply.header.data, ZOR_CONTROL_UNCHANGED);
+    EXPECT_THAT(reply.body, HasSubstr(reason));
+    EXPECT_TRUE(LogHolds("not handed over: " + program_ + ": " + reason));
+    AwaitCount(sender_, "receiver", 1);
+  };
+  InstallScript("echo it is not a server >&2; exit 1");
+  refused("it is not a server");
+  InstallScript("kill -SEGV $$");
+  refused("signal 11");
+  Install(MSGSVR_PROGRAM);
+  std::ofstream(root_.Path("/settings")) << "max_clients = many\n";
+  refused("msgsvr: " + root_.Path("/settings") + ":1: max_clients");
+  std::ofstream(root_.Path("/settings")) << "max_clients = 2\n";
+  HandOver();
+  sender_.Send(MakeMessage(kType, "", "receiver", 51));
+  EXPECT_EQ(receiver_.Next().header.data, 51u) << "it was there before";
+  EXPECT_TRUE(Connect().ClosedByOther()) << "the new settings are for newcomers";
+  server_->Signal(SIGHUP);
+  EXPECT_TRUE(WaitUntil([&] {
+    const std::string log = log_.Text();
+    return log.find("took over") != log.rfind("took over");
+  }));
+}
+
+}  // namespace
+}  // namespace zor::test
