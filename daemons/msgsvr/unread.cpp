@@ -107,8 +107,8 @@ int UnsentBytes(int socket) {
 
 Deliveries::Unread UnreadOf(const Client &client, const UnreadBytes &kernel, uint32_t nowMs) {
   const auto inSocket = client.peer.local ? kernel.Of(client.socket.get()) : std::nullopt;
-  auto unread = client.deliveries.UnreadOf(client.output.bytesLeft() + inSocket.value_or(0),
-                                           client.output.messageCount(), nowMs);
+  auto unread =
+      client.deliveries.UnreadOf(client.output.bytesLeft() + inSocket.value_or(0), client.output.messageCount(), nowMs);
   unread.atLeast = unread.atLeast || (!inSocket && HasUnread(client.socket.get()));
   return unread;
 }

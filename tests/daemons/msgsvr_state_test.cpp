@@ -151,7 +151,7 @@ TEST_F(MsgsvrState, DoesNoHarmWhenItIsDamaged) {
   for (UniqueFd &fd : reserved_) fd.reset();
   const auto intact = BytesOf(RichState());
   size_t understood = 0;
-  for (size_t bit = 0; bit < intact.size() * 8; bit += 9) {
+  for (size_t bit = 0; bit < intact.size() * 8; bit += 19) {
     auto damaged = intact;
     damaged[bit / 8] ^= std::byte{1} << (bit % 8);
     std::string problem;
@@ -165,7 +165,7 @@ TEST_F(MsgsvrState, DoesNoHarmWhenItIsDamaged) {
     for (Client &client : successor.bus.clients) successor.bus.End(client);
     successor.bus.Sweep();
   }
-  EXPECT_GT(understood, intact.size() / 4);
+  EXPECT_GT(understood, intact.size() / 8);
 }
 
 }  // namespace
