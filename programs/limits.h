@@ -123,8 +123,17 @@ namespace mlogserver {
 // The logging daemon.
 
 // [statistics] Statistics that are kept (setting max_statistics): a new one is refused.
-inline constexpr std::uint64_t kStatistics = 256;
-inline constexpr std::uint64_t kMostStatistics = 65536;
+inline constexpr std::uint32_t kStatistics = 256;
+// [statistics] Statistics of one user (setting user_statistics): a new one is refused.
+inline constexpr std::uint32_t kUserStatistics = 192;
+inline constexpr std::uint32_t kMostStatistics = 65536;
+// [lines] Lines that one user writes at once (setting user_lines): left out and counted.
+inline constexpr std::uint32_t kUserLines = 1000;
+// [lines] Lines that it then writes in a second (setting user_rate): left out and counted.
+inline constexpr std::uint32_t kUserRate = 50;
+inline constexpr std::uint32_t kMostUserLines = 1000000;
+// [users] Users whose lines are counted, if each has written lately: further ones share one rate.
+inline constexpr std::size_t kUsers = 256;
 
 }  // namespace mlogserver
 

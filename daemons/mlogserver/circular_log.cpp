@@ -12,9 +12,8 @@ bool CircularLog::Open(const std::string &path) {
 }
 
 bool CircularLog::Append(std::string_view line) {
-  std::string text(line);
-  if (!text.ends_with('\n')) text += '\n';
-  return mlog_file_write(file_.get(), text.data(), static_cast<uint32_t>(text.size())) == 0;
+  saved_ = false;
+  return mlog_file_write(file_.get(), line.data(), static_cast<uint32_t>(line.size())) == 0;
 }
 
 bool CircularLog::Flush() {
@@ -22,7 +21,9 @@ bool CircularLog::Flush() {
 }
 
 bool CircularLog::Save() {
-  return Flush() && ::fsync(::fileno(file_->stream)) == 0;
+  // Any client may ask for it, but not wear out the medium.
+  saved_ = saved_ || (Flush() && ::fsync(::fileno(file_->stream)) == 0);
+  return saved_;
 }
 
 }  // namespace zor::mlogserver

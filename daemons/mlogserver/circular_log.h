@@ -15,11 +15,11 @@ class CircularLog {
   // Opens or creates the file at a real path; its directory must exist. False on failure.
   bool Open(const std::string &path);
 
-  // Writes one line, and its newline if it has none: truncated lines arrive without one. False if the line is lost.
+  // Writes one line, which ends in a newline. False if the line is lost.
   bool Append(std::string_view line);
   // Makes the written lines visible to readers. False, with errno, on failure.
   bool Flush();
-  // The same, and waits until the lines are on the medium.
+  // The same, and waits until the lines are on the medium, if any were written since the last time.
   bool Save();
 
  private:
@@ -28,6 +28,7 @@ class CircularLog {
   };
 
   std::unique_ptr<ZOR_MLOG_FILE, Destructor> file_;
+  bool saved_ = false;
 };
 
 }  // namespace zor::mlogserver

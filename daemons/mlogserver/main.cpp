@@ -32,7 +32,11 @@ constexpr daemon::Program kProgram = {
     "Keeps the log lines and statistics of the system's daemons.",
     "/etc/zor/mlogserver.conf",
     "  log_file = /online/log/mlog.log  the circular file, 2 MiB at most\n"
-    "  max_statistics = 256             maximum number of statistics\n",
+    "  sender_in_line = yes             begin each line with the process and user that sent it\n"
+    "  user_lines = 1000                lines that a user may write at once ...\n"
+    "  user_rate = 50                   ... and then in a second\n"
+    "  max_statistics = 256             maximum number of statistics\n"
+    "  user_statistics = 192            maximum number of one user's statistics\n",
     "print the progress lines of the log file on standard output",
 };
 
@@ -66,13 +70,21 @@ class MutedOutput {
 
 struct ServerSettings {
   std::string logFile;
+  Rules rules;
   size_t maxStatistics;
+  size_t userStatistics;
 };
 
 ServerSettings ReadSettings(daemon::Settings &settings) {
+  namespace most = limits::mlogserver;
+  const auto number = [&](const char *key, uint32_t fallback, uint32_t largest) {
+    return static_cast<uint32_t>(settings.Number(key, fallback, 1, largest));
+  };
   return {settings.Path("log_file", kDefaultLogFile),
-          static_cast<size_t>(settings.Number("max_statistics", limits::mlogserver::kStatistics, 1,
-                                              limits::mlogserver::kMostStatistics))};
+          {settings.Flag("sender_in_line", true), number("user_lines", most::kUserLines, most::kMostUserLines),
+           number("user_rate", most::kUserRate, most::kMostUserLines)},
+          number("max_statistics", most::kStatistics, most::kMostStatistics),
+          number("user_statistics", most::kUserStatistics, most::kMostStatistics)};
 }
 
 bool OpenLog(const std::string &fixedPath, bool muted, CircularLog *log) {
@@ -102,8 +114,8 @@ int Run(const ServerSettings &settings, daemon::ProblemLog &problems, bool verbo
     problems.PrintErrno("%s", settings.logFile.c_str());
     return daemon::kExitFailure;
   }
-  StatTable stats(settings.maxStatistics);
-  Server server(socket.fd(), log, stats, problems);
+  StatTable stats(settings.maxStatistics, settings.userStatistics);
+  Server server(socket.fd(), settings.rules, log, stats, problems);
   daemon::SayListening(kProgram, kSocketPath);  // nothing that may fail comes after it
   const MutedOutput output(!verbose);
   return server.Run(stop);

@@ -1,19 +1,21 @@
 #include "mlogserver/server.h"
 
 #include <poll.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <zor/paths.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstddef>
-#include <cstring>
 #include <new>
-#include <string_view>
+#include <optional>
 
 #include "common/socket_address.h"
 #include "common/unique_fd.h"
+#include "mlogserver/client_socket.h"
+#include "mlogserver/log_line.h"
 #include "programs/paths.h"
+#include "programs/peer.h"
 #include "programs/service_manager.h"
 
 namespace zor::mlogserver {
@@ -21,42 +23,35 @@ namespace {
 
 constexpr int kBatch = 256;
 
-// The path of a sender; empty if its address is not a path.
-std::string PathOf(const sockaddr_un &address, socklen_t length) {
-  constexpr size_t kBefore = offsetof(sockaddr_un, sun_path);
-  if (length <= kBefore) return {};
-  const size_t room = std::min(size_t{length} - kBefore, sizeof address.sun_path);
-  return {address.sun_path, ::strnlen(address.sun_path, room)};
-}
-
-// The text of a field; nothing if it is unterminated, or empty and may not be.
-std::optional<std::string> TextOf(const char (&field)[ZOR_MLOG_STAT_TEXT_SIZE], bool mayBeEmpty) {
-  const size_t length = ::strnlen(field, sizeof field);
-  if (length == sizeof field || (length == 0 && !mayBeEmpty)) return std::nullopt;
-  return std::string(field, length);
-}
-
-std::optional<ZOR_MLOG_STAT> StatOf(const ZOR_MLOG_MSG &msg) {
-  ZOR_MLOG_STAT stat;
-  if (msg.length != sizeof stat) return std::nullopt;
-  std::memcpy(&stat, msg.data, sizeof stat);
-  return stat;
+// Sends to a path, or to what a path of this process's descriptors stands for.
+ssize_t SendTo(int socket, const sockaddr_un &address, const ZOR_MLOG_MSG &reply) {
+  return ::sendto(socket, &reply, ZOR_MLOG_HEAD_SIZE + reply.length, MSG_DONTWAIT | MSG_NOSIGNAL, Generic(&address),
+                  sizeof address);
 }
 
 }  // namespace
 
-Server::Server(int socket, CircularLog &log, StatTable &stats, daemon::ProblemLog &problems)
+Server::Server(int socket, const Rules &rules, CircularLog &log, StatTable &stats, daemon::ProblemLog &problems)
     : socket_(socket),
+      namesSenders_(rules.namesSenders),
+      rates_(rules.userLines, rules.userRate),
       log_(log),
       stats_(stats),
       problems_(problems),
-      clientDirectory_(daemon::FixedPath(ZOR_PATH_MLOG_DIR)) {}
+      clientDirectory_(daemon::FixedPath(ZOR_PATH_MLOG_DIR)) {
+  constexpr int kOn = 1;
+  if (::setsockopt(socket_, SOL_SOCKET, SO_PASSCRED, &kOn, sizeof kOn) != 0) {
+    problems_.PrintErrno("senders are unknown, and get no replies");
+  }
+  if (!ClientSocket::IsSupported()) problems_.PrintErrno("no replies can be sent: no /proc");
+}
 
 daemon::ExitCode Server::Run(daemon::StopSignal &stop) {
   daemon::Watchdog watchdog;
   std::array<pollfd, 2> entries = {{{socket_, POLLIN, 0}, {stop.fd(), POLLIN, 0}}};
   do {
-    if (::poll(entries.data(), entries.size(), watchdog.TimeoutMs(-1)) < 0 && errno != EINTR && errno != ENOMEM) {
+    const int timeoutMs = watchdog.TimeoutMs(rates_.TimeoutMs(LineRates::Clock::now()));
+    if (::poll(entries.data(), entries.size(), timeoutMs) < 0 && errno != EINTR && errno != ENOMEM) {
       problems_.PrintErrno("cannot wait for datagrams");
       return daemon::kExitFailure;
     }
@@ -69,15 +64,28 @@ daemon::ExitCode Server::Run(daemon::StopSignal &stop) {
 }
 
 bool Server::Receive(Datagram &datagram) {
+  // Room for the credentials alone: descriptors that a sender attaches are closed by the kernel.
+  alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(ucred))> control;
+  iovec bytes = {&datagram.msg, sizeof datagram.msg};
+  msghdr message = {};
+  message.msg_iov = &bytes;
+  message.msg_iovlen = 1;
   ssize_t count;
   do {
-    datagram.senderLength = sizeof datagram.sender;
-    count = ::recvfrom(socket_, &datagram.msg, sizeof datagram.msg, MSG_DONTWAIT | MSG_TRUNC, Generic(&datagram.sender),
-                       &datagram.senderLength);
+    message.msg_name = &datagram.address;
+    message.msg_namelen = sizeof datagram.address;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    count = ::recvmsg(socket_, &message, MSG_DONTWAIT | MSG_TRUNC);
   } while (count < 0 && errno == EINTR);
-  if (count < 0 && errno != EAGAIN) problems_.PrintErrno("cannot receive");
-  datagram.size = count < 0 ? 0 : static_cast<size_t>(count);
-  return count >= 0;
+  if (count < 0) {
+    if (errno != EAGAIN) problems_.PrintErrno("cannot receive");
+    return false;
+  }
+  datagram.size = static_cast<size_t>(count);
+  datagram.addressLength = message.msg_namelen;
+  datagram.sender = SenderOf(message);
+  return true;
 }
 
 void Server::TakeBatch() {
@@ -91,15 +99,14 @@ void Server::TakeBatch() {
       problems_.Print("datagram of %zu bytes dropped: no memory", datagram.size);
     }
   }
-  if (taken > 0 && !log_.Flush()) problems_.PrintErrno("cannot write the log file");
+  ReportLeftOut(false);
+  if (!log_.Flush()) problems_.PrintErrno("cannot write the log file");
 }
 
 void Server::Handle(const Datagram &datagram) {
   const ZOR_MLOG_MSG &msg = datagram.msg;
-  const bool isWhole = datagram.size >= ZOR_MLOG_HEAD_SIZE && datagram.size <= sizeof msg &&
-                       datagram.size - ZOR_MLOG_HEAD_SIZE == msg.length;
   bool handled = false;
-  if (isWhole) {
+  if (IsWhole(msg, datagram.size)) {
     switch (msg.type) {
       case ZOR_MLOG_LINE:
         handled = HandleLine(datagram);
@@ -118,41 +125,33 @@ void Server::Handle(const Datagram &datagram) {
     }
   }
   if (handled) return;
-  problems_.Print("malformed datagram of %zu bytes from \"%s\"", datagram.size,
-                  PathOf(datagram.sender, datagram.senderLength).c_str());
+  problems_.Print("malformed datagram of %zu bytes from \"%s\", %s", datagram.size, PathOf(datagram).c_str(),
+                  NameOf(datagram.sender).c_str());
 }
 
 bool Server::HandleLine(const Datagram &datagram) {
-  const std::string_view line(datagram.msg.data, ::strnlen(datagram.msg.data, datagram.msg.length));
-  if (line.empty()) return false;
-  if (!log_.Append(line)) problems_.Print("line dropped: cannot write the log file");
+  const std::optional<std::string_view> line = LineOf(datagram.msg);
+  if (!line) return false;
+  if (rates_.Take(datagram.sender.user, LineRates::Clock::now())) Append(datagram.sender, *line);
   return true;
 }
 
 bool Server::HandleSetStat(const Datagram &datagram) {
-  const std::optional<ZOR_MLOG_STAT> stat = StatOf(datagram.msg);
-  if (!stat) return false;
-  const std::optional<std::string> name = TextOf(stat->name, false);
-  const std::optional<std::string> value = TextOf(stat->value, true);
-  if (!name || !value) return false;
-  if (!stats_.Set(*name, *value)) {
-    problems_.Print("too many statistics: \"%s\" from \"%s\" refused", name->c_str(),
-                    PathOf(datagram.sender, datagram.senderLength).c_str());
+  const std::optional<Statistic> statistic = StatisticOf(datagram.msg);
+  if (!statistic) return false;
+  const uid_t user = datagram.sender.user;
+  const char *refusal = stats_.Set(statistic->name, statistic->value, user, daemon::IsOperator(user));
+  if (refusal != nullptr) {
+    problems_.Print("statistic \"%s\" from \"%s\", %s, refused: %s", statistic->name.c_str(), PathOf(datagram).c_str(),
+                    NameOf(datagram.sender).c_str(), refusal);
   }
   return true;
 }
 
 bool Server::HandleGetStat(const Datagram &datagram) {
-  const std::optional<ZOR_MLOG_STAT> request = StatOf(datagram.msg);
-  if (!request) return false;
-  const std::optional<std::string> name = TextOf(request->name, false);
+  const std::optional<std::string> name = StatisticNameOf(datagram.msg);
   if (!name) return false;
-  ZOR_MLOG_STAT stat = {};
-  name->copy(stat.name, sizeof stat.name - 1);
-  stats_.Get(*name).copy(stat.value, sizeof stat.value - 1);
-  ZOR_MLOG_MSG reply = {ZOR_MLOG_GET_STAT, sizeof stat, {}};
-  std::memcpy(reply.data, &stat, sizeof stat);
-  Reply(datagram, reply);
+  Reply(datagram, StatisticReply({*name, stats_.Get(*name)}));
   return true;
 }
 
@@ -164,32 +163,45 @@ bool Server::HandlePowerOff(const Datagram &datagram) {
   return true;
 }
 
-ssize_t Server::SendTo(int socket, const Datagram &request, const ZOR_MLOG_MSG &reply) {
-  return ::sendto(socket, &reply, ZOR_MLOG_HEAD_SIZE + reply.length, MSG_DONTWAIT | MSG_NOSIGNAL,
-                  Generic(&request.sender), request.senderLength);
+void Server::Append(const Sender &sender, std::string_view text) {
+  if (!log_.Append(namesSenders_ ? LogLine(sender, text) : LogLine(text))) {
+    problems_.Print("line dropped: cannot write the log file");
+  }
+}
+
+void Server::ReportLeftOut(bool all) {
+  const Sender self = {::getpid(), ::getuid()};
+  try {
+    rates_.Report(LineRates::Clock::now(), all, [&](uid_t user, uint64_t lines) {
+      const std::string name = NameOf(user);
+      Append(self, OwnText("%llu lines of %s left out", static_cast<unsigned long long>(lines), name.c_str()));
+    });
+  } catch (const std::bad_alloc &) {
+    problems_.Print("lines left out are not reported yet: no memory");
+  }
 }
 
 void Server::Reply(const Datagram &request, const ZOR_MLOG_MSG &reply) {
-  const std::string path = PathOf(request.sender, request.senderLength);
-  const bool isClient = path.starts_with(clientDirectory_) && path.size() > clientDirectory_.size() &&
-                        path.find('/', clientDirectory_.size()) == std::string::npos;
-  if (!isClient) {
-    problems_.Print("no reply to \"%s\": it is outside " ZOR_PATH_MLOG_DIR, path.c_str());
-    return;
+  const std::string path = PathOf(request);
+  const ClientSocket client(path, clientDirectory_, request.sender.user);
+  if (client.refusal() != nullptr) {
+    problems_.Print("no reply to \"%s\", %s: %s", path.c_str(), NameOf(request.sender).c_str(), client.refusal());
   }
-  ssize_t sent = SendTo(socket_, request, reply);
+  if (!client.valid()) return;
+  const sockaddr_un address = client.Address();
+  ssize_t sent = SendTo(socket_, address, reply);
   // Replies that a client leaves unread use up the send buffer of this socket, for all clients alike; a socket for this
   // one reply has a buffer of its own.
   if (sent < 0 && errno == EAGAIN) {
     const UniqueFd own(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sent = SendTo(own.get(), request, reply);
+    sent = SendTo(own.get(), address, reply);
   }
   // A client that disconnected meanwhile has given up waiting, which is normal.
-  const bool isGone = sent < 0 && (errno == ECONNREFUSED || errno == ENOENT);
-  if (sent < 0 && !isGone) problems_.PrintErrno("reply to \"%s\" dropped", path.c_str());
+  if (sent < 0 && errno != ECONNREFUSED) problems_.PrintErrno("reply to \"%s\" dropped", path.c_str());
 }
 
 void Server::Save() {
+  ReportLeftOut(true);
   if (!log_.Save()) problems_.PrintErrno("cannot save the log file");
 }
 

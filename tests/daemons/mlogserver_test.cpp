@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <zor/mlog.h>
 
@@ -10,10 +11,12 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
 #include "mlogapi/log_socket.h"
+#include "mlogserver/stat_table.h"
 #include "support/capture.h"
 #include "support/child.h"
 #include "support/temp_root.h"
@@ -112,6 +115,86 @@ TEST_F(MlogServer, ReportsMalformedDatagramsAndDoesNotWaitForAClientThatReadsNoR
   for (int i = 0; i < 2000; ++i) ASSERT_EQ(mlog_send_msg(client.fd(), &msg, ZOR_MLOG_SERVER_NAME), 0);
   EXPECT_TRUE(WaitUntil([&] { return IsAlive(); })) << "unread replies must not use up the room of others";
   EXPECT_THAT(errors_.Text(), HasSubstr("/var/mlog/hostile\" dropped"));
+}
+
+std::string OwnUid() {
+  return "uid=" + std::to_string(::getuid());
+}
+
+TEST_F(MlogServer, WritesEachDatagramAsOneLineThatBeginsWithItsSender) {
+  Serve();
+  mlog_print("t", ZOR_MLOG_INFO, "a\n[00000000001][web][FATL]:b\x1b[2J\t\xc2\x9b\x7f \xc3\xa4\\n");
+  EXPECT_EQ(inform_mlogger_power_off(), 0);
+  const std::string log = Log().substr(ZOR_MLOG_FILE_HEADER_SIZE);
+  EXPECT_THAT(log, testing::StartsWith("[pid=" + std::to_string(::getpid()) + " " + OwnUid() + "][0"));
+  EXPECT_THAT(log, testing::EndsWith(R"(][t][INFO]:a\n[00000000001][web][FATL]:b\x1b[2J\t\xc2\x9b\x7f )"
+                                     "\xc3\xa4\\n\n"));
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
+  Stop();
+  Serve({"--settings", WriteSettings("sender_in_line = no\n")});
+  mlog_print("t", ZOR_MLOG_INFO, "plain");
+  EXPECT_EQ(inform_mlogger_power_off(), 0);
+  EXPECT_THAT(Log(), testing::ContainsRegex("\n\\[[0-9]{11}]\\[t]\\[INFO]:plain\n"));
+}
+
+TEST_F(MlogServer, LimitsTheLinesAndStatisticsOfAUserAndReportsWhatItLeavesOut) {
+  Serve({"--settings", WriteSettings("user_lines = 3\nuser_rate = 1\nmax_statistics = 3\nuser_statistics = 2\n")});
+  constexpr int kSent = 20;
+  for (int i = 0; i < kSent; ++i) mlog_print("t", ZOR_MLOG_INFO, "line");
+  // Each line is either there or counted, however long this takes.
+  const std::regex leftOut("\\[mlogserver]\\[WARN]:([0-9]+) lines of " + OwnUid() + " left out\n");
+  EXPECT_TRUE(WaitUntil([&] {
+    const std::string log = Log();
+    const std::regex line(":line\n");
+    auto accounted = std::distance(std::sregex_iterator(log.begin(), log.end(), line), {});
+    for (std::sregex_iterator at(log.begin(), log.end(), leftOut), end; at != end; ++at)
+      accounted += std::stoi((*at)[1]);
+    return accounted == kSent;
+  })) << Log();
+  EXPECT_THAT(Log(), testing::ContainsRegex("lines of .* left out"));
+
+  for (const char *name : {"first", "second", "third", "first"}) EXPECT_EQ(set_mlog_stat_info(name, name), 0);
+  char value[16] = "";
+  EXPECT_EQ(get_mlog_stat_info("third", value, sizeof value), 0);
+  EXPECT_STREQ(value, "");
+  EXPECT_THAT(errors_.Text(), HasSubstr(OwnUid() + ", refused: too many statistics of this user\n"));
+
+  mlogserver::StatTable table(3, 2);
+  constexpr uid_t kFirst = 1001, kSecond = 1002, kRoot = 0;
+  EXPECT_EQ(table.Set("a", "1", kFirst, false), nullptr);
+  EXPECT_EQ(table.Set("b", "1", kFirst, false), nullptr);
+  EXPECT_STREQ(table.Set("a", "2", kSecond, false), "it belongs to another user");
+  EXPECT_EQ(table.Set("a", "3", kRoot, true), nullptr);
+  EXPECT_STREQ(table.Set("a", "4", kFirst, false), "it belongs to another user") << "root has taken it over";
+  EXPECT_EQ(table.Set("c", "1", kFirst, false), nullptr) << "so there is room in the share again";
+  EXPECT_STREQ(table.Set("d", "1", kSecond, false), "too many statistics");
+  EXPECT_EQ(table.Get("a") + table.Get("b") + table.Get("c") + table.Get("d"), "311");
+}
+
+TEST_F(MlogServer, RepliesNeitherThroughALinkNorToASocketOfAnotherUser) {
+  Serve();
+  LogSocket victim("victim");
+  const LogSocket client("client");
+  const std::string path = root_.Path("/var/mlog/client");
+  const ZOR_MLOG_MSG request = {ZOR_MLOG_GET_STAT, sizeof(ZOR_MLOG_STAT), "name"};
+  fs::rename(path, path + ".own");
+  const auto ask = [&](const char *refusal) {
+    EXPECT_EQ(mlog_send_msg(client.fd(), &request, ZOR_MLOG_SERVER_NAME), 0);
+    EXPECT_TRUE(IsAlive());
+    EXPECT_THAT(errors_.Text(), testing::EndsWith(refusal)) << "the server handles requests in order";
+    EXPECT_EQ(::recv(victim.fd(), nullptr, 0, MSG_DONTWAIT), -1) << "nothing for the victim";
+  };
+  fs::create_symlink("victim", path);
+  ask("it is a link\n");
+  fs::remove(path);
+  std::ofstream(path) << "text";
+  ask("it is not a socket\n");
+  fs::remove(path);
+  if (::geteuid() == 0) {  // only root can make the socket somebody else's
+    fs::create_hard_link(root_.Path("/var/mlog/victim"), path);
+    ASSERT_EQ(::chown(path.c_str(), 12345, static_cast<gid_t>(-1)), 0);
+    ask("it belongs to another user\n");
+  }
 }
 
 TEST_F(MlogServer, LeavesALivingServersSocketAloneAndTakesOverThatOfADeadOne) {

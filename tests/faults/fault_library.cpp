@@ -111,6 +111,12 @@ ssize_t recvfrom(int fd, void *bytes, size_t size, int flags, sockaddr *address,
   return Fails("recv", size) ? -1 : next(fd, bytes, size, flags, address, length);
 }
 
+ssize_t recvmsg(int fd, msghdr *message, int flags) {
+  static auto *const next = Next<ssize_t(int, msghdr *, int)>("recvmsg");
+  size_t size = 1;
+  return Fails("recv", size) ? -1 : next(fd, message, flags);
+}
+
 ssize_t sendto(int fd, const void *bytes, size_t size, int flags, const sockaddr *address, socklen_t length) {
   static auto *const next = Next<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)>("sendto");
   return Fails("send", size) ? -1 : next(fd, bytes, size, flags, address, length);
