@@ -29,7 +29,7 @@ max_length() {
   case $1 in
     ptr_fuzz | time_fuzz) echo 128 ;;
     url_fuzz | path_fuzz | charset_fuzz | mlog_fuzz) echo 256 ;;
-    message_fuzz) echo 1024 ;;
+    message_fuzz | mlogserver_fuzz) echo 1024 ;;
     *) echo 512 ;;
   esac
 }
