@@ -80,7 +80,7 @@ class MsgWatcher : public testing::Test {
   void Send(const std::string &body, uint32_t type = 1, uint32_t sequence = 0, uint32_t data = 0) {
     sockets_.far.Send(MakeMessage(type, "peer", "me", data, body, sequence));
   }
-  uint32_t Read() { return zor::ReadAndDispatchMessage(*watcher_); }
+  uint32_t Read() { return zor::ReadAndDispatchMessage(*watcher_, torn_); }
   void RunUntil(std::function<bool()> condition) {
     const auto end = std::chrono::steady_clock::now() + zor::test::kPatience;
     std::function<bool()> done = [&] { return condition() || std::chrono::steady_clock::now() >= end; };
@@ -94,6 +94,7 @@ class MsgWatcher : public testing::Test {
   }
 
   zor::test::SocketPair sockets_;
+  bool torn_ = false;
   UvMsgWatcher *watcher_;
 };
 

@@ -33,7 +33,7 @@ std::uint32_t StatusOfFailedRead(ssize_t count) noexcept {
   return count == 0 || errno == ENOTRECOVERABLE ? ZOR_E_PEER_GONE : ZOR_E_IO;
 }
 
-std::uint32_t ReadExactly(int fd, void *buffer, std::size_t length, ReadWaits waits) noexcept {
+std::uint32_t ReadExactly(int fd, void *buffer, std::size_t &length, ReadWaits waits) noexcept {
   if (fd < 0) return ZOR_E_TIMEOUT;
   auto *at = static_cast<char *>(buffer);
   int waitMs = waits.firstMs;

@@ -20,8 +20,9 @@ struct ReadWaits {
 // errno that means a lost peer, else ZOR_E_IO. ECONNRESET is an ordinary error: it means that bytes were lost.
 std::uint32_t StatusOfFailedRead(ssize_t count) noexcept;
 
-// Reads exactly length bytes. ZOR_E_TIMEOUT: nothing within a wait, or a negative descriptor; else as above.
-std::uint32_t ReadExactly(int fd, void *buffer, std::size_t length, ReadWaits waits) noexcept;
+// Reads exactly length bytes and reduces length by what was read, also on failure. ZOR_E_TIMEOUT: nothing within a
+// wait, or a negative descriptor; else as above.
+std::uint32_t ReadExactly(int fd, void *buffer, std::size_t &length, ReadWaits waits) noexcept;
 
 // One read of at most length bytes that waits without a limit and is repeated when it is interrupted or finds no data:
 // the result of read(2).

@@ -9,10 +9,11 @@
 
 namespace zor {
 
-std::uint32_t MessageReader::ReadHeaderAtOnce() const noexcept {
+std::uint32_t MessageReader::ReadHeaderAtOnce() noexcept {
   const ssize_t count = ReadOnce(fd_, message_.get(), rules_.headerLength);
   if (count <= 0) return StatusOfFailedRead(count);
   if (count == static_cast<ssize_t>(rules_.headerLength)) return ZOR_OK;
+  torn_ = true;
   const int error = errno;
   std::printf("msgapi fail to read for not a head length, ret=%d, errno=%d, fd=%d, pid=%d\n", static_cast<int>(count),
               error, fd_, ::getpid());
@@ -24,19 +25,26 @@ std::uint32_t MessageReader::ReadHeader() noexcept {
   message_.reset(static_cast<ZOR_MSG_HEAD *>(GuardedCalloc(length_)));
   if (message_ == nullptr) return ZOR_E_NO_MEMORY;
   if (!rules_.headerInPieces) return ReadHeaderAtOnce();
-  return ReadExactly(fd_, message_.get(), rules_.headerLength, rules_.headerWaits);
+  std::size_t missing = length_;
+  const std::uint32_t status = ReadExactly(fd_, message_.get(), missing, rules_.headerWaits);
+  torn_ = status != ZOR_OK && missing < length_;
+  return status;
 }
 
 // A payload that is refused stays on the descriptor and is read as headers from then on.
 std::uint32_t MessageReader::ReadPayload(std::uint32_t length) noexcept {
   if (length == 0) return ZOR_OK;
+  torn_ = true;
   if (length > ZOR_MSG_RECV_BODY_MAX) return ZOR_E_NO_MEMORY;
   const std::uint64_t headerLength = length_;
   length_ += length;
   message_ = GuardedGrow(std::move(message_), headerLength, length_);
   if (message_ == nullptr) return ZOR_E_NO_MEMORY;
   char *payload = reinterpret_cast<char *>(message_.get()) + headerLength;
-  return ReadExactly(fd_, payload, length, rules_.payloadWaits);
+  std::size_t missing = length;
+  const std::uint32_t status = ReadExactly(fd_, payload, missing, rules_.payloadWaits);
+  torn_ = status != ZOR_OK;
+  return status;
 }
 
 }  // namespace zor

@@ -34,18 +34,22 @@ class MessageReader {
   // ZOR_MSG_RECV_BODY_MAX or one that the allocation guard refuses, with its line.
   std::uint32_t ReadPayload(std::uint32_t length) noexcept;
 
+  // Whether a part of a message was taken and its rest cannot be: what follows does not begin with a header.
+  bool torn() const noexcept { return torn_; }
+
   // What was read so far, and its length in bytes: less than a bus header when the rules say so.
   ZOR_MSG_HEAD *message() const noexcept { return message_.get(); }
   std::uint64_t length() const noexcept { return length_; }
   MessagePtr Take() noexcept { return std::move(message_); }
 
  private:
-  std::uint32_t ReadHeaderAtOnce() const noexcept;
+  std::uint32_t ReadHeaderAtOnce() noexcept;
 
   int fd_;
   const ReadRules rules_;
   MessagePtr message_;
   std::uint64_t length_ = 0;
+  bool torn_ = false;
 };
 
 }  // namespace zor

@@ -46,7 +46,10 @@ void Dispatch(ZOR_MSG_HEAD *msg) {
 // in the context, and sends keep reporting that the server is gone.
 void OnReadable(UvIO *io, std::uint32_t) {
   auto &watcher = RecordOf<UvMsgWatcher>(&io->header);
-  if (ReadAndDispatchMessage(watcher) != ZOR_E_PEER_GONE) return;
+  bool torn = false;
+  const std::uint32_t status = ReadAndDispatchMessage(watcher, torn);
+  if (torn) AbandonStream(io->fd);
+  if (status != ZOR_E_PEER_GONE) return;
   ZOR_UV_IOStop(io, UV_READABLE);
   OnConnectionEnded(watcher);
 }

@@ -1,12 +1,14 @@
 #include "sdk/msgapi/rejoin.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <zor/msg_rejoin.h>
 #include <zor/status.h>
 #include <zor/trace.h>
 #include <zor/uv_timer.h>
 
+#include <array>
 #include <cerrno>
 #include <utility>
 
@@ -136,6 +138,17 @@ void OnConnectionEnded(UvMsgWatcher &watcher) noexcept {
   }
   Tell(ZOR_MSG_LINK_LOST);
   if (rejoins) EndPendingReplies(watcher, ZOR_E_PEER_GONE);
+}
+
+void AbandonStream(int fd) noexcept {
+  if (fd != g_stMsgCtx.socketFd || busLink.lost || !IsRejoinEnabled() || WatcherOfConnection() == nullptr) return;
+  Trace("msg", ZOR_TRACE_INFO, "A message was torn: leave the connection.");
+  ::shutdown(fd, SHUT_RDWR);
+  std::array<char, 4096> rest;  // the loop would take it for messages
+  ssize_t count;
+  do {
+    count = ::recv(fd, rest.data(), rest.size(), MSG_DONTWAIT);
+  } while (count > 0 || (count < 0 && errno == EINTR));
 }
 
 void StopRejoin() noexcept {

@@ -13,6 +13,10 @@ namespace zor {
 // The watcher of the bus has read the end of its connection, and reads no more. Called from its callback.
 void OnConnectionEnded(UvMsgWatcher &watcher) noexcept;
 
+// A message was torn on this descriptor, by a failed read or write: when it is that of a connection that is made again,
+// ends the connection, so that pieces are not taken for messages. The loop notices as always.
+void AbandonStream(int fd) noexcept;
+
 // Ends attempts and forgets procedure and settings.
 void StopRejoin() noexcept;
 

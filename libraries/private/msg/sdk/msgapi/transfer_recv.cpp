@@ -12,6 +12,7 @@
 #include "message/header.h"
 #include "message/reader.h"
 #include "sdk/msgapi/body_file.h"
+#include "sdk/msgapi/rejoin.h"
 #include "sdk/msgapi/transfer.h"
 #include "trace/trace_line.h"
 
@@ -48,12 +49,14 @@ std::uint32_t Receive(int fd, MessagePtr &msg, std::uint32_t timeoutMs, bool con
   if (timeoutMs != 0 && !WaitForInput(fd, timeoutMs)) return ZOR_E_TIMEOUT;
   MessageReader reader(fd, RulesFor(timeoutMs));
   std::uint32_t status = reader.ReadHeader();
+  if (reader.torn()) AbandonStream(fd);
   if (status != ZOR_OK) return status;
   ZOR_MSG_HEAD &header = *reader.message();
   const bool bodyInFile = convert && FixUpReceivedHeader(header, g_stMsgCtx) != 0;
   TraceReceived(header);
   if (header.bodyLength > ZOR_MSG_RECV_BODY_MAX) ReportTooLong(header);
   status = reader.ReadPayload(header.bodyLength);
+  if (reader.torn()) AbandonStream(fd);
   if (status != ZOR_OK) return status;
   msg = reader.Take();
   return bodyInFile && msg->bodyLength != 0 ? RestoreFileBody(msg) : ZOR_OK;

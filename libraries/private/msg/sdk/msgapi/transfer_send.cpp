@@ -16,6 +16,7 @@
 #include "message/context.h"
 #include "message/header.h"
 #include "sdk/msgapi/body_file.h"
+#include "sdk/msgapi/rejoin.h"
 #include "sdk/msgapi/standing.h"
 #include "sdk/msgapi/transfer.h"
 #include "trace/trace_line.h"
@@ -78,7 +79,9 @@ std::uint32_t WriteRest(const Target &to, const char *bytes, std::size_t length,
     }
     if (count == -EPIPE) return ZOR_E_PEER_GONE;
     LogWriteError(header, static_cast<int>(-count));
-    if (count != -EINTR && count != -EAGAIN) return ZOR_E_IO;
+    if (count == -EINTR || count == -EAGAIN) continue;
+    if (done > 0) AbandonStream(to.fd);
+    return ZOR_E_IO;
   }
 }
 

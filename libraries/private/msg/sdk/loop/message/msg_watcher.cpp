@@ -45,14 +45,16 @@ std::uint32_t FixUp(const UvMsgWatcher &watcher, Received &received) {
   return status == ZOR_OK && message != nullptr ? ZOR_OK : ZOR_E_IO;
 }
 
-std::uint32_t ReadWholeMessage(const UvMsgWatcher &watcher, Received &received) {
+std::uint32_t ReadWholeMessage(const UvMsgWatcher &watcher, Received &received, bool &torn) {
   if (watcher.headerLength == 0 || watcher.getPayloadLength == nullptr) return ZOR_E_IO;
   MessageReader reader(watcher.io.fd, {watcher.headerLength, true, kHeaderWaits, kPayloadWaits});
   std::uint32_t status = reader.ReadHeader();
+  torn = reader.torn();
   if (status != ZOR_OK) return status;
   std::uint32_t needsFixUp = 0;
   const std::uint32_t payloadLength = watcher.getPayloadLength(reader.message(), &needsFixUp);
   status = reader.ReadPayload(payloadLength);
+  torn = reader.torn();
   if (status != ZOR_OK) return status;
   received = {reader.Take(), reader.length()};
   return payloadLength != 0 && needsFixUp != 0 && watcher.fixUp != nullptr ? FixUp(watcher, received) : ZOR_OK;
@@ -90,7 +92,8 @@ void Dispatch(UvMsgWatcher &watcher, const Received &received) {
 
 // The end of file is silent too, and the loop calls again: only the watcher's owner knows what its loss means.
 void OnReadable(UvIO *watcher, std::uint32_t) {
-  ReadAndDispatchMessage(RecordOf<UvMsgWatcher>(&watcher->header));
+  bool torn = false;
+  ReadAndDispatchMessage(RecordOf<UvMsgWatcher>(&watcher->header), torn);
 }
 
 void EndRequest(UvPendingReply *waiting, std::uint32_t status) {
@@ -131,10 +134,10 @@ UvIO *IoOf(UvMsgWatcher *watcher) {
 
 }  // namespace
 
-std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher) noexcept {
+std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher, bool &torn) noexcept {
   Received received;
   const bool raw = (watcher.io.header.flags & UV_WATCHER_RAW) != 0;
-  const std::uint32_t status = raw ? ReadRawChunk(watcher, received) : ReadWholeMessage(watcher, received);
+  const std::uint32_t status = raw ? ReadRawChunk(watcher, received) : ReadWholeMessage(watcher, received, torn);
   if (status == ZOR_OK) Dispatch(watcher, received);
   return status;
 }

@@ -13,8 +13,9 @@ namespace zor {
 // Returns 0 after a dispatch; handlers may have deleted the watcher by then. Any other status says why nothing was
 // dispatched, and the watcher is as it was: ZOR_E_PEER_GONE at the end of file, ZOR_E_TIMEOUT when nothing more came,
 // ZOR_E_NO_MEMORY for a message that is too large, ZOR_E_IO for other errors. A watcher of an owner that acts on
-// these installs an ioCallback of its own around this function.
-std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher) noexcept;
+// these installs an ioCallback of its own around this function. torn is set when a part of the message was taken: what
+// follows does not begin with a header.
+std::uint32_t ReadAndDispatchMessage(UvMsgWatcher &watcher, bool &torn) noexcept;
 
 // Ends the requests that wait now: their callbacks get the status and no message, in their order. To be called from a
 // callback of the watcher, which a reply callback may delete.
