@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <new>
 
 #include "programs/limits.h"
 
@@ -73,11 +74,18 @@ ZOR_MSG_HEAD *Service::OnRequest(ZOR_MSG_HEAD *message) {
   const auto request =
       std::find_if(kRequests.begin(), kRequests.end(), [&](const Request &each) { return each.type == message->type; });
   if (request == kRequests.end()) return nullptr;
-  const uint32_t result = (registered->*request->apply)(*message);
+  const uint32_t result = registered->Apply(request->apply, *message);
   if (result != 0) {
     registered->problems_.Print("%s for %s failed: result 0x%x", request->name, SourceOf(*message).c_str(), result);
   }
   return request->hasReply ? ZOR_MSG_MsgResponseBuilder(message, result, nullptr, 0) : nullptr;
+}
+
+// The library, which called, does not pass exceptions on.
+uint32_t Service::Apply(uint32_t (Service::*apply)(ZOR_MSG_HEAD &), ZOR_MSG_HEAD &request) try {
+  return (this->*apply)(request);
+} catch (const std::bad_alloc &) {
+  return ZOR_STORE_E_NO_MEMORY;
 }
 
 uint32_t Service::Save(ZOR_MSG_HEAD &request) {

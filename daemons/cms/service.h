@@ -44,6 +44,7 @@ class Service {
 
  private:
   static ZOR_MSG_HEAD *OnRequest(ZOR_MSG_HEAD *request);
+  uint32_t Apply(uint32_t (Service::*apply)(ZOR_MSG_HEAD &), ZOR_MSG_HEAD &request);
 
   const Configuration &configuration_;
   daemon::ProblemLog &problems_;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "programs/paths.h"
@@ -42,6 +43,12 @@ std::string BytesOf(const Record &record) {
   return {reinterpret_cast<const char *>(&record), sizeof record};
 }
 
+// Whether the sender of a record is waiting for a reply.
+bool Waits(const ZOR_MSG_HEAD &msg) {
+  const auto record = BodyOf<ZOR_LOG_RECORD>(msg);
+  return record && msg.type == ZOR_LOG_MSG_RECORD && (record->index & ZOR_LOG_SYNC_FLAG) != 0;
+}
+
 }  // namespace
 
 const LogService::Request LogService::kRequests[] = {
@@ -69,8 +76,28 @@ bool LogService::Register() {
 ZOR_MSG_HEAD *LogService::Serve(ZOR_MSG_HEAD *msg) {
   const auto *request = std::ranges::find(kRequests, msg->type, &Request::type);
   if (request == std::end(kRequests)) return nullptr;
-  const Result result = (registered->*request->serve)(*msg);
+  Result result;
+  try {
+    result = (registered->*request->serve)(*msg);
+  } catch (const std::bad_alloc &) {  // the library, which called, does not pass exceptions on
+    result = registered->Failure(*msg);
+  }
   return result ? ZOR_MSG_MsgResponseBuilder(msg, *result, nullptr, 0) : nullptr;
+}
+
+LogService::Result LogService::Failure(const ZOR_MSG_HEAD &msg) {
+  problems_.Print("no memory for request 0x%x from \"%.12s\"", msg.type, msg.source);
+  switch (msg.type) {
+    case ZOR_LOG_MSG_SYSTEM_QUERY:
+    case ZOR_LOG_MSG_QUERY:
+      return kQueryFailed;
+    case ZOR_LOG_MSG_RECORD:
+      return Waits(msg) ? Result(kFailed) : std::nullopt;
+    case ZOR_LOG_MSG_FLUSH:
+      return kFailed;
+    default:
+      return std::nullopt;
+  }
 }
 
 LogService::Result LogService::Record(const ZOR_MSG_HEAD &msg) {
@@ -78,7 +105,7 @@ LogService::Result LogService::Record(const ZOR_MSG_HEAD &msg) {
   const auto wire = BodyOf<ZOR_LOG_RECORD>(msg);
   const auto record = wire ? ParseRecord(*wire, fromKernel) : std::nullopt;
   if (!record) ReportMalformed(msg);
-  const bool waits = wire && !fromKernel && (wire->index & ZOR_LOG_SYNC_FLAG) != 0;
+  const bool waits = Waits(msg);
   bool kept = record && Keep(*record);
   // A sender that waits is about to restart the device or to cut its power.
   if (waits) kept = store_.Commit() && kept;

@@ -43,6 +43,8 @@ class LogService {
   static const Request kRequests[];
 
   static ZOR_MSG_HEAD *Serve(ZOR_MSG_HEAD *msg);
+  // The result of a request that could not be served.
+  Result Failure(const ZOR_MSG_HEAD &msg);
   Result Record(const ZOR_MSG_HEAD &msg);
   Result Query(const ZOR_MSG_HEAD &msg);
   Result Clear(const ZOR_MSG_HEAD &msg);
