@@ -165,10 +165,13 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
                         start.image);
   if (state) server.TakeOver(*std::exchange(state, std::nullopt), descriptors);
   descriptors = {};
+  if (!server.Watch()) {
+    log.PrintErrno("cannot start");
+    return daemon::kExitFailure;
+  }
   Announce(start, server, listeners, log);
-  if (server.Run()) return daemon::kExitOk;
-  log.PrintErrno("cannot start");
-  return daemon::kExitFailure;
+  server.Run();
+  return daemon::kExitOk;
 }
 
 }  // namespace

@@ -48,14 +48,12 @@ void Server::TakeOver(const ServerState &state, daemon::DescriptorSet &descripto
   for (Client &client : bus_.clients) MarkReadable(client);
 }
 
-bool Server::Run() {
-  if (!Watch()) return false;
+void Server::Run() {
   if (!tookOver_) bus_.SweepFiles();
   while (running_) Turn();
   Farewell(bus_, router_.delivery(), signals_).Say(bus_.settings.stopTime);
   for (Client &client : bus_.clients) bus_.End(client);
   bus_.Sweep();
-  return true;
 }
 
 bool Server::Watch() {

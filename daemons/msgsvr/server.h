@@ -30,8 +30,10 @@ class Server {
   void TakeOver(const ServerState &state, daemon::DescriptorSet &descriptors);
   // Replies to who asked for that.
   void Confirm(const daemon::Inheritance &inherited) { HandOver::Confirm(bus_, router_.delivery(), inherited); }
-  // Runs until the stop signal. False, with errno, if it could not start.
-  bool Run();
+  // Sets up what the loop waits for. False, with errno, if the server cannot run.
+  bool Watch();
+  // Runs until the stop signal.
+  void Run();
 
  private:
   struct Listener {
@@ -39,7 +41,6 @@ class Server {
     bool local;
   };
 
-  bool Watch();
   void Turn();
   void TakeSignal();
   void HandleEvent(const epoll_event &event);
