@@ -64,7 +64,7 @@ void StateReader::Parse(std::span<const std::byte> file, std::string_view server
   version_ = head.version;
   if (version_ == 0 || version_ > newestVersion) {
     problem_ =
-        "the state has format version " + std::to_string(version_) + ", newer than " + std::to_string(newestVersion);
+        "the state has format version " + std::to_string(version_) + ", not 1 to " + std::to_string(newestVersion);
     return;
   }
   if (!ReadRecords(file.subspan(sizeof head))) problem_ = "the state is damaged";
