@@ -9,7 +9,9 @@
 #define MSGSVR_CLIENT_RECORD_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -38,7 +40,7 @@ struct StandingRecord {
   bool local = false;
   uid_t uid = 0;
   pid_t pid = 0;
-  int64_t since = 0;
+  std::time_t since = 0;
   std::vector<uint16_t> events;  // the bits that are set
   bool leaving = false;
   uint32_t reportSeconds = 0;
@@ -52,7 +54,7 @@ struct StandingRecord {
 
 struct QueuedRecord {
   std::vector<std::byte> bytes;
-  uint64_t sent = 0;
+  size_t sent = 0;
   int descriptor = -1;
 };
 
@@ -69,7 +71,7 @@ struct ClientRecord {
   int socket = -1;
   int halfDescriptor = -1;
   std::vector<std::byte> partial;
-  uint64_t queueBytes = 0;
+  size_t queueBytes = 0;
   std::vector<QueuedRecord> queue;
   uint64_t lastTarget = 0;
   Counters counters;
