@@ -16,12 +16,12 @@ namespace zor::daemon {
 namespace {
 
 constexpr char kHelp[] =
-    "usage: %s [--settings FILE] [--verbose]%s\n"
+    "usage: %s [--settings FILE] [--verbose]%s%s\n"
     "%s\n"
     "\n"
     "  --settings FILE  read the settings from FILE instead of %s\n"
     "  --verbose        %s\n"
-    "%s"
+    "%s%s"
     "  --help           print this help and exit\n"
     "\n"
     "settings, one \"key = value\" a line, with their defaults:\n"
@@ -30,6 +30,8 @@ constexpr char kHelp[] =
     "The environment variable ZOR_ROOT moves every fixed path beneath the directory that it names.\n"
     "exit status: 0 stopped by SIGTERM or SIGINT, 1 system error, 2 usage error, 3 invalid setting,\n"
     "4 another process is already listening%s\n";
+constexpr char kKeeperHelp[] =
+    "  --keeper         start the server and keep it running: a service manager for hosts without one\n";
 constexpr char kTrialHelp[] =
     "  --check-state    report whether the state of a running server can be taken over, and exit\n";
 
@@ -37,21 +39,29 @@ constexpr auto kOptions = std::to_array<option>({
     {"settings", required_argument, nullptr, 's'},
     {"verbose", no_argument, nullptr, 'v'},
     {"help", no_argument, nullptr, 'h'},
+    {"keeper", no_argument, nullptr, 'k'},
     {"check-state", no_argument, nullptr, 'c'},
     {nullptr, 0, nullptr, 0},
 });
 
+bool Has(const Program &program, char option) {
+  if (option == 'c') return program.handsOver;
+  return option != 'k' || program.socketPath != nullptr;
+}
+
 std::vector<option> OptionsOf(const Program &program) {
   std::vector<option> options;
   std::copy_if(kOptions.begin(), kOptions.end(), std::back_inserter(options),
-               [&](const option &each) { return each.val != 'c' || program.handsOver; });
+               [&](const option &each) { return Has(program, static_cast<char>(each.val)); });
   return options;
 }
 
 void PrintHelp(const Program &program) {
-  std::printf(kHelp, program.name, program.handsOver ? " [--check-state]" : "", program.purpose, program.settingsPath,
-              program.verboseHelp, program.handsOver ? kTrialHelp : "", program.settingsHelp,
-              program.handsOver ? ",\n5 invalid state" : "");
+  const bool kept = Has(program, 'k');
+  const bool tried = Has(program, 'c');
+  std::printf(kHelp, program.name, kept ? " [--keeper]" : "", tried ? " [--check-state]" : "", program.purpose,
+              program.settingsPath, program.verboseHelp, kept ? kKeeperHelp : "", tried ? kTrialHelp : "",
+              program.settingsHelp, tried ? ",\n5 invalid state" : "");
 }
 
 }  // namespace
@@ -67,6 +77,8 @@ CommandLine ReadCommandLine(const Program &program, int count, char **arguments)
       line.settingsGiven = true;
     } else if (found == 'v') {
       line.verbose = true;
+    } else if (found == 'k') {
+      line.keeper = true;
     } else if (found == 'c') {
       line.checkState = true;
     } else if (found == 'h') {

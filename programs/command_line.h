@@ -1,6 +1,9 @@
-// The command line, which is nearly the same for every server: --help, --settings FILE, --verbose, --check-state.
+// The command line, which is nearly the same for every server: --help, --settings FILE, --verbose,
+// and --keeper and --check-state where they apply.
 #ifndef PROGRAMS_COMMAND_LINE_H
 #define PROGRAMS_COMMAND_LINE_H
+
+#include <sys/types.h>
 
 #include <optional>
 #include <string>
@@ -12,11 +15,13 @@ namespace zor::daemon {
 // What --help says about a server.
 struct Program {
   const char *name;
-  const char *purpose;       // one sentence
-  const char *settingsPath;  // a fixed path, where the settings are looked for when --settings is not given
-  const char *settingsHelp;  // lines of "  key = default   what it does\n"
-  const char *verboseHelp;   // what --verbose does, in a few words
-  bool handsOver = false;    // it can be replaced while it runs, so it has --check-state
+  const char *purpose;               // one sentence
+  const char *settingsPath;          // a fixed path, where the settings are looked for when --settings is not given
+  const char *settingsHelp;          // lines of "  key = default   what it does\n"
+  const char *verboseHelp;           // what --verbose does, in a few words
+  bool handsOver = false;            // it can be replaced while it runs, so it has --check-state
+  const char *socketPath = nullptr;  // the fixed path of the socket that a keeper stores; null: it has no --keeper
+  mode_t directoryMode = 0;          // of the socket's directory, which is made; 0: the system makes it
 };
 
 struct CommandLine {
@@ -24,6 +29,7 @@ struct CommandLine {
   bool settingsGiven = false;  // the path was given on the command line, so the file must exist
   bool verbose = false;
   bool checkState = false;       // only report whether the settings and the state to take over are valid
+  bool keeper = false;           // be the keeper of this server
   std::optional<ExitCode> exit;  // set when there is nothing to run: after --help, or after a wrong argument
 };
 

@@ -21,6 +21,30 @@ inline constexpr std::size_t kUnreadDescriptors = 16;  // scarcer than memory
 // [s] Trial run of the program that is to take over from a running server: the server is not replaced.
 inline constexpr std::chrono::seconds kTrialTime{10};
 
+namespace keeper {
+
+// The keeper of a server (--keeper).
+
+// [descriptors] Descriptors stored for the server: a further one is lost when the server crashes; a log line.
+inline constexpr std::size_t kDescriptors = 8192;
+// [s] Time from the server's start until it is ready: it is killed and started again.
+inline constexpr std::chrono::seconds kStartTime{90};
+// [s] Time without a sign of life from the server's loop, unless the keeper's own manager sets another: it is killed
+// and started again.
+inline constexpr std::chrono::seconds kWatchdog{30};
+// [s] Time in which a server that is stopped ends: it is killed.
+inline constexpr std::chrono::seconds kStopTime{90};
+// [s] Time in which a server that hangs writes its core after SIGABRT: SIGKILL.
+inline constexpr std::chrono::seconds kAbortTime{10};
+// [s] Time for which a server serves before its end counts as a failing start: the next start is delayed.
+inline constexpr std::chrono::seconds kSteadyTime{1};
+inline constexpr std::chrono::milliseconds kFirstPause{100};
+// [s] Pause before the next start, which begins with a tenth of a second and is doubled by each failing start: stays at
+// that.
+inline constexpr std::chrono::seconds kMostPause{30};
+
+}  // namespace keeper
+
 namespace msgsvr {
 
 // The message server.

@@ -62,14 +62,19 @@ LocalSocket::~LocalSocket() {
 }
 
 ExitCode LocalSocket::Open(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log) {
-  if (!SetPath(fixedPath, log)) return kExitFailure;
-  if (const ExitCode code = Lock(fixedPath, log); code != kExitOk) return code;
-  return Make(fixedPath, type, mode, log);
+  return OpenBeside(fixedPath, "", type, mode, log);
+}
+
+ExitCode LocalSocket::OpenBeside(const std::string &fixedPath, const char *suffix, int type, mode_t mode,
+                                 ProblemLog &log) {
+  if (!SetPath(fixedPath, suffix, log)) return kExitFailure;
+  if (const ExitCode code = Lock(fixedPath + suffix, log); code != kExitOk) return code;
+  return Make(fixedPath + suffix, type, mode, log);
 }
 
 ExitCode LocalSocket::OpenPassed(const std::string &fixedPath, int type, mode_t mode,
                                  std::vector<PassedDescriptor> &passed, ProblemLog &log) {
-  if (!SetPath(fixedPath, log)) return kExitFailure;
+  if (!SetPath(fixedPath, "", log)) return kExitFailure;
   if (const ExitCode code = AdoptLock(fixedPath, TakePassed(passed, kLockName), log); code != kExitOk) return code;
   if (UniqueFd listener = TakePassed(passed, kListenerName); listener.valid()) {
     const char *misfit = Misfit(listener.get(), type);
@@ -99,8 +104,8 @@ void LocalSocket::Adopt(UniqueFd listener, UniqueFd lock, int type) {
   Use(std::move(listener), type);
 }
 
-bool LocalSocket::SetPath(const std::string &fixedPath, ProblemLog &log) {
-  path_ = FollowLink(FixedPath(fixedPath));
+bool LocalSocket::SetPath(const std::string &fixedPath, const char *suffix, ProblemLog &log) {
+  path_ = FollowLink(FixedPath(fixedPath)) + suffix;
   if (!path_.empty() && path_.size() < sizeof(sockaddr_un::sun_path)) return true;
   log.Print("%s: too long for the address of a socket beneath ZOR_ROOT", fixedPath.c_str());
   return false;

@@ -34,6 +34,9 @@ class LocalSocket {
   // process listens there; kExitFailure. Prints what went wrong.
   ExitCode Open(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log);
 
+  // The same at the path where the server of fixedPath is, with a suffix.
+  ExitCode OpenBeside(const std::string &fixedPath, const char *suffix, int type, mode_t mode, ProblemLog &log);
+
   // Adopts the passed descriptors named "listener" and "lock", which it takes out of the vector; opens the socket when
   // there is none. One that is not what Open makes at that path is named in the log and closed.
   // What it opens it stores with the manager.
@@ -43,10 +46,11 @@ class LocalSocket {
   void Adopt(UniqueFd listener, UniqueFd lock, int type);
 
   int fd() const { return fd_.get(); }
+  const std::string &path() const { return path_; }
   int lockFd() const { return lock_.get(); }
 
  private:
-  bool SetPath(const std::string &fixedPath, ProblemLog &log);
+  bool SetPath(const std::string &fixedPath, const char *suffix, ProblemLog &log);
   ExitCode Make(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log);
   ExitCode AdoptLock(const std::string &fixedPath, UniqueFd lock, ProblemLog &log);
   // Why the socket cannot be adopted; null if it can.

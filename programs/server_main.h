@@ -12,6 +12,7 @@
 
 #include "programs/command_line.h"
 #include "programs/inheritance.h"
+#include "programs/keeper.h"
 #include "programs/problem_log.h"
 #include "programs/service_manager.h"
 #include "programs/settings.h"
@@ -19,7 +20,7 @@
 
 namespace zor::daemon {
 
-// What a server that can be replaced starts with.
+// What a server starts with that can be kept or replaced.
 struct Start {
   const Program &program;
   const ProgramImage &image;
@@ -60,17 +61,20 @@ int ServerMain(const Program &program, int count, char **arguments, Read read, R
     const ProgramImage image(arguments);
     const CommandLine line = ReadCommandLine(program, count, arguments);
     if (line.exit) return *line.exit;
+    if (line.keeper) return Keeper(program, image).Run();
     Settings file = Settings::FromFile(line.settingsPath, line.settingsGiven);
     const auto settings = read(file);
     if (!file.CheckAndReport(log)) return kExitSettings;
-    if constexpr (std::is_same_v<Check, NoTrial>) {
-      return run(settings, log, line.verbose);
-    } else {
+    if constexpr (!std::is_same_v<Check, NoTrial>) {
       if (line.checkState) {
         return TryState([&](std::span<const std::byte> state) { return check(settings, log, state); }, log);
       }
+    }
+    if constexpr (std::is_invocable_v<Run, decltype(settings), ProblemLog &, Start &>) {
       Start start = {program, image, line.verbose, TakeInheritance(), TakePassedDescriptors()};
       return run(settings, log, start);
+    } else {
+      return run(settings, log, line.verbose);
     }
   } catch (const std::bad_alloc &) {  // before it serves: a server deals with it while it does
     log.Print("no memory");

@@ -4,18 +4,18 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 
 #include "programs/service_manager.h"
 
 namespace zor::daemon {
 
 BlockedSignals::BlockedSignals(std::initializer_list<int> numbers) {
+  ::sigemptyset(&before_);
   ::signal(SIGPIPE, SIG_IGN);
   sigset_t signals;
   ::sigemptyset(&signals);
   for (const int number : numbers) ::sigaddset(&signals, number);
-  if (::sigprocmask(SIG_BLOCK, &signals, nullptr) == 0) {
+  if (::sigprocmask(SIG_BLOCK, &signals, &before_) == 0) {
     fd_.reset(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
   }
 }

@@ -3,6 +3,7 @@
 #ifndef PROGRAMS_STOP_SIGNAL_H
 #define PROGRAMS_STOP_SIGNAL_H
 
+#include <csignal>
 #include <initializer_list>
 
 #include "common/unique_fd.h"
@@ -19,8 +20,11 @@ class BlockedSignals {
   int fd() const { return fd_.get(); }
   // Takes a pending signal; 0 when there is none. Does not wait.
   int Take();
+  // The signal mask as it was, for a child that executes another program.
+  const sigset_t &before() const { return before_; }
 
  private:
+  sigset_t before_;
   UniqueFd fd_;
 };
 

@@ -27,6 +27,9 @@ namespace {
 constexpr char kSocketPath[] = ZOR_PATH_MLOG_DIR ZOR_MLOG_SERVER_NAME;
 constexpr char kDefaultLogFile[] = "/online/log/mlog.log";
 
+// Every daemon creates a socket there, whatever user it runs as; as in /tmp, users can remove only their own.
+constexpr mode_t kClientDirectoryMode = 01777;
+
 constexpr daemon::Program kProgram = {
     "mlogserver",
     "Keeps the log lines and statistics of the system's daemons.",
@@ -38,10 +41,11 @@ constexpr daemon::Program kProgram = {
     "  max_statistics = 256             maximum number of statistics\n"
     "  user_statistics = 192            maximum number of one user's statistics\n",
     "print the progress lines of the log file on standard output",
+    false,  // there is no state to hand over
+    kSocketPath,
+    kClientDirectoryMode,
 };
 
-// Every daemon creates a socket there, whatever user it runs as; as in /tmp, users can remove only their own.
-constexpr mode_t kClientDirectoryMode = 01777;
 constexpr mode_t kSocketMode = 0666;
 // Not every user may read the log.
 constexpr mode_t kUmask = 0027;
@@ -93,7 +97,7 @@ bool OpenLog(const std::string &fixedPath, bool muted, CircularLog *log) {
   return !path.empty() && daemon::MakeDirectory(daemon::ParentOf(fixedPath)) && log->Open(path);
 }
 
-int Run(const ServerSettings &settings, daemon::ProblemLog &problems, bool verbose) {
+int Run(const ServerSettings &settings, daemon::ProblemLog &problems, daemon::Start &start) {
   ::umask(kUmask);
   daemon::StopSignal stop;
   if (!stop.valid()) {
@@ -105,19 +109,19 @@ int Run(const ServerSettings &settings, daemon::ProblemLog &problems, bool verbo
     return daemon::kExitFailure;
   }
   daemon::LocalSocket socket;
-  if (const daemon::ExitCode code = socket.Open(kSocketPath, SOCK_DGRAM, kSocketMode, problems);
+  if (const daemon::ExitCode code = socket.OpenPassed(kSocketPath, SOCK_DGRAM, kSocketMode, start.passed, problems);
       code != daemon::kExitOk) {
     return code;
   }
   CircularLog log;
-  if (!OpenLog(settings.logFile, !verbose, &log)) {
+  if (!OpenLog(settings.logFile, !start.verbose, &log)) {
     problems.PrintErrno("%s", settings.logFile.c_str());
     return daemon::kExitFailure;
   }
   StatTable stats(settings.maxStatistics, settings.userStatistics);
   Server server(socket.fd(), settings.rules, log, stats, problems);
   daemon::SayListening(kProgram, kSocketPath);  // nothing that may fail comes after it
-  const MutedOutput output(!verbose);
+  const MutedOutput output(!start.verbose);
   return server.Run(stop);
 }
 

@@ -29,6 +29,7 @@ constexpr daemon::Program kProgram = {
     msgsvr::kSettingsHelp,
     "log clients that register and leave on standard error",
     true,
+    ZOR_PATH_MSGSVR,
 };
 
 // Daemons that run as other users are members of the server's group; new files in the directory get that group.

@@ -30,6 +30,9 @@ constexpr zor::daemon::Program kProgram = {
     "  memory_bytes = 67108864   memory that all clients may take up before the largest is cut off; at least "
     "user_bytes\n",
     "log clients that register and leave, and notifications and replies without a destination",
+    false,
+    ZOR_PATH_NOTIFY_SERVER,
+    01777,  // every module creates a socket beside the server's
 };
 
 // A frame under way may take twice its size while its buffer grows, and as much again in a queue.

@@ -66,6 +66,34 @@ class MlogServer : public testing::Test {
   std::unique_ptr<Child> server_;
 };
 
+// The process that a keeper started.
+pid_t KeptBy(const Child &keeper) {
+  const std::string pid = std::to_string(keeper.pid());
+  pid_t child = -1;
+  std::ifstream("/proc/" + pid + "/task/" + pid + "/children") >> child;
+  return child;
+}
+
+TEST_F(MlogServer, FindsTheLinesThatWaitedForItAfterACrashAndARestart) {
+  Serve({"--keeper"});
+  for (const int signal : {SIGKILL, SIGTERM}) {
+    const pid_t before = KeptBy(*server_);
+    ASSERT_GT(before, 0);
+    ::kill(before, SIGSTOP);
+    const std::string line = "while nothing serves " + std::to_string(signal);
+    mlog_print("waits", ZOR_MLOG_INFO, "%s", line.c_str());
+    if (signal == SIGKILL) {
+      ::kill(before, SIGKILL);
+    } else {
+      server_->Signal(SIGHUP);
+      ::kill(before, SIGCONT);
+    }
+    EXPECT_TRUE(WaitUntil([&] { return Log().find(line) != std::string::npos; }));
+    EXPECT_TRUE(WaitUntil([&] { return KeptBy(*server_) != before && IsAlive(); }));
+  }
+  EXPECT_EQ(Stop(), 0);
+}
+
 TEST_F(MlogServer, KeepsLinesAndSaysNothingMoreThanWhereItListens) {
   Serve();
   mlog_print("wlan", ZOR_MLOG_WARNING, "channel %d", 11);
