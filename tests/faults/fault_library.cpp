@@ -5,7 +5,10 @@
 //                epoll: whatever waits, and additions; store: what only a database calls to write
 //   FAULT_NTH    which call of that kind fails, from 1
 //   FAULT_ERROR  the errno; 0: the call succeeds for its first byte alone
-//   FAULT_FILE   made when the fault has happened, so that a test knows when a walk has reached its end
+//   FAULT_FILE   made when the fault has happened, so that a test knows when a walk has reached its end; once is
+//   enough,
+//                also for a program that executes itself
+//   FAULT_IF     may be set to the name of a variable: only a program that finds that variable has the fault
 //
 // A program that links the library arms the fault itself.
 #include "faults/fault_library.h"
@@ -48,7 +51,10 @@ __attribute__((constructor)) void ReadFault() {
   const char *error = ::getenv("FAULT_ERROR");
   if (program == nullptr || call == nullptr || nth == nullptr || error == nullptr) return;
   if (std::strcmp(program, ::program_invocation_short_name) != 0) return;
+  const char *condition = ::getenv("FAULT_IF");
+  if (condition != nullptr && ::getenv(condition) == nullptr) return;
   g_fault.file = ::getenv("FAULT_FILE");
+  if (g_fault.file != nullptr && ::access(g_fault.file, F_OK) == 0) return;
   zor::test::ArmFault(call, std::atol(nth), std::atoi(error));
 }
 

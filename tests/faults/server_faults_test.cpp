@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <zor/config_wire.h>
+#include <zor/control_wire.h>
 #include <zor/log_wire.h>
 #include <zor/mlog.h>
 #include <zor/paths.h>
@@ -52,7 +53,8 @@ struct Server {
   const char *ready;  // what it says when it serves
   // A conversation of honest clients, which reaches every call; whether they were served.
   bool (*serves)(const TempRoot &root, Milliseconds deadline);
-  bool onBus = false;  // it is a client of the other servers
+  bool onBus = false;            // it is a client of the other servers
+  const char *onlyIf = nullptr;  // the variable of a successor: only that one has the fault, and may end by itself
 };
 
 bool Converse(const TempRoot &root, Milliseconds deadline) {
@@ -121,6 +123,23 @@ bool PassesMessages(const TempRoot &root, Milliseconds deadline) {
   return Gets(*sender, deadline, kType) && sender->Receive(2, deadline) == std::string(2, '\0');
 }
 
+// The server replaces itself, or refuses; in both cases these clients stay connected.
+bool HandsOver(const TempRoot &root, Milliseconds deadline) {
+  const auto sender = Join(root, "sender", deadline);
+  const auto receiver = Join(root, "receiver", deadline);
+  if (!sender || !receiver) return false;
+  const std::string body(ZOR_MSG_INLINE_BODY_MAX, 'a');
+  constexpr uint32_t kCount = 300'000 / ZOR_MSG_INLINE_BODY_MAX;  // some stay in the server
+  for (uint32_t i = 0; i < kCount; ++i) sender->Send(MakeMessage(kType, "", "receiver", i, body));
+  sender->Send(MakeMessage(ZOR_MSG_CONTROL_RESTART, "", ""));
+  const auto reply = sender->ReceiveMessage(deadline);
+  if (!reply || reply->header.type != ZOR_MSG_CONTROL_RESTART) return false;
+  for (uint32_t i = 0; i < kCount; ++i) {
+    if (!Gets(*receiver, deadline, kType, i)) return false;
+  }
+  return reply->header.data == ZOR_CONTROL_OK;
+}
+
 // Asks a daemon that is on the bus: the data word of the reply.
 std::optional<uint32_t> Ask(const WireClient &client, Milliseconds deadline, const std::string &name, uint32_t type,
                             const std::string &body = {}) {
@@ -158,6 +177,8 @@ bool KeepsRecords(const TempRoot &root, Milliseconds deadline) {
 }
 
 constexpr Server kMsgsvr = {"msgsvr", MSGSVR, "listening", PassesMessages};
+constexpr Server kHandOver = {"msgsvr", MSGSVR, "listening", HandsOver};
+constexpr Server kSuccessor = {"msgsvr", MSGSVR, "listening", HandsOver, false, "ZOR_HANDOVER"};
 constexpr Server kNotifyServer = {"notifyserver", NOTIFYSERVER, "listening", Converse};
 constexpr Server kMlogServer = {"mlogserver", MLOGSERVER, "listening", KeepsStatistics};
 constexpr Server kConfiguration = {"cms", CMS, "on the bus", SavesConfiguration, true};
@@ -192,6 +213,7 @@ class ServerFaults : public testing::TestWithParam<Case> {
   ServerFaults() {
     ::setenv("FAULT_PROGRAM", server_.name, 1);
     ::setenv("FAULT_CALL", GetParam().call, 1);
+    if (server_.onlyIf != nullptr) ::setenv("FAULT_IF", server_.onlyIf, 1);
     ::setenv("FAULT_ERROR", std::to_string(GetParam().error).c_str(), 1);
   }
   // Runs the program with the N-th call failing; false when it makes fewer calls.
@@ -225,6 +247,12 @@ bool ServerFaults::SurvivesCall(long nth) {
   EXPECT_TRUE(served || isReached) << "without a fault";
   if (nth == 0) descriptors_ = DescriptorsAtRest(server.pid());
   if (!isReached) return false;  // only in a second conversation, if at all: the walk is at its end
+  if (server_.onlyIf != nullptr && !served) {
+    if (const int status = server.Wait(kPatience / 60); status >= 0) {
+      EXPECT_TRUE(status > 0 && status < 128) << "call " << nth << " in the successor: status " << status;
+      return true;
+    }
+  }
   EXPECT_TRUE(WaitUntil([&] { return server_.serves(root, kPatience); })) << "after call " << nth;
   EXPECT_TRUE(WaitUntil([&] { return DescriptorsOf(server.pid()) <= descriptors_; })) << "after call " << nth;
   server.Signal(SIGTERM);
@@ -245,7 +273,9 @@ TEST_P(ServerFaults, EachOneIsSurvived) {
 }
 
 std::string NameOf(const testing::TestParamInfo<Case> &info) {
-  const std::string name = std::string(info.param.server->name) + "_" + info.param.call + "_";
+  const Server &server = *info.param.server;
+  const char *part = server.onlyIf != nullptr ? "_successor_" : server.serves == HandsOver ? "_replaced_" : "_";
+  const std::string name = std::string(server.name) + part + info.param.call + "_";
   return name + (info.param.error == 0 ? "short" : ::strerrorname_np(info.param.error));
 }
 
@@ -256,7 +286,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{&kMsgsvr, "recv", 0}, Case{&kMsgsvr, "send", EINTR}, Case{&kMsgsvr, "send", EAGAIN},
         Case{&kMsgsvr, "send", ENOMEM}, Case{&kMsgsvr, "send", 0}, Case{&kMsgsvr, "accept", EMFILE},
         Case{&kMsgsvr, "accept", EINTR}, Case{&kMsgsvr, "epoll", EINTR}, Case{&kMsgsvr, "epoll", ENOSPC},
-        Case{&kMsgsvr, "open", ENFILE}, Case{&kNotifyServer, "alloc", ENOMEM}, Case{&kNotifyServer, "recv", EINTR},
+        Case{&kMsgsvr, "open", ENFILE}, Case{&kHandOver, "write", ENOSPC}, Case{&kSuccessor, "epoll", ENOSPC},
+        Case{&kSuccessor, "open", EMFILE}, Case{&kHandOver, "epoll", ENOSPC}, Case{&kHandOver, "open", EMFILE},
+        Case{&kHandOver, "recv", EINTR}, Case{&kNotifyServer, "alloc", ENOMEM}, Case{&kNotifyServer, "recv", EINTR},
         Case{&kNotifyServer, "recv", EAGAIN}, Case{&kNotifyServer, "recv", ENOMEM}, Case{&kNotifyServer, "recv", 0},
         Case{&kNotifyServer, "send", EINTR}, Case{&kNotifyServer, "send", EAGAIN}, Case{&kNotifyServer, "send", ENOMEM},
         Case{&kNotifyServer, "send", 0}, Case{&kNotifyServer, "accept", EMFILE}, Case{&kNotifyServer, "accept", EINTR},
