@@ -45,6 +45,20 @@ inline constexpr std::chrono::seconds kMostPause{30};
 
 }  // namespace keeper
 
+namespace access {
+
+// The rules of who may do what.
+
+// [rules] Rules of all files: an invalid set of rules.
+inline constexpr std::size_t kRules = 4096;
+// [bytes] Line of a rules file: an invalid set of rules.
+inline constexpr std::size_t kLine = 4096;
+// [actions] Different refusals that are kept for operators: further ones are only counted.
+inline constexpr std::size_t kRefusals = 1024;
+inline constexpr std::size_t kDecisions = 2048;  // that are kept, a power of two
+
+}  // namespace access
+
 namespace msgsvr {
 
 // The message server.
