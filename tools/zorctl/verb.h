@@ -40,7 +40,9 @@ struct VerbRow {
   const char *examples;  // two lines "  zorctl ...\n"
   std::unique_ptr<Verb> (*make)();
   double timeoutSeconds = kDefaultTimeoutSeconds;
-  const char *completes = "";  // sources of its words' completions: names, types or modules; the last repeats
+  // Sources of its words' completions: names, types, modules, or the words themselves with bars between; the last
+  // repeats.
+  const char *completes = "";
 };
 
 // All verbs, as --help lists them.

@@ -66,7 +66,18 @@ struct Source {
 
 constexpr Source kSources[] = {{"names", Names}, {"types", Types}, {"modules", EventModules}, {"verbs", VerbNames}};
 
+Words SplitAtBars(std::string_view list) {
+  Words words;
+  for (;;) {
+    const size_t bar = list.find('|');
+    words.emplace_back(list.substr(0, bar));
+    if (bar == list.npos) return words;
+    list.remove_prefix(bar + 1);
+  }
+}
+
 Words ListOf(std::string_view what) {
+  if (what.find('|') != what.npos) return SplitAtBars(what);
   for (const Source &source : kSources) {
     if (source.what == what) return source.list();
   }

@@ -63,6 +63,11 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl trace set web msg=debug all=error --output file\n"
      "  zorctl trace clear web\n",
      MakeTraceVerb, kDefaultTimeoutSeconds, "nothing names nothing"},
+    {"access", "Explain, check and write the rules of who may do what",
+     "  zorctl access explain user:web own cms\n"
+     "  zorctl access test 50-web.conf\n",
+     MakeAccessVerb, kDefaultTimeoutSeconds,
+     "explain|learn|test any|user:|group:|unit:|exe:|board:|own|serve|send|publish|subscribe|post|control|module"},
     {"complete", "List completions of a word of a command line",
      "  zorctl complete types\n"
      "  zorctl complete line exit \"\"\n",

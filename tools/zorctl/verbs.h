@@ -6,6 +6,7 @@
 
 namespace zor::ctl {
 
+std::unique_ptr<Verb> MakeAccessVerb();
 std::unique_ptr<Verb> MakeCallVerb();
 std::unique_ptr<Verb> MakeCompleteVerb();
 std::unique_ptr<Verb> MakeConfigVerb();
