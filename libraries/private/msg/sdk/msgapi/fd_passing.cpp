@@ -8,6 +8,7 @@
 
 #include "common/unique_fd.h"
 #include "message/context.h"
+#include "sdk/msgapi/rejoin.h"
 #include "sdk/msgapi/transfer.h"
 
 namespace {
@@ -88,6 +89,7 @@ uint32_t ZOR_MSG_RecvFd(int *fd, uint32_t timeoutMs) {
   if (count == 0) return ZOR_E_PEER_GONE;
   if (count != static_cast<ssize_t>(kFrameLength) || !frame.HasControl() || data[0] != 0 || data[1] != 0) {
     frame.CloseAttached();
+    zor::AbandonStream(bus);
     return ZOR_E_IO;
   }
   *fd = frame.Attached();

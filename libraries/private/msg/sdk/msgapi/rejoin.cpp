@@ -143,6 +143,12 @@ void OnConnectionEnded(UvMsgWatcher &watcher) noexcept {
 void AbandonStream(int fd) noexcept {
   if (fd != g_stMsgCtx.socketFd || busLink.lost || !IsRejoinEnabled() || WatcherOfConnection() == nullptr) return;
   Trace("msg", ZOR_TRACE_INFO, "A message was torn: leave the connection.");
+  // An end that has been reached takes its place, so that the server sees what was left unread and names it.
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0) {
+    const UniqueFd near(ends[0]), far(ends[1]);
+    if (::dup3(near.get(), fd, O_CLOEXEC) == fd) return;
+  }
   ::shutdown(fd, SHUT_RDWR);
   std::array<char, 4096> rest;  // the loop would take it for messages
   ssize_t count;
