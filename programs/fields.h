@@ -12,8 +12,8 @@
 //   void Describe(Fields &fields, Record &record) { fields(1, record.in); fields(2, record.name); ... }
 //
 // A value is a number, an enumeration or a bool (8 bytes); a text; a vector or an array of plain values without padding
-// (their bytes); another record (its fields), or an optional one; or a vector of records (one field each, with the same
-// tag).
+// (their bytes); FieldBytes; another record (its fields), or an optional one; or a vector of records (one field each,
+// with the same tag).
 #ifndef PROGRAMS_FIELDS_H
 #define PROGRAMS_FIELDS_H
 
@@ -26,6 +26,7 @@
 #include <span>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace zor::daemon {
@@ -59,6 +60,25 @@ concept FieldOptional = requires(Value &value) {
   value.emplace();
 };
 
+// Bytes that are not copied when they are read: they are part of the record then, which must outlive them.
+class FieldBytes {
+ public:
+  FieldBytes() = default;
+  FieldBytes(std::vector<std::byte> own) : own_(std::move(own)) {}
+  static FieldBytes In(std::span<const std::byte> record) {
+    FieldBytes bytes;
+    bytes.inRecord_ = record;
+    return bytes;
+  }
+
+  std::span<const std::byte> span() const { return own_.empty() ? inRecord_ : std::span(own_); }
+  size_t size() const { return span().size(); }
+
+ private:
+  std::vector<std::byte> own_;
+  std::span<const std::byte> inRecord_;
+};
+
 class FieldWriter {
  public:
   // Appends to the record.
@@ -72,6 +92,8 @@ class FieldWriter {
     if constexpr (FieldNumber<Value>) {
       const auto number = static_cast<uint64_t>(value);
       Bytes(tag, std::as_bytes(std::span(&number, 1)));
+    } else if constexpr (std::is_same_v<Value, FieldBytes>) {
+      Bytes(tag, value.span());
     } else if constexpr (FieldList<Value> || FieldArray<Value>) {
       Bytes(tag, std::as_bytes(std::span(value)));
     } else if constexpr (FieldRecords<Value>) {
@@ -127,6 +149,8 @@ class FieldReader {
   void Read(std::span<const std::byte> bytes, Value &value) {
     if constexpr (FieldNumber<Value>) {
       ReadNumber(bytes, value);
+    } else if constexpr (std::is_same_v<Value, FieldBytes>) {
+      value = FieldBytes::In(bytes);
     } else if constexpr (FieldList<Value>) {
       constexpr size_t kItem = sizeof(typename Value::value_type);
       if (!Check(bytes.size() % kItem == 0)) return;

@@ -16,7 +16,7 @@ constexpr size_t kDescriptorFrameSize = 2;
 std::vector<QueuedRecord> QueueOf(const Client &client) {
   std::vector<QueuedRecord> queue;
   client.output.ForEach([&](auto message, size_t sent, int descriptor) {
-    queue.push_back({{message.begin(), message.end()}, sent, descriptor});
+    queue.push_back({std::vector(message.begin(), message.end()), sent, descriptor});
   });
   return queue;
 }
@@ -38,7 +38,7 @@ bool IsQueueable(const QueuedRecord &message, bool first) {
   const size_t size = message.bytes.size();
   if (message.sent >= size || (message.sent > 0 && (!first || message.descriptor >= 0))) return false;
   if (size == kDescriptorFrameSize) return true;
-  return size >= ZOR_MSG_HEAD_SIZE && size <= kMaxFrameSize && FrameSize(message.bytes) == size &&
+  return size >= ZOR_MSG_HEAD_SIZE && size <= kMaxFrameSize && FrameSize(message.bytes.span()) == size &&
          message.descriptor < 0;
 }
 

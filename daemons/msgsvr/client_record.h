@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "msgsvr/bus.h"
+#include "programs/fields.h"
 
 namespace zor::msgsvr {
 
@@ -53,7 +54,7 @@ struct StandingRecord {
 };
 
 struct QueuedRecord {
-  std::vector<std::byte> bytes;
+  daemon::FieldBytes bytes;
   size_t sent = 0;
   int descriptor = -1;
 };

@@ -35,16 +35,17 @@ void HandOver::Advance() {
   if (std::exchange(accepted_, false)) return Execute();
   if (succession_.underWay()) return;
   requested_ = false;
-  if (!succession_.Begin(MakeState(nullptr))) RefuseRequest();
+  std::vector<int> unused;
+  if (!succession_.Begin(MakeState(unused))) RefuseRequest();
 }
 
 // What is still to be said to senders is said first: only clients are in the state.
 void HandOver::Execute() {
   requested_ = false;
-  delivery_.TellUndelivered();
   delivery_.FlushCopies();
+  delivery_.TellUndelivered();
   std::vector<int> descriptors;
-  const UniqueFd state = MakeState(&descriptors);
+  const UniqueFd state = MakeState(descriptors);
   if (state.valid()) {
     succession_.Execute(state, descriptors);
   } else {
@@ -58,12 +59,12 @@ void HandOver::RefuseRequest() {
 }
 
 // Invalid, with errno, if there is no memory for it.
-UniqueFd HandOver::MakeState(std::vector<int> *descriptors) {
+UniqueFd HandOver::MakeState(std::vector<int> &descriptors) {
   try {
-    ServerState state = StateOf(server_);
-    state.listeners = listeners_;
-    if (descriptors != nullptr) *descriptors = DescriptorsIn(state);
-    return WriteState(state);
+    ServerStateWriter writer(listeners_, BusRecordOf(server_.bus, server_.watch), server_.bus.restartFor);
+    AddClients(server_, writer);
+    descriptors = writer.descriptors();
+    return writer.Finish();
   } catch (const std::bad_alloc &) {
     errno = ENOMEM;
     return {};

@@ -37,7 +37,7 @@ class HandOver {
   void Advance();
   void Execute();
   void RefuseRequest();
-  UniqueFd MakeState(std::vector<int> *descriptors);
+  UniqueFd MakeState(std::vector<int> &descriptors);
 
   ServerParts server_;
   Delivery &delivery_;

@@ -140,9 +140,11 @@ void Announce(const daemon::Start &start, msgsvr::Server &server, const Listener
 int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::Start &start) {
   daemon::DescriptorSet descriptors;
   std::optional<msgsvr::ServerState> state;
+  std::optional<daemon::MappedState> mapped;
   if (start.inherited) {
     descriptors = daemon::DescriptorSet::OfProcess(start.inherited->state.get());
-    state = StateIn(daemon::MappedState(start.inherited->state.get()).bytes(), log);
+    mapped.emplace(start.inherited->state.get());
+    state = StateIn(mapped->bytes(), log);
     start.inherited->state.reset();
     if (!state) return daemon::kExitState;
   }
@@ -165,6 +167,7 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
                         {listeners.local.fd(), listeners.local.lockFd(), listeners.tcp.socket.get(), settings.tcp},
                         start.image);
   if (state) server.TakeOver(*std::exchange(state, std::nullopt), descriptors);
+  mapped.reset();
   descriptors = {};
   if (!server.Watch()) {
     log.PrintErrno("cannot start");

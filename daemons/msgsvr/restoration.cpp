@@ -127,7 +127,7 @@ bool Restoration::Queue(Client &client, const ClientRecord &record) {
   for (const QueuedRecord &message : record.queue) {
     UniqueFd descriptor = descriptors_.Take(message.descriptor);
     if (descriptor.valid() != (message.descriptor >= 0)) return false;
-    if (!client.output.Push(message.bytes, message.sent, std::move(descriptor))) return false;
+    if (!client.output.Push(message.bytes.span(), message.sent, std::move(descriptor))) return false;
   }
   return true;
 }

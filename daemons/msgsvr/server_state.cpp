@@ -6,7 +6,6 @@
 
 #include "msgsvr/bus_fields.h"
 #include "msgsvr/recorded_time.h"
-#include "programs/state_file.h"
 
 namespace zor::msgsvr {
 
@@ -37,6 +36,20 @@ std::string LabelOf(const ClientRecord &record) {
   return "client " + std::to_string(record.standing.id) + (name ? " " + std::string(name->text()) : "");
 }
 
+void AddDescriptor(int number, std::vector<int> &numbers) {
+  if (number >= 0) numbers.push_back(number);
+}
+
+void AddDescriptors(const ListenersRecord &listeners, std::vector<int> &numbers) {
+  for (const int number : {listeners.local, listeners.lock, listeners.tcp}) AddDescriptor(number, numbers);
+}
+
+void AddDescriptors(const ClientRecord &client, std::vector<int> &numbers) {
+  AddDescriptor(client.socket, numbers);
+  AddDescriptor(client.halfDescriptor, numbers);
+  for (const QueuedRecord &message : client.queue) AddDescriptor(message.descriptor, numbers);
+}
+
 bool ReadFrom(const std::vector<daemon::Field> &records, ServerState &state) {
   bool hasBus = false;
   for (const daemon::Field &field : records) {
@@ -65,13 +78,24 @@ bool ReadFrom(const std::vector<daemon::Field> &records, ServerState &state) {
 
 }  // namespace
 
-ServerState StateOf(const ServerParts &server) {
-  ServerState state;
-  state.bus = BusRecordOf(server.bus, server.watch);
-  state.restartFor = server.bus.restartFor;
+ServerStateWriter::ServerStateWriter(const ListenersRecord &listeners, const BusRecord &bus,
+                                     const std::optional<RestartRequest> &restartFor)
+    : file_(kServer, kFormat) {
+  AddDescriptors(listeners, descriptors_);
+  file_.Add(kListeners, listeners);
+  file_.Add(kBus, bus);
+  if (restartFor) file_.Add(kRestart, *restartFor);
+}
+
+void ServerStateWriter::Add(const ClientRecord &client) {
+  AddDescriptors(client, descriptors_);
+  file_.Add(kClient, client);
+}
+
+void AddClients(const ServerParts &server, ServerStateWriter &writer) {
   for (const Client &client : server.bus.clients) {
     if (client.ended) continue;
-    ClientRecord &record = state.clients.emplace_back(ClientRecordOf(server.bus, client));
+    ClientRecord record = ClientRecordOf(server.bus, client);
     const auto due = client.registered() ? std::nullopt : server.newcomers.DueOf(client.id);
     if (due) record.registerBy = Nanoseconds(*due);
     for (const PausedSenders::Pause &pause : server.pausedSenders.pauses()) {
@@ -79,17 +103,8 @@ ServerState StateOf(const ServerParts &server) {
       record.pause = {pause.reader->id, Nanoseconds(pause.until), Nanoseconds(pause.progressAt), pause.progress.flushes,
                       pause.progress.unsent};
     }
+    writer.Add(record);
   }
-  return state;
-}
-
-UniqueFd WriteState(const ServerState &state) {
-  daemon::StateWriter writer(kServer, kFormat);
-  writer.Add(kListeners, state.listeners);
-  writer.Add(kBus, state.bus);
-  for (const ClientRecord &client : state.clients) writer.Add(kClient, client);
-  if (state.restartFor) writer.Add(kRestart, *state.restartFor);
-  return writer.Finish();
 }
 
 std::optional<ServerState> ReadState(std::span<const std::byte> file, std::string &problem) {
@@ -113,21 +128,14 @@ std::string ProblemOf(const ServerState &state) {
     if (const char *problem = ProblemOf(client)) return LabelOf(client) + ": " + problem;
     if (!ids.insert(client.standing.id).second) return LabelOf(client) + ": its number is another's";
   }
-  std::unordered_set<int> descriptors;
-  for (const int number : DescriptorsIn(state)) {
-    if (!descriptors.insert(number).second) return "descriptor " + std::to_string(number) + " has two owners";
+  std::vector<int> descriptors;
+  AddDescriptors(state.listeners, descriptors);
+  for (const ClientRecord &client : state.clients) AddDescriptors(client, descriptors);
+  std::unordered_set<int> known;
+  for (const int number : descriptors) {
+    if (!known.insert(number).second) return "descriptor " + std::to_string(number) + " has two owners";
   }
   return {};
-}
-
-std::vector<int> DescriptorsIn(const ServerState &state) {
-  std::vector<int> numbers = {state.listeners.local, state.listeners.lock, state.listeners.tcp};
-  for (const ClientRecord &client : state.clients) {
-    numbers.insert(numbers.end(), {client.socket, client.halfDescriptor});
-    for (const QueuedRecord &message : client.queue) numbers.push_back(message.descriptor);
-  }
-  std::erase_if(numbers, [](int number) { return number < 0; });
-  return numbers;
 }
 
 }  // namespace zor::msgsvr

@@ -11,6 +11,7 @@
 #include "msgsvr/client_record.h"
 #include "msgsvr/newcomers.h"
 #include "msgsvr/paused_senders.h"
+#include "programs/state_file.h"
 
 namespace zor::msgsvr {
 
@@ -37,18 +38,30 @@ struct ServerState {
   size_t damaged = 0;  // records of clients that could not be read
 };
 
-// Everything but the listeners.
-ServerState StateOf(const ServerParts &server);
+// Writes the state as a file, one record after the other, since together they may be as large as all that is queued.
+class ServerStateWriter {
+ public:
+  ServerStateWriter(const ListenersRecord &listeners, const BusRecord &bus,
+                    const std::optional<RestartRequest> &restartFor);
+  void Add(const ClientRecord &client);
+  // All descriptors in it.
+  const std::vector<int> &descriptors() const { return descriptors_; }
+  // The file; invalid, with errno, if it could not be made.
+  UniqueFd Finish() { return file_.Finish(); }
 
-// A descriptor of the state as a file; invalid, with errno, if it could not be made.
-UniqueFd WriteState(const ServerState &state);
-// The state in such a file. Nothing, with the reason, if it is not understood; damaged records of clients are counted.
+ private:
+  daemon::StateWriter file_;
+  std::vector<int> descriptors_;
+};
+
+// Adds the records of all clients.
+void AddClients(const ServerParts &server, ServerStateWriter &writer);
+
+// The state in such a file, which must outlive it. Nothing, with the reason, if it is not understood; damaged records
+// of clients are counted.
 std::optional<ServerState> ReadState(std::span<const std::byte> file, std::string &problem);
 // Why a server should not start with that state; empty if it may.
 std::string ProblemOf(const ServerState &state);
-
-// All descriptors in it.
-std::vector<int> DescriptorsIn(const ServerState &state);
 
 }  // namespace zor::msgsvr
 

@@ -100,7 +100,12 @@ class MsgsvrState : public testing::Test {
     return state;
   }
   static std::vector<std::byte> BytesOf(const ServerState &state) {
-    const UniqueFd file = WriteState(state);
+    ServerStateWriter writer(state.listeners, state.bus, state.restartFor);
+    for (const ClientRecord &client : state.clients) writer.Add(client);
+    return ContentOf(writer);
+  }
+  static std::vector<std::byte> ContentOf(ServerStateWriter &writer) {
+    const UniqueFd file = writer.Finish();
     const daemon::MappedState mapped(file.get());
     return {mapped.bytes().begin(), mapped.bytes().end()};
   }
@@ -115,6 +120,11 @@ class MsgsvrState : public testing::Test {
       Restoration(parts, descriptors).Run(state);
     }
     std::unique_ptr<daemon::Journal> journal = daemon::Journal::Create("msgsvr", {10, 1 << 20, kInputBuffer});
+    std::vector<std::byte> WriteDown() {
+      ServerStateWriter writer({}, BusRecordOf(bus, watch), bus.restartFor);
+      AddClients(parts, writer);
+      return ContentOf(writer);
+    }
     Bus bus;
     Newcomers newcomers{std::chrono::seconds(10)};
     PausedSenders pausedSenders;
@@ -140,10 +150,9 @@ TEST_F(MsgsvrState, IsWholeAfterARestoration) {
   EXPECT_EQ(ProblemOf(*read), "");
   for (UniqueFd &fd : reserved_) fd.reset();
   Successor successor(*this, *read);
-  ServerState restored = StateOf(successor.parts);
   EXPECT_EQ(successor.bus.names.Oldest(AppName("one")), successor.bus.Find(6)) << "it has registered first";
   EXPECT_EQ(successor.bus.Find(8)->deaf, true);
-  EXPECT_EQ(BytesOf(restored), bytes);
+  EXPECT_EQ(successor.WriteDown(), bytes);
 }
 
 // The sanitizers notice what is read out of bounds. Whatever reads as a state is taken over and ended again.
@@ -160,8 +169,10 @@ TEST_F(MsgsvrState, DoesNoHarmWhenItIsDamaged) {
     if (!state) continue;
     ++understood;
     Successor successor(*this, *state);
-    const ServerState restored = StateOf(successor.parts);
-    EXPECT_EQ(ProblemOf(restored), "") << bit;
+    const auto bytes = successor.WriteDown();
+    const auto restored = ReadState(bytes, problem);
+    ASSERT_TRUE(restored) << bit << ": " << problem;
+    EXPECT_EQ(ProblemOf(*restored), "") << bit;
     for (Client &client : successor.bus.clients) successor.bus.End(client);
     successor.bus.Sweep();
   }
