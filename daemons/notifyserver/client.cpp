@@ -19,12 +19,12 @@ constexpr size_t kKeptInputBytes = 4096;
 }  // namespace
 
 Client::Client(UniqueFd socket, const ucred &peer, daemon::EventPoll &poll, std::vector<Client *> &ended,
-               Accounts &accounts, daemon::Journal &journal, uint64_t id, const Limits &limits)
+               daemon::Accounts &accounts, daemon::Journal &journal, uint64_t id, const Limits &limits)
     : socket_(std::move(socket)),
       poll_(poll),
       endedClients_(ended),
       peer_(peer),
-      charge_(accounts, peer.uid),
+      charge_(accounts, {peer.uid, peer.pid}),
       slot_(journal, id),
       output_(slot_, limits.queueBytes) {}
 

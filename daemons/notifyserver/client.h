@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "common/unique_fd.h"
-#include "notifyserver/accounts.h"
 #include "notifyserver/limits.h"
+#include "programs/accounts.h"
 #include "programs/event_poll.h"
 #include "programs/output_queue.h"
 
@@ -41,8 +41,8 @@ class Client {
   using Clock = std::chrono::steady_clock;
 
   // The client adds itself to `ended`, which has room for it, when it ends.
-  Client(UniqueFd socket, const ucred &peer, daemon::EventPoll &poll, std::vector<Client *> &ended, Accounts &accounts,
-         daemon::Journal &journal, uint64_t id, const Limits &limits);
+  Client(UniqueFd socket, const ucred &peer, daemon::EventPoll &poll, std::vector<Client *> &ended,
+         daemon::Accounts &accounts, daemon::Journal &journal, uint64_t id, const Limits &limits);
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
 
@@ -99,6 +99,7 @@ class Client {
 
   // The memory that it takes up, as last charged.
   size_t held() const { return charge_.bytes(); }
+  const daemon::Holder &holder() const { return charge_.holder(); }
 
   uint32_t mid = 0;         // 0 until it has registered
   bool isOperator = false;  // its control request was granted
@@ -122,7 +123,7 @@ class Client {
   std::vector<Client *> &endedClients_;
   ucred peer_;
   const Clock::time_point connectedAt_ = Clock::now();
-  Charge charge_;
+  daemon::Charge charge_;
   std::vector<std::byte> input_;
   size_t consumed_ = 0;
   daemon::JournalSlot slot_;

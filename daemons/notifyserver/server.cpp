@@ -111,13 +111,10 @@ void Server::Accept() {
 }
 
 void Server::Admit(UniqueFd socket) {
-  if (clients_.size() >= limits_.maxClients) {
-    log_.Print("connection refused: %zu clients are connected", clients_.size());
-    return;
-  }
   const ucred peer = daemon::PeerOf(socket.get());
-  if (!accounts_.MayConnect(peer.uid)) {
-    log_.Print("connection refused: user %u has %zu connections (pid %d)", peer.uid, limits_.userClients, peer.pid);
+  if (!HasRoomFor({peer.uid, peer.pid})) {
+    log_.Print("connection refused: user %u has %zu connections (pid %d), all together %zu", peer.uid,
+               accounts_.ClientsOf(peer.uid), peer.pid, accounts_.clients());
     return;
   }
   ended_.reserve(clients_.size() + 1);
@@ -130,6 +127,20 @@ void Server::Admit(UniqueFd socket) {
     return;
   }
   registrationCheck_ = std::min(registrationCheck_, key->connectedAt() + limits_.registration);
+}
+
+bool Server::HasRoomFor(const daemon::Holder &newcomer) {
+  if (accounts_.MayConnect(newcomer.user)) return true;
+  const auto giver = accounts_.GiverTo(newcomer);
+  if (!giver) return false;
+  Client *newest = nullptr;
+  for (const auto &[key, client] : clients_) {
+    if (client->ended() || client->holder() != *giver) continue;
+    if (newest == nullptr || client->connectedAt() > newest->connectedAt()) newest = client.get();
+  }
+  if (newest == nullptr) return false;  // a connection of it has ended in this turn
+  newest->End("its process has the most connections, and there is no room for another's");
+  return true;
 }
 
 // Without free descriptors the listening socket stays readable, and the loop would spin on it.

@@ -10,10 +10,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "notifyserver/accounts.h"
 #include "notifyserver/client.h"
 #include "notifyserver/limits.h"
 #include "notifyserver/router.h"
+#include "programs/accounts.h"
 #include "programs/event_poll.h"
 #include "programs/exit_code.h"
 #include "programs/local_socket.h"
@@ -26,7 +26,10 @@ namespace zor::notifyserver {
 class Server {
  public:
   Server(const Limits &limits, daemon::ProblemLog &log, bool verbose)
-      : limits_(limits), log_(log), router_(limits, log, verbose), accounts_(limits) {}
+      : limits_(limits),
+        log_(log),
+        router_(limits, log, verbose),
+        accounts_({limits.maxClients, limits.userClients, limits.userBytes, limits.memoryBytes}) {}
 
   // Listens on the fixed path. Logs failures.
   daemon::ExitCode Open();
@@ -41,6 +44,8 @@ class Server {
   void Accept();
   // May throw std::bad_alloc.
   void Admit(UniqueFd socket);
+  // Whether there is room for one more connection of that process, perhaps at the expense of another.
+  bool HasRoomFor(const daemon::Holder &newcomer);
   void PauseListening(bool on);
   void Serve(Client &client, uint32_t events);
   void ReadFrames(Client &client);
@@ -56,7 +61,7 @@ class Server {
   daemon::LocalSocket listener_;
   daemon::EventPoll poll_;
   Router router_;
-  Accounts accounts_;  // outlives the clients, as does the journal
+  daemon::Accounts accounts_;  // outlives the clients, as does the journal
   std::unique_ptr<daemon::Journal> journal_;
   uint64_t lastId_ = 0;
   std::unordered_map<const Client *, std::unique_ptr<Client>> clients_;
