@@ -70,12 +70,24 @@ inline constexpr std::size_t kMostQueueBytes = 64u << 20;
 // [connections] Connections at one time (setting max_clients): further ones are turned away.
 inline constexpr std::size_t kClients = 256;
 inline constexpr std::size_t kMostClients = 65536;
+// [connections] Connections of one user (setting user_clients): the process with most of them loses one, or a further
+// one is turned away.
+inline constexpr std::size_t kUserClients = 192;
+// [bytes] Memory that one user's clients take up (setting user_bytes): what makes a client hold more than twice the rest
+// of it is refused.
+inline constexpr std::size_t kUserBytes = 33554432;
+// [bytes] Memory that all clients take up (setting memory_bytes): the same for a user.
+inline constexpr std::size_t kMemoryBytes = 50331648;
+inline constexpr std::size_t kLeastShareBytes = 262144;
+inline constexpr std::size_t kMostShareBytes = 1u << 30;
 // [s] Time that a connection has to get a name (setting register_seconds): the client is cut off.
 inline constexpr std::uint32_t kRegisterSeconds = 10;
 inline constexpr std::uint32_t kMostRegisterSeconds = 3600;
 // [s] Time to deliver what is queued when the server is stopped (setting stop_seconds): the log names the rest.
 inline constexpr std::uint32_t kStopSeconds = 5;
 inline constexpr std::uint32_t kMostStopSeconds = 60;
+// [messages] Messages of one client that are routed in one turn: the rest is routed after those of the others.
+inline constexpr std::size_t kMessagesInTurn = 256;
 // [ms] Time for which the sender to a slow reader is paused: it is read again.
 inline constexpr std::chrono::milliseconds kSenderPause{200};
 // [ms] Time in which a reader reads nothing: no sender is paused for it.

@@ -25,11 +25,11 @@ constexpr size_t Padding(size_t messageSize) {
   return (sizeof(MessageHead) - messageSize % sizeof(MessageHead)) % sizeof(MessageHead);
 }
 
-constexpr size_t CostOf(size_t messageSize) {
+}  // namespace
+
+size_t OutputQueue::CostOf(size_t messageSize) {
   return sizeof(MessageHead) + messageSize + Padding(messageSize);
 }
-
-}  // namespace
 
 ssize_t SendNow(int socket, std::span<const std::byte> bytes) {
   iovec vector = {const_cast<std::byte *>(bytes.data()), bytes.size()};

@@ -37,6 +37,8 @@ class OutputQueue {
   // fit, or the journal is full; the bytes count with what it costs to keep them. Throws std::bad_alloc for a
   // descriptor, also with nothing changed.
   bool Push(std::span<const std::byte> message, size_t sent = 0, UniqueFd &&descriptor = UniqueFd());
+  // What it costs to keep a message of that size.
+  static size_t CostOf(size_t messageSize);
   // Whether messages of these sizes fit together.
   bool Fits(std::initializer_list<size_t> sizes) const;
   // Sends until the queue is empty, the socket takes no more, or fails (errno says why).

@@ -32,6 +32,10 @@ class PendingRequests {
     uint32_t ordinal;  // among the messages of its sender, modulo 2^32
   };
 
+  // Makes room, so that adding one cannot fail afterwards. Throws std::bad_alloc.
+  void Reserve() {
+    if (requests_.size() == requests_.capacity()) requests_.reserve(2 * requests_.size() + 1);
+  }
   void Add(const Request &request);
   // Whether a message from that client is the reply to a pending request, which is then removed. The type must match;
   // a request with the same sequence number is preferred, but not required, because many daemons reply with a new
@@ -41,6 +45,7 @@ class PendingRequests {
   void Undo(uint32_t type, uint32_t sequence);
   // Newest last.
   const std::vector<Request> &requests() const { return requests_; }
+  size_t HeldBytes() const { return requests_.capacity() * sizeof(Request); }
 
  private:
   std::vector<Request> requests_;

@@ -49,6 +49,13 @@ bool IsFileOf(const Client &sender, const struct stat &status) {
 
 }  // namespace
 
+BodyFiles::Path BodyFiles::PathOf(std::string_view name) const {
+  Path path;
+  std::snprintf(path.text_.data(), path.text_.size(), "%s%.*s", directory_.c_str(), static_cast<int>(name.size()),
+                name.data());
+  return path;
+}
+
 bool BodyFiles::BelongsTo(const Client &sender, const Frame &frame) const {
   const std::string_view name = FileName(frame.body());
   struct stat status = {};
@@ -65,6 +72,10 @@ bool BodyFiles::Exists(const std::string &name) const {
 
 void BodyFiles::RemoveNamed(const std::string &name) const {
   ::unlink(PathOf(name).c_str());
+}
+
+void BodyFiles::RemoveBody(const Body &body) const {
+  ::unlink(PathOf(FileName(body)).c_str());
 }
 
 std::vector<std::string> BodyFiles::OldFiles() const {
@@ -94,25 +105,25 @@ void BodyFiles::Remove(std::span<const std::byte> frame) const {
   if (HasBodyFile(frame)) ::unlink(PathOf(FileName(BodyOf(frame))).c_str());
 }
 
-std::optional<std::vector<std::byte>> BodyFiles::Create(std::span<const std::byte> content) const {
-  return MakeNamed([&](const std::string &path) {
-    const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+std::optional<BodyFiles::Body> BodyFiles::Create(std::span<const std::byte> content) const {
+  return MakeNamed([&](const char *path) {
+    const UniqueFd file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file.valid()) return false;
     if (WriteAll(file.get(), content)) return true;
     const int error = errno;
-    ::unlink(path.c_str());
+    ::unlink(path);
     errno = error;
     return false;
   });
 }
 
 std::optional<std::vector<std::byte>> BodyFiles::Duplicate(const Frame &frame) const {
-  const std::string from = PathOf(FileName(frame.body()));
-  const auto body = MakeNamed([&](const std::string &to) { return ::link(from.c_str(), to.c_str()) == 0; });
-  if (!body) return std::nullopt;
+  const Path from = PathOf(FileName(frame.body()));
   Frame copy = frame;
-  copy.head.bodyLength = static_cast<uint32_t>(body->size());
-  std::vector<std::byte> bytes(sizeof copy.head + body->size());
+  copy.head.bodyLength = ZOR_MSG_FILE_PATH_SIZE;
+  std::vector<std::byte> bytes(sizeof copy.head + copy.head.bodyLength);  // before there is a file to leave behind
+  const auto body = MakeNamed([&](const char *to) { return ::link(from.c_str(), to) == 0; });
+  if (!body) return std::nullopt;
   std::memcpy(bytes.data(), &copy.head, sizeof copy.head);
   std::memcpy(bytes.data() + sizeof copy.head, body->data(), body->size());
   return bytes;
@@ -121,13 +132,14 @@ std::optional<std::vector<std::byte>> BodyFiles::Duplicate(const Frame &frame) c
 // Tries random names until `make` creates a file or fails for a reason other than that the name is taken. Returns the
 // body that names the file.
 template <typename Make>
-std::optional<std::vector<std::byte>> BodyFiles::MakeNamed(Make make) const {
+std::optional<BodyFiles::Body> BodyFiles::MakeNamed(Make make) const {
   constexpr int kAttempts = 8;
   std::array<char, ZOR_MSG_FILE_PATH_SIZE> path{};
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     std::snprintf(path.data(), path.size(), ZOR_PATH_MSG_FILE_FORMAT, ZOR_UTIL_GenRandomInteger());
-    const auto body = std::as_bytes(std::span(path));
-    if (make(PathOf(FileName(body)))) return std::vector<std::byte>(body.begin(), body.end());
+    Body body;
+    std::memcpy(body.data(), path.data(), body.size());
+    if (make(PathOf(FileName(body)).c_str())) return body;
     if (errno != EEXIST) break;
   }
   return std::nullopt;

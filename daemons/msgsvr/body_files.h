@@ -5,6 +5,7 @@
 #ifndef MSGSVR_BODY_FILES_H
 #define MSGSVR_BODY_FILES_H
 
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,11 +23,15 @@ class BodyFiles {
   // Whether the frame's body names a body file of this sender.
   bool BelongsTo(const Client &sender, const Frame &frame) const;
 
-  // Creates a file owned by the server. Returns the body that names it, or nothing if the system refuses.
-  std::optional<std::vector<std::byte>> Create(std::span<const std::byte> content) const;
+  // Of a message: it names the file.
+  using Body = std::array<std::byte, ZOR_MSG_FILE_PATH_SIZE>;
+  // Creates a file owned by the server. Nothing if the system refuses.
+  std::optional<Body> Create(std::span<const std::byte> content) const;
 
   bool Exists(const std::string &name) const;
   void RemoveNamed(const std::string &name) const;
+  // Removes one that was created.
+  void RemoveBody(const Body &body) const;
 
   struct Swept {
     size_t files;
@@ -59,8 +64,17 @@ class BodyFiles {
   std::vector<std::string> OldFiles() const;
   void RemoveOld(const std::string &name, Swept &swept) const;
   template <typename Make>
-  std::optional<std::vector<std::byte>> MakeNamed(Make make) const;
-  std::string PathOf(std::string_view name) const { return directory_ + std::string(name); }
+  std::optional<Body> MakeNamed(Make make) const;
+  // Takes no memory, so that files can be removed when there is none.
+  class Path {
+   public:
+    const char *c_str() const { return text_.data(); }
+
+   private:
+    friend class BodyFiles;
+    std::array<char, 4096> text_;  // the longest that the system takes
+  };
+  Path PathOf(std::string_view name) const;
 
   std::string directory_;
 };

@@ -1,7 +1,9 @@
 #include "msgsvr/bus.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <unordered_set>
 
 #include "msgsvr/unread.h"
@@ -14,6 +16,7 @@ void Bus::End(Client &client) {
   someEnded_ = true;
   LoseUnread(client);
   TakeOffTables(client);
+  client.charge.Release();
   if (verbose && client.registered()) log.Print("%s disconnected", client.Label().c_str());
 }
 
@@ -23,7 +26,7 @@ void Bus::Deafen(Client &client, int error) {
   if (client.ended || client.deaf) return;
   client.deaf = true;
   TakeOffTables(client);
-  deaf_.push_back(&client);
+  someDeaf_ = true;
 }
 
 void Bus::TakeOffTables(Client &client) {
@@ -49,12 +52,17 @@ void Bus::ForgetRead(Client &client) {
 // Counts and names what the client has not read, leaves its senders to be told, and removes the body files.
 void Bus::LoseUnread(Client &client) {
   uint64_t lost = 0;
+  uint64_t untold = 0;
   for (const Delivered &delivered : UnreadBy(client)) {
     if (delivered.bytes < ZOR_MSG_HEAD_SIZE || delivered.type == ZOR_MSG_CONTROL_COPY) continue;
     ++lost;
-    if (delivered.from != 0 && delivered.from != client.id) {
-      undelivered_.push_back({delivered.from, delivered.type, delivered.sequence});
-    }
+    if (delivered.from == 0 || delivered.from == client.id) continue;
+    const Undelivered message = {delivered.from, delivered.type, delivered.sequence};
+    if (!Try([&] { undelivered_.push_back(message); })) ++untold;
+  }
+  if (untold > 0) {
+    log.Print("%s: no memory to tell the senders of %llu messages to it", client.Label().c_str(),
+              static_cast<unsigned long long>(untold));
   }
   lost = std::max<uint64_t>(lost, MessagesFor(client));
   client.output.ForEach([&](auto message, size_t, int) { files.Remove(message); });
@@ -65,7 +73,7 @@ void Bus::LoseUnread(Client &client) {
   const uint64_t refused = client.refusals.TakeUntold();
   if (lost + refused == 0) return;
   counters.dropped += lost;
-  if (client.registered()) losses.Add(client.name, lost + client.refusals.total());
+  if (client.registered()) Try([&] { losses.Add(client.name, lost + client.refusals.total()); });  // the log has it
   log.Print("%s has ended: %s%llu messages to it unread, %llu refused before", client.Label().c_str(),
             client.reset && client.peer.local ? "at most " : "", static_cast<unsigned long long>(lost),
             static_cast<unsigned long long>(refused));
@@ -73,7 +81,7 @@ void Bus::LoseUnread(Client &client) {
 
 // A local socket only says that something was unread, so all is taken for unread that has not been seen to be read. One
 // to another board says how much has not arrived there.
-std::vector<Delivered> Bus::UnreadBy(Client &client) {
+std::span<const Delivered> Bus::UnreadBy(Client &client) {
   if (client.reset) return client.deliveries.Unproven([this](const auto &name) { return files.Exists(name); });
   const uint64_t onItsWay = client.peer.local ? 0 : UnsentBytes(client.socket.get());
   return client.deliveries.Newest(client.output.bytesLeft() + onItsWay);
@@ -87,15 +95,17 @@ size_t Bus::MessagesFor(const Client &client) {
   return count;
 }
 
-void Bus::CutOff(Client &client, const std::string &reason) {
+void Bus::CutOff(Client &client, const char *reason) {
   if (client.ended) return;
-  log.Print("%s cut off: %s", client.Label().c_str(), reason.c_str());
+  log.Print("%s cut off: %s", client.Label().c_str(), reason);
   End(client);
 }
 
 void Bus::CutOffSlow(Client &client, size_t refused) {
-  const size_t lost = MessagesFor(client) + refused;
-  CutOff(client, "its output queue is full, " + std::to_string(lost) + " messages lost");
+  std::array<char, 64> reason;
+  std::snprintf(reason.data(), reason.size(), "its output queue is full, %zu messages lost",
+                MessagesFor(client) + refused);
+  CutOff(client, reason.data());
 }
 
 void Bus::Sweep() {
@@ -106,6 +116,10 @@ void Bus::Sweep() {
 }
 
 void Bus::SweepFiles() {
+  if (!Try([this] { RemoveLeftBehind(); })) log.Print("no memory to remove body files that were left behind");
+}
+
+void Bus::RemoveLeftBehind() {
   std::unordered_set<std::string> inTransit;
   for (const Client &client : clients) {
     if (client.ended) continue;

@@ -3,6 +3,8 @@
 #define MSGSVR_BUS_H
 
 #include <list>
+#include <new>
+#include <span>
 
 #include "msgsvr/barrier.h"
 #include "msgsvr/body_files.h"
@@ -13,7 +15,9 @@
 #include "msgsvr/restful.h"
 #include "msgsvr/settings.h"
 #include "msgsvr/trace_overrides.h"
+#include "programs/accounts.h"
 #include "programs/event_poll.h"
+#include "programs/memory_reserve.h"
 #include "programs/problem_log.h"
 
 namespace zor::msgsvr {
@@ -38,6 +42,7 @@ struct Bus {
       : settings(busSettings),
         journal(busJournal),
         log(problemLog),
+        accounts({busSettings.maxClients, busSettings.userClients, busSettings.userBytes, busSettings.memoryBytes}),
         files(std::move(messageDirectory)),
         traceOverrides(busSettings.traceOverridesFile, problemLog) {}
 
@@ -47,14 +52,25 @@ struct Bus {
   // Call it when writing to the client has failed: nothing reaches it any more, but what it has written before is read
   // and routed before it ends.
   void Deafen(Client &client, int error);
-  // The clients that Deafen has found since the last call.
-  std::vector<Client *> TakeDeaf() { return std::exchange(deaf_, {}); }
+  // Whether Deafen has found any since the last call.
+  bool TakeDeaf() { return std::exchange(someDeaf_, false); }
+  // Runs a step of the server. False if there was no memory for it: then what it was for must be given up.
+  template <typename Step>
+  bool Try(Step step) {
+    try {
+      step();
+      return true;
+    } catch (const std::bad_alloc &) {
+      reserve.Spend();
+      return false;
+    }
+  }
   // The messages that clients have not read before they ended and whose senders can be told, since the last call.
   std::vector<Undelivered> TakeUndelivered() { return std::exchange(undelivered_, {}); }
   // Messages queued for the client, without copies and descriptors.
   static size_t MessagesFor(const Client &client);
   // Ends a client that has broken a rule, and logs the reason.
-  void CutOff(Client &client, const std::string &reason);
+  void CutOff(Client &client, const char *reason);
   // Ends a client that does not read, where the settings say so; so many messages did not fit its queue.
   void CutOffSlow(Client &client, size_t refused);
   // Releases the clients that have ended.
@@ -89,6 +105,8 @@ struct Bus {
   bool verbose = false;  // log clients that register and leave
   daemon::ProblemLog &log;
   daemon::EventPoll poll;
+  daemon::MemoryReserve reserve;
+  daemon::Accounts accounts;
   BodyFiles files;
   TraceOverrides traceOverrides;
   std::list<Client> clients;  // oldest connection first
@@ -107,11 +125,12 @@ struct Bus {
  private:
   void TakeOffTables(Client &client);
   void LoseUnread(Client &client);
-  std::vector<Delivered> UnreadBy(Client &client);
+  void RemoveLeftBehind();
+  std::span<const Delivered> UnreadBy(Client &client);
 
   bool someEnded_ = false;
   bool someLost_ = false;
-  std::vector<Client *> deaf_;
+  bool someDeaf_ = false;
   std::vector<Undelivered> undelivered_;
 };
 

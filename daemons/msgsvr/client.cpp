@@ -1,11 +1,41 @@
 #include "msgsvr/client.h"
 
+#include <cstdio>
+
+#include "msgsvr/boards.h"
+
 namespace zor::msgsvr {
 
-std::string Client::Label() const {
-  std::string label = registered() ? std::string(name.text()) : std::string("an unregistered client");
-  label += peer.local ? " (pid " + std::to_string(peer.pid) + ")" : " (TCP)";
+daemon::Holder HolderOf(int socket, const Peer &peer) {
+  return {peer.uid, peer.local ? int64_t{peer.pid} : int64_t{BoardAddress(socket)}};
+}
+
+Client::Client(UniqueFd connection, const Peer &other, uint64_t number, daemon::Journal &journal, size_t queueBytes,
+               daemon::Accounts &accounts)
+    : socket(std::move(connection)),
+      peer(other),
+      id(number),
+      charge(accounts, HolderOf(socket.get(), other)),
+      slot(journal, number),
+      output(slot, queueBytes) {
+  Settle();
+}
+
+Client::Text Client::Label() const {
+  Text label;
+  const std::string_view shown = registered() ? name.text() : "an unregistered client";
+  const int length = static_cast<int>(shown.size());
+  if (peer.local) {
+    std::snprintf(label.text_.data(), label.text_.size(), "%.*s (pid %d)", length, shown.data(), peer.pid);
+  } else {
+    std::snprintf(label.text_.data(), label.text_.size(), "%.*s (TCP)", length, shown.data());
+  }
   return label;
+}
+
+size_t Client::HeldBytes() const {
+  return sizeof(Client) + partial.capacity() + slot.memory() + deliveries.HeldBytes() + pending.HeldBytes() +
+         patternBytes;
 }
 
 }  // namespace zor::msgsvr

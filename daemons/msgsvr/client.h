@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -18,6 +19,7 @@
 #include "msgsvr/flows.h"
 #include "msgsvr/names.h"
 #include "msgsvr/refusals.h"
+#include "programs/accounts.h"
 #include "programs/output_queue.h"
 
 namespace zor::msgsvr {
@@ -32,24 +34,37 @@ struct Peer {
 };
 
 struct Client {
-  // Its slot is invalid if the journal has no room.
-  Client(UniqueFd connection, const Peer &other, uint64_t number, daemon::Journal &journal, size_t queueBytes)
-      : socket(std::move(connection)), peer(other), id(number), slot(journal, number), output(slot, queueBytes) {}
+  // Its slot is invalid if the journal has no room. May throw std::bad_alloc.
+  Client(UniqueFd connection, const Peer &other, uint64_t number, daemon::Journal &journal, size_t queueBytes,
+         daemon::Accounts &accounts);
 
   bool registered() const { return !name.empty(); }
   // The number of its latest message among all messages from it.
   uint32_t ordinal() const { return static_cast<uint32_t>(counters.in); }
-  // Its name in log lines.
-  std::string Label() const;
+  // Its name in log lines, which takes no memory.
+  class Text {
+   public:
+    const char *c_str() const { return text_.data(); }
+
+   private:
+    friend struct Client;
+    std::array<char, 64> text_{};
+  };
+  Text Label() const;
+  // Updates what it is charged.
+  void Settle() { charge.Set(HeldBytes()); }
 
   UniqueFd socket;
   Peer peer;
   uint64_t id;
+  daemon::Charge charge;
   AppName name;               // empty until the server has granted one
   uint64_t registration = 0;  // its number among all registrations
 
   std::vector<std::byte> partial;  // the start of an incomplete frame
   UniqueFd halfDescriptor;         // received with the first of its two bytes, which is all of `partial`
+  bool backlog = false;            // `partial` holds more than was its due; `halfDescriptor` belongs to its end
+  size_t readSize = SIZE_MAX;      // as much of its input as is its due in a turn
   daemon::JournalSlot slot;
   daemon::OutputQueue output;
   uint64_t lastTarget = 0;  // id of the client that received its latest message
@@ -61,6 +76,7 @@ struct Client {
   Flows flows;
   Refusals refusals;
   EventGap gap;
+  size_t patternBytes = 0;  // of its restful patterns
 
   EventSet events;
   bool leaving = false;  // another daemon has asked it to exit for good
@@ -70,18 +86,25 @@ struct Client {
   bool reportMissed = false;
 
   // State in the event loop.
-  bool ended = false;     // no longer on the bus; released at the end of the turn
-  bool deaf = false;      // nothing can be written to it; what it has written before is still read
-  bool reset = false;     // its end was closed before it had read everything
-  bool readable = false;  // may pause unread bytes
-  bool queued = false;    // in the list of clients to read
-  bool hungUp = false;    // the peer has closed its end: read to the end
-  bool paused = false;    // not read for a while, see PausedSenders
-  bool flushing = false;  // its queue is sent when the socket becomes writable
-  bool stalled = false;   // reads nothing: no sender is paused for it
-  uint64_t flushes = 0;   // times that its socket has become writable again
+  bool ended = false;           // no longer on the bus; released at the end of the turn
+  bool deaf = false;            // nothing can be written to it; what it has written before is still read
+  bool reset = false;           // its end was closed before it had read everything
+  bool readable = false;        // may pause unread bytes
+  bool queued = false;          // in the list of clients to read
+  Client *nextReady = nullptr;  // in that list
+  bool hungUp = false;          // the peer has closed its end: read to the end
+  bool paused = false;          // not read for a while, see PausedSenders
+  bool flushing = false;        // its queue is sent when the socket becomes writable
+  bool stalled = false;         // reads nothing: no sender is paused for it
+  uint64_t flushes = 0;         // times that its socket has become writable again
   int unsentWhenStalled = 0;
+
+ private:
+  size_t HeldBytes() const;
 };
+
+// To whom a connection is charged.
+daemon::Holder HolderOf(int socket, const Peer &peer);
 
 }  // namespace zor::msgsvr
 

@@ -134,6 +134,7 @@ void Describe(Fields &fields, Record &record) {
   fields(18, record.unsentWhenStalled);
   fields(19, record.pause);
   fields(20, record.registerBy);
+  fields(21, record.backlog);
 }
 
 }  // namespace zor::msgsvr

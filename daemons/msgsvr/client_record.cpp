@@ -87,6 +87,7 @@ ClientRecord ClientRecordOf(const Bus &bus, const Client &client) {
   record.socket = client.socket.get();
   record.halfDescriptor = client.halfDescriptor.get();
   record.partial = client.partial;
+  record.backlog = client.backlog;
   record.queueBytes = client.output.maxBytes();
   record.queue = QueueOf(client);
   record.lastTarget = client.lastTarget;
@@ -115,7 +116,8 @@ const char *ProblemOf(const ClientRecord &record) {
   if (!AreTimes(record)) return "its times are wrong";
   if (record.partial.size() > kInputBuffer) return "its input is too long";
   const bool half = record.halfDescriptor >= 0;
-  if (half && (record.partial.size() != 1 || record.partial[0] != std::byte{0})) return "its input is malformed";
+  if (half && !record.backlog && (record.partial.size() != 1 || record.partial[0] != std::byte{0}))
+    return "its input is malformed";
   if (!IsQueue(record.queue)) return "its queue is malformed";
   if (!std::ranges::all_of(record.pending, [](const auto &request) { return request.to.IsTerminated(); })) {
     return "its pending requests are malformed";

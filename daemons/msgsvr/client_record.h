@@ -72,6 +72,7 @@ struct ClientRecord {
   int socket = -1;
   int halfDescriptor = -1;
   std::vector<std::byte> partial;
+  bool backlog = false;  // it holds whole frames, and the descriptor belongs to its end
   size_t queueBytes = 0;
   std::vector<QueuedRecord> queue;
   uint64_t lastTarget = 0;

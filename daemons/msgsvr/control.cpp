@@ -70,9 +70,13 @@ void Control::Send(Client &to, const Frame &request, const ControlReply &reply) 
 void Control::SendInFile(Client &to, const Frame &request, const ControlReply &reply) {
   const auto body = bus_.files.Create(std::as_bytes(std::span(reply.body)));
   if (!body) return delivery_.Reply(to, request, ZOR_CONTROL_FAILED);
-  const auto frame =
-      BuildFrame(request.type() | ZOR_MSG_BODY_IN_FILE, request.head.sequence, to.name, reply.result, *body);
-  if (!delivery_.Send(to, frame)) bus_.files.Remove(frame);
+  bool sent = false;
+  const bool hasMemory = bus_.Try([&] {
+    const uint32_t type = request.type() | ZOR_MSG_BODY_IN_FILE;
+    sent = delivery_.Send(to, BuildFrame(type, request.head.sequence, to.name, reply.result, *body));
+  });
+  if (!sent) bus_.files.RemoveBody(*body);
+  if (!hasMemory) delivery_.Reply(to, request, ZOR_CONTROL_FAILED);
 }
 
 Control::ControlReply Control::List(Client &from, const Frame &, Body body) {

@@ -21,6 +21,8 @@ const PendingRequests::Request *LatestRequest(const Client &client) {
 }  // namespace
 
 bool Deadlocks::Look() {
+  edges_.clear();  // the latest look may have been given up
+  kernel_.reset();
   bool unsettled = CollectEdges();
   for (Circle &circle : circles_) circle.lasts = false;
   size_t walk = 0;

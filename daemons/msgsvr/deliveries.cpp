@@ -48,11 +48,11 @@ Deliveries::Unread Deliveries::UnreadOf(uint64_t bytes, size_t queued, uint32_t 
   return unread;
 }
 
-std::vector<Delivered> Deliveries::Newest(uint64_t bytes) const {
+std::span<const Delivered> Deliveries::Newest(uint64_t bytes) const {
   uint64_t covered = 0;
-  auto first = records_.end();
-  while (first != records_.begin() && covered < bytes) covered += (--first)->bytes;
-  return {first, records_.end()};
+  size_t first = records_.size();
+  while (first > 0 && covered < bytes) covered += records_[--first].bytes;
+  return std::span(records_).subspan(first);
 }
 
 }  // namespace zor::msgsvr

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,11 @@ class Deliveries {
   explicit Deliveries(State state);
   State state() const { return {records_, files_, base_}; }
 
+  // Makes room for one more message, so that noting it cannot fail afterwards. Throws std::bad_alloc.
+  void Reserve(bool bodyInFile) {
+    if (records_.size() == records_.capacity()) records_.reserve(std::max(kFirstRoom, 2 * records_.size()));
+    if (bodyInFile && files_.size() == files_.capacity()) files_.reserve(2 * files_.size() + 1);
+  }
   void Add(const Delivered &delivered) { records_.push_back(delivered); }
   // Notes the body file of the message that is added next.
   void AddFile(std::string name) { files_.push_back({base_ + records_.size(), std::move(name)}); }
@@ -76,15 +82,18 @@ class Deliveries {
   // Describes this many unread bytes, which hold at least `queued` messages.
   Unread UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const;
   // The records that hold the last so many bytes.
-  std::vector<Delivered> Newest(uint64_t bytes) const;
+  std::span<const Delivered> Newest(uint64_t bytes) const;
   // All that may be unread: whatever precedes a file that has been deleted was read.
   template <typename Exists>
-  std::vector<Delivered> Unproven(Exists exists) {
+  std::span<const Delivered> Unproven(Exists exists) {
     ForgetReadFiles(exists);
     return records_;
   }
 
   const std::vector<File> &files() const { return files_; }
+  size_t HeldBytes() const {
+    return records_.capacity() * sizeof(Delivered) + files_.capacity() * (sizeof(File) + kFileNameBytes);
+  }
 
  private:
   template <typename Exists>
@@ -106,6 +115,8 @@ class Deliveries {
   size_t checkFilesAt_ = 1;
 
   static constexpr size_t kFirstCheck = 4;
+  static constexpr size_t kFirstRoom = 8;
+  static constexpr size_t kFileNameBytes = 64;  // that a file's name costs at most
 };
 
 }  // namespace zor::msgsvr

@@ -25,16 +25,24 @@ size_t CountFrames(std::span<const std::byte> frames) {
 
 void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
   const bool continues = runTo_ == &to && run_.data() + run_.size() == frame.bytes.data();
+  if (noticesTo_ == &to) FlushNotices();
   if (!continues) {
     FlushRun();
     bus_.ForgetRead(to);
+  }
+  // What may fail comes first.
+  std::string file;
+  if (frame.bodyInFile()) file = BodyFiles::NameIn(frame.bytes);
+  to.deliveries.Reserve(frame.bodyInFile());
+  if (frame.head.sequence != 0) from.pending.Reserve();
+  if (!continues) {
     runFrom_ = &from;
     runTo_ = &to;
     run_ = frame.bytes.first(0);
   }
   run_ = {run_.data(), run_.size() + frame.bytes.size()};
   from.lastTarget = to.id;
-  if (frame.bodyInFile()) to.deliveries.AddFile(BodyFiles::NameIn(frame.bytes));
+  if (frame.bodyInFile()) to.deliveries.AddFile(std::move(file));
   bus_.CountDelivery(to, frame.head, frame.type() == ZOR_MSG_SEND_FAILED_NOTICE ? 0 : from.id);
   from.flows.Count(to.id, frame.type());
   const bool isReply = to.pending.TakeReply(from.name, frame.type(), frame.head.sequence);
@@ -75,12 +83,20 @@ void Delivery::TakeBack(Client &to, std::span<const std::byte> frames) {
 }
 
 bool Delivery::Send(Client &to, std::span<const std::byte> frame) {
+  return TrySend(to, frame) || Refused(to, frame);
+}
+
+bool Delivery::TrySend(Client &to, std::span<const std::byte> frame) {
   FlushRun();
+  if (noticesTo_ == &to) FlushNotices();
   const ZOR_MSG_HEAD head = HeadOf(frame);
+  const bool bodyInFile = (head.type & ZOR_MSG_BODY_IN_FILE) != 0;
   bus_.ForgetRead(to);
-  const bool sent = Write(to, frame) == frame.size();
-  if (!sent) return Refused(to, frame);
-  if ((head.type & ZOR_MSG_BODY_IN_FILE) != 0) to.deliveries.AddFile(BodyFiles::NameIn(frame));
+  std::string file;
+  if (bodyInFile) file = BodyFiles::NameIn(frame);
+  to.deliveries.Reserve(bodyInFile);
+  if (Write(to, frame) < frame.size()) return false;
+  if (bodyInFile) to.deliveries.AddFile(std::move(file));
   bus_.CountDelivery(to, head, 0);
   Copy(frame, to.name, ZOR_CONTROL_DELIVERED);
   return true;
@@ -96,15 +112,20 @@ bool Delivery::Refused(Client &to, std::span<const std::byte> frame) {
 
 // The notice and the event go together or not at all: an event that overtakes the notice would hide the gap.
 bool Delivery::SendEvent(Client &to, std::span<const std::byte> event) {
-  bool mayGo = true;
-  if (to.gap.wanted() && !to.gap.empty()) {
-    const auto notice = BuildFrame(ZOR_MSG_CONTROL_GAP, 0, to.name, ZOR_CONTROL_OK, to.gap.Body());
-    mayGo = to.output.Fits({notice.size(), event.size()}) && Send(to, notice);
-    if (mayGo) to.gap.Clear();
-  }
-  const bool sent = mayGo ? Send(to, event) : Refused(to, event);
-  if (!sent && to.gap.wanted()) to.gap.Add(HeadOf(event).type & ZOR_MSG_TYPE_MASK);
-  return sent;
+  bool sent = false;
+  bus_.Try([&] { sent = TellGap(to, event) && TrySend(to, event); });
+  if (sent) return true;
+  if (to.gap.wanted()) to.gap.Add(HeadOf(event).type & ZOR_MSG_TYPE_MASK);
+  return Refused(to, event);
+}
+
+// False if the event cannot follow.
+bool Delivery::TellGap(Client &to, std::span<const std::byte> event) {
+  if (!to.gap.wanted() || to.gap.empty()) return true;
+  const auto notice = BuildFrame(ZOR_MSG_CONTROL_GAP, 0, to.name, ZOR_CONTROL_OK, to.gap.Body());
+  if (!to.output.Fits({notice.size(), event.size()}) || !TrySend(to, notice)) return false;
+  to.gap.Clear();
+  return true;
 }
 
 // A message to the client was refused.
@@ -112,17 +133,51 @@ void Delivery::Missed(Client &to) {
   if (to.ended || to.deaf) return;
   ++to.counters.dropped;
   if (!to.refusals.Add(bus_.nowMs)) return;
-  bus_.log.Print("%s does not read: its queue is full, messages to it are refused", to.Label().c_str());
+  const bool hasRoom = to.output.Fits({kMaxFrameSize});
+  bus_.log.Print("%s does not read: its %s, messages to it are refused", to.Label().c_str(),
+                 hasRoom ? "share of the memory is used up" : "queue is full");
 }
 
 void Delivery::TellUndelivered() {
   for (auto lost = bus_.TakeUndelivered(); !lost.empty(); lost = bus_.TakeUndelivered()) {
+    Client *from = nullptr;
     for (const Undelivered &message : lost) {
-      Client *from = bus_.Find(message.from);
+      if (from == nullptr || from->id != message.from || from->ended) from = bus_.Find(message.from);
       if (from == nullptr || from->deaf) continue;
       from->pending.Undo(message.type, message.sequence);
-      Send(*from, BuildFrame(ZOR_MSG_SEND_FAILED_NOTICE, message.sequence, from->name, message.type));
+      AddNotice(*from, message.type, message.sequence);
     }
+    FlushNotices();
+  }
+}
+
+void Delivery::AddNotice(Client &to, uint32_t type, uint32_t sequence) {
+  if (runTo_ == &to) FlushRun();
+  if (noticesTo_ != &to || noticesSize_ == notices_.size()) FlushNotices();
+  noticesTo_ = &to;
+  ZOR_MSG_HEAD head{};
+  head.type = ZOR_MSG_SEND_FAILED_NOTICE;
+  head.sequence = sequence;
+  head.data = type;
+  std::memcpy(head.destination, to.name.field().data(), to.name.field().size());
+  std::memcpy(notices_.data() + noticesSize_, &head, sizeof head);
+  noticesSize_ += sizeof head;
+}
+
+void Delivery::FlushNotices() {
+  if (noticesSize_ == 0) return;
+  const auto notices = std::span<const std::byte>(notices_).first(std::exchange(noticesSize_, 0));
+  Client &to = *std::exchange(noticesTo_, nullptr);
+  bus_.ForgetRead(to);
+  const size_t taken = Write(to, notices);
+  for (size_t offset = 0; offset < notices.size(); offset += ZOR_MSG_HEAD_SIZE) {
+    const auto notice = notices.subspan(offset, ZOR_MSG_HEAD_SIZE);
+    if (offset >= taken) {
+      Refused(to, notice);
+      continue;
+    }
+    bus_.Try([&] { bus_.CountDelivery(to, HeadOf(notice), 0); });  // else it is counted as read
+    Copy(notice, to.name, ZOR_CONTROL_DELIVERED);
   }
 }
 
@@ -138,7 +193,7 @@ void Delivery::Refuse(Client &from, std::span<const std::byte> frame, const AppN
   Copy(frame, to, ZOR_CONTROL_UNDELIVERED);
   // An undeliverable notice must not cause another one.
   if (type == ZOR_MSG_SEND_FAILED_NOTICE) return;
-  Send(from, BuildFrame(ZOR_MSG_SEND_FAILED_NOTICE, head.sequence, from.name, type));
+  AddNotice(from, type, head.sequence);
 }
 
 void Delivery::DropUndelivered(Client &from, std::span<const std::byte> frame, const AppName &to) {
@@ -148,12 +203,15 @@ void Delivery::DropUndelivered(Client &from, std::span<const std::byte> frame, c
 
 void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
   FlushRun();
+  FlushNotices();
   Client *to = bus_.Find(from.lastTarget);
   if (to == nullptr || !to->peer.local) {
     bus_.log.Print("%s: descriptor dropped: its latest message had no local receiver", from.Label().c_str());
     return;
   }
-  if (!to->output.Push(kDescriptorFrame, 0, std::move(descriptor))) {
+  bool pushed = false;
+  bus_.Try([&] { pushed = to->output.Push(kDescriptorFrame, 0, std::move(descriptor)); });
+  if (!pushed) {
     if (bus_.settings.cutOffSlowReaders) return bus_.CutOffSlow(*to, 0);
     Missed(*to);
     return LogLostDescriptor(*to, "too many unread");
@@ -161,7 +219,7 @@ void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
   if (!to->flushing) FlushQueue(*to);
   if (to->deaf) return;
   if (!to->output.empty()) WatchForOutput(*to);
-  to->deliveries.Add({kDescriptorFrame.size(), bus_.nowMs, 0, 0, 0});
+  bus_.Try([&] { to->deliveries.Add({kDescriptorFrame.size(), bus_.nowMs, 0, 0, 0}); });
 }
 
 void Delivery::Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome) {
@@ -172,15 +230,11 @@ void Delivery::Copy(std::span<const std::byte> frame, const AppName &receiver, u
 
 void Delivery::FlushCopies() {
   if (bus_.monitors.empty()) return;
-  // Collected first, because ending a client changes the list.
-  std::vector<Client *> idle;
   bus_.monitors.ForEach([&](Client &client) {
-    if (!client.flushing && !client.output.empty()) idle.push_back(&client);
+    if (client.flushing || client.output.empty()) return;
+    FlushQueue(client);
+    if (!client.ended && !client.output.empty()) WatchForOutput(client);
   });
-  for (Client *client : idle) {
-    FlushQueue(*client);
-    if (!client->ended && !client->output.empty()) WatchForOutput(*client);
-  }
 }
 
 void Delivery::FlushQueue(Client &client) {
@@ -192,6 +246,7 @@ void Delivery::FlushQueue(Client &client) {
     LogLostDescriptor(client, "too many in flight");
   }
   if (state == daemon::OutputQueue::State::kBroken) return bus_.Deafen(client, errno);
+  client.Settle();
   ++client.flushes;
   client.stalled = false;
   if (state != daemon::OutputQueue::State::kDrained) return;
@@ -217,12 +272,21 @@ size_t Delivery::Write(Client &to, std::span<const std::byte> frames) {
   return taken;
 }
 
-// A frame of which a part has been sent always fits, since the queue is empty then.
+// A frame of which a part has been sent always fits, since the queue is empty then; only memory may be missing.
+bool Delivery::Push(Client &to, std::span<const std::byte> frame, size_t begun) {
+  if (begun == 0 && !to.charge.MayTake(daemon::OutputQueue::CostOf(frame.size()))) return false;
+  bool pushed = false;
+  bus_.Try([&] { pushed = to.output.Push(frame, begun); });
+  if (!pushed && begun > 0) bus_.CutOff(to, "no memory for the rest of a message to it");
+  if (pushed) to.Settle();
+  return pushed;
+}
+
 size_t Delivery::Queue(Client &to, std::span<const std::byte> frames, size_t sent) {
   for (size_t offset = 0; offset < frames.size();) {
     const size_t size = FrameSize(frames.subspan(offset));
     const size_t begun = sent > offset ? sent - offset : 0;
-    if (begun < size && !to.output.Push(frames.subspan(offset, size), begun)) {
+    if (begun < size && !Push(to, frames.subspan(offset, size), begun)) {
       if (bus_.settings.cutOffSlowReaders) bus_.CutOffSlow(to, CountFrames(frames.subspan(offset)));
       return offset;
     }

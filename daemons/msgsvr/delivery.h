@@ -10,6 +10,7 @@
 #ifndef MSGSVR_DELIVERY_H
 #define MSGSVR_DELIVERY_H
 
+#include <array>
 #include <span>
 
 #include "msgsvr/bus.h"
@@ -25,18 +26,22 @@ class Delivery {
  public:
   explicit Delivery(Bus &bus) : bus_(bus) {}
 
-  // Adds a frame to the run, which must be flushed before the receive buffer is reused.
+  // Adds a frame to the run, which must be flushed before the receive buffer is reused. Throws std::bad_alloc, with
+  // nothing changed.
   void Forward(Client &from, Client &to, const Frame &frame);
   void FlushRun();
 
-  // Sends one frame now. False if the client cannot take it: the frame is lost, its body file is left alone.
+  // Sends one frame now. False if the client cannot take it: the frame is lost, its body file is left alone. Throws
+  // std::bad_alloc before anything is sent.
   bool Send(Client &to, std::span<const std::byte> frame);
   // Sends the server's reply to a request.
   void Reply(Client &to, const Frame &request, uint32_t data = 0, std::span<const std::byte> body = {});
-  // Sends the notice that the message could not be delivered to that name. Its body file is left alone.
+  // Notifies the sender that the message could not be delivered to that name; FlushNotices sends what was collected.
+  // Its body file is left alone. Needs no memory.
   void Refuse(Client &from, std::span<const std::byte> frame, const AppName &to);
   // The same, and deletes the body file, which must belong to the sender.
   void DropUndelivered(Client &from, std::span<const std::byte> frame, const AppName &to);
+  void FlushNotices();
   // Passes a descriptor on to the client that received the sender's latest message.
   void PassDescriptor(Client &from, UniqueFd descriptor);
 
@@ -49,7 +54,8 @@ class Delivery {
   // Call it when the client's socket has become writable.
   void FlushQueue(Client &client);
 
-  // Sends an event to a subscriber, after the notice of events that it has missed, if it wants one.
+  // Sends an event to a subscriber, after the notice of events that it has missed, if it wants one. False if it cannot
+  // take it, or there is no memory.
   bool SendEvent(Client &to, std::span<const std::byte> event);
   // Tells the senders of messages that went unread.
   void TellUndelivered();
@@ -59,8 +65,12 @@ class Delivery {
 
  private:
   void Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome);
+  bool TrySend(Client &to, std::span<const std::byte> frame);
+  bool TellGap(Client &to, std::span<const std::byte> event);
+  void AddNotice(Client &to, uint32_t type, uint32_t sequence);
   size_t Write(Client &to, std::span<const std::byte> frames);
   size_t Queue(Client &to, std::span<const std::byte> frames, size_t sent);
+  bool Push(Client &to, std::span<const std::byte> frame, size_t begun);
   void WatchForOutput(Client &to);
   bool Refused(Client &to, std::span<const std::byte> frame);
   void Missed(Client &to);
@@ -71,6 +81,11 @@ class Delivery {
   Client *runFrom_ = nullptr;
   Client *runTo_ = nullptr;
   std::span<const std::byte> run_;
+  // Notices for one client, which are sent together.
+  static constexpr size_t kNotices = 64;
+  Client *noticesTo_ = nullptr;
+  size_t noticesSize_ = 0;
+  std::array<std::byte, kNotices * ZOR_MSG_HEAD_SIZE> notices_;
   Client *congested_ = nullptr;
 };
 

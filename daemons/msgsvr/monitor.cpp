@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <cstring>
+#include <new>
 
 namespace zor::msgsvr {
 namespace {
@@ -113,9 +114,7 @@ void Monitors::Copy(std::span<const std::byte> frame, const AppName &receiver, u
     bool queued = false;
     if (client.output.bytes() < client.output.maxBytes() / 2) {
       if (!copy) copy.emplace(frame, receiver, outcome);
-      const std::span<const std::byte> bytes = copy->For(client.name, monitor.missed);
-      queued = client.output.Push(bytes);
-      if (queued) client.deliveries.Add({static_cast<uint32_t>(bytes.size()), nowMs, ZOR_MSG_CONTROL_COPY, 0, 0});
+      queued = Queue(client, copy->For(client.name, monitor.missed), nowMs);
     }
     if (queued) {
       monitor.missed = 0;
@@ -123,6 +122,19 @@ void Monitors::Copy(std::span<const std::byte> frame, const AppName &receiver, u
       ++monitor.missed;
     }
   }
+}
+
+bool Monitors::Queue(Client &client, std::span<const std::byte> copy, uint32_t nowMs) {
+  if (!client.charge.MayTake(daemon::OutputQueue::CostOf(copy.size()))) return false;
+  try {
+    client.deliveries.Reserve(false);
+    if (!client.output.Push(copy)) return false;
+  } catch (const std::bad_alloc &) {
+    return false;
+  }
+  client.deliveries.Add({static_cast<uint32_t>(copy.size()), nowMs, ZOR_MSG_CONTROL_COPY, 0, 0});
+  client.Settle();
+  return true;
 }
 
 bool Monitors::Filter::Matches(const AppName &source, const AppName &receiver, uint32_t type) const {

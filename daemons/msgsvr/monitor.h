@@ -39,9 +39,14 @@ class Monitors {
   // ZOR_CONTROL_UNDELIVERED.
   void Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome, uint32_t nowMs);
 
+  // Calls `visit` with each client, which it may remove.
   template <typename Visit>
   void ForEach(Visit visit) const {
-    for (const Monitor &monitor : monitors_) visit(*monitor.client);
+    for (size_t i = 0; i < monitors_.size();) {
+      Client &client = *monitors_[i].client;
+      visit(client);
+      if (i < monitors_.size() && monitors_[i].client == &client) ++i;
+    }
   }
 
  private:
@@ -57,6 +62,8 @@ class Monitors {
     Filter filter;
     uint32_t missed;
   };
+  // False if it does not fit.
+  static bool Queue(Client &client, std::span<const std::byte> copy, uint32_t nowMs);
   static std::optional<Filter> Parse(const ZOR_CONTROL_FILTER &filter);
   std::vector<Monitor>::iterator Of(const Client &client);
 

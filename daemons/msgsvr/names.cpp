@@ -42,7 +42,13 @@ size_t AppNameHash::operator()(const AppName &name) const noexcept {
 }
 
 void NameTable::Add(const AppName &name, Client &client) {
-  byName_[name].push_back(&client);
+  std::vector<Client *> &clients = byName_[name];
+  try {
+    clients.push_back(&client);
+  } catch (...) {
+    if (clients.empty()) byName_.erase(name);
+    throw;
+  }
   client.registration = ++lastRegistration_;
 }
 

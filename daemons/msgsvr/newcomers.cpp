@@ -27,16 +27,20 @@ void Newcomers::Restore(uint64_t id, Clock::time_point due) {
   if (newcomers_.size() == 1) Arm();
 }
 
-std::vector<uint64_t> Newcomers::TakeDue() {
+void Newcomers::TakeTimer() {
   uint64_t expirations;
-  if (::read(timer_.get(), &expirations, sizeof expirations) != sizeof expirations) return {};
-  std::vector<uint64_t> due;
-  const Clock::time_point now = Clock::now();
-  for (; !newcomers_.empty() && newcomers_.front().due <= now; newcomers_.pop_front()) {
-    due.push_back(newcomers_.front().id);
+  if (::read(timer_.get(), &expirations, sizeof expirations) < 0) return;  // set anew below
+}
+
+std::optional<uint64_t> Newcomers::TakeDue() {
+  if (newcomers_.empty()) return std::nullopt;
+  const Newcomer first = newcomers_.front();
+  if (first.due > Clock::now()) {
+    Arm();
+    return std::nullopt;
   }
-  if (!newcomers_.empty()) Arm();
-  return due;
+  newcomers_.pop_front();
+  return first.id;
 }
 
 void Newcomers::Arm() {

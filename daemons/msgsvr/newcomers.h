@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
-#include <vector>
 
 #include "common/unique_fd.h"
 
@@ -25,8 +24,10 @@ class Newcomers {
   std::optional<std::chrono::steady_clock::time_point> DueOf(uint64_t id) const;
   // The client has connected before this server began. Call it before Add, in the order of their times.
   void Restore(uint64_t id, std::chrono::steady_clock::time_point due);
-  // Removes and returns those whose time is over.
-  std::vector<uint64_t> TakeDue();
+  // Call it when the timer is readable, then TakeDue until it returns none.
+  void TakeTimer();
+  // Removes and returns one whose time is over; sets the timer when there is none.
+  std::optional<uint64_t> TakeDue();
 
  private:
   using Clock = std::chrono::steady_clock;

@@ -13,9 +13,9 @@ void PausedSenders::Add(Client &sender, Client &reader, Clock::time_point now) {
   if (sender.paused || reader.ended || reader.deaf) return;
   const Progress progress = ProgressOf(reader);
   if (reader.stalled && progress == Progress{reader.flushes, reader.unsentWhenStalled}) return;
+  pausedSenders_.push_back({&sender, &reader, now + limits::msgsvr::kSenderPause, progress, now});
   reader.stalled = false;
   sender.paused = true;
-  pausedSenders_.push_back({&sender, &reader, now + limits::msgsvr::kSenderPause, progress, now});
 }
 
 void PausedSenders::Restore(const Pause &pause) {

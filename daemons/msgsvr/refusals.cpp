@@ -35,13 +35,20 @@ bool Refusals::MayTell(uint32_t nowMs) const {
   return !state_.told || nowMs - state_.toldMs >= limits::msgsvr::kRefusalPauseMs;
 }
 
+EventGap::EventGap(State state) : state_(std::move(state)) {
+  if (state_.wanted) state_.types.reserve(limits::msgsvr::kGapTypes);
+}
+
 void EventGap::Want(bool wanted) {
-  state_ = {};
+  if (wanted) state_.types.reserve(limits::msgsvr::kGapTypes);  // so that counting takes no memory
+  Clear();
   state_.wanted = wanted;
 }
 
 void EventGap::Clear() {
-  Want(state_.wanted);
+  state_.sinceUs = 0;
+  state_.events = 0;
+  state_.types.clear();
 }
 
 void EventGap::Add(uint32_t type) {

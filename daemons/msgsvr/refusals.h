@@ -57,7 +57,7 @@ class EventGap {
   };
 
   EventGap() = default;
-  explicit EventGap(State state) : state_(std::move(state)) {}
+  explicit EventGap(State state);
   const State &state() const { return state_; }
 
   bool wanted() const { return state_.wanted; }

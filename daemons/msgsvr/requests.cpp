@@ -125,7 +125,10 @@ void Requests::SyncWait(Client &from, const Frame &frame, Body body) {
 // The poster does not wait, so it gets no reply.
 void Requests::SyncPost(Client &, const Frame &, Body body) {
   for (const auto &waiter : bus_.barriers.Post(AppName(TextOf(body)))) {
-    delivery_.Send(*waiter.client, BuildFrame(ZOR_MSG_SYNC_WAIT, waiter.sequence, waiter.client->name, 0));
+    Client &client = *waiter.client;
+    const bool told =
+        bus_.Try([&] { delivery_.Send(client, BuildFrame(ZOR_MSG_SYNC_WAIT, waiter.sequence, client.name, 0)); });
+    if (!told) bus_.CutOff(client, "no memory for the end of its wait");
   }
 }
 

@@ -3,18 +3,17 @@
 #include <algorithm>
 
 #include "common/path_pattern.h"
+#include "msgsvr/client.h"
 #include "programs/limits.h"
 
 namespace zor::msgsvr {
 
 bool RestfulPatterns::Add(Client &client, std::string_view patternList) {
-  const auto cost = [](std::string_view list) { return list.size() + sizeof(Entry); };
-  size_t held = cost(patternList);
-  for (const Entry &entry : entries_) {
-    if (entry.client == &client) held += cost(entry.patternList);
-  }
-  if (held > limits::msgsvr::kPatternBytes) return false;
+  const size_t cost = patternList.size() + sizeof(Entry);
+  if (client.patternBytes + cost > limits::msgsvr::kPatternBytes || !client.charge.MayTake(cost)) return false;
   entries_.push_back({&client, std::string(patternList), ++lastOrder_});
+  client.patternBytes += cost;
+  client.Settle();
   return true;
 }
 

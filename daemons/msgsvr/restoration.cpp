@@ -72,7 +72,8 @@ void Restoration::RestoreClient(const ClientRecord &record) {
   const Peer peer = {standing.local, standing.uid, standing.pid};
   const size_t queueBytes =
       std::clamp<size_t>(record.queueBytes, bus_.settings.queueBytes, limits::msgsvr::kMostQueueBytes);
-  Client &client = bus_.clients.emplace_back(UniqueFd(), peer, standing.id, bus_.journal, queueBytes);
+  Client &client = bus_.clients.emplace_back(descriptors_.Take(record.socket), peer, standing.id, bus_.journal,
+                                             queueBytes, bus_.accounts);
   if (!client.slot.valid()) {
     bus_.log.Print("a client cut off: no memory");
     return bus_.clients.pop_back();
@@ -89,8 +90,9 @@ void Restoration::RestoreClient(const ClientRecord &record) {
 // Returns why it cannot be restored; null if it has been.
 const char *Restoration::Fill(Client &client, const ClientRecord &record) {
   const StandingRecord &standing = record.standing;
-  if (!TakeSocket(client, record)) return "its socket is missing";
+  if (!CheckSockets(client, record)) return "its socket is missing";
   client.partial = record.partial;
+  client.backlog = record.backlog;
   client.since = standing.since;
   client.events = SetOf(standing.events);
   client.leaving = standing.leaving;
@@ -112,12 +114,12 @@ const char *Restoration::Fill(Client &client, const ClientRecord &record) {
   client.readable = true;
   if (!Queue(client, record)) return "what is queued for it cannot be restored";
   client.flushing = !client.output.empty();
+  client.Settle();
   const uint32_t events = client.flushing ? kClientEvents | EPOLLOUT : kClientEvents;
   return bus_.poll.Add(client.socket.get(), events, &client) ? nullptr : "it cannot be watched";
 }
 
-bool Restoration::TakeSocket(Client &client, const ClientRecord &record) {
-  client.socket = descriptors_.Take(record.socket);
+bool Restoration::CheckSockets(Client &client, const ClientRecord &record) {
   client.halfDescriptor = descriptors_.Take(record.halfDescriptor);
   return IsConnection(client.socket.get(), client.peer.local) &&
          (record.halfDescriptor < 0 || client.halfDescriptor.valid());

@@ -31,7 +31,7 @@ class Restoration {
   void RestoreBus(const BusRecord &record);
   void RestoreClient(const ClientRecord &record);
   const char *Fill(Client &client, const ClientRecord &record);
-  bool TakeSocket(Client &client, const ClientRecord &record);
+  bool CheckSockets(Client &client, const ClientRecord &record);
   bool Queue(Client &client, const ClientRecord &record);
   template <typename Record, typename OrderOf, typename Repeat>
   void RepeatInOrder(std::vector<Record> records, OrderOf orderOf, Repeat repeat);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "programs/limits.h"
+
 namespace zor::msgsvr {
 namespace {
 
@@ -20,7 +22,7 @@ bool IsRestful(uint32_t type) {
 
 size_t Router::Route(Client &from, std::span<std::byte> bytes) {
   size_t used = 0;
-  while (!from.ended) {
+  for (size_t routed = 0; !from.ended && routed < limits::msgsvr::kMessagesInTurn; ++routed) {
     Parsed parsed = ParseFrame(bytes.subspan(used));
     if (parsed.state == Parsed::State::kPartial) break;
     if (parsed.state == Parsed::State::kMalformed) {
@@ -28,10 +30,21 @@ size_t Router::Route(Client &from, std::span<std::byte> bytes) {
       break;
     }
     used += parsed.frame.bytes.size();
-    RouteFrame(from, parsed.frame);
+    if (!bus_.Try([&] { RouteFrame(from, parsed.frame); })) GiveUp(from, parsed.frame);
   }
   delivery_.FlushRun();
+  delivery_.FlushNotices();
   return used;
+}
+
+// There was no memory for it. A client without a name is not told of what it needs.
+void Router::GiveUp(Client &from, const Frame &frame) {
+  if (from.ended) return;
+  if (!from.registered() || (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty())) {
+    return bus_.CutOff(from, "no memory to register it");
+  }
+  bus_.log.Print("%s: a message of type 0x%x refused: no memory", from.Label().c_str(), frame.type());
+  delivery_.DropUndelivered(from, frame.bytes, frame.destination);
 }
 
 void Router::RouteFrame(Client &from, Frame &frame) {
@@ -77,21 +90,33 @@ void Router::PublishEvent(Client &from, const Frame &frame) {
 // event; the original goes to the last one.
 void Router::PublishEventInFile(Client &from, const Frame &frame) {
   if (subscribers_.empty()) return bus_.files.Remove(frame.bytes);
+  const auto copies = MakeCopies(from, frame);
+  for (size_t i = 0; i < copies.size(); ++i) {
+    if (!copies[i].empty() && !delivery_.SendEvent(*subscribers_[i], copies[i])) bus_.files.Remove(copies[i]);
+  }
+}
+
+// One for each subscriber; empty where there is none. Without memory there are no copies at all.
+std::vector<std::vector<std::byte>> Router::MakeCopies(const Client &from, const Frame &frame) {
   std::vector<std::vector<std::byte>> copies(subscribers_.size());
   copies.back().assign(frame.bytes.begin(), frame.bytes.end());
-  for (size_t i = 0; i + 1 < copies.size(); ++i) {
-    if (auto copy = bus_.files.Duplicate(frame)) {
-      copies[i] = std::move(*copy);
-    } else {
+  const auto others = std::span(copies).first(copies.size() - 1);
+  try {
+    for (size_t i = 0; i < others.size(); ++i) {
+      if (auto copy = bus_.files.Duplicate(frame)) {
+        others[i] = std::move(*copy);
+        continue;
+      }
       ++subscribers_[i]->counters.dropped;
       ++bus_.counters.dropped;
       bus_.log.PrintErrno("%s: event from %s dropped: its body file cannot be linked", subscribers_[i]->Label().c_str(),
                           from.Label().c_str());
     }
+  } catch (...) {
+    for (const auto &copy : others) bus_.files.Remove(copy);
+    throw;
   }
-  for (size_t i = 0; i < copies.size(); ++i) {
-    if (!copies[i].empty() && !delivery_.SendEvent(*subscribers_[i], copies[i])) bus_.files.Remove(copies[i]);
-  }
+  return copies;
 }
 
 void Router::CollectSubscribers(const Frame &frame) {

@@ -17,17 +17,20 @@ class Router {
  public:
   explicit Router(Bus &bus) : bus_(bus), delivery_(bus), requests_(bus, delivery_), control_(bus, delivery_) {}
 
-  // Routes every complete frame in the bytes and returns their total size. The sender may have ended meanwhile.
+  // Routes the complete frames in the bytes, as many as a client may have routed in one turn, and returns their total
+  // size. The sender may have ended meanwhile. A frame for which there is no memory is refused.
   size_t Route(Client &from, std::span<std::byte> bytes);
 
   Delivery &delivery() { return delivery_; }
 
  private:
+  void GiveUp(Client &from, const Frame &frame);
   void RouteFrame(Client &from, Frame &frame);
   void RouteUnnamed(Client &from, const Frame &frame);
   void ForwardTo(Client &from, Client *to, const Frame &frame);
   void PublishEvent(Client &from, const Frame &frame);
   void PublishEventInFile(Client &from, const Frame &frame);
+  std::vector<std::vector<std::byte>> MakeCopies(const Client &from, const Frame &frame);
   void CollectSubscribers(const Frame &frame);
   Client *RestfulTarget(const Client &from, const Frame &frame) const;
   void RefuseBodyFile(Client &from, const Frame &frame);

@@ -73,8 +73,10 @@ void Server::Turn() {
   router_.delivery().FlushCopies();
   ReadDeaf();
   CheckTimers();
-  std::erase_if(ready_, [](const Client *client) { return client->ended; });
+  while (bus_.accounts.exceeded()) EndLargest();
+  ready_.RemoveEnded();
   bus_.Sweep();
+  bus_.reserve.Refill();
   handOver_.EndTurn();
   bus_.journal.Commit();
   watchdog_.Feed();
@@ -109,7 +111,7 @@ void Server::Accept(const Listener &listener) {
   for (int accepted = 0; accepted < kAcceptsPerTurn; ++accepted) {
     UniqueFd socket(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC));
     if (socket.valid()) {
-      Admit(std::move(socket), listener.local);
+      if (!bus_.Try([&] { Admit(std::move(socket), listener.local); })) bus_.log.Print("connection refused: no memory");
     } else if (errno == EMFILE || errno == ENFILE) {
       return AcceptWithoutDescriptors(listener);
     } else if (errno != ECONNABORTED && errno != EINTR) {
@@ -127,72 +129,117 @@ void Server::AcceptWithoutDescriptors(const Listener &listener) {
 }
 
 void Server::Admit(UniqueFd socket, bool local) {
-  if (bus_.clients.size() >= bus_.settings.maxClients) {
-    bus_.log.Print("connection refused: %zu clients are connected", bus_.clients.size());
+  const Peer peer = PeerOf(socket.get(), local);
+  if (!HasRoomFor(HolderOf(socket.get(), peer))) {
+    bus_.log.Print("connection refused: user %u has %zu connections (pid %d), all together %zu", peer.uid,
+                   bus_.accounts.ClientsOf(peer.uid), peer.pid, bus_.accounts.clients());
     return;
   }
   if (!local) SetUpBoard(socket.get(), bus_.settings.boardSilence);
-  const Peer peer = PeerOf(socket.get(), local);
-  Client &client =
-      bus_.clients.emplace_back(std::move(socket), peer, ++bus_.lastId, bus_.journal, bus_.settings.queueBytes);
+  newcomers_.Add(bus_.lastId + 1);  // does nothing for an id that is not used
+  Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++bus_.lastId, bus_.journal,
+                                             bus_.settings.queueBytes, bus_.accounts);
   if (!client.slot.valid()) {
     bus_.log.Print("connection refused: no memory");
     bus_.clients.pop_back();
     return;
   }
-  newcomers_.Add(client.id);
   if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) bus_.CutOff(client, std::strerror(errno));
+}
+
+// One process that opens many connections must not keep others from connecting.
+bool Server::HasRoomFor(const daemon::Holder &newcomer) {
+  if (bus_.accounts.MayConnect(newcomer.user)) return true;
+  const auto giver = bus_.accounts.GiverTo(newcomer);
+  if (!giver) return false;
+  const auto newest = std::find_if(bus_.clients.rbegin(), bus_.clients.rend(), [&](const Client &client) {
+    return !client.ended && client.charge.holder() == *giver;
+  });
+  bus_.CutOff(*newest, "its process has the most connections, and there is no room for another's");
+  return true;
 }
 
 void Server::MarkReadable(Client &client) {
   client.readable = true;
-  if (client.queued || client.paused || client.ended) return;
-  client.queued = true;
-  ready_.push_back(&client);
+  if (!client.paused && !client.ended) ready_.Add(client);
 }
 
 void Server::ReadReady() {
-  std::swap(ready_, reading_);
-  for (Client *client : reading_) {
-    client->queued = false;
-    if (client->ended || client->paused) continue;
-    Read(*client);
-    if (Client *slow = router_.delivery().TakeCongested(); slow != nullptr && slow != client) {
-      pausedSenders_.Add(*client, *slow, Clock::now());
-    }
-    if (client->readable) MarkReadable(*client);
+  ready_.ForEach([this](Client &client) {
+    if (!client.ended && !client.paused) Serve(client);
+  });
+}
+
+// What a client sends must not end the others: without memory for it, only this client ends.
+void Server::Serve(Client &client) {
+  if (!bus_.Try([&] { Read(client); })) bus_.CutOff(client, "no memory for what it sent");
+  client.Settle();
+  if (Client *slow = router_.delivery().TakeCongested(); slow != nullptr && slow != &client) {
+    bus_.Try([&] { pausedSenders_.Add(client, *slow, Clock::now()); });
   }
-  reading_.clear();
+  if (client.readable) MarkReadable(client);
 }
 
 void Server::Read(Client &client) {
   const size_t kept = client.partial.size();
   std::copy(client.partial.begin(), client.partial.end(), buffer_.begin());
-  const std::span<std::byte> room = std::span(buffer_).subspan(kept);
-  Received received = Receive(client.socket.get(), room);
+  Received received;
+  size_t count = 0;
+  if (std::exchange(client.backlog, false)) {
+    received.descriptor = std::move(client.halfDescriptor);
+  } else {
+    count = ReadMore(client, std::span(buffer_).subspan(kept), received);
+    if (count == 0) return;
+  }
+  HandleInput(client, std::span(buffer_).first(kept + count), received);
+}
+
+// Returns 0 if there is nothing to handle.
+size_t Server::ReadMore(Client &client, std::span<std::byte> room, Received &received) {
+  room = room.first(std::min(room.size(), client.readSize));
+  received = Receive(client.socket.get(), room);
   if (received.count < 0 && errno == EAGAIN && !client.deaf) {
     client.readable = false;
-    return;
+    return 0;
   }
   if (received.count <= 0) {
     if (received.count < 0 && (errno == ECONNRESET || errno == ETIMEDOUT)) client.reset = true;
-    return bus_.End(client);
+    bus_.End(client);
+    return 0;
   }
   // A short read means that nothing is left, unless a descriptor ended the read or the end of the stream is still
   // pending, which no further event will announce.
   const auto count = static_cast<size_t>(received.count);
   client.readable = count == room.size() || received.descriptor.valid() || client.hungUp || client.deaf;
-  if (received.excessive) return bus_.CutOff(client, "it sent more than one descriptor at a time");
-  HandleInput(client, std::span(buffer_).first(kept + count), received);
+  if (count == room.size()) client.readSize = std::min(2 * count, buffer_.size());
+  if (!received.excessive) return count;
+  bus_.CutOff(client, "it sent more than one descriptor at a time");
+  return 0;
 }
 
 void Server::HandleInput(Client &client, std::span<std::byte> bytes, Received &received) {
   bytes = bytes.subspan(HandleHalfDescriptor(client, bytes));
-  bytes = bytes.subspan(router_.Route(client, bytes));
+  const size_t routed = router_.Route(client, bytes);
+  bytes = bytes.subspan(routed);
   client.partial.clear();
-  if (client.ended) return;
+  if (client.ended || KeepBacklog(client, routed, bytes, received.descriptor)) return;
   if (received.descriptor.valid()) return HandleDescriptor(client, bytes, std::move(received.descriptor));
   client.partial.assign(bytes.begin(), bytes.end());
+}
+
+// What is more than the client's due in one turn waits for the next. Of a client that often sends so much, less is
+// read.
+bool Server::KeepBacklog(Client &client, size_t routed, std::span<std::byte> rest, UniqueFd &descriptor) {
+  if (rest.empty() || ParseFrame(rest).state == Parsed::State::kPartial) {
+    if (client.partial.capacity() > kMaxFrameSize) std::vector<std::byte>().swap(client.partial);
+    return false;
+  }
+  client.partial.assign(rest.begin(), rest.end());
+  client.halfDescriptor = std::move(descriptor);
+  client.backlog = true;
+  client.readable = true;
+  client.readSize = std::max(routed, 2 * kMaxFrameSize);
+  return true;
 }
 
 // The descriptor arrived with the first of its two bytes, because the buffer ended there.
@@ -214,7 +261,10 @@ void Server::HandleDescriptor(Client &client, std::span<const std::byte> rest, U
 
 // No event announces them again.
 void Server::ReadDeaf() {
-  for (Client *client : bus_.TakeDeaf()) MarkReadable(*client);
+  if (!bus_.TakeDeaf()) return;
+  for (Client &client : bus_.clients) {
+    if (client.deaf) MarkReadable(client);
+  }
 }
 
 int Server::TimeoutMs() const {
@@ -225,7 +275,7 @@ int Server::TimeoutMs() const {
 }
 
 void Server::CheckTimers() {
-  watch_.Tick();
+  if (!bus_.Try([&] { watch_.Tick(); })) bus_.log.Print("no memory to look for deadlocks and storms");
   if (pausedSenders_.empty() && bus_.settings.reportSeconds.empty()) return;
   const Clock::time_point now = Clock::now();
   pausedSenders_.Release(now, [this](Client &sender) {
@@ -236,10 +286,23 @@ void Server::CheckTimers() {
 
 // Connections that never register would keep others from connecting.
 void Server::EndUnregistered() {
-  for (const uint64_t id : newcomers_.TakeDue()) {
-    Client *client = bus_.Find(id);
+  newcomers_.TakeTimer();
+  while (const auto id = newcomers_.TakeDue()) {
+    Client *client = bus_.Find(*id);
     if (client != nullptr && !client->registered()) bus_.CutOff(*client, "it has not registered in time");
   }
+}
+
+// When any user is over its share, the one who holds most is too.
+void Server::EndLargest() {
+  const uid_t user = *bus_.accounts.LargestUser();
+  Client *largest = nullptr;
+  for (Client &client : bus_.clients) {
+    if (client.ended || client.peer.uid != user) continue;
+    if (largest == nullptr || client.charge.bytes() > largest->charge.bytes()) largest = &client;
+  }
+  bus_.CutOff(*largest, bus_.accounts.IsOver(user) ? "it holds most of its user's memory, which exceeds user_bytes"
+                                                   : "it holds most of the memory, which exceeds memory_bytes");
 }
 
 void Server::CheckReports(Clock::time_point now) {

@@ -5,7 +5,6 @@
 #define MSGSVR_SERVER_H
 
 #include <array>
-#include <vector>
 
 #include "common/unique_fd.h"
 #include "msgsvr/bus.h"
@@ -13,6 +12,7 @@
 #include "msgsvr/input.h"
 #include "msgsvr/newcomers.h"
 #include "msgsvr/paused_senders.h"
+#include "msgsvr/ready_list.h"
 #include "msgsvr/router.h"
 #include "msgsvr/traffic_watch.h"
 #include "programs/descriptor_set.h"
@@ -46,11 +46,16 @@ class Server {
   void HandleEvent(const epoll_event &event);
   void Accept(const Listener &listener);
   void AcceptWithoutDescriptors(const Listener &listener);
+  // May throw std::bad_alloc, with nothing changed.
   void Admit(UniqueFd socket, bool local);
+  bool HasRoomFor(const daemon::Holder &newcomer);
 
   void MarkReadable(Client &client);
   void ReadReady();
+  void Serve(Client &client);
   void Read(Client &client);
+  size_t ReadMore(Client &client, std::span<std::byte> room, Received &received);
+  bool KeepBacklog(Client &client, size_t routed, std::span<std::byte> rest, UniqueFd &descriptor);
   void HandleInput(Client &client, std::span<std::byte> bytes, Received &received);
   size_t HandleHalfDescriptor(Client &client, std::span<const std::byte> bytes);
   void HandleDescriptor(Client &client, std::span<const std::byte> rest, UniqueFd descriptor);
@@ -60,6 +65,7 @@ class Server {
   void CheckTimers();
   void CheckReports(Clock::time_point now);
   void EndUnregistered();
+  void EndLargest();
 
   Bus &bus_;
   Router router_;
@@ -73,10 +79,7 @@ class Server {
   PausedSenders pausedSenders_;
   Clock::time_point reportsChecked_;
   Newcomers newcomers_{bus_.settings.registerTime};
-  HandOver handOver_;
-  bool tookOver_ = false;
-  std::vector<Client *> ready_;
-  std::vector<Client *> reading_;
+  ReadyList ready_;
   // All input passes through here: a client's input takes no memory of its own unless it ends in a partial frame.
   std::array<std::byte, kInputBuffer> buffer_;
 };

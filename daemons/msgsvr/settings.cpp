@@ -17,6 +17,9 @@ const char kSettingsHelp[] =
     "  register_seconds = 10     time that a connection has to get a name\n"
     "  stop_seconds = 5          time to deliver what is queued when the server is stopped\n"
     "  max_clients = 256         maximum number of connections\n"
+    "  user_clients = 192        maximum number of connections of one user\n"
+    "  user_bytes = 33554432     memory that one user's clients may take up\n"
+    "  memory_bytes = 50331648   memory that all clients may take up; at least user_bytes\n"
     "  tcp =                     ADDRESS:PORT (IPv4) to listen on for daemons on other boards; port 0: any\n"
     "  board_seconds = 12        time without an answer after which another board is taken for dead\n"
     "  kept_file = /var/lib/zor/msgsvr.trace  stores the trace overrides that operators' tools set\n"
@@ -117,6 +120,19 @@ void ReadWatch(daemon::Settings &settings, BusSettings &result) {
   result.stormSeconds = number("storm_seconds", kStormSeconds, 1, kMostWatchSeconds);
 }
 
+void ReadShares(daemon::Settings &settings, BusSettings &result) {
+  using namespace limits::msgsvr;  // NOLINT(google-build-using-namespace): ten of them
+  const auto number = [&](const char *key, size_t fallback, size_t least, size_t most) {
+    return static_cast<size_t>(settings.Number(key, fallback, least, most));
+  };
+  result.maxClients = number("max_clients", kClients, 1, kMostClients);
+  result.userClients = number("user_clients", kUserClients, 1, kMostClients);
+  result.userBytes = number("user_bytes", kUserBytes, kLeastShareBytes, kMostShareBytes);
+  result.memoryBytes =
+      number("memory_bytes", std::max(kMemoryBytes, result.userBytes), kLeastShareBytes, kMostShareBytes);
+  if (result.memoryBytes < result.userBytes) settings.AddMistake("memory_bytes must be at least user_bytes");
+}
+
 // Reads the settings of one kind, one per daemon. `parse` returns nothing for an invalid value.
 template <typename Value, typename Parse>
 void ReadPerDaemon(daemon::Settings &settings, const std::string &prefix, PerDaemon<Value> &result, Parse parse) {
@@ -174,8 +190,7 @@ BusSettings ReadSettings(daemon::Settings &settings) {
   const std::string slow = settings.Text("slow_reader", "refuse");
   if (slow != "refuse" && slow != "cut_off") settings.AddMistake("slow_reader: neither refuse nor cut_off: " + slow);
   result.cutOffSlowReaders = slow == "cut_off";
-  result.maxClients =
-      static_cast<size_t>(settings.Number("max_clients", limits::msgsvr::kClients, 1, limits::msgsvr::kMostClients));
+  ReadShares(settings, result);
   result.registerTime = std::chrono::seconds(
       settings.Number("register_seconds", limits::msgsvr::kRegisterSeconds, 1, limits::msgsvr::kMostRegisterSeconds));
   result.stopTime = std::chrono::seconds(

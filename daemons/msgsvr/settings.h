@@ -62,6 +62,9 @@ struct BusSettings {
   size_t queueBytes;
   bool cutOffSlowReaders;
   size_t maxClients;
+  size_t userClients;  // of one user
+  size_t userBytes;    // that one user's clients take up
+  size_t memoryBytes;  // that all take up
   std::chrono::seconds registerTime;
   std::chrono::seconds stopTime;
   std::chrono::seconds boardSilence;

@@ -56,8 +56,9 @@ Storms::Storm &Storms::Find(const Direction &there, const Direction &back) {
 
 void Storms::Name(const Storm &storm, const Direction &there, const Direction &back) {
   const auto text = [&](const Direction &one, const Direction &other) {
-    return one.from->Label() + " sends " + daemon::HexText(one.flow.type) + " to " + other.from->Label() + " " +
-           std::to_string(uint64_t{one.flow.count} * 1000 / elapsedMs_) + " times a second";
+    return std::string(one.from->Label().c_str()) + " sends " + daemon::HexText(one.flow.type) + " to " +
+           other.from->Label().c_str() + " " + std::to_string(uint64_t{one.flow.count} * 1000 / elapsedMs_) +
+           " times a second";
   };
   bus_.log.Print("a storm for %s: %s, %s", daemon::AgeText(bus_.nowMs - storm.sinceMs).c_str(),
                  text(there, back).c_str(), text(back, there).c_str());
