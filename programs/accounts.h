@@ -17,6 +17,8 @@
 #include <optional>
 #include <utility>
 
+#include "programs/holder.h"
+
 namespace zor::daemon {
 
 struct Shares {
@@ -24,13 +26,6 @@ struct Shares {
   size_t userClients;  // of one user
   size_t userBytes;
   size_t bytes;
-};
-
-// A process on this machine, or another board.
-struct Holder {
-  uid_t user;
-  int64_t process;  // its number, or the board's address
-  friend auto operator<=>(const Holder &, const Holder &) = default;
 };
 
 class Accounts {

@@ -16,6 +16,10 @@ namespace zor::limits {
 inline constexpr std::uint32_t kSettingsFile = 1u << 20;
 // [lines] Lines on standard error in a burst, then one per second: left out and counted.
 inline constexpr int kProblemBurst = 20;
+// [lines] Lines about one client in a burst, then one in 5 s: the same.
+inline constexpr int kClientProblemBurst = 10;
+// [lines] Lines about the clients of one user in a burst, then one per second: the same.
+inline constexpr int kUserProblemBurst = 40;
 // [descriptors] Descriptors that one client leaves unread: a further one is dropped.
 inline constexpr std::size_t kUnreadDescriptors = 16;  // scarcer than memory
 // [s] Trial run of the program that is to take over from a running server: the server is not replaced.

@@ -19,6 +19,9 @@ constexpr size_t kLineMax = 1024;
 
 using Line = std::array<char, kLineMax>;
 
+constexpr std::chrono::seconds kRefill{1};
+constexpr std::chrono::seconds kClientRefill{5};
+
 bool WriteLine(const char *program, const char *before, const char *text) {
   Line line;
   const int wanted = std::snprintf(line.data(), line.size() - 1, "%s: %s%s", program, before, text);
@@ -41,9 +44,10 @@ bool WriteLine(const char *program, const char *before, const char *text) {
 }  // namespace
 
 ProblemLog::~ProblemLog() {
-  if (leftOut_ == 0) return;
+  for (const Kept &client : clients_) SayLeftOut(client);
+  if (own_.leftOut == 0) return;
   Line text;
-  std::snprintf(text.data(), text.size(), "%lu more problems not shown", leftOut_);
+  std::snprintf(text.data(), text.size(), "%lu more problems not shown", own_.leftOut);
   WriteLine(program_, "", text.data());
 }
 
@@ -69,24 +73,72 @@ void ProblemLog::PrintErrno(const char *format, ...) {
   PrintLimited(text.data());
 }
 
-bool ProblemLog::MayPrint() {
+void ProblemLog::PrintOf(const Holder &client, const char *format, ...) {
   const Clock::time_point now = Clock::now();
-  if (const auto earned = (now - lastRefill_) / kRefill; earned > 0) {
-    credit_ = static_cast<int>(std::min<decltype(earned)>(limits::kProblemBurst, credit_ + earned));
-    lastRefill_ = now;
+  Credit &own = Find(clients_, client, limits::kClientProblemBurst, now);
+  Credit &user = Find(users_, {client.user, 0}, limits::kUserProblemBurst, now);
+  if (!own.Earn(now, limits::kClientProblemBurst, kClientRefill) ||
+      !user.Earn(now, limits::kUserProblemBurst, kRefill)) {
+    ++own.leftOut;
+    return;
   }
-  return credit_ > 0;
+  Line text;
+  va_list arguments;
+  va_start(arguments, format);
+  const bool good = std::vsnprintf(text.data(), text.size(), format, arguments) >= 0;
+  va_end(arguments);
+  std::array<char, 80> before = {};
+  if (own.leftOut > 0) {
+    std::snprintf(before.data(), before.size(), "(%lu more problems of this client not shown) ", own.leftOut);
+  }
+  if (!WriteLine(program_, before.data(), good ? text.data() : format)) {
+    ++own.leftOut;
+    return;
+  }
+  --own.lines;
+  --user.lines;
+  own.leftOut = 0;
+}
+
+template <size_t kSize>
+ProblemLog::Credit &ProblemLog::Find(Table<kSize> &table, const Holder &key, int burst, Clock::time_point now) {
+  auto kept = std::ranges::find_if(
+      table, [&](const Kept &each) { return each.usedAt != Clock::time_point{} && each.key == key; });
+  if (kept == table.end()) {
+    kept = std::ranges::min_element(table, {}, &Kept::usedAt);
+    own_.leftOut += kept->credit.leftOut;
+    *kept = {key, {burst, now, 0}, now};
+  }
+  kept->usedAt = now;
+  return kept->credit;
+}
+
+// Whether there is one left.
+bool ProblemLog::Credit::Earn(Clock::time_point now, int most, std::chrono::seconds forOne) {
+  if (const auto earned = (now - earnedAt) / forOne; earned > 0) {
+    lines = static_cast<int>(std::min<decltype(earned)>(most, lines + earned));
+    earnedAt = now;
+  }
+  return lines > 0;
 }
 
 void ProblemLog::PrintLimited(const char *text) {
   std::array<char, 64> before = {};
-  if (leftOut_ > 0) std::snprintf(before.data(), before.size(), "(%lu more problems not shown) ", leftOut_);
-  if (!MayPrint() || !WriteLine(program_, before.data(), text)) {
-    ++leftOut_;
+  if (own_.leftOut > 0) std::snprintf(before.data(), before.size(), "(%lu more problems not shown) ", own_.leftOut);
+  if (!own_.Earn(Clock::now(), limits::kProblemBurst, kRefill) || !WriteLine(program_, before.data(), text)) {
+    ++own_.leftOut;
     return;
   }
-  --credit_;
-  leftOut_ = 0;
+  --own_.lines;
+  own_.leftOut = 0;
+}
+
+void ProblemLog::SayLeftOut(const Kept &kept) {
+  if (kept.credit.leftOut == 0) return;
+  Line text;
+  std::snprintf(text.data(), text.size(), "%lu more problems of process %lld of user %u not shown", kept.credit.leftOut,
+                static_cast<long long>(kept.key.process), kept.key.user);
+  WriteLine(program_, "", text.data());
 }
 
 }  // namespace zor::daemon

@@ -17,7 +17,7 @@ void Bus::End(Client &client) {
   LoseUnread(client);
   TakeOffTables(client);
   client.charge.Release();
-  if (verbose && client.registered()) log.Print("%s disconnected", client.Label().c_str());
+  if (verbose && client.registered()) log.PrintOf(client.charge.holder(), "%s disconnected", client.Label().c_str());
 }
 
 // Its messages now go to another client of its name, if there is one.
@@ -61,8 +61,8 @@ void Bus::LoseUnread(Client &client) {
     if (!Try([&] { undelivered_.push_back(message); })) ++untold;
   }
   if (untold > 0) {
-    log.Print("%s: no memory to tell the senders of %llu messages to it", client.Label().c_str(),
-              static_cast<unsigned long long>(untold));
+    log.PrintOf(client.charge.holder(), "%s: no memory to tell the senders of %llu messages to it",
+                client.Label().c_str(), static_cast<unsigned long long>(untold));
   }
   lost = std::max<uint64_t>(lost, MessagesFor(client));
   client.output.ForEach([&](auto message, size_t, int) { files.Remove(message); });
@@ -74,9 +74,9 @@ void Bus::LoseUnread(Client &client) {
   if (lost + refused == 0) return;
   counters.dropped += lost;
   if (client.registered()) Try([&] { losses.Add(client.name, lost + client.refusals.total()); });  // the log has it
-  log.Print("%s has ended: %s%llu messages to it unread, %llu refused before", client.Label().c_str(),
-            client.reset && client.peer.local ? "at most " : "", static_cast<unsigned long long>(lost),
-            static_cast<unsigned long long>(refused));
+  log.PrintOf(client.charge.holder(), "%s has ended: %s%llu messages to it unread, %llu refused before",
+              client.Label().c_str(), client.reset && client.peer.local ? "at most " : "",
+              static_cast<unsigned long long>(lost), static_cast<unsigned long long>(refused));
 }
 
 // A local socket only says that something was unread, so all is taken for unread that has not been seen to be read. One
@@ -97,7 +97,7 @@ size_t Bus::MessagesFor(const Client &client) {
 
 void Bus::CutOff(Client &client, const char *reason) {
   if (client.ended) return;
-  log.Print("%s cut off: %s", client.Label().c_str(), reason);
+  log.PrintOf(client.charge.holder(), "%s cut off: %s", client.Label().c_str(), reason);
   End(client);
 }
 

@@ -51,6 +51,10 @@ struct Client {
     std::array<char, 64> text_{};
   };
   Text Label() const;
+  // Makes room in the record of deliveries, as far as its share goes. Throws std::bad_alloc.
+  void ReserveDelivery(bool bodyInFile) {
+    deliveries.Reserve(bodyInFile, [this](size_t more) { return charge.MayTake(more); });
+  }
   // Updates what it is charged.
   void Settle() { charge.Set(HeldBytes()); }
 

@@ -90,6 +90,10 @@ std::string ServerText(const Bus &bus) {
   AddNumber(server.get(), "clients", bus.clients.size());
   AddNumber(server.get(), "max_clients", bus.settings.maxClients);
   AddNumber(server.get(), "queue_bytes", bus.settings.queueBytes);
+  AddNumber(server.get(), "user_clients", bus.settings.userClients);
+  AddNumber(server.get(), "user_bytes", bus.settings.userBytes);
+  AddNumber(server.get(), "memory_bytes", bus.settings.memoryBytes);
+  AddNumber(server.get(), "held", bus.accounts.bytes());
   AddCounters(server.get(), bus.counters);
   return JsonText(server.get());
 }
@@ -105,6 +109,7 @@ std::string ClientText(const Bus &bus, const Client &client, bool self, const Un
   AddCounters(json.get(), client.counters);
   AddNumber(json.get(), "refused", client.refusals.total());
   if (client.refusals.total() > 0) AddNumber(json.get(), "refused_ms", bus.nowMs - client.refusals.latestMs());
+  AddNumber(json.get(), "held", client.charge.bytes());
   AddWaiting(json.get(), bus, client, kernel);
   AddEvents(json.get(), bus, client);
   AddPatterns(json.get(), bus, client);

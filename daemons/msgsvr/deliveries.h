@@ -47,8 +47,16 @@ class Deliveries {
   State state() const { return {records_, files_, base_}; }
 
   // Makes room for one more message, so that noting it cannot fail afterwards. Throws std::bad_alloc.
-  void Reserve(bool bodyInFile) {
-    if (records_.size() == records_.capacity()) records_.reserve(std::max(kFirstRoom, 2 * records_.size()));
+  // With `mayGrow`, which is asked for a number of bytes, the record grows; without, its oldest part is forgotten.
+  template <typename MayGrow>
+  void Reserve(bool bodyInFile, MayGrow mayGrow) {
+    if (records_.size() == records_.capacity()) {
+      if (records_.size() < kFirstRoom || mayGrow(records_.size() * sizeof(Delivered))) {
+        records_.reserve(std::max(kFirstRoom, 2 * records_.size()));
+      } else {
+        Forget(records_.size() / 2);
+      }
+    }
     if (bodyInFile && files_.size() == files_.capacity()) files_.reserve(2 * files_.size() + 1);
   }
   void Add(const Delivered &delivered) { records_.push_back(delivered); }

@@ -33,7 +33,7 @@ void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
   // What may fail comes first.
   std::string file;
   if (frame.bodyInFile()) file = BodyFiles::NameIn(frame.bytes);
-  to.deliveries.Reserve(frame.bodyInFile());
+  to.ReserveDelivery(frame.bodyInFile());
   if (frame.head.sequence != 0) from.pending.Reserve();
   if (!continues) {
     runFrom_ = &from;
@@ -94,7 +94,7 @@ bool Delivery::TrySend(Client &to, std::span<const std::byte> frame) {
   bus_.ForgetRead(to);
   std::string file;
   if (bodyInFile) file = BodyFiles::NameIn(frame);
-  to.deliveries.Reserve(bodyInFile);
+  to.ReserveDelivery(bodyInFile);
   if (Write(to, frame) < frame.size()) return false;
   if (bodyInFile) to.deliveries.AddFile(std::move(file));
   bus_.CountDelivery(to, head, 0);
@@ -134,8 +134,8 @@ void Delivery::Missed(Client &to) {
   ++to.counters.dropped;
   if (!to.refusals.Add(bus_.nowMs)) return;
   const bool hasRoom = to.output.Fits({kMaxFrameSize});
-  bus_.log.Print("%s does not read: its %s, messages to it are refused", to.Label().c_str(),
-                 hasRoom ? "share of the memory is used up" : "queue is full");
+  bus_.log.PrintOf(to.charge.holder(), "%s does not read: its %s, messages to it are refused", to.Label().c_str(),
+                   hasRoom ? "share of the memory is used up" : "queue is full");
 }
 
 void Delivery::TellUndelivered() {
@@ -206,7 +206,8 @@ void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
   FlushNotices();
   Client *to = bus_.Find(from.lastTarget);
   if (to == nullptr || !to->peer.local) {
-    bus_.log.Print("%s: descriptor dropped: its latest message had no local receiver", from.Label().c_str());
+    bus_.log.PrintOf(from.charge.holder(), "%s: descriptor dropped: its latest message had no local receiver",
+                     from.Label().c_str());
     return;
   }
   bool pushed = false;
@@ -251,8 +252,8 @@ void Delivery::FlushQueue(Client &client) {
   client.stalled = false;
   if (state != daemon::OutputQueue::State::kDrained) return;
   if (const uint64_t refused = client.refusals.EndBurst(); refused > 0) {
-    bus_.log.Print("%s reads again: %llu messages to it were refused", client.Label().c_str(),
-                   static_cast<unsigned long long>(refused));
+    bus_.log.PrintOf(client.charge.holder(), "%s reads again: %llu messages to it were refused", client.Label().c_str(),
+                     static_cast<unsigned long long>(refused));
   }
   if (std::exchange(client.flushing, false)) bus_.poll.Change(client.socket.get(), kClientEvents, &client);
 }
@@ -303,7 +304,7 @@ void Delivery::WatchForOutput(Client &to) {
 
 // The kernel limits how many descriptors one user has in flight, and the server how many a client leaves unread.
 void Delivery::LogLostDescriptor(const Client &to, const char *reason) {
-  bus_.log.Print("%s: descriptor to it dropped: %s", to.Label().c_str(), reason);
+  bus_.log.PrintOf(to.charge.holder(), "%s: descriptor to it dropped: %s", to.Label().c_str(), reason);
 }
 
 }  // namespace zor::msgsvr

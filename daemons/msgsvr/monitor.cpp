@@ -127,7 +127,7 @@ void Monitors::Copy(std::span<const std::byte> frame, const AppName &receiver, u
 bool Monitors::Queue(Client &client, std::span<const std::byte> copy, uint32_t nowMs) {
   if (!client.charge.MayTake(daemon::OutputQueue::CostOf(copy.size()))) return false;
   try {
-    client.deliveries.Reserve(false);
+    client.ReserveDelivery(false);
     if (!client.output.Push(copy)) return false;
   } catch (const std::bad_alloc &) {
     return false;

@@ -29,7 +29,7 @@ void Requests::Register(Client &from, const Frame &frame) {
     bus_.names.Add(from.name, from);
     from.counters.dropped += bus_.losses.Take(from.name);
   }
-  if (bus_.verbose) bus_.log.Print("%s registered", from.Label().c_str());
+  if (bus_.verbose) bus_.log.PrintOf(from.charge.holder(), "%s registered", from.Label().c_str());
   from.reportPeriod = std::chrono::seconds(bus_.settings.reportSeconds.Get(from.name));
   from.lastReport = Clock::now();
   delivery_.Reply(from, frame, 0, RegistrationBody(bus_.settings, bus_.traceOverrides, from.name));
@@ -74,8 +74,9 @@ void Requests::Subscribe(Client &from, const Frame &frame, Body body) {
   if (name.empty() || name == from.name) {
     from.events.set(*event);
   } else if (!bus_.subscriptions.Add(name, *event)) {
-    bus_.log.Print("%s: too many subscriptions on behalf of other daemons, the latest is refused",
-                   from.Label().c_str());
+    bus_.log.PrintOf(from.charge.holder(),
+                     "%s: too many subscriptions on behalf of other daemons, the latest is refused",
+                     from.Label().c_str());
   }
 }
 
@@ -113,7 +114,7 @@ void Requests::Report(Client &from, const Frame &, Body) {
 
 void Requests::RegisterPatterns(Client &from, const Frame &, Body body) {
   if (bus_.patterns.Add(from, TextOf(body))) return;
-  bus_.log.Print("%s: too many restful patterns, the latest are refused", from.Label().c_str());
+  bus_.log.PrintOf(from.charge.holder(), "%s: too many restful patterns, the latest are refused", from.Label().c_str());
 }
 
 void Requests::SyncWait(Client &from, const Frame &frame, Body body) {
@@ -136,7 +137,7 @@ void Requests::Ignore(Client &, const Frame &, Body) {}
 
 std::optional<size_t> Requests::EventOf(const Client &from, const Frame &frame) {
   const auto event = EventBit(frame.head.data);
-  if (!event) bus_.log.Print("%s: no such event: 0x%x", from.Label().c_str(), frame.head.data);
+  if (!event) bus_.log.PrintOf(from.charge.holder(), "%s: no such event: 0x%x", from.Label().c_str(), frame.head.data);
   return event;
 }
 

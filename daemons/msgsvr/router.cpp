@@ -1,7 +1,9 @@
 #include "msgsvr/router.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
+#include <cstring>
 
 #include "programs/limits.h"
 
@@ -43,7 +45,8 @@ void Router::GiveUp(Client &from, const Frame &frame) {
   if (!from.registered() || (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty())) {
     return bus_.CutOff(from, "no memory to register it");
   }
-  bus_.log.Print("%s: a message of type 0x%x refused: no memory", from.Label().c_str(), frame.type());
+  bus_.log.PrintOf(from.charge.holder(), "%s: a message of type 0x%x refused: no memory", from.Label().c_str(),
+                   frame.type());
   delivery_.DropUndelivered(from, frame.bytes, frame.destination);
 }
 
@@ -74,8 +77,9 @@ void Router::ForwardTo(Client &from, Client *to, const Frame &frame) {
 }
 
 void Router::RefuseBodyFile(Client &from, const Frame &frame) {
-  bus_.log.Print("%s: refused a message of type 0x%x: its body is not a body file of the sender's user",
-                 from.Label().c_str(), frame.type());
+  bus_.log.PrintOf(from.charge.holder(),
+                   "%s: refused a message of type 0x%x: its body is not a body file of the sender's user",
+                   from.Label().c_str(), frame.type());
   delivery_.Refuse(from, frame.bytes, frame.destination);
 }
 
@@ -109,8 +113,8 @@ std::vector<std::vector<std::byte>> Router::MakeCopies(const Client &from, const
       }
       ++subscribers_[i]->counters.dropped;
       ++bus_.counters.dropped;
-      bus_.log.PrintErrno("%s: event from %s dropped: its body file cannot be linked", subscribers_[i]->Label().c_str(),
-                          from.Label().c_str());
+      bus_.log.PrintOf(from.charge.holder(), "%s: event from %s dropped: its body file cannot be linked: %s",
+                       subscribers_[i]->Label().c_str(), from.Label().c_str(), std::strerror(errno));
     }
   } catch (...) {
     for (const auto &copy : others) bus_.files.Remove(copy);

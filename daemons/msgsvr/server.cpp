@@ -130,9 +130,10 @@ void Server::AcceptWithoutDescriptors(const Listener &listener) {
 
 void Server::Admit(UniqueFd socket, bool local) {
   const Peer peer = PeerOf(socket.get(), local);
-  if (!HasRoomFor(HolderOf(socket.get(), peer))) {
-    bus_.log.Print("connection refused: user %u has %zu connections (pid %d), all together %zu", peer.uid,
-                   bus_.accounts.ClientsOf(peer.uid), peer.pid, bus_.accounts.clients());
+  const daemon::Holder holder = HolderOf(socket.get(), peer);
+  if (!HasRoomFor(holder)) {
+    bus_.log.PrintOf(holder, "connection refused: user %u has %zu connections (pid %d), all together %zu", peer.uid,
+                     bus_.accounts.ClientsOf(peer.uid), peer.pid, bus_.accounts.clients());
     return;
   }
   if (!local) SetUpBoard(socket.get(), bus_.settings.boardSilence);
@@ -311,8 +312,8 @@ void Server::CheckReports(Clock::time_point now) {
     if (client.ended || client.reportMissed || client.reportPeriod.count() == 0) continue;
     if (now - client.lastReport <= limits::msgsvr::kMissedReports * client.reportPeriod) continue;
     client.reportMissed = true;
-    bus_.log.Print("%s: no report for %d periods of %lld s", client.Label().c_str(), limits::msgsvr::kMissedReports,
-                   static_cast<long long>(client.reportPeriod.count()));
+    bus_.log.PrintOf(client.charge.holder(), "%s: no report for %d periods of %lld s", client.Label().c_str(),
+                     limits::msgsvr::kMissedReports, static_cast<long long>(client.reportPeriod.count()));
   }
 }
 

@@ -66,7 +66,7 @@ void Router::Route(Client &from, Frame &frame) {
 void Router::Remove(const Client &client) {
   if (!client.registered()) return;
   std::erase(modules_[client.mid], &client);
-  if (verbose_) log_.Print("%s disconnected", client.Label().c_str());
+  if (verbose_) log_.PrintOf(client.holder(), "%s disconnected", client.Label().c_str());
   for (const auto &clients : modules_) {
     for (Client *requester : clients) {
       SendEmptyReplies(*requester, [&](const Request &request) { return request.responder == &client; });
@@ -84,7 +84,7 @@ void Router::Register(Client &client, const Frame &frame) {
     modules_[mid].push_back(&client);
     client.mid = mid;
     client.since = std::time(nullptr);
-    if (verbose_) log_.Print("%s registered", client.Label().c_str());
+    if (verbose_) log_.PrintOf(client.holder(), "%s registered", client.Label().c_str());
   }
 }
 
@@ -95,8 +95,8 @@ void Router::RouteNotification(Client &from, const Frame &frame) {
   }
   ++from.counts.dropped;
   if (verbose_) {
-    log_.Print("notification 0x%x from module %u dropped: no module %u", frame.head.msg_type, frame.head.source_id,
-               frame.head.des_id);
+    log_.PrintOf(from.holder(), "notification 0x%x from module %u dropped: no module %u", frame.head.msg_type,
+                 frame.head.source_id, frame.head.des_id);
   }
 }
 
@@ -138,14 +138,14 @@ void Router::RouteReply(Client &from, const Frame &frame) {
   }
   ++from.counts.dropped;
   if (!verbose_) return;
-  log_.Print("reply 0x%x from module %u dropped: module %u has no such request", frame.head.msg_type,
-             frame.head.source_id, frame.head.des_id);
+  log_.PrintOf(from.holder(), "reply 0x%x from module %u dropped: module %u has no such request", frame.head.msg_type,
+               frame.head.source_id, frame.head.des_id);
 }
 
 bool Router::Deliver(Client &to, const Frame &frame) {
   if (to.Deliver(frame.bytes) || !to.reachable()) return true;
-  log_.Print("message 0x%x of %zu bytes to %s dropped: no memory", frame.head.msg_type, frame.bytes.size(),
-             to.Label().c_str());
+  log_.PrintOf(to.holder(), "message 0x%x of %zu bytes to %s dropped: no memory", frame.head.msg_type,
+               frame.bytes.size(), to.Label().c_str());
   return false;
 }
 

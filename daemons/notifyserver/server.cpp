@@ -113,8 +113,8 @@ void Server::Accept() {
 void Server::Admit(UniqueFd socket) {
   const ucred peer = daemon::PeerOf(socket.get());
   if (!HasRoomFor({peer.uid, peer.pid})) {
-    log_.Print("connection refused: user %u has %zu connections (pid %d), all together %zu", peer.uid,
-               accounts_.ClientsOf(peer.uid), peer.pid, accounts_.clients());
+    log_.PrintOf({peer.uid, peer.pid}, "connection refused: user %u has %zu connections (pid %d), all together %zu",
+                 peer.uid, accounts_.ClientsOf(peer.uid), peer.pid, accounts_.clients());
     return;
   }
   ended_.reserve(clients_.size() + 1);
@@ -214,9 +214,9 @@ void Server::ReleaseEnded() {
 void Server::LogEnd(const Client &client) {
   const size_t lost = client.Lost();
   if (*client.reason() != '\0') {
-    log_.Print("%s cut off: %s, %zu messages lost", client.Label().c_str(), client.reason(), lost);
+    log_.PrintOf(client.holder(), "%s cut off: %s, %zu messages lost", client.Label().c_str(), client.reason(), lost);
   } else if (lost > 0) {
-    log_.Print("%s left %zu messages unread", client.Label().c_str(), lost);
+    log_.PrintOf(client.holder(), "%s left %zu messages unread", client.Label().c_str(), lost);
   }
 }
 

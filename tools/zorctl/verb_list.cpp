@@ -38,6 +38,13 @@ std::string WaitingText(const Json &client) {
   return (waiting.value("at_least", false) ? ">" : "") + CountText(waiting, "bytes");
 }
 
+// Every client holds a few kilobytes.
+std::string HeldText(const Json &client) {
+  constexpr uint64_t kUsual = 8192;
+  const auto held = client.value("held", uint64_t{0});
+  return held < kUsual ? "-" : std::to_string(held / 1024) + " KiB";
+}
+
 std::string EventText(uint32_t type) {
   if (type == ZOR_EVT_ALL) return "all";
   const char *module = ZOR_EVT_GetEventModuleNameByEventType(type);
@@ -58,7 +65,8 @@ std::string PatternsText(const Json &client) {
 class ListVerb : public Verb {
  public:
   void Declare(CLI::App &app) override {
-    app.add_flag("-v,--verbose", verbose_, "Also list subscriptions, restful patterns and this command itself");
+    app.add_flag("-v,--verbose", verbose_,
+                 "Also list memory held in the server, subscriptions, restful patterns and this command itself");
   }
 
   ExitCode Run(const Common &common) override {
@@ -83,7 +91,7 @@ class ListVerb : public Verb {
                                           {"IN", Align::kRight},
                                           {"OUT", Align::kRight},
                                           {"DROPPED", Align::kRight}};
-    if (verbose_) columns.insert(columns.end(), {{"EVENTS"}, {"PATTERNS"}});
+    if (verbose_) columns.insert(columns.end(), {{"HELD", Align::kRight}, {"EVENTS"}, {"PATTERNS"}});
     Table table(std::move(columns));
     for (const Json &client : reply.value("clients", Json::array())) {
       if (verbose_ || !client.value("self", false)) table.Add(RowOf(client));
@@ -96,7 +104,7 @@ class ListVerb : public Verb {
                       UserText(client),         LocalTimeText(client.value("since", std::time_t{0})),
                       WaitingText(client),      CountText(client, "in"),
                       CountText(client, "out"), CountText(client, "dropped")};
-    if (verbose_) row.insert(row.end(), {EventsText(client), PatternsText(client)});
+    if (verbose_) row.insert(row.end(), {HeldText(client), EventsText(client), PatternsText(client)});
     return row;
   }
 
