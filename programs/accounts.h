@@ -30,8 +30,8 @@ struct Shares {
 
 class Accounts {
  public:
-  // What every client may hold whatever the others do: its record and its longest frame.
-  static constexpr size_t kOwnBytes = 4096;
+  // What every client may hold whatever the others do: its record and a message or two.
+  static constexpr size_t kOwnBytes = 8192;
 
   explicit Accounts(const Shares &shares) : shares_(shares) {}
 

@@ -34,8 +34,8 @@ Client::Text Client::Label() const {
 }
 
 size_t Client::HeldBytes() const {
-  return sizeof(Client) + partial.capacity() + slot.memory() + deliveries.HeldBytes() + pending.HeldBytes() +
-         patternBytes;
+  const size_t inJournal = slot.valid() ? slot.memory() : 0;
+  return sizeof(Client) + partial.capacity() + inJournal + deliveries.HeldBytes() + pending.HeldBytes() + patternBytes;
 }
 
 }  // namespace zor::msgsvr

@@ -176,7 +176,10 @@ void Delivery::FlushNotices() {
       Refused(to, notice);
       continue;
     }
-    bus_.Try([&] { bus_.CountDelivery(to, HeadOf(notice), 0); });  // else it is counted as read
+    bus_.Try([&] {  // else it is counted as read
+      to.ReserveDelivery(false);
+      bus_.CountDelivery(to, HeadOf(notice), 0);
+    });
     Copy(notice, to.name, ZOR_CONTROL_DELIVERED);
   }
 }

@@ -51,14 +51,9 @@ void RaiseDescriptorLimit(size_t maxClients) {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// Room for what all clients together leave unread; beyond it messages are refused like those that do not fit a queue.
+// Room for what all clients together may hold. Those that are restored stay, also beyond a limit that has become lower.
 daemon::Journal::Size JournalSizeOf(const msgsvr::BusSettings &settings, size_t restored) {
-  constexpr size_t kMost = 64u << 20;
-  const size_t most = std::max(kMost, settings.queueBytes);
-  // Clients that are restored stay, also beyond a limit that has become lower.
-  const size_t clients = std::max(settings.maxClients, restored);
-  const size_t wanted = settings.queueBytes > most / clients ? most : settings.queueBytes * clients;
-  return {clients, wanted, msgsvr::kInputBuffer};
+  return {std::max(settings.maxClients, restored), settings.memoryBytes, msgsvr::kInputBuffer};
 }
 
 bool MakeDirectories(daemon::ProblemLog &log) {

@@ -77,7 +77,7 @@ void Server::Turn() {
   ready_.RemoveEnded();
   bus_.Sweep();
   bus_.reserve.Refill();
-  handOver_.EndTurn();
+  ContinueHandOver([this] { handOver_.EndTurn(); });
   bus_.journal.Commit();
   watchdog_.Feed();
 }
@@ -86,7 +86,7 @@ void Server::HandleEvent(const epoll_event &event) {
   if (event.data.ptr == &signals_) {
     TakeSignal();
   } else if (event.data.ptr == &handOver_) {
-    handOver_.Continue();
+    ContinueHandOver([this] { handOver_.Continue(); });
   } else if (event.data.ptr == &watch_) {
     watch_.TakeTimer();
   } else if (event.data.ptr == &newcomers_) {
@@ -99,6 +99,11 @@ void Server::HandleEvent(const epoll_event &event) {
     if ((event.events & EPOLLOUT) != 0) router_.delivery().FlushQueue(client);
     if ((event.events & ~static_cast<uint32_t>(EPOLLOUT)) != 0) MarkReadable(client);
   }
+}
+
+template <typename Step>
+void Server::ContinueHandOver(Step step) {
+  if (!bus_.Try(step)) bus_.log.Print("no memory to hand over");
 }
 
 void Server::TakeSignal() {

@@ -43,6 +43,8 @@ class Server {
 
   void Turn();
   void TakeSignal();
+  template <typename Step>
+  void ContinueHandOver(Step step);
   void HandleEvent(const epoll_event &event);
   void Accept(const Listener &listener);
   void AcceptWithoutDescriptors(const Listener &listener);
@@ -79,6 +81,8 @@ class Server {
   PausedSenders pausedSenders_;
   Clock::time_point reportsChecked_;
   Newcomers newcomers_{bus_.settings.registerTime};
+  HandOver handOver_;
+  bool tookOver_ = false;
   ReadyList ready_;
   // All input passes through here: a client's input takes no memory of its own unless it ends in a partial frame.
   std::array<std::byte, kInputBuffer> buffer_;

@@ -63,7 +63,7 @@ class HandOverTest : public OwnMsgsvrTest {
     cJSON_ArrayForEach(client, cJSON_GetObjectItem(list.get(), "clients")) {
       if (cJSON_IsTrue(cJSON_GetObjectItem(client, "self")) == 0) text += daemon::JsonText(client) + "\n";
     }
-    return std::regex_replace(text, std::regex("\"[a-z_]*ms\":[0-9]+"), "");
+    return std::regex_replace(text, std::regex("\"([a-z_]*ms|held)\":[0-9]+"), "");
   }
 
   WireClient tool_;
