@@ -3,116 +3,176 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
 #include <utility>
 
-#include "programs/peer.h"
+#include "notifyserver/frame.h"
+#include "programs/limits.h"
+#include "programs/service_manager.h"
+
 namespace zor::notifyserver {
 namespace {
 
-// An input buffer that has grown for a long frame is released after it.
-constexpr size_t kKeptInputBytes = 4096;
+ucred PeerIn(const StandingRecord &record) {
+  return {record.pid, record.uid, static_cast<gid_t>(-1)};
+}
 
 }  // namespace
 
-Client::Client(UniqueFd socket, const ucred &peer, daemon::EventPoll &poll, std::vector<Client *> &ended,
-               daemon::Accounts &accounts, daemon::Journal &journal, uint64_t id, const Limits &limits)
+Client::Client(UniqueFd socket, const ucred &peer, uint64_t id, Surroundings &surroundings)
     : socket_(std::move(socket)),
-      poll_(poll),
-      endedClients_(ended),
+      id_(id),
       peer_(peer),
-      charge_(accounts, {peer.uid, peer.pid}),
-      slot_(journal, id),
-      output_(slot_, limits.queueBytes) {}
+      shared_(surroundings),
+      charge_(surroundings.accounts, {peer.uid, peer.pid}),
+      slot_(surroundings.journal, id),
+      output_(slot_, surroundings.limits.queueBytes) {}
+
+Client::Client(UniqueFd socket, const ClientRecord &record, Surroundings &surroundings)
+    : counts(record.counts),
+      socket_(std::move(socket)),
+      id_(record.standing.id),
+      peer_(PeerIn(record.standing)),
+      shared_(surroundings),
+      connectedAt_(TimeOf(record.standing.connectedAt)),
+      charge_(surroundings.accounts, {peer_.uid, peer_.pid}),
+      slot_(surroundings.journal, id_),
+      output_(slot_, std::clamp<size_t>(record.queueBytes, surroundings.limits.queueBytes,
+                                        limits::notifyserver::kMostQueueBytes)),
+      mid_(record.standing.mid),
+      registration_(record.standing.registration),
+      since_(record.standing.since),
+      isOperator_(record.standing.isOperator),
+      requests_(record.standing.requests),
+      outputBroken_(record.outputBroken),
+      lost_(record.lost) {}
 
 bool Client::Watch() {
   errno = ENOMEM;
-  return slot_.valid() && poll_.Add(socket_.get(), EPOLLIN, this);
+  if (!slot_.valid()) return false;
+  SaveRecord();
+  waitsForOutput_ = reachable() && !output_.empty();
+  const uint32_t events = waitsForOutput_ ? uint32_t{EPOLLIN} | uint32_t{EPOLLOUT} : uint32_t{EPOLLIN};
+  return !ended_ && shared_.poll.Add(socket_.get(), events, this);
+}
+
+bool Client::Restore(const ClientRecord &record) {
+  if (!slot_.valid() || !slot_.AppendInput(record.input)) return false;
+  if (record.crashes > 0) slot_.EditNotes().crashes = record.crashes;
+  awaited = FrameSize(record.input);
+  for (const QueuedRecord &message : record.queue) {
+    if (!output_.Push(message.bytes, message.sent)) return false;
+  }
+  UpdateCharge();
+  return true;
+}
+
+StandingRecord Client::Standing() const {
+  return {id_,         mid_,      registration_, static_cast<int64_t>(since_),
+          isOperator_, peer_.uid, peer_.pid,     Nanoseconds(connectedAt_),
+          requests_};
+}
+
+ClientRecord Client::Record() const {
+  ClientRecord record;
+  record.standing = Standing();
+  record.socket = socket_.get();
+  record.input.resize(slot_.inputBytes());
+  slot_.CopyInput(record.input);
+  record.queueBytes = output_.maxBytes();
+  output_.ForEach([&record](std::span<const std::byte> bytes, size_t sent, int) {
+    record.queue.push_back({{bytes.begin(), bytes.end()}, sent});
+  });
+  record.outputBroken = outputBroken_;
+  record.lost = lost_;
+  record.counts = counts;
+  return record;
+}
+
+std::string Client::StoredName() const {
+  return kStoredPrefix + std::to_string(id_);
 }
 
 Client::Text Client::Label() const {
   Text label;
   if (registered()) {
-    std::snprintf(label.text_.data(), label.text_.size(), "module %u (pid %d)", mid, peer_.pid);
+    std::snprintf(label.text_.data(), label.text_.size(), "module %u (pid %d)", mid_, peer_.pid);
   } else {
     std::snprintf(label.text_.data(), label.text_.size(), "an unregistered client (pid %d)", peer_.pid);
   }
   return label;
 }
 
-void Client::Read(std::span<std::byte> scratch) {
-  const ssize_t count = ::recv(socket_.get(), scratch.data(), scratch.size(), MSG_DONTWAIT);
-  if (count > 0) {
-    input_.insert(input_.end(), scratch.begin(), scratch.begin() + count);
-  } else if (count == 0 || errno == ECONNRESET) {  // reset: the peer closed with unread data
-    End();
-  } else if (errno != EAGAIN && errno != EINTR) {
-    End(std::strerror(errno));
-  }
+void Client::Register(uint32_t mid, uint64_t registration) {
+  mid_ = mid;
+  registration_ = registration;
+  since_ = std::time(nullptr);
+  SaveRecord();
 }
 
-void Client::CompactInput() {
-  input_.erase(input_.begin(), input_.begin() + static_cast<ptrdiff_t>(consumed_));
-  consumed_ = 0;
-  if (input_.empty() && input_.capacity() > kKeptInputBytes) std::vector<std::byte>().swap(input_);
-  UpdateCharge();
+void Client::SetOperator(bool isOperator) {
+  if (isOperator == isOperator_) return;
+  isOperator_ = isOperator;
+  SaveRecord();
+}
+
+void Client::AddRequest(const Request &request) {
+  requests_.push_back(request);
+  SaveRecord();
+}
+
+void Client::SaveRecord() {
+  bool saved = false;
+  try {
+    const StandingRecord standing = Standing();
+    shared_.record.clear();
+    daemon::FieldWriter writer(shared_.record);
+    Describe(writer, standing);
+    saved = writer.valid() && slot_.SetRecord(shared_.record);
+  } catch (const std::bad_alloc &) {  // as without room
+  }
+  if (!saved) End("no memory for its record");
 }
 
 bool Client::Deliver(std::span<const std::byte> message) {
-  if (!reachable()) {
+  if (!reachable() || !output_.Fits({message.size()})) {
     ++lost_;
+    if (reachable()) End("its output queue is full");
     return false;
   }
-  ssize_t sent = 0;
-  if (output_.empty()) {
-    sent = daemon::SendNow(socket_.get(), message);
-    if (sent < 0) {
-      ++lost_;
-      BreakOutput();
-      return false;
-    }
-  }
-  if (static_cast<size_t>(sent) < message.size() && !Queue(message, static_cast<size_t>(sent))) {
+  if (!output_.Push(message)) {
     ++lost_;
     return false;
   }
   ++counts.out;
-  return true;
-}
-
-bool Client::Queue(std::span<const std::byte> message, size_t sent) {
-  const bool wasEmpty = output_.empty();
-  try {
-    if (!output_.Push(message, sent)) {
-      End("its output queue is full");
-      return false;
-    }
-  } catch (const std::bad_alloc &) {
-    // After the first part of a message nothing but the rest of it can follow.
-    if (sent > 0) End("no memory for its output");
-    return false;
-  }
-  UpdateCharge();
-  if (wasEmpty) WaitForOutput(true);
+  if (unflushed_ || waitsForOutput_) return true;
+  unflushed_ = true;
+  shared_.unflushed.push_back(this);
   return true;
 }
 
 void Client::Flush() {
+  unflushed_ = false;
   if (!reachable()) return;
   const auto state = output_.Flush(socket_.get());
-  if (state == daemon::OutputQueue::State::kBroken) BreakOutput();
+  if (state == daemon::OutputQueue::State::kBroken) return BreakOutput();
   UpdateCharge();
-  if (state == daemon::OutputQueue::State::kDrained) WaitForOutput(false);
+  WaitForOutput(state == daemon::OutputQueue::State::kBlocked);
+}
+
+bool Client::NeedsFlush() const {
+  return output_.maxBytes() - output_.bytes() < shared_.limits.maxDataBytes + limits::notifyserver::kQueueOverhead;
 }
 
 void Client::End(const char *reason) {
   if (ended_) return;
   ended_ = true;
   reason_ = reason;
-  endedClients_.push_back(this);
+  shared_.ended.push_back(this);
 }
 
 Client::Unread Client::unread() const {
@@ -131,12 +191,19 @@ void Client::BreakOutput() {
 }
 
 void Client::WaitForOutput(bool on) {
+  if (on == waitsForOutput_) return;
   const uint32_t events = on ? uint32_t{EPOLLIN} | uint32_t{EPOLLOUT} : uint32_t{EPOLLIN};
-  if (!poll_.Change(socket_.get(), events, this)) End(std::strerror(errno));
+  if (!shared_.poll.Change(socket_.get(), events, this)) return End(std::strerror(errno));
+  waitsForOutput_ = on;
 }
 
-void Client::UpdateCharge() {
-  charge_.Set(input_.capacity() + output_.bytes());
+void FlushAll(Surroundings &surroundings) {
+  for (Client *client : surroundings.unflushed) client->Flush();
+  surroundings.unflushed.clear();
+}
+
+void FlushFull(Surroundings &surroundings) {
+  std::erase_if(surroundings.unflushed, [](Client *client) { return client->NeedsFlush() && (client->Flush(), true); });
 }
 
 }  // namespace zor::notifyserver

@@ -1,5 +1,8 @@
 // A connection to the server and everything that the server stores for it.
 //
+// What the client must not lose is in the server's journal: its record, its input and its output. A message to it is
+// always queued first and sent when the frame at work has been routed, so that a crash neither loses nor repeats it.
+//
 // A client may end in the middle of a turn of the loop, for example because its queue overflows while another client's
 // frame is routed. So ending only marks the client and adds it to a list; it is released after the turn. Ending, naming
 // and releasing a client take no memory, so that they work when there is none.
@@ -13,45 +16,59 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <deque>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "common/unique_fd.h"
 #include "notifyserver/limits.h"
+#include "notifyserver/record.h"
 #include "programs/accounts.h"
 #include "programs/event_poll.h"
+#include "programs/journal/journal.h"
+#include "programs/journal/slot.h"
 #include "programs/output_queue.h"
 
 namespace zor::notifyserver {
 
 class Client;
 
-// A pending request: the client that will reply, and what identifies the reply.
-struct Request {
-  uint32_t type;
-  uint32_t sequence;
-  uint32_t module;  // as the requester addressed it
-  const Client *responder;
+// What clients share. The lists have room for all clients.
+struct Surroundings {
+  daemon::EventPoll &poll;
+  daemon::Journal &journal;
+  daemon::Accounts &accounts;
+  const Limits &limits;
+  std::vector<Client *> ended;
+  std::vector<Client *> unflushed;  // have output that was not tried yet
+  std::vector<std::byte> record;    // room to write one
 };
 
 class Client {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // The client adds itself to `ended`, which has room for it, when it ends.
-  Client(UniqueFd socket, const ucred &peer, daemon::EventPoll &poll, std::vector<Client *> &ended,
-         daemon::Accounts &accounts, daemon::Journal &journal, uint64_t id, const Limits &limits);
+  Client(UniqueFd socket, const ucred &peer, uint64_t id, Surroundings &surroundings);
+  // As another server process wrote it down, but for its output; the record is valid.
+  Client(UniqueFd socket, const ClientRecord &record, Surroundings &surroundings);
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
 
   // False, with errno, if there is no memory for it.
   bool Watch();
+  // Repeats the input and output of a record. False without memory.
+  bool Restore(const ClientRecord &record);
+  ClientRecord Record() const;
+  // The name under which its socket is stored with the service manager.
+  std::string StoredName() const;
 
-  bool registered() const { return mid != 0; }
+  uint64_t id() const { return id_; }
+  bool registered() const { return mid_ != 0; }
+  uint32_t mid() const { return mid_; }
+  uint64_t registration() const { return registration_; }
+  time_t since() const { return since_; }
   // Whether it has time-limited permission to be here without having registered.
-  bool mustRegister() const { return !registered() && !isOperator; }
+  bool mustRegister() const { return !registered() && !isOperator_; }
   Clock::time_point connectedAt() const { return connectedAt_; }
   // Its name in log lines.
   class Text {
@@ -65,20 +82,30 @@ class Client {
   Text Label() const;
   // The process at the other end; user -1 if unknown.
   const ucred &peer() const { return peer_; }
+  int socket() const { return socket_.get(); }
+  daemon::JournalSlot &slot() { return slot_; }
 
-  // Reads at most as much as the scratch space holds. End of file ends the client.
-  void Read(std::span<std::byte> scratch);
-  // The bytes read but not yet consumed.
-  std::span<std::byte> input() { return std::span(input_).subspan(consumed_); }
-  void Consume(size_t count) { consumed_ += count; }
-  // Releases the consumed bytes.
-  void CompactInput();
+  // Each changes its record in the journal; without memory for that it ends.
+  void Register(uint32_t mid, uint64_t registration);
+  void SetOperator(bool isOperator);
+  void AddRequest(const Request &request);
+  // Removes the requests that satisfy the predicate, oldest first, and calls visit(request) for each.
+  template <typename Predicate, typename Visit>
+  void RemoveRequests(Predicate &&matches, Visit &&visit) {
+    if (std::erase_if(requests_, [&](const Request &request) { return matches(request) && (visit(request), true); }) >
+        0) {
+      SaveRecord();
+    }
+  }
+  const std::vector<Request> &requests() const { return requests_; }
 
-  // Sends a message, or queues what the socket does not accept. A client that leaves too much unread is ended. False if
-  // the message is lost; if the client is still reachable then, there was no memory to queue it.
+  // Queues a message; FlushAll sends it. A client that leaves too much unread is ended. False if the message is lost;
+  // if the client is still reachable then, there was no memory to queue it.
   bool Deliver(std::span<const std::byte> message);
   // Sends as much of the queue as the socket accepts.
   void Flush();
+  // Whether its queue might refuse the largest frame only because it was not flushed.
+  bool NeedsFlush() const;
 
   // Ends the client. An empty reason means an ordinary disconnect; the text must outlive the client.
   void End(const char *reason = "");
@@ -100,39 +127,44 @@ class Client {
   // The memory that it takes up, as last charged.
   size_t held() const { return charge_.bytes(); }
   const daemon::Holder &holder() const { return charge_.holder(); }
+  void UpdateCharge() { charge_.Set(slot_.memory()); }
 
-  uint32_t mid = 0;         // 0 until it has registered
-  bool isOperator = false;  // its control request was granted
-  time_t since = 0;         // when it registered
-  std::deque<Request> requests;
-  struct Counts {
-    uint64_t in = 0;       // messages from it
-    uint64_t out = 0;      // messages to it
-    uint64_t dropped = 0;  // messages from it that no client received
-  } counts;
+  // The size of the frame whose start is its input; 0 if even that is not known.
+  size_t awaited = 0;
+  Counts counts;
 
  private:
-  bool Queue(std::span<const std::byte> message, size_t sent);
+  void SaveRecord();
+  StandingRecord Standing() const;
   // After a send that failed, with errno.
   void BreakOutput();
-  void UpdateCharge();
   void WaitForOutput(bool on);
 
   UniqueFd socket_;
-  daemon::EventPoll &poll_;
-  std::vector<Client *> &endedClients_;
+  const uint64_t id_;
   ucred peer_;
-  const Clock::time_point connectedAt_ = Clock::now();
+  Surroundings &shared_;
+  Clock::time_point connectedAt_ = Clock::now();
   daemon::Charge charge_;
-  std::vector<std::byte> input_;
-  size_t consumed_ = 0;
   daemon::JournalSlot slot_;
   daemon::OutputQueue output_;
+  uint32_t mid_ = 0;           // 0 until it has registered
+  uint64_t registration_ = 0;  // order among all registrations
+  time_t since_ = 0;           // when it registered
+  bool isOperator_ = false;    // its control request was granted
+  std::vector<Request> requests_;
+  bool unflushed_ = false;       // is in the list
+  bool waitsForOutput_ = false;  // its socket is full
   bool outputBroken_ = false;
   bool ended_ = false;
   const char *reason_ = "";
   size_t lost_ = 0;
 };
+
+// Sends what was queued since the last call.
+void FlushAll(Surroundings &surroundings);
+// The same for clients whose queue might otherwise refuse a frame.
+void FlushFull(Surroundings &surroundings);
 
 }  // namespace zor::notifyserver
 

@@ -24,7 +24,7 @@ void AddUnread(cJSON *object, const Client::Unread &unread) {
   AddNumber(waiting, "socket", unread.socket);
 }
 
-void AddPendingRequests(cJSON *object, const std::deque<Request> &requests) {
+void AddPendingRequests(cJSON *object, const std::vector<Request> &requests) {
   cJSON *array = cJSON_AddArrayToObject(object, "pending");
   for (const Request &request : requests) {
     cJSON *item = cJSON_CreateObject();
@@ -37,15 +37,15 @@ void AddPendingRequests(cJSON *object, const std::deque<Request> &requests) {
 
 std::string ClientText(const Client &client) {
   const daemon::Json json(cJSON_CreateObject());
-  AddNumber(json.get(), "module", client.mid);
+  AddNumber(json.get(), "module", client.mid());
   AddNumber(json.get(), "pid", client.peer().pid);
   AddNumber(json.get(), "uid", client.peer().uid);
-  AddNumber(json.get(), "since", client.since);
+  AddNumber(json.get(), "since", client.since());
   AddNumber(json.get(), "in", client.counts.in);
   AddNumber(json.get(), "out", client.counts.out);
   AddNumber(json.get(), "dropped", client.counts.dropped);
   AddUnread(json.get(), client.unread());
-  AddPendingRequests(json.get(), client.requests);
+  AddPendingRequests(json.get(), client.requests());
   return daemon::JsonText(json.get());
 }
 
@@ -56,25 +56,34 @@ bool Control::IsRequest(const Frame &frame) {
          frame.head.msg_type >= ZOR_NOTIFY_CONTROL_FIRST && frame.head.msg_type <= ZOR_NOTIFY_CONTROL_LAST;
 }
 
-void Control::Reply(Client &from, const Frame &request) const {
-  uint32_t result = ZOR_CONTROL_OK;
-  std::string text;
-  from.isOperator = daemon::IsOperator(from.peer().uid);
-  if (!from.isOperator) {
-    result = ZOR_CONTROL_REFUSED;
-  } else if (request.head.msg_type != ZOR_NOTIFY_CONTROL_LIST) {
-    result = ZOR_CONTROL_UNKNOWN;
+void Control::Reply(Client &from, const Frame &request) {
+  const OwedReplyRecord asked = {from.id(), request.head.msg_type, request.head.seq};
+  from.SetOperator(daemon::IsOperator(from.peer().uid));
+  if (!daemon::IsOperator(from.peer().uid)) return Send(from, asked, ZOR_CONTROL_REFUSED, {});
+  if (request.head.msg_type == ZOR_NOTIFY_CONTROL_RESTART) {
+    if (owed_) return Send(from, asked, ZOR_CONTROL_UNCHANGED, "it is being replaced already");
+    owed_ = asked;
+  } else if (request.head.msg_type == ZOR_NOTIFY_CONTROL_LIST) {
+    const std::string text = List();
+    Send(from, asked, text.empty() ? ZOR_CONTROL_FAILED : ZOR_CONTROL_OK, text);
   } else {
-    text = List();
-    if (text.empty()) result = ZOR_CONTROL_FAILED;
+    Send(from, asked, ZOR_CONTROL_UNKNOWN, {});
   }
-  ZOR_NOTIFY_MSG head = ReplyHead(request.head.msg_type, request.head.seq, ZOR_NOTIFY_MID_SERVER, from.mid);
+}
+
+void Control::PayOwed(Client &to, uint32_t result, std::string_view text) {
+  if (owed_) Send(to, *owed_, result, text);
+  owed_.reset();
+}
+
+void Control::Send(Client &to, const OwedReplyRecord &asked, uint32_t result, std::string_view text) {
+  ZOR_NOTIFY_MSG head = ReplyHead(asked.type, asked.sequence, ZOR_NOTIFY_MID_SERVER, to.mid());
   head.data_len = static_cast<uint32_t>(sizeof result + text.size());
   std::vector<std::byte> bytes(sizeof head + head.data_len);
   std::memcpy(bytes.data(), &head, sizeof head);
   std::memcpy(bytes.data() + sizeof head, &result, sizeof result);
-  std::memcpy(bytes.data() + sizeof head + sizeof result, text.data(), text.size());
-  from.Deliver(bytes);
+  if (!text.empty()) std::memcpy(bytes.data() + sizeof head + sizeof result, text.data(), text.size());
+  to.Deliver(bytes);
 }
 
 std::string Control::ServerText() const {

@@ -6,12 +6,15 @@
 
 #include <array>
 #include <chrono>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "notifyserver/client.h"
 #include "notifyserver/frame.h"
 #include "notifyserver/limits.h"
+#include "notifyserver/server_state.h"
 
 namespace zor::notifyserver {
 
@@ -24,17 +27,30 @@ class Control {
   Control(const Limits &limits, const Modules &modules) : limits_(limits), modules_(modules) {}
 
   static bool IsRequest(const Frame &frame);
-  // Carries out a control request and sends the reply.
-  void Reply(Client &from, const Frame &request) const;
+  // Carries out a control request and sends the reply; that to a restart is owed.
+  void Reply(Client &from, const Frame &request);
+
+  // The client that waits for the server's replacement.
+  const std::optional<OwedReplyRecord> &owed() const { return owed_; }
+  // Repeats what another process owed.
+  void Owe(const OwedReplyRecord &reply) { owed_ = reply; }
+  // Sends what is owed to the client.
+  void PayOwed(Client &to, uint32_t result, std::string_view text);
+  void ForgetOwed() { owed_.reset(); }
+
+  std::chrono::steady_clock::time_point start() const { return start_; }
+  void SetStart(std::chrono::steady_clock::time_point start) { start_ = start; }
 
  private:
+  static void Send(Client &to, const OwedReplyRecord &asked, uint32_t result, std::string_view text);
   std::string ServerText() const;
   // The server and its clients as JSON; empty if memory runs out or the text does not fit a reply.
   std::string List() const;
 
   const Limits limits_;
   const Modules &modules_;
-  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  std::optional<OwedReplyRecord> owed_;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 }  // namespace zor::notifyserver

@@ -52,6 +52,13 @@ Parsed ParseFrame(std::span<std::byte> bytes, size_t maxDataBytes) {
   return parsed;
 }
 
+size_t FrameSize(std::span<const std::byte> bytes) {
+  ZOR_NOTIFY_MSG head;
+  if (bytes.size() < sizeof head) return 0;
+  std::memcpy(&head, bytes.data(), sizeof head);
+  return sizeof head + size_t{head.data_len};
+}
+
 ZOR_NOTIFY_MSG ReplyHead(uint32_t type, uint32_t sequence, uint32_t source, uint32_t destination) {
   ZOR_NOTIFY_MSG head = {};
   head.msg_type = type;

@@ -35,6 +35,9 @@ struct Parsed {
 // The frame at the start of the bytes.
 Parsed ParseFrame(std::span<std::byte> bytes, size_t maxDataBytes);
 
+// The size of the frame that starts with the bytes; 0 if they are less than a header.
+size_t FrameSize(std::span<const std::byte> bytes);
+
 // The header of the reply to a request of the given type and number.
 ZOR_NOTIFY_MSG ReplyHead(uint32_t type, uint32_t sequence, uint32_t source, uint32_t destination);
 

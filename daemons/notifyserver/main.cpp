@@ -3,6 +3,10 @@
 #include <zor/notify_wire.h>
 #include <zor/paths.h>
 
+#include <span>
+#include <string>
+#include <utility>
+
 #include "notifyserver/server.h"
 #include "programs/limits.h"
 #include "programs/problem_log.h"
@@ -30,7 +34,7 @@ constexpr zor::daemon::Program kProgram = {
     "  memory_bytes = 67108864   memory that all clients may take up before the largest is cut off; at least "
     "user_bytes\n",
     "log clients that register and leave, and notifications and replies without a destination",
-    false,
+    true,
     ZOR_PATH_NOTIFY_SERVER,
     01777,  // every module creates a socket beside the server's
 };
@@ -67,18 +71,32 @@ Limits ReadSettings(zor::daemon::Settings &settings) {
   return limits;
 }
 
-int Run(const Limits &limits, zor::daemon::ProblemLog &log, bool verbose) {
+int Run(const Limits &limits, zor::daemon::ProblemLog &log, zor::daemon::Start &start) {
   // Long frames are given back to the system when they are done; the C library would raise this with each.
   ::mallopt(M_MMAP_THRESHOLD, kMappedBlock);
-  zor::notifyserver::Server server(limits, log, verbose);
-  if (const auto code = server.Open(); code != zor::daemon::kExitOk) return code;
+  // Before the server opens descriptors of its own.
+  auto inherited = start.inherited ? zor::daemon::DescriptorSet::OfProcess(start.inherited->state.get())
+                                   : zor::daemon::DescriptorSet();
+  const auto journal = zor::notifyserver::NewJournal(limits, log);
+  if (journal == nullptr) return zor::daemon::kExitFailure;
+  zor::notifyserver::Server server(limits, *journal, start.image, log, start.verbose);
+  if (const auto code = server.Open(start, std::move(inherited)); code != zor::daemon::kExitOk) return code;
   zor::daemon::SayListening(kProgram, ZOR_PATH_NOTIFY_SERVER);
   server.Run();
   return zor::daemon::kExitOk;
 }
 
+int CheckState(const Limits &, zor::daemon::ProblemLog &log, std::span<const std::byte> bytes) {
+  std::string problem;
+  const auto state = zor::notifyserver::ReadState(bytes, problem);
+  if (state) problem = zor::notifyserver::ProblemOf(*state);
+  if (problem.empty()) return zor::daemon::kExitOk;
+  log.Print("%s", problem.c_str());
+  return zor::daemon::kExitState;
+}
+
 }  // namespace
 
 int main(int count, char **arguments) {
-  return zor::daemon::ServerMain(kProgram, count, arguments, ReadSettings, Run);
+  return zor::daemon::ServerMain(kProgram, count, arguments, ReadSettings, Run, CheckState);
 }

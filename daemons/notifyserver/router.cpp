@@ -1,16 +1,13 @@
 #include "notifyserver/router.h"
 
 #include <algorithm>
-#include <ctime>
+#include <unordered_set>
+#include <utility>
 
 #include "programs/limits.h"
 
 namespace zor::notifyserver {
 namespace {
-
-bool MayRegister(uint32_t mid) {
-  return mid >= ZOR_NOTIFY_MID_FIRST && mid <= ZOR_NOTIFY_MID_LAST && mid != ZOR_NOTIFY_MID_SERVER;
-}
 
 bool IsRegistration(const Frame &frame) {
   return frame.kind() == Frame::Kind::kNotification && frame.head.des_id == ZOR_NOTIFY_MID_SERVER &&
@@ -18,7 +15,7 @@ bool IsRegistration(const Frame &frame) {
 }
 
 void SendEmptyReply(Client &requester, const Request &request) {
-  const auto reply = BuildEmptyReply(request.type, request.sequence, request.module, requester.mid);
+  const auto reply = BuildEmptyReply(request.type, request.sequence, request.module, requester.mid());
   // It would wait for minutes.
   if (!requester.Deliver(reply) && requester.reachable()) requester.End("no memory for a reply to it");
 }
@@ -26,11 +23,11 @@ void SendEmptyReply(Client &requester, const Request &request) {
 // Sends empty replies to the requests of one client that satisfy the predicate, and removes them.
 template <class Predicate>
 void SendEmptyReplies(Client &requester, Predicate &&matches) {
-  std::erase_if(requester.requests, [&](const Request &request) {
-    if (!matches(request)) return false;
-    SendEmptyReply(requester, request);
-    return true;
-  });
+  requester.RemoveRequests(matches, [&](const Request &request) { SendEmptyReply(requester, request); });
+}
+
+Request RequestIn(const Frame &frame, uint64_t responder) {
+  return {frame.head.msg_type, frame.head.seq, frame.head.des_id, 0, responder};
 }
 
 }  // namespace
@@ -48,7 +45,7 @@ void Router::Route(Client &from, Frame &frame) {
     from.End("its first frame was not a registration");
     return;
   }
-  frame.SetSource(from.mid);
+  frame.SetSource(from.mid());
   ++from.counts.in;
   switch (frame.kind()) {
     case Frame::Kind::kNotification:
@@ -63,27 +60,49 @@ void Router::Route(Client &from, Frame &frame) {
   }
 }
 
+void Router::Refuse(Client &from, const Frame &frame) {
+  ++from.counts.dropped;
+  if (from.registered() && frame.kind() == Frame::Kind::kRequest) SendEmptyReply(from, RequestIn(frame, 0));
+}
+
 void Router::Remove(const Client &client) {
   if (!client.registered()) return;
-  std::erase(modules_[client.mid], &client);
+  std::erase(modules_[client.mid()], &client);
   if (verbose_) log_.PrintOf(client.holder(), "%s disconnected", client.Label().c_str());
+  ForEach([&](Client &requester) {
+    SendEmptyReplies(requester, [&](const Request &request) { return request.responder == client.id(); });
+  });
+}
+
+void Router::Adopt(Client &client) {
+  modules_[client.mid()].push_back(&client);
+  lastRegistration_ = std::max(lastRegistration_, client.registration());
+}
+
+void Router::EndOrphans() {
+  std::unordered_set<uint64_t> present;
+  ForEach([&](const Client &client) { present.insert(client.id()); });
+  ForEach([&](Client &requester) {
+    SendEmptyReplies(requester, [&](const Request &request) { return !present.contains(request.responder); });
+  });
+}
+
+template <class Visit>
+void Router::ForEach(Visit visit) {
   for (const auto &clients : modules_) {
-    for (Client *requester : clients) {
-      SendEmptyReplies(*requester, [&](const Request &request) { return request.responder == &client; });
-    }
+    for (Client *client : clients) visit(*client);
   }
 }
 
 void Router::Register(Client &client, const Frame &frame) {
   const uint32_t mid = frame.FirstValue();
   if (client.registered()) {
-    if (client.mid != mid) client.End("it registered a second id");
+    if (client.mid() != mid) client.End("it registered a second id");
   } else if (!MayRegister(mid)) {
     client.End("it registered an invalid id");
   } else {
     modules_[mid].push_back(&client);
-    client.mid = mid;
-    client.since = std::time(nullptr);
+    client.Register(mid, ++lastRegistration_);
     if (verbose_) log_.PrintOf(client.holder(), "%s registered", client.Label().c_str());
   }
 }
@@ -102,39 +121,29 @@ void Router::RouteNotification(Client &from, const Frame &frame) {
 
 void Router::RouteRequest(Client &from, const Frame &frame) {
   Client *responder = Oldest(frame.head.des_id);
-  const Request request = {frame.head.msg_type, frame.head.seq, frame.head.des_id, responder};
   // The requester would accept its own request, sent back to it, as the reply.
-  if (responder == nullptr || responder == &from) {
-    ++from.counts.dropped;
-    SendEmptyReply(from, request);
-    return;
-  }
+  if (responder == nullptr || responder == &from) return Refuse(from, frame);
   // The requester has given up its oldest requests, or never waits for replies; new requests matter more.
-  if (from.requests.size() == limits::notifyserver::kRequests) {
-    const Request oldest = from.requests.front();
-    from.requests.pop_front();
-    SendEmptyReply(from, oldest);
+  if (from.requests().size() >= limits::notifyserver::kRequests) {
+    SendEmptyReplies(from, [oldest = true](const Request &) mutable { return std::exchange(oldest, false); });
   }
-  from.requests.push_back(request);
-  if (Deliver(*responder, frame)) return;
-  ++from.counts.dropped;
-  from.requests.pop_back();
-  SendEmptyReply(from, request);
+  if (!Deliver(*responder, frame)) return Refuse(from, frame);
+  from.AddRequest(RequestIn(frame, responder->id()));
 }
 
 void Router::RouteReply(Client &from, const Frame &frame) {
   for (Client *requester : ClientsOf(frame.head.des_id)) {
-    const auto request = std::find_if(requester->requests.begin(), requester->requests.end(), [&](const Request &r) {
-      return r.responder == &from && r.type == frame.head.msg_type && r.sequence == frame.head.seq;
-    });
-    if (request == requester->requests.end()) continue;
-    const Request expected = *request;
-    requester->requests.erase(request);
-    if (!Deliver(*requester, frame)) {
+    bool found = false;
+    const auto answers = [&](const Request &r) {
+      return !found && r.responder == from.id() && r.type == frame.head.msg_type && r.sequence == frame.head.seq;
+    };
+    requester->RemoveRequests(answers, [&](const Request &expected) {
+      found = true;
+      if (Deliver(*requester, frame)) return;
       ++from.counts.dropped;
       SendEmptyReply(*requester, expected);
-    }
-    return;
+    });
+    if (found) return;
   }
   ++from.counts.dropped;
   if (!verbose_) return;

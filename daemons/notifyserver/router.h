@@ -32,8 +32,17 @@ class Router {
 
   // Passes on a frame. A frame that breaks the rules ends its sender.
   void Route(Client &from, Frame &frame);
+  // Gives up a frame that is not to be passed on: the requester gets an empty reply.
+  void Refuse(Client &from, const Frame &frame);
   // Removes a client that has ended, and sends empty replies to the requests that were waiting for it.
   void Remove(const Client &client);
+
+  Control &control() { return control_; }
+  // Takes over a registered client from another process: call it in the order of the registrations.
+  void Adopt(Client &client);
+  // Sends empty replies to the requests that were waiting for clients that are no longer there.
+  void EndOrphans();
+  uint64_t lastRegistration() const { return lastRegistration_; }
 
  private:
   void Register(Client &client, const Frame &frame);
@@ -42,11 +51,14 @@ class Router {
   void RouteReply(Client &from, const Frame &frame);
   // False, with a line, if there was no memory for the message and its receiver still waits for others.
   bool Deliver(Client &to, const Frame &frame);
+  template <class Visit>
+  void ForEach(Visit visit);
   // The clients of a module in the order of their registration; empty for an id that cannot be registered.
   std::vector<Client *> &ClientsOf(uint32_t mid);
   Client *Oldest(uint32_t mid);
 
   Modules modules_;
+  uint64_t lastRegistration_ = 0;
   Control control_;
   daemon::ProblemLog &log_;
   bool verbose_;

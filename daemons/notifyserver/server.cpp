@@ -1,53 +1,45 @@
 #include "notifyserver/server.h"
 
 #include <sys/socket.h>
-#include <zor/notify_wire.h>
-#include <zor/paths.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
 #include <utility>
 
-#include "programs/limits.h"
-#include "programs/paths.h"
 #include "programs/peer.h"
 
 namespace zor::notifyserver {
 namespace {
 
-// Every module creates a socket beside the server's, whatever user it runs as; as in /tmp, users can remove only their
-// own.
-constexpr mode_t kDirectoryMode = 01777;
-constexpr mode_t kSocketMode = 0666;
-
 // How long a server without free descriptors waits before it tries to accept again.
 constexpr int kPauseMs = 1000;
 
+// The longest frame beside the memory of all: what exceeds that is cut off only after the turn.
+size_t JournalBytes(const Limits &limits) {
+  return limits.memoryBytes + limits.queueBytes;
+}
+
 }  // namespace
 
-daemon::ExitCode Server::Open() {
-  if (!stop_.valid() || !poll_.valid()) {
-    log_.PrintErrno("cannot wait for events");
-    return daemon::kExitFailure;
-  }
-  journal_ = daemon::Journal::Create(log_.program(), {limits_.maxClients, limits_.memoryBytes, scratch_.size()});
-  if (journal_ == nullptr) {
-    log_.PrintErrno("cannot start");
-    return daemon::kExitFailure;
-  }
-  if (!daemon::MakeDirectory(ZOR_PATH_NOTIFY_DIR, kDirectoryMode)) {
-    log_.PrintErrno("%s", ZOR_PATH_NOTIFY_DIR);
-    return daemon::kExitFailure;
-  }
-  if (const auto code = listener_.Open(ZOR_PATH_NOTIFY_SERVER, SOCK_STREAM, kSocketMode, log_);
-      code != daemon::kExitOk) {
-    return code;
-  }
-  if (poll_.Add(stop_.fd(), EPOLLIN, &stop_) && poll_.Add(listener_.fd(), EPOLLIN, &listener_)) return daemon::kExitOk;
-  log_.PrintErrno("cannot wait for events");
-  return daemon::kExitFailure;
+std::unique_ptr<daemon::Journal> NewJournal(const Limits &limits, daemon::ProblemLog &log) {
+  constexpr size_t kBuffer = 65536;
+  constexpr size_t kEnding = 64;  // clients that have made room for others in one turn
+  auto journal = daemon::Journal::Create(log.program(), {limits.maxClients + kEnding, JournalBytes(limits), kBuffer});
+  if (journal == nullptr) log.PrintErrno("cannot start");
+  return journal;
 }
+
+Server::Server(const Limits &limits, daemon::Journal &journal, const daemon::ProgramImage &image,
+               daemon::ProblemLog &log, bool verbose)
+    : limits_(limits),
+      log_(log),
+      accounts_({limits.maxClients, limits.userClients, limits.userBytes, limits.memoryBytes}),
+      journal_(journal),
+      shared_{poll_, journal, accounts_, limits_, {}, {}, {}},
+      router_(limits, log, verbose),
+      intake_(shared_, router_, log),
+      succession_(image, log) {}
 
 void Server::Run() {
   while (Turn()) {
@@ -68,7 +60,10 @@ bool Server::Turn() {
     EndLargest();
     ReleaseEnded();
   }
-  journal_->Commit();
+  journal_.Commit();
+  if (handOverWanted_ || (router_.control().owed() && !succession_.underWay())) BeginHandOver();
+  if (succession_.underWay()) ContinueHandOver();
+  FlushAll(shared_);
   watchdog_.Feed();
   return !stopped_;
 }
@@ -77,15 +72,21 @@ bool Server::Turn() {
 // is reported again.
 void Server::HandleEvents(std::span<const epoll_event> events) {
   for (const epoll_event &event : events) {
-    if (event.data.ptr == &stop_) {
-      stopped_ = stop_.Take();
+    if (event.data.ptr == &signals_) {
+      TakeSignals();
     } else if (event.data.ptr == &listener_) {
       Accept();
-    } else {
+    } else if (event.data.ptr != &succession_) {
       Serve(*static_cast<Client *>(event.data.ptr), event.events);
     }
     if (stopped_ || accounts_.exceeded()) return;
   }
+}
+
+void Server::TakeSignals() {
+  const auto request = signals_.Take();
+  stopped_ = request == daemon::ServerSignals::Request::kStop;
+  if (request == daemon::ServerSignals::Request::kHandOver) handOverWanted_ = true;
 }
 
 int Server::TimeoutMs() const {
@@ -117,16 +118,20 @@ void Server::Admit(UniqueFd socket) {
                  peer.uid, accounts_.ClientsOf(peer.uid), peer.pid, accounts_.clients());
     return;
   }
-  ended_.reserve(clients_.size() + 1);
-  auto client =
-      std::make_unique<Client>(std::move(socket), peer, poll_, ended_, accounts_, *journal_, ++lastId_, limits_);
-  Client *const key = client.get();
-  if (!clients_.emplace(key, std::move(client)).first->second->Watch()) {
-    log_.PrintErrno("%s refused", key->Label().c_str());
-    clients_.erase(key);
-    return;
+  Client &client = Add(std::make_unique<Client>(std::move(socket), peer, ++lastId_, shared_));
+  if (!client.Watch()) {
+    log_.PrintErrno("%s refused", client.Label().c_str());
+    return client.End();
   }
-  registrationCheck_ = std::min(registrationCheck_, key->connectedAt() + limits_.registration);
+  daemon::StoreDescriptor(client.StoredName(), client.socket());
+  registrationCheck_ = std::min(registrationCheck_, client.connectedAt() + limits_.registration);
+}
+
+Client &Server::Add(std::unique_ptr<Client> client) {
+  shared_.ended.reserve(clients_.size() + 1);
+  shared_.unflushed.reserve(clients_.size() + 1);
+  Client *const key = client.get();
+  return *clients_.emplace(key, std::move(client)).first->second;
 }
 
 bool Server::HasRoomFor(const daemon::Holder &newcomer) {
@@ -148,31 +153,20 @@ void Server::PauseListening(bool on) {
   if (poll_.Change(listener_.fd(), on ? 0u : uint32_t{EPOLLIN}, &listener_)) listeningPaused_ = on;
 }
 
-// What a client sends must not end the others: without memory for it, only this client ends.
 void Server::Serve(Client &client, uint32_t events) {
-  try {
-    if (!client.ended() && (events & EPOLLOUT) != 0) client.Flush();
-    if (!client.ended() && (events & ~EPOLLOUT) != 0) ReadFrames(client);
-  } catch (const std::bad_alloc &) {
-    client.End("no memory for what it sent");
-  }
+  if (!client.ended() && (events & EPOLLOUT) != 0) client.Flush();
+  if (!client.ended() && (events & ~EPOLLOUT) != 0) TakeIn(client, &Intake::Read);
 }
 
-void Server::ReadFrames(Client &client) {
-  client.Read(scratch_);
-  while (!client.ended()) {
-    // Before it registers, a client may send nothing longer than a registration.
-    const size_t limit = client.registered() ? limits_.maxDataBytes : limits::notifyserver::kRegistration;
-    Parsed parsed = ParseFrame(client.input(), limit);
-    if (parsed.state == Parsed::State::kPartial) break;
-    if (parsed.state == Parsed::State::kMalformed) {
-      client.End(parsed.reason);
-      break;
-    }
-    router_.Route(client, parsed.frame);
-    client.Consume(parsed.frame.bytes.size());
+// What a client sends must not end the others: without memory for it, only this client ends.
+void Server::TakeIn(Client &client, void (Intake::*work)(Client &)) {
+  try {
+    (intake_.*work)(client);
+  } catch (const std::bad_alloc &) {
+    client.End("no memory for what it sent");
+    intake_.Abandon();
   }
-  client.CompactInput();
+  FlushAll(shared_);
 }
 
 void Server::EndUnregistered() {
@@ -202,13 +196,25 @@ void Server::EndLargest() {
 
 // Sending the empty replies that are due when one client ends may end another, which then joins the list.
 void Server::ReleaseEnded() {
-  for (size_t index = 0; index < ended_.size(); ++index) {
-    router_.Remove(*ended_[index]);
-    LogEnd(*ended_[index]);
+  std::vector<Client *> &ended = shared_.ended;
+  for (size_t index = 0; index < ended.size(); ++index) {
+    router_.Remove(*ended[index]);
+    FlushAll(shared_);
+    LogEnd(*ended[index]);
   }
-  if (!ended_.empty() && listeningPaused_) PauseListening(false);
-  for (const Client *client : ended_) clients_.erase(client);
-  ended_.clear();
+  if (!ended.empty() && listeningPaused_) PauseListening(false);
+  for (const Client *client : ended) Forget(*client);
+  ended.clear();
+}
+
+// Its name in the store makes a text: without memory the manager keeps the socket, and the next server ends it.
+void Server::Forget(const Client &client) {
+  try {
+    daemon::RemoveStoredDescriptors(client.StoredName());
+  } catch (const std::bad_alloc &) {
+    log_.Print("%s: its socket stays stored", client.Label().c_str());
+  }
+  clients_.erase(&client);
 }
 
 void Server::LogEnd(const Client &client) {

@@ -1,0 +1,172 @@
+// The start: this process goes on where another server has stopped.
+#include <sys/socket.h>
+#include <zor/control_wire.h>
+#include <zor/paths.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "notifyserver/server.h"
+#include "programs/journal/names.h"
+#include "programs/journal/reader.h"
+#include "programs/paths.h"
+
+namespace zor::notifyserver {
+namespace {
+
+// Every module creates a socket beside the server's, whatever user it runs as; as in /tmp, users can remove only their
+// own.
+constexpr mode_t kDirectoryMode = 01777;
+constexpr mode_t kSocketMode = 0666;
+
+int SocketOption(int socket, int option) {
+  int value = -1;
+  socklen_t size = sizeof value;
+  return ::getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
+}
+
+// Whether it is a socket as the listener makes them.
+bool IsConnection(int socket) {
+  return SocketOption(socket, SO_TYPE) == SOCK_STREAM && SocketOption(socket, SO_ACCEPTCONN) == 0 &&
+         SocketOption(socket, SO_DOMAIN) == AF_UNIX;
+}
+
+// The passed journals, newest first.
+std::vector<daemon::PassedDescriptor> TakeJournals(std::vector<daemon::PassedDescriptor> &passed) {
+  const auto numberOf = [](const daemon::PassedDescriptor &each) {
+    return daemon::journal::NumberIn(each.name, daemon::journal::kNamePrefix);
+  };
+  const auto journals = std::ranges::stable_partition(passed, [&](const auto &each) { return !numberOf(each); });
+  std::vector<daemon::PassedDescriptor> taken(std::move_iterator(journals.begin()), std::move_iterator(journals.end()));
+  passed.erase(journals.begin(), journals.end());
+  std::ranges::sort(taken, std::greater(), numberOf);
+  return taken;
+}
+
+}  // namespace
+
+daemon::ExitCode Server::Open(daemon::Start &start, daemon::DescriptorSet inherited) {
+  if (!signals_.valid() || !poll_.valid() || !succession_.valid()) {
+    log_.PrintErrno("cannot wait for events");
+    return daemon::kExitFailure;
+  }
+  if (start.inherited) return TakeOver(*start.inherited, inherited);
+  if (!daemon::MakeDirectory(ZOR_PATH_NOTIFY_DIR, kDirectoryMode)) {
+    log_.PrintErrno("%s", ZOR_PATH_NOTIFY_DIR);
+    return daemon::kExitFailure;
+  }
+  const auto code = listener_.OpenPassed(ZOR_PATH_NOTIFY_SERVER, SOCK_STREAM, kSocketMode, start.passed, log_);
+  if (code != daemon::kExitOk) return code;
+  TakeOverCrashed(start.passed);
+  return Watch() ? daemon::kExitOk : daemon::kExitFailure;
+}
+
+bool Server::Watch() {
+  if (poll_.Add(signals_.fd(), EPOLLIN, &signals_) && poll_.Add(listener_.fd(), EPOLLIN, &listener_) &&
+      poll_.Add(succession_.fd(), EPOLLIN, &succession_)) {
+    return true;
+  }
+  log_.PrintErrno("cannot wait for events");
+  return false;
+}
+
+daemon::ExitCode Server::TakeOver(const daemon::Inheritance &inheritance, daemon::DescriptorSet &descriptors) {
+  const daemon::MappedState bytes(inheritance.state.get());
+  std::string problem = "it cannot be read";
+  auto state = bytes.valid() ? ReadState(bytes.bytes(), problem) : std::nullopt;
+  if (!state) {
+    log_.Print("nothing taken over: %s", problem.c_str());
+    return daemon::kExitFailure;
+  }
+  listener_.Adopt(descriptors.Take(state->server.listener), descriptors.Take(state->server.lock), SOCK_STREAM);
+  if (!Watch()) return daemon::kExitFailure;
+  Restore(*state, descriptors);
+  StoreJournal({state->server.journal});
+  inheritance.Report(log_);
+  if (state->owed) router_.control().Owe(*state->owed);
+  for (const auto &[key, client] : clients_) {
+    if (state->owed && client->id() == state->owed->client) {
+      router_.control().PayOwed(*client, ZOR_CONTROL_OK, inheritance.Json());
+    }
+  }
+  router_.control().ForgetOwed();
+  ReleaseEnded();
+  FlushAll(shared_);
+  return daemon::kExitOk;
+}
+
+// The new journal takes the place of the old ones before the first byte is sent: until then this process may end, and
+// the next one finds everything as this one did.
+void Server::TakeOverCrashed(std::vector<daemon::PassedDescriptor> &passed) {
+  std::vector<daemon::PassedDescriptor> journals = TakeJournals(passed);
+  std::optional<daemon::JournalContent> content;
+  std::string problem;
+  std::vector<std::string> names;
+  for (const daemon::PassedDescriptor &journal : journals) {
+    if (!content) content = daemon::ReadJournal(journal.fd.get(), log_.program(), problem);
+    names.push_back(journal.name);
+  }
+  if (!journals.empty() && !content) log_.Print("the journal of the former server is not used: %s", problem.c_str());
+  ServerState state;
+  if (content) state = RecoverState(std::move(*content));
+  daemon::DescriptorSet descriptors;
+  size_t unknown = 0;
+  for (daemon::PassedDescriptor &each : passed) {
+    const auto id = daemon::journal::NumberIn(each.name, kStoredPrefix);
+    const auto record = std::ranges::find(state.clients, id.value_or(0), [](const auto &r) { return r.standing.id; });
+    if (record != state.clients.end() && record->socket < 0) {
+      record->socket = descriptors.Add(std::move(each.fd));
+    } else {
+      ++unknown;
+      daemon::RemoveStoredDescriptors(each.name);
+    }
+  }
+  passed.clear();
+  if (unknown > 0) log_.Print("%zu connections cut off: nothing is known of their clients", unknown);
+  Restore(state, descriptors);
+  StoreJournal(names);
+  if (content || unknown > 0) log_.Print("took over from a server that crashed: %zu clients", clients_.size());
+  for (const uint64_t id : state.unrouted) {
+    for (const auto &[key, client] : clients_) {
+      if (client->id() == id) TakeIn(*client, &Intake::Resume);
+    }
+  }
+  ReleaseEnded();
+  FlushAll(shared_);
+}
+
+void Server::Restore(ServerState &state, daemon::DescriptorSet &descriptors) {
+  if (state.damaged > 0) log_.Print("%zu clients cut off: their records are damaged", state.damaged);
+  if (state.server.started > 0) router_.control().SetStart(TimeOf(state.server.started));
+  lastId_ = state.server.lastId;
+  std::ranges::sort(state.clients, {}, [](const ClientRecord &record) { return record.standing.registration; });
+  for (const ClientRecord &record : state.clients) RestoreClient(record, descriptors);
+  router_.EndOrphans();
+}
+
+void Server::RestoreClient(const ClientRecord &record, daemon::DescriptorSet &descriptors) {
+  UniqueFd socket = descriptors.Take(record.socket);
+  const char *problem = ProblemOf(record);
+  if (problem == nullptr && !IsConnection(socket.get())) problem = "its socket is missing";
+  const bool known =
+      std::ranges::any_of(clients_, [&](const auto &each) { return each.second->id() == record.standing.id; });
+  if (problem == nullptr && known) problem = "its number is another's";
+  if (problem != nullptr) {
+    log_.PrintOf({record.standing.uid, record.standing.pid}, "module %u (pid %d) cut off: %s, %zu messages lost",
+                 record.standing.mid, record.standing.pid, problem, record.queue.size());
+    return;
+  }
+  Client &client = Add(std::make_unique<Client>(std::move(socket), record, shared_));
+  lastId_ = std::max(lastId_, client.id());
+  if (client.registered()) router_.Adopt(client);
+  if (!client.Restore(record) || !client.Watch()) client.End("no memory to take it over");
+}
+
+// From here on a crash finds this process's journal.
+void Server::StoreJournal(const std::vector<std::string> &former) {
+  journal_.SetComplete();
+  daemon::StoreDescriptor(journal_.Name(), journal_.fd());
+  for (const std::string &name : former) daemon::RemoveStoredDescriptors(name);
+}
+
+}  // namespace zor::notifyserver
