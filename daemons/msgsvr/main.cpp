@@ -161,13 +161,13 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   msgsvr::Server server(bus, signals,
                         {listeners.local.fd(), listeners.local.lockFd(), listeners.tcp.socket.get(), settings.tcp},
                         start.image);
-  if (state) server.TakeOver(*std::exchange(state, std::nullopt), descriptors);
-  mapped.reset();
-  descriptors = {};
   if (!server.Watch()) {
     log.PrintErrno("cannot start");
     return daemon::kExitFailure;
   }
+  if (state) server.TakeOver(*std::exchange(state, std::nullopt), descriptors);
+  mapped.reset();
+  descriptors = {};
   Announce(start, server, listeners, log);
   server.Run();
   return daemon::kExitOk;

@@ -47,14 +47,18 @@ constexpr long kMostCalls = 20000;  // more than any scenario makes
 // How long a conversation goes on in which the fault may have lost a message; the result does not matter then.
 constexpr Milliseconds kBriefly{300};
 
+// Made when the fault has happened.
+constexpr char kReached[] = "/reached";
+
 struct Server {
   const char *name;
   const char *program;
   const char *ready;  // what it says when it serves
   // A conversation of honest clients, which reaches every call; whether they were served.
   bool (*serves)(const TempRoot &root, Milliseconds deadline);
-  bool onBus = false;            // it is a client of the other servers
-  const char *onlyIf = nullptr;  // the variable of a successor: only that one has the fault, and may end by itself
+  bool onBus = false;  // it is a client of the other servers
+  // The variable of a successor: only that one has the fault. It may end, or cut off and name a client.
+  const char *onlyIf = nullptr;
 };
 
 bool Converse(const TempRoot &root, Milliseconds deadline) {
@@ -123,7 +127,7 @@ bool PassesMessages(const TempRoot &root, Milliseconds deadline) {
   return Gets(*sender, deadline, kType) && sender->Receive(2, deadline) == std::string(2, '\0');
 }
 
-// The server replaces itself, or refuses; in both cases these clients stay connected.
+// The server replaces itself. It may refuse that once, because of the fault.
 bool HandsOver(const TempRoot &root, Milliseconds deadline) {
   const auto sender = Join(root, "sender", deadline);
   const auto receiver = Join(root, "receiver", deadline);
@@ -137,7 +141,8 @@ bool HandsOver(const TempRoot &root, Milliseconds deadline) {
   for (uint32_t i = 0; i < kCount; ++i) {
     if (!Gets(*receiver, deadline, kType, i)) return false;
   }
-  return reply->header.data == ZOR_CONTROL_OK;
+  if (reply->header.data == ZOR_CONTROL_OK) return true;
+  return fs::exists(root.Path(kReached)) && fs::create_directory(root.Path("/refused"));
 }
 
 // Asks a daemon that is on the bus: the data word of the reply.
@@ -226,12 +231,13 @@ class ServerFaults : public testing::TestWithParam<Case> {
 
 bool ServerFaults::SurvivesCall(long nth) {
   const TempRoot root;
-  const std::string reached = root.Path("/reached");
+  const std::string reached = root.Path(kReached);
   std::vector<Child> others;
   for (const char *program : {MSGSVR, NOTIFYSERVER}) {
     if (server_.onBus) others.push_back(Child::Program({program}));
   }
   for (Child &other : others) EXPECT_TRUE(other.WaitForOutput("listening"));
+  const size_t logged = lines_.Text().size();
   ::setenv("FAULT_NTH", std::to_string(nth).c_str(), 1);
   ::setenv("FAULT_FILE", reached.c_str(), 1);
   ::setenv("LD_PRELOAD", FAULT_LIBRARY, 1);
@@ -242,16 +248,17 @@ bool ServerFaults::SurvivesCall(long nth) {
     EXPECT_TRUE(fs::exists(reached) && status > 0 && status < 128) << "call " << nth << " at start: status " << status;
     return true;
   }
-  const bool served = server_.serves(root, nth == 0 ? kPatience : kBriefly);
+  const bool served = server_.serves(root, nth == 0 || server_.onlyIf != nullptr ? kPatience : kBriefly);
   const bool isReached = fs::exists(reached);
   EXPECT_TRUE(served || isReached) << "without a fault";
   if (nth == 0) descriptors_ = DescriptorsAtRest(server.pid());
   if (!isReached) return false;  // only in a second conversation, if at all: the walk is at its end
   if (server_.onlyIf != nullptr && !served) {
-    if (const int status = server.Wait(kPatience / 60); status >= 0) {
-      EXPECT_TRUE(status > 0 && status < 128) << "call " << nth << " in the successor: status " << status;
-      return true;
-    }
+    int status = -1;
+    const auto ended = [&] { return (status = server.Wait(Milliseconds(0))) >= 0; };
+    EXPECT_TRUE(WaitUntil([&] { return ended() || lines_.Text().find("cut off", logged) != std::string::npos; }));
+    EXPECT_TRUE(status != 0 && status < 128) << "call " << nth << " in the successor: status " << status;
+    if (status > 0) return true;
   }
   EXPECT_TRUE(WaitUntil([&] { return server_.serves(root, kPatience); })) << "after call " << nth;
   EXPECT_TRUE(WaitUntil([&] { return DescriptorsOf(server.pid()) <= descriptors_; })) << "after call " << nth;
