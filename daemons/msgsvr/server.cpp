@@ -72,8 +72,8 @@ void Server::Turn() {
   router_.delivery().TellUndelivered();
   router_.delivery().FlushCopies();
   ReadDeaf();
-  CheckTimers();
   while (bus_.accounts.exceeded()) EndLargest();
+  CheckTimers();  // also ends the pauses of clients that have ended
   ready_.RemoveEnded();
   bus_.Sweep();
   bus_.reserve.Refill();
