@@ -197,7 +197,7 @@ Message Bus::Request(const Outgoing &request, const Deadline &deadline) {
 
 std::string Bus::Control(uint32_t type, std::string_view body, const Deadline &deadline) try {
   Message reply = Request({type, "", 0, std::string(body)}, deadline.ForServer());
-  CheckControl(reply.data, kServer);
+  CheckControl(reply.data, kServer, reply.body);
   return std::move(reply.body);
 } catch (const Failure &failure) {
   if (failure.code != kExitNotFound) throw;

@@ -3,10 +3,11 @@
 #include <zor/control_wire.h>
 
 #include "zorctl/exit_code.h"
+#include "zorctl/text.h"
 
 namespace zor::ctl {
 
-void CheckControl(uint32_t result, const std::string &server) {
+void CheckControl(uint32_t result, const std::string &server, std::string_view body) {
   switch (result) {
     case ZOR_CONTROL_OK:
       return;
@@ -17,6 +18,9 @@ void CheckControl(uint32_t result, const std::string &server) {
     case ZOR_CONTROL_UNKNOWN:
       throw Failure(kExitRefused, server + " does not know this request",
                     "use a server and a tool of the same version");
+    case ZOR_CONTROL_UNCHANGED:
+      throw Failure(kExitRefused, server + " was not replaced: " + Escape(std::string(body)),
+                    "it goes on as before; repair the cause, then run this command again");
     default:
       throw Failure(kExitFailure, server + " could not carry out the request",
                     "check its log: out of memory, disk full, or queue_bytes exceeded");

@@ -4,11 +4,12 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace zor::ctl {
 
-// Throws Failure for anything but ZOR_CONTROL_OK. `server` names the server in its text.
-void CheckControl(uint32_t result, const std::string &server);
+// Throws Failure for anything but ZOR_CONTROL_OK. `server` names the server in its text; a body is the server's reason.
+void CheckControl(uint32_t result, const std::string &server, std::string_view body = {});
 
 }  // namespace zor::ctl
 

@@ -6,6 +6,7 @@
 #include <zor/notify_control_wire.h>
 #include <zor/paths.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -113,12 +114,21 @@ std::string NotifyChannel::Request(uint32_t module, uint32_t type, std::string_v
 }
 
 nlohmann::json NotifyChannel::List() {
-  const std::string reply = Request(ZOR_NOTIFY_MID_SERVER, ZOR_NOTIFY_CONTROL_LIST, {});
+  return Control(ZOR_NOTIFY_CONTROL_LIST);
+}
+
+nlohmann::json NotifyChannel::Restart() {
+  return Control(ZOR_NOTIFY_CONTROL_RESTART);
+}
+
+nlohmann::json NotifyChannel::Control(uint32_t type) {
+  const std::string reply = Request(ZOR_NOTIFY_MID_SERVER, type, {});
   uint32_t result = ZOR_CONTROL_UNKNOWN;  // a server that lacks this request replies without data
   if (reply.size() >= sizeof result) std::memcpy(&result, reply.data(), sizeof result);
-  CheckControl(result, kServer);
-  nlohmann::json list = nlohmann::json::parse(reply.substr(sizeof result), nullptr, false);
-  if (list.is_object()) return list;
+  const std::string body = reply.substr(std::min(reply.size(), sizeof result));
+  CheckControl(result, kServer, body);
+  nlohmann::json json = nlohmann::json::parse(body, nullptr, false);
+  if (json.is_object()) return json;
   throw Failure(kExitFailure, std::string(kServer) + " sent a reply that is not JSON",
                 "use a server and a tool of the same version");
 }

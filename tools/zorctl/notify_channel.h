@@ -27,8 +27,11 @@ class NotifyChannel {
   std::string Request(uint32_t module, uint32_t type, std::string_view data);
   // The server itself and the modules that are connected. Needs no registration.
   nlohmann::json List();
+  // Lets the program at the server's path take over. Needs no registration.
+  nlohmann::json Restart();
 
  private:
+  nlohmann::json Control(uint32_t type);
   ZOR_NOTIFY_MSG NewHead(uint32_t module, uint32_t type, size_t dataLength);
   void Send(const ZOR_NOTIFY_MSG &head, std::string_view data);
   std::string Receive(size_t length);

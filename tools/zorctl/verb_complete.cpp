@@ -70,7 +70,7 @@ Words SplitAtBars(std::string_view list) {
   Words words;
   for (;;) {
     const size_t bar = list.find('|');
-    words.emplace_back(list.substr(0, bar));
+    if (bar != 0 && !list.empty()) words.emplace_back(list.substr(0, bar));
     if (bar == list.npos) return words;
     list.remove_prefix(bar + 1);
   }

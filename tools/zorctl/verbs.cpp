@@ -4,6 +4,8 @@ namespace zor::ctl {
 namespace {
 
 constexpr double kBootSeconds = 30;
+// More than a successor has for its trial.
+constexpr double kRestartSeconds = 15;
 
 // In the order of --help.
 constexpr VerbRow kVerbs[] = {
@@ -68,6 +70,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl access test 50-web.conf\n",
      MakeAccessVerb, kDefaultTimeoutSeconds,
      "explain|learn|test any|user:|group:|unit:|exe:|board:|own|serve|send|publish|subscribe|post|control|module"},
+    {"server", "Restart the message server or the notification server; its clients stay connected",
+     "  zorctl server restart\n"
+     "  zorctl server restart notifyserver\n",
+     MakeServerVerb, kRestartSeconds, "restart| msgsvr|notifyserver"},
     {"complete", "List completions of a word of a command line",
      "  zorctl complete types\n"
      "  zorctl complete line exit \"\"\n",

@@ -26,5 +26,7 @@ offers call DB_SAVE lamp ''
 offers publish wl
 offers send --t
 offers why --a
+offers server ''
+offers server restart n
 offers nonsense ''
 test ! -e x

@@ -1,0 +1,74 @@
+#include <zor/control_wire.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "zorctl/bus.h"
+#include "zorctl/format.h"
+#include "zorctl/notify_channel.h"
+#include "zorctl/output.h"
+#include "zorctl/text.h"
+#include "zorctl/verbs.h"
+
+namespace zor::ctl {
+namespace {
+
+using Json = nlohmann::json;
+
+Json RestartMsgsvr(const Deadline &deadline) {
+  Bus bus(deadline);
+  return bus.ControlJson(ZOR_MSG_CONTROL_RESTART, "", deadline);
+}
+
+Json RestartNotifyserver(const Deadline &deadline) {
+  return NotifyChannel(deadline).Restart();
+}
+
+struct Server {
+  std::string_view name;
+  Json (*restart)(const Deadline &deadline);
+};
+
+constexpr Server kServers[] = {{"msgsvr", RestartMsgsvr}, {"notifyserver", RestartNotifyserver}};
+
+class ServerVerb : public Verb {
+ public:
+  void Declare(CLI::App &app) override {
+    app.add_option("ACTION", action_, "restart: let the program at the server's path take over, with all clients")
+        ->required()
+        ->type_name("");
+    app.add_option("SERVER", server_, "msgsvr or notifyserver")->capture_default_str()->type_name("");
+  }
+
+  ExitCode Run(const Common &common) override {
+    const auto *server = std::find_if(std::begin(kServers), std::end(kServers),
+                                      [this](const Server &each) { return each.name == server_; });
+    if (action_ != "restart") throw Failure(kExitUsage, "no such action: " + Escape(action_), "use restart");
+    if (server == std::end(kServers)) {
+      throw Failure(kExitUsage, "cannot restart " + Escape(server_), "use msgsvr or notifyserver");
+    }
+    const Json reply = server->restart(common.deadline());
+    if (common.json) {
+      PrintJson(reply);
+    } else {
+      Print(server_ + ": version " + Escape(reply.value("to", "")) + " took over from version " +
+            Escape(reply.value("from", "")) + " in " + AgeText(reply.value("duration_ms", uint64_t{0})) +
+            ", with a pause of " + AgeText(reply.value("pause_ms", uint64_t{0})) + "\n");
+    }
+    return kExitOk;
+  }
+
+ private:
+  std::string action_;
+  std::string server_ = "msgsvr";
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> MakeServerVerb() {
+  return std::make_unique<ServerVerb>();
+}
+
+}  // namespace zor::ctl
