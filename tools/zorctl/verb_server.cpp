@@ -6,7 +6,6 @@
 #include <string>
 
 #include "zorctl/bus.h"
-#include "zorctl/format.h"
 #include "zorctl/notify_channel.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
@@ -24,6 +23,10 @@ Json RestartMsgsvr(const Deadline &deadline) {
 
 Json RestartNotifyserver(const Deadline &deadline) {
   return NotifyChannel(deadline).Restart();
+}
+
+std::string TimeText(const Json &reply, const char *key) {
+  return std::to_string(reply.value(key, uint64_t{0})) + " ms";
 }
 
 struct Server {
@@ -54,8 +57,8 @@ class ServerVerb : public Verb {
       PrintJson(reply);
     } else {
       Print(server_ + ": version " + Escape(reply.value("to", "")) + " took over from version " +
-            Escape(reply.value("from", "")) + " in " + AgeText(reply.value("duration_ms", uint64_t{0})) +
-            ", with a pause of " + AgeText(reply.value("pause_ms", uint64_t{0})) + "\n");
+            Escape(reply.value("from", "")) + " in " + TimeText(reply, "duration_ms") + ", with a pause of " +
+            TimeText(reply, "pause_ms") + "\n");
     }
     return kExitOk;
   }

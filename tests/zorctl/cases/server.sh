@@ -12,7 +12,7 @@ serve() {
   spawn "$1" "$programs/$1"
   await grep -q listening "$ZOR_ROOT/$1.out"
 }
-normalise() { sed -E 's/[0-9]+(\.[0-9]+)? m?s/TIME/g; s/_ms":[0-9]+/_ms":N/g; s/[0-9]+\.[0-9]+\.[0-9]+/VERSION/g'; }
+normalise() { sed -E 's/[0-9]+ ms/TIME/g; s/_ms":[0-9]+/_ms":N/g; s/[0-9]+\.[0-9]+\.[0-9]+/VERSION/g'; }
 
 run server restart --timeout 5
 serve msgsvr
