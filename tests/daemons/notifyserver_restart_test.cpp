@@ -17,6 +17,10 @@
 
 #include "daemons/notifyserver_fixture.h"
 #include "daemons/store_manager.h"
+#include "notifyserver/record.h"
+#include "programs/journal/journal.h"
+#include "programs/journal/slot.h"
+#include "programs/journal/turn.h"
 
 namespace zor::test {
 namespace {
@@ -206,6 +210,55 @@ TEST_F(NotifyServerRestart, EndsClientsWhoseSocketOrRecordIsMissingAndTheirReque
   EXPECT_TRUE(cms.ClosedByOther());
   EXPECT_TRUE(stranger.ClosedByOther());
   Settle(web, 26);
+}
+
+// The journal of a server that has crashed for the second time on the first frame that it had read.
+TEST_F(NotifyServerRestart, DropsAFrameThatHasCrashedTheServerTwiceAndRoutesTheNext) {
+  const NotifyFrame fatal = MakeRequest(kType, 1, 26, 8, "fatal");
+  const NotifyFrame next = MakeRequest(kType, 2, 26, 8, "next");
+  SocketPair web;
+  SocketPair cms;
+  const auto journal = daemon::Journal::Create("notifyserver", {16, 1 << 20, 65536});
+  ASSERT_NE(journal, nullptr);
+  daemon::JournalSlot sender(*journal, 1);
+  daemon::JournalSlot receiver(*journal, 2);
+  notifyserver::StandingRecord record;
+  for (auto *slot : {&sender, &receiver}) {
+    record.id = record.registration = slot == &sender ? 1 : 2;
+    record.mid = slot == &sender ? 26 : 8;
+    ASSERT_TRUE(slot->SetRecord(*daemon::WriteRecord(record)));
+  }
+  const std::string bytes = fatal.Bytes() + next.Bytes();
+  ASSERT_TRUE(sender.AppendInput(std::as_bytes(std::span(bytes))));
+  sender.EditNotes().crashes = 1;
+  daemon::BeginTurn(sender);
+  journal->SetFrameAt(0);
+  journal->SetComplete();
+  manager_.store.emplace_back(journal->Name(), UniqueFd(::dup(journal->fd())));
+  manager_.store.emplace_back("client-1", UniqueFd(web.near.Release()));
+  manager_.store.emplace_back("client-2", UniqueFd(cms.near.Release()));
+  Capture log(STDERR_FILENO);
+  Launch();
+  EXPECT_EQ(ReceiveNotify(web.far)->Bytes(), MakeReply(fatal).Bytes());
+  EXPECT_EQ(ReceiveNotify(cms.far)->Bytes(), next.Bytes());
+  EXPECT_THAT(log.Text(), HasSubstr("message 0x55 of 53 bytes from module 26 (pid 0) to module 8 dropped"));
+}
+
+TEST_F(NotifyServerRestart, KeepsItsClientsWithTheKeeperToo) {
+  ::unsetenv("NOTIFY_SOCKET");
+  Child keeper = Child::Program({program_, "--keeper"});
+  ASSERT_TRUE(keeper.WaitForOutput("listening"));
+  const BusPeer tool = Connect();
+  const BusPeer web = Register(26);
+  for (int round = 0; round < 3; ++round) {
+    const std::string list = Ask(tool, ZOR_NOTIFY_CONTROL_LIST, ZOR_CONTROL_OK);
+    const size_t pid = list.find("\"pid\":") + 6;
+    ASSERT_EQ(::kill(std::atoi(list.c_str() + pid), SIGKILL), 0);
+    Settle(web, 26);
+  }
+  keeper.Signal(SIGTERM);
+  EXPECT_EQ(keeper.Wait(), 0);
+  EXPECT_TRUE(web.ClosedByOther());
 }
 
 // A state or a journal that is damaged costs clients their connection, and no server its life.

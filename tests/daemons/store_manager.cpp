@@ -70,8 +70,9 @@ void StoreManager::Signal(int number) const {
 }
 
 void StoreManager::Kill() {
+  if (server_ <= 0) return;
   Signal(SIGKILL);
-  if (server_ > 0) ::waitpid(server_, nullptr, 0);
+  ::waitpid(server_, nullptr, 0);
   server_ = -1;
   Settle();
 }
