@@ -113,7 +113,9 @@ std::optional<size_t> Intake::RouteLong(Client &client, std::span<const std::byt
     client.UpdateCharge();
     return std::nullopt;
   }
-  std::vector<std::byte> input(before);
+  std::vector<std::byte> input;
+  input.reserve(std::max(before, client.awaited));
+  input.resize(before);
   slot.CopyInput(input);
   const size_t taken = client.awaited - std::min(before, client.awaited);
   std::vector<std::byte> rest;
