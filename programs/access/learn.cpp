@@ -20,8 +20,9 @@ using Texts = std::set<std::string>;
 // A number at the end of a name that is long enough to be that of a process.
 constexpr std::size_t kProcessDigits = 3;
 
+// Where the number at its end begins. An escaped character may end in digits that are none.
 std::size_t StemOf(const std::string &name) {
-  return name.find_last_not_of("0123456789") + 1;  // 0 for a name of digits
+  return name.find('\\') == std::string::npos ? name.find_last_not_of("0123456789") + 1 : name.size();
 }
 
 // Names that differ only in a number at their end, or that end in that of a process, become their common start.
