@@ -17,6 +17,8 @@ echo
 echo
 "$build/bench/memory_bench" "$msgsvr"
 echo
+"$build/bench/access_bench"
+echo
 "$build/bench/codec_bench"
 echo
 echo "sizes, stripped (bytes)"
