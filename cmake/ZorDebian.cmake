@@ -68,7 +68,7 @@ daemon is built with.")
 zor_package(servers msgapi-servers net "message bus of a home gateway - servers"
   "${about}These are its servers: messages, notifications, log lines, the\n\
 configuration and the user-visible log."
-  ${debian}/postinst ${debian}/prerm ${debian}/postrm)
+  ${debian}/postinst ${debian}/prerm ${debian}/postrm ${debian}/conffiles)
 zor_package(tool zorctl utils "message bus of a home gateway - operator's tool"
   "${about}This tool shows who is on the bus and what moves there, sends and calls,\n\
 and finds what is stuck.")
@@ -88,5 +88,7 @@ set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 
 install(DIRECTORY DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/zor COMPONENT servers)
+install(FILES packaging/access/90-default.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/zor/access.d
+  COMPONENT servers)
 
 include(CPack)

@@ -82,6 +82,9 @@ start msgsvr 'listening on /var/msgsvr'
 start notifyserver 'listening on /var/run/notify/notifyserver'
 start mlogserver 'listening on /var/mlog/mlogServer'
 
+expect 'the rules of access are sound' zorctl access test /etc/zor/access.d
+expect 'they keep a packaged name' sh -c 'zorctl access explain user:_zor-cms own cms && ! zorctl access explain user:root own cms'
+
 say 'daemons of two more users talk'
 useradd --no-create-home --gid _zorbus first
 useradd --no-create-home --gid _zorbus second
