@@ -19,8 +19,8 @@ class DecisionCache {
  public:
   static constexpr std::int32_t kUnknown = INT32_MIN;  // no number of Rules
 
-  // Forgets all of them. Without room nothing is kept.
-  void Clear(bool hasRoom) { entries_.assign(hasRoom ? limits::access::kDecisions : 0, {}); }
+  // Without room nothing is kept.
+  explicit DecisionCache(bool hasRoom = false) : entries_(hasRoom ? limits::access::kDecisions : 0) {}
 
   struct Key {
     std::uint64_t subject;  // 0 is nobody

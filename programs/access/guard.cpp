@@ -9,16 +9,14 @@ Guard::Subject Guard::Admit(const Identity &identity) {
   // The text leaves out what is not known and what is empty.
   key += identity.groups ? "" : " ?group";
   key += identity.unit ? "" : " ?unit";
-  const auto [place, isNew] = subjects_.try_emplace(key, latest_ + 1);
-  Known &known = known_[place->second];
-  ++known.clients;
-  if (!isNew) return place->second;
-  ++latest_;
-  known.identity = identity;
-  known.who = WhoText(identity);
-  known.key = std::move(key);
-  known.concerning = rules_.Concerning(identity);
-  return latest_;
+  // If memory runs out below, the key is left without a subject and gets one when the next peer like it is admitted.
+  const auto place = subjects_.try_emplace(key, kNone).first;
+  if (place->second == kNone) {
+    known_.try_emplace(latest_ + 1, Known{identity, WhoText(identity), std::move(key), 0, rules_.Concerning(identity)});
+    place->second = ++latest_;
+  }
+  ++known_.at(place->second).clients;
+  return place->second;
 }
 
 void Guard::Dismiss(Subject subject) {
@@ -58,10 +56,17 @@ const Guard::Known &Guard::KnownOf(Subject subject) {
 }
 
 void Guard::Replace(Rules rules) {
+  std::vector<std::vector<std::int32_t>> concerning;
+  concerning.reserve(known_.size());
+  for (const auto &[subject, known] : known_) concerning.push_back(rules.Concerning(known.identity));
+  std::vector<std::int32_t> concerningStranger = rules.Concerning(stranger_.identity);
+  DecisionCache cache(!rules.isOpen());
+  // From here on nothing can fail, so that the numbers are always those of the rules.
   rules_ = std::move(rules);
-  cache_.Clear(!rules_.isOpen());
-  stranger_.concerning = rules_.Concerning(stranger_.identity);
-  for (auto &[subject, known] : known_) known.concerning = rules_.Concerning(known.identity);
+  cache_ = std::move(cache);
+  stranger_.concerning = std::move(concerningStranger);
+  auto next = concerning.begin();
+  for (auto &[subject, known] : known_) known.concerning = std::move(*next++);
 }
 
 }  // namespace zor::access

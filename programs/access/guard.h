@@ -51,6 +51,8 @@ class Guard {
     std::vector<std::int32_t> concerning;  // numbers of the rules
   };
 
+  static constexpr Subject kNone = 0;
+
   const Known &KnownOf(Subject subject);
   Verdict Decide(Subject subject, const Action &action);
 

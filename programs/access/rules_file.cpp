@@ -87,7 +87,7 @@ std::optional<Rules> Rules::Load(const std::string &path, const Accounts &accoun
   } else if (const char *distrust = DistrustOf(status)) {
     mistakes.push_back(path + ": " + distrust);
   } else if (const auto files = FilesIn(path)) {
-    for (const std::string &file : *files) read(path + '/' + file, false);
+    for (const std::string &file : *files) read(std::string(path).append("/").append(file), false);
   } else {
     mistakes.push_back(path + ": " + std::strerror(errno));
   }
