@@ -1,5 +1,7 @@
 #include "msgsvr/bus.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -7,6 +9,7 @@
 #include <unordered_set>
 
 #include "msgsvr/unread.h"
+#include "programs/service_manager.h"
 
 namespace zor::msgsvr {
 
@@ -17,7 +20,14 @@ void Bus::End(Client &client) {
   LoseUnread(client);
   TakeOffTables(client);
   client.charge.Release();
+  if (kept) Unstore(client);
   if (verbose && client.registered()) log.PrintOf(client.charge.holder(), "%s disconnected", client.Label().c_str());
+}
+
+// The duplicate would keep the connection open.
+void Bus::Unstore(Client &client) {
+  ::shutdown(client.socket.get(), SHUT_RDWR);
+  Try([&] { daemon::RemoveStoredDescriptors(StoredName(client.id)); });
 }
 
 // Its messages now go to another client of its name, if there is one.
@@ -35,11 +45,14 @@ void Bus::TakeOffTables(Client &client) {
   monitors.Remove(client);
   if (!client.registered()) return;
   names.Remove(client.name, client);
-  if (client.leaving && names.ClientsNamed(client.name).empty()) subscriptions.Forget(client.name);
+  if (!client.leaving || !names.ClientsNamed(client.name).empty()) return;
+  subscriptions.Forget(client.name);
+  Changed();
 }
 
 void Bus::ForgetAllRead(Client &client) {
   client.deliveries.Clear([this](const auto &name) { return files.Exists(name); });
+  client.unreadBefore = 0;
 }
 
 void Bus::ForgetRead(Client &client) {
@@ -64,6 +77,7 @@ void Bus::LoseUnread(Client &client) {
     log.PrintOf(client.charge.holder(), "%s: no memory to tell the senders of %llu messages to it",
                 client.Label().c_str(), static_cast<unsigned long long>(untold));
   }
+  if (client.reset) lost += client.unreadBefore;
   lost = std::max<uint64_t>(lost, MessagesFor(client));
   Try([&] { client.output.ForEach([&](auto message, size_t, int) { files.Remove(message); }); });
   if (client.reset) {
@@ -73,6 +87,7 @@ void Bus::LoseUnread(Client &client) {
   const uint64_t refused = client.refusals.TakeUntold();
   if (lost + refused == 0) return;
   counters.dropped += lost;
+  Changed();
   if (client.registered()) Try([&] { losses.Add(client.name, lost + client.refusals.total()); });  // the log has it
   log.PrintOf(client.charge.holder(), "%s has ended: %s%llu messages to it unread, %llu refused before",
               client.Label().c_str(), client.reset && client.peer.local ? "at most " : "",

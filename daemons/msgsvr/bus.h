@@ -37,6 +37,9 @@ struct RestartRequest {
 };
 
 struct Bus {
+  // Of the record of the bus in the journal.
+  static constexpr uint64_t kJournalOwner = UINT64_MAX;
+
   Bus(const BusSettings &busSettings, daemon::Journal &busJournal, std::string messageDirectory,
       daemon::ProblemLog &problemLog)
       : settings(busSettings),
@@ -44,7 +47,10 @@ struct Bus {
         log(problemLog),
         accounts({busSettings.maxClients, busSettings.userClients, busSettings.userBytes, busSettings.memoryBytes}),
         files(std::move(messageDirectory)),
-        traceOverrides(busSettings.traceOverridesFile, problemLog) {}
+        traceOverrides(busSettings.traceOverridesFile, problemLog),
+        slot_(busJournal, kJournalOwner) {
+    if (!slot_.valid()) throw std::bad_alloc();
+  }
 
   // Takes the client off the bus; messages that it has not read are lost. Its record stays until Sweep, so callers that
   // still hold it need only check `ended`. Ending a client twice has no effect.
@@ -73,6 +79,15 @@ struct Bus {
   void CutOff(Client &client, const char *reason);
   // Ends a client that does not read, where the settings say so; so many messages did not fit its queue.
   void CutOffSlow(Client &client, size_t refused);
+  // Removes what the service manager keeps of an ended client.
+  void Unstore(Client &client);
+  // What has been noted of the client, or of the bus beside its clients, must be written down before it is replied to.
+  void Changed(Client &client) { client.recordChanged = someChanged_ = true; }
+  void Changed() { busChanged_ = true; }
+  // Writes down in the journal what has changed; valid with its next commit.
+  void WriteRecords() {
+    if (someChanged_ || busChanged_) WriteChanged();
+  }
   // Releases the clients that have ended.
   void Sweep();
 
@@ -81,6 +96,7 @@ struct Bus {
   void CountDelivery(Client &to, const ZOR_MSG_HEAD &head, uint64_t from) {
     to.deliveries.Add({static_cast<uint32_t>(sizeof head + head.bodyLength), nowMs, head.type & ZOR_MSG_TYPE_MASK,
                        head.sequence, from});
+    to.slot.NoteUnread(to.deliveries.count());
     ++to.counters.out;
     ++counters.out;
   }
@@ -102,6 +118,7 @@ struct Bus {
 
   const BusSettings &settings;
   daemon::Journal &journal;
+  bool kept = false;     // the service manager keeps descriptors of clients over a crash
   bool verbose = false;  // log clients that register and leave
   daemon::ProblemLog &log;
   daemon::EventPoll poll;
@@ -123,12 +140,16 @@ struct Bus {
   uint32_t nowMs = 0;  // since `started`, modulo 2^32, as of this turn
 
  private:
+  void WriteChanged();
   void TakeOffTables(Client &client);
   void LoseUnread(Client &client);
   void RemoveLeftBehind();
   std::span<const Delivered> UnreadBy(Client &client);
 
   bool someEnded_ = false;
+  bool someChanged_ = false;  // clients' records
+  bool busChanged_ = true;
+  daemon::JournalSlot slot_;
   bool someLost_ = false;
   bool someDeaf_ = false;
   std::vector<Undelivered> undelivered_;

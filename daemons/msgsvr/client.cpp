@@ -6,6 +6,10 @@
 
 namespace zor::msgsvr {
 
+std::string StoredName(uint64_t id) {
+  return std::string(kStoredClient) + std::to_string(id);
+}
+
 daemon::Holder HolderOf(int socket, const Peer &peer) {
   return {peer.uid, peer.local ? int64_t{peer.pid} : int64_t{BoardAddress(socket)}};
 }
@@ -35,7 +39,7 @@ Client::Text Client::Label() const {
 
 size_t Client::HeldBytes() const {
   const size_t inJournal = slot.valid() ? slot.memory() : 0;
-  return sizeof(Client) + partial.capacity() + inJournal + deliveries.HeldBytes() + pending.HeldBytes() + patternBytes;
+  return sizeof(Client) + inJournal + deliveries.HeldBytes() + pending.HeldBytes() + patternBytes;
 }
 
 }  // namespace zor::msgsvr

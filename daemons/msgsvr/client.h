@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/unique_fd.h"
@@ -65,11 +66,14 @@ struct Client {
   AppName name;               // empty until the server has granted one
   uint64_t registration = 0;  // its number among all registrations
 
-  std::vector<std::byte> partial;  // the start of an incomplete frame
-  UniqueFd halfDescriptor;         // received with the first of its two bytes, which is all of `partial`
-  bool backlog = false;            // `partial` holds more than was its due; `halfDescriptor` belongs to its end
-  size_t readSize = SIZE_MAX;      // as much of its input as is its due in a turn
-  daemon::JournalSlot slot;
+  daemon::JournalSlot slot;    // its standing record, and the input that is left
+  UniqueFd halfDescriptor;     // received with the first of its two bytes, which is all of the input
+  bool backlog = false;        // the input holds more than was its due; `halfDescriptor` belongs to its end
+  size_t readSize = SIZE_MAX;  // as much of its input as is its due in a turn
+  bool recordChanged = false;  // the standing record is out of date
+  bool posted = false;         // in the list of those to which something was posted
+  Client *nextPosted = nullptr;
+  uint32_t unreadBefore = 0;  // messages that it had perhaps not read when the server before this one crashed
   daemon::OutputQueue output;
   uint64_t lastTarget = 0;  // id of the client that received its latest message
 
@@ -106,6 +110,10 @@ struct Client {
  private:
   size_t HeldBytes() const;
 };
+
+// The name of a client's socket in the service manager's descriptor store: this and its id.
+inline constexpr std::string_view kStoredClient = "client-";
+std::string StoredName(uint64_t id);
 
 // To whom a connection is charged.
 daemon::Holder HolderOf(int socket, const Peer &peer);

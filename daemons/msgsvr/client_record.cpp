@@ -86,7 +86,8 @@ ClientRecord ClientRecordOf(const Bus &bus, const Client &client) {
   record.standing = StandingRecordOf(bus, client);
   record.socket = client.socket.get();
   record.halfDescriptor = client.halfDescriptor.get();
-  record.partial = client.partial;
+  record.partial.resize(client.slot.inputBytes());
+  client.slot.CopyInput(record.partial);
   record.backlog = client.backlog;
   record.queueBytes = client.output.maxBytes();
   record.queue = QueueOf(client);

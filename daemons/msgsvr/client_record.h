@@ -67,6 +67,14 @@ struct PauseRecord {
   int unsent = 0;
 };
 
+// What a crash leaves of the work for a client.
+struct CrashRecord {
+  uint64_t servedUpTo = 0;  // id of the last client that has got the first frame of the input
+  uint32_t suspectAt = 0;   // offset in the input of the frame at which the server crashed
+  uint32_t crashes = 0;     // how often
+  uint32_t unread = 0;      // messages that the client had perhaps not read
+};
+
 struct ClientRecord {
   StandingRecord standing;
   int socket = -1;
@@ -89,6 +97,7 @@ struct ClientRecord {
   int unsentWhenStalled = 0;
   std::optional<PauseRecord> pause;
   std::optional<int64_t> registerBy;  // a newcomer's time is over then
+  CrashRecord crash;                  // empty after a hand-over
 };
 
 StandingRecord StandingRecordOf(const Bus &bus, const Client &client);

@@ -87,6 +87,7 @@ Control::ControlReply Control::List(Client &from, const Frame &, Body body) {
 }
 
 Control::ControlReply Control::Monitor(Client &from, const Frame &, Body body) {
+  bus_.Changed(from);
   if (body.empty()) {
     // Copies made in this turn would otherwise stay in the queue.
     delivery_.FlushCopies();
@@ -130,6 +131,7 @@ Control::ControlReply Control::Restart(Client &from, const Frame &frame, Body bo
 Control::ControlReply Control::Gaps(Client &from, const Frame &frame, Body body) {
   if (!body.empty() || frame.head.data > 1) return {ZOR_CONTROL_MALFORMED, {}};
   from.gap.Want(frame.head.data == 1);
+  bus_.Changed(from);
   return {ZOR_CONTROL_OK, {}};
 }
 

@@ -77,6 +77,8 @@ class Deliveries {
     return !records_.empty() && records_.back().type == type && records_.back().sequence == sequence;
   }
 
+  size_t count() const { return records_.size(); }
+
   // Whether it is time to ask the kernel, and then either Clear or Trim.
   bool IsCheckDue() const { return records_.size() >= checkAt_; }
   // Forgets the oldest records beyond that many, and files that their reader has deleted.

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "programs/journal/turn.h"
+
 namespace zor::msgsvr {
 namespace {
 
@@ -25,7 +27,6 @@ size_t CountFrames(std::span<const std::byte> frames) {
 
 void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
   const bool continues = runTo_ == &to && run_.data() + run_.size() == frame.bytes.data();
-  if (noticesTo_ == &to) FlushNotices();
   if (!continues) {
     FlushRun();
     bus_.ForgetRead(to);
@@ -57,20 +58,36 @@ void Delivery::FlushRun() {
   if (run_.empty()) return;
   const std::span<const std::byte> run = std::exchange(run_, {});
   Client &to = *std::exchange(runTo_, nullptr);
-  const size_t taken = Write(to, run);
+  const size_t taken = Write(to, run, false);
   // Copies may fill a monitor's queue to its half, and must not slow down any sender.
   if (to.output.bytes() > to.output.maxBytes() / 2 && !bus_.monitors.Has(to)) congested_ = &to;
-  if (taken == run.size() && bus_.monitors.empty()) return;
-  TakeBack(to, run.subspan(taken));
-  for (size_t offset = 0; offset < run.size();) {
-    const auto frame = run.subspan(offset, FrameSize(run.subspan(offset)));
-    if (offset < taken) {
-      Copy(frame, to.name, ZOR_CONTROL_DELIVERED);
-    } else {
-      DropUndelivered(*runFrom_, frame, to.name);
+  if (taken < run.size() || !bus_.monitors.empty()) {
+    TakeBack(to, run.subspan(taken));
+    for (size_t offset = 0; offset < run.size();) {
+      const auto frame = run.subspan(offset, FrameSize(run.subspan(offset)));
+      if (offset < taken) {
+        Copy(frame, to.name, ZOR_CONTROL_DELIVERED);
+      } else {
+        DropUndelivered(*runFrom_, frame, to.name);
+      }
+      offset += frame.size();
     }
-    offset += frame.size();
   }
+  Commit(run, to.id);
+}
+
+void Delivery::EndFrame(const Client &from, std::span<const std::byte> frame) {
+  if (run_.empty()) Commit(frame, from.lastTarget);
+}
+
+// All effects of the frames up to the end of these are complete.
+void Delivery::Commit(std::span<const std::byte> frames, uint64_t lastTarget) {
+  bus_.WriteRecords();
+  daemon::CommitRouted(bus_.journal, OffsetOf(frames) + frames.size(), lastTarget);
+}
+
+size_t Delivery::OffsetOf(std::span<const std::byte> frames) const {
+  return static_cast<size_t>(frames.data() - bus_.journal.buffer().data());
 }
 
 // Frames that were counted as delivered have been refused.
@@ -83,19 +100,20 @@ void Delivery::TakeBack(Client &to, std::span<const std::byte> frames) {
 }
 
 bool Delivery::Send(Client &to, std::span<const std::byte> frame) {
-  return TrySend(to, frame) || Refused(to, frame);
+  const bool sent = TrySend(to, frame) || Refused(to, frame);
+  if (bus_.journal.turn().reader == daemon::journal::kNone) FlushPosted();
+  return sent;
 }
 
 bool Delivery::TrySend(Client &to, std::span<const std::byte> frame) {
   FlushRun();
-  if (noticesTo_ == &to) FlushNotices();
   const ZOR_MSG_HEAD head = HeadOf(frame);
   const bool bodyInFile = (head.type & ZOR_MSG_BODY_IN_FILE) != 0;
   bus_.ForgetRead(to);
   std::string file;
   if (bodyInFile) file = BodyFiles::NameIn(frame);
   to.ReserveDelivery(bodyInFile);
-  if (Write(to, frame) < frame.size()) return false;
+  if ((IsAtWork(frame) ? Write(to, frame, true) : Post(to, frame)) < frame.size()) return false;
   if (bodyInFile) to.deliveries.AddFile(std::move(file));
   bus_.CountDelivery(to, head, 0);
   Copy(frame, to.name, ZOR_CONTROL_DELIVERED);
@@ -114,9 +132,14 @@ bool Delivery::Refused(Client &to, std::span<const std::byte> frame) {
 bool Delivery::SendEvent(Client &to, std::span<const std::byte> event) {
   bool sent = false;
   bus_.Try([&] { sent = TellGap(to, event) && TrySend(to, event); });
-  if (sent) return true;
-  if (to.gap.wanted()) to.gap.Add(HeadOf(event).type & ZOR_MSG_TYPE_MASK);
-  return Refused(to, event);
+  if (!sent && to.gap.wanted()) {
+    to.gap.Add(HeadOf(event).type & ZOR_MSG_TYPE_MASK);
+    bus_.Changed(to);
+  }
+  // Before the next subscriber is served, so that after a crash none is served twice.
+  bus_.WriteRecords();
+  daemon::SetServed(bus_.journal, to.id);
+  return sent || Refused(to, event);
 }
 
 // False if the event cannot follow.
@@ -125,6 +148,7 @@ bool Delivery::TellGap(Client &to, std::span<const std::byte> event) {
   const auto notice = BuildFrame(ZOR_MSG_CONTROL_GAP, 0, to.name, ZOR_CONTROL_OK, to.gap.Body());
   if (!to.output.Fits({notice.size(), event.size()}) || !TrySend(to, notice)) return false;
   to.gap.Clear();
+  bus_.Changed(to);
   return true;
 }
 
@@ -147,41 +171,28 @@ void Delivery::TellUndelivered() {
       from->pending.Undo(message.type, message.sequence);
       AddNotice(*from, message.type, message.sequence);
     }
-    FlushNotices();
+    FlushPosted();
   }
 }
 
 void Delivery::AddNotice(Client &to, uint32_t type, uint32_t sequence) {
-  if (runTo_ == &to) FlushRun();
-  if (noticesTo_ != &to || noticesSize_ == notices_.size()) FlushNotices();
-  noticesTo_ = &to;
+  FlushRun();
+  bus_.ForgetRead(to);
   ZOR_MSG_HEAD head{};
   head.type = ZOR_MSG_SEND_FAILED_NOTICE;
   head.sequence = sequence;
   head.data = type;
   std::memcpy(head.destination, to.name.field().data(), to.name.field().size());
-  std::memcpy(notices_.data() + noticesSize_, &head, sizeof head);
-  noticesSize_ += sizeof head;
-}
-
-void Delivery::FlushNotices() {
-  if (noticesSize_ == 0) return;
-  const auto notices = std::span<const std::byte>(notices_).first(std::exchange(noticesSize_, 0));
-  Client &to = *std::exchange(noticesTo_, nullptr);
-  bus_.ForgetRead(to);
-  const size_t taken = Write(to, notices);
-  for (size_t offset = 0; offset < notices.size(); offset += ZOR_MSG_HEAD_SIZE) {
-    const auto notice = notices.subspan(offset, ZOR_MSG_HEAD_SIZE);
-    if (offset >= taken) {
-      Refused(to, notice);
-      continue;
-    }
-    bus_.Try([&] {  // else it is counted as read
-      to.ReserveDelivery(false);
-      bus_.CountDelivery(to, HeadOf(notice), 0);
-    });
-    Copy(notice, to.name, ZOR_CONTROL_DELIVERED);
+  const auto notice = std::as_bytes(std::span(&head, 1));
+  if (Post(to, notice) < notice.size()) {
+    Refused(to, notice);
+    return;
   }
+  bus_.Try([&] {  // else it is counted as read
+    to.ReserveDelivery(false);
+    bus_.CountDelivery(to, head, 0);
+  });
+  Copy(notice, to.name, ZOR_CONTROL_DELIVERED);
 }
 
 void Delivery::Reply(Client &to, const Frame &request, uint32_t data, std::span<const std::byte> body) {
@@ -206,7 +217,6 @@ void Delivery::DropUndelivered(Client &from, std::span<const std::byte> frame, c
 
 void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
   FlushRun();
-  FlushNotices();
   Client *to = bus_.Find(from.lastTarget);
   if (to == nullptr || !to->peer.local) {
     bus_.log.PrintOf(from.charge.holder(), "%s: descriptor dropped: its latest message had no local receiver",
@@ -220,9 +230,7 @@ void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
     Missed(*to);
     return LogLostDescriptor(*to, "too many unread");
   }
-  if (!to->flushing) FlushQueue(*to);
-  if (to->deaf) return;
-  if (!to->output.empty()) WatchForOutput(*to);
+  AddPosted(*to);
   bus_.Try([&] { to->deliveries.Add({kDescriptorFrame.size(), bus_.nowMs, 0, 0, 0}); });
 }
 
@@ -261,11 +269,12 @@ void Delivery::FlushQueue(Client &client) {
   if (std::exchange(client.flushing, false)) bus_.poll.Change(client.socket.get(), kClientEvents, &client);
 }
 
-// Returns how many bytes were sent or queued, in whole frames.
-size_t Delivery::Write(Client &to, std::span<const std::byte> frames) {
+// Writes bytes of the receive buffer, which follow those whose effects are complete. Returns how many were sent or
+// queued, in whole frames.
+size_t Delivery::Write(Client &to, std::span<const std::byte> frames, bool oneOfMany) {
   if (to.ended || to.deaf) return 0;
   if (!to.output.empty()) return Queue(to, frames, 0);
-  const ssize_t sent = daemon::SendNow(to.socket.get(), frames);
+  const ssize_t sent = daemon::WriteInTurn(to.slot, to.socket.get(), OffsetOf(frames) + frames.size(), oneOfMany);
   if (sent == static_cast<ssize_t>(frames.size())) return frames.size();
   if (sent < 0) {
     bus_.Deafen(to, errno);
@@ -276,9 +285,39 @@ size_t Delivery::Write(Client &to, std::span<const std::byte> frames) {
   return taken;
 }
 
+// Queues a frame that the server has made. It is sent when everything that belongs to it has been committed.
+size_t Delivery::Post(Client &to, std::span<const std::byte> frame) {
+  if (to.ended || to.deaf) return 0;
+  const size_t taken = Queue(to, frame, 0);
+  if (taken > 0) AddPosted(to);
+  return taken;
+}
+
+void Delivery::AddPosted(Client &client) {
+  if (std::exchange(client.posted, true)) return;
+  client.nextPosted = std::exchange(posted_, &client);
+}
+
+void Delivery::FlushPosted() {
+  for (Client *client = std::exchange(posted_, nullptr); client != nullptr;) {
+    Client *const next = std::exchange(client->nextPosted, nullptr);
+    client->posted = false;
+    if (!client->flushing) FlushQueue(*client);
+    if (!client->ended && !client->deaf && !client->output.empty()) WatchForOutput(*client);
+    client = next;
+  }
+}
+
+// Whether it is the frame whose effects are to be completed next.
+bool Delivery::IsAtWork(std::span<const std::byte> frame) const {
+  const daemon::journal::Turn &turn = bus_.journal.turn();
+  return turn.reader != daemon::journal::kNone && frame.data() == bus_.journal.buffer().data() + turn.routed;
+}
+
 // A frame of which a part has been sent always fits, since the queue is empty then; only memory may be missing.
 bool Delivery::Push(Client &to, std::span<const std::byte> frame, size_t begun) {
-  if (begun == 0 && !to.charge.MayTake(daemon::OutputQueue::CostOf(frame.size()))) return false;
+  // What the socket takes at once is no burden.
+  if (begun == 0 && !to.output.empty() && !to.charge.MayTake(daemon::OutputQueue::CostOf(frame.size()))) return false;
   bool pushed = false;
   bus_.Try([&] { pushed = to.output.Push(frame, begun); });
   if (!pushed && begun > 0) bus_.CutOff(to, "no memory for the rest of a message to it");

@@ -31,23 +31,28 @@ class Delivery {
   void Forward(Client &from, Client &to, const Frame &frame);
   void FlushRun();
 
-  // Sends one frame now. False if the client cannot take it: the frame is lost, its body file is left alone. Throws
-  // std::bad_alloc before anything is sent.
+  // Sends one frame: at once, or with FlushPosted while a client's input is being routed. False if the client cannot
+  // take it: the frame is lost, its body file is left alone. Throws std::bad_alloc before anything is sent.
   bool Send(Client &to, std::span<const std::byte> frame);
   // Sends the server's reply to a request.
   void Reply(Client &to, const Frame &request, uint32_t data = 0, std::span<const std::byte> body = {});
-  // Notifies the sender that the message could not be delivered to that name; FlushNotices sends what was collected.
-  // Its body file is left alone. Needs no memory.
+  // Notifies the sender that the message could not be delivered to that name. Its body file is left alone. Needs no
+  // memory.
   void Refuse(Client &from, std::span<const std::byte> frame, const AppName &to);
   // The same, and deletes the body file, which must belong to the sender.
   void DropUndelivered(Client &from, std::span<const std::byte> frame, const AppName &to);
-  void FlushNotices();
+  void FlushPosted();
+  // Everything that this frame of the receive buffer causes has happened, or will with FlushRun.
+  void EndFrame(const Client &from, std::span<const std::byte> frame);
   // Passes a descriptor on to the client that received the sender's latest message.
   void PassDescriptor(Client &from, UniqueFd descriptor);
 
   // Copies for monitors: a request to the server, before it is carried out; an event without subscribers. FlushCopies
   // sends, at the end of a turn, what was copied in it.
-  void CopyRequest(const Frame &frame) { Copy(frame.bytes, AppName(), ZOR_CONTROL_DELIVERED); }
+  void CopyRequest(const Frame &frame) {
+    FlushRun();
+    Copy(frame.bytes, AppName(), ZOR_CONTROL_DELIVERED);
+  }
   void CopyUndelivered(const Frame &frame) { Copy(frame.bytes, AppName(), ZOR_CONTROL_UNDELIVERED); }
   void FlushCopies();
 
@@ -68,7 +73,12 @@ class Delivery {
   bool TrySend(Client &to, std::span<const std::byte> frame);
   bool TellGap(Client &to, std::span<const std::byte> event);
   void AddNotice(Client &to, uint32_t type, uint32_t sequence);
-  size_t Write(Client &to, std::span<const std::byte> frames);
+  void Commit(std::span<const std::byte> frames, uint64_t lastTarget);
+  size_t OffsetOf(std::span<const std::byte> frames) const;
+  bool IsAtWork(std::span<const std::byte> frame) const;
+  size_t Write(Client &to, std::span<const std::byte> frames, bool oneOfMany);
+  size_t Post(Client &to, std::span<const std::byte> frame);
+  void AddPosted(Client &client);
   size_t Queue(Client &to, std::span<const std::byte> frames, size_t sent);
   bool Push(Client &to, std::span<const std::byte> frame, size_t begun);
   void WatchForOutput(Client &to);
@@ -81,11 +91,7 @@ class Delivery {
   Client *runFrom_ = nullptr;
   Client *runTo_ = nullptr;
   std::span<const std::byte> run_;
-  // Notices for one client, which are sent together.
-  static constexpr size_t kNotices = 64;
-  Client *noticesTo_ = nullptr;
-  size_t noticesSize_ = 0;
-  std::array<std::byte, kNotices * ZOR_MSG_HEAD_SIZE> notices_;
+  Client *posted_ = nullptr;  // first of the clients to which something was posted
   Client *congested_ = nullptr;
 };
 

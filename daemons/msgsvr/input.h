@@ -1,4 +1,7 @@
-// Reading from a client's socket.
+// Reading from clients: what has arrived is routed, frame by frame, and what is left is kept for the next time.
+//
+// Every client's input passes through the journal's buffer, so it takes no memory of its own unless it ends in a
+// partial frame, or is more than the client's due in one turn.
 #ifndef MSGSVR_INPUT_H
 #define MSGSVR_INPUT_H
 
@@ -8,10 +11,11 @@
 #include <span>
 
 #include "common/unique_fd.h"
+#include "msgsvr/router.h"
 
 namespace zor::msgsvr {
 
-// Room for what a client has sent, with the input of earlier turns.
+// The room for what is read at a time, with what was left before.
 inline constexpr size_t kInputBuffer = 65536;
 
 struct Received {
@@ -20,9 +24,26 @@ struct Received {
   bool excessive = false;  // more than one descriptor, or other ancillary data, arrived; all of it was closed
 };
 
-// Reads once, without blocking. The kernel ends a read after the bytes that carry a descriptor, so a descriptor always
-// belongs to the last bytes.
-Received Receive(int socket, std::span<std::byte> buffer);
+class Input {
+ public:
+  Input(Bus &bus, Router &router) : bus_(bus), journal_(bus.journal), router_(router) {}
+
+  // Reads once from the client, without blocking, and routes what is its due in a turn. Afterwards the client is
+  // readable if there may be more. Throws std::bad_alloc.
+  void Read(Client &client);
+
+ private:
+  size_t ReadMore(Client &client, Received &received);
+  Received Receive(Client &client, size_t most);
+  void Handle(Client &client, std::span<std::byte> bytes, UniqueFd descriptor);
+  bool KeepBacklog(Client &client, size_t routed, std::span<std::byte> rest, UniqueFd &descriptor);
+  void Pass(Client &client, std::span<const std::byte> frame, UniqueFd descriptor);
+  void Keep(Client &client, std::span<const std::byte> rest);
+
+  Bus &bus_;
+  daemon::Journal &journal_;
+  Router &router_;
+};
 
 }  // namespace zor::msgsvr
 

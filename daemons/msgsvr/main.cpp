@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "msgsvr/recovery.h"
 #include "msgsvr/server.h"
 #include "msgsvr/tcp_listener.h"
 #include "programs/descriptor_set.h"
@@ -36,6 +37,9 @@ constexpr daemon::Program kProgram = {
 constexpr mode_t kSocketMode = 0660;
 constexpr mode_t kMessageDirectoryMode = 02770;
 
+// The name of the TCP listener in the service manager's descriptor store.
+constexpr std::string_view kStoredTcp = "tcp";
+
 // Descriptors that do not belong to clients.
 constexpr rlim_t kOwnDescriptors = 64;
 
@@ -51,9 +55,10 @@ void RaiseDescriptorLimit(size_t maxClients) {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// Room for what all clients together may hold. Those that are restored stay, also beyond a limit that has become lower.
+// Room for what all clients together may hold. Those that are restored stay, also beyond a limit that has become lower;
+// the bus itself has a place too.
 daemon::Journal::Size JournalSizeOf(const msgsvr::BusSettings &settings, size_t restored) {
-  return {std::max(settings.maxClients, restored), settings.memoryBytes, msgsvr::kInputBuffer};
+  return {std::max(settings.maxClients, restored) + 1, settings.memoryBytes, msgsvr::kInputBuffer};
 }
 
 bool MakeDirectories(daemon::ProblemLog &log) {
@@ -75,10 +80,20 @@ bool ListenTcp(const std::string &address, Listeners &listeners, daemon::Problem
   return listeners.tcp.socket.valid();
 }
 
-daemon::ExitCode Listen(const msgsvr::BusSettings &settings, Listeners &listeners, daemon::ProblemLog &log) {
-  const auto code = listeners.local.Open(ZOR_PATH_MSGSVR, SOCK_STREAM, kSocketMode, log);
+// The service manager has those of a server that has crashed.
+daemon::ExitCode Listen(const msgsvr::BusSettings &settings, std::vector<daemon::PassedDescriptor> &passed,
+                        Listeners &listeners, daemon::ProblemLog &log) {
+  const auto code = listeners.local.OpenPassed(ZOR_PATH_MSGSVR, SOCK_STREAM, kSocketMode, passed, log);
   if (code != daemon::kExitOk) return code;
-  return ListenTcp(settings.tcp, listeners, log) ? daemon::kExitOk : daemon::kExitFailure;
+  const auto tcp = std::ranges::find(passed, kStoredTcp, &daemon::PassedDescriptor::name);
+  if (tcp != passed.end() && !settings.tcp.empty()) {
+    listeners.tcp = msgsvr::AdoptTcp(std::move(tcp->fd));
+    return daemon::kExitOk;
+  }
+  if (tcp != passed.end()) daemon::RemoveStoredDescriptors(kStoredTcp);
+  if (!ListenTcp(settings.tcp, listeners, log)) return daemon::kExitFailure;
+  if (listeners.tcp.socket.valid()) daemon::StoreDescriptor(kStoredTcp, listeners.tcp.socket.get());
+  return daemon::kExitOk;
 }
 
 // Those of the predecessor. A TCP address that only the new settings name is opened; that it was free then, the trial
@@ -136,6 +151,7 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   daemon::DescriptorSet descriptors;
   std::optional<msgsvr::ServerState> state;
   std::optional<daemon::MappedState> mapped;
+  std::vector<daemon::PassedDescriptor> &passed = start.passed;
   if (start.inherited) {
     descriptors = daemon::DescriptorSet::OfProcess(start.inherited->state.get());
     mapped.emplace(start.inherited->state.get());
@@ -147,9 +163,10 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   RaiseDescriptorLimit(settings.maxClients);
   if (!MakeDirectories(log)) return daemon::kExitFailure;
   Listeners listeners;
-  const auto code =
-      state ? TakeListeners(settings, state->listeners, descriptors, listeners, log) : Listen(settings, listeners, log);
+  const auto code = state ? TakeListeners(settings, state->listeners, descriptors, listeners, log)
+                          : Listen(settings, passed, listeners, log);
   if (code != daemon::kExitOk) return code;
+  if (!state) state = msgsvr::Recovery(kProgram.name, descriptors, log).Run(passed);
   const auto journal =
       daemon::Journal::Create(kProgram.name, JournalSizeOf(settings, state ? state->clients.size() : 0));
   if (journal == nullptr) {
@@ -168,6 +185,8 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   if (state) server.TakeOver(*std::exchange(state, std::nullopt), descriptors);
   mapped.reset();
   descriptors = {};
+  server.KeepJournal(passed);
+  passed.clear();
   Announce(start, server, listeners, log);
   server.Run();
   return daemon::kExitOk;

@@ -29,6 +29,8 @@ void Requests::Register(Client &from, const Frame &frame) {
     bus_.names.Add(from.name, from);
     from.counters.dropped += bus_.losses.Take(from.name);
   }
+  bus_.Changed(from);
+  bus_.Changed();
   if (bus_.verbose) bus_.log.PrintOf(from.charge.holder(), "%s registered", from.Label().c_str());
   from.reportPeriod = std::chrono::seconds(bus_.settings.reportSeconds.Get(from.name));
   from.lastReport = Clock::now();
@@ -73,7 +75,10 @@ void Requests::Subscribe(Client &from, const Frame &frame, Body body) {
   if (!event) return;
   if (name.empty() || name == from.name) {
     from.events.set(*event);
-  } else if (!bus_.subscriptions.Add(name, *event)) {
+    bus_.Changed(from);
+  } else if (bus_.subscriptions.Add(name, *event)) {
+    bus_.Changed();
+  } else {
     bus_.log.PrintOf(from.charge.holder(),
                      "%s: too many subscriptions on behalf of other daemons, the latest is refused",
                      from.Label().c_str());
@@ -84,12 +89,17 @@ void Requests::Unsubscribe(Client &from, const Frame &frame, Body body) {
   const auto event = EventOf(from, frame);
   const AppName name(TextOf(body));
   if (!event) return;
+  bus_.Changed();
   if (name.empty() || name == from.name) {
+    bus_.Changed(from);
     RemoveSubscription(from.events, *event);
     bus_.subscriptions.Remove(from.name, *event);
     return;
   }
-  for (Client *client : bus_.names.ClientsNamed(name)) RemoveSubscription(client->events, *event);
+  for (Client *client : bus_.names.ClientsNamed(name)) {
+    RemoveSubscription(client->events, *event);
+    bus_.Changed(*client);
+  }
   bus_.subscriptions.Remove(name, *event);
 }
 
@@ -104,15 +114,21 @@ void Requests::SafeExit(Client &, const Frame &, Body body) {
   const AppName name(TextOf(body));
   const auto clients = bus_.names.ClientsNamed(name);
   if (clients.empty()) bus_.subscriptions.Forget(name);
-  for (Client *client : clients) client->leaving = true;
+  bus_.Changed();
+  for (Client *client : clients) {
+    client->leaving = true;
+    bus_.Changed(*client);
+  }
 }
 
 void Requests::Report(Client &from, const Frame &, Body) {
   from.lastReport = Clock::now();
   from.reportMissed = false;
+  bus_.Changed(from);
 }
 
 void Requests::RegisterPatterns(Client &from, const Frame &, Body body) {
+  bus_.Changed(from);
   if (bus_.patterns.Add(from, TextOf(body))) return;
   bus_.log.PrintOf(from.charge.holder(), "%s: too many restful patterns, the latest are refused", from.Label().c_str());
 }
@@ -120,13 +136,17 @@ void Requests::RegisterPatterns(Client &from, const Frame &, Body body) {
 void Requests::SyncWait(Client &from, const Frame &frame, Body body) {
   const AppName name(TextOf(body));
   const bool passed = bus_.barriers.Wait({&from, name, frame.head.sequence, bus_.nowMs, from.ordinal()});
+  bus_.Changed(from);
+  bus_.Changed();
   if (passed) delivery_.Reply(from, frame);
 }
 
 // The poster does not wait, so it gets no reply.
 void Requests::SyncPost(Client &, const Frame &, Body body) {
+  bus_.Changed();
   for (const auto &waiter : bus_.barriers.Post(AppName(TextOf(body)))) {
     Client &client = *waiter.client;
+    bus_.Changed(client);
     const bool told =
         bus_.Try([&] { delivery_.Send(client, BuildFrame(ZOR_MSG_SYNC_WAIT, waiter.sequence, client.name, 0)); });
     if (!told) bus_.CutOff(client, "no memory for the end of its wait");

@@ -47,6 +47,7 @@ void Restoration::Run(const ServerState &state) {
   RepeatPatterns();
   RepeatBarrierWaits();
   bus_.restartFor = state.restartFor;
+  bus_.Changed();
   for (const AppName::Field &post : state.bus.standing.posts) bus_.barriers.Post(NameOf(post));
   RestoreTimes();
   // Only now is it known who else has their names.
@@ -91,7 +92,8 @@ void Restoration::RestoreClient(const ClientRecord &record) {
 const char *Restoration::Fill(Client &client, const ClientRecord &record) {
   const StandingRecord &standing = record.standing;
   if (!CheckSockets(client, record)) return "its socket is missing";
-  client.partial = record.partial;
+  if (!client.slot.AppendInput(record.partial)) return "what it sent cannot be restored";
+  RestoreNotes(client, record);
   client.backlog = record.backlog;
   client.since = standing.since;
   client.events = SetOf(standing.events);
@@ -123,6 +125,17 @@ bool Restoration::CheckSockets(Client &client, const ClientRecord &record) {
   client.halfDescriptor = descriptors_.Take(record.halfDescriptor);
   return IsConnection(client.socket.get(), client.peer.local) &&
          (record.halfDescriptor < 0 || client.halfDescriptor.valid());
+}
+
+void Restoration::RestoreNotes(Client &client, const ClientRecord &record) {
+  daemon::journal::Notes &notes = client.slot.EditNotes();
+  notes.lastTarget = record.lastTarget;
+  notes.halfDescriptor = record.halfDescriptor >= 0 ? 1 : 0;
+  notes.servedUpTo = record.crash.servedUpTo;
+  notes.suspectAt = record.crash.suspectAt;
+  notes.crashes = record.crash.crashes;
+  client.unreadBefore = record.crash.unread;
+  bus_.Changed(client);
 }
 
 bool Restoration::Queue(Client &client, const ClientRecord &record) {

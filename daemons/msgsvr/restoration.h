@@ -32,6 +32,7 @@ class Restoration {
   void RestoreClient(const ClientRecord &record);
   const char *Fill(Client &client, const ClientRecord &record);
   bool CheckSockets(Client &client, const ClientRecord &record);
+  void RestoreNotes(Client &client, const ClientRecord &record);
   bool Queue(Client &client, const ClientRecord &record);
   template <typename Record, typename OrderOf, typename Repeat>
   void RepeatInOrder(std::vector<Record> records, OrderOf orderOf, Repeat repeat);

@@ -32,10 +32,12 @@ size_t Router::Route(Client &from, std::span<std::byte> bytes) {
       break;
     }
     used += parsed.frame.bytes.size();
+    bus_.journal.SetFrameAt(static_cast<size_t>(parsed.frame.bytes.data() - bus_.journal.buffer().data()));
     if (!bus_.Try([&] { RouteFrame(from, parsed.frame); })) GiveUp(from, parsed.frame);
+    delivery_.EndFrame(from, parsed.frame.bytes);
   }
   delivery_.FlushRun();
-  delivery_.FlushNotices();
+  delivery_.FlushPosted();
   return used;
 }
 
@@ -84,7 +86,10 @@ void Router::RefuseBodyFile(Client &from, const Frame &frame) {
 }
 
 void Router::PublishEvent(Client &from, const Frame &frame) {
+  delivery_.FlushRun();
   CollectSubscribers(frame);
+  // All may have been served before a crash.
+  if (subscribers_.empty() && bus_.journal.turn().servedUpTo > 0) return;
   if (subscribers_.empty()) delivery_.CopyUndelivered(frame);
   if (frame.bodyInFile()) return PublishEventInFile(from, frame);
   for (Client *subscriber : subscribers_) delivery_.SendEvent(*subscriber, frame.bytes);
@@ -126,7 +131,9 @@ std::vector<std::vector<std::byte>> Router::MakeCopies(const Client &from, const
 void Router::CollectSubscribers(const Frame &frame) {
   const size_t bit = frame.type() - ZOR_MSG_EVENT_FIRST;
   subscribers_.clear();
+  const uint64_t servedUpTo = bus_.journal.turn().servedUpTo;
   for (Client &client : bus_.clients) {
+    if (client.id <= servedUpTo) continue;
     if (client.ended || client.deaf || !client.registered() || (frame.bodyInFile() && !client.peer.local)) continue;
     const bool named = bus_.subscriptions.IsWanted(client.name, bit) && bus_.names.Oldest(client.name) == &client;
     if (named || Wants(client.events, bit)) subscribers_.push_back(&client);

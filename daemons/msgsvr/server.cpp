@@ -10,6 +10,7 @@
 #include "msgsvr/boards.h"
 #include "msgsvr/farewell.h"
 #include "msgsvr/restoration.h"
+#include "programs/journal_store.h"
 #include "programs/limits.h"
 #include "programs/peer.h"
 
@@ -24,10 +25,6 @@ Peer PeerOf(int socket, bool local) {
   if (!local) return {false, static_cast<uid_t>(-1), -1};
   const ucred peer = daemon::PeerOf(socket);
   return {true, peer.uid, peer.pid};
-}
-
-bool IsZero(std::span<const std::byte> bytes) {
-  return std::all_of(bytes.begin(), bytes.end(), [](std::byte byte) { return byte == std::byte{0}; });
 }
 
 }  // namespace
@@ -48,12 +45,21 @@ void Server::TakeOver(const ServerState &state, daemon::DescriptorSet &descripto
   for (Client &client : bus_.clients) MarkReadable(client);
 }
 
+void Server::KeepJournal(const std::vector<daemon::PassedDescriptor> &passed) {
+  bus_.WriteRecords();
+  bus_.kept = daemon::StoreJournal(bus_.journal, passed);
+  for (Client &client : bus_.clients) {
+    if (bus_.kept && client.ended) bus_.Unstore(client);
+  }
+}
+
 void Server::Run() {
   if (!tookOver_) bus_.SweepFiles();
   while (running_) Turn();
   Farewell(bus_, router_.delivery(), signals_).Say(bus_.settings.stopTime);
   for (Client &client : bus_.clients) bus_.End(client);
   bus_.Sweep();
+  if (bus_.kept) daemon::RemoveStoredDescriptors(bus_.journal.Name());
 }
 
 bool Server::Watch() {
@@ -77,8 +83,9 @@ void Server::Turn() {
   ready_.RemoveEnded();
   bus_.Sweep();
   bus_.reserve.Refill();
-  ContinueHandOver([this] { handOver_.EndTurn(); });
+  bus_.WriteRecords();
   bus_.journal.Commit();
+  ContinueHandOver([this] { handOver_.EndTurn(); });
   watchdog_.Feed();
 }
 
@@ -150,6 +157,9 @@ void Server::Admit(UniqueFd socket, bool local) {
     bus_.clients.pop_back();
     return;
   }
+  bus_.Changed(client);
+  bus_.Changed();
+  if (bus_.kept) daemon::StoreDescriptor(StoredName(client.id), client.socket.get());
   if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) bus_.CutOff(client, std::strerror(errno));
 }
 
@@ -178,91 +188,12 @@ void Server::ReadReady() {
 
 // What a client sends must not end the others: without memory for it, only this client ends.
 void Server::Serve(Client &client) {
-  if (!bus_.Try([&] { Read(client); })) bus_.CutOff(client, "no memory for what it sent");
+  if (!bus_.Try([&] { input_.Read(client); })) bus_.CutOff(client, "no memory for what it sent");
   client.Settle();
   if (Client *slow = router_.delivery().TakeCongested(); slow != nullptr && slow != &client) {
     bus_.Try([&] { pausedSenders_.Add(client, *slow, Clock::now()); });
   }
   if (client.readable) MarkReadable(client);
-}
-
-void Server::Read(Client &client) {
-  const size_t kept = client.partial.size();
-  std::copy(client.partial.begin(), client.partial.end(), buffer_.begin());
-  Received received;
-  size_t count = 0;
-  if (std::exchange(client.backlog, false)) {
-    received.descriptor = std::move(client.halfDescriptor);
-  } else {
-    count = ReadMore(client, std::span(buffer_).subspan(kept), received);
-    if (count == 0) return;
-  }
-  HandleInput(client, std::span(buffer_).first(kept + count), received);
-}
-
-// Returns 0 if there is nothing to handle.
-size_t Server::ReadMore(Client &client, std::span<std::byte> room, Received &received) {
-  room = room.first(std::min(room.size(), client.readSize));
-  received = Receive(client.socket.get(), room);
-  if (received.count < 0 && errno == EAGAIN && !client.deaf) {
-    client.readable = false;
-    return 0;
-  }
-  if (received.count <= 0) {
-    if (received.count < 0 && (errno == ECONNRESET || errno == ETIMEDOUT)) client.reset = true;
-    bus_.End(client);
-    return 0;
-  }
-  // A short read means that nothing is left, unless a descriptor ended the read or the end of the stream is still
-  // pending, which no further event will announce.
-  const auto count = static_cast<size_t>(received.count);
-  client.readable = count == room.size() || received.descriptor.valid() || client.hungUp || client.deaf;
-  if (count == room.size()) client.readSize = std::min(2 * count, buffer_.size());
-  if (!received.excessive) return count;
-  bus_.CutOff(client, "it sent more than one descriptor at a time");
-  return 0;
-}
-
-void Server::HandleInput(Client &client, std::span<std::byte> bytes, Received &received) {
-  bytes = bytes.subspan(HandleHalfDescriptor(client, bytes));
-  const size_t routed = router_.Route(client, bytes);
-  bytes = bytes.subspan(routed);
-  client.partial.clear();
-  if (client.ended || KeepBacklog(client, routed, bytes, received.descriptor)) return;
-  if (received.descriptor.valid()) return HandleDescriptor(client, bytes, std::move(received.descriptor));
-  client.partial.assign(bytes.begin(), bytes.end());
-}
-
-// What is more than the client's due in one turn waits for the next. Of a client that often sends so much, less is
-// read.
-bool Server::KeepBacklog(Client &client, size_t routed, std::span<std::byte> rest, UniqueFd &descriptor) {
-  if (rest.empty() || ParseFrame(rest).state == Parsed::State::kPartial) {
-    if (client.partial.capacity() > kMaxFrameSize) std::vector<std::byte>().swap(client.partial);
-    return false;
-  }
-  client.partial.assign(rest.begin(), rest.end());
-  client.halfDescriptor = std::move(descriptor);
-  client.backlog = true;
-  client.readable = true;
-  client.readSize = std::max(routed, 2 * kMaxFrameSize);
-  return true;
-}
-
-// The descriptor arrived with the first of its two bytes, because the buffer ended there.
-size_t Server::HandleHalfDescriptor(Client &client, std::span<const std::byte> bytes) {
-  if (!client.halfDescriptor.valid()) return 0;
-  HandleDescriptor(client, bytes.first(2), std::move(client.halfDescriptor));
-  return 2;
-}
-
-// After the last complete frame there must be the two zero bytes that carry a descriptor, and nothing else.
-void Server::HandleDescriptor(Client &client, std::span<const std::byte> rest, UniqueFd descriptor) {
-  if (!client.registered() || rest.empty() || rest.size() > 2 || !IsZero(rest)) {
-    return bus_.CutOff(client, "it sent a descriptor out of place");
-  }
-  if (rest.size() == 2) return router_.delivery().PassDescriptor(client, std::move(descriptor));
-  client.halfDescriptor = std::move(descriptor);
-  client.partial.assign(rest.begin(), rest.end());
 }
 
 // No event announces them again.

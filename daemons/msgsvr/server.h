@@ -4,8 +4,6 @@
 #ifndef MSGSVR_SERVER_H
 #define MSGSVR_SERVER_H
 
-#include <array>
-
 #include "common/unique_fd.h"
 #include "msgsvr/bus.h"
 #include "msgsvr/hand_over.h"
@@ -28,6 +26,9 @@ class Server {
 
   // Continues what another process has begun: call it before Run.
   void TakeOver(const ServerState &state, daemon::DescriptorSet &descriptors);
+  // From now on the service manager keeps what a crash must not lose; these are what it kept before. Call it before
+  // Run.
+  void KeepJournal(const std::vector<daemon::PassedDescriptor> &passed);
   // Replies to who asked for that.
   void Confirm(const daemon::Inheritance &inherited) { HandOver::Confirm(bus_, router_.delivery(), inherited); }
   // Sets up what the loop waits for. False, with errno, if the server cannot run.
@@ -55,12 +56,6 @@ class Server {
   void MarkReadable(Client &client);
   void ReadReady();
   void Serve(Client &client);
-  void Read(Client &client);
-  size_t ReadMore(Client &client, std::span<std::byte> room, Received &received);
-  bool KeepBacklog(Client &client, size_t routed, std::span<std::byte> rest, UniqueFd &descriptor);
-  void HandleInput(Client &client, std::span<std::byte> bytes, Received &received);
-  size_t HandleHalfDescriptor(Client &client, std::span<const std::byte> bytes);
-  void HandleDescriptor(Client &client, std::span<const std::byte> rest, UniqueFd descriptor);
 
   int TimeoutMs() const;
   void ReadDeaf();
@@ -71,6 +66,7 @@ class Server {
 
   Bus &bus_;
   Router router_;
+  Input input_{bus_, router_};
   TrafficWatch watch_;
   daemon::ServerSignals &signals_;
   daemon::Watchdog watchdog_;
@@ -84,8 +80,6 @@ class Server {
   HandOver handOver_;
   bool tookOver_ = false;
   ReadyList ready_;
-  // All input passes through here: a client's input takes no memory of its own unless it ends in a partial frame.
-  std::array<std::byte, kInputBuffer> buffer_;
 };
 
 }  // namespace zor::msgsvr

@@ -49,6 +49,7 @@ class Journal {
   journal::Turn &EditTurn() { return Edit(head().turns); }
   // The offset in the buffer of the frame at work, if a crash there should count against that frame.
   void SetFrameAt(size_t offset) const { head().frameAt = static_cast<uint32_t>(offset); }
+  uint32_t &crashMark() const { return head().crashed; }
   mmsghdr &readMessage() const { return head().read; }
   mmsghdr &writeMessage() const { return head().write; }
 

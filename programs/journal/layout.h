@@ -19,6 +19,7 @@ namespace zor::daemon::journal {
 inline constexpr uint64_t kMagic = 0x6c616e72756f6a7a;
 inline constexpr uint32_t kLayout = 1;
 
+inline constexpr uint32_t kNoFrame = UINT32_MAX;
 inline constexpr uint32_t kNone = 0;  // index of no block and no slot: both are counted from 1
 inline constexpr uint32_t kSmallBlock = 256;
 inline constexpr uint32_t kLargeBlock = 4096;
@@ -58,9 +59,9 @@ struct Notes {
   uint64_t lastTarget;      // id of the client that received its latest message
   uint64_t servedUpTo;      // id of the last subscriber that has got the first frame of the input
   uint32_t suspectAt;       // offset in the input of the frame at which a server crashed
-  uint32_t crashes;         // how often
-  uint32_t halfDescriptor;  // the input is the first byte of a descriptor frame, whose descriptor has arrived
-  uint32_t unrouted;        // the input may hold whole frames
+  uint32_t crashes;         // how often, in the reader's measure
+  uint32_t halfDescriptor;  // a descriptor belongs to the end of the input
+  uint32_t unused;
 };
 
 struct SlotState {
@@ -82,15 +83,17 @@ inline constexpr uint32_t kSlotBytes = sizeof(Slot);
 // The work of the server at this moment.
 struct Turn {
   uint64_t stamp;
-  uint32_t reader;    // slot of the client whose input is in the buffer; kNone: the rest of this has no meaning
-  uint32_t kept;      // bytes in the buffer that were there before the read
-  uint32_t routed;    // bytes of the buffer whose effects are in the journal or in sockets
-  uint32_t writeTo;   // slot of the client to which bytes of the buffer are being written
-  uint32_t writeEnd;  // they begin at `routed`; 0: no write is under way
-  uint32_t flushing;  // slot of the client whose queue is being sent
+  uint32_t reader;     // slot of the client whose input is in the buffer; kNone: the rest of this has no meaning
+  uint32_t kept;       // bytes in the buffer that were there before the read
+  uint32_t routed;     // bytes of the buffer whose effects are in the journal or in sockets
+  uint32_t writeTo;    // slot of the client to which bytes of the buffer are being written
+  uint32_t writeEnd;   // they begin at `routed`; 0: no write is under way
+  uint32_t oneOfMany;  // they are an event, which other clients get too
+  uint32_t flushing;   // slot of the client whose queue is being sent
   uint32_t suspectAt;
   uint32_t crashes;
   uint64_t servedUpTo;
+  uint64_t lastTarget;
 };
 
 struct Geometry {
@@ -112,7 +115,8 @@ struct Head {
   uint32_t slotsUsed;  // no slot beyond this index has ever had an owner
   uint64_t stamp;      // of the latest commit
   std::array<Turn, 2> turns;
-  uint32_t frameAt;  // offset in the buffer of the frame at work; stored without a commit
+  uint32_t crashed;  // the process was ended by the signal of a crash
+  uint32_t frameAt;  // offset in the buffer of the frame at work, or kNoFrame; stored without a commit
   // The kernel itself stores here how many bytes it has moved, before a signal can end the process.
   mmsghdr read;
   mmsghdr write;

@@ -172,6 +172,7 @@ bool Reader::ReadTurn(JournalContent &content) const {
   if (!isSlot(turn.state.reader) || !isSlot(turn.state.writeTo) || !isSlot(turn.state.flushing)) return false;
   if (turn.state.writeTo != kNone && turn.state.reader == kNone) return false;
   turn.frameAt = head_.frameAt;
+  turn.crashed = head_.crashed != 0;
   if (turn.state.reader != kNone && !ReadBuffer(turn)) return false;
   turn.written = turn.state.flushing != kNone || turn.state.writeTo != kNone ? head_.write.msg_len : 0;
   const JournalClient *flushed = content.InSlot(turn.state.flushing);

@@ -118,7 +118,7 @@ bool JournalSlot::SetRecord(std::span<const std::byte> record) {
 }
 
 bool JournalSlot::AppendInput(std::span<const std::byte> bytes) {
-  return Append(journal_.largeBlocks(), edit().input, bytes);
+  return bytes.empty() || Append(journal_.largeBlocks(), edit().input, bytes);
 }
 
 void JournalSlot::ClearInput() {

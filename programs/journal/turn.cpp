@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 
@@ -20,8 +21,9 @@ ssize_t Send(mmsghdr &message, int socket) {
   return static_cast<ssize_t>(message.msg_len);
 }
 
-// Call it while no step is under way.
-mmsghdr &Prepare(mmsghdr &message, std::span<iovec> pieces) {
+// What the call before it has moved is committed first, since its number of bytes goes.
+mmsghdr &Prepare(Journal &journal, mmsghdr &message, std::span<iovec> pieces) {
+  journal.Commit();
   message.msg_len = 0;
   message.msg_hdr = {};
   message.msg_hdr.msg_iov = pieces.data();
@@ -37,7 +39,7 @@ size_t BeginTurn(JournalSlot &from) {
   const journal::Notes &notes = from.notes();
   from.CopyInput(journal.buffer());
   journal.readMessage().msg_len = 0;
-  journal.SetFrameAt(0);
+  journal.SetFrameAt(journal::kNoFrame);
   journal::Turn &turn = journal.EditTurn();
   turn.reader = from.index();
   turn.kept = static_cast<uint32_t>(kept);
@@ -45,14 +47,16 @@ size_t BeginTurn(JournalSlot &from) {
   turn.suspectAt = notes.suspectAt;
   turn.crashes = notes.crashes;
   turn.servedUpTo = notes.servedUpTo;
+  turn.lastTarget = notes.lastTarget;
   journal.Commit();
   return kept;
 }
 
-ssize_t ReadInTurn(Journal &journal, int socket, std::span<std::byte> control) {
-  const std::span<std::byte> room = journal.buffer().subspan(journal.turn().kept);
+ssize_t ReadInTurn(Journal &journal, int socket, std::span<std::byte> control, size_t most) {
+  const std::span<std::byte> whole = journal.buffer().subspan(journal.turn().kept);
+  const std::span<std::byte> room = whole.first(std::min(most, whole.size()));
   iovec vector = {room.data(), room.size()};
-  mmsghdr &message = Prepare(journal.readMessage(), std::span(&vector, 1));
+  mmsghdr &message = Prepare(journal, journal.readMessage(), std::span(&vector, 1));
   message.msg_hdr.msg_control = control.data();
   message.msg_hdr.msg_controllen = control.size();
   int result;
@@ -62,45 +66,63 @@ ssize_t ReadInTurn(Journal &journal, int socket, std::span<std::byte> control) {
   return result < 0 ? -1 : static_cast<ssize_t>(message.msg_len);
 }
 
-void CommitRouted(Journal &journal, size_t routed) {
+void CommitRouted(Journal &journal, size_t routed, uint64_t lastTarget) {
   journal::Turn &turn = journal.EditTurn();
   turn.routed = static_cast<uint32_t>(routed);
   turn.writeTo = journal::kNone;
   turn.writeEnd = 0;
   turn.servedUpTo = 0;
+  turn.lastTarget = lastTarget;
   journal.Commit();
 }
 
+void SetServed(Journal &journal, uint64_t id) {
+  journal::Turn &turn = journal.EditTurn();
+  turn.writeTo = journal::kNone;
+  turn.writeEnd = 0;
+  turn.servedUpTo = id;
+}
+
 bool EndTurn(JournalSlot &from, std::span<const std::byte> rest) {
+  const journal::Turn &turn = from.journal().turn();
   from.ClearInput();
   const bool kept = from.AppendInput(rest);
   const journal::Notes &notes = from.notes();
-  if (notes.suspectAt != 0 || notes.crashes != 0 || notes.servedUpTo != 0) {
+  if (notes.crashes != 0 || notes.servedUpTo != 0 || notes.lastTarget != turn.lastTarget) {
+    // A suspected frame may still be to come.
+    const bool ahead = notes.crashes > 0 && !rest.empty() && turn.suspectAt >= turn.routed;
     journal::Notes &edited = from.EditNotes();
-    edited.suspectAt = edited.crashes = 0;
-    edited.servedUpTo = 0;
+    edited.suspectAt = ahead ? turn.suspectAt - turn.routed : 0;
+    edited.crashes = ahead ? turn.crashes : 0;
+    edited.servedUpTo = turn.servedUpTo;
+    edited.lastTarget = turn.lastTarget;
   }
-  from.journal().EditTurn().reader = journal::kNone;
-  from.journal().Commit();
+  LeaveTurn(from.journal());
   return kept;
 }
 
-ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end) {
+void LeaveTurn(Journal &journal) {
+  journal.EditTurn().reader = journal::kNone;
+  journal.Commit();
+}
+
+ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end, bool oneOfMany) {
   Journal &journal = to.journal();
   const size_t begin = journal.turn().routed;
   const std::span<std::byte> bytes = journal.buffer().subspan(begin, end - begin);
   iovec vector = {bytes.data(), bytes.size()};
-  mmsghdr &message = Prepare(journal.writeMessage(), std::span(&vector, 1));
+  mmsghdr &message = Prepare(journal, journal.writeMessage(), std::span(&vector, 1));
   journal::Turn &turn = journal.EditTurn();
   turn.writeTo = to.index();
   turn.writeEnd = static_cast<uint32_t>(end);
+  turn.oneOfMany = oneOfMany ? 1 : 0;
   journal.Commit();
   return Send(message, socket);
 }
 
 ssize_t BeginFlush(JournalSlot &to, int socket, std::span<iovec> pieces, int descriptor) {
   Journal &journal = to.journal();
-  mmsghdr &message = Prepare(journal.writeMessage(), pieces);
+  mmsghdr &message = Prepare(journal, journal.writeMessage(), pieces);
   std::optional<AttachedDescriptor> attached;
   if (descriptor >= 0) attached.emplace(message.msg_hdr, descriptor);
   journal.EditTurn().flushing = to.index();

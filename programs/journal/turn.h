@@ -10,6 +10,7 @@
 #include <sys/uio.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 
 #include "programs/journal/slot.h"
@@ -18,18 +19,23 @@ namespace zor::daemon {
 
 // Begins the work for a client: its input so far moves to the start of the buffer. Returns its length.
 size_t BeginTurn(JournalSlot &from);
-// Reads from its socket into the rest of the buffer. Returns the number of bytes, 0 at the end of the stream; -1 with
-// errno, which may be an error of the connection before its last bytes: read again. The message describes what else
-// came; the kernel writes to `control`.
-ssize_t ReadInTurn(Journal &journal, int socket, std::span<std::byte> control);
-// The effects of the buffer's bytes up to there are complete.
-void CommitRouted(Journal &journal, size_t routed);
-// Ends the work: the bytes from there on are the client's input. False if there is no room for them.
+// Reads from its socket into the rest of the buffer, at most so many bytes. Returns the number of bytes, 0 at the end
+// of the stream; -1 with errno, which may be an error of the connection before its last bytes: read again. The message
+// describes what else came; the kernel writes to `control`.
+ssize_t ReadInTurn(Journal &journal, int socket, std::span<std::byte> control, size_t most = SIZE_MAX);
+// The effects of the buffer's bytes up to there are complete; the last of them went to that client, by id, if the
+// server needs to know.
+void CommitRouted(Journal &journal, size_t routed, uint64_t lastTarget = 0);
+// Ends the work: the bytes behind those that are routed are the client's input. False if there is no room for them.
 bool EndTurn(JournalSlot &from, std::span<const std::byte> rest);
+// The same, but the client's input has not changed.
+void LeaveTurn(Journal &journal);
 
 // Writes bytes of the buffer to a client whose queue is empty, from what has been routed to that offset. The result is
-// that of SendNow. The caller then queues what is left, if any, and commits with CommitRouted.
-ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end);
+// that of SendNow. The caller then queues what is left, if any, and commits with CommitRouted; if the bytes are a frame
+// that several clients get, with SetServed, in the order of their ids, which is valid with the next commit.
+ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end, bool oneOfMany);
+void SetServed(Journal &journal, uint64_t id);
 // Writes the first bytes of a client's queue. The caller takes them off the queue, and commits with EndFlush.
 ssize_t BeginFlush(JournalSlot &to, int socket, std::span<iovec> pieces, int descriptor);
 void EndFlush(Journal &journal);
