@@ -23,6 +23,10 @@ install_failing msgsvr
 run server restart
 install_program msgsvr
 run server restart
+serve notifyserver
+run server restart notifyserver
+install_failing notifyserver
+run server restart notifyserver --json
 run wait lamp
 run server stop
 run server restart cms
