@@ -78,7 +78,8 @@ library and the servers work, what is on the wire, what a device provides.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libcjson-dev, libmsgapi-doc, pkgconf | pkg-config")
 set(CPACK_DEBIAN_SERVERS_PACKAGE_DEPENDS
-  "systemd | systemd-standalone-sysusers | systemd-sysusers, systemd | systemd-standalone-tmpfiles | systemd-tmpfiles")
+  "systemd | systemd-standalone-sysusers | systemd-sysusers, systemd | systemd-standalone-tmpfiles | systemd-tmpfiles, \
+procps")
 set(CPACK_DEBIAN_SERVERS_PACKAGE_SUGGESTS zorctl)
 # Other packages with a /usr/sbin/syslogd.
 set(CPACK_DEBIAN_SERVERS_PACKAGE_CONFLICTS "busybox-syslogd, inetutils-syslogd")

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the packages in a fresh Debian 12 folder, runs the servers there as their own users, lets daemons built
-# against the installed files talk, removes everything again and looks for leftovers. Needs root, Debian 12 and its
-# package mirror; builds the packages first when they are missing.
+# against the installed files talk, removes everything again and looks for leftovers. Then boots that folder's systemd,
+# where this machine allows it, and installs, upgrades, reloads, kills and removes the services. Needs root, Debian 12 and
+# its package mirror; builds the packages first when they are missing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -34,7 +35,22 @@ cp /etc/resolv.conf /etc/hosts "$root/etc/"
 for mounted in proc dev; do mount --bind /$mounted "$root/$mounted"; done
 
 mkdir "$root/root/test"
-cp $packages/*.deb README.md tests/install/check_packages.sh tests/install/check_consumers.sh \
+cp $packages/*.deb README.md tests/install/check_{packages,consumers,systemd}.sh \
   build/package/examples/{provider,consumer,services,login_keeper} "$root/root/test/"
 cp -r tests/install/consumer "$root/root/test/project"
-env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 chroot "$root" /root/test/check_packages.sh
+in_folder() { env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 chroot "$root" "$@"; }
+in_folder /root/test/check_packages.sh
+
+in_folder env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends systemd systemd-sysv procps \
+  >"$root/systemd.log" 2>&1 || {
+  cat "$root/systemd.log" >&2
+  exit 1
+}
+for mounted in dev proc; do umount -l "$root/$mounted"; done
+status=0
+tests/install/boot_systemd.sh "$root" /root/test/check_systemd.sh || status=$?
+if [ $status -eq 77 ]; then
+  echo 'package-test: NOT TESTED: upgrades, crashes and hangs under systemd'
+else
+  exit $status
+fi

@@ -13,7 +13,7 @@ case ${1:-demo} in
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
   bench) packages+=(libc-ares-dev libcurl4-openssl-dev) ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
-  package) packages+=(dpkg-dev file lintian abigail-tools debootstrap) ;;
+  package) packages+=(dpkg-dev file lintian abigail-tools debootstrap procps) ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
   *)
     echo "usage: setup.sh [demo | tests | any-day | lint | bench | fuzz | armhf | package]" >&2
