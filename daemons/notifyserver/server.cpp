@@ -207,8 +207,11 @@ void Server::ReleaseEnded() {
   ended.clear();
 }
 
-// Its name in the store makes a text: without memory the manager keeps the socket, and the next server ends it.
+// The manager has a duplicate of the socket, so that closing this one would neither end the connection nor the events
+// that it causes. Its name in the store makes a text: without memory the duplicate stays until the next server.
 void Server::Forget(const Client &client) {
+  poll_.Remove(client.socket());
+  ::shutdown(client.socket(), SHUT_RDWR);
   try {
     daemon::RemoveStoredDescriptors(client.StoredName());
   } catch (const std::bad_alloc &) {
