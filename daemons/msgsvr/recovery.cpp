@@ -49,7 +49,11 @@ std::optional<ServerState> Recovery::Run(std::vector<PassedDescriptor> &passed) 
   std::optional<ServerState> state;
   if (auto content = daemon::ReadPassedJournal(passed, program_, log_)) {
     if (FinishFlush(*content) && FinishTurn(*content)) state = StateIn(*content);
-    if (!state) log_.Print("the journal cannot be used: it is damaged");
+    if (state) {
+      log_.Print("took over from a server that crashed: %zu clients", state->clients.size());
+    } else {
+      log_.Print("the journal cannot be used: it is damaged");
+    }
   }
   TakeSockets(passed, state ? &*state : nullptr);
   return state;

@@ -229,5 +229,59 @@ TEST_F(CrashTest, LosesDoublesAndReordersNothingWhenItIsKilledUnderLoad) {
   EXPECT_THAT(log_.Text(), Not(HasSubstr("dropped")));
 }
 
+TEST_F(CrashTest, KeepsWhatClientsHaveToldTheServerAndWhatItOwesThem) {
+  StartKept("queue_bytes = 4000000\n");
+  const WireClient first = Client("twin"), second = Client("twin"), waiter = Client("waiter"),
+                   reader = Client("reader");
+  Tell(second, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "", kEvent));
+  Tell(first, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "late", kEvent));
+  Tell(first, MakeRequest(ZOR_MSG_SYNC_POST, "early"));
+  waiter.Send(MakeRequest(ZOR_MSG_SYNC_WAIT, "gate", 0, 77));
+  constexpr uint32_t kMessages = 2000;  // more than a socket holds
+  for (uint32_t i = 0; i < kMessages; ++i) sender_.Send(MakeMessage(kType, "", "reader", i, BodyOf(i)));
+  Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
+  // Of a descriptor that is queued, nothing is left.
+  sender_.Send(MakeMessage(kType, "", "reader", kMessages));
+  sender_.SendDescriptor(sender_.fd());
+  Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
+  const std::string frame = MakeMessage(kType, "", "receiver", 42, std::string(1000, 'x')).Bytes();
+  waiter.Send(std::string_view(frame).substr(0, 500));
+
+  Crash();
+  Crash();
+
+  waiter.Send(std::string_view(frame).substr(500));
+  EXPECT_EQ(receiver_.Next().header.data, 42u);
+  Tell(first, MakeRequest(ZOR_MSG_SYNC_POST, "gate"));
+  EXPECT_EQ(waiter.Next().header.sequence, 77u);
+  EXPECT_EQ(waiter.Ask(MakeRequest(ZOR_MSG_SYNC_WAIT, "early", 0, 78)).header.sequence, 78u);
+  const WireClient late = Client("late");
+  Tell(sender_, MakeMessage(kEvent, "", "", 200));
+  EXPECT_EQ(late.Next().header.data, 200u);
+  EXPECT_EQ(second.Next().header.data, 200u);
+  sender_.Send(MakeMessage(kType, "", "twin", 50));
+  EXPECT_EQ(first.Next().header.data, 50u) << "it has registered first";
+  Tell(sender_, MakeMessage(kType, "", "reader", kMessages + 1));
+  for (uint32_t i = 0; i <= kMessages + 1; ++i) ASSERT_EQ(reader.Next().header.data, i);
+  EXPECT_THAT(log_.Text(), HasSubstr("took over from a server that crashed: 6 clients"));
+  EXPECT_THAT(log_.Text(), HasSubstr("1 descriptors to it are lost"));
+  EXPECT_THAT(log_.Text(), Not(HasSubstr("cut off")));
+}
+
+#ifdef CRASH_LIBRARY
+TEST_F(CrashTest, DropsAMessageAtWhichItCrashesTwice) {
+  ::setenv("LD_PRELOAD", CRASH_LIBRARY, 1);
+  StartKept();
+  ::unsetenv("LD_PRELOAD");
+  const std::string path = MakeFile("content", "msg_file_crash");
+  sender_.Send(MakeMessage(kType, "", "receiver", 1).Bytes() + MakeFileMessage(0x77, "receiver", path).Bytes() +
+               MakeMessage(kType, "", "receiver", 2).Bytes());
+  EXPECT_EQ(receiver_.Next().header.data, 1u);
+  EXPECT_EQ(receiver_.Next().header.data, 2u);
+  EXPECT_EQ(keeper_->starts(), 3);
+  EXPECT_THAT(log_.Text(), HasSubstr("a message from sender (client 1) to \"receiver\" dropped: type 0x77, "));
+}
+#endif
+
 }  // namespace
 }  // namespace zor::test
