@@ -65,7 +65,7 @@ class DecisionCache {
     hash = (hash ^ (hash >> 32)) * kOdd + start;
     hash = (hash ^ (hash >> 32)) * kOdd + end + (std::uint64_t{static_cast<unsigned char>(key.verb)} << 32);
     hash = (hash ^ (hash >> 32)) * kOdd;
-    return (hash >> 32) & (limits::access::kDecisions - 1);
+    return static_cast<std::size_t>(hash >> 32) & (limits::access::kDecisions - 1);
   }
 
   std::vector<Entry> entries_;
