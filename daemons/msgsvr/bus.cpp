@@ -24,8 +24,9 @@ void Bus::End(Client &client) {
   if (verbose && client.registered()) log.PrintOf(client.charge.holder(), "%s disconnected", client.Label().c_str());
 }
 
-// The duplicate would keep the connection open.
+// The duplicate would keep the connection open, and its events coming when the client is gone.
 void Bus::Unstore(Client &client) {
+  poll.Remove(client.socket.get());
   ::shutdown(client.socket.get(), SHUT_RDWR);
   Try([&] { daemon::RemoveStoredDescriptors(StoredName(client.id)); });
 }
