@@ -73,7 +73,7 @@ class Settlement {
 }  // namespace
 
 Account *Account::Create(uint32_t workers, uint32_t messages) {
-  const uint32_t share = messages / workers + 1;
+  const uint32_t share = messages / (workers - 1) + 1;  // the last one sends nothing
   const std::size_t size = sizeof(Account) + std::size_t{share} * workers * sizeof(Message);
   void *memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   Require(memory != MAP_FAILED, "memory for the account");
