@@ -27,6 +27,6 @@ part() {
 
 seconds=$((($1 + 2) / 3))
 part "hand-overs beside 200 clients" blows h every 300 clients 200
-part "kill -9 of the server under its keeper" blows c every 1000 keeper 1
+part "kill -9 of the server under its keeper" blows c every 2000 keeper 1
 part "everything" blows hkkff every 150
 exit $status

@@ -79,9 +79,13 @@ class Server {
     root_ = std::string(directory == nullptr ? "/tmp" : directory) + "/zor-chaos.XXXXXX";
     Require(::mkdtemp(root_.data()) != nullptr, "mkdtemp");
     ::setenv("ZOR_ROOT", root_.c_str(), 1);
-    fs::create_directories(root_ + "/etc/zor");
+    for (const char *path : {"/etc/zor", "/var"}) fs::create_directories(root_ + path);
     std::ofstream(root_ + "/etc/zor/msgsvr.conf") << "queue_bytes = " << queue * 1024 << "\n";
     Start();
+    while (!fs::exists(root_ + "/var/msgsvr")) {
+      Require(IsAlive(), "the message server starts");
+      Pause(1);
+    }
   }
   ~Server() {
     std::error_code ignored;
@@ -267,7 +271,9 @@ class Run {
                 static_cast<double>(account_.longestRoundTrip) / 1e6, "seconds", seconds);
     const bool good = even && files <= Deaths(account_) && filesKept == 0 && alive;
     std::printf("%s\n", good ? "the account balances" : "THE ACCOUNT DOES NOT BALANCE");
-    if (!good && std::getenv("CHAOS_LOG") != nullptr) fs::copy_file(server_.log(), std::getenv("CHAOS_LOG"));
+    if (!good && std::getenv("CHAOS_LOG") != nullptr) {
+      fs::copy_file(server_.log(), std::getenv("CHAOS_LOG"), fs::copy_options::overwrite_existing);
+    }
     return good;
   }
 
