@@ -197,6 +197,18 @@ namespace cms {
 
 // [clients] Clients that have named a user for an export and not requested it: all of them must name it again.
 inline constexpr std::size_t kExportUsers = 64;
+// [bytes] Configuration in an encrypted export: neither exported nor imported.
+inline constexpr std::uint32_t kExportBytes = 16u << 20;
+// [bytes] Memory in which the key of an encrypted export is made: a file that asks for more is refused.
+inline constexpr std::uint64_t kKeyMemory = 40u << 20;
+// [blocks] Blocks of 128 bytes that are mixed to make it: a file that asks for more is refused.
+inline constexpr std::uint64_t kKeyWork = 1u << 21;  // a request has 15 s, on the machine of a gateway too
+// [bytes] File of a passphrase: refused.
+inline constexpr std::size_t kPassphraseFile = 1024;
+inline constexpr std::size_t kLeastPassphrase = 12;
+inline constexpr std::uint8_t kKeyCost = 14;
+inline constexpr std::uint8_t kLeastKeyCost = 10;
+inline constexpr std::uint8_t kMostKeyCost = 15;  // within kKeyMemory and kKeyWork
 
 }  // namespace cms
 

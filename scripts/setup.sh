@@ -4,7 +4,8 @@
 # (demo: for building and running; the others add to it)
 set -euo pipefail
 
-packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libcli11-dev nlohmann-json3-dev)
+packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libcli11-dev
+  nlohmann-json3-dev)
 tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark)
 case ${1:-demo} in
   demo) ;;

@@ -26,11 +26,10 @@ uint32_t Write(const std::string &path, uint32_t parts) {
   return path.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_WriteFile(path.c_str(), parts);
 }
 
-// Copies a store file; only another store file may be replaced by it.
+// Copies a store file; only another export may be replaced by it.
 uint32_t Copy(const std::string &from, const std::string &to) {
   if (const uint32_t status = ZOR_STORE_CheckFile(from.c_str()); status != ZOR_STORE_OK) return status;
-  const uint32_t existing = ZOR_STORE_CheckFile(to.c_str());
-  if (existing != ZOR_STORE_OK && existing != ZOR_STORE_E_NOT_FOUND) return existing;
+  if (const uint32_t status = ExportFiles::CheckTarget(to); status != ZOR_STORE_OK) return status;
   Replacement replacement(to.c_str());
   if (!replacement.valid()) return ZOR_STORE_E_IO;
   std::error_code error;
@@ -73,21 +72,32 @@ uint32_t Configuration::RestoreSaved(uint32_t user) const {
 }
 
 uint32_t Configuration::Export(const std::string &path) const {
-  return Write(RequestedPath(path), ZOR_STORE_CONFIGURATION);
+  const std::string target = RequestedPath(path);
+  if (target.empty()) return ZOR_STORE_E_ARGUMENT;
+  return exports_.Seal(target, [](const std::string &file) { return Write(file, ZOR_STORE_CONFIGURATION); });
 }
 
 uint32_t Configuration::ExportSaved(uint32_t user, const std::string &path) const {
+  const std::string target = RequestedPath(path);
+  if (target.empty()) return ZOR_STORE_E_ARGUMENT;
+  return exports_.Seal(target, [&](const std::string &file) { return Copy(PathOf("config_", user), file); });
+}
+
+uint32_t Configuration::CopySaved(uint32_t user, const std::string &path) const {
   const std::string target = RequestedPath(path);
   return target.empty() ? ZOR_STORE_E_ARGUMENT : Copy(PathOf("config_", user), target);
 }
 
 uint32_t Configuration::Import(const std::string &path) const {
-  return Read(RequestedPath(path), ZOR_STORE_CONFIGURATION);
+  const std::string source = RequestedPath(path);
+  if (source.empty()) return ZOR_STORE_E_ARGUMENT;
+  return exports_.Open(source, [](const std::string &file) { return Read(file, ZOR_STORE_CONFIGURATION); });
 }
 
 uint32_t Configuration::Check(const std::string &path) const {
-  const std::string file = RequestedPath(path);
-  return file.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_CheckFile(file.c_str());
+  const std::string source = RequestedPath(path);
+  if (source.empty()) return ZOR_STORE_E_ARGUMENT;
+  return exports_.Open(source, [](const std::string &file) { return ZOR_STORE_CheckFile(file.c_str()); });
 }
 
 uint32_t Configuration::Clean() const {

@@ -5,8 +5,8 @@
 //   config_USER.db   the configuration that the user saved
 //   app_USER.db      configuration and application data together
 //   appdata.db       application data
-// All are store files, written under another name and renamed, so that a crash keeps the old one. Nothing is encrypted,
-// not even exported files, but only their owner can read them.
+// All are store files, written under another name and renamed, so that a crash keeps the old one. They are not
+// encrypted, but only their owner can read them. Exports leave the directory, and may be encrypted.
 #ifndef CMS_CONFIGURATION_H
 #define CMS_CONFIGURATION_H
 
@@ -15,14 +15,16 @@
 #include <string>
 #include <string_view>
 
+#include "cms/export_files.h"
+
 namespace zor::cms {
 
 class Configuration {
  public:
   // Fixed paths: the directory, which must exist, and the file with the factory configuration. Without such a file the
   // factory configuration is empty.
-  Configuration(std::string directory, std::string factoryFile)
-      : directory_(std::move(directory)), factoryFile_(std::move(factoryFile)) {}
+  Configuration(std::string directory, std::string factoryFile, const ExportFiles &exports)
+      : directory_(std::move(directory)), factoryFile_(std::move(factoryFile)), exports_(exports) {}
 
   uint32_t Save(uint32_t user) const;
   uint32_t SaveWithAppData(uint32_t user) const;
@@ -31,10 +33,13 @@ class Configuration {
   uint32_t RestoreFactory() const;
   uint32_t RestoreSaved(uint32_t user) const;
 
-  // Writes the current configuration.
+  // Encrypts the current configuration.
   uint32_t Export(const std::string &path) const;
-  // Writes the user's saved configuration; ZOR_STORE_E_NOT_FOUND if there is none.
+  // Encrypts the user's saved configuration; ZOR_STORE_E_NOT_FOUND if there is none.
   uint32_t ExportSaved(uint32_t user, const std::string &path) const;
+  // Copies it without encryption.
+  uint32_t CopySaved(uint32_t user, const std::string &path) const;
+  // Imports or checks an export, encrypted or not.
   uint32_t Import(const std::string &path) const;
   uint32_t Check(const std::string &path) const;
 
@@ -49,6 +54,7 @@ class Configuration {
 
   std::string directory_;
   std::string factoryFile_;
+  const ExportFiles &exports_;
 };
 
 }  // namespace zor::cms

@@ -25,8 +25,8 @@ constexpr auto kRequests = std::to_array<Request>({
     {ZOR_MSG_DYN_APP_UPDATE, false, &Service::Refuse, "update of a dynamic application"},
     {ZOR_MSG_DB_SAVE, false, &Service::Save, "save"},
     {ZOR_MSG_RESTORE_DEFAULT, false, &Service::Restore, "restore"},
-    {ZOR_MSG_EXPORT_CFG_FILE, true, &Service::ExportSaved, "export of what was saved"},
-    {ZOR_MSG_EXPORT_ENC_CFG_FILE, true, &Service::Export, "export"},
+    {ZOR_MSG_EXPORT_CFG_FILE, true, &Service::CopySaved, "export of what was saved"},
+    {ZOR_MSG_EXPORT_ENC_CFG_FILE, true, &Service::Export, "encrypted export"},
     {ZOR_MSG_IMPORT_CFG_FILE, true, &Service::Import, "import"},
     {ZOR_MSG_CHECK_CFG_FILE, true, &Service::Check, "check"},
     {ZOR_MSG_CLEAN_CFG, true, &Service::Clean, "clean"},
@@ -42,6 +42,24 @@ constexpr auto kRequests = std::to_array<Request>({
     {ZOR_MSG_KIVA_REMOVE, false, &Service::RemoveDevice, "removal from the device list"},
     {ZOR_MSG_KIVA_REMOVE_SYNC, true, &Service::RemoveDevice, "removal from the device list"},
 });
+
+// What results mean that an operator can do something about.
+struct Meaning {
+  uint32_t result;
+  const char *text;
+};
+constexpr auto kMeanings = std::to_array<Meaning>({
+    {ZOR_CFG_E_NO_PASSPHRASE, ": no passphrase"},
+    {ZOR_CFG_E_NOT_AUTHENTIC, ": encrypted with another passphrase, incomplete or changed"},
+    {ZOR_CFG_E_FORMAT, ": encrypted in an unknown way"},
+    {ZOR_CFG_E_NOT_ENCRYPTED, ": not encrypted, which import_plain does not allow"},
+});
+
+const char *TextOf(uint32_t result) {
+  const auto found =
+      std::find_if(kMeanings.begin(), kMeanings.end(), [&](const Meaning &each) { return each.result == result; });
+  return found == kMeanings.end() ? "" : found->text;
+}
 
 // Bus handlers have no data pointer.
 Service *registered = nullptr;
@@ -76,7 +94,8 @@ ZOR_MSG_HEAD *Service::OnRequest(ZOR_MSG_HEAD *message) {
   if (request == kRequests.end()) return nullptr;
   const uint32_t result = registered->Apply(request->apply, *message);
   if (result != 0) {
-    registered->problems_.Print("%s for %s failed: result 0x%x", request->name, SourceOf(*message).c_str(), result);
+    registered->problems_.Print("%s for %s failed: result 0x%x%s", request->name, SourceOf(*message).c_str(), result,
+                                TextOf(result));
   }
   return request->hasReply ? ZOR_MSG_MsgResponseBuilder(message, result, nullptr, 0) : nullptr;
 }
@@ -114,8 +133,8 @@ uint32_t Service::Restore(ZOR_MSG_HEAD &request) {
   }
 }
 
-uint32_t Service::ExportSaved(ZOR_MSG_HEAD &request) {
-  return configuration_.ExportSaved(request.data, PathOf(request));
+uint32_t Service::CopySaved(ZOR_MSG_HEAD &request) {
+  return configuration_.CopySaved(request.data, PathOf(request));
 }
 
 uint32_t Service::NameExportUser(ZOR_MSG_HEAD &request) {

@@ -15,7 +15,7 @@
 namespace zor::cms {
 
 // The result of a request that this daemon does not support. Other results are statuses of the store or the device
-// list.
+// list, or ZOR_CFG_E_ ones.
 constexpr uint32_t kUnsupported = 1;
 
 class Service {
@@ -31,7 +31,7 @@ class Service {
   uint32_t SaveWithAppData(ZOR_MSG_HEAD &request);
   uint32_t SaveAppData(ZOR_MSG_HEAD &request);
   uint32_t Restore(ZOR_MSG_HEAD &request);
-  uint32_t ExportSaved(ZOR_MSG_HEAD &request);
+  uint32_t CopySaved(ZOR_MSG_HEAD &request);
   uint32_t NameExportUser(ZOR_MSG_HEAD &request);
   uint32_t Export(ZOR_MSG_HEAD &request);
   uint32_t Import(ZOR_MSG_HEAD &request);

@@ -18,7 +18,7 @@
 
 /* With a reply. */
 #define ZOR_MSG_EXPORT_CFG_FILE UINT32_C(0x5025)     /* body: path; data word: the caller's */
-#define ZOR_MSG_EXPORT_ENC_CFG_FILE UINT32_C(0x5026) /* body: path */
+#define ZOR_MSG_EXPORT_ENC_CFG_FILE UINT32_C(0x5026) /* body: path; the file is encrypted */
 #define ZOR_MSG_IMPORT_CFG_FILE UINT32_C(0x5027)     /* body: path */
 #define ZOR_MSG_CHECK_CFG_FILE UINT32_C(0x5028)      /* body: path */
 #define ZOR_MSG_CLEAN_CFG UINT32_C(0x5029)
@@ -37,5 +37,13 @@ typedef struct ZOR_CFG_RESTORE {
 /* Modes of the reference configuration daemon. Used with ZOR_CFM_ExtRestoreDft. */
 #define ZOR_CFG_RESTORE_FACTORY UINT32_C(0) /* what the device was delivered with */
 #define ZOR_CFG_RESTORE_SAVED UINT32_C(1)   /* what the user saved last */
+
+/* Results of the reference configuration daemon for exported files, beside the statuses of the store. Nothing was
+   changed. Used with ZOR_CFM_ExtExportEncryptedCfgFile, ZOR_CFM_ExtExportEncCfgFileByUser,
+   ZOR_CFM_ExtImportEncryptedCfgFile and ZOR_DBCheckFile. */
+#define ZOR_CFG_E_NO_PASSPHRASE UINT32_C(2) /* the daemon has none, so it can neither encrypt nor decrypt */
+#define ZOR_CFG_E_NOT_AUTHENTIC UINT32_C(3) /* encrypted with another passphrase, incomplete or changed */
+#define ZOR_CFG_E_FORMAT UINT32_C(4)        /* encrypted in a later format, or with parameters out of bounds */
+#define ZOR_CFG_E_NOT_ENCRYPTED UINT32_C(5) /* the daemon's settings do not let it import what is not encrypted */
 
 #endif

@@ -160,7 +160,7 @@ bool SavesConfiguration(const TempRoot &root, Milliseconds deadline) {
   const auto web = Join(root, "web", deadline);
   const std::string path("/export.db", 11);
   if (!web || Ask(*web, deadline, "cms", ZOR_MSG_DB_SAVE_SYNC) != 0 ||
-      Ask(*web, deadline, "cms", ZOR_MSG_EXPORT_ENC_CFG_FILE, path) != 0) {
+      Ask(*web, deadline, "cms", ZOR_MSG_EXPORT_CFG_FILE, path) != 0) {
     return false;
   }
   ZOR_DBSetPara(kPara, 0, "changed", 8);
