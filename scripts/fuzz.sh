@@ -27,7 +27,7 @@ build=build/fuzz
 # The longest input worth trying: longer ones reach no new code.
 max_length() {
   case $1 in
-    ptr_fuzz | time_fuzz) echo 128 ;;
+    ptr_fuzz | time_fuzz | export_fuzz) echo 128 ;;
     url_fuzz | path_fuzz | charset_fuzz | mlog_fuzz) echo 256 ;;
     message_fuzz | mlogserver_fuzz) echo 1024 ;;
     *) echo 512 ;;
