@@ -96,7 +96,7 @@ struct Bus {
   void CountDelivery(Client &to, const ZOR_MSG_HEAD &head, uint64_t from) {
     to.deliveries.Add({static_cast<uint32_t>(sizeof head + head.bodyLength), nowMs, head.type & ZOR_MSG_TYPE_MASK,
                        head.sequence, from});
-    to.slot.NoteUnread(to.deliveries.count());
+    to.slot.NoteUnread(to.deliveries.count() + to.unreadBefore);
     ++to.counters.out;
     ++counters.out;
   }

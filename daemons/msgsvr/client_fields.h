@@ -135,6 +135,7 @@ void Describe(Fields &fields, Record &record) {
   fields(19, record.pause);
   fields(20, record.registerBy);
   fields(21, record.backlog);
+  fields(22, record.unreadBefore);
 }
 
 }  // namespace zor::msgsvr

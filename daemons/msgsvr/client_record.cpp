@@ -102,6 +102,7 @@ ClientRecord ClientRecordOf(const Bus &bus, const Client &client) {
   record.hungUp = client.hungUp;
   record.stalled = client.stalled;
   record.flushes = client.flushes;
+  record.unreadBefore = client.unreadBefore;
   record.unsentWhenStalled = client.unsentWhenStalled;
   return record;
 }

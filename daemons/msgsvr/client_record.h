@@ -97,7 +97,8 @@ struct ClientRecord {
   int unsentWhenStalled = 0;
   std::optional<PauseRecord> pause;
   std::optional<int64_t> registerBy;  // a newcomer's time is over then
-  CrashRecord crash;                  // empty after a hand-over
+  uint32_t unreadBefore = 0;
+  CrashRecord crash;  // empty after a hand-over
 };
 
 StandingRecord StandingRecordOf(const Bus &bus, const Client &client);

@@ -134,7 +134,8 @@ void Restoration::RestoreNotes(Client &client, const ClientRecord &record) {
   notes.servedUpTo = record.crash.servedUpTo;
   notes.suspectAt = record.crash.suspectAt;
   notes.crashes = record.crash.crashes;
-  client.unreadBefore = record.crash.unread;
+  client.unreadBefore = record.unreadBefore + record.crash.unread;
+  client.slot.NoteUnread(record.deliveries.records.size() + client.unreadBefore);
   bus_.Changed(client);
 }
 
