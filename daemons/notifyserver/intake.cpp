@@ -46,8 +46,7 @@ void Intake::Resume(Client &client) {
 }
 
 void Intake::Abandon() {
-  shared_.journal.EditTurn().reader = daemon::journal::kNone;
-  shared_.journal.Commit();
+  daemon::LeaveTurn(shared_.journal);
 }
 
 size_t Intake::Begin(Client &client) {

@@ -102,7 +102,10 @@ bool EndTurn(JournalSlot &from, std::span<const std::byte> rest) {
 }
 
 void LeaveTurn(Journal &journal) {
-  journal.EditTurn().reader = journal::kNone;
+  journal::Turn &turn = journal.EditTurn();
+  turn.reader = journal::kNone;
+  turn.writeTo = journal::kNone;
+  turn.writeEnd = 0;
   journal.Commit();
 }
 

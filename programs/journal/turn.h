@@ -28,7 +28,8 @@ ssize_t ReadInTurn(Journal &journal, int socket, std::span<std::byte> control, s
 void CommitRouted(Journal &journal, size_t routed, uint64_t lastTarget = 0);
 // Ends the work: the bytes behind those that are routed are the client's input. False if there is no room for them.
 bool EndTurn(JournalSlot &from, std::span<const std::byte> rest);
-// The same, but the client's input has not changed.
+// The same, but the client's input has not changed. A write that was not followed by CommitRouted is over too: what it
+// left is queued or lost.
 void LeaveTurn(Journal &journal);
 
 // Writes bytes of the buffer to a client whose queue is empty, from what has been routed to that offset. The result is
