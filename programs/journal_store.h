@@ -19,9 +19,8 @@ std::optional<JournalContent> ReadPassedJournal(std::vector<PassedDescriptor> &p
                                                 ProblemLog &log);
 
 // Stores the journal, which has everything that earlier ones had, and removes those: the passed ones, and that of the
-// program whose place this one has taken. Call it before anything is sent to a client. Crashes are noted
-// in it from now on. Returns whether there is a
-// store.
+// program whose place this one has taken. Call it before anything is sent to a client. Crashes are noted in it from now
+// on. False if there is no service manager, or it did not take the journal.
 bool StoreJournal(Journal &journal, const std::vector<PassedDescriptor> &passed);
 
 }  // namespace zor::daemon

@@ -55,10 +55,11 @@ void RaiseDescriptorLimit(size_t maxClients) {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// Room for what all clients together may hold. Those that are restored stay, also beyond a limit that has become lower;
-// the bus itself has a place too.
+// Room for what all clients together may hold. Those that are restored stay, also beyond a limit that has become lower.
+// The bus itself has a place too, and so have clients that have made room for others in one turn.
 daemon::Journal::Size JournalSizeOf(const msgsvr::BusSettings &settings, size_t restored) {
-  return {std::max(settings.maxClients, restored) + 1, settings.memoryBytes, msgsvr::kInputBuffer};
+  constexpr size_t kFurther = 1 + 2 * msgsvr::kNewcomersPerTurn;  // from two listeners
+  return {std::max(settings.maxClients, restored) + kFurther, settings.memoryBytes, msgsvr::kInputBuffer};
 }
 
 bool MakeDirectories(daemon::ProblemLog &log) {
@@ -73,10 +74,16 @@ struct Listeners {
   msgsvr::TcpListener tcp;
 };
 
+// What the service manager may have stored is another one.
 bool ListenTcp(const std::string &address, Listeners &listeners, daemon::ProblemLog &log) {
+  daemon::RemoveStoredDescriptors(kStoredTcp);
   if (address.empty()) return true;
   listeners.tcp = msgsvr::ListenTcp(address);
-  if (!listeners.tcp.socket.valid()) log.PrintErrno("tcp = %s: cannot listen", address.c_str());
+  if (listeners.tcp.socket.valid()) {
+    daemon::StoreDescriptor(kStoredTcp, listeners.tcp.socket.get());
+  } else {
+    log.PrintErrno("tcp = %s: cannot listen", address.c_str());
+  }
   return listeners.tcp.socket.valid();
 }
 
@@ -85,15 +92,11 @@ daemon::ExitCode Listen(const msgsvr::BusSettings &settings, std::vector<daemon:
                         Listeners &listeners, daemon::ProblemLog &log) {
   const auto code = listeners.local.OpenPassed(ZOR_PATH_MSGSVR, SOCK_STREAM, kSocketMode, passed, log);
   if (code != daemon::kExitOk) return code;
-  const auto tcp = std::ranges::find(passed, kStoredTcp, &daemon::PassedDescriptor::name);
-  if (tcp != passed.end() && !settings.tcp.empty()) {
-    listeners.tcp = msgsvr::AdoptTcp(std::move(tcp->fd));
+  if (UniqueFd tcp = daemon::TakePassed(passed, kStoredTcp); msgsvr::ListensAt(tcp.get(), settings.tcp)) {
+    listeners.tcp = msgsvr::AdoptTcp(std::move(tcp));
     return daemon::kExitOk;
   }
-  if (tcp != passed.end()) daemon::RemoveStoredDescriptors(kStoredTcp);
-  if (!ListenTcp(settings.tcp, listeners, log)) return daemon::kExitFailure;
-  if (listeners.tcp.socket.valid()) daemon::StoreDescriptor(kStoredTcp, listeners.tcp.socket.get());
-  return daemon::kExitOk;
+  return ListenTcp(settings.tcp, listeners, log) ? daemon::kExitOk : daemon::kExitFailure;
 }
 
 // Those of the predecessor. A TCP address that only the new settings name is opened; that it was free then, the trial

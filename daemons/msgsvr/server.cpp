@@ -19,7 +19,6 @@ namespace {
 
 constexpr std::chrono::seconds kReportCheck{1};
 constexpr std::chrono::milliseconds kPauseCheck{10};
-constexpr int kAcceptsPerTurn = 64;  // peers that connect and disconnect in a loop must not starve the clients
 
 Peer PeerOf(int socket, bool local) {
   if (!local) return {false, static_cast<uid_t>(-1), -1};
@@ -47,7 +46,10 @@ void Server::TakeOver(const ServerState &state, daemon::DescriptorSet &descripto
 
 void Server::KeepJournal(const std::vector<daemon::PassedDescriptor> &passed) {
   bus_.WriteRecords();
-  bus_.kept = daemon::StoreJournal(bus_.journal, passed);
+  const bool stored = daemon::StoreJournal(bus_.journal, passed);
+  // Also if it was too busy now: it may have clients' sockets of the server before this one.
+  bus_.kept = daemon::HasManager();
+  if (bus_.kept && !stored) bus_.log.Print("the journal is not stored: a crash would disconnect all clients");
   for (Client &client : bus_.clients) {
     if (bus_.kept && client.ended) bus_.Unstore(client);
   }
@@ -120,7 +122,7 @@ void Server::TakeSignal() {
 }
 
 void Server::Accept(const Listener &listener) {
-  for (int accepted = 0; accepted < kAcceptsPerTurn; ++accepted) {
+  for (int accepted = 0; accepted < kNewcomersPerTurn; ++accepted) {
     UniqueFd socket(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC));
     if (socket.valid()) {
       if (!bus_.Try([&] { Admit(std::move(socket), listener.local); })) bus_.log.Print("connection refused: no memory");
@@ -159,8 +161,9 @@ void Server::Admit(UniqueFd socket, bool local) {
   }
   bus_.Changed(client);
   bus_.Changed();
-  if (bus_.kept) daemon::StoreDescriptor(StoredName(client.id), client.socket.get());
-  if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) bus_.CutOff(client, std::strerror(errno));
+  if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) return bus_.CutOff(client, std::strerror(errno));
+  // One that is not stored is served until the server crashes.
+  if (bus_.kept) bus_.Try([&] { daemon::StoreDescriptor(StoredName(client.id), client.socket.get()); });
 }
 
 // One process that opens many connections must not keep others from connecting.

@@ -19,6 +19,10 @@
 
 namespace zor::msgsvr {
 
+// Connections that one listener accepts in one turn: peers that connect and disconnect in a loop must not starve the
+// clients. Those that end in a turn keep their place until its end.
+inline constexpr int kNewcomersPerTurn = 64;
+
 class Server {
  public:
   // The listeners' descriptors must outlive the server.

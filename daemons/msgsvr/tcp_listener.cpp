@@ -18,10 +18,11 @@ std::string Format(const sockaddr_in &address) {
 }
 
 // The address that it is bound to.
-std::string AddressOf(int socket) {
+std::optional<sockaddr_in> AddressOf(int socket) {
   sockaddr_in address = {};
   socklen_t size = sizeof address;
-  return ::getsockname(socket, Generic(&address), &size) == 0 && address.sin_family == AF_INET ? Format(address) : "";
+  if (::getsockname(socket, Generic(&address), &size) != 0 || address.sin_family != AF_INET) return std::nullopt;
+  return address;
 }
 
 UniqueFd BindTcp(const std::string &text) {
@@ -56,9 +57,16 @@ bool CanListenTcp(const std::string &text) {
   return BindTcp(text).valid();
 }
 
+bool ListensAt(int socket, const std::string &text) {
+  const auto wanted = ParseTcpAddress(text);
+  const auto actual = AddressOf(socket);
+  return wanted && actual && wanted->sin_addr.s_addr == actual->sin_addr.s_addr &&
+         (wanted->sin_port == 0 || wanted->sin_port == actual->sin_port);
+}
+
 TcpListener AdoptTcp(UniqueFd socket) {
-  std::string address = AddressOf(socket.get());
-  return {std::move(socket), std::move(address)};
+  const auto address = AddressOf(socket.get());
+  return {std::move(socket), address ? Format(*address) : ""};
 }
 
 TcpListener ListenTcp(const std::string &text) {

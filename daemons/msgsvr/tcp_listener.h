@@ -22,6 +22,9 @@ std::optional<sockaddr_in> ParseTcpAddress(const std::string &text);
 // Whether that is possible, without any effect; errno says why not.
 bool CanListenTcp(const std::string &address);
 
+// Whether the socket is bound to the address that the text asks for.
+bool ListensAt(int socket, const std::string &text);
+
 // One that another process has made.
 TcpListener AdoptTcp(UniqueFd socket);
 
