@@ -117,6 +117,8 @@ void Recovery::KeepInput(JournalTurn &turn, size_t routed, JournalClient &from) 
   from.input.assign(turn.buffer.begin() + static_cast<ptrdiff_t>(routed), turn.buffer.end());
   from.notes.suspectAt = from.notes.crashes = 0;
   const bool again = turn.state.crashes > 0 && turn.frameAt == turn.state.suspectAt;
+  // The descriptor belongs to the end of what was there before the read, or to that of the read.
+  if (turn.state.kept > 0 && routed >= turn.state.kept) from.notes.halfDescriptor = 0;
   if (turn.readDescriptor) from.notes.halfDescriptor = 1;
   if (turn.frameAt == daemon::journal::kNoFrame || turn.frameAt < routed) return;
   from.notes.suspectAt = static_cast<uint32_t>(turn.frameAt - routed);
@@ -172,7 +174,14 @@ std::optional<ServerState> Recovery::StateIn(JournalContent &content) {
 
 std::optional<ClientRecord> Recovery::RecordOf(JournalClient &client) {
   const auto standing = daemon::ReadRecord<StandingRecord>(client.record);
-  if (!standing || standing->id != client.id || !StripDescriptor(client)) return std::nullopt;
+  if (!standing || standing->id != client.id) return std::nullopt;
+  if (!StripDescriptor(client)) {
+    const AppName name = AppName::FromField(standing->name).value_or(AppName());
+    log_.Print(
+        "%s (client %llu, pid %d) cut off: a descriptor from it is lost, and where its messages go on is unknown",
+        std::string(name.text()).c_str(), static_cast<unsigned long long>(client.id), standing->pid);
+    return std::nullopt;
+  }
   ClientRecord record;
   record.standing = *standing;
   record.backlog = WholeFrames(client.input) > 0;

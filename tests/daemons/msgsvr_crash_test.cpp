@@ -268,6 +268,20 @@ TEST_F(CrashTest, KeepsWhatClientsHaveToldTheServerAndWhatItOwesThem) {
   EXPECT_THAT(log_.Text(), Not(HasSubstr("cut off")));
 }
 
+TEST_F(CrashTest, CutsOffAndNamesAClientWhoseDescriptorWasHalfSent) {
+  StartKept();
+  const WireClient half = Client("half");
+  half.SendDescriptors(std::string(1, '\0'), {half.fd()});
+  // Two turns later that byte has been read.
+  for (int turn = 0; turn < 2; ++turn) Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
+  Crash();
+  EXPECT_TRUE(half.ClosedByOther());
+  Tell(sender_, MakeMessage(kType, "", "receiver", 1));
+  EXPECT_EQ(receiver_.Next().header.data, 1u);
+  EXPECT_THAT(log_.Text(), HasSubstr("half (client 3, pid " + std::to_string(::getpid()) +
+                                     ") cut off: a descriptor from it is lost"));
+}
+
 #ifdef CRASH_LIBRARY
 TEST_F(CrashTest, DropsAMessageAtWhichItCrashesTwice) {
   ::setenv("LD_PRELOAD", CRASH_LIBRARY, 1);
@@ -278,6 +292,7 @@ TEST_F(CrashTest, DropsAMessageAtWhichItCrashesTwice) {
                MakeMessage(kType, "", "receiver", 2).Bytes());
   EXPECT_EQ(receiver_.Next().header.data, 1u);
   EXPECT_EQ(receiver_.Next().header.data, 2u);
+  AwaitStart(3);  // it serves before the keeper has heard that
   EXPECT_EQ(keeper_->starts(), 3);
   EXPECT_THAT(log_.Text(), HasSubstr("a message from sender (client 1) to \"receiver\" dropped: type 0x77, "));
 }
