@@ -9,8 +9,7 @@
 //   started again: the keeper ends with its status.
 // - After a crash the next one is started at once; after a failing start with a pause that doubles.
 // - SIGTERM and SIGINT are passed on, and the keeper ends when the server has. SIGHUP is passed on to a server that can
-// be
-//   replaced while it runs; another is stopped and started again.
+//   be replaced while it runs; another is stopped and started again.
 // - Under a manager of its own the keeper reports the server's state to that and feeds that one's watchdog.
 #ifndef PROGRAMS_KEEPER_H
 #define PROGRAMS_KEEPER_H

@@ -54,8 +54,8 @@ class Succession {
   bool Begin(UniqueFd snapshot);
   // Never waits. When it was accepted, make the final state and call Execute, or Refuse.
   Outcome Continue();
-  // Replaces the program. The descriptors `kept` and the state stay open. Returns
-  // only when that failed: refused, and everything is as before.
+  // Replaces the program. The descriptors `kept` and the state stay open. Returns only when that failed: refused, and
+  // everything is as before.
   void Execute(const UniqueFd &state, std::span<const int> kept);
   // Ends the succession: logs the reason and notifies the service manager.
   void Refuse(std::string_view reason);

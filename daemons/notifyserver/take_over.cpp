@@ -154,6 +154,7 @@ void Server::RestoreClient(const ClientRecord &record, daemon::DescriptorSet &de
   if (problem != nullptr) {
     log_.PrintOf({record.standing.uid, record.standing.pid}, "module %u (pid %d) cut off: %s, %zu messages lost",
                  record.standing.mid, record.standing.pid, problem, record.queue.size());
+    daemon::RemoveStoredDescriptors(kStoredPrefix + std::to_string(record.standing.id));
     return;
   }
   Client &client = Add(std::make_unique<Client>(std::move(socket), record, shared_));
