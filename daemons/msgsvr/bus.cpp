@@ -144,6 +144,10 @@ void Bus::RemoveLeftBehind() {
   for (const Client &client : clients) {
     if (client.ended) continue;
     for (const auto &file : client.deliveries.files()) inTransit.insert(file.name);
+    // After a crash only the queue says whose they are.
+    client.output.ForEach([&](auto message, size_t, int) {
+      if (message.size() >= ZOR_MSG_HEAD_SIZE) inTransit.insert(BodyFiles::NameIn(message));
+    });
   }
   const auto swept = files.Sweep([&](const std::string &name) { return inTransit.contains(name); });
   if (swept.files > 0)

@@ -268,6 +268,25 @@ TEST_F(CrashTest, KeepsWhatClientsHaveToldTheServerAndWhatItOwesThem) {
   EXPECT_THAT(log_.Text(), Not(HasSubstr("cut off")));
 }
 
+TEST_F(CrashTest, KeepsTheBodyFilesOfMessagesInItsQueues) {
+  StartKept("queue_bytes = 4000000\n");
+  WireClient reader = Client("reader"), gone = Client("gone");
+  for (int i = 0; i < 1000; ++i) sender_.Send(MakeMessage(kType, "", "reader", 0, std::string(1000, 'x')));
+  const auto file = [&](const std::string &name) {
+    const std::string path = MakeFile("content", name);
+    std::filesystem::last_write_time(RealPath(path),
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+    return path;
+  };
+  const std::string queued = file("msg_file_7"), leftBehind = file("msg_file_8");
+  Tell(sender_, MakeFileMessage(kType, "reader", queued));
+  Crash();
+  Tell(sender_, MakeMessage(kType, "", "gone"));
+  gone.Close();
+  EXPECT_TRUE(WaitUntil([&] { return !std::filesystem::exists(RealPath(leftBehind)); }));
+  EXPECT_TRUE(std::filesystem::exists(RealPath(queued)));
+}
+
 TEST_F(CrashTest, CutsOffAndNamesAClientWhoseDescriptorWasHalfSent) {
   StartKept();
   const WireClient half = Client("half");
