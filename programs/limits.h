@@ -77,8 +77,8 @@ inline constexpr std::size_t kMostClients = 65536;
 // [connections] Connections of one user (setting user_clients): the process with most of them loses one, or a further
 // one is turned away.
 inline constexpr std::size_t kUserClients = 192;
-// [bytes] Memory that one user's clients take up (setting user_bytes): what makes a client hold more than twice the rest
-// of it is refused.
+// [bytes] Memory that one user's clients take up (setting user_bytes): what makes a client hold more than twice the
+// rest of it is refused.
 inline constexpr std::size_t kUserBytes = 33554432;
 // [bytes] Memory that all clients take up (setting memory_bytes): the same for a user.
 inline constexpr std::size_t kMemoryBytes = 50331648;
