@@ -53,7 +53,7 @@ void Blocks::Release(uint32_t index) {
   group.released = static_cast<uint16_t>(group.released | 1u << (index - 1) % kGroup);
 }
 
-void Blocks::Committed() {
+void Blocks::FreeReleased() {
   while (released_ != 0) {
     const uint32_t number = released_ - 1;
     Group &group = groups_[number];

@@ -24,7 +24,9 @@ class Blocks {
   uint32_t Allocate(bool urgent = false);
   void Release(uint32_t index);
   // Frees what has been released before.
-  void Committed();
+  void Committed() {
+    if (released_ != 0) FreeReleased();
+  }
 
   std::byte *At(uint32_t index) const { return base_ + size_t{index - 1} * blockBytes_; }
   BlockHead &HeadOf(uint32_t index) const { return *reinterpret_cast<BlockHead *>(At(index)); }
@@ -43,6 +45,7 @@ class Blocks {
     uint32_t nextReleased : 31 = 0;
   };
 
+  void FreeReleased();
   uint32_t FullMask(uint32_t group) const;
   bool Back(uint32_t group);
   void GiveBack(uint32_t group);

@@ -99,8 +99,10 @@ void Journal::SetComplete() {
   head().complete = 1;
 }
 
-// One store, also where a word has 32 bits.
+// One store, also where a word has 32 bits. Most steps of a turn find that the one before has committed all there is.
 void Journal::Commit() {
+  if (!edited_) return;
+  edited_ = false;
   KeepOrder();
   std::atomic_ref(head().stamp).store(++committed_, std::memory_order_relaxed);
   KeepOrder();
@@ -123,6 +125,7 @@ State &Journal::Edit(std::array<State, 2> &versions) {
   const State &latest = Latest(versions);
   State &edited = versions[&latest == &versions[0] ? 1 : 0];
   if (latest.stamp > committed_) return const_cast<State &>(latest);
+  edited_ = true;
   edited.stamp = committed_ + 1;
   KeepOrder();
   std::memcpy(reinterpret_cast<std::byte *>(&edited) + sizeof edited.stamp,

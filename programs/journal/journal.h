@@ -79,6 +79,7 @@ class Journal {
   std::byte *mapping_;
   journal::Geometry geometry_;
   uint64_t committed_ = 1;
+  bool edited_ = false;  // since the latest commit
   journal::Blocks slots_;
   journal::Blocks smallBlocks_;
   journal::Blocks largeBlocks_;
