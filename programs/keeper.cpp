@@ -46,7 +46,10 @@ int StatusOf(int status) {
   return signal == SIGTERM || signal == SIGINT ? int{kExitOk} : 128 + signal;
 }
 
-bool IsFinal(int status) {
+// A mistake in the settings, say, ends only a server that has never served: later ones leave clients waiting, who are
+// served when it is repaired.
+bool IsFinal(int status, bool hasServed) {
+  if (hasServed) return WIFEXITED(status) && WEXITSTATUS(status) == kExitOk;
   constexpr auto kFinal = std::to_array<int>({kExitOk, kExitUsage, kExitSettings, kExitBusy});
   return WIFEXITED(status) && std::find(kFinal.begin(), kFinal.end(), WEXITSTATUS(status)) != kFinal.end();
 }
@@ -73,7 +76,8 @@ ExitCode Keeper::SetUp() {
     return kExitFailure;
   }
   const std::string directory = ParentOf(program_.socketPath);
-  if (program_.directoryMode != 0 && !MakeDirectory(directory, program_.directoryMode)) {
+  // The server, which makes what is missing below ZOR_ROOT, comes later than the keeper's own socket.
+  if (!MakeDirectory(directory, program_.directoryMode != 0 ? program_.directoryMode : 0755)) {
     log_.PrintErrno("keeper: %s", directory.c_str());
     return kExitFailure;
   }
@@ -177,7 +181,7 @@ void Keeper::HandleEnd(int status) {
     exit_ = StatusOf(status);
     return;
   }
-  if (!restartAsked_ && IsFinal(status)) {
+  if (!restartAsked_ && IsFinal(status, hasServed_)) {
     if (WEXITSTATUS(status) != kExitOk) LogEnd(status);
     exit_ = WEXITSTATUS(status);
     return;
@@ -236,6 +240,7 @@ void Keeper::Handle(Notice &notice) {
 void Keeper::HandleReady() {
   TellReady();
   if (state_ != State::kStarting) return;
+  hasServed_ = true;
   readyAt_ = Clock::now();
   Enter(State::kServing, interval_);
   if (std::exchange(handOverAsked_, false)) HandOver();

@@ -80,6 +80,7 @@ class Keeper {
   Clock::time_point readyAt_ = Clock::time_point::max();
   pid_t server_ = -1;
   int failures_ = 0;           // starts in a row
+  bool hasServed_ = false;     // one of the servers was ready
   bool stopAsked_ = false;     // the keeper ends with the server
   bool restartAsked_ = false;  // it is started again at once, whatever its status
   bool handOverAsked_ = false;

@@ -22,8 +22,9 @@ bool IsOwnOption(std::string_view argument) {
 }
 
 bool IsOwnVariable(std::string_view variable) {
-  constexpr auto kOwn = std::to_array<std::string_view>(
-      {"NOTIFY_SOCKET=", "WATCHDOG_USEC=", "WATCHDOG_PID=", "LISTEN_PID=", "LISTEN_FDS=", "LISTEN_FDNAMES="});
+  constexpr auto kOwn =
+      std::to_array<std::string_view>({"NOTIFY_SOCKET=", "WATCHDOG_USEC=", "WATCHDOG_PID=", "LISTEN_PID=",
+                                       "LISTEN_FDS=", "LISTEN_FDNAMES=", "ZOR_HANDOVER=", "ZOR_JOURNAL="});
   return std::any_of(kOwn.begin(), kOwn.end(), [variable](std::string_view own) { return variable.starts_with(own); });
 }
 
