@@ -36,13 +36,14 @@ bool StoreJournal(Journal &journal, const std::vector<PassedDescriptor> &passed)
   const std::string name = journal.Name();
   journal.SetComplete();
   NoteCrashes(journal);
-  const bool stored = StoreDescriptor(name, journal.fd());
+  std::vector<std::string> former;
   for (const PassedDescriptor &each : passed) {
-    if (GenerationOf(each)) RemoveStoredDescriptors(each.name);
+    if (GenerationOf(each)) former.push_back(each.name);
   }
   if (const char *predecessor = ::secure_getenv(kVariable); predecessor != nullptr && predecessor != name) {
-    RemoveStoredDescriptors(predecessor);
+    former.emplace_back(predecessor);
   }
+  const bool stored = ReplaceStoredDescriptors(former, name, journal.fd());
   ::setenv(kVariable, name.c_str(), 1);
   return stored;
 }

@@ -124,6 +124,14 @@ bool RemoveStoredDescriptors(std::string_view name) {
   return Tell(std::string("FDSTOREREMOVE=1\nFDNAME=").append(name));
 }
 
+// Once more, for a store that was full until the former ones went; a manager drops what it has already.
+bool ReplaceStoredDescriptors(const std::vector<std::string> &former, std::string_view name, int fd) {
+  const bool stored = StoreDescriptor(name, fd);
+  for (const std::string &each : former) RemoveStoredDescriptors(each);
+  if (!former.empty()) StoreDescriptor(name, fd);
+  return stored;
+}
+
 std::vector<PassedDescriptor> TakePassedDescriptors() {
   std::vector<PassedDescriptor> passed;
   const int64_t count = Number("LISTEN_PID") == ::getpid() ? Number("LISTEN_FDS").value_or(0) : 0;

@@ -35,6 +35,8 @@ bool HasManager();
 bool StoreDescriptor(std::string_view name, int fd);
 // Closes the stored duplicates of that name.
 bool RemoveStoredDescriptors(std::string_view name);
+// Stores a duplicate before the former ones of these names are closed; it also finds room where they leave the last.
+bool ReplaceStoredDescriptors(const std::vector<std::string> &former, std::string_view name, int fd);
 
 struct PassedDescriptor {
   std::string name;  // "unknown" if the manager gave none

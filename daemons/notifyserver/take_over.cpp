@@ -166,8 +166,7 @@ void Server::RestoreClient(const ClientRecord &record, daemon::DescriptorSet &de
 // From here on a crash finds this process's journal.
 void Server::StoreJournal(const std::vector<std::string> &former) {
   journal_.SetComplete();
-  daemon::StoreDescriptor(journal_.Name(), journal_.fd());
-  for (const std::string &name : former) daemon::RemoveStoredDescriptors(name);
+  daemon::ReplaceStoredDescriptors(former, journal_.Name(), journal_.fd());
 }
 
 }  // namespace zor::notifyserver

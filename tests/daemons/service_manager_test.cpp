@@ -35,6 +35,11 @@ TEST(ServiceManager, StoresDescriptorsByNameAtAPathAndAtAnAbstractName) {
     EXPECT_EQ(InodeOf(stored.fd.get()), InodeOf(read.get()));
     EXPECT_TRUE(RemoveStoredDescriptors("client"));
     EXPECT_EQ(manager.Take().text, "FDSTOREREMOVE=1\nFDNAME=client");
+    EXPECT_TRUE(ReplaceStoredDescriptors({"old"}, "new", read.get()));
+    const std::string stores = "FDSTORE=1\nFDPOLL=0\nFDNAME=new";  // twice, for a store that was full
+    for (const std::string &text : {stores, std::string("FDSTOREREMOVE=1\nFDNAME=old"), stores}) {
+      EXPECT_EQ(manager.Take().text, text);
+    }
   }
 }
 
