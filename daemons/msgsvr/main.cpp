@@ -1,4 +1,5 @@
 // msgsvr: the message server of the bus.
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <zor/paths.h>
@@ -188,6 +189,7 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   if (state) server.TakeOver(*std::exchange(state, std::nullopt), descriptors);
   mapped.reset();
   descriptors = {};
+  ::malloc_trim(0);  // the queues of all clients were here
   server.KeepJournal(passed);
   passed.clear();
   Announce(start, server, listeners, log);

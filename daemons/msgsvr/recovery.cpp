@@ -164,8 +164,6 @@ std::optional<ServerState> Recovery::StateIn(JournalContent &content) {
       hasBus = true;
     } else if (auto record = RecordOf(client)) {
       state.clients.push_back(std::move(*record));
-    } else {
-      ++state.damaged;
     }
   }
   if (!hasBus || msgsvr::ProblemOf(state.bus) != nullptr) return std::nullopt;
@@ -174,13 +172,10 @@ std::optional<ServerState> Recovery::StateIn(JournalContent &content) {
 
 std::optional<ClientRecord> Recovery::RecordOf(JournalClient &client) {
   const auto standing = daemon::ReadRecord<StandingRecord>(client.record);
-  if (!standing || standing->id != client.id) return std::nullopt;
+  if (!standing || standing->id != client.id) return CutOff(client, "", "its record is damaged");
+  const AppName name = AppName::FromField(standing->name).value_or(AppName());
   if (!StripDescriptor(client)) {
-    const AppName name = AppName::FromField(standing->name).value_or(AppName());
-    log_.Print(
-        "%s (client %llu, pid %d) cut off: a descriptor from it is lost, and where its messages go on is unknown",
-        std::string(name.text()).c_str(), static_cast<unsigned long long>(client.id), standing->pid);
-    return std::nullopt;
+    return CutOff(client, name.text(), "a descriptor from it is lost, and where its messages go on is unknown");
   }
   ClientRecord record;
   record.standing = *standing;
@@ -190,6 +185,13 @@ std::optional<ClientRecord> Recovery::RecordOf(JournalClient &client) {
   record.crash = {client.notes.servedUpTo, client.notes.suspectAt, client.notes.crashes, client.unread};
   QueueOutput(client, record);
   return record;
+}
+
+std::nullopt_t Recovery::CutOff(const JournalClient &client, std::string_view name, const char *reason) {
+  log_.Print("%.*s (client %llu) cut off: %s", static_cast<int>(name.size()), name.data(),
+             static_cast<unsigned long long>(client.id), reason);
+  named_.insert(client.id);
+  return std::nullopt;
 }
 
 void Recovery::QueueOutput(JournalClient &client, ClientRecord &record) {
@@ -221,7 +223,7 @@ void Recovery::TakeSockets(std::vector<PassedDescriptor> &passed, ServerState *s
       record->socket = descriptors_.Add(std::move(each.fd));
       continue;
     }
-    ++cutOff;
+    if (!named_.contains(*id)) ++cutOff;
     ::shutdown(each.fd.get(), SHUT_RDWR);
     daemon::RemoveStoredDescriptors(each.name);
     each.fd.reset();

@@ -10,6 +10,8 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "msgsvr/server_state.h"
@@ -38,12 +40,14 @@ class Recovery {
   void DropFrame(daemon::JournalClient &from);
   std::optional<ServerState> StateIn(daemon::JournalContent &content);
   std::optional<ClientRecord> RecordOf(daemon::JournalClient &client);
+  std::nullopt_t CutOff(const daemon::JournalClient &client, std::string_view name, const char *reason);
   void QueueOutput(daemon::JournalClient &client, ClientRecord &record);
   void TakeSockets(std::vector<daemon::PassedDescriptor> &passed, ServerState *state);
 
   std::string_view program_;
   daemon::DescriptorSet &descriptors_;
   daemon::ProblemLog &log_;
+  std::unordered_set<uint64_t> named_;  // clients cut off that the log has named
 };
 
 }  // namespace zor::msgsvr
