@@ -172,10 +172,11 @@ std::optional<ServerState> Recovery::StateIn(JournalContent &content) {
 
 std::optional<ClientRecord> Recovery::RecordOf(JournalClient &client) {
   const auto standing = daemon::ReadRecord<StandingRecord>(client.record);
-  if (!standing || standing->id != client.id) return CutOff(client, "", "its record is damaged");
+  if (!standing || standing->id != client.id) return CutOff(client, 0, "", "its record is damaged");
   const AppName name = AppName::FromField(standing->name).value_or(AppName());
   if (!StripDescriptor(client)) {
-    return CutOff(client, name.text(), "a descriptor from it is lost, and where its messages go on is unknown");
+    return CutOff(client, standing->pid, name.text(),
+                  "a descriptor from it is lost, and where its messages go on is unknown");
   }
   ClientRecord record;
   record.standing = *standing;
@@ -187,9 +188,9 @@ std::optional<ClientRecord> Recovery::RecordOf(JournalClient &client) {
   return record;
 }
 
-std::nullopt_t Recovery::CutOff(const JournalClient &client, std::string_view name, const char *reason) {
-  log_.Print("%.*s (client %llu) cut off: %s", static_cast<int>(name.size()), name.data(),
-             static_cast<unsigned long long>(client.id), reason);
+std::nullopt_t Recovery::CutOff(const JournalClient &client, pid_t pid, std::string_view name, const char *reason) {
+  log_.Print("%.*s (client %llu, pid %d) cut off: %s", static_cast<int>(name.size()), name.data(),
+             static_cast<unsigned long long>(client.id), pid, reason);
   named_.insert(client.id);
   return std::nullopt;
 }

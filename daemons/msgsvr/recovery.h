@@ -40,7 +40,7 @@ class Recovery {
   void DropFrame(daemon::JournalClient &from);
   std::optional<ServerState> StateIn(daemon::JournalContent &content);
   std::optional<ClientRecord> RecordOf(daemon::JournalClient &client);
-  std::nullopt_t CutOff(const daemon::JournalClient &client, std::string_view name, const char *reason);
+  std::nullopt_t CutOff(const daemon::JournalClient &client, pid_t pid, std::string_view name, const char *reason);
   void QueueOutput(daemon::JournalClient &client, ClientRecord &record);
   void TakeSockets(std::vector<daemon::PassedDescriptor> &passed, ServerState *state);
 

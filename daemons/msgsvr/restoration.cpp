@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "msgsvr/delivery.h"
@@ -201,7 +202,9 @@ void Restoration::RepeatBarrierWaits() {
 void Restoration::RestoreTimes() {
   std::vector<std::pair<uint64_t, int64_t>> newcomers;
   for (const Restored &each : restored_) {
-    if (each.record->registerBy) newcomers.emplace_back(each.client->id, *each.record->registerBy);
+    // What a crash leaves does not tell the time: it begins anew.
+    if (!each.client->registered())
+      newcomers.emplace_back(each.client->id, each.record->registerBy.value_or(INT64_MAX));
     if (!each.record->pause) continue;
     const PauseRecord &pause = *each.record->pause;
     Client *reader = bus_.Find(pause.reader);

@@ -299,6 +299,15 @@ TEST_F(CrashTest, CutsOffAndNamesAClientWhoseDescriptorWasHalfSent) {
   EXPECT_EQ(receiver_.Next().header.data, 1u);
   EXPECT_THAT(log_.Text(), HasSubstr("half (client 3, pid " + std::to_string(::getpid()) +
                                      ") cut off: a descriptor from it is lost"));
+  EXPECT_THAT(log_.Text(), Not(HasSubstr("the journal does not hold")));
+}
+
+TEST_F(CrashTest, GivesConnectionsTimeToRegisterOnceMore) {
+  StartKept("register_seconds = 1\n");
+  const WireClient newcomer = Connect();
+  Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
+  Crash();
+  EXPECT_TRUE(newcomer.ClosedByOther());
 }
 
 #ifdef CRASH_LIBRARY
