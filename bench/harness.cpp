@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <numeric>
 
 namespace zor::bench {
@@ -75,18 +76,20 @@ Process::~Process() {
   ::waitpid(pid_, nullptr, 0);
 }
 
-System::System(const std::string &msgsvr) {
+System::System(const std::string &msgsvr, const std::string &settings) {
   const char *directory = std::getenv("TMPDIR");
   root_ = std::string(directory == nullptr ? "/tmp" : directory) + "/zor-bench.XXXXXX";
   Require(::mkdtemp(root_.data()) != nullptr, "mkdtemp");
   ::setenv("ZOR_ROOT", root_.c_str(), 1);
+  const std::string file = root_ + "/msgsvr.conf";
+  std::ofstream(file) << settings;
   int ready[2];
   Require(::pipe2(ready, O_CLOEXEC) == 0, "pipe2");
   server_ = ::fork();
   if (server_ == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::dup2(ready[1], 1);
-    ::execl(msgsvr.c_str(), "msgsvr", nullptr);
+    ::execl(msgsvr.c_str(), "msgsvr", "--settings", file.c_str(), nullptr);
     ::_exit(127);
   }
   ::close(ready[1]);

@@ -53,7 +53,8 @@ class Process {
 // A temporary system root below TMPDIR with a message server running in it. A gateway keeps it on a tmpfs.
 class System {
  public:
-  explicit System(const std::string &msgsvr);
+  // With these settings of the server.
+  explicit System(const std::string &msgsvr, const std::string &settings = "");
   ~System();
   System(const System &) = delete;
   System &operator=(const System &) = delete;
