@@ -76,7 +76,7 @@ inline constexpr std::size_t kClients = 256;
 inline constexpr std::size_t kMostClients = 65536;
 // [connections] Connections of one user (setting user_clients): the process with most of them loses one, or a further
 // one is turned away.
-inline constexpr std::size_t kUserClients = 192;
+inline constexpr std::size_t kUserClients = 224;
 // [bytes] Memory that one user's clients take up (setting user_bytes): what makes a client hold more than twice the
 // rest of it is refused.
 inline constexpr std::size_t kUserBytes = 33554432;
@@ -92,6 +92,8 @@ inline constexpr std::uint32_t kStopSeconds = 5;
 inline constexpr std::uint32_t kMostStopSeconds = 60;
 // [messages] Messages of one client that are routed in one turn: the rest is routed after those of the others.
 inline constexpr std::size_t kMessagesInTurn = 256;
+// [descriptors] Descriptors of one sender that its receivers leave unread: a further one is dropped.
+inline constexpr std::size_t kSentDescriptors = 64;
 // [ms] Time for which the sender to a slow reader is paused: it is read again.
 inline constexpr std::chrono::milliseconds kSenderPause{200};
 // [ms] Time in which a reader reads nothing: no sender is paused for it.

@@ -12,10 +12,14 @@ Deliveries::Deliveries(State state)
       files_(std::move(state.files)),
       base_(state.base),
       checkAt_(std::max(kFirstCheck, records_.size() * 2)),
-      checkFilesAt_(files_.size() * 2 + 1) {}
+      checkFilesAt_(files_.size() * 2 + 1) {
+  descriptors_ = records_.size();  // at most
+  CountDescriptors();
+}
 
 void Deliveries::DropNewest(size_t count) {
   records_.resize(records_.size() - std::min(count, records_.size()));
+  CountDescriptors();
   while (!files_.empty() && files_.back().record >= base_ + records_.size()) files_.pop_back();
 }
 
@@ -25,6 +29,7 @@ void Deliveries::ClearRecords() {
   const bool oversized = records_.capacity() > kKept && records_.size() < records_.capacity() / 8;
   base_ += records_.size();
   records_.clear();
+  descriptors_ = 0;
   if (oversized) records_.shrink_to_fit();
   checkAt_ = kFirstCheck;
 }
@@ -33,6 +38,18 @@ void Deliveries::Forget(size_t count) {
   count = std::min(count, records_.size());
   records_.erase(records_.begin(), records_.begin() + static_cast<std::ptrdiff_t>(count));
   base_ += count;
+  CountDescriptors();
+}
+
+size_t Deliveries::DescriptorsFrom(uint64_t id) const {
+  if (descriptors_ == 0) return 0;
+  return static_cast<size_t>(std::ranges::count_if(
+      records_, [&](const Delivered &record) { return record.isDescriptor() && record.from == id; }));
+}
+
+void Deliveries::CountDescriptors() {
+  if (descriptors_ == 0) return;
+  descriptors_ = static_cast<size_t>(std::ranges::count_if(records_, &Delivered::isDescriptor));
 }
 
 Deliveries::Unread Deliveries::UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const {

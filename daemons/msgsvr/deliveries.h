@@ -22,6 +22,9 @@ struct Delivered {
   uint32_t type;
   uint32_t sequence;
   uint64_t from;  // id of the sender that is told when it goes unread; 0: nobody
+
+  // The two bytes that carry one.
+  bool isDescriptor() const { return bytes == 2; }
 };
 
 class Deliveries {
@@ -59,7 +62,10 @@ class Deliveries {
     }
     if (bodyInFile && files_.size() == files_.capacity()) files_.reserve(2 * files_.size() + 1);
   }
-  void Add(const Delivered &delivered) { records_.push_back(delivered); }
+  void Add(const Delivered &delivered) {
+    records_.push_back(delivered);
+    if (delivered.isDescriptor()) ++descriptors_;
+  }
   // Notes the body file of the message that is added next.
   void AddFile(std::string name) { files_.push_back({base_ + records_.size(), std::move(name)}); }
   // Removes the newest records: they were refused after all.
@@ -89,6 +95,12 @@ class Deliveries {
     checkAt_ = std::max(kFirstCheck, records_.size() * 2);
   }
 
+  // Descriptors that it has perhaps not read, altogether and from one client.
+  size_t descriptors() const { return descriptors_; }
+  size_t DescriptorsFrom(uint64_t id) const;
+  // All but the last so many bytes have been read.
+  void KeepNewest(uint64_t bytes) { Forget(records_.size() - Newest(bytes).size()); }
+
   // Describes this many unread bytes, which hold at least `queued` messages.
   Unread UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const;
   // The records that hold the last so many bytes.
@@ -116,11 +128,13 @@ class Deliveries {
     if (record >= base_) Forget(static_cast<size_t>(record - base_) + 1);
   }
   void ClearRecords();
+  void CountDescriptors();
   void Forget(size_t count);
 
   std::vector<Delivered> records_;
   std::vector<File> files_;
   uint64_t base_ = 0;  // number of the oldest record
+  size_t descriptors_ = 0;
   size_t checkAt_ = kFirstCheck;
   size_t checkFilesAt_ = 1;
 

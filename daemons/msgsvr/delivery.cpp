@@ -223,6 +223,10 @@ void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
                      from.Label().c_str());
     return;
   }
+  if (const char *reason = descriptorShares_.Refusal(from, *to)) {
+    Missed(*to);
+    return LogLostDescriptor(*to, reason);
+  }
   bool pushed = false;
   bus_.Try([&] { pushed = to->output.Push(kDescriptorFrame, 0, std::move(descriptor)); });
   if (!pushed) {
@@ -231,7 +235,7 @@ void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
     return LogLostDescriptor(*to, "too many unread");
   }
   AddPosted(*to);
-  bus_.Try([&] { to->deliveries.Add({kDescriptorFrame.size(), bus_.nowMs, 0, 0, 0}); });
+  bus_.Try([&] { to->deliveries.Add({kDescriptorFrame.size(), bus_.nowMs, 0, 0, from.id}); });
 }
 
 void Delivery::Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome) {

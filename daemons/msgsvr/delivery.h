@@ -14,6 +14,7 @@
 #include <span>
 
 #include "msgsvr/bus.h"
+#include "msgsvr/descriptor_shares.h"
 #include "msgsvr/frames.h"
 
 namespace zor::msgsvr {
@@ -24,7 +25,7 @@ inline constexpr uint32_t kClientEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
 
 class Delivery {
  public:
-  explicit Delivery(Bus &bus) : bus_(bus) {}
+  explicit Delivery(Bus &bus) : bus_(bus), descriptorShares_(bus) {}
 
   // Adds a frame to the run, which must be flushed before the receive buffer is reused. Throws std::bad_alloc, with
   // nothing changed.
@@ -88,6 +89,7 @@ class Delivery {
   void LogLostDescriptor(const Client &to, const char *reason);
 
   Bus &bus_;
+  DescriptorShares descriptorShares_;
   Client *runFrom_ = nullptr;
   Client *runTo_ = nullptr;
   std::span<const std::byte> run_;

@@ -20,6 +20,12 @@ class Newcomers {
   int timer() const { return timer_.get(); }
   // A client has connected; clients are known by id.
   void Add(uint64_t id);
+  // Forgets those that have gone or registered, when there are many: clients may connect and disconnect without end.
+  template <typename IsNewcomer>
+  void Prune(size_t most, IsNewcomer isNewcomer) {
+    if (newcomers_.size() <= most) return;
+    std::erase_if(newcomers_, [&](const Newcomer &newcomer) { return !isNewcomer(newcomer.id); });
+  }
   // When the time of that client is over; nothing if it is not a newcomer.
   std::optional<std::chrono::steady_clock::time_point> DueOf(uint64_t id) const;
   // The client has connected before this server began. Call it before Add, in the order of their times.

@@ -151,6 +151,10 @@ void Server::Admit(UniqueFd socket, bool local) {
     return;
   }
   if (!local) SetUpBoard(socket.get(), bus_.settings.boardSilence);
+  newcomers_.Prune(4 * bus_.settings.maxClients, [this](uint64_t id) {
+    const Client *client = bus_.Find(id);
+    return client != nullptr && !client->registered();
+  });
   newcomers_.Add(bus_.lastId + 1);  // does nothing for an id that is not used
   Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++bus_.lastId, bus_.journal,
                                              bus_.settings.queueBytes, bus_.accounts);

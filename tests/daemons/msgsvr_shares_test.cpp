@@ -111,6 +111,44 @@ TEST_F(SharesTest, AdmitsOthersWhileOneProcessOpensConnectionAfterConnection) {
   EXPECT_TRUE(LogHolds("cut off: its process has the most connections, and there is no room for another's"));
 }
 
+TEST_F(SharesTest, PassesDescriptorsBesideOnesThatStayUnread) {
+  Start();
+  std::vector<WireClient> frozen;
+  const WireClient hoarder = Client("hoarder");
+  const auto send = [](const WireClient &from, const std::string &to) {
+    from.Send(MakeMessage(kType, "", to));
+    from.SendDescriptor(STDIN_FILENO);
+  };
+  for (int i = 0; i < 6; ++i) {
+    frozen.push_back(Client("frozen" + std::to_string(i)));
+    for (int k = 0; k < 20; ++k) send(hoarder, "frozen" + std::to_string(i));
+  }
+  // A reader that is never seen to have read everything gets each of its own.
+  for (int i = 0; i < 100; ++i) {
+    send(sender_, "receiver");
+    send(sender_, "receiver");
+    for (int k = 0; k < (i == 0 ? 1 : 2); ++k) {
+      receiver_.Next();
+      const int descriptor = receiver_.ReceiveDescriptor();
+      ASSERT_GE(descriptor, 0) << i;
+      ::close(descriptor);
+    }
+  }
+  size_t passed = 0;
+  for (const WireClient &reader : frozen) {
+    for (int k = 0; k < 20; ++k) {
+      reader.Next();
+      if (reader.NothingArrived()) break;
+      const int descriptor = reader.ReceiveDescriptor();
+      if (descriptor < 0) break;
+      ::close(descriptor);
+      ++passed;
+    }
+  }
+  EXPECT_EQ(passed, 64u) << "as many as one sender may have unread";
+  EXPECT_TRUE(LogHolds("descriptor to it dropped: too many unread"));
+}
+
 TEST_F(SharesTest, RoutesOthersBetweenTheMessagesOfAFlooder) {
   Start();
   const WireClient flooder = Client("flooder");
