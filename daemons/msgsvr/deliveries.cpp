@@ -47,6 +47,16 @@ size_t Deliveries::DescriptorsFrom(uint64_t id) const {
       records_, [&](const Delivered &record) { return record.isDescriptor() && record.from == id; }));
 }
 
+void Deliveries::KeepDescriptors(size_t count) {
+  if (descriptors_ <= count) return;
+  size_t read = descriptors_ - count;
+  size_t last = 0;
+  while (read > 0) {
+    if (records_[last++].isDescriptor()) --read;
+  }
+  Forget(last);
+}
+
 void Deliveries::CountDescriptors() {
   if (descriptors_ == 0) return;
   descriptors_ = static_cast<size_t>(std::ranges::count_if(records_, &Delivered::isDescriptor));

@@ -98,8 +98,8 @@ class Deliveries {
   // Descriptors that it has perhaps not read, altogether and from one client.
   size_t descriptors() const { return descriptors_; }
   size_t DescriptorsFrom(uint64_t id) const;
-  // All but the last so many bytes have been read.
-  void KeepNewest(uint64_t bytes) { Forget(records_.size() - Newest(bytes).size()); }
+  // All descriptors but the last so many have been read, and with them what precedes them.
+  void KeepDescriptors(size_t count);
 
   // Describes this many unread bytes, which hold at least `queued` messages.
   Unread UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const;

@@ -320,8 +320,10 @@ bool Delivery::IsAtWork(std::span<const std::byte> frame) const {
 
 // A frame of which a part has been sent always fits, since the queue is empty then; only memory may be missing.
 bool Delivery::Push(Client &to, std::span<const std::byte> frame, size_t begun) {
-  // What the socket takes by the end of the turn is no burden: a client that reads is served whatever others hold.
-  if (begun == 0 && to.flushing && !to.charge.MayTake(daemon::OutputQueue::CostOf(frame.size()))) return false;
+  // What is posted and taken by the socket at the end of the turn is no burden: a client that reads is served whatever
+  // others hold.
+  const bool unread = !to.output.empty() && (to.flushing || !to.posted);
+  if (begun == 0 && unread && !to.charge.MayTake(daemon::OutputQueue::CostOf(frame.size()))) return false;
   bool pushed = false;
   bus_.Try([&] { pushed = to.output.Push(frame, begun); });
   if (!pushed && begun > 0) bus_.CutOff(to, "no memory for the rest of a message to it");

@@ -8,8 +8,8 @@
 namespace zor::msgsvr {
 namespace {
 
-// Asking for the unread bytes of a client that always has some takes a look at all sockets of the system.
-constexpr uint32_t kAskPauseMs = 20;
+// Bytes that the kernel accounts for what carries one descriptor, at least.
+constexpr size_t kLeastInSocket = 512;
 
 // Half of what the kernel allows, since other processes of the server's user have some in flight too.
 size_t MostInFlight() {
@@ -53,14 +53,9 @@ DescriptorShares::Unread DescriptorShares::Count(const Client &from) const {
 }
 
 void DescriptorShares::ForgetRead(Client &to) {
-  const uint64_t queued = to.output.bytesLeft();
-  if (queued == 0 && !HasUnread(to.socket.get())) return bus_.ForgetAllRead(to);
-  if (bus_.nowMs - askedMs_ < kAskPauseMs) return;
-  askedMs_ = bus_.nowMs;
-  bus_.Try([&] {
-    const auto unread = UnreadBytes().Of(to.socket.get());
-    if (unread) to.deliveries.KeepNewest(*unread + queued);
-  });
+  const int unread = UnsentBytes(to.socket.get());
+  if (unread == 0 && to.output.empty()) return bus_.ForgetAllRead(to);
+  to.deliveries.KeepDescriptors(static_cast<size_t>(unread) / kLeastInSocket + to.output.descriptorCount());
 }
 
 }  // namespace zor::msgsvr

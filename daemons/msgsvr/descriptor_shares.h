@@ -26,7 +26,6 @@ class DescriptorShares {
   void ForgetRead(Client &to);
 
   Bus &bus_;
-  uint32_t askedMs_ = 0;  // when the kernel was asked last how much is unread
 };
 
 }  // namespace zor::msgsvr

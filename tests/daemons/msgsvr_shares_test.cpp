@@ -63,7 +63,7 @@ TEST_F(SharesTest, KeepsMemoryForEachOfManyThatDoNotRead) {
   ExpectService();
   // What they have read is given back.
   frozen.clear();
-  EXPECT_TRUE(WaitUntil([&] { return InList(sender_, "held", "server") < 100000; }));
+  EXPECT_TRUE(WaitUntil([&] { return InList(sender_, "held", "server") < 200000; }));
 }
 
 TEST_F(SharesTest, SurvivesHavingNoMemory) {
