@@ -91,6 +91,12 @@ std::optional<WireClient> Join(const TempRoot &root, const std::string &name, Mi
   return client;
 }
 
+// What an abandoned conversation has left on its way must not reach the next one, which would take it for its own.
+std::string FreshName(const std::string &name) {
+  static unsigned conversations = 0;
+  return name + std::to_string(++conversations % 1000);
+}
+
 // Whether the next message is of this type and data word.
 bool Gets(const WireClient &client, Milliseconds deadline, uint32_t type, uint32_t data = 0) {
   const auto message = client.ReceiveMessage(deadline);
@@ -100,11 +106,12 @@ bool Gets(const WireClient &client, Milliseconds deadline, uint32_t type, uint32
 bool PassesMessages(const TempRoot &root, Milliseconds deadline) {
   constexpr uint32_t kCount =
       400'000 / ZOR_MSG_INLINE_BODY_MAX;  // more than a socket holds, so that they are queued too
-  const auto sender = Join(root, "sender", deadline);
-  const auto receiver = Join(root, "receiver", deadline);
+  const std::string from = FreshName("from"), to = FreshName("to");
+  const auto sender = Join(root, from, deadline);
+  const auto receiver = Join(root, to, deadline);
   if (!sender || !receiver) return false;
-  receiver->Send(MakeMessage(ZOR_MSG_SUBSCRIBE_EVENT, "", "", kEvent, std::string("receiver\0\0\0\0", 12)));
-  receiver->Send(MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, "sender"));
+  receiver->Send(MakeMessage(ZOR_MSG_SUBSCRIBE_EVENT, "", "", kEvent, std::string(to.c_str(), to.size() + 1)));
+  receiver->Send(MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, from));
   if (!Gets(*receiver, deadline, ZOR_MSG_GET_PROCESS_NUM, 1)) return false;
   sender->Send(MakeMessage(kEvent, "", "mic", 5));
   if (!Gets(*receiver, deadline, kEvent, 5)) return false;
@@ -112,29 +119,30 @@ bool PassesMessages(const TempRoot &root, Milliseconds deadline) {
   std::string path = std::string(ZOR_PATH_MSG_FILE_DIR) + "msg_file_1";
   std::ofstream(root.Path(path)) << "content";
   path.resize(ZOR_MSG_FILE_PATH_SIZE);
-  sender->Send(MakeMessage(kType | ZOR_MSG_BODY_IN_FILE, "", "receiver", 0, path));
+  sender->Send(MakeMessage(kType | ZOR_MSG_BODY_IN_FILE, "", to, 0, path));
   if (!Gets(*receiver, deadline, kType | ZOR_MSG_BODY_IN_FILE)) return false;
 
   const std::string body(ZOR_MSG_INLINE_BODY_MAX, 'a');
-  for (uint32_t i = 0; i < kCount; ++i) sender->Send(MakeMessage(kType, "", "receiver", i, body));
+  for (uint32_t i = 0; i < kCount; ++i) sender->Send(MakeMessage(kType, "", to, i, body));
   sender->Send(MakeMessage(kType, "", "absent", 1));
   if (!Gets(*sender, deadline, ZOR_MSG_SEND_FAILED_NOTICE, kType)) return false;
   for (uint32_t i = 0; i < kCount; ++i) {
     if (!Gets(*receiver, deadline, kType, i)) return false;
   }
-  receiver->Send(MakeMessage(kType, "", "sender"));
+  receiver->Send(MakeMessage(kType, "", from));
   receiver->SendDescriptor(receiver->fd());
   return Gets(*sender, deadline, kType) && sender->Receive(2, deadline) == std::string(2, '\0');
 }
 
 // The server replaces itself. It may refuse that once, because of the fault.
 bool HandsOver(const TempRoot &root, Milliseconds deadline) {
-  const auto sender = Join(root, "sender", deadline);
-  const auto receiver = Join(root, "receiver", deadline);
+  const std::string from = FreshName("from"), to = FreshName("to");
+  const auto sender = Join(root, from, deadline);
+  const auto receiver = Join(root, to, deadline);
   if (!sender || !receiver) return false;
   const std::string body(ZOR_MSG_INLINE_BODY_MAX, 'a');
   constexpr uint32_t kCount = 300'000 / ZOR_MSG_INLINE_BODY_MAX;  // some stay in the server
-  for (uint32_t i = 0; i < kCount; ++i) sender->Send(MakeMessage(kType, "", "receiver", i, body));
+  for (uint32_t i = 0; i < kCount; ++i) sender->Send(MakeMessage(kType, "", to, i, body));
   sender->Send(MakeMessage(ZOR_MSG_CONTROL_RESTART, "", ""));
   const auto reply = sender->ReceiveMessage(deadline);
   if (!reply || reply->header.type != ZOR_MSG_CONTROL_RESTART) return false;
@@ -157,7 +165,7 @@ std::optional<uint32_t> Ask(const WireClient &client, Milliseconds deadline, con
 bool SavesConfiguration(const TempRoot &root, Milliseconds deadline) {
   constexpr uint32_t kPara = 7;
   ZOR_DBSetPara(kPara, 0, "saved", 6);
-  const auto web = Join(root, "web", deadline);
+  const auto web = Join(root, FreshName("web"), deadline);
   const std::string path("/export.db", 11);
   if (!web || Ask(*web, deadline, "cms", ZOR_MSG_DB_SAVE_SYNC) != 0 ||
       Ask(*web, deadline, "cms", ZOR_MSG_EXPORT_CFG_FILE, path) != 0) {
@@ -173,7 +181,7 @@ bool SavesConfiguration(const TempRoot &root, Milliseconds deadline) {
 bool KeepsRecords(const TempRoot &root, Milliseconds deadline) {
   const ZOR_LOG_RECORD record = {0, 0, 0, 0x1E080001, 1, 8, "someone"};  // its sender waits
   ZOR_LOG_QUERY query = {ZOR_LOG_USER, 0xffffffff, 1, "/var/syslog/result"};
-  const auto web = Join(root, "web", deadline);
+  const auto web = Join(root, FreshName("web"), deadline);
   return web &&
          Ask(*web, deadline, "syslog", ZOR_LOG_MSG_RECORD,
              std::string(reinterpret_cast<const char *>(&record), sizeof record)) == 0 &&
