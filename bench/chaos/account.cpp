@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <regex>
+#include <string>
 
 #include "harness.h"
 
@@ -34,6 +36,9 @@ class Settlement {
       const uint32_t begun = std::min<uint32_t>(account_.worker[from].begun, account_.share);
       for (uint32_t n = 0; n < begun; ++n) Settle(from, account_.message[from * account_.share + n]);
     }
+    for (const auto &[way, count] : unaccounted_) {
+      std::printf("unaccounted from %-27s %10llu\n", way.c_str(), static_cast<unsigned long long>(count));
+    }
     return totals_;
   }
 
@@ -59,14 +64,14 @@ class Settlement {
       ++totals_.inHand;
     } else {
       ++totals_.unaccounted;
-      ++unaccountedTo_[to];
+      ++unaccounted_[WorkerName(from) + " to " + WorkerName(to)];
     }
   }
 
   const Account &account_;
   Named named_;
   uint64_t inHand_[kMostWorkers] = {};
-  uint64_t unaccountedTo_[kMostWorkers] = {};
+  std::map<std::string, uint64_t> unaccounted_;
   Totals totals_;
 };
 
