@@ -12,6 +12,7 @@ namespace zor::daemon {
 BlockedSignals::BlockedSignals(std::initializer_list<int> numbers) {
   ::sigemptyset(&before_);
   ::signal(SIGPIPE, SIG_IGN);
+  ::signal(SIGXFSZ, SIG_IGN);  // the call that exceeds a limit of file sizes fails, and says so
   sigset_t signals;
   ::sigemptyset(&signals);
   for (const int number : numbers) ::sigaddset(&signals, number);

@@ -1,5 +1,5 @@
 // Signals as a descriptor that becomes readable, so that a server reacts between two events and never inside one.
-// Making either object also ignores SIGPIPE.
+// Making either object also ignores SIGPIPE and SIGXFSZ.
 #ifndef PROGRAMS_STOP_SIGNAL_H
 #define PROGRAMS_STOP_SIGNAL_H
 

@@ -149,8 +149,11 @@ void Recovery::DropFrame(JournalClient &from) {
              std::string(source.text()).c_str(), static_cast<unsigned long long>(from.id),
              std::string(frame.destination.text()).c_str(), frame.type(), size);
   const auto begin = from.input.begin() + static_cast<ptrdiff_t>(at);
+  const uint32_t type = frame.type(), sequence = frame.head.sequence;
   from.input.erase(begin, begin + static_cast<ptrdiff_t>(size));
   if (at == 0) from.notes.servedUpTo = 0;
+  if (source.empty() || type == ZOR_MSG_SEND_FAILED_NOTICE) return;
+  from.output.push_back({BuildFrame(ZOR_MSG_SEND_FAILED_NOTICE, sequence, source, type), 0, false});
 }
 
 std::optional<ServerState> Recovery::StateIn(JournalContent &content) {

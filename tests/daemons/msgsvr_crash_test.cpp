@@ -320,6 +320,9 @@ TEST_F(CrashTest, DropsAMessageAtWhichItCrashesTwice) {
                MakeMessage(kType, "", "receiver", 2).Bytes());
   EXPECT_EQ(receiver_.Next().header.data, 1u);
   EXPECT_EQ(receiver_.Next().header.data, 2u);
+  const Message notice = sender_.Next();
+  EXPECT_EQ(notice.header.type, ZOR_MSG_SEND_FAILED_NOTICE);
+  EXPECT_EQ(notice.header.data, 0x77u);
   AwaitStart(3);  // it serves before the keeper has heard that
   EXPECT_EQ(keeper_->starts(), 3);
   EXPECT_THAT(log_.Text(), HasSubstr("a message from sender (client 1) to \"receiver\" dropped: type 0x77, "));
