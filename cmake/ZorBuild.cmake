@@ -22,6 +22,10 @@ target_compile_options(zor_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restr
 # Trace lines name their source file; the path of the build stays out of the libraries.
 target_compile_options(zor_options INTERFACE -fmacro-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}/=)
 target_compile_definitions(zor_options INTERFACE _GNU_SOURCE)
+# Offsets of files have 64 bits everywhere; without that, even looking at a file may fail because of its number.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_definitions(zor_options INTERFACE _FILE_OFFSET_BITS=64)
+endif()
 target_include_directories(zor_options INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
 
 # Options of the libraries in addition: no exceptions, no run-time type information.

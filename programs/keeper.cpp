@@ -35,7 +35,8 @@ size_t RoomForDescriptors() {
     ::setrlimit(RLIMIT_NOFILE, &limit);
     ::getrlimit(RLIMIT_NOFILE, &limit);
   }
-  return std::min<size_t>(bounds::kDescriptors, (std::max(limit.rlim_cur, kOwnDescriptors) - kOwnDescriptors) / 2);
+  const rlim_t room = (std::max(limit.rlim_cur, kOwnDescriptors) - kOwnDescriptors) / 2;
+  return static_cast<size_t>(std::min<rlim_t>(bounds::kDescriptors, room));
 }
 
 // Of a server that was told to stop: its exit status, or that of a shell for one that a signal ended. The signals that

@@ -11,6 +11,7 @@
 //   FAULT_IF     may be set to the name of a variable: only a program that finds that variable has the fault
 //
 // A program that links the library arms the fault itself.
+#undef _FILE_OFFSET_BITS  // which renames what is defined here: both names of a call are
 #include "faults/fault_library.h"
 
 #include <dlfcn.h>
