@@ -72,9 +72,7 @@ bool Client::Restore(const ClientRecord &record) {
 }
 
 StandingRecord Client::Standing() const {
-  return {id_,         mid_,      registration_, static_cast<int64_t>(since_),
-          isOperator_, peer_.uid, peer_.pid,     Nanoseconds(connectedAt_),
-          requests_};
+  return {id_, mid_, registration_, since_, isOperator_, peer_.uid, peer_.pid, Nanoseconds(connectedAt_), requests_};
 }
 
 ClientRecord Client::Record() const {

@@ -66,7 +66,7 @@ class Client {
   bool registered() const { return mid_ != 0; }
   uint32_t mid() const { return mid_; }
   uint64_t registration() const { return registration_; }
-  time_t since() const { return since_; }
+  int64_t since() const { return since_; }
   // Whether it has time-limited permission to be here without having registered.
   bool mustRegister() const { return !registered() && !isOperator_; }
   Clock::time_point connectedAt() const { return connectedAt_; }
@@ -150,7 +150,7 @@ class Client {
   daemon::OutputQueue output_;
   uint32_t mid_ = 0;           // 0 until it has registered
   uint64_t registration_ = 0;  // order among all registrations
-  time_t since_ = 0;           // when it registered
+  int64_t since_ = 0;          // when it registered
   bool isOperator_ = false;    // its control request was granted
   std::vector<Request> requests_;
   bool unflushed_ = false;       // is in the list

@@ -52,7 +52,7 @@ struct StandingRecord {
 
 struct QueuedRecord {
   std::vector<std::byte> bytes;
-  uint64_t sent = 0;
+  size_t sent = 0;
 };
 
 struct ClientRecord {
@@ -60,10 +60,10 @@ struct ClientRecord {
   int socket = -1;               // a descriptor of the process that reads the record
   std::vector<std::byte> input;  // unrouted
   uint32_t crashes = 0;          // of servers, on the first frame of the input
-  uint64_t queueBytes = 0;       // at most
+  size_t queueBytes = 0;         // at most
   std::vector<QueuedRecord> queue;
   bool outputBroken = false;
-  uint64_t lost = 0;
+  size_t lost = 0;
   Counts counts;
 };
 

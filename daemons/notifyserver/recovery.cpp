@@ -14,10 +14,10 @@ using daemon::JournalMessage;
 using daemon::JournalTurn;
 
 // The kernel has taken so many bytes of the queue, and the server had no time to note that.
-void TakeOff(std::vector<QueuedRecord> &queue, uint64_t written) {
+void TakeOff(std::vector<QueuedRecord> &queue, size_t written) {
   auto message = queue.begin();
   for (; message != queue.end() && written > 0; ++message) {
-    const uint64_t taken = std::min<uint64_t>(written, message->bytes.size() - message->sent);
+    const size_t taken = std::min(written, message->bytes.size() - message->sent);
     message->sent += taken;
     written -= taken;
     if (message->sent < message->bytes.size()) break;

@@ -54,26 +54,29 @@ uint64_t Now() {
 std::unique_ptr<Journal> Journal::Create(std::string_view program, const Size &size) {
   const Geometry geometry = GeometryOf(size);
   const journal::Regions regions = journal::RegionsOf(geometry);
+  const auto length = journal::SizeWithin(regions.end, journal::kMostMapped);
+  errno = ENOMEM;
+  if (!length) return nullptr;
   UniqueFd fd(::memfd_create(journal::kNamePrefix, MFD_CLOEXEC));
-  if (!fd.valid() || regions.end > SIZE_MAX || ::ftruncate(fd.get(), static_cast<off_t>(regions.end)) != 0 ||
+  if (!fd.valid() || ::ftruncate(fd.get(), static_cast<off_t>(regions.end)) != 0 ||
       ::fallocate(fd.get(), 0, 0, static_cast<off_t>(regions.slots)) != 0) {
     return nullptr;
   }
-  void *mapping = ::mmap(nullptr, regions.end, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_NORESERVE, fd.get(), 0);
-  if (mapping == MAP_FAILED) return nullptr;
-  return std::unique_ptr<Journal>(
-      new Journal(std::move(fd), static_cast<std::byte *>(mapping), journal::ProgramTag(program), geometry));
+  void *mapped = ::mmap(nullptr, *length, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_NORESERVE, fd.get(), 0);
+  if (mapped == MAP_FAILED) return nullptr;
+  const std::span mapping(static_cast<std::byte *>(mapped), *length);
+  return std::unique_ptr<Journal>(new Journal(std::move(fd), mapping, journal::ProgramTag(program), geometry));
 }
 
-Journal::Journal(UniqueFd fd, std::byte *mapping, uint64_t program, const Geometry &geometry)
+Journal::Journal(UniqueFd fd, std::span<std::byte> mapping, uint64_t program, const Geometry &geometry)
     : fd_(std::move(fd)),
       mapping_(mapping),
       geometry_(geometry),
-      slots_(fd_.get(), mapping + journal::RegionsOf(geometry).slots, journal::RegionsOf(geometry).slots,
+      slots_(fd_.get(), mapping.data() + journal::RegionsOf(geometry).slots, journal::RegionsOf(geometry).slots,
              journal::kSlotBytes, geometry.slots, 0),
-      smallBlocks_(fd_.get(), mapping + journal::RegionsOf(geometry).smallBlocks,
+      smallBlocks_(fd_.get(), mapping.data() + journal::RegionsOf(geometry).smallBlocks,
                    journal::RegionsOf(geometry).smallBlocks, journal::kSmallBlock, geometry.smallBlocks, 0),
-      largeBlocks_(fd_.get(), mapping + journal::RegionsOf(geometry).largeBlocks,
+      largeBlocks_(fd_.get(), mapping.data() + journal::RegionsOf(geometry).largeBlocks,
                    journal::RegionsOf(geometry).largeBlocks, journal::kLargeBlock, geometry.largeBlocks,
                    kReservedBlocks) {
   journal::Head &head = this->head();
@@ -87,7 +90,7 @@ Journal::Journal(UniqueFd fd, std::byte *mapping, uint64_t program, const Geomet
 }
 
 Journal::~Journal() {
-  ::munmap(mapping_, journal::RegionsOf(geometry_).end);
+  ::munmap(mapping_.data(), mapping_.size());
 }
 
 std::string Journal::Name() const {
@@ -99,12 +102,12 @@ void Journal::SetComplete() {
   head().complete = 1;
 }
 
-// One store, also where a word has 32 bits. Most steps of a turn find that the one before has committed all there is.
+// Most steps of a turn find that the one before has committed all there is.
 void Journal::Commit() {
   if (!edited_) return;
   edited_ = false;
   KeepOrder();
-  std::atomic_ref(head().stamp).store(++committed_, std::memory_order_relaxed);
+  journal::StampStore(head().stamp).store(++committed_, std::memory_order_relaxed);
   KeepOrder();
   slots_.Committed();
   smallBlocks_.Committed();
@@ -112,7 +115,7 @@ void Journal::Commit() {
 }
 
 std::span<std::byte> Journal::buffer() const {
-  return {mapping_ + journal::RegionsOf(geometry_).buffer, geometry_.bufferBytes};
+  return {mapping_.data() + journal::RegionsOf(geometry_).buffer, geometry_.bufferBytes};
 }
 
 const journal::Turn &Journal::turn() const {
@@ -126,7 +129,7 @@ State &Journal::Edit(std::array<State, 2> &versions) {
   State &edited = versions[&latest == &versions[0] ? 1 : 0];
   if (latest.stamp > committed_) return const_cast<State &>(latest);
   edited_ = true;
-  edited.stamp = committed_ + 1;
+  journal::StampStore(edited.stamp).store(committed_ + 1, std::memory_order_relaxed);
   KeepOrder();
   std::memcpy(reinterpret_cast<std::byte *>(&edited) + sizeof edited.stamp,
               reinterpret_cast<const std::byte *>(&latest) + sizeof latest.stamp, sizeof edited - sizeof edited.stamp);

@@ -64,9 +64,9 @@ class Journal {
   const journal::Blocks &largeBlocks() const { return largeBlocks_; }
 
  private:
-  Journal(UniqueFd fd, std::byte *mapping, uint64_t program, const journal::Geometry &geometry);
+  Journal(UniqueFd fd, std::span<std::byte> mapping, uint64_t program, const journal::Geometry &geometry);
 
-  journal::Head &head() const { return *reinterpret_cast<journal::Head *>(mapping_); }
+  journal::Head &head() const { return *reinterpret_cast<journal::Head *>(mapping_.data()); }
   // The version with everything changed since the commit.
   template <typename State>
   static const State &Latest(const std::array<State, 2> &versions) {
@@ -76,7 +76,7 @@ class Journal {
   State &Edit(std::array<State, 2> &versions);
 
   UniqueFd fd_;
-  std::byte *mapping_;
+  std::span<std::byte> mapping_;
   journal::Geometry geometry_;
   uint64_t committed_ = 1;
   bool edited_ = false;  // since the latest commit

@@ -11,8 +11,10 @@
 #include <sys/socket.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace zor::daemon::journal {
 
@@ -121,6 +123,22 @@ struct Head {
   mmsghdr read;
   mmsghdr write;
 };
+
+// Numbers of commits are stored whole where a word has 32 bits too: a half of one would make a version valid that is
+// not. They keep 64 bits, since a busy server reaches 32 in days.
+using StampStore = std::atomic_ref<uint64_t>;
+static_assert(StampStore::is_always_lock_free);
+static_assert(offsetof(Head, stamp) % StampStore::required_alignment == 0);
+static_assert(alignof(Turn) % StampStore::required_alignment == 0 && offsetof(Turn, stamp) == 0);
+static_assert(alignof(SlotState) % StampStore::required_alignment == 0 && offsetof(SlotState, stamp) == 0);
+
+// A 64-bit number as a size in memory; nothing if it is greater than `most`.
+constexpr std::optional<size_t> SizeWithin(uint64_t number, size_t most) {
+  if (number > most) return std::nullopt;
+  return static_cast<size_t>(number);
+}
+// What may be mapped at once.
+inline constexpr size_t kMostMapped = PTRDIFF_MAX;
 
 // Offsets of the parts; 64 bits so that those of an untrusted geometry do not overflow.
 struct Regions {

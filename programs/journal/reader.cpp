@@ -23,11 +23,14 @@ class Mapping {
  public:
   explicit Mapping(int fd) {
     struct stat status = {};
-    if (::fstat(fd, &status) != 0 || status.st_size <= 0 || static_cast<uint64_t>(status.st_size) > SIZE_MAX) return;
-    void *mapped = ::mmap(nullptr, static_cast<size_t>(status.st_size), PROT_READ, MAP_SHARED, fd, 0);
+    if (::fstat(fd, &status) != 0 || status.st_size <= 0) return;
+    const auto size = journal::SizeWithin(static_cast<uint64_t>(status.st_size), journal::kMostMapped);
+    errno = ENOMEM;
+    if (!size) return;
+    void *mapped = ::mmap(nullptr, *size, PROT_READ, MAP_SHARED, fd, 0);
     if (mapped == MAP_FAILED) return;
     start_ = static_cast<const std::byte *>(mapped);
-    size_ = static_cast<size_t>(status.st_size);
+    size_ = *size;
   }
   Mapping(const Mapping &) = delete;
   Mapping &operator=(const Mapping &) = delete;
@@ -43,10 +46,17 @@ class Mapping {
 };
 
 template <typename Record>
-Record At(std::span<const std::byte> bytes, uint64_t offset) {
+Record At(std::span<const std::byte> bytes, size_t offset) {
   Record record;
   std::memcpy(&record, bytes.data() + offset, sizeof record);
   return record;
+}
+
+// So many bytes from an offset on; none if they are not all there.
+std::span<const std::byte> Part(std::span<const std::byte> bytes, uint64_t offset, uint64_t size) {
+  const auto begin = journal::SizeWithin(offset, bytes.size());
+  const auto length = begin ? journal::SizeWithin(size, bytes.size() - *begin) : std::nullopt;
+  return length ? bytes.subspan(*begin, *length) : std::span<const std::byte>();
 }
 
 // The blocks of one size. A block that is met twice belongs to two chains or to a circle.
@@ -61,21 +71,20 @@ class BlockReader {
     met_[index - 1] = true;
     return region_.subspan(size_t{index - 1} * blockBytes_, blockBytes_).subspan(sizeof(journal::BlockHead));
   }
-  uint32_t Next(uint32_t index) const {
-    return At<journal::BlockHead>(region_, uint64_t{index - 1} * blockBytes_).next;
-  }
-  uint64_t payload() const { return blockBytes_ - sizeof(journal::BlockHead); }
-  uint64_t capacity() const { return payload() * met_.size(); }
+  uint32_t Next(uint32_t index) const { return At<journal::BlockHead>(region_, size_t{index - 1} * blockBytes_).next; }
+  size_t payload() const { return blockBytes_ - sizeof(journal::BlockHead); }
+  size_t capacity() const { return payload() * met_.size(); }
 
   // So many bytes of a chain, from an offset in its first block on. Nothing if the chain is not that long.
-  std::optional<std::vector<std::byte>> Gather(uint32_t block, uint64_t offset, uint64_t size) {
-    if (offset > payload() || size > capacity()) return std::nullopt;
+  std::optional<std::vector<std::byte>> Gather(uint32_t block, size_t offset, uint64_t size) {
+    const auto length = journal::SizeWithin(size, capacity());
+    if (offset > payload() || !length) return std::nullopt;
     std::vector<std::byte> gathered;
-    gathered.reserve(size);
-    for (; gathered.size() < size; block = Next(block), offset = 0) {
+    gathered.reserve(*length);
+    for (; gathered.size() < *length; block = Next(block), offset = 0) {
       const auto bytes = Take(block);
       if (bytes.empty()) return std::nullopt;
-      const auto part = bytes.subspan(offset, std::min<uint64_t>(size - gathered.size(), payload() - offset));
+      const auto part = bytes.subspan(offset, std::min(*length - gathered.size(), payload() - offset));
       gathered.insert(gathered.end(), part.begin(), part.end());
     }
     return gathered;
@@ -127,11 +136,12 @@ const char *Reader::CheckHead() {
 }
 
 bool Reader::ReadSlots(JournalContent &content) const {
-  BlockReader small(file_.subspan(regions_.smallBlocks, regions_.largeBlocks - regions_.smallBlocks),
+  const auto slots = Part(file_, regions_.slots, regions_.smallBlocks - regions_.slots);
+  BlockReader small(Part(file_, regions_.smallBlocks, regions_.largeBlocks - regions_.smallBlocks),
                     journal::kSmallBlock);
-  BlockReader large(file_.subspan(regions_.largeBlocks, regions_.end - regions_.largeBlocks), journal::kLargeBlock);
+  BlockReader large(Part(file_, regions_.largeBlocks, regions_.end - regions_.largeBlocks), journal::kLargeBlock);
   for (uint32_t index = 1; index <= head_.slotsUsed; ++index) {
-    const auto slot = At<journal::Slot>(file_, regions_.slots + uint64_t{index - 1} * journal::kSlotBytes);
+    const auto slot = At<journal::Slot>(slots, size_t{index - 1} * journal::kSlotBytes);
     const SlotState *state = journal::ValidOf(slot.versions, head_.stamp);
     if (state == nullptr || state->owner == 0) continue;
     auto record = small.Gather(state->record.first, 0, state->record.bytes);
@@ -157,9 +167,9 @@ bool Reader::ReadMessages(std::span<const std::byte> bytes, const journal::Queue
     const auto head = At<journal::MessageHead>(bytes, 0);
     const uint64_t padded = (uint64_t{head.size} + sizeof head - 1) / sizeof head * sizeof head;
     if (padded > bytes.size() - sizeof head || sent > head.size) return false;
-    const auto message = bytes.subspan(sizeof head, head.size);
+    const auto message = Part(bytes, sizeof head, head.size);
     client.output.push_back({{message.begin(), message.end()}, sent, head.hasDescriptor != 0 && sent == 0});
-    bytes = bytes.subspan(sizeof head + padded);
+    bytes = Part(bytes, sizeof head + padded, bytes.size() - sizeof head - padded);
   }
   return client.output.size() == queue.messages;
 }
@@ -189,7 +199,7 @@ bool Reader::ReadBuffer(JournalTurn &turn) const {
   const uint64_t used = uint64_t{state.kept} + head_.read.msg_len;
   if (used > head_.geometry.bufferBytes || state.routed > used) return false;
   if (state.writeTo != kNone && (state.writeEnd < state.routed || state.writeEnd > used)) return false;
-  const auto bytes = file_.subspan(regions_.buffer, used);
+  const auto bytes = Part(file_, regions_.buffer, used);
   turn.buffer.assign(bytes.begin(), bytes.end());
   turn.readDescriptor = head_.read.msg_len > 0 && head_.read.msg_hdr.msg_controllen > 0;
   return true;

@@ -37,8 +37,8 @@ struct JournalTurn {
   std::vector<std::byte> buffer;  // what was in it, from its start; empty without a reader
   bool readDescriptor;            // its last bytes came with a descriptor, which is lost
   uint32_t frameAt;
-  bool crashed;      // by itself: it was not killed
-  uint64_t written;  // bytes, by the write or flush under way
+  bool crashed;    // by itself: it was not killed
+  size_t written;  // bytes, by the write or flush under way
 };
 
 struct JournalContent {

@@ -12,13 +12,14 @@ using journal::kNone;
 using journal::Linked;
 
 // Bytes used in the last block.
-uint64_t EndOf(const Blocks &blocks, const Chain &chain) {
-  return chain.bytes == 0 ? blocks.payload() : (chain.bytes - 1) % blocks.payload() + 1;
+uint32_t EndOf(const Blocks &blocks, const Chain &chain) {
+  if (chain.bytes == 0) return blocks.payload();
+  return static_cast<uint32_t>((chain.bytes - 1) % blocks.payload()) + 1;
 }
 
 bool Append(Blocks &blocks, Chain &chain, std::span<const std::byte> bytes) {
   if (bytes.empty()) return true;
-  const uint64_t end = EndOf(blocks, chain);
+  const uint32_t end = EndOf(blocks, chain);
   const size_t room = blocks.payload() - end;
   const size_t more = bytes.size() <= room ? 0 : (bytes.size() - room + blocks.payload() - 1) / blocks.payload();
   const Linked added = journal::AllocateLinked(blocks, more, false);
