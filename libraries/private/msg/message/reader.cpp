@@ -36,7 +36,7 @@ std::uint32_t MessageReader::ReadPayload(std::uint32_t length) noexcept {
   if (length == 0) return ZOR_OK;
   torn_ = true;
   if (length > ZOR_MSG_RECV_BODY_MAX) return ZOR_E_NO_MEMORY;
-  const std::uint64_t headerLength = length_;
+  const std::size_t headerLength = length_;
   length_ += length;
   message_ = GuardedGrow(std::move(message_), headerLength, length_);
   if (message_ == nullptr) return ZOR_E_NO_MEMORY;

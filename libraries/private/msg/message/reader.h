@@ -7,6 +7,7 @@
 #ifndef MESSAGE_READER_H
 #define MESSAGE_READER_H
 
+#include <cstddef>
 #include <cstdint>
 #include <utility>
 
@@ -39,7 +40,7 @@ class MessageReader {
 
   // What was read so far, and its length in bytes: less than a bus header when the rules say so.
   ZOR_MSG_HEAD *message() const noexcept { return message_.get(); }
-  std::uint64_t length() const noexcept { return length_; }
+  std::size_t length() const noexcept { return length_; }
   MessagePtr Take() noexcept { return std::move(message_); }
 
  private:
@@ -48,7 +49,7 @@ class MessageReader {
   int fd_;
   const ReadRules rules_;
   MessagePtr message_;
-  std::uint64_t length_ = 0;
+  std::size_t length_ = 0;
   bool torn_ = false;
 };
 
