@@ -6,6 +6,7 @@
 #include <linux/sockios.h>
 #include <linux/unix_diag.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -103,6 +104,13 @@ std::optional<uint32_t> UnreadBytes::Of(int socket) const {
 int UnsentBytes(int socket) {
   int bytes = 0;
   return ::ioctl(socket, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
+}
+
+// The kernel drops what a process that has ended leaves unread, but marks the connection before that: so this order.
+bool HasUnread(int socket) {
+  if (UnsentBytes(socket) > 0) return true;
+  pollfd connection = {socket, 0, 0};
+  return ::poll(&connection, 1, 0) > 0;
 }
 
 Deliveries::Unread UnreadOf(const Client &client, const UnreadBytes &kernel, uint32_t nowMs) {

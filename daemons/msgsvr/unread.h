@@ -37,9 +37,8 @@ class UnreadBytes {
 // What has not been read at the other end of a local socket, as the kernel accounts for it, or has not reached the
 // other end of one to another board, in bytes.
 int UnsentBytes(int socket);
-inline bool HasUnread(int socket) {
-  return UnsentBytes(socket) > 0;
-}
+// Whether there is any of that, or the other end is gone and nobody will know.
+bool HasUnread(int socket);
 
 // What a client has not read: in the server's queue, and in its socket as far as it is known.
 Deliveries::Unread UnreadOf(const Client &client, const UnreadBytes &kernel, uint32_t nowMs);
