@@ -46,7 +46,7 @@ ssize_t SendNow(int socket, std::span<const std::byte> bytes) {
 bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, UniqueFd &&descriptor) {
   const size_t cost = CostOf(message.size());
   const bool attached = descriptor.valid();
-  if (cost > maxBytes_ - bytes() || (attached && descriptors_.size() == limits::kUnreadDescriptors)) return false;
+  if (attached ? descriptors_.size() == limits::kUnreadDescriptors : cost > Room()) return false;
   if (attached) descriptors_.reserve(descriptors_.size() + 1);
   if (!MakeRoom(cost, sent > 0)) return false;
   journal::Queue &queue = edit();
@@ -69,7 +69,7 @@ bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, UniqueFd
 bool OutputQueue::Fits(std::initializer_list<size_t> sizes) const {
   size_t cost = 0;
   for (const size_t size : sizes) cost += CostOf(size);
-  return cost <= maxBytes_ - bytes();
+  return cost <= Room();
 }
 
 OutputQueue::State OutputQueue::Flush(int socket) {

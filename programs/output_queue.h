@@ -10,6 +10,7 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -34,8 +35,9 @@ class OutputQueue {
   OutputQueue(JournalSlot &slot, size_t maxBytes) : slot_(slot), maxBytes_(maxBytes) {}
 
   // Appends a message of which the first bytes have been sent already. False, with nothing changed, when it does not
-  // fit, or the journal is full; the bytes count with what it costs to keep them. Throws std::bad_alloc for a
-  // descriptor, also with nothing changed.
+  // fit, or the journal is full; the bytes count with what it costs to keep them. One with a descriptor, which belongs
+  // to the message before it, fits until there are too many descriptors. Throws std::bad_alloc for a descriptor, also
+  // with nothing changed.
   bool Push(std::span<const std::byte> message, size_t sent = 0, UniqueFd &&descriptor = UniqueFd());
   // What it costs to keep a message of that size.
   static size_t CostOf(size_t messageSize);
@@ -82,6 +84,7 @@ class OutputQueue {
   journal::Queue &edit() { return slot_.edit().output; }
   journal::Blocks &blocks() const { return slot_.journal().largeBlocks(); }
 
+  size_t Room() const { return maxBytes_ - std::min(bytes(), maxBytes_); }
   Place Front() const { return {queue().first, queue().front}; }
   // Each of these moves the place behind what it takes.
   std::span<std::byte> TakePiece(Place &place, size_t most) const;

@@ -57,6 +57,7 @@ void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
 void Delivery::FlushRun() {
   if (run_.empty()) return;
   const std::span<const std::byte> run = std::exchange(run_, {});
+  Client &from = *runFrom_;
   Client &to = *std::exchange(runTo_, nullptr);
   const size_t taken = Write(to, run, false);
   // Copies may fill a monitor's queue to its half, and must not slow down any sender.
@@ -68,12 +69,12 @@ void Delivery::FlushRun() {
       if (offset < taken) {
         Copy(frame, to.name, ZOR_CONTROL_DELIVERED);
       } else {
-        DropUndelivered(*runFrom_, frame, to.name);
+        DropUndelivered(from, frame, to.name);
       }
       offset += frame.size();
     }
   }
-  Commit(run, to.id);
+  Commit(run, from.lastTarget);
 }
 
 void Delivery::EndFrame(const Client &from, std::span<const std::byte> frame) {
@@ -154,9 +155,9 @@ bool Delivery::TellGap(Client &to, std::span<const std::byte> event) {
 
 // A message to the client was refused.
 void Delivery::Missed(Client &to) {
-  if (to.ended || to.deaf) return;
+  if (to.ended) return;
   ++to.counters.dropped;
-  if (!to.refusals.Add(bus_.nowMs)) return;
+  if (!to.refusals.Add(bus_.nowMs) || to.deaf) return;
   const bool hasRoom = to.output.Fits({kMaxFrameSize});
   bus_.log.PrintOf(to.charge.holder(), "%s does not read: its %s, messages to it are refused", to.Label().c_str(),
                    hasRoom ? "share of the memory is used up" : "queue is full");
@@ -167,7 +168,7 @@ void Delivery::TellUndelivered() {
     Client *from = nullptr;
     for (const Undelivered &message : lost) {
       if (from == nullptr || from->id != message.from || from->ended) from = bus_.Find(message.from);
-      if (from == nullptr || from->deaf) continue;
+      if (from == nullptr) continue;
       from->pending.Undo(message.type, message.sequence);
       AddNotice(*from, message.type, message.sequence);
     }
@@ -210,7 +211,9 @@ void Delivery::Refuse(Client &from, std::span<const std::byte> frame, const AppN
   AddNotice(from, type, head.sequence);
 }
 
+// A descriptor that follows has no receiver: without its message it would be taken for the start of another.
 void Delivery::DropUndelivered(Client &from, std::span<const std::byte> frame, const AppName &to) {
+  from.lastTarget = 0;
   bus_.files.Remove(frame);
   Refuse(from, frame, to);
 }

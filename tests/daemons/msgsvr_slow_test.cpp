@@ -77,6 +77,21 @@ TEST_F(SlowReaderTest, RefusesWhatDoesNotFitAndGoesOnWhenTheReaderReads) {
   EXPECT_NE(list.body.find("\"refused\":"), list.body.npos);
 }
 
+// It would be taken for the start of the next message.
+TEST_F(SlowReaderTest, DropsADescriptorWhoseMessageWasRefused) {
+  Start("queue_bytes = 100000\n");
+  std::set<uint32_t> refused = SendUntilRefused(sender_, "receiver");
+  ASSERT_FALSE(refused.empty());
+  sender_.Send(MakeMessage(kType, "", "receiver", 77, kKilobyte, sent_ + 1));
+  sender_.SendDescriptor(STDIN_FILENO);
+  CollectNotices(sender_, refused);
+  ASSERT_TRUE(refused.contains(sent_));
+  for (size_t taken = sent_ + 1 - refused.size(); taken > 0; --taken) receiver_.Next();
+  sender_.Send(MakeMessage(kType, "", "receiver", 78));
+  EXPECT_EQ(receiver_.Next().header.data, 78u);
+  EXPECT_TRUE(LogHolds("sender (pid " + std::to_string(::getpid()) + "): descriptor dropped"));
+}
+
 TEST_F(SlowReaderTest, TellsASubscriberThatAsksForItWhatItMissed) {
   Start("queue_bytes = 100000\n");
   EXPECT_EQ(receiver_.Ask(MakeRequest(ZOR_MSG_CONTROL_GAPS, "", 1)).header.data, ZOR_CONTROL_OK);
