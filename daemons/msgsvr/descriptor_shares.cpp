@@ -53,10 +53,10 @@ DescriptorShares::Unread DescriptorShares::Count(const Client &from) const {
 }
 
 void DescriptorShares::ForgetRead(Client &to) {
-  const int unread = UnsentBytes(to.socket.get());
-  if (unread == 0 && HasUnread(to.socket.get())) return;  // it has ended
-  if (unread == 0 && to.output.empty()) return bus_.ForgetAllRead(to);
-  to.deliveries.KeepDescriptors(static_cast<size_t>(unread) / kLeastInSocket + to.output.descriptorCount());
+  const std::optional<int> unread = UnreadBytesOf(to.socket.get());
+  if (!unread) return;
+  if (*unread == 0 && to.output.empty()) return bus_.ForgetAllRead(to);
+  to.deliveries.KeepDescriptors(static_cast<size_t>(*unread) / kLeastInSocket + to.output.descriptorCount());
 }
 
 }  // namespace zor::msgsvr

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "msgsvr/unread.h"
 #include "programs/journal/turn.h"
 
 namespace zor::msgsvr {
@@ -82,6 +83,7 @@ size_t Input::ReadMore(Client &client, Received &received) {
     return 0;
   }
   if (received.count <= 0) {
+    if (client.peer.local && HasLeftUnread(client.socket.get())) client.reset = true;
     bus_.End(client);
     return 0;
   }

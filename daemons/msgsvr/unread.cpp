@@ -106,11 +106,21 @@ int UnsentBytes(int socket) {
   return ::ioctl(socket, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
 }
 
-// The kernel drops what a process that has ended leaves unread, but marks the connection before that: so this order.
-bool HasUnread(int socket) {
-  if (UnsentBytes(socket) > 0) return true;
+// The kernel drops what a process that has ended leaves unread, piece by piece, but marks the connection before that.
+// So a number is true only if there is no mark after it was read.
+std::optional<int> UnreadBytesOf(int socket) {
+  const int bytes = UnsentBytes(socket);
   pollfd connection = {socket, 0, 0};
-  return ::poll(&connection, 1, 0) > 0;
+  if (::poll(&connection, 1, 0) > 0) return std::nullopt;
+  return bytes;
+}
+
+// In this order: of a process that has ended the kernel notes that it left something before it drops that.
+bool HasLeftUnread(int socket) {
+  if (UnsentBytes(socket) > 0) return true;
+  int error = 0;
+  socklen_t size = sizeof error;
+  return ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == ECONNRESET;
 }
 
 Deliveries::Unread UnreadOf(const Client &client, const UnreadBytes &kernel, uint32_t nowMs) {

@@ -37,8 +37,14 @@ class UnreadBytes {
 // What has not been read at the other end of a local socket, as the kernel accounts for it, or has not reached the
 // other end of one to another board, in bytes.
 int UnsentBytes(int socket);
-// Whether there is any of that, or the other end is gone and nobody will know.
-bool HasUnread(int socket);
+// The same while the other end is there; nothing once it is gone, since nobody will know any more what it had read.
+std::optional<int> UnreadBytesOf(int socket);
+inline bool HasUnread(int socket) {
+  return UnreadBytesOf(socket) != 0;
+}
+
+// Whether the other end of a local socket, which reads no more, has left something unread.
+bool HasLeftUnread(int socket);
 
 // What a client has not read: in the server's queue, and in its socket as far as it is known.
 Deliveries::Unread UnreadOf(const Client &client, const UnreadBytes &kernel, uint32_t nowMs);
