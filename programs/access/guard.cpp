@@ -50,7 +50,7 @@ Verdict Guard::Decide(Subject subject, const Action &action) {
   return rules_.VerdictOf(rule);
 }
 
-const Guard::Known &Guard::KnownOf(Subject subject) {
+const Guard::Known &Guard::KnownOf(Subject subject) const {
   const auto found = known_.find(subject);
   return found == known_.end() ? stranger_ : found->second;
 }

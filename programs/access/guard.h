@@ -42,6 +42,10 @@ class Guard {
   const Rules &rules() const { return rules_; }
   const Refusals &refusals() const { return refusals_; }
 
+  // Who a subject is; somebody of whom nothing is known if it was not admitted.
+  const Identity &IdentityOf(Subject subject) const { return KnownOf(subject).identity; }
+  const std::string &WhoOf(Subject subject) const { return KnownOf(subject).who; }
+
  private:
   struct Known {
     Identity identity;
@@ -53,7 +57,7 @@ class Guard {
 
   static constexpr Subject kNone = 0;
 
-  const Known &KnownOf(Subject subject);
+  const Known &KnownOf(Subject subject) const;
   Verdict Decide(Subject subject, const Action &action);
 
   Rules rules_;

@@ -1,0 +1,34 @@
+#include "programs/access/server_access.h"
+
+#include <string>
+#include <vector>
+
+#include "programs/access/accounts.h"
+#include "programs/paths.h"
+#include "programs/peer.h"
+
+namespace zor::access {
+
+std::optional<Rules> LoadRules(daemon::ProblemLog &log) {
+  std::vector<std::string> mistakes;
+  const std::string path = daemon::FixedPath(Rules::kDirectory);
+  if (path.empty()) mistakes.emplace_back(std::string(Rules::kDirectory) + ": too long beneath ZOR_ROOT");
+  auto rules = path.empty() ? std::nullopt : Rules::Load(path, Accounts::OfSystem(), mistakes);
+  for (const std::string &mistake : mistakes) log.Print("%s", mistake.c_str());
+  return rules;
+}
+
+void LogRefusal(daemon::ProblemLog &log, const daemon::Holder &holder, const char *label, const Guard &guard,
+                Guard::Subject subject, const Action &action, const Guard::Answer &answer) {
+  if (answer.verdict.allowed) return;
+  log.PrintOf(holder, "%s %s to %s, %s: %s", WhatText(action).c_str(), answer.passes ? "would be refused" : "refused",
+              label, guard.WhoOf(subject).c_str(), guard.rules().Explain(answer.verdict).c_str());
+}
+
+ControlAnswer AskControl(Guard &guard, Guard::Subject subject, uid_t user, const Action &action) {
+  const Guard::Answer answer = guard.Ask(subject, action);
+  const bool decided = !guard.rules().isOpen() && guard.rules().mode() == Mode::kEnforce;
+  return {decided ? answer.passes : daemon::IsOperator(user), answer};
+}
+
+}  // namespace zor::access
