@@ -28,6 +28,7 @@ Client::Client(UniqueFd socket, const ucred &peer, uint64_t id, Surroundings &su
       id_(id),
       peer_(peer),
       shared_(surroundings),
+      admission_(surroundings.guard, access::ReadIdentity(socket_.get())),
       charge_(surroundings.accounts, {peer.uid, peer.pid}),
       slot_(surroundings.journal, id),
       output_(slot_, surroundings.limits.queueBytes) {}
@@ -38,6 +39,8 @@ Client::Client(UniqueFd socket, const ClientRecord &record, Surroundings &surrou
       id_(record.standing.id),
       peer_(PeerIn(record.standing)),
       shared_(surroundings),
+      admission_(surroundings.guard,
+                 record.standing.identity ? *record.standing.identity : access::ReadIdentity(socket_.get())),
       connectedAt_(TimeOf(record.standing.connectedAt)),
       charge_(surroundings.accounts, {peer_.uid, peer_.pid}),
       slot_(surroundings.journal, id_),
@@ -72,7 +75,11 @@ bool Client::Restore(const ClientRecord &record) {
 }
 
 StandingRecord Client::Standing() const {
-  return {id_, mid_, registration_, since_, isOperator_, peer_.uid, peer_.pid, Nanoseconds(connectedAt_), requests_};
+  return {id_,           mid_,
+          registration_, since_,
+          isOperator_,   peer_.uid,
+          peer_.pid,     Nanoseconds(connectedAt_),
+          requests_,     shared_.guard.IdentityOf(subject())};
 }
 
 ClientRecord Client::Record() const {

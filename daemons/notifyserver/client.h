@@ -23,6 +23,7 @@
 #include "common/unique_fd.h"
 #include "notifyserver/limits.h"
 #include "notifyserver/record.h"
+#include "programs/access/server_access.h"
 #include "programs/accounts.h"
 #include "programs/event_poll.h"
 #include "programs/journal/journal.h"
@@ -38,6 +39,7 @@ struct Surroundings {
   daemon::EventPoll &poll;
   daemon::Journal &journal;
   daemon::Accounts &accounts;
+  access::Guard &guard;
   const Limits &limits;
   std::vector<Client *> ended;
   std::vector<Client *> unflushed;  // have output that was not tried yet
@@ -83,6 +85,8 @@ class Client {
   // The process at the other end; user -1 if unknown.
   const ucred &peer() const { return peer_; }
   int socket() const { return socket_.get(); }
+  // Who it is for the rules.
+  access::Guard::Subject subject() const { return admission_.subject(); }
   daemon::JournalSlot &slot() { return slot_; }
 
   // Each changes its record in the journal; without memory for that it ends.
@@ -144,6 +148,7 @@ class Client {
   const uint64_t id_;
   ucred peer_;
   Surroundings &shared_;
+  access::Admission admission_;
   Clock::time_point connectedAt_ = Clock::now();
   daemon::Charge charge_;
   daemon::JournalSlot slot_;

@@ -9,7 +9,6 @@
 
 #include "programs/json.h"
 #include "programs/limits.h"
-#include "programs/peer.h"
 
 namespace zor::notifyserver {
 namespace {
@@ -58,17 +57,27 @@ bool Control::IsRequest(const Frame &frame) {
 
 void Control::Reply(Client &from, const Frame &request) {
   const OwedReplyRecord asked = {from.id(), request.head.msg_type, request.head.seq};
-  from.SetOperator(daemon::IsOperator(from.peer().uid));
-  if (!daemon::IsOperator(from.peer().uid)) return Send(from, asked, ZOR_CONTROL_REFUSED, {});
+  const bool granted = IsGranted(from, asked.type);
+  from.SetOperator(granted);
+  if (!granted) return Send(from, asked, ZOR_CONTROL_REFUSED, {});
   if (request.head.msg_type == ZOR_NOTIFY_CONTROL_RESTART) {
     if (owed_) return Send(from, asked, ZOR_CONTROL_UNCHANGED, "it is being replaced already");
     owed_ = asked;
   } else if (request.head.msg_type == ZOR_NOTIFY_CONTROL_LIST) {
     const std::string text = List();
     Send(from, asked, text.empty() ? ZOR_CONTROL_FAILED : ZOR_CONTROL_OK, text);
+  } else if (request.head.msg_type == ZOR_NOTIFY_CONTROL_REFUSALS) {
+    Send(from, asked, ZOR_CONTROL_OK, guard_.refusals().Text());
   } else {
     Send(from, asked, ZOR_CONTROL_UNKNOWN, {});
   }
+}
+
+bool Control::IsGranted(const Client &client, uint32_t type) {
+  const access::Action action = {access::Verb::kControl, type, {}, nullptr};
+  const auto [granted, answer] = access::AskControl(guard_, client.subject(), client.peer().uid, action);
+  access::LogRefusal(log_, client.holder(), client.Label().c_str(), guard_, client.subject(), action, answer);
+  return granted;
 }
 
 void Control::PayOwed(Client &to, uint32_t result, std::string_view text) {

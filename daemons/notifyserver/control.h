@@ -15,6 +15,7 @@
 #include "notifyserver/frame.h"
 #include "notifyserver/limits.h"
 #include "notifyserver/server_state.h"
+#include "programs/problem_log.h"
 
 namespace zor::notifyserver {
 
@@ -24,7 +25,8 @@ using Modules = std::array<std::vector<Client *>, ZOR_NOTIFY_MID_LAST + 1>;
 class Control {
  public:
   // The modules are read when a request arrives.
-  Control(const Limits &limits, const Modules &modules) : limits_(limits), modules_(modules) {}
+  Control(const Limits &limits, const Modules &modules, access::Guard &guard, daemon::ProblemLog &log)
+      : limits_(limits), modules_(modules), guard_(guard), log_(log) {}
 
   static bool IsRequest(const Frame &frame);
   // Carries out a control request and sends the reply; that to a restart is owed.
@@ -42,6 +44,8 @@ class Control {
   void SetStart(std::chrono::steady_clock::time_point start) { start_ = start; }
 
  private:
+  // Asks the rules.
+  bool IsGranted(const Client &client, uint32_t type);
   static void Send(Client &to, const OwedReplyRecord &asked, uint32_t result, std::string_view text);
   std::string ServerText() const;
   // The server and its clients as JSON; empty if memory runs out or the text does not fit a reply.
@@ -49,6 +53,8 @@ class Control {
 
   const Limits limits_;
   const Modules &modules_;
+  access::Guard &guard_;
+  daemon::ProblemLog &log_;
   std::optional<OwedReplyRecord> owed_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "notifyserver/server.h"
+#include "programs/access/server_access.h"
 #include "programs/limits.h"
 #include "programs/problem_log.h"
 #include "programs/server_main.h"
@@ -74,12 +75,14 @@ Limits ReadSettings(zor::daemon::Settings &settings) {
 int Run(const Limits &limits, zor::daemon::ProblemLog &log, zor::daemon::Start &start) {
   // Long frames are given back to the system when they are done; the C library would raise this with each.
   ::mallopt(M_MMAP_THRESHOLD, kMappedBlock);
+  auto rules = zor::access::LoadRules(log);
+  if (!rules) return zor::daemon::kExitSettings;
   // Before the server opens descriptors of its own.
   auto inherited = start.inherited ? zor::daemon::DescriptorSet::OfProcess(start.inherited->state.get())
                                    : zor::daemon::DescriptorSet();
   const auto journal = zor::notifyserver::NewJournal(limits, log);
   if (journal == nullptr) return zor::daemon::kExitFailure;
-  zor::notifyserver::Server server(limits, *journal, start.image, log, start.verbose);
+  zor::notifyserver::Server server(limits, std::move(*rules), *journal, start.image, log, start.verbose);
   if (const auto code = server.Open(start, std::move(inherited)); code != zor::daemon::kExitOk) return code;
   zor::daemon::SayListening(kProgram, ZOR_PATH_NOTIFY_SERVER);
   server.Run();
@@ -87,6 +90,7 @@ int Run(const Limits &limits, zor::daemon::ProblemLog &log, zor::daemon::Start &
 }
 
 int CheckState(const Limits &, zor::daemon::ProblemLog &log, std::span<const std::byte> bytes) {
+  if (!zor::access::LoadRules(log)) return zor::daemon::kExitSettings;
   std::string problem;
   const auto state = zor::notifyserver::ReadState(bytes, problem);
   if (state) problem = zor::notifyserver::ProblemOf(*state);

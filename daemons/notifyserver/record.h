@@ -12,9 +12,11 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "notifyserver/limits.h"
+#include "programs/access/server_access.h"
 #include "programs/fields.h"
 
 namespace zor::notifyserver {
@@ -48,6 +50,7 @@ struct StandingRecord {
   pid_t pid = 0;
   int64_t connectedAt = 0;
   std::vector<Request> requests;
+  std::optional<access::Identity> identity;  // missing in records of servers that asked no rules
 };
 
 struct QueuedRecord {
@@ -85,6 +88,7 @@ void Describe(Fields &fields, Record &record) {
   fields(7, record.pid);
   fields(8, record.connectedAt);
   fields(9, record.requests);
+  fields(10, record.identity);
 }
 
 template <typename Fields, daemon::OneOf<QueuedRecord> Record>

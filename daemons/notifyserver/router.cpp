@@ -100,11 +100,22 @@ void Router::Register(Client &client, const Frame &frame) {
     if (client.mid() != mid) client.End("it registered a second id");
   } else if (!MayRegister(mid)) {
     client.End("it registered an invalid id");
+  } else if (!MayTake(client, mid)) {
+    client.End();  // a line says why
   } else {
     modules_[mid].push_back(&client);
     client.Register(mid, ++lastRegistration_);
     if (verbose_) log_.PrintOf(client.holder(), "%s registered", client.Label().c_str());
   }
+}
+
+bool Router::MayTake(const Client &client, uint32_t mid) {
+  const Client *holder = Oldest(mid);
+  const access::Action action = {
+      access::Verb::kModule, mid, {}, holder == nullptr ? nullptr : &guard_.IdentityOf(holder->subject())};
+  const access::Guard::Answer answer = guard_.Ask(client.subject(), action);
+  access::LogRefusal(log_, client.holder(), client.Label().c_str(), guard_, client.subject(), action, answer);
+  return answer.passes;
 }
 
 void Router::RouteNotification(Client &from, const Frame &frame) {

@@ -8,6 +8,8 @@
 //   oneself, a client that disconnects meanwhile), the server sends an empty reply, because the requester waits.
 // - A reply goes to the client that sent the request, not to the first of its module. An unexpected reply is dropped:
 //   the library would accept any message of the right type and number as the reply.
+// - Who may register an id, the rules of access decide. As for an invalid id, a refused client is cut off: there is no
+//   reply to a registration.
 // - The server handles control requests itself. A client may send them before it registers, so that an operator's tool
 //   does not occupy a module's id.
 #ifndef NOTIFYSERVER_ROUTER_H
@@ -27,8 +29,8 @@ namespace zor::notifyserver {
 class Router {
  public:
   // verbose: also log clients that register and leave, and messages without a destination.
-  Router(const Limits &limits, daemon::ProblemLog &log, bool verbose)
-      : control_(limits, modules_), log_(log), verbose_(verbose) {}
+  Router(const Limits &limits, access::Guard &guard, daemon::ProblemLog &log, bool verbose)
+      : control_(limits, modules_, guard, log), guard_(guard), log_(log), verbose_(verbose) {}
 
   // Passes on a frame. A frame that breaks the rules ends its sender.
   void Route(Client &from, Frame &frame);
@@ -46,6 +48,8 @@ class Router {
 
  private:
   void Register(Client &client, const Frame &frame);
+  // Asks the rules.
+  bool MayTake(const Client &client, uint32_t mid);
   void RouteNotification(Client &from, const Frame &frame);
   void RouteRequest(Client &from, const Frame &frame);
   void RouteReply(Client &from, const Frame &frame);
@@ -60,6 +64,7 @@ class Router {
   Modules modules_;
   uint64_t lastRegistration_ = 0;
   Control control_;
+  access::Guard &guard_;
   daemon::ProblemLog &log_;
   bool verbose_;
 };

@@ -30,14 +30,15 @@ std::unique_ptr<daemon::Journal> NewJournal(const Limits &limits, daemon::Proble
   return journal;
 }
 
-Server::Server(const Limits &limits, daemon::Journal &journal, const daemon::ProgramImage &image,
+Server::Server(const Limits &limits, access::Rules rules, daemon::Journal &journal, const daemon::ProgramImage &image,
                daemon::ProblemLog &log, bool verbose)
     : limits_(limits),
       log_(log),
       accounts_({limits.maxClients, limits.userClients, limits.userBytes, limits.memoryBytes}),
+      guard_(std::move(rules)),
       journal_(journal),
-      shared_{poll_, journal, accounts_, limits_, {}, {}, {}},
-      router_(limits, log, verbose),
+      shared_{poll_, journal, accounts_, guard_, limits_, {}, {}, {}},
+      router_(limits, guard_, log, verbose),
       intake_(shared_, router_, log),
       succession_(image, log) {}
 

@@ -19,6 +19,7 @@
 #include "notifyserver/limits.h"
 #include "notifyserver/router.h"
 #include "notifyserver/server_state.h"
+#include "programs/access/guard.h"
 #include "programs/accounts.h"
 #include "programs/descriptor_set.h"
 #include "programs/event_poll.h"
@@ -38,8 +39,8 @@ std::unique_ptr<daemon::Journal> NewJournal(const Limits &limits, daemon::Proble
 class Server {
  public:
   // The journal must outlive it.
-  Server(const Limits &limits, daemon::Journal &journal, const daemon::ProgramImage &image, daemon::ProblemLog &log,
-         bool verbose);
+  Server(const Limits &limits, access::Rules rules, daemon::Journal &journal, const daemon::ProgramImage &image,
+         daemon::ProblemLog &log, bool verbose);
 
   // Listens on the fixed path, and takes over what another server has left. Logs failures. `inherited` has the
   // descriptors that this process was executed with; `start.passed` those from the service manager.
@@ -91,7 +92,8 @@ class Server {
   daemon::Watchdog watchdog_;
   daemon::LocalSocket listener_;
   daemon::EventPoll poll_;
-  daemon::Accounts accounts_;  // outlives the clients
+  daemon::Accounts accounts_;  // outlives the clients, as does the guard
+  access::Guard guard_;
   daemon::Journal &journal_;
   Surroundings shared_;
   Router router_;
