@@ -14,6 +14,7 @@
 #include "msgsvr/server.h"
 #include "msgsvr/tcp_listener.h"
 #include "programs/descriptor_set.h"
+#include "programs/holdings.h"
 #include "programs/limits.h"
 #include "programs/local_socket.h"
 #include "programs/paths.h"
@@ -125,11 +126,23 @@ std::optional<msgsvr::ServerState> StateIn(std::span<const std::byte> bytes, dae
   return state;
 }
 
+std::string ProblemOf(const msgsvr::ServerState &state, const msgsvr::BusSettings &settings) {
+  if (std::string problem = msgsvr::ProblemOf(state); !problem.empty()) return problem;
+  daemon::Holdings holdings;
+  for (const msgsvr::ClientRecord &client : state.clients) {
+    holdings.AddInput(client.standing.uid, client.partial.size());
+    for (const msgsvr::QueuedRecord &message : client.queue) {
+      holdings.AddMessage(client.standing.uid, message.bytes.size());
+    }
+  }
+  return holdings.ProblemWith(settings.userBytes, settings.memoryBytes);
+}
+
 // Whether a server with these settings can take over that state.
 int Check(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, std::span<const std::byte> bytes) {
   const auto state = StateIn(bytes, log);
   if (!state) return daemon::kExitState;
-  if (const std::string problem = msgsvr::ProblemOf(*state); !problem.empty()) {
+  if (const std::string problem = ProblemOf(*state, settings); !problem.empty()) {
     log.Print("%s", problem.c_str());
     return daemon::kExitState;
   }

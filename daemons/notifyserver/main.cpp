@@ -9,6 +9,7 @@
 
 #include "notifyserver/server.h"
 #include "programs/access/server_access.h"
+#include "programs/holdings.h"
 #include "programs/limits.h"
 #include "programs/problem_log.h"
 #include "programs/server_main.h"
@@ -89,11 +90,23 @@ int Run(const Limits &limits, zor::daemon::ProblemLog &log, zor::daemon::Start &
   return zor::daemon::kExitOk;
 }
 
-int CheckState(const Limits &, zor::daemon::ProblemLog &log, std::span<const std::byte> bytes) {
+std::string ProblemOf(const zor::notifyserver::ServerState &state, const Limits &limits) {
+  if (std::string problem = zor::notifyserver::ProblemOf(state); !problem.empty()) return problem;
+  zor::daemon::Holdings holdings;
+  for (const zor::notifyserver::ClientRecord &client : state.clients) {
+    holdings.AddInput(client.standing.uid, client.input.size());
+    for (const zor::notifyserver::QueuedRecord &message : client.queue) {
+      holdings.AddMessage(client.standing.uid, message.bytes.size());
+    }
+  }
+  return holdings.ProblemWith(limits.userBytes, limits.memoryBytes);
+}
+
+int CheckState(const Limits &limits, zor::daemon::ProblemLog &log, std::span<const std::byte> bytes) {
   if (!zor::access::LoadRules(log)) return zor::daemon::kExitSettings;
   std::string problem;
   const auto state = zor::notifyserver::ReadState(bytes, problem);
-  if (state) problem = zor::notifyserver::ProblemOf(*state);
+  if (state) problem = ProblemOf(*state, limits);
   if (problem.empty()) return zor::daemon::kExitOk;
   log.Print("%s", problem.c_str());
   return zor::daemon::kExitState;

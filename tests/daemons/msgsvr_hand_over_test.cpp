@@ -255,6 +255,11 @@ TEST_F(HandOverTest, GoesOnWhenTheProgramOrTheSettingsAreWrong) {
   Install(MSGSVR_PROGRAM);
   std::ofstream(root_.Path("/settings")) << "max_clients = many\n";
   refused("msgsvr: " + root_.Path("/settings") + ":1: max_clients");
+  // More than the least share and the kernel together hold.
+  const WireClient reader = Client("reader");
+  for (int i = 0; i < 1000; ++i) sender_.Send(MakeMessage(kType, "", "reader", 0, std::string(1000, 'x')));
+  std::ofstream(root_.Path("/settings")) << "user_bytes = 262144\nmemory_bytes = 262144\n";
+  refused("msgsvr: user_bytes is too small: clients of user ");
   std::ofstream(root_.Path("/settings")) << "max_clients = 2\n";
   HandOver();
   sender_.Send(MakeMessage(kType, "", "receiver", 51));
