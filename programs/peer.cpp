@@ -3,6 +3,15 @@
 #include <unistd.h>
 
 namespace zor::daemon {
+namespace {
+
+int OptionOf(int socket, int option) {
+  int value = -1;
+  socklen_t size = sizeof value;
+  return ::getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
+}
+
+}  // namespace
 
 ucred PeerOf(int socket) {
   ucred credentials = {};
@@ -13,6 +22,11 @@ ucred PeerOf(int socket) {
 
 bool IsOperator(uid_t user) {
   return user == 0 || user == ::geteuid();
+}
+
+bool IsConnection(int socket, int domain) {
+  return OptionOf(socket, SO_TYPE) == SOCK_STREAM && OptionOf(socket, SO_ACCEPTCONN) == 0 &&
+         OptionOf(socket, SO_DOMAIN) == domain;
 }
 
 }  // namespace zor::daemon

@@ -12,6 +12,9 @@ ucred PeerOf(int socket);
 // Whether the peer's user may inspect and configure the server: root and the server's own user.
 bool IsOperator(uid_t user);
 
+// Whether it is a stream socket that a listener of that domain has accepted, or one like it.
+bool IsConnection(int socket, int domain);
+
 }  // namespace zor::daemon
 
 #endif

@@ -8,6 +8,7 @@
 #include "msgsvr/bus_fields.h"
 #include "msgsvr/client_fields.h"
 #include "msgsvr/frames.h"
+#include "programs/journal/crash_mark.h"
 #include "programs/journal/names.h"
 #include "programs/journal_store.h"
 
@@ -22,9 +23,6 @@ using daemon::PassedDescriptor;
 using daemon::journal::kNone;
 
 constexpr size_t kDescriptorFrameSize = 2;
-// A crash says more about the frame at work than a kill, which may hit the same frame twice by chance.
-constexpr uint32_t kCrash = 2, kKill = 1;
-constexpr uint32_t kMost = 2 * kCrash;  // at one frame
 
 bool IsZero(std::span<const std::byte> bytes) {
   return std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte{0}; });
@@ -122,8 +120,8 @@ void Recovery::KeepInput(JournalTurn &turn, size_t routed, JournalClient &from) 
   if (turn.readDescriptor) from.notes.halfDescriptor = 1;
   if (turn.frameAt == daemon::journal::kNoFrame || turn.frameAt < routed) return;
   from.notes.suspectAt = static_cast<uint32_t>(turn.frameAt - routed);
-  from.notes.crashes = (again ? turn.state.crashes : 0) + (turn.crashed ? kCrash : kKill);
-  if (from.notes.crashes >= kMost) DropFrame(from);
+  from.notes.crashes = (again ? turn.state.crashes : 0) + (turn.crashed ? daemon::kCrash : daemon::kKill);
+  if (from.notes.crashes >= daemon::kMostCrashes) DropFrame(from);
 }
 
 // The descriptor has gone with the process. Of its two bytes, at the end of the input, the second may be still to come:

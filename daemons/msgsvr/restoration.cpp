@@ -9,24 +9,13 @@
 #include "msgsvr/delivery.h"
 #include "msgsvr/recorded_time.h"
 #include "programs/limits.h"
+#include "programs/peer.h"
 
 namespace zor::msgsvr {
 namespace {
 
 AppName NameOf(const AppName::Field &field) {
   return AppName::FromField(field).value_or(AppName());
-}
-
-int SocketOption(int socket, int option) {
-  int value = -1;
-  socklen_t size = sizeof value;
-  return ::getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
-}
-
-// Whether it is a socket as the listener of such clients makes them.
-bool IsConnection(int socket, bool local) {
-  return SocketOption(socket, SO_TYPE) == SOCK_STREAM && SocketOption(socket, SO_ACCEPTCONN) == 0 &&
-         SocketOption(socket, SO_DOMAIN) == (local ? AF_UNIX : AF_INET);
 }
 
 EventSet SetOf(const std::vector<uint16_t> &bits) {
@@ -124,7 +113,7 @@ const char *Restoration::Fill(Client &client, const ClientRecord &record) {
 
 bool Restoration::CheckSockets(Client &client, const ClientRecord &record) {
   client.halfDescriptor = descriptors_.Take(record.halfDescriptor);
-  return IsConnection(client.socket.get(), client.peer.local) &&
+  return daemon::IsConnection(client.socket.get(), client.peer.local ? AF_UNIX : AF_INET) &&
          (record.halfDescriptor < 0 || client.halfDescriptor.valid());
 }
 

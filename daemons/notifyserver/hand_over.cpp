@@ -42,7 +42,7 @@ void Server::ContinueHandOver() {
 UniqueFd Server::WriteState() {
   daemon::StateWriter state = NewState();
   notifyserver::Add(state, ServerRecord{listener_.fd(), listener_.lockFd(), Nanoseconds(router_.control().start()),
-                                        lastId_, router_.lastRegistration(), journal_.Name()});
+                                        lastId_, router_.lastRegistration()});
   for (const auto &[key, client] : clients_) {
     if (!client->ended()) notifyserver::Add(state, client->Record());
   }

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "programs/journal/crash_mark.h"
 #include "programs/journal/turn.h"
 #include "programs/limits.h"
 
@@ -14,8 +15,6 @@ namespace zor::notifyserver {
 namespace {
 
 constexpr size_t kNoFrame = UINT32_MAX;
-// A frame that a server has crashed on so often is dropped.
-constexpr uint32_t kFatalCrashes = 2;
 
 }  // namespace
 
@@ -141,7 +140,7 @@ std::optional<size_t> Intake::RouteLong(Client &client, std::span<const std::byt
 
 void Intake::RouteAt(size_t offset, Client &client, Frame &frame) {
   daemon::Journal &journal = shared_.journal;
-  const bool fatal = offset == 0 && journal.turn().crashes >= kFatalCrashes;
+  const bool fatal = offset == 0 && journal.turn().crashes >= daemon::kMostCrashes;
   journal.SetFrameAt(offset);
   if (fatal) {
     DropFatal(client, frame);
@@ -152,8 +151,7 @@ void Intake::RouteAt(size_t offset, Client &client, Frame &frame) {
 }
 
 void Intake::DropFatal(Client &client, const Frame &frame) {
-  log_.PrintOf(client.holder(),
-               "message 0x%x of %zu bytes from %s to module %u dropped: the server has crashed on it twice",
+  log_.PrintOf(client.holder(), "message 0x%x of %zu bytes from %s to module %u dropped: the server crashes at it",
                frame.head.msg_type, frame.bytes.size(), client.Label().c_str(), frame.head.des_id);
   router_.Refuse(client, frame);
 }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "notifyserver/server_state.h"
+#include "programs/journal/crash_mark.h"
 
 namespace zor::notifyserver {
 namespace {
@@ -30,7 +31,8 @@ void AddUnrouted(const JournalTurn &turn, ClientRecord &record) {
   if (turn.state.kept == record.input.size()) record.input.clear();
   const auto unrouted = std::span(turn.buffer).subspan(turn.state.routed);
   record.input.insert(record.input.end(), unrouted.begin(), unrouted.end());
-  record.crashes = turn.frameAt == turn.state.routed ? turn.state.crashes + 1 : 0;
+  if (turn.frameAt != turn.state.routed) return;
+  record.crashes = turn.state.crashes + (turn.crashed ? daemon::kCrash : daemon::kKill);
 }
 
 }  // namespace

@@ -78,7 +78,6 @@ class Server {
   void TakeOverCrashed(std::vector<daemon::PassedDescriptor> &passed);
   void Restore(ServerState &state, daemon::DescriptorSet &descriptors);
   void RestoreClient(const ClientRecord &record, daemon::DescriptorSet &descriptors);
-  void StoreJournal(const std::vector<std::string> &former);
 
   // hand_over.cpp
   void BeginHandOver();

@@ -13,7 +13,6 @@ void Describe(Fields &fields, Record &record) {
   fields(3, record.started);
   fields(4, record.lastId);
   fields(5, record.lastRegistration);
-  fields(6, record.journal);
 }
 
 template <typename Fields, daemon::OneOf<OwedReplyRecord> Record>

@@ -22,7 +22,6 @@ struct ServerRecord {
   int64_t started = 0;
   uint64_t lastId = 0;
   uint64_t lastRegistration = 0;
-  std::string journal;  // the name under which the journal is stored with the service manager
 };
 
 // The reply that a client gets when the server has been replaced.

@@ -8,8 +8,9 @@
 
 #include "notifyserver/server.h"
 #include "programs/journal/names.h"
-#include "programs/journal/reader.h"
+#include "programs/journal_store.h"
 #include "programs/paths.h"
+#include "programs/peer.h"
 
 namespace zor::notifyserver {
 namespace {
@@ -18,30 +19,6 @@ namespace {
 // own.
 constexpr mode_t kDirectoryMode = 01777;
 constexpr mode_t kSocketMode = 0666;
-
-int SocketOption(int socket, int option) {
-  int value = -1;
-  socklen_t size = sizeof value;
-  return ::getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
-}
-
-// Whether it is a socket as the listener makes them.
-bool IsConnection(int socket) {
-  return SocketOption(socket, SO_TYPE) == SOCK_STREAM && SocketOption(socket, SO_ACCEPTCONN) == 0 &&
-         SocketOption(socket, SO_DOMAIN) == AF_UNIX;
-}
-
-// The passed journals, newest first.
-std::vector<daemon::PassedDescriptor> TakeJournals(std::vector<daemon::PassedDescriptor> &passed) {
-  const auto numberOf = [](const daemon::PassedDescriptor &each) {
-    return daemon::journal::NumberIn(each.name, daemon::journal::kNamePrefix);
-  };
-  const auto journals = std::ranges::stable_partition(passed, [&](const auto &each) { return !numberOf(each); });
-  std::vector<daemon::PassedDescriptor> taken(std::move_iterator(journals.begin()), std::move_iterator(journals.end()));
-  passed.erase(journals.begin(), journals.end());
-  std::ranges::sort(taken, std::greater(), numberOf);
-  return taken;
-}
 
 }  // namespace
 
@@ -81,7 +58,7 @@ daemon::ExitCode Server::TakeOver(const daemon::Inheritance &inheritance, daemon
   listener_.Adopt(descriptors.Take(state->server.listener), descriptors.Take(state->server.lock), SOCK_STREAM);
   if (!Watch()) return daemon::kExitFailure;
   Restore(*state, descriptors);
-  StoreJournal({state->server.journal});
+  daemon::StoreJournal(journal_, {});
   inheritance.Report(log_);
   if (state->owed) router_.control().Owe(*state->owed);
   for (const auto &[key, client] : clients_) {
@@ -98,22 +75,15 @@ daemon::ExitCode Server::TakeOver(const daemon::Inheritance &inheritance, daemon
 // The new journal takes the place of the old ones before the first byte is sent: until then this process may end, and
 // the next one finds everything as this one did.
 void Server::TakeOverCrashed(std::vector<daemon::PassedDescriptor> &passed) {
-  std::vector<daemon::PassedDescriptor> journals = TakeJournals(passed);
-  std::optional<daemon::JournalContent> content;
-  std::string problem;
-  std::vector<std::string> names;
-  for (const daemon::PassedDescriptor &journal : journals) {
-    if (!content) content = daemon::ReadJournal(journal.fd.get(), log_.program(), problem);
-    names.push_back(journal.name);
-  }
-  if (!journals.empty() && !content) log_.Print("the journal of the former server is not used: %s", problem.c_str());
+  auto content = daemon::ReadPassedJournal(passed, log_.program(), log_);
   ServerState state;
   if (content) state = RecoverState(std::move(*content));
   daemon::DescriptorSet descriptors;
   size_t unknown = 0;
   for (daemon::PassedDescriptor &each : passed) {
     const auto id = daemon::journal::NumberIn(each.name, kStoredPrefix);
-    const auto record = std::ranges::find(state.clients, id.value_or(0), [](const auto &r) { return r.standing.id; });
+    if (!id) continue;
+    const auto record = std::ranges::find(state.clients, *id, [](const auto &r) { return r.standing.id; });
     if (record != state.clients.end() && record->socket < 0) {
       record->socket = descriptors.Add(std::move(each.fd));
     } else {
@@ -121,10 +91,10 @@ void Server::TakeOverCrashed(std::vector<daemon::PassedDescriptor> &passed) {
       daemon::RemoveStoredDescriptors(each.name);
     }
   }
-  passed.clear();
   if (unknown > 0) log_.Print("%zu connections cut off: nothing is known of their clients", unknown);
   Restore(state, descriptors);
-  StoreJournal(names);
+  daemon::StoreJournal(journal_, passed);
+  passed.clear();
   if (content || unknown > 0) log_.Print("took over from a server that crashed: %zu clients", clients_.size());
   for (const uint64_t id : state.unrouted) {
     for (const auto &[key, client] : clients_) {
@@ -147,7 +117,7 @@ void Server::Restore(ServerState &state, daemon::DescriptorSet &descriptors) {
 void Server::RestoreClient(const ClientRecord &record, daemon::DescriptorSet &descriptors) {
   UniqueFd socket = descriptors.Take(record.socket);
   const char *problem = ProblemOf(record);
-  if (problem == nullptr && !IsConnection(socket.get())) problem = "its socket is missing";
+  if (problem == nullptr && !daemon::IsConnection(socket.get(), AF_UNIX)) problem = "its socket is missing";
   const bool known =
       std::ranges::any_of(clients_, [&](const auto &each) { return each.second->id() == record.standing.id; });
   if (problem == nullptr && known) problem = "its number is another's";
@@ -161,12 +131,6 @@ void Server::RestoreClient(const ClientRecord &record, daemon::DescriptorSet &de
   lastId_ = std::max(lastId_, client.id());
   if (client.registered()) router_.Adopt(client);
   if (!client.Restore(record) || !client.Watch()) client.End("no memory to take it over");
-}
-
-// From here on a crash finds this process's journal.
-void Server::StoreJournal(const std::vector<std::string> &former) {
-  journal_.SetComplete();
-  daemon::ReplaceStoredDescriptors(former, journal_.Name(), journal_.fd());
 }
 
 }  // namespace zor::notifyserver

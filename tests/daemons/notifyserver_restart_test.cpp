@@ -18,6 +18,7 @@
 #include "daemons/notifyserver_fixture.h"
 #include "daemons/store_manager.h"
 #include "notifyserver/record.h"
+#include "programs/journal/crash_mark.h"
 #include "programs/journal/journal.h"
 #include "programs/journal/slot.h"
 #include "programs/journal/turn.h"
@@ -212,7 +213,7 @@ TEST_F(NotifyServerRestart, EndsClientsWhoseSocketOrRecordIsMissingAndTheirReque
   Settle(web, 26);
 }
 
-// The journal of a server that has crashed for the second time on the first frame that it had read.
+// The journal of a server that has crashed once more on the first frame that it had read.
 TEST_F(NotifyServerRestart, DropsAFrameThatHasCrashedTheServerTwiceAndRoutesTheNext) {
   const NotifyFrame fatal = MakeRequest(kType, 1, 26, 8, "fatal");
   const NotifyFrame next = MakeRequest(kType, 2, 26, 8, "next");
@@ -230,9 +231,10 @@ TEST_F(NotifyServerRestart, DropsAFrameThatHasCrashedTheServerTwiceAndRoutesTheN
   }
   const std::string bytes = fatal.Bytes() + next.Bytes();
   ASSERT_TRUE(sender.AppendInput(std::as_bytes(std::span(bytes))));
-  sender.EditNotes().crashes = 1;
+  sender.EditNotes().crashes = daemon::kMostCrashes - daemon::kCrash;
   daemon::BeginTurn(sender);
   journal->SetFrameAt(0);
+  journal->crashMark() = 1;
   journal->SetComplete();
   manager_.store.emplace_back(journal->Name(), UniqueFd(::dup(journal->fd())));
   manager_.store.emplace_back("client-1", UniqueFd(web.near.Release()));
