@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "msgsvr/boards.h"
+#include "programs/boards.h"
 
 namespace zor::msgsvr {
 
@@ -11,7 +11,7 @@ std::string StoredName(uint64_t id) {
 }
 
 daemon::Holder HolderOf(int socket, const Peer &peer) {
-  return {peer.uid, peer.local ? int64_t{peer.pid} : int64_t{BoardAddress(socket)}};
+  return {peer.uid, peer.local ? int64_t{peer.pid} : int64_t{daemon::BoardAddress(socket)}};
 }
 
 Client::Client(UniqueFd connection, const Peer &other, uint64_t number, daemon::Journal &journal, size_t queueBytes,

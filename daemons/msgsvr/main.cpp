@@ -12,7 +12,6 @@
 
 #include "msgsvr/recovery.h"
 #include "msgsvr/server.h"
-#include "msgsvr/tcp_listener.h"
 #include "programs/descriptor_set.h"
 #include "programs/holdings.h"
 #include "programs/limits.h"
@@ -20,6 +19,7 @@
 #include "programs/paths.h"
 #include "programs/server_main.h"
 #include "programs/stop_signal.h"
+#include "programs/tcp_listener.h"
 
 namespace {
 
@@ -73,14 +73,14 @@ bool MakeDirectories(daemon::ProblemLog &log) {
 // The sockets at which the server listens.
 struct Listeners {
   daemon::LocalSocket local;
-  msgsvr::TcpListener tcp;
+  daemon::TcpListener tcp;
 };
 
 // What the service manager may have stored is another one.
 bool ListenTcp(const std::string &address, Listeners &listeners, daemon::ProblemLog &log) {
   daemon::RemoveStoredDescriptors(kStoredTcp);
   if (address.empty()) return true;
-  listeners.tcp = msgsvr::ListenTcp(address);
+  listeners.tcp = daemon::ListenTcp(address);
   if (listeners.tcp.socket.valid()) {
     daemon::StoreDescriptor(kStoredTcp, listeners.tcp.socket.get());
   } else {
@@ -94,8 +94,8 @@ daemon::ExitCode Listen(const msgsvr::BusSettings &settings, std::vector<daemon:
                         Listeners &listeners, daemon::ProblemLog &log) {
   const auto code = listeners.local.OpenPassed(ZOR_PATH_MSGSVR, SOCK_STREAM, kSocketMode, passed, log);
   if (code != daemon::kExitOk) return code;
-  if (UniqueFd tcp = daemon::TakePassed(passed, kStoredTcp); msgsvr::ListensAt(tcp.get(), settings.tcp)) {
-    listeners.tcp = msgsvr::AdoptTcp(std::move(tcp));
+  if (UniqueFd tcp = daemon::TakePassed(passed, kStoredTcp); daemon::ListensAt(tcp.get(), settings.tcp)) {
+    listeners.tcp = daemon::AdoptTcp(std::move(tcp));
     return daemon::kExitOk;
   }
   return ListenTcp(settings.tcp, listeners, log) ? daemon::kExitOk : daemon::kExitFailure;
@@ -112,7 +112,7 @@ daemon::ExitCode TakeListeners(const msgsvr::BusSettings &settings, const msgsvr
   }
   UniqueFd tcp = descriptors.Take(record.tcp);
   if (tcp.valid() && record.tcpSetting == settings.tcp) {
-    listeners.tcp = msgsvr::AdoptTcp(std::move(tcp));
+    listeners.tcp = daemon::AdoptTcp(std::move(tcp));
   } else {
     ListenTcp(settings.tcp, listeners, log);
   }
@@ -146,7 +146,7 @@ int Check(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, std::spa
     log.Print("%s", problem.c_str());
     return daemon::kExitState;
   }
-  if (settings.tcp.empty() || settings.tcp == state->listeners.tcpSetting || msgsvr::CanListenTcp(settings.tcp)) {
+  if (settings.tcp.empty() || settings.tcp == state->listeners.tcpSetting || daemon::CanListenTcp(settings.tcp)) {
     return daemon::kExitOk;
   }
   log.PrintErrno("tcp = %s: cannot listen", settings.tcp.c_str());

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "msgsvr/boards.h"
 #include "msgsvr/registration.h"
+#include "programs/boards.h"
 #include "programs/limits.h"
 
 namespace zor::msgsvr {
@@ -40,12 +40,12 @@ void Requests::Register(Client &from, const Frame &frame) {
 // A board that has lost its connection and returns gets its name from the old connection: at once if that is silent, or
 // else as soon as the kernel has found it dead. Another process of the same name on a living board keeps its own.
 void Requests::ReplaceSilent(const Client &newcomer) {
-  const in_addr_t board = BoardAddress(newcomer.socket.get());
+  const in_addr_t board = daemon::BoardAddress(newcomer.socket.get());
   const auto named = bus_.names.ClientsNamed(newcomer.name);
   for (Client *old : std::vector<Client *>(named.begin(), named.end())) {
-    if (old->peer.local || board == 0 || BoardAddress(old->socket.get()) != board) continue;
-    if (!IsSilent(old->socket.get())) {
-      Probe(old->socket.get());
+    if (old->peer.local || board == 0 || daemon::BoardAddress(old->socket.get()) != board) continue;
+    if (!daemon::IsSilent(old->socket.get())) {
+      daemon::Probe(old->socket.get());
       continue;
     }
     old->reset = true;

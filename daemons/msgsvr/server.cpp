@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "msgsvr/boards.h"
 #include "msgsvr/farewell.h"
 #include "msgsvr/restoration.h"
+#include "programs/boards.h"
 #include "programs/journal_store.h"
 #include "programs/limits.h"
 #include "programs/peer.h"
@@ -150,7 +150,7 @@ void Server::Admit(UniqueFd socket, bool local) {
                      bus_.accounts.ClientsOf(peer.uid), peer.pid, bus_.accounts.clients());
     return;
   }
-  if (!local) SetUpBoard(socket.get(), bus_.settings.boardSilence);
+  if (!local) daemon::SetUpBoard(socket.get(), bus_.settings.boardSilence);
   newcomers_.Prune(4 * bus_.settings.maxClients, [this](uint64_t id) {
     const Client *client = bus_.Find(id);
     return client != nullptr && !client->registered();

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <iterator>
 
-#include "msgsvr/tcp_listener.h"
 #include "programs/limits.h"
+#include "programs/tcp_listener.h"
 
 namespace zor::msgsvr {
 namespace {
@@ -34,7 +34,7 @@ bool TakeOutput(const cJSON *value, NamedTrace &trace) {
   trace.members.output = text;
   if (text == "stdout" || text == "file") return true;
   // Daemons read the port as a decimal number and reject 0.
-  const auto address = ParseTcpAddress(text);
+  const auto address = daemon::ParseTcpAddress(text);
   return address && address->sin_port != 0 && text.size() < ZOR_TRACE_OUTPUT_TEXT_SIZE &&
          text.find_first_not_of("0123456789.:") == text.npos;
 }

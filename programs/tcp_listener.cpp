@@ -1,4 +1,4 @@
-#include "msgsvr/tcp_listener.h"
+#include "programs/tcp_listener.h"
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -8,7 +8,7 @@
 #include "common/socket_address.h"
 #include "programs/settings.h"
 
-namespace zor::msgsvr {
+namespace zor::daemon {
 namespace {
 
 std::string Format(const sockaddr_in &address) {
@@ -45,7 +45,7 @@ std::optional<sockaddr_in> ParseTcpAddress(const std::string &text) {
   uint64_t port;
   sockaddr_in address = {};
   address.sin_family = AF_INET;
-  if (colon == text.npos || !daemon::ParseNumber(text.substr(colon + 1), &port) || port > 65535 ||
+  if (colon == text.npos || !ParseNumber(text.substr(colon + 1), &port) || port > 65535 ||
       ::inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) != 1) {
     return std::nullopt;
   }
@@ -75,4 +75,4 @@ TcpListener ListenTcp(const std::string &text) {
   return AdoptTcp(std::move(socket));
 }
 
-}  // namespace zor::msgsvr
+}  // namespace zor::daemon

@@ -1,6 +1,6 @@
 // The listening socket for daemons on other boards.
-#ifndef MSGSVR_TCP_LISTENER_H
-#define MSGSVR_TCP_LISTENER_H
+#ifndef PROGRAMS_TCP_LISTENER_H
+#define PROGRAMS_TCP_LISTENER_H
 
 #include <netinet/in.h>
 
@@ -9,7 +9,7 @@
 
 #include "common/unique_fd.h"
 
-namespace zor::msgsvr {
+namespace zor::daemon {
 
 struct TcpListener {
   UniqueFd socket;
@@ -31,6 +31,6 @@ TcpListener AdoptTcp(UniqueFd socket);
 // Listens on an IPv4 ADDRESS:PORT. On failure the socket is invalid and errno says why.
 TcpListener ListenTcp(const std::string &address);
 
-}  // namespace zor::msgsvr
+}  // namespace zor::daemon
 
 #endif

@@ -1,12 +1,12 @@
 // Connections from other boards, which may lose power or their cable without a word.
-#ifndef MSGSVR_BOARDS_H
-#define MSGSVR_BOARDS_H
+#ifndef PROGRAMS_BOARDS_H
+#define PROGRAMS_BOARDS_H
 
 #include <netinet/in.h>
 
 #include <chrono>
 
-namespace zor::msgsvr {
+namespace zor::daemon {
 
 // Small messages are sent at once, and the connection ends when the board has not answered for that long.
 void SetUpBoard(int socket, std::chrono::seconds silence);
@@ -19,6 +19,6 @@ bool IsSilent(int socket);
 // Makes the kernel ask at once whether the board is still there: the connection ends in a few seconds if it is not.
 void Probe(int socket);
 
-}  // namespace zor::msgsvr
+}  // namespace zor::daemon
 
 #endif

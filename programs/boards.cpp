@@ -1,11 +1,11 @@
-#include "msgsvr/boards.h"
+#include "programs/boards.h"
 
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 
-namespace zor::msgsvr {
+namespace zor::daemon {
 namespace {
 
 void SetTcp(int socket, int option, long long value) {
@@ -49,4 +49,4 @@ void Probe(int socket) {
   AskAfter(socket, 1, kSeconds);
 }
 
-}  // namespace zor::msgsvr
+}  // namespace zor::daemon
