@@ -20,13 +20,14 @@ const Accounts &Nobodies() {
 
 // Peers of every kind, with and without what may be unknown.
 std::vector<Identity> Peers() {
-  std::vector<Identity> peers(4);
+  std::vector<Identity> peers(5);
   peers[1].user = 7;
   peers[1].groups = {7, 8};
   peers[2] = peers[1];
   peers[2].unit = "a.service";
   peers[2].executable = "/a";
-  peers[3].board = 0x0A000001;
+  peers[4].board = peers[3].board = 0x0A000001;
+  peers[4].certificate = "modem";
   return peers;
 }
 

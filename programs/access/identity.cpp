@@ -137,7 +137,9 @@ std::string UnitOfPath(std::string_view path) {
 
 }  // namespace
 
+// A board keeps its certificate when it gets another address.
 bool Identity::IsSameOwner(const Identity &other) const {
+  if (certificate || other.certificate) return certificate == other.certificate;
   return (user.has_value() || board.has_value()) && user == other.user && board == other.board;
 }
 

@@ -20,8 +20,9 @@ struct Identity {
   std::optional<uid_t> user;                 // none for another board
   std::optional<std::vector<gid_t>> groups;  // with the effective one
   std::optional<std::string> executable;
-  std::optional<std::string> unit;     // empty: it belongs to none
-  std::optional<std::uint32_t> board;  // IPv4 address of another board, in the host's byte order
+  std::optional<std::string> unit;         // empty: it belongs to none
+  std::optional<std::uint32_t> board;      // IPv4 address of another board, in the host's byte order
+  std::optional<std::string> certificate;  // that board's name in its certificate, if it has proved to have one
 
   // Whether a name that one of them holds may also be given to the other.
   bool IsSameOwner(const Identity &other) const;

@@ -87,6 +87,7 @@ class Lesson {
   // Empty when it does not tell peers apart.
   std::string TextOf(const Who &who) const {
     std::string text;
+    if (!who.boardNames.empty()) return "board:" + who.boardNames.front().text;
     if (!who.boards.empty()) {
       char address[INET_ADDRSTRLEN];
       const in_addr number = {htonl(who.boards.front().address)};

@@ -24,7 +24,8 @@ std::string WhoText(const Identity &identity) {
   if (identity.board) {
     char address[INET_ADDRSTRLEN];
     const in_addr number = {htonl(*identity.board)};
-    add("board:", ::inet_ntop(AF_INET, &number, address, sizeof address));
+    ::inet_ntop(AF_INET, &number, address, sizeof address);
+    add("board:", identity.certificate ? *identity.certificate + ',' + address : address);
   }
   if (identity.user) add("user:", std::to_string(*identity.user));
   if (identity.groups && !identity.groups->empty()) {

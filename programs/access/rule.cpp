@@ -31,13 +31,18 @@ bool MatchesUsers(const Who &who, const std::optional<uid_t> &user, bool unknown
 bool Who::Matches(const Identity &identity, bool unknown) const {
   if (identity.board) {
     if (isLocal || !users.empty() || !groups.empty() || !executables.empty() || !units.empty()) return false;
-    return boards.empty() || std::any_of(boards.begin(), boards.end(), [&](const Boards &each) {
-             return (*identity.board & each.mask) == each.address;
-           });
+    return MatchesBoard(identity, unknown);
   }
-  return boards.empty() && MatchesUsers(*this, identity.user, unknown) &&
+  return boards.empty() && boardNames.empty() && MatchesUsers(*this, identity.user, unknown) &&
          MatchesGroups(groups, identity.groups, unknown) &&
          access::Matches(executables, identity.executable, unknown) && access::Matches(units, identity.unit, unknown);
+}
+
+bool Who::MatchesBoard(const Identity &identity, bool unknown) const {
+  if (boards.empty() && boardNames.empty()) return true;
+  const bool hasAddress = std::any_of(
+      boards.begin(), boards.end(), [&](const Boards &each) { return (*identity.board & each.mask) == each.address; });
+  return hasAddress || (!boardNames.empty() && access::Matches(boardNames, identity.certificate, unknown));
 }
 
 bool What::Matches(const Action &action, bool overlapping) const {

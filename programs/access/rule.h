@@ -35,9 +35,13 @@ struct Who {
   std::vector<Pattern> executables;
   std::vector<Pattern> units;
   std::vector<Boards> boards;
+  std::vector<Pattern> boardNames;  // with `boards` one list
 
   // unknown: what a condition on a fact that is not known amounts to.
   bool Matches(const Identity &identity, bool unknown) const;
+
+ private:
+  bool MatchesBoard(const Identity &identity, bool unknown) const;
 };
 
 struct What {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "programs/board_name.h"
 #include "programs/limits.h"
 #include "programs/settings.h"
 
@@ -62,7 +63,16 @@ bool ReadUnit(const std::string &item, const Accounts &, Who &who) {
   return pattern.has_value();
 }
 
+// Names begin with a letter and addresses do not.
+bool ReadBoardName(const std::string &item, Who &who) {
+  auto pattern = ParsePattern(item);
+  if (!pattern || !daemon::IsBoardName(pattern->text)) return false;
+  who.boardNames.push_back(std::move(*pattern));
+  return true;
+}
+
 bool ReadBoard(const std::string &item, const Accounts &, Who &who) {
+  if (ReadBoardName(item, who)) return true;
   const std::size_t slash = std::min(item.find('/'), item.size());
   std::uint64_t bits = 32;
   in_addr address = {};
@@ -89,7 +99,8 @@ constexpr Condition kConditions[] = {
     {"group:", "no such group", [](const Who &who) { return !who.groups.empty(); }, ReadGroup},
     {"exe:", "not an absolute path", [](const Who &who) { return !who.executables.empty(); }, ReadExecutable},
     {"unit:", "not the name of a unit", [](const Who &who) { return !who.units.empty(); }, ReadUnit},
-    {"board:", "not an IPv4 address, ADDRESS/BITS or *", [](const Who &who) { return !who.boards.empty(); }, ReadBoard},
+    {"board:", "not a board's name, an IPv4 address, ADDRESS/BITS or *",
+     [](const Who &who) { return !who.boards.empty() || !who.boardNames.empty(); }, ReadBoard},
 };
 
 // Null for a word that is no condition.

@@ -34,10 +34,19 @@ bool CoversCondition(const std::vector<Item> &wide, const std::vector<Item> &nar
   return wide.empty() || (!narrow.empty() && CoversAll(wide, narrow));
 }
 
+// Addresses and names are one list. No address has a name, but every board has some address.
+bool CoversBoards(const Who &wide, const Who &narrow) {
+  if (wide.boards.empty() && wide.boardNames.empty()) return true;
+  if (narrow.boards.empty() && narrow.boardNames.empty()) return false;
+  const bool isEvery =
+      std::any_of(wide.boards.begin(), wide.boards.end(), [](const Boards &each) { return each.mask == 0; });
+  return CoversAll(wide.boards, narrow.boards) && (isEvery || CoversAll(wide.boardNames, narrow.boardNames));
+}
+
 bool Covers(const Who &wide, const Who &narrow) {
   if (wide.isLocal ? !narrow.isLocal && narrow.users.empty() : !CoversCondition(wide.users, narrow.users)) return false;
   return CoversCondition(wide.groups, narrow.groups) && CoversCondition(wide.executables, narrow.executables) &&
-         CoversCondition(wide.units, narrow.units) && CoversCondition(wide.boards, narrow.boards);
+         CoversCondition(wide.units, narrow.units) && CoversBoards(wide, narrow);
 }
 
 bool Covers(const What &wide, const What &narrow) {
@@ -50,7 +59,7 @@ bool Covers(const What &wide, const What &narrow) {
 bool ReachesFurther(const Rule &earlier, const Rule &rule) {
   const Who &who = earlier.who;
   const bool isCertain = who.groups.empty() && who.executables.empty() && who.units.empty() && who.users.empty() &&
-                         !who.isLocal && earlier.what.verb != Verb::kServe;
+                         who.boardNames.empty() && !who.isLocal && earlier.what.verb != Verb::kServe;
   return !earlier.allows || rule.allows || isCertain;
 }
 

@@ -45,9 +45,10 @@ class Access : public testing::Test {
     return identity;
   }
 
-  static access::Identity Board(std::uint32_t address) {
+  static access::Identity Board(std::uint32_t address, std::optional<std::string> certificate = {}) {
     access::Identity identity;
     identity.board = address;
+    identity.certificate = std::move(certificate);
     return identity;
   }
 

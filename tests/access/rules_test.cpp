@@ -39,7 +39,9 @@ TEST_F(RulesTest, EveryMistakeIsReportedWithItsLineAndRejectsAll) {
       {"allow = user:web exe:web all", "not an absolute path"},
       {"allow = exe:/usr/sbin/web own web", "no condition by itself"},
       {"allow = user:web unit: all", "not the name of a unit"},
-      {"allow = board:10.0.0.1/33 all", "not an IPv4 address"},
+      {"allow = board:10.0.0.1/33 all", "an IPv4 address"},
+      {"allow = board:modem/8 all", "not a board's name"},
+      {"allow = board:10.0.0.1,5g-modem all", "not a board's name"},
       {"allow = any", "nothing that is done"},
       {"allow = any take web", "not something that is done: \"take\""},
       {"allow = any own", "takes a list of names"},
@@ -87,9 +89,12 @@ TEST_F(RulesTest, TheFirstRuleThatConcernsBothDecides) {
       "deny = user:web serve /api/admin*\n"
       "allow = user:web serve /api/*\n"
       "allow = user:web own a\\x2cb\\x2a\n"
-      "allow = user:web module 26,30-40\n");
+      "allow = user:web module 26,30-40\n"
+      "deny = board:cam2 post *\n"
+      "allow = board:cam*,10.2.0.1 post *\n");
   const Identity web = User("web"), inUnit = UserInUnit("web", "web.service"), guest = User("guest");
   const Identity board = Board(0x0A01FFFF), otherBoard = Board(0x0A020001);
+  const Identity camera = Board(7, "camera"), second = Board(7, "cam2"), modem = Board(7, "modem");
   const struct {
     const Identity &who;
     Verb verb;
@@ -126,6 +131,10 @@ TEST_F(RulesTest, TheFirstRuleThatConcernsBothDecides) {
       {web, Verb::kModule, 26, "", true, 12},
       {web, Verb::kModule, 41, "", false, 0},
       {guest, Verb::kControl, 0xFF000, "", false, 0},
+      {camera, Verb::kPost, 0, "x", true, 14},
+      {second, Verb::kPost, 0, "x", false, 13},
+      {modem, Verb::kPost, 0, "x", false, 0},
+      {otherBoard, Verb::kPost, 0, "x", false, 13},  // it may be that board
   };
   for (const auto &each : kCases) {
     const access::Verdict verdict = rules.Decide(each.who, {each.verb, each.number, each.name});
@@ -152,16 +161,24 @@ TEST_F(RulesTest, WhatIsNotKnownEarnsNothingAndEscapesNothing) {
 
 TEST_F(RulesTest, ANameThatAnotherUserHoldsIsNotGranted) {
   const Identity web = User("web"), guest = User("guest"), board = Board(1), otherBoard = Board(2), unknown;
+  const Identity modem = Board(1, "modem"), moved = Board(2, "modem"), camera = Board(1, "camera");
   const Rules rules = Parse("allow = any own *");
   const auto reason = [&](const Rules &from, const Identity &who, const Identity &holder) {
     return from.Decide(who, {Verb::kOwn, 0, "x", &holder}).reason;
   };
-  for (const auto &[who, holder] :
-       {std::pair{&guest, &web}, {&board, &web}, {&web, &board}, {&board, &otherBoard}, {&unknown, &unknown}}) {
+  for (const auto &[who, holder] : {std::pair{&guest, &web},
+                                    {&board, &web},
+                                    {&web, &board},
+                                    {&board, &otherBoard},
+                                    {&unknown, &unknown},
+                                    {&board, &modem},
+                                    {&modem, &board},
+                                    {&camera, &modem}}) {
     EXPECT_EQ(reason(rules, *who, *holder), Reason::kHeld);
   }
   EXPECT_EQ(reason(rules, web, UserInUnit("web", "x.service")), Reason::kRule);
   EXPECT_EQ(reason(rules, board, board), Reason::kRule);
+  EXPECT_EQ(reason(rules, moved, modem), Reason::kRule);
   EXPECT_EQ(reason(Parse("shared_names = yes\nallow = any own *"), guest, web), Reason::kRule);
   EXPECT_EQ(reason(Rules(), guest, web), Reason::kOpen);
 }
@@ -242,6 +259,9 @@ TEST_F(RulesTest, ARuleThatNeverDecidesIsFound) {
       {"allow = user:web own web\nallow = user:web unit:w.service own web", 2},
       {"deny = user:web,guest send 1-9 to a*\nallow = user:web send 2,3-4 to a,ab*", 2},
       {"allow = board:10.0.0.0/8 all\ndeny = board:10.2.0.0/16 own x", 2},
+      {"deny = board:*,x all\nallow = board:modem,10.2.0.1 own x", 2},
+      {"allow = board:modem all\ndeny = board:modem own x", 0},  // where there is no certificate
+      {"deny = board:10.0.0.0/8 all\nallow = board:modem own x", 0},
       {"deny = user:* all\nallow = user:web own x", 2},
       {"allow = user:web own web\ndeny = user:web own web", 0},  // where the user is not known
       {"deny = user:web own web\nallow = any own web", 0},

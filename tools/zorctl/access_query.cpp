@@ -44,6 +44,10 @@ access::Identity IdentityOf(const access::Who &who, const access::Accounts &acco
     if (board->mask != UINT32_MAX) throw Failure(kExitUsage, "not one board", "give its address");
     identity.board = board->address;
   }
+  if (const std::string *board = OnlyText(who.boardNames, "board")) {
+    identity.certificate = *board;
+    if (!identity.board) identity.board = 0;
+  }
   return identity;
 }
 
