@@ -70,6 +70,15 @@ Charge::Charge(Accounts &accounts, const Holder &holder)
   ++accounts.clients_;
 }
 
+void Charge::MoveTo(const Holder &holder) {
+  if (released_ || holder.user != holder_.user || holder == holder_) return;
+  const auto process = accounts_.processes_.try_emplace(holder, 0).first;
+  ++process->second;
+  if (--process_->second == 0) accounts_.processes_.erase(process_);
+  process_ = process;
+  holder_ = holder;
+}
+
 bool Charge::MayTake(size_t more) const {
   const size_t wanted = bytes_ + more;
   if (wanted <= Accounts::kOwnBytes) return true;

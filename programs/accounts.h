@@ -76,6 +76,8 @@ class Charge {
   Charge(const Charge &) = delete;
   Charge &operator=(const Charge &) = delete;
 
+  // Charges another holder of the same user instead. Throws std::bad_alloc, with nothing changed.
+  void MoveTo(const Holder &holder);
   // Whether the client may take so many bytes more.
   bool MayTake(size_t more) const;
   void Set(size_t bytes);
@@ -86,7 +88,7 @@ class Charge {
 
  private:
   Accounts &accounts_;
-  const Holder holder_;
+  Holder holder_;
   std::map<uid_t, Accounts::User>::iterator user_;
   std::map<Holder, size_t>::iterator process_;
   size_t bytes_ = 0;

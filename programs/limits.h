@@ -174,6 +174,29 @@ inline constexpr std::size_t kRequests = 64;  // the library waits for one at a 
 
 }  // namespace notifyserver
 
+namespace zortunnel {
+
+// The tunnel to other boards.
+
+// [s] Time that a handshake may take (setting handshake_seconds): the connection is closed.
+inline constexpr std::uint32_t kHandshakeSeconds = 10;
+inline constexpr std::uint32_t kMostHandshakeSeconds = 600;
+// [connections] Connections at one time (setting max_connections): further ones are turned away.
+inline constexpr std::size_t kConnections = 256;
+// [connections] Unfinished handshakes (setting max_handshakes): the oldest one of the address with most of them ends.
+inline constexpr std::size_t kHandshakes = 64;
+// [connections] Connections with one board's certificate (setting board_connections): a further one is turned away.
+inline constexpr std::size_t kBoardConnections = 64;
+inline constexpr std::size_t kMostConnections = 16384;
+// [s] Time for the last words of a connection that is ending: they are lost.
+inline constexpr std::chrono::seconds kEndTime{10};
+inline constexpr std::chrono::milliseconds kFirstPause{250};
+// [s] Pause of a board before it tries the gateway again, doubled by each failure from a quarter of a second: stays at
+// that.
+inline constexpr std::chrono::seconds kMostPause{30};
+
+}  // namespace zortunnel
+
 namespace mlogserver {
 
 // The logging daemon.

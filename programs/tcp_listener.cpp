@@ -11,12 +11,6 @@
 namespace zor::daemon {
 namespace {
 
-std::string Format(const sockaddr_in &address) {
-  char text[INET_ADDRSTRLEN];
-  return std::string(::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text)) + ':' +
-         std::to_string(ntohs(address.sin_port));
-}
-
 // The address that it is bound to.
 std::optional<sockaddr_in> AddressOf(int socket) {
   sockaddr_in address = {};
@@ -53,6 +47,16 @@ std::optional<sockaddr_in> ParseTcpAddress(const std::string &text) {
   return address;
 }
 
+bool IsLoopback(const sockaddr_in &address) {
+  return ntohl(address.sin_addr.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
+}
+
+std::string TextOf(const sockaddr_in &address) {
+  char text[INET_ADDRSTRLEN];
+  return std::string(::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text)) + ':' +
+         std::to_string(ntohs(address.sin_port));
+}
+
 bool CanListenTcp(const std::string &text) {
   return BindTcp(text).valid();
 }
@@ -66,7 +70,7 @@ bool ListensAt(int socket, const std::string &text) {
 
 TcpListener AdoptTcp(UniqueFd socket) {
   const auto address = AddressOf(socket.get());
-  return {std::move(socket), address ? Format(*address) : ""};
+  return {std::move(socket), address ? TextOf(*address) : ""};
 }
 
 TcpListener ListenTcp(const std::string &text) {

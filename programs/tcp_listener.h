@@ -19,6 +19,12 @@ struct TcpListener {
 // An IPv4 ADDRESS:PORT; nothing for any other text.
 std::optional<sockaddr_in> ParseTcpAddress(const std::string &text);
 
+// Whether only this machine reaches it.
+bool IsLoopback(const sockaddr_in &address);
+
+// ADDRESS:PORT.
+std::string TextOf(const sockaddr_in &address);
+
 // Whether that is possible, without any effect; errno says why not.
 bool CanListenTcp(const std::string &address);
 

@@ -1,6 +1,7 @@
 #include "msgsvr/client.h"
 
 #include <cstdio>
+#include <functional>
 
 #include "programs/boards.h"
 
@@ -11,6 +12,7 @@ std::string StoredName(uint64_t id) {
 }
 
 daemon::Holder HolderOf(int socket, const Peer &peer) {
+  if (peer.throughTunnel) return {peer.uid, 0};  // until the tunnel has said more
   return {peer.uid, peer.local ? int64_t{peer.pid} : int64_t{daemon::BoardAddress(socket)}};
 }
 
@@ -25,12 +27,22 @@ Client::Client(UniqueFd connection, const Peer &other, uint64_t number, daemon::
   Settle();
 }
 
+// The name counts, whatever the address: as a number that is no address and no process.
+void Client::SetBoard(TunnelledBoard known) {
+  constexpr uint64_t kNoAddress = uint64_t{1} << 62;
+  charge.MoveTo({peer.uid, static_cast<int64_t>(std::hash<std::string>()(known.name) % kNoAddress | kNoAddress)});
+  board = std::move(known);
+}
+
 Client::Text Client::Label() const {
   Text label;
   const std::string_view shown = registered() ? name.text() : "an unregistered client";
   const int length = static_cast<int>(shown.size());
   if (peer.local) {
     std::snprintf(label.text_.data(), label.text_.size(), "%.*s (pid %d)", length, shown.data(), peer.pid);
+  } else if (peer.throughTunnel) {
+    const char *which = board.name.empty() ? "not yet known" : board.name.c_str();
+    std::snprintf(label.text_.data(), label.text_.size(), "%.*s (board %s)", length, shown.data(), which);
   } else {
     std::snprintf(label.text_.data(), label.text_.size(), "%.*s (TCP)", length, shown.data());
   }

@@ -32,6 +32,13 @@ struct Peer {
   bool local;  // on this machine: has credentials, shares files and descriptors
   uid_t uid;
   pid_t pid;
+  bool throughTunnel = false;  // on a board that has shown a certificate to the tunnel
+};
+
+// The board behind the tunnel, as the tunnel has said.
+struct TunnelledBoard {
+  std::string name;  // in its certificate; empty until the tunnel has said it
+  uint32_t address = 0;
 };
 
 struct Client {
@@ -40,6 +47,10 @@ struct Client {
          daemon::Accounts &accounts);
 
   bool registered() const { return !name.empty(); }
+  // Whether the tunnel has yet to say which board it is.
+  bool isUnknownBoard() const { return peer.throughTunnel && board.name.empty(); }
+  // Throws std::bad_alloc.
+  void SetBoard(TunnelledBoard known);
   // The number of its latest message among all messages from it.
   uint32_t ordinal() const { return static_cast<uint32_t>(counters.in); }
   // Its name in log lines, which takes no memory.
@@ -49,7 +60,7 @@ struct Client {
 
    private:
     friend struct Client;
-    std::array<char, 64> text_{};
+    std::array<char, 96> text_{};
   };
   Text Label() const;
   // Makes room in the record of deliveries, as far as its share goes. Throws std::bad_alloc.
@@ -61,6 +72,7 @@ struct Client {
 
   UniqueFd socket;
   Peer peer;
+  TunnelledBoard board;
   uint64_t id;
   daemon::Charge charge;
   AppName name;               // empty until the server has granted one

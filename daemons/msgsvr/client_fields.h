@@ -63,6 +63,9 @@ void Describe(Fields &fields, Record &record) {
   fields(14, record.patterns);
   fields(15, record.barrier);
   fields(16, record.monitor);
+  fields(20, record.throughTunnel);
+  fields(21, record.board);
+  fields(22, record.boardAddress);
 }
 
 template <typename Fields, daemon::OneOf<QueuedRecord> Record>

@@ -6,6 +6,7 @@
 #include "msgsvr/frames.h"
 #include "msgsvr/input.h"
 #include "msgsvr/recorded_time.h"
+#include "programs/board_name.h"
 #include "programs/limits.h"
 
 namespace zor::msgsvr {
@@ -49,6 +50,13 @@ bool IsQueue(const std::vector<QueuedRecord> &queue) {
   return true;
 }
 
+// A board that is not yet known is not registered.
+bool IsBoard(const StandingRecord &record) {
+  if (!record.throughTunnel) return record.board.empty();
+  if (record.local) return false;
+  return daemon::IsBoardName(record.board) || (record.board.empty() && record.name == AppName::Field{});
+}
+
 bool AreTimes(const ClientRecord &record) {
   bool valid = IsTime(record.standing.lastReport);
   if (record.pause) valid = valid && IsTime(record.pause->until) && IsTime(record.pause->progressAt);
@@ -78,6 +86,9 @@ StandingRecord StandingRecordOf(const Bus &bus, const Client &client) {
   }
   record.barrier = BarrierOf(bus, client);
   record.monitor = bus.monitors.StateOf(client);
+  record.throughTunnel = client.peer.throughTunnel;
+  record.board = client.board.name;
+  record.boardAddress = client.board.address;
   return record;
 }
 
@@ -112,6 +123,7 @@ const char *ProblemOf(const ClientRecord &record) {
   const auto name = AppName::FromField(standing.name);
   if (standing.id == 0) return "it has no number";
   if (!name || (!name->empty() && !name->IsGrantable())) return "its name is malformed";
+  if (!IsBoard(standing)) return "its board is malformed";
   if (!AreEventBits(standing.events)) return "it has subscribed to an unknown event";
   if (standing.gap.types.size() > limits::msgsvr::kGapTypes) return "it has missed too many events";
   if (standing.barrier && !AppName::FromField(standing.barrier->name)) return "its barrier is malformed";

@@ -51,6 +51,9 @@ struct StandingRecord {
   std::vector<PatternRecord> patterns;
   std::optional<BarrierRecord> barrier;
   std::optional<Monitors::State> monitor;
+  bool throughTunnel = false;
+  std::string board = {};  // its name; empty: not yet known, or not through the tunnel
+  uint32_t boardAddress = 0;
 };
 
 struct QueuedRecord {

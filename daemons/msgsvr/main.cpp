@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "msgsvr/boards_socket.h"
 #include "msgsvr/recovery.h"
 #include "msgsvr/server.h"
 #include "programs/descriptor_set.h"
@@ -41,6 +42,8 @@ constexpr mode_t kMessageDirectoryMode = 02770;
 
 // The name of the TCP listener in the service manager's descriptor store.
 constexpr std::string_view kStoredTcp = "tcp";
+// And that of the tunnel's socket.
+constexpr std::string_view kStoredBoards = "boards";
 
 // Descriptors that do not belong to clients.
 constexpr rlim_t kOwnDescriptors = 64;
@@ -60,7 +63,7 @@ void RaiseDescriptorLimit(size_t maxClients) {
 // Room for what all clients together may hold. Those that are restored stay, also beyond a limit that has become lower.
 // The bus itself has a place too, and so have clients that have made room for others in one turn.
 daemon::Journal::Size JournalSizeOf(const msgsvr::BusSettings &settings, size_t restored) {
-  constexpr size_t kFurther = 1 + 2 * msgsvr::kNewcomersPerTurn;  // from two listeners
+  constexpr size_t kFurther = 1 + 3 * msgsvr::kNewcomersPerTurn;  // from three listeners
   return {std::max(settings.maxClients, restored) + kFurther, settings.memoryBytes, msgsvr::kInputBuffer};
 }
 
@@ -74,6 +77,7 @@ bool MakeDirectories(daemon::ProblemLog &log) {
 struct Listeners {
   daemon::LocalSocket local;
   daemon::TcpListener tcp;
+  UniqueFd boards;
 };
 
 // What the service manager may have stored is another one.
@@ -89,6 +93,19 @@ bool ListenTcp(const std::string &address, Listeners &listeners, daemon::Problem
   return listeners.tcp.socket.valid();
 }
 
+// The same for the tunnel.
+bool ListenBoards(const std::string &path, Listeners &listeners, daemon::ProblemLog &log) {
+  daemon::RemoveStoredDescriptors(kStoredBoards);
+  if (path.empty()) return true;
+  listeners.boards = msgsvr::ListenForTunnel(path);
+  if (listeners.boards.valid()) {
+    daemon::StoreDescriptor(kStoredBoards, listeners.boards.get());
+  } else {
+    log.PrintErrno("boards = %s: cannot listen", path.c_str());
+  }
+  return listeners.boards.valid();
+}
+
 // The service manager has those of a server that has crashed.
 daemon::ExitCode Listen(const msgsvr::BusSettings &settings, std::vector<daemon::PassedDescriptor> &passed,
                         Listeners &listeners, daemon::ProblemLog &log) {
@@ -96,9 +113,14 @@ daemon::ExitCode Listen(const msgsvr::BusSettings &settings, std::vector<daemon:
   if (code != daemon::kExitOk) return code;
   if (UniqueFd tcp = daemon::TakePassed(passed, kStoredTcp); daemon::ListensAt(tcp.get(), settings.tcp)) {
     listeners.tcp = daemon::AdoptTcp(std::move(tcp));
+  } else if (!ListenTcp(settings.tcp, listeners, log)) {
+    return daemon::kExitFailure;
+  }
+  if (UniqueFd boards = daemon::TakePassed(passed, kStoredBoards); msgsvr::ListensAt(boards.get(), settings.boards)) {
+    listeners.boards = std::move(boards);
     return daemon::kExitOk;
   }
-  return ListenTcp(settings.tcp, listeners, log) ? daemon::kExitOk : daemon::kExitFailure;
+  return ListenBoards(settings.boards, listeners, log) ? daemon::kExitOk : daemon::kExitFailure;
 }
 
 // Those of the predecessor. A TCP address that only the new settings name is opened; that it was free then, the trial
@@ -115,6 +137,12 @@ daemon::ExitCode TakeListeners(const msgsvr::BusSettings &settings, const msgsvr
     listeners.tcp = daemon::AdoptTcp(std::move(tcp));
   } else {
     ListenTcp(settings.tcp, listeners, log);
+  }
+  UniqueFd boards = descriptors.Take(record.boards);
+  if (boards.valid() && record.boardsSetting == settings.boards) {
+    listeners.boards = std::move(boards);
+  } else {
+    ListenBoards(settings.boards, listeners, log);
   }
   return daemon::kExitOk;
 }
@@ -146,11 +174,17 @@ int Check(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, std::spa
     log.Print("%s", problem.c_str());
     return daemon::kExitState;
   }
-  if (settings.tcp.empty() || settings.tcp == state->listeners.tcpSetting || daemon::CanListenTcp(settings.tcp)) {
-    return daemon::kExitOk;
+  const msgsvr::ListenersRecord &listeners = state->listeners;
+  if (!settings.tcp.empty() && settings.tcp != listeners.tcpSetting && !daemon::CanListenTcp(settings.tcp)) {
+    log.PrintErrno("tcp = %s: cannot listen", settings.tcp.c_str());
+    return daemon::kExitState;
   }
-  log.PrintErrno("tcp = %s: cannot listen", settings.tcp.c_str());
-  return daemon::kExitState;
+  if (!settings.boards.empty() && settings.boards != listeners.boardsSetting &&
+      !msgsvr::CanListenForTunnel(settings.boards)) {
+    log.PrintErrno("boards = %s: cannot listen", settings.boards.c_str());
+    return daemon::kExitState;
+  }
+  return daemon::kExitOk;
 }
 
 // Says that clients are served from now on.
@@ -193,7 +227,8 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   msgsvr::Bus bus(settings, *journal, daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR), log);
   bus.verbose = start.verbose;
   msgsvr::Server server(bus, signals,
-                        {listeners.local.fd(), listeners.local.lockFd(), listeners.tcp.socket.get(), settings.tcp},
+                        {listeners.local.fd(), listeners.local.lockFd(), listeners.tcp.socket.get(), settings.tcp,
+                         listeners.boards.get(), settings.boards},
                         start.image);
   if (!server.Watch()) {
     log.PrintErrno("cannot start");

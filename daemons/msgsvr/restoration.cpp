@@ -60,7 +60,7 @@ void Restoration::RestoreBus(const BusRecord &record) {
 
 void Restoration::RestoreClient(const ClientRecord &record) {
   const StandingRecord &standing = record.standing;
-  const Peer peer = {standing.local, standing.uid, standing.pid};
+  const Peer peer = {standing.local, standing.uid, standing.pid, standing.throughTunnel};
   const size_t queueBytes =
       std::clamp<size_t>(record.queueBytes, bus_.settings.queueBytes, limits::msgsvr::kMostQueueBytes);
   Client &client = bus_.clients.emplace_back(descriptors_.Take(record.socket), peer, standing.id, bus_.journal,
@@ -85,6 +85,7 @@ const char *Restoration::Fill(Client &client, const ClientRecord &record) {
   if (!client.slot.AppendInput(record.partial)) return "what it sent cannot be restored";
   RestoreNotes(client, record);
   client.backlog = record.backlog;
+  if (!standing.board.empty()) client.SetBoard({standing.board, standing.boardAddress});
   client.since = standing.since;
   client.events = SetOf(standing.events);
   client.leaving = standing.leaving;
@@ -113,7 +114,8 @@ const char *Restoration::Fill(Client &client, const ClientRecord &record) {
 
 bool Restoration::CheckSockets(Client &client, const ClientRecord &record) {
   client.halfDescriptor = descriptors_.Take(record.halfDescriptor);
-  return daemon::IsConnection(client.socket.get(), client.peer.local ? AF_UNIX : AF_INET) &&
+  return daemon::IsConnection(client.socket.get(),
+                              client.peer.local || client.peer.throughTunnel ? AF_UNIX : AF_INET) &&
          (record.halfDescriptor < 0 || client.halfDescriptor.valid());
 }
 

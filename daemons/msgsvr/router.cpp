@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "msgsvr/introduction.h"
 #include "programs/limits.h"
 
 namespace zor::msgsvr {
@@ -53,6 +54,7 @@ void Router::GiveUp(Client &from, const Frame &frame) {
 }
 
 void Router::RouteFrame(Client &from, Frame &frame) {
+  if (from.isUnknownBoard()) return IntroduceBoard(bus_, from, frame);
   ++from.counters.in;
   ++bus_.counters.in;
   if (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty()) return requests_.Register(from, frame);

@@ -20,12 +20,6 @@ namespace {
 constexpr std::chrono::seconds kReportCheck{1};
 constexpr std::chrono::milliseconds kPauseCheck{10};
 
-Peer PeerOf(int socket, bool local) {
-  if (!local) return {false, static_cast<uid_t>(-1), -1};
-  const ucred peer = daemon::PeerOf(socket);
-  return {true, peer.uid, peer.pid};
-}
-
 }  // namespace
 
 Server::Server(Bus &bus, daemon::ServerSignals &signals, const ListenersRecord &listeners,
@@ -34,8 +28,9 @@ Server::Server(Bus &bus, daemon::ServerSignals &signals, const ListenersRecord &
       router_(bus),
       watch_(bus),
       signals_(signals),
-      local_{listeners.local, true},
-      tcp_{listeners.tcp, false},
+      local_{listeners.local, Listener::Of::kProcesses},
+      tcp_{listeners.tcp, Listener::Of::kBoards},
+      tunnel_{listeners.boards, Listener::Of::kTunnel},
       handOver_({bus, newcomers_, pausedSenders_, watch_}, router_.delivery(), listeners, image) {}
 
 void Server::TakeOver(const ServerState &state, daemon::DescriptorSet &descriptors) {
@@ -69,7 +64,8 @@ bool Server::Watch() {
   return spare_.valid() && bus_.poll.valid() && bus_.poll.Add(signals_.fd(), EPOLLIN, &signals_) && handOver_.valid() &&
          bus_.poll.Add(handOver_.fd(), EPOLLIN, &handOver_) && bus_.poll.Add(watch_.timer(), EPOLLIN, &watch_) &&
          bus_.poll.Add(newcomers_.timer(), EPOLLIN, &newcomers_) && bus_.poll.Add(local_.fd, EPOLLIN, &local_) &&
-         (tcp_.fd < 0 || bus_.poll.Add(tcp_.fd, EPOLLIN, &tcp_));
+         (tcp_.fd < 0 || bus_.poll.Add(tcp_.fd, EPOLLIN, &tcp_)) &&
+         (tunnel_.fd < 0 || bus_.poll.Add(tunnel_.fd, EPOLLIN, &tunnel_));
 }
 
 void Server::Turn() {
@@ -100,7 +96,7 @@ void Server::HandleEvent(const epoll_event &event) {
     watch_.TakeTimer();
   } else if (event.data.ptr == &newcomers_) {
     EndUnregistered();
-  } else if (event.data.ptr == &local_ || event.data.ptr == &tcp_) {
+  } else if (event.data.ptr == &local_ || event.data.ptr == &tcp_ || event.data.ptr == &tunnel_) {
     Accept(*static_cast<const Listener *>(event.data.ptr));
   } else {
     Client &client = *static_cast<Client *>(event.data.ptr);
@@ -125,7 +121,7 @@ void Server::Accept(const Listener &listener) {
   for (int accepted = 0; accepted < kNewcomersPerTurn; ++accepted) {
     UniqueFd socket(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC));
     if (socket.valid()) {
-      if (!bus_.Try([&] { Admit(std::move(socket), listener.local); })) bus_.log.Print("connection refused: no memory");
+      if (!bus_.Try([&] { Admit(std::move(socket), listener.peers); })) bus_.log.Print("connection refused: no memory");
     } else if (errno == EMFILE || errno == ENFILE) {
       return AcceptWithoutDescriptors(listener);
     } else if (errno != ECONNABORTED && errno != EINTR) {
@@ -142,15 +138,21 @@ void Server::AcceptWithoutDescriptors(const Listener &listener) {
   spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
-void Server::Admit(UniqueFd socket, bool local) {
-  const Peer peer = PeerOf(socket.get(), local);
+Peer Server::PeerOf(int socket, Listener::Of kind) {
+  if (kind != Listener::Of::kProcesses) return {false, static_cast<uid_t>(-1), -1, kind == Listener::Of::kTunnel};
+  const ucred peer = daemon::PeerOf(socket);
+  return {true, peer.uid, peer.pid};
+}
+
+void Server::Admit(UniqueFd socket, Listener::Of kind) {
+  const Peer peer = PeerOf(socket.get(), kind);
   const daemon::Holder holder = HolderOf(socket.get(), peer);
   if (!HasRoomFor(holder)) {
     bus_.log.PrintOf(holder, "connection refused: user %u has %zu connections (pid %d), all together %zu", peer.uid,
                      bus_.accounts.ClientsOf(peer.uid), peer.pid, bus_.accounts.clients());
     return;
   }
-  if (!local) daemon::SetUpBoard(socket.get(), bus_.settings.boardSilence);
+  if (kind == Listener::Of::kBoards) daemon::SetUpBoard(socket.get(), bus_.settings.boardSilence);
   newcomers_.Prune(4 * bus_.settings.maxClients, [this](uint64_t id) {
     const Client *client = bus_.Find(id);
     return client != nullptr && !client->registered();

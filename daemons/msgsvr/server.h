@@ -42,8 +42,9 @@ class Server {
 
  private:
   struct Listener {
+    enum class Of { kProcesses, kBoards, kTunnel };
     int fd;
-    bool local;
+    Of peers;
   };
 
   void Turn();
@@ -54,7 +55,8 @@ class Server {
   void Accept(const Listener &listener);
   void AcceptWithoutDescriptors(const Listener &listener);
   // May throw std::bad_alloc, with nothing changed.
-  void Admit(UniqueFd socket, bool local);
+  void Admit(UniqueFd socket, Listener::Of kind);
+  static Peer PeerOf(int socket, Listener::Of kind);
   bool HasRoomFor(const daemon::Holder &newcomer);
 
   void MarkReadable(Client &client);
@@ -76,6 +78,7 @@ class Server {
   daemon::Watchdog watchdog_;
   Listener local_;
   Listener tcp_;
+  Listener tunnel_;
   UniqueFd spare_;  // closed for a moment to turn a connection away when the process has no descriptors left
   bool running_ = true;
   PausedSenders pausedSenders_;

@@ -15,6 +15,8 @@ void Describe(Fields &fields, Record &record) {
   fields(2, record.lock);
   fields(3, record.tcp);
   fields(4, record.tcpSetting);
+  fields(5, record.boards);
+  fields(6, record.boardsSetting);
 }
 
 template <typename Fields, daemon::OneOf<RestartRequest> Record>
@@ -41,7 +43,8 @@ void AddDescriptor(int number, std::vector<int> &numbers) {
 }
 
 void AddDescriptors(const ListenersRecord &listeners, std::vector<int> &numbers) {
-  for (const int number : {listeners.local, listeners.lock, listeners.tcp}) AddDescriptor(number, numbers);
+  for (const int number : {listeners.local, listeners.lock, listeners.tcp, listeners.boards})
+    AddDescriptor(number, numbers);
 }
 
 void AddDescriptors(const ClientRecord &client, std::vector<int> &numbers) {

@@ -28,6 +28,8 @@ struct ListenersRecord {
   int lock = -1;
   int tcp = -1;
   std::string tcpSetting;  // the address that the settings asked for
+  int boards = -1;
+  std::string boardsSetting;  // the same as a path
 };
 
 struct ServerState {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "programs/limits.h"
+#include "programs/tcp_listener.h"
 
 namespace zor::msgsvr {
 
@@ -20,7 +21,10 @@ const char kSettingsHelp[] =
     "  user_clients = 224        maximum number of connections of one user\n"
     "  user_bytes = 33554432     memory that one user's clients may take up\n"
     "  memory_bytes = 50331648   memory that all clients may take up; at least user_bytes\n"
-    "  tcp =                     ADDRESS:PORT (IPv4) to listen on for daemons on other boards; port 0: any\n"
+    "  boards =                  path of the socket at which zortunnel hands over daemons on other boards\n"
+    "  tcp =                     ADDRESS:PORT (IPv4) to listen on for other boards without any protection; port 0: "
+    "any\n"
+    "  tcp_unprotected = no      yes: also on an address that is not a loopback address\n"
     "  board_seconds = 12        time without an answer after which another board is taken for dead\n"
     "  kept_file = /var/lib/zor/msgsvr.trace  stores the trace overrides that operators' tools set\n"
     "  deadlock_seconds = 5      time after which daemons that wait for each other in a circle are logged; 0: never\n"
@@ -133,6 +137,21 @@ void ReadShares(daemon::Settings &settings, BusSettings &result) {
   if (result.memoryBytes < result.userBytes) settings.AddMistake("memory_bytes must be at least user_bytes");
 }
 
+// Without certificates and encryption whoever is in that network is trusted with the bus.
+void ReadBoards(daemon::Settings &settings, BusSettings &result) {
+  result.boards = settings.Text("boards", "");
+  if (!result.boards.empty() && !result.boards.starts_with('/')) {
+    settings.AddMistake("boards must be an absolute path");
+  }
+  result.tcp = settings.Text("tcp", "");
+  const bool unprotected = settings.Flag("tcp_unprotected", false);
+  const auto address = daemon::ParseTcpAddress(result.tcp);
+  if (!address || unprotected || daemon::IsLoopback(*address)) return;
+  settings.AddMistake("tcp = " + result.tcp +
+                      ": not a loopback address, and nothing protects what travels there: let zortunnel listen there "
+                      "and set boards, or set tcp_unprotected = yes");
+}
+
 // Reads the settings of one kind, one per daemon. `parse` returns nothing for an invalid value.
 template <typename Value, typename Parse>
 void ReadPerDaemon(daemon::Settings &settings, const std::string &prefix, PerDaemon<Value> &result, Parse parse) {
@@ -198,7 +217,7 @@ BusSettings ReadSettings(daemon::Settings &settings) {
   result.boardSilence =
       std::chrono::seconds(settings.Number("board_seconds", limits::msgsvr::kBoardSeconds,
                                            limits::msgsvr::kLeastBoardSeconds, limits::msgsvr::kMostBoardSeconds));
-  result.tcp = settings.Text("tcp", "");
+  ReadBoards(settings, result);
   result.traceOverridesFile = settings.Path("kept_file", "/var/lib/zor/msgsvr.trace");
   ReadWatch(settings, result);
   ReadRoutes(settings, result);

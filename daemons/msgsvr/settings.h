@@ -68,7 +68,8 @@ struct BusSettings {
   std::chrono::seconds registerTime;
   std::chrono::seconds stopTime;
   std::chrono::seconds boardSilence;
-  std::string tcp;  // ADDRESS:PORT, or empty
+  std::string tcp;     // ADDRESS:PORT, or empty
+  std::string boards;  // fixed path of the tunnel's socket, or empty
   std::string traceOverridesFile;
   uint32_t deadlockSeconds;  // 0: not looked for
   uint32_t stormRate;        // messages a second each way; 0: not looked for

@@ -18,6 +18,7 @@
 #define ZOR_MSG_CONTROL_TRACE_SET UINT32_C(0xFF004)   /* JSON of that shape with "name": the members given replace */
 #define ZOR_MSG_CONTROL_TRACE_CLEAR UINT32_C(0xFF005) /* 12-byte name: back to the settings file; empty: all names */
 #define ZOR_MSG_CONTROL_RESTART UINT32_C(0xFF006)     /* no body; reply: JSON, from the program that took over */
+#define ZOR_MSG_CONTROL_BOARD UINT32_C(0xFF007)       /* from the tunnel, before all else: ZOR_CONTROL_BOARD */
 #define ZOR_MSG_CONTROL_GAPS UINT32_C(0xFF010)        /* no body; data word 1: tell me of events I miss, 0: no longer */
 #define ZOR_MSG_CONTROL_GAP UINT32_C(0xFF011) /* from the server, before the next event: ZOR_CONTROL_GAP, types */
 #define ZOR_MSG_CONTROL_LAST UINT32_C(0xFF0FF)
@@ -29,6 +30,19 @@
 #define ZOR_CONTROL_UNKNOWN UINT32_C(3)   /* no such request */
 #define ZOR_CONTROL_FAILED UINT32_C(4)    /* the server failed: out of memory, or a disk error */
 #define ZOR_CONTROL_UNCHANGED UINT32_C(5) /* the server was not replaced and goes on; the body: why, a text */
+
+/* Which board is at the other end of a connection that the tunnel has made. It is valid only as the first message to
+   the socket that msgsvr has for the tunnel, where every connection begins with it; there is no reply. */
+#define ZOR_CONTROL_BOARD_MAGIC UINT32_C(0x5A544E31) /* "ZTN1" */
+#define ZOR_CONTROL_BOARD_VERSION UINT32_C(1)
+#define ZOR_CONTROL_BOARD_NAME_SIZE 64
+typedef struct {
+  uint32_t magic;                         /* ZOR_CONTROL_BOARD_MAGIC */
+  uint32_t version;                       /* ZOR_CONTROL_BOARD_VERSION */
+  uint32_t address;                       /* IPv4 address from which the board came */
+  uint32_t port;                          /* and its port */
+  char name[ZOR_CONTROL_BOARD_NAME_SIZE]; /* in the board's certificate, zero-filled, with at least one zero */
+} ZOR_CONTROL_BOARD;
 
 /* Which messages to copy. Zero means any: a filter of zeros asks for everything. No filter at all ends the copies; the
    reply is one uint32_t, the number of copies lost since the latest one. */

@@ -58,6 +58,7 @@ void Describe(Fields &fields, Record &record) {
   fields(3, record.executable);
   fields(4, record.unit);
   fields(5, record.board);
+  fields(6, record.certificate);
 }
 
 }  // namespace zor::access

@@ -96,6 +96,10 @@ class MsgsvrState : public testing::Test {
     deaf.standing.barrier.reset();
     deaf.standing.monitor.reset();
     deaf.deaf = true;
+    deaf.standing.local = false;
+    deaf.standing.throughTunnel = true;
+    deaf.standing.board = "modem";
+    deaf.standing.boardAddress = 18;
     for (size_t i = 0; i < state.clients.size(); ++i) state.clients[i].socket = numbers_[i];
     return state;
   }
