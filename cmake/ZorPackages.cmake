@@ -1,8 +1,8 @@
-# The libraries that ours depend on, as imported targets: SQLite::SQLite3, OpenSSL::Crypto, Zor::cJSON and Zor::tirpc; and the
+# The libraries that ours depend on, as imported targets: SQLite::SQLite3, OpenSSL::Crypto, OpenSSL::SSL, Zor::cJSON and Zor::tirpc; and the
 # header-only ones that zorctl needs: Zor::CLI11 and Zor::nlohmann_json. Found by
 # their files, not through pkg-config, so that a cross build needs only its own search path.
 find_package(SQLite3 3.37 REQUIRED)
-find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
+find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto SSL)
 
 function(zor_find_library name header library suffix package)
   find_path(${name}_INCLUDE_DIR ${header} PATH_SUFFIXES ${suffix})

@@ -1,0 +1,36 @@
+// Owners of OpenSSL's objects, and its errors as text.
+#ifndef ZORTUNNEL_TLS_H
+#define ZORTUNNEL_TLS_H
+
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+
+#include <memory>
+#include <string>
+
+namespace zor::tunnel {
+
+template <auto kFree>
+struct Freer {
+  template <class Object>
+  void operator()(Object *object) const noexcept {
+    kFree(object);
+  }
+};
+
+using ContextPtr = std::unique_ptr<SSL_CTX, Freer<SSL_CTX_free>>;
+using SslPtr = std::unique_ptr<SSL, Freer<SSL_free>>;
+using BioPtr = std::unique_ptr<BIO, Freer<BIO_free_all>>;
+using KeyPtr = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
+using CertificatePtr = std::unique_ptr<X509, Freer<X509_free>>;
+using NamesPtr = std::unique_ptr<GENERAL_NAMES, Freer<GENERAL_NAMES_free>>;
+
+// What OpenSSL has reported since the last call, the first cause first; it is forgotten. Never empty.
+std::string TakeErrors();
+
+// Why a call on a connection failed, from its result of SSL_get_error; errno must be as the call left it.
+std::string FailureOf(const SSL *ssl, int error);
+
+}  // namespace zor::tunnel
+
+#endif
