@@ -1,5 +1,6 @@
 #include "support/capture.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@ namespace zor::test {
 
 Capture::Capture(int fd)
     : fd_(fd), saved_((std::fflush(nullptr), ::dup(fd))), file_(::memfd_create("capture", MFD_CLOEXEC)) {
+  ::fcntl(file_, F_SETFL, O_APPEND);  // children write at the same time
   ::dup2(file_, fd_);
 }
 
