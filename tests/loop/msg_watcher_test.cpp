@@ -20,6 +20,7 @@
 #include "support/capture.h"
 #include "support/child.h"
 #include "support/scripted_server.h"
+#include "support/wire_client.h"
 
 namespace {
 
@@ -97,6 +98,16 @@ class MsgWatcher : public testing::Test {
   bool torn_ = false;
   UvMsgWatcher *watcher_;
 };
+
+TEST_F(MsgWatcher, TakesTheWholeFrameOfADescriptorThatNobodyAskedFor) {
+  const zor::test::WireClient peer(sockets_.far.Release());
+  peer.SendDescriptor(0);
+  peer.Send(MakeMessage(1, "peer", "me", 0, "body"));
+  EXPECT_EQ(Read(), ZOR_E_IO);
+  EXPECT_FALSE(torn_) << "what follows begins with a header";
+  EXPECT_EQ(Read(), ZOR_OK);
+  EXPECT_THAT(seen.bodies, ElementsAre("body"));
+}
 
 TEST_F(MsgWatcher, HandsMessagesOverInOrderAlsoThoseInPieces) {
   for (const std::string &body : {std::string(), std::string(2048, 'y')}) Send(body);

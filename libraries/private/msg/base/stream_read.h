@@ -21,12 +21,13 @@ struct ReadWaits {
 std::uint32_t StatusOfFailedRead(ssize_t count) noexcept;
 
 // Reads exactly length bytes and reduces length by what was read, also on failure. ZOR_E_TIMEOUT: nothing within a
-// wait, or a negative descriptor; else as above.
-std::uint32_t ReadExactly(int fd, void *buffer, std::size_t &length, ReadWaits waits) noexcept;
+// wait, or a negative descriptor; else as above. It ends with ZOR_E_IO and `descriptor` after bytes beside which a
+// descriptor came: the kernel has closed that, and ends a read after such bytes.
+std::uint32_t ReadExactly(int fd, void *buffer, std::size_t &length, ReadWaits waits, bool &descriptor) noexcept;
 
 // One read of at most length bytes that waits without a limit and is repeated when it is interrupted or finds no data:
-// the result of read(2).
-ssize_t ReadOnce(int fd, void *buffer, std::size_t length) noexcept;
+// the result of read(2). `descriptor`: whether one came beside the bytes, as above.
+ssize_t ReadOnce(int fd, void *buffer, std::size_t length, bool &descriptor) noexcept;
 
 // Reads what is there, at least one byte and at most length. The statuses of ReadExactly, but ZOR_E_PEER_GONE for a
 // negative descriptor.

@@ -8,12 +8,18 @@
 #include <cstdio>
 
 namespace zor {
+namespace {
+
+constexpr std::size_t kDescriptorFrameLength = 2;
+
+}  // namespace
 
 std::uint32_t MessageReader::ReadHeaderAtOnce() noexcept {
-  const ssize_t count = ReadOnce(fd_, message_.get(), rules_.headerLength);
+  bool descriptor = false;
+  const ssize_t count = ReadOnce(fd_, message_.get(), rules_.headerLength, descriptor);
   if (count <= 0) return StatusOfFailedRead(count);
   if (count == static_cast<ssize_t>(rules_.headerLength)) return ZOR_OK;
-  torn_ = true;
+  torn_ = !descriptor || count != static_cast<ssize_t>(kDescriptorFrameLength);
   const int error = errno;
   std::printf("msgapi fail to read for not a head length, ret=%d, errno=%d, fd=%d, pid=%d\n", static_cast<int>(count),
               error, fd_, ::getpid());
@@ -26,8 +32,10 @@ std::uint32_t MessageReader::ReadHeader() noexcept {
   if (message_ == nullptr) return ZOR_E_NO_MEMORY;
   if (!rules_.headerInPieces) return ReadHeaderAtOnce();
   std::size_t missing = length_;
-  const std::uint32_t status = ReadExactly(fd_, message_.get(), missing, rules_.headerWaits);
-  torn_ = status != ZOR_OK && missing < length_;
+  bool descriptor = false;
+  const std::uint32_t status = ReadExactly(fd_, message_.get(), missing, rules_.headerWaits, descriptor);
+  const std::size_t taken = length_ - missing;
+  torn_ = status != ZOR_OK && taken > 0 && !(descriptor && taken == kDescriptorFrameLength);
   return status;
 }
 
@@ -42,7 +50,8 @@ std::uint32_t MessageReader::ReadPayload(std::uint32_t length) noexcept {
   if (message_ == nullptr) return ZOR_E_NO_MEMORY;
   char *payload = reinterpret_cast<char *>(message_.get()) + headerLength;
   std::size_t missing = length;
-  const std::uint32_t status = ReadExactly(fd_, payload, missing, rules_.payloadWaits);
+  bool descriptor = false;
+  const std::uint32_t status = ReadExactly(fd_, payload, missing, rules_.payloadWaits, descriptor);
   torn_ = status != ZOR_OK;
   return status;
 }

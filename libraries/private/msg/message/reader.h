@@ -4,6 +4,10 @@
 // readers differ in how long they wait and in whether a header may come in pieces, and say so in their rules; between
 // header and payload each looks at the header in its own way. A reader never takes a byte beyond its message: what
 // follows may be a frame with a descriptor, or belong to another process that shares the socket.
+//
+// Any member may pass a descriptor to any other. A frame with one that the receiver did not ask for fails a header
+// read, but is taken whole: its two bytes would otherwise begin a header whose rest is the sender's choice, and so
+// would the name of the next message's sender be.
 #ifndef MESSAGE_READER_H
 #define MESSAGE_READER_H
 
@@ -28,7 +32,8 @@ class MessageReader {
  public:
   MessageReader(int fd, const ReadRules &rules) noexcept : fd_(fd), rules_(rules) {}
 
-  // The statuses of ReadExactly; ZOR_E_NO_MEMORY, with nothing read, when there is no memory for a header.
+  // The statuses of ReadExactly, ZOR_E_IO for a frame with a descriptor; ZOR_E_NO_MEMORY, with nothing read, when there
+  // is no memory for a header.
   std::uint32_t ReadHeader() noexcept;
 
   // Reads that many bytes behind the header. ZOR_E_NO_MEMORY, with nothing read, for a length above
