@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "cms/requested_path.h"
 #include "common/replacement.h"
 #include "programs/paths.h"
 
@@ -15,15 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The real path for a path in a request, which must be absolute and without "..". Empty if it is invalid.
-std::string RequestedPath(const std::string &path) {
-  const fs::path parts(path);
-  const bool climbs = std::find(parts.begin(), parts.end(), "..") != parts.end();
-  return path.starts_with('/') && !climbs ? daemon::FixedPath(path) : std::string();
-}
-
 uint32_t Write(const std::string &path, uint32_t parts) {
-  return path.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_WriteFile(path.c_str(), parts);
+  return ZOR_STORE_WriteFile(path.c_str(), parts);
 }
 
 // Copies a store file; only another export may be replaced by it.
@@ -41,7 +35,7 @@ uint32_t Copy(const std::string &from, const std::string &to) {
 }
 
 uint32_t Read(const std::string &path, uint32_t parts) {
-  return path.empty() ? ZOR_STORE_E_ARGUMENT : ZOR_STORE_ReadFile(path.c_str(), parts);
+  return ZOR_STORE_ReadFile(path.c_str(), parts);
 }
 
 }  // namespace
@@ -71,31 +65,31 @@ uint32_t Configuration::RestoreSaved(uint32_t user) const {
   return Read(PathOf("config_", user), ZOR_STORE_CONFIGURATION);
 }
 
-uint32_t Configuration::Export(const std::string &path) const {
-  const std::string target = RequestedPath(path);
-  if (target.empty()) return ZOR_STORE_E_ARGUMENT;
+// What was saved is there, and a file in its place would keep it from being saved again.
+bool Configuration::IsTarget(const std::string &path) const {
+  return !path.empty() && !IsIn(path, daemon::FixedPath(directory_));
+}
+
+uint32_t Configuration::Export(const std::string &target) const {
+  if (!IsTarget(target)) return ZOR_STORE_E_ARGUMENT;
   return exports_.Seal(target, [](const std::string &file) { return Write(file, ZOR_STORE_CONFIGURATION); });
 }
 
-uint32_t Configuration::ExportSaved(uint32_t user, const std::string &path) const {
-  const std::string target = RequestedPath(path);
-  if (target.empty()) return ZOR_STORE_E_ARGUMENT;
+uint32_t Configuration::ExportSaved(uint32_t user, const std::string &target) const {
+  if (!IsTarget(target)) return ZOR_STORE_E_ARGUMENT;
   return exports_.Seal(target, [&](const std::string &file) { return Copy(PathOf("config_", user), file); });
 }
 
-uint32_t Configuration::CopySaved(uint32_t user, const std::string &path) const {
-  const std::string target = RequestedPath(path);
-  return target.empty() ? ZOR_STORE_E_ARGUMENT : Copy(PathOf("config_", user), target);
+uint32_t Configuration::CopySaved(uint32_t user, const std::string &target) const {
+  return IsTarget(target) ? Copy(PathOf("config_", user), target) : ZOR_STORE_E_ARGUMENT;
 }
 
-uint32_t Configuration::Import(const std::string &path) const {
-  const std::string source = RequestedPath(path);
+uint32_t Configuration::Import(const std::string &source) const {
   if (source.empty()) return ZOR_STORE_E_ARGUMENT;
   return exports_.Open(source, [](const std::string &file) { return Read(file, ZOR_STORE_CONFIGURATION); });
 }
 
-uint32_t Configuration::Check(const std::string &path) const {
-  const std::string source = RequestedPath(path);
+uint32_t Configuration::Check(const std::string &source) const {
   if (source.empty()) return ZOR_STORE_E_ARGUMENT;
   return exports_.Open(source, [](const std::string &file) { return ZOR_STORE_CheckFile(file.c_str()); });
 }

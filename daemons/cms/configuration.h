@@ -33,15 +33,17 @@ class Configuration {
   uint32_t RestoreFactory() const;
   uint32_t RestoreSaved(uint32_t user) const;
 
+  // Files of requests are real paths, empty for a malformed request. No export may be in the directory.
+
   // Encrypts the current configuration.
-  uint32_t Export(const std::string &path) const;
+  uint32_t Export(const std::string &target) const;
   // Encrypts the user's saved configuration; ZOR_STORE_E_NOT_FOUND if there is none.
-  uint32_t ExportSaved(uint32_t user, const std::string &path) const;
+  uint32_t ExportSaved(uint32_t user, const std::string &target) const;
   // Copies it without encryption.
-  uint32_t CopySaved(uint32_t user, const std::string &path) const;
+  uint32_t CopySaved(uint32_t user, const std::string &target) const;
   // Imports or checks an export, encrypted or not.
-  uint32_t Import(const std::string &path) const;
-  uint32_t Check(const std::string &path) const;
+  uint32_t Import(const std::string &source) const;
+  uint32_t Check(const std::string &source) const;
 
   // Clears the configuration and deletes all saved copies of it, for all users.
   uint32_t Clean() const;
@@ -50,6 +52,7 @@ class Configuration {
 
  private:
   std::string PathOf(const char *kind, uint32_t user) const;
+  bool IsTarget(const std::string &path) const;
   uint32_t DeleteSaved(std::initializer_list<std::string_view> kinds) const;
 
   std::string directory_;

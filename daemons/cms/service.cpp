@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "cms/requested_path.h"
 #include "programs/limits.h"
 
 namespace zor::cms {
@@ -72,11 +73,8 @@ std::string SourceOf(const ZOR_MSG_HEAD &request) {
   return {request.source, ::strnlen(request.source, sizeof request.source)};
 }
 
-// The path in a body; empty if the body is malformed.
 std::string PathOf(const ZOR_MSG_HEAD &request) {
-  const size_t length = ::strnlen(BodyOf(request), request.bodyLength);
-  const bool whole = length < request.bodyLength && length < ZOR_CFG_PATH_SIZE;
-  return whole ? std::string(BodyOf(request), length) : std::string();
+  return RequestedPath({BodyOf(request), request.bodyLength});
 }
 
 }  // namespace

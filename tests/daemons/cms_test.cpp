@@ -221,6 +221,10 @@ TEST_F(Cms, RefusesPathsAndFilesThatAreNone) {
   std::filesystem::create_symlink("text", root_.Path("/export.") + std::to_string(daemon_->pid()));
   EXPECT_EQ(Ask(ZOR_MSG_EXPORT_CFG_FILE, PathBody("/export")), 0u);
   EXPECT_EQ(std::filesystem::file_size(root_.Path("/text")), 8u) << "nothing is written over";
+  std::filesystem::create_directory_symlink("cfg", root_.Path("/var/link"));
+  for (const char *path : {"/var/cfg/config_0.db", "/var//cfg/./new", "/var/link/config_0.db"}) {
+    EXPECT_NE(Ask(ZOR_MSG_EXPORT_CFG_FILE, PathBody(path)), 0u) << "in the place of what was saved: " << path;
+  }
   EXPECT_EQ(Para(), "kept");
 }
 
