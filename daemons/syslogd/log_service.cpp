@@ -8,7 +8,7 @@
 #include <new>
 #include <utility>
 
-#include "programs/paths.h"
+#include "syslogd/query_path.h"
 
 namespace zor::syslogd {
 namespace {
@@ -126,7 +126,7 @@ bool LogService::Keep(const LogRecord &record) {
 
 LogService::Result LogService::Query(const ZOR_MSG_HEAD &msg) {
   const auto query = BodyOf<ZOR_LOG_QUERY>(msg);
-  const std::string path = query ? ResultPath(*query) : std::string();
+  const std::string path = query ? ResultPath(*query, options_.queryDirectory) : std::string();
   if (path.empty()) {
     ReportMalformed(msg);
     return kQueryFailed;
@@ -141,16 +141,6 @@ LogService::Result LogService::Query(const ZOR_MSG_HEAD &msg) {
     return kQueryFailed;
   }
   return static_cast<std::uint32_t>(records->size());
-}
-
-// Only files directly in the query directory: any client may send a query, and the daemon may write where they may not.
-std::string LogService::ResultPath(const ZOR_LOG_QUERY &query) const {
-  const std::string path(query.text, ::strnlen(query.text, sizeof query.text));
-  const std::string directory = options_.queryDirectory + "/";
-  if (path.size() == sizeof query.text || !path.starts_with(directory)) return {};
-  const std::string name = path.substr(directory.size());
-  if (name.empty() || name == "." || name == ".." || name.find('/') != name.npos) return {};
-  return daemon::FixedPath(path);
 }
 
 LogService::Result LogService::Clear(const ZOR_MSG_HEAD &msg) {

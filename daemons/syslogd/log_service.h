@@ -53,8 +53,6 @@ class LogService {
   Result Flush(const ZOR_MSG_HEAD &msg);
 
   bool Keep(const LogRecord &record);
-  // The real path of a result file; empty if the requested path is not allowed.
-  std::string ResultPath(const ZOR_LOG_QUERY &query) const;
   void ReportMalformed(const ZOR_MSG_HEAD &msg);
 
   Options options_;
