@@ -232,8 +232,8 @@ std::string BusFrames::Trace() {
 }
 
 std::string BusFrames::Path() {
-  static constexpr std::string_view kPaths[] = {"/var/cfg/export.db",
-                                                "/var/cfg/other.db",
+  static constexpr std::string_view kPaths[] = {"/var/export.db",
+                                                "/var/other.db",
                                                 "/var/cfg/config_0.db",
                                                 "/var/cfg",
                                                 "/var/cfg/../cfg/x.db",
