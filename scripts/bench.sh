@@ -17,6 +17,8 @@ echo
 echo
 "$build/bench/trace_bench" 2>&1
 echo
+TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/tunnel_bench" "$msgsvr" "$build/daemons/zortunnel/zortunnel"
+echo
 "$build/bench/memory_bench" "$msgsvr"
 echo
 "$build/bench/access_bench"
