@@ -23,6 +23,11 @@ namespace {
 
 constexpr int kBatch = 256;
 
+// So that one user's mistakes leave room in the log for lines about others.
+daemon::Holder HolderOf(const Sender &sender) {
+  return {sender.user, sender.process};
+}
+
 // Sends to a path, or to what a path of this process's descriptors stands for.
 ssize_t SendTo(int socket, const sockaddr_un &address, const ZOR_MLOG_MSG &reply) {
   return ::sendto(socket, &reply, ZOR_MLOG_HEAD_SIZE + reply.length, MSG_DONTWAIT | MSG_NOSIGNAL, Generic(&address),
@@ -125,8 +130,8 @@ void Server::Handle(const Datagram &datagram) {
     }
   }
   if (handled) return;
-  problems_.Print("malformed datagram of %zu bytes from \"%s\", %s", datagram.size, PathOf(datagram).c_str(),
-                  NameOf(datagram.sender).c_str());
+  problems_.PrintOf(HolderOf(datagram.sender), "malformed datagram of %zu bytes from \"%s\", %s", datagram.size,
+                    PathOf(datagram).c_str(), NameOf(datagram.sender).c_str());
 }
 
 bool Server::HandleLine(const Datagram &datagram) {
@@ -142,8 +147,8 @@ bool Server::HandleSetStat(const Datagram &datagram) {
   const uid_t user = datagram.sender.user;
   const char *refusal = stats_.Set(statistic->name, statistic->value, user, daemon::IsOperator(user));
   if (refusal != nullptr) {
-    problems_.Print("statistic \"%s\" from \"%s\", %s, refused: %s", statistic->name.c_str(), PathOf(datagram).c_str(),
-                    NameOf(datagram.sender).c_str(), refusal);
+    problems_.PrintOf(HolderOf(datagram.sender), "statistic \"%s\" from \"%s\", %s, refused: %s",
+                      statistic->name.c_str(), PathOf(datagram).c_str(), NameOf(datagram.sender).c_str(), refusal);
   }
   return true;
 }
@@ -185,7 +190,8 @@ void Server::Reply(const Datagram &request, const ZOR_MLOG_MSG &reply) {
   const std::string path = PathOf(request);
   const ClientSocket client(path, clientDirectory_, request.sender.user);
   if (client.refusal() != nullptr) {
-    problems_.Print("no reply to \"%s\", %s: %s", path.c_str(), NameOf(request.sender).c_str(), client.refusal());
+    problems_.PrintOf(HolderOf(request.sender), "no reply to \"%s\", %s: %s", path.c_str(),
+                      NameOf(request.sender).c_str(), client.refusal());
   }
   if (!client.valid()) return;
   const sockaddr_un address = client.Address();
