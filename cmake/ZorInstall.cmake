@@ -29,6 +29,8 @@ foreach(server msgsvr notifyserver mlogserver cms syslogd zortunnel)
   configure_file(packaging/systemd/${server}.service.in packaging/${server}.service @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/packaging/${server}.service DESTINATION lib/systemd/system COMPONENT servers)
 endforeach()
+install(FILES packaging/systemd/notifyserver.socket packaging/systemd/mlogserver.socket
+  DESTINATION lib/systemd/system COMPONENT servers)
 foreach(kind sysusers tmpfiles)
   install(FILES packaging/systemd/${kind}.conf DESTINATION lib/${kind}.d RENAME msgapi.conf COMPONENT servers)
 endforeach()

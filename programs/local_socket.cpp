@@ -76,18 +76,26 @@ ExitCode LocalSocket::OpenPassed(const std::string &fixedPath, int type, mode_t 
                                  std::vector<PassedDescriptor> &passed, ProblemLog &log) {
   if (!SetPath(fixedPath, "", log)) return kExitFailure;
   if (const ExitCode code = AdoptLock(fixedPath, TakePassed(passed, kLockName), log); code != kExitOk) return code;
-  if (UniqueFd listener = TakePassed(passed, kListenerName); listener.valid()) {
-    const char *misfit = Misfit(listener.get(), type);
-    if (misfit == nullptr) {
-      Use(std::move(listener), type);
-      return kExitOk;
-    }
-    log.Print("%s: the socket that was passed is not used: %s", fixedPath.c_str(), misfit);
-    RemoveStoredDescriptors(kListenerName);
-  }
+  if (TakeListener(fixedPath, type, passed, log)) return kExitOk;
   const ExitCode code = Make(fixedPath, type, mode, log);
   stored_ = code == kExitOk && StoreDescriptor(kListenerName, fd_.get());
   return code;
+}
+
+// A socket unit's comes before one that was stored.
+bool LocalSocket::TakeListener(const std::string &fixedPath, int type, std::vector<PassedDescriptor> &passed,
+                               ProblemLog &log) {
+  for (;;) {
+    UniqueFd listener = TakePassed(passed, kListenerName);
+    if (!listener.valid()) return fd_.valid();
+    const char *misfit = fd_.valid() ? "a socket unit has another one" : Misfit(listener.get(), type);
+    if (misfit == nullptr) {
+      Use(std::move(listener), type);
+    } else {
+      log.Print("%s: the socket that was passed is not used: %s", fixedPath.c_str(), misfit);
+      RemoveStoredDescriptors(kListenerName);
+    }
+  }
 }
 
 ExitCode LocalSocket::Make(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log) {
@@ -120,9 +128,10 @@ const char *LocalSocket::Misfit(int listener, int type) const {
   return ::lstat(path_.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) ? nullptr : "its file is gone";
 }
 
-// Listening again makes its peers' view of who serves them that of this process.
+// Listening again makes its peers' view of who serves them that of this process. A socket unit's may block.
 void LocalSocket::Use(UniqueFd listener, int type) {
   fd_ = std::move(listener);
+  ::fcntl(fd_.get(), F_SETFL, ::fcntl(fd_.get(), F_GETFL) | O_NONBLOCK);
   stored_ = HasManager();
   struct stat status = {};
   if (::lstat(path_.c_str(), &status) == 0) {

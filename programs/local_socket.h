@@ -38,7 +38,8 @@ class LocalSocket {
   ExitCode OpenBeside(const std::string &fixedPath, const char *suffix, int type, mode_t mode, ProblemLog &log);
 
   // Adopts the passed descriptors named "listener" and "lock", which it takes out of the vector; opens the socket when
-  // there is none. One that is not what Open makes at that path is named in the log and closed.
+  // there is none. Listeners are those of a socket unit and of a server that crashed; the first that is what Open makes
+  // at that path is used, any other is named in the log and closed.
   // What it opens it stores with the manager.
   ExitCode OpenPassed(const std::string &fixedPath, int type, mode_t mode, std::vector<PassedDescriptor> &passed,
                       ProblemLog &log);
@@ -51,6 +52,8 @@ class LocalSocket {
 
  private:
   bool SetPath(const std::string &fixedPath, const char *suffix, ProblemLog &log);
+  // Whether one of the passed sockets is used from now on; takes all of them out of the vector.
+  bool TakeListener(const std::string &fixedPath, int type, std::vector<PassedDescriptor> &passed, ProblemLog &log);
   ExitCode Make(const std::string &fixedPath, int type, mode_t mode, ProblemLog &log);
   ExitCode AdoptLock(const std::string &fixedPath, UniqueFd lock, ProblemLog &log);
   // Why the socket cannot be adopted; null if it can.

@@ -1,9 +1,12 @@
 // How a local socket is adopted from the service manager.
 #include "programs/local_socket.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include "daemons/manager_socket.h"
 #include "programs/peer.h"
@@ -27,6 +30,12 @@ UniqueFd ConnectTo(const std::string &path) {
   UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const bool connected = ::connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
   return connected ? std::move(fd) : UniqueFd();
+}
+
+ino_t InodeOf(const std::string &path) {
+  struct stat status = {};
+  EXPECT_EQ(::lstat(path.c_str(), &status), 0);
+  return status.st_ino;
 }
 
 // What a server at that path leaves with the manager when it crashes.
@@ -65,6 +74,32 @@ TEST(LocalSocket, IsAdoptedWithItsConnectionsByTheNextServerOnly) {
   }
   EXPECT_EQ(manager.Take(std::chrono::milliseconds(0)).text, "") << "it is stored already";
   EXPECT_EQ(::access(root.Path(kPath).c_str(), F_OK), 0) << "the manager holds it";
+}
+
+// As behind the link of an installed system, where a socket unit holds the socket and passes it blocking.
+TEST(LocalSocket, OfASocketUnitBehindALinkIsUsedInsteadOfAStoredOne) {
+  const TempRoot root;
+  const ManagerSocket manager(root.Path("/manager"));
+  std::vector<PassedDescriptor> passed = Crash(manager, kOther);
+  ASSERT_EQ(::symlink("other", root.Path(kPath).c_str()), 0);
+  UniqueFd unit = std::move(passed.back().fd);
+  ASSERT_EQ(::fcntl(unit.get(), F_SETFL, 0), 0);
+  const ino_t file = InodeOf(root.Path(kOther));
+  passed.clear();
+  passed.push_back({"listener", std::move(unit)});
+  passed.push_back({"listener", UniqueFd(::socket(AF_UNIX, SOCK_STREAM, 0))});
+  passed.push_back({"client-1", UniqueFd(::socket(AF_UNIX, SOCK_STREAM, 0))});
+  Capture lines(STDERR_FILENO);
+  ProblemLog log("server");
+  {
+    LocalSocket next;
+    ASSERT_EQ(next.OpenPassed(kPath, SOCK_STREAM, 0666, passed, log), kExitOk);
+    EXPECT_EQ(::accept(next.fd(), nullptr, nullptr), -1) << "and does not block";
+    EXPECT_TRUE(ConnectTo(root.Path(kPath)).valid());
+  }
+  EXPECT_EQ(InodeOf(root.Path(kOther)), file) << "the unit holds it";
+  EXPECT_EQ(passed.size(), 1u);
+  EXPECT_THAT(lines.Text(), HasSubstr("a socket unit has another one"));
 }
 
 TEST(LocalSocket, RefusesAnotherSocketAndNamesWhy) {
