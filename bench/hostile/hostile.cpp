@@ -4,9 +4,10 @@
 // without a report.
 //
 // Usage: hostile [OPTION VALUE]...
-//   count 1000      frames or datagrams for each server as member and as stranger
+//   count 1000      frames or datagrams for each server and kind of process
 //   server NAME     only that one: msgsvr, notifyserver, mlogserver, cms, syslogd
-//   as KIND         only as member or stranger
+//   as KIND         only as one of these: member; restricted, a member to which rules forbid most; stranger, without a
+//                   name or module
 //   seed 1          of the dice
 #include <zor/mlog_wire.h>
 #include <zor/paths.h>
@@ -53,6 +54,27 @@ const std::array<Target, 5> kTargets = {{
     {"syslogd", Service::kSyslog, {kMsgsvr, {SYSLOGD, ""}}, 100},
 }};
 
+struct Kind {
+  const char *name;
+  bool registers;
+  const char *rules;
+};
+
+const std::array<Kind, 3> kKinds = {{{"member", true, ""},
+                                     {"restricted", true,
+                                      "mode = enforce\n"
+                                      "deny = any control *\n"
+                                      "deny = any subscribe * for *\n"
+                                      "deny = any own mic,web,eleven*\n"
+                                      "deny = any send 0x4777 to web,mic,m2\n"
+                                      "deny = any send IMPORT_CFG_FILE,LOG_MSG_CLEAR to *\n"
+                                      "deny = any serve /a/*\n"
+                                      "deny = any post cms,syslog\n"
+                                      "deny = any module 1-7\n"
+                                      "deny = any publish 0x2DA08-0x2DAFF\n"
+                                      "allow = any all\n"},
+                                     {"stranger", false, ""}}};
+
 struct Options {
   std::map<std::string, std::string> texts = {{"count", "1000"}, {"server", ""}, {"as", ""}, {"seed", "1"}};
   uint64_t Number(const char *name) const { return std::strtoull(texts.at(name).c_str(), nullptr, 10); }
@@ -61,10 +83,10 @@ struct Options {
 
 class Run {
  public:
-  Run(const Target &target, bool asMember, uint64_t seed) : target_(target), dice_(seed) {
+  Run(const Target &target, const Kind &kind, uint64_t seed) : target_(target), dice_(seed), system_(kind.rules) {
     for (const Program &program : target.programs) system_.Start(program.path, program.socket);
     honest_ = MakeHonest(target.service, system_.root());
-    assault_ = MakeAssault(target.service, asMember, dice_, system_.root());
+    assault_ = MakeAssault(target.service, kind.registers, dice_, system_.root());
   }
 
   bool Go(uint64_t count) {
@@ -132,12 +154,12 @@ class Run {
   uint64_t sent_ = 0;
 };
 
-bool RunOne(const Target &target, bool asMember, const Options &options) {
-  std::printf("%-13s as %-9s seed %llu: ", target.name, asMember ? "member" : "stranger",
+bool RunOne(const Target &target, const Kind &kind, const Options &options) {
+  std::printf("%-13s as %-10s seed %llu: ", target.name, kind.name,
               static_cast<unsigned long long>(options.Number("seed")));
   std::fflush(stdout);
   const auto start = std::chrono::steady_clock::now();
-  const bool good = Run(target, asMember, options.Number("seed")).Go(options.Number("count"));
+  const bool good = Run(target, kind, options.Number("seed")).Go(options.Number("count"));
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
   std::printf(", %.0f s: %s\n", taken.count(), good ? "no finding" : "A FINDING");
   return good;
@@ -148,9 +170,9 @@ int RunAll(const Options &options) {
   int runs = 0;
   for (const Target &target : kTargets) {
     if (!options.Wants("server", target.name)) continue;
-    for (const bool asMember : {true, false}) {
-      if (!options.Wants("as", asMember ? "member" : "stranger")) continue;
-      good = RunOne(target, asMember, options) && good;
+    for (const Kind &kind : kKinds) {
+      if (!options.Wants("as", kind.name)) continue;
+      good = RunOne(target, kind, options) && good;
       ++runs;
     }
   }

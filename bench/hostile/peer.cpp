@@ -9,9 +9,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace zor::hostile {
 namespace {
+
+std::function<void()> lastAction;
 
 sockaddr_un AddressOf(const std::string &path) {
   sockaddr_un address = {};
@@ -44,7 +47,12 @@ void AwaitEvent(int socket, short events) {
 void Fail(const char *what) {
   std::fflush(stdout);
   std::fprintf(stderr, "hostile: failed: %s\n", what);
+  if (const auto last = std::exchange(lastAction, {})) last();
   std::exit(1);
+}
+
+void OnFailure(std::function<void()> action) {
+  lastAction = std::move(action);
 }
 
 UniqueFd DatagramSocket(const std::string &own, const std::string &to) {

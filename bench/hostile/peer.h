@@ -15,8 +15,9 @@ namespace zor::hostile {
 // Longer than a living server ever takes, however busy the machine is.
 constexpr int kPatienceMs = 60000;
 
-// Ends the program: the server has failed.
+// Ends the program, because the server has failed, after a last action.
 [[noreturn]] void Fail(const char *what);
+void OnFailure(std::function<void()> lastAction);
 
 // Bound when a path is given; connected to the path `to`. Invalid when the server does not listen.
 UniqueFd DatagramSocket(const std::string &own, const std::string &to);

@@ -42,18 +42,25 @@ void PrintEndOf(const std::string &log) {
 
 }  // namespace
 
-System::System() {
+System::System(const std::string &rules) {
   const char *directory = std::getenv("TMPDIR");
   root_ = std::string(directory == nullptr ? "/tmp" : directory) + "/zor-hostile.XXXXXX";
   if (::mkdtemp(root_.data()) == nullptr) Fail("no directory");
   ::setenv("ZOR_ROOT", root_.c_str(), 1);
   BoundSanitizer();
-  for (const char *path : {"/etc/zor", "/var/run/msg", "/var/cfg", "/var/syslog", "/var/mlog", "/online/log"}) {
+  for (const char *path :
+       {"/etc/zor/access.d", "/var/run/msg", "/var/cfg", "/var/syslog", "/var/mlog", "/online/log"}) {
     fs::create_directories(root_ + path);
   }
   std::ofstream(root_ + "/etc/zor/cms.conf") << "key_cost = 10\nimport_plain = always\n";
   std::ofstream(root_ + "/etc/zor/cms.passphrase") << "correct horse battery staple\n";
   ::chmod((root_ + "/etc/zor/cms.passphrase").c_str(), 0600);
+  if (!rules.empty()) std::ofstream(root_ + "/etc/zor/access.d/50-hostile.conf") << rules;
+  OnFailure([this] {
+    PrintLogs();
+    std::error_code ignored;
+    fs::remove_all(root_, ignored);
+  });
   // What requests can name.
   for (const char *path : {"/var/cfg/", "/var/syslog/"}) {
     ::mkfifo((root_ + path + "fifo").c_str(), 0600);
@@ -68,6 +75,7 @@ System::~System() {
     ::kill(server.pid, SIGKILL);
     ::waitpid(server.pid, nullptr, 0);
   }
+  OnFailure({});
   std::error_code ignored;
   fs::remove_all(root_, ignored);
 }

@@ -12,7 +12,8 @@ namespace zor::hostile {
 
 class System {
  public:
-  System();
+  // With these rules of access; empty: none.
+  explicit System(const std::string &rules);
   ~System();
   System(const System &) = delete;
   System &operator=(const System &) = delete;
