@@ -99,7 +99,7 @@ void Bus::LoseUnread(Client &client) {
 // to another board says how much has not arrived there.
 std::span<const Delivered> Bus::UnreadBy(Client &client) {
   if (client.reset) return client.deliveries.Unproven([this](const auto &name) { return files.Exists(name); });
-  const uint64_t onItsWay = client.peer.local ? 0 : UnsentBytes(client.socket.get());
+  const uint64_t onItsWay = client.peer.local ? 0 : static_cast<uint64_t>(UnsentBytes(client.socket.get()));
   return client.deliveries.Newest(client.output.bytesLeft() + onItsWay);
 }
 

@@ -72,7 +72,8 @@ void Deadlocks::Examine(const Edge &member) {
     circle.push_back(edge);
     edge = Find(*edge->to);
   } while (edge != &member);
-  std::ranges::rotate(circle, std::ranges::min_element(circle, {}, [](const Edge *each) { return each->from->id; }));
+  const auto oldest = std::ranges::min_element(circle, {}, [](const Edge *each) { return each->from->id; });
+  std::rotate(circle.begin(), oldest, circle.end());
   Members members;
   for (const Edge *each : circle) members.push_back({each->from->id, each->request->ordinal});
   Circle &known = FindCircle(members);
