@@ -108,6 +108,10 @@ inline constexpr std::uint32_t kLeastBoardSeconds = 3;
 inline constexpr std::uint32_t kMostBoardSeconds = 3600;
 // [s] Age of a body file that belongs to no message in transit: removed at a start or after a client has ended.
 inline constexpr std::chrono::seconds kBodyFileAge{600};
+// [bytes] Body in a file: refused, since no client could receive it.
+inline constexpr std::int64_t kBodyFileBytes = 8388608;
+// [bytes] Body files copied in one turn for one client: the rest is routed after the messages of the others.
+inline constexpr std::size_t kCopiedInTurn = 1048576;
 // [bytes] Restful patterns of one client: not registered.
 inline constexpr std::size_t kPatternBytes = 16384;
 // [bytes] Request to the server in a body file: the rest is ignored.

@@ -16,6 +16,7 @@
 
 #include "common/unique_fd.h"
 #include "common/write_all.h"
+#include "programs/capability.h"
 #include "programs/limits.h"
 
 namespace zor::msgsvr {
@@ -43,23 +44,15 @@ bool HasBodyFile(std::span<const std::byte> frame) {
   return (type & ZOR_MSG_BODY_IN_FILE) != 0;
 }
 
-bool IsFileOf(const Client &sender, const struct stat &status) {
-  return S_ISREG(status.st_mode) && status.st_uid == sender.peer.uid;
-}
-
 }  // namespace
 
-BodyFiles::Path BodyFiles::PathOf(std::string_view name) const {
-  Path path;
-  std::snprintf(path.text_.data(), path.text_.size(), "%s%.*s", directory_.c_str(), static_cast<int>(name.size()),
-                name.data());
-  return path;
-}
+BodyFiles::BodyFiles(std::string directory)
+    : directory_(std::move(directory)), gives_(daemon::HasCapability(CAP_CHOWN)) {}
 
-bool BodyFiles::BelongsTo(const Client &sender, const Frame &frame) const {
+const char *BodyFiles::Look(const Client &sender, const Frame &frame, SentFile &file) const {
   const std::string_view name = FileName(frame.body());
-  struct stat status = {};
-  return sender.peer.local && !name.empty() && ::lstat(PathOf(name).c_str(), &status) == 0 && IsFileOf(sender, status);
+  if (!sender.peer.local || name.empty()) return "names no body file";
+  return file.Look(PathOf(name), sender.peer.uid);
 }
 
 std::string BodyFiles::NameIn(std::span<const std::byte> frame) {
@@ -105,11 +98,13 @@ void BodyFiles::Remove(std::span<const std::byte> frame) const {
   if (HasBodyFile(frame)) ::unlink(PathOf(FileName(BodyOf(frame))).c_str());
 }
 
-std::optional<BodyFiles::Body> BodyFiles::Create(std::span<const std::byte> content) const {
+// Nobody else opens it while it is filled: it is the server's until then.
+template <typename Fill>
+std::optional<BodyFiles::Body> BodyFiles::MakeFor(uid_t user, Fill fill) const {
   return MakeNamed([&](const char *path) {
-    const UniqueFd file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    const UniqueFd file(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR));
     if (!file.valid()) return false;
-    if (WriteAll(file.get(), content)) return true;
+    if (fill(file.get()) && (!gives_ || ::fchown(file.get(), user, static_cast<gid_t>(-1)) == 0)) return true;
     const int error = errno;
     ::unlink(path);
     errno = error;
@@ -117,16 +112,17 @@ std::optional<BodyFiles::Body> BodyFiles::Create(std::span<const std::byte> cont
   });
 }
 
-std::optional<std::vector<std::byte>> BodyFiles::Duplicate(const Frame &frame) const {
-  const Path from = PathOf(FileName(frame.body()));
-  Frame copy = frame;
-  copy.head.bodyLength = ZOR_MSG_FILE_PATH_SIZE;
-  std::vector<std::byte> bytes(sizeof copy.head + copy.head.bodyLength);  // before there is a file to leave behind
-  const auto body = MakeNamed([&](const char *to) { return ::link(from.c_str(), to) == 0; });
-  if (!body) return std::nullopt;
-  std::memcpy(bytes.data(), &copy.head, sizeof copy.head);
-  std::memcpy(bytes.data() + sizeof copy.head, body->data(), body->size());
-  return bytes;
+std::optional<BodyFiles::Body> BodyFiles::Create(std::span<const std::byte> content, uid_t user) const {
+  return MakeFor(user, [&](int file) { return WriteAll(file, content); });
+}
+
+std::optional<BodyFiles::Body> BodyFiles::Copy(SentFile &file, uid_t user) const {
+  return MakeFor(user, [&](int copy) { return file.CopyTo(copy); });
+}
+
+std::optional<BodyFiles::Body> BodyFiles::Link(std::span<const std::byte> frame) const {
+  const FilePath from = PathOf(FileName(BodyOf(frame)));
+  return MakeNamed([&](const char *to) { return ::link(from.c_str(), to) == 0; });
 }
 
 // Tries random names until `make` creates a file or fails for a reason other than that the name is taken. Returns the
@@ -143,20 +139,6 @@ std::optional<BodyFiles::Body> BodyFiles::MakeNamed(Make make) const {
     if (errno != EEXIST) break;
   }
   return std::nullopt;
-}
-
-std::optional<std::vector<std::byte>> BodyFiles::Read(const Client &sender, const Frame &frame, size_t maxBytes) const {
-  const UniqueFd file(::open(PathOf(FileName(frame.body())).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat status = {};
-  if (!file.valid() || ::fstat(file.get(), &status) != 0 || !IsFileOf(sender, status)) return std::nullopt;
-  std::vector<std::byte> content(maxBytes);
-  ssize_t count;
-  do {
-    count = ::read(file.get(), content.data(), content.size());
-  } while (count < 0 && errno == EINTR);
-  if (count < 0) return std::nullopt;
-  content.resize(static_cast<size_t>(count));
-  return content;
 }
 
 }  // namespace zor::msgsvr

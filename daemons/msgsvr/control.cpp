@@ -50,7 +50,7 @@ void Control::Handle(Client &from, const Frame &frame) {
 Control::ControlReply Control::Perform(Client &from, const Frame &frame) {
   std::optional<std::vector<std::byte>> content;
   if (frame.bodyInFile()) {
-    content = bus_.files.Read(from, frame, limits::msgsvr::kControlInFile);
+    content = files_.Read(limits::msgsvr::kControlInFile);
     bus_.files.Remove(frame.bytes);
     if (!content) return {ZOR_CONTROL_FAILED, {}};
   }
@@ -68,7 +68,7 @@ void Control::Send(Client &to, const Frame &request, const ControlReply &reply) 
 }
 
 void Control::SendInFile(Client &to, const Frame &request, const ControlReply &reply) {
-  const auto body = bus_.files.Create(std::as_bytes(std::span(reply.body)));
+  const auto body = bus_.files.Create(std::as_bytes(std::span(reply.body)), to.peer.uid);
   if (!body) return delivery_.Reply(to, request, ZOR_CONTROL_FAILED);
   bool sent = false;
   const bool hasMemory = bus_.Try([&] {

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "msgsvr/delivery.h"
+#include "msgsvr/file_passing.h"
 
 namespace zor::msgsvr {
 
@@ -18,7 +19,7 @@ inline bool IsControl(uint32_t type) {
 
 class Control {
  public:
-  Control(Bus &bus, Delivery &delivery) : bus_(bus), delivery_(delivery) {}
+  Control(Bus &bus, Delivery &delivery, FilePassing &files) : bus_(bus), delivery_(delivery), files_(files) {}
 
   // Replies to a control request of a registered client, known or not.
   void Handle(Client &from, const Frame &frame);
@@ -51,6 +52,7 @@ class Control {
 
   Bus &bus_;
   Delivery &delivery_;
+  FilePassing &files_;
 };
 
 }  // namespace zor::msgsvr

@@ -42,16 +42,45 @@ void Delivery::Forward(Client &from, Client &to, const Frame &frame) {
     run_ = frame.bytes.first(0);
   }
   run_ = {run_.data(), run_.size() + frame.bytes.size()};
-  from.lastTarget = to.id;
   if (frame.bodyInFile()) to.deliveries.AddFile(std::move(file));
-  bus_.CountDelivery(to, frame.head, frame.type() == ZOR_MSG_SEND_FAILED_NOTICE ? 0 : from.id);
-  from.flows.Count(to.id, frame.type());
-  const bool isReply = to.pending.TakeReply(from.name, frame.type(), frame.head.sequence);
+  NoteForwarded(from, to, frame.head);
+}
+
+void Delivery::NoteForwarded(Client &from, Client &to, const ZOR_MSG_HEAD &head) {
+  const uint32_t type = head.type & ZOR_MSG_TYPE_MASK;
+  from.lastTarget = to.id;
+  bus_.CountDelivery(to, head, type == ZOR_MSG_SEND_FAILED_NOTICE ? 0 : from.id);
+  from.flows.Count(to.id, type);
+  const bool isReply = to.pending.TakeReply(from.name, type, head.sequence);
   // Whoever replies has read the request.
-  if (isReply && from.deliveries.IsNewest(frame.type(), frame.head.sequence)) bus_.ForgetAllRead(from);
-  if (!isReply && frame.head.sequence != 0) {
-    from.pending.Add({to.name, frame.type(), frame.head.sequence, bus_.nowMs, from.ordinal()});
+  if (isReply && from.deliveries.IsNewest(type, head.sequence)) bus_.ForgetAllRead(from);
+  if (!isReply && head.sequence != 0) {
+    from.pending.Add({to.name, type, head.sequence, bus_.nowMs, from.ordinal()});
   }
+}
+
+bool Delivery::ForwardCopy(Client &from, Client &to, const Frame &frame, std::span<const std::byte> copy) {
+  FlushRun();
+  bus_.ForgetRead(to);
+  // What may fail comes first.
+  std::string file = BodyFiles::NameIn(copy);
+  to.ReserveDelivery(true);
+  if (frame.head.sequence != 0) from.pending.Reserve();
+  const bool posted = Post(to, copy) == copy.size();
+  Slowed(to);
+  if (!posted) {
+    Missed(to);
+    return false;
+  }
+  to.deliveries.AddFile(std::move(file));
+  NoteForwarded(from, to, HeadOf(copy));
+  Copy(copy, to.name, ZOR_CONTROL_DELIVERED);
+  return true;
+}
+
+// Copies may fill a monitor's queue to its half, and must not slow down any sender.
+void Delivery::Slowed(Client &to) {
+  if (to.output.bytes() > to.output.maxBytes() / 2 && !bus_.monitors.Has(to)) congested_ = &to;
 }
 
 void Delivery::FlushRun() {
@@ -60,8 +89,7 @@ void Delivery::FlushRun() {
   Client &from = *runFrom_;
   Client &to = *std::exchange(runTo_, nullptr);
   const size_t taken = Write(to, run, false);
-  // Copies may fill a monitor's queue to its half, and must not slow down any sender.
-  if (to.output.bytes() > to.output.maxBytes() / 2 && !bus_.monitors.Has(to)) congested_ = &to;
+  Slowed(to);
   if (taken < run.size() || !bus_.monitors.empty()) {
     TakeBack(to, run.subspan(taken));
     for (size_t offset = 0; offset < run.size();) {

@@ -30,6 +30,9 @@ class Delivery {
   // Adds a frame to the run, which must be flushed before the receive buffer is reused. Throws std::bad_alloc, with
   // nothing changed.
   void Forward(Client &from, Client &to, const Frame &frame);
+  // The same for a frame that takes another's place, which names its own body file. Nothing of it is sent before
+  // FlushPosted. False if the client cannot take it. Throws std::bad_alloc, with nothing changed.
+  bool ForwardCopy(Client &from, Client &to, const Frame &frame, std::span<const std::byte> copy);
   void FlushRun();
 
   // Sends one frame: at once, or with FlushPosted while a client's input is being routed. False if the client cannot
@@ -70,6 +73,8 @@ class Delivery {
   Client *TakeCongested() { return std::exchange(congested_, nullptr); }
 
  private:
+  void NoteForwarded(Client &from, Client &to, const ZOR_MSG_HEAD &head);
+  void Slowed(Client &to);
   void Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome);
   bool TrySend(Client &to, std::span<const std::byte> frame);
   bool TellGap(Client &to, std::span<const std::byte> event);

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "msgsvr/boards_socket.h"
+#include "msgsvr/message_directory.h"
 #include "msgsvr/recovery.h"
 #include "msgsvr/server.h"
 #include "programs/descriptor_set.h"
@@ -36,9 +37,8 @@ constexpr daemon::Program kProgram = {
     ZOR_PATH_MSGSVR,
 };
 
-// Daemons that run as other users are members of the server's group; new files in the directory get that group.
+// Daemons that run as other users are members of the server's group.
 constexpr mode_t kSocketMode = 0660;
-constexpr mode_t kMessageDirectoryMode = 02770;
 
 // The name of the TCP listener in the service manager's descriptor store.
 constexpr std::string_view kStoredTcp = "tcp";
@@ -65,12 +65,6 @@ void RaiseDescriptorLimit(size_t maxClients) {
 daemon::Journal::Size JournalSizeOf(const msgsvr::BusSettings &settings, size_t restored) {
   constexpr size_t kFurther = 1 + 3 * msgsvr::kNewcomersPerTurn;  // from three listeners
   return {std::max(settings.maxClients, restored) + kFurther, settings.memoryBytes, msgsvr::kInputBuffer};
-}
-
-bool MakeDirectories(daemon::ProblemLog &log) {
-  if (daemon::MakeDirectory(ZOR_PATH_MSG_FILE_DIR, kMessageDirectoryMode)) return true;
-  log.PrintErrno("%s: cannot create the directory", ZOR_PATH_MSG_FILE_DIR);
-  return false;
 }
 
 // The sockets at which the server listens.
@@ -212,7 +206,7 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   }
   daemon::ServerSignals signals;
   RaiseDescriptorLimit(settings.maxClients);
-  if (!MakeDirectories(log)) return daemon::kExitFailure;
+  if (!msgsvr::MakeMessageDirectory(log)) return daemon::kExitFailure;
   Listeners listeners;
   const auto code = state ? TakeListeners(settings, state->listeners, descriptors, listeners, log)
                           : Listen(settings, passed, listeners, log);

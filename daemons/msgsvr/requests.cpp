@@ -63,7 +63,7 @@ bool Requests::Handle(Client &from, const Frame &frame) {
     return true;
   }
   // The router has checked that the file is the sender's. The longest content is a list of restful patterns.
-  const auto content = bus_.files.Read(from, frame, limits::msgsvr::kRequestInFile);
+  const auto content = files_.Read(limits::msgsvr::kRequestInFile);
   bus_.files.Remove(frame.bytes);
   if (content) (this->*entry->handle)(from, frame, *content);
   return true;

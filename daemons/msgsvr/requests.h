@@ -5,12 +5,13 @@
 #include <span>
 
 #include "msgsvr/delivery.h"
+#include "msgsvr/file_passing.h"
 
 namespace zor::msgsvr {
 
 class Requests {
  public:
-  Requests(Bus &bus, Delivery &delivery) : bus_(bus), delivery_(delivery) {}
+  Requests(Bus &bus, Delivery &delivery, FilePassing &files) : bus_(bus), delivery_(delivery), files_(files) {}
 
   // Grants the sender the name that it asks for and replies with its settings.
   void Register(Client &from, const Frame &frame);
@@ -41,6 +42,7 @@ class Requests {
 
   Bus &bus_;
   Delivery &delivery_;
+  FilePassing &files_;
 };
 
 }  // namespace zor::msgsvr

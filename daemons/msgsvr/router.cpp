@@ -1,7 +1,6 @@
 #include "msgsvr/router.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <cstring>
 
@@ -25,7 +24,9 @@ bool IsRestful(uint32_t type) {
 
 size_t Router::Route(Client &from, std::span<std::byte> bytes) {
   size_t used = 0;
+  files_.BeginTurn();
   for (size_t routed = 0; !from.ended && routed < limits::msgsvr::kMessagesInTurn; ++routed) {
+    if (files_.HasCopiedItsDue()) break;
     Parsed parsed = ParseFrame(bytes.subspan(used));
     if (parsed.state == Parsed::State::kPartial) break;
     if (parsed.state == Parsed::State::kMalformed) {
@@ -36,6 +37,7 @@ size_t Router::Route(Client &from, std::span<std::byte> bytes) {
     bus_.journal.SetFrameAt(static_cast<size_t>(parsed.frame.bytes.data() - bus_.journal.buffer().data()));
     if (!bus_.Try([&] { RouteFrame(from, parsed.frame); })) GiveUp(from, parsed.frame);
     delivery_.EndFrame(from, parsed.frame.bytes);
+    if (parsed.frame.bodyInFile()) files_.EndFrame();
   }
   delivery_.FlushRun();
   delivery_.FlushPosted();
@@ -61,7 +63,7 @@ void Router::RouteFrame(Client &from, Frame &frame) {
   if (!from.registered()) return bus_.CutOff(from, "it sent a message before it registered");
   frame.SetSource(from.name);
   from.lastTarget = 0;
-  if (frame.bodyInFile() && !bus_.files.BelongsTo(from, frame)) return RefuseBodyFile(from, frame);
+  if (frame.bodyInFile() && !files_.Check(from, frame)) return;
   if (IsEvent(frame)) return PublishEvent(from, frame);
   if (!frame.destination.empty()) return ForwardTo(from, bus_.names.Oldest(frame.destination), frame);
   if (IsControl(frame.type())) return control_.Handle(from, frame);
@@ -69,7 +71,7 @@ void Router::RouteFrame(Client &from, Frame &frame) {
 }
 
 void Router::RouteUnnamed(Client &from, const Frame &frame) {
-  if (IsRestful(frame.type())) return ForwardTo(from, RestfulTarget(from, frame), frame);
+  if (IsRestful(frame.type())) return ForwardTo(from, RestfulTarget(frame), frame);
   ForwardTo(from, bus_.names.Oldest(bus_.settings.RouteOf(frame.type())), frame);
 }
 
@@ -77,14 +79,7 @@ void Router::ForwardTo(Client &from, Client *to, const Frame &frame) {
   // A daemon on another board cannot read this one's files.
   if (to == nullptr || (frame.bodyInFile() && !to->peer.local))
     return delivery_.DropUndelivered(from, frame.bytes, frame.destination);
-  delivery_.Forward(from, *to, frame);
-}
-
-void Router::RefuseBodyFile(Client &from, const Frame &frame) {
-  bus_.log.PrintOf(from.charge.holder(),
-                   "%s: refused a message of type 0x%x: its body is not a body file of the sender's user",
-                   from.Label().c_str(), frame.type());
-  delivery_.Refuse(from, frame.bytes, frame.destination);
+  frame.bodyInFile() ? files_.Forward(from, *to, frame) : delivery_.Forward(from, *to, frame);
 }
 
 void Router::PublishEvent(Client &from, const Frame &frame) {
@@ -93,41 +88,8 @@ void Router::PublishEvent(Client &from, const Frame &frame) {
   // All may have been served before a crash.
   if (subscribers_.empty() && bus_.journal.turn().servedUpTo > 0) return;
   if (subscribers_.empty()) delivery_.CopyUndelivered(frame);
-  if (frame.bodyInFile()) return PublishEventInFile(from, frame);
+  if (frame.bodyInFile()) return files_.Publish(from, frame, subscribers_);
   for (Client *subscriber : subscribers_) delivery_.SendEvent(*subscriber, frame.bytes);
-}
-
-// Each receiver deletes its file, so each gets a file of its own. All files exist before the first receiver gets its
-// event; the original goes to the last one.
-void Router::PublishEventInFile(Client &from, const Frame &frame) {
-  if (subscribers_.empty()) return bus_.files.Remove(frame.bytes);
-  const auto copies = MakeCopies(from, frame);
-  for (size_t i = 0; i < copies.size(); ++i) {
-    if (!copies[i].empty() && !delivery_.SendEvent(*subscribers_[i], copies[i])) bus_.files.Remove(copies[i]);
-  }
-}
-
-// One for each subscriber; empty where there is none. Without memory there are no copies at all.
-std::vector<std::vector<std::byte>> Router::MakeCopies(const Client &from, const Frame &frame) {
-  std::vector<std::vector<std::byte>> copies(subscribers_.size());
-  copies.back().assign(frame.bytes.begin(), frame.bytes.end());
-  const auto others = std::span(copies).first(copies.size() - 1);
-  try {
-    for (size_t i = 0; i < others.size(); ++i) {
-      if (auto copy = bus_.files.Duplicate(frame)) {
-        others[i] = std::move(*copy);
-        continue;
-      }
-      ++subscribers_[i]->counters.dropped;
-      ++bus_.counters.dropped;
-      bus_.log.PrintOf(from.charge.holder(), "%s: event from %s dropped: its body file cannot be linked: %s",
-                       subscribers_[i]->Label().c_str(), from.Label().c_str(), std::strerror(errno));
-    }
-  } catch (...) {
-    for (const auto &copy : others) bus_.files.Remove(copy);
-    throw;
-  }
-  return copies;
 }
 
 void Router::CollectSubscribers(const Frame &frame) {
@@ -142,11 +104,11 @@ void Router::CollectSubscribers(const Frame &frame) {
   }
 }
 
-Client *Router::RestfulTarget(const Client &from, const Frame &frame) const {
+Client *Router::RestfulTarget(const Frame &frame) {
   std::vector<std::byte> content;
   std::span<const std::byte> body = frame.body();
   if (frame.bodyInFile()) {
-    content = bus_.files.Read(from, frame, ZOR_MSG_RESTFUL_HEAD_SIZE).value_or(std::vector<std::byte>());
+    content = files_.Read(ZOR_MSG_RESTFUL_HEAD_SIZE).value_or(std::vector<std::byte>());
     body = content;
   }
   if (body.size() < ZOR_MSG_RESTFUL_HEAD_SIZE) return nullptr;

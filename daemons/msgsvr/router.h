@@ -9,13 +9,19 @@
 
 #include "msgsvr/control.h"
 #include "msgsvr/delivery.h"
+#include "msgsvr/file_passing.h"
 #include "msgsvr/requests.h"
 
 namespace zor::msgsvr {
 
 class Router {
  public:
-  explicit Router(Bus &bus) : bus_(bus), delivery_(bus), requests_(bus, delivery_), control_(bus, delivery_) {}
+  explicit Router(Bus &bus)
+      : bus_(bus),
+        delivery_(bus),
+        files_(bus, delivery_),
+        requests_(bus, delivery_, files_),
+        control_(bus, delivery_, files_) {}
 
   // Routes the complete frames in the bytes, as many as a client may have routed in one turn, and returns their total
   // size. The sender may have ended meanwhile. A frame for which there is no memory is refused.
@@ -29,14 +35,12 @@ class Router {
   void RouteUnnamed(Client &from, const Frame &frame);
   void ForwardTo(Client &from, Client *to, const Frame &frame);
   void PublishEvent(Client &from, const Frame &frame);
-  void PublishEventInFile(Client &from, const Frame &frame);
-  std::vector<std::vector<std::byte>> MakeCopies(const Client &from, const Frame &frame);
   void CollectSubscribers(const Frame &frame);
-  Client *RestfulTarget(const Client &from, const Frame &frame) const;
-  void RefuseBodyFile(Client &from, const Frame &frame);
+  Client *RestfulTarget(const Frame &frame);
 
   Bus &bus_;
   Delivery delivery_;
+  FilePassing files_;
   Requests requests_;
   Control control_;
   std::vector<Client *> subscribers_;  // of the event at hand

@@ -46,11 +46,17 @@ TEST_F(MsgsvrTest, RefusesFilesThatAreNoMessageFilesOfTheSender) {
   if (::chown(RealPath(foreign).c_str(), 12345, 12345) != 0) fs::remove(RealPath(foreign));
   fs::create_directories(RealPath("/var/run/msg/sub"));
   fs::create_symlink(RealPath(good), RealPath("/var/run/msg/link"));
+  ASSERT_EQ(::mkfifo(RealPath("/var/run/msg/fifo").c_str(), 0666), 0);
+  std::ofstream(RealPath("/var/run/msg/giant")).put('g');
+  fs::resize_file(RealPath("/var/run/msg/giant"), 1u << 30);  // a hole
+  std::error_code ignored;
+  fs::create_hard_link(RealPath(foreign), RealPath("/var/run/msg/hard"), ignored);
   for (const char *path : {"/var/run/msg/sub/file", "/var/run/elsewhere"}) std::ofstream(RealPath(path)) << "content";
   std::string endless(ZOR_MSG_FILE_PATH_SIZE, '/');
   endless.replace(0, good.size(), good);
   for (const std::string &path :
        {foreign, endless, std::string("/var/run/msg/missing"), std::string("/var/run/msg/link"),
+        std::string("/var/run/msg/fifo"), std::string("/var/run/msg/giant"), std::string("/var/run/msg/hard"),
         std::string("/var/run/msg/sub"), std::string("/var/run/msg/sub/file"), std::string("/var/run/msg/../elsewhere"),
         std::string("/var/run/elsewhere"), std::string("/var/run/msg/."), good.substr(1), std::string()}) {
     for (const char *destination : {"receiver", "nobody"}) {
