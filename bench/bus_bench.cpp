@@ -1,5 +1,6 @@
 // Requests and one-way messages through the message server, beside a bare relay.
 // Usage: bus_bench MSGSVR [BYTES...]; with sizes, only requests of these
+#include <sys/stat.h>
 #include <unistd.h>
 #include <zor/msg.h>
 
@@ -26,8 +27,8 @@ ZOR_MSG_HEAD *Echo(ZOR_MSG_HEAD *msg) {
 
 void Ignore(ZOR_MSG_HEAD *) {}
 
-void Provider() {
-  Require(ZOR_MSG_Init("provider") == ZOR_OK, "the provider joins the bus");
+void Provide(const char *name) {
+  Require(ZOR_MSG_Init(name) == ZOR_OK, "the provider joins the bus");
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
   ZOR_MSG_RegSyncMsgProc(kEcho, Echo, 0, nullptr);
   ZOR_MSG_RegMsgProc(kCount, Ignore, 0, nullptr);
@@ -38,11 +39,11 @@ void Provider() {
 // A request that can be sent again and again, as the bare relay's frame can.
 class Request {
  public:
-  Request(std::uint32_t type, const std::vector<char> &body)
+  Request(std::uint32_t type, const std::vector<char> &body, const char *to = "provider")
       : body_(ZOR_MSG_GetMsgBlock(static_cast<std::uint32_t>(body.size()))), length_(body.size()) {
     Require(body_ != nullptr, "a message block");
     if (!body.empty()) std::memcpy(body_, body.data(), body.size());
-    ZOR_MSG_SetMsgProfile(body_, "provider", type, static_cast<std::uint32_t>(body.size()));
+    ZOR_MSG_SetMsgProfile(body_, to, type, static_cast<std::uint32_t>(body.size()));
   }
   Request(const Request &) = delete;
   Request &operator=(const Request &) = delete;
@@ -79,6 +80,36 @@ void CompareRequests(std::size_t bodyLength, const System &system) {
               Median(p99) / 1e3, Median(ratio), Median(ratio50), Median(ratio99));
 }
 
+// Of the server's user, beside another one, for whom long bodies are copied, each way.
+void CompareUsers(std::size_t bodyLength) {
+  constexpr std::size_t kCalls = 600;
+  const std::vector<char> body(bodyLength, 'x');
+  Request same(kEcho, body), other(kEcho, body, "stranger");
+  std::vector<double> p50, added, ratio50;
+  for (int round = 0; round < kRounds; ++round) {
+    const Cost theirs = TimeEach(kCalls, [&] { other.Call(); });
+    const Cost ours = TimeEach(kCalls, [&] { same.Call(); });
+    p50.push_back(theirs.p50);
+    added.push_back(theirs.p50 - ours.p50);
+    ratio50.push_back(theirs.p50 / ours.p50);
+  }
+  std::printf("%-10zu %20.1f %9.1f %17.2f\n", bodyLength, Median(p50) / 1e3, Median(added) / 1e3, Median(ratio50));
+}
+
+// Ends at once where it cannot become another user.
+void ProvideAsStranger() {
+  constexpr uid_t kStranger = 65534;
+  if (::setresuid(kStranger, kStranger, kStranger) == 0) Provide("stranger");
+}
+
+void CompareUsers() {
+  if (::geteuid() != 0) return;
+  while (ZOR_MSG_GetNumOfProcesses("stranger") == 0) ::usleep(1000);
+  std::printf("\nrequests to another user, beside one's own\n%-10s %20s %9s %17s\n", "body", "p50 us", "added us",
+              "p50");
+  for (const std::size_t length : {64, 16 << 10, 256 << 10}) CompareUsers(length);
+}
+
 void CompareOneWay(std::size_t bodyLength) {
   constexpr std::size_t kMessages = 20000;
   const std::vector<char> body(bodyLength, 'x');
@@ -110,7 +141,9 @@ int main(int argc, char **argv) {
   }
   PinToOneProcessor();
   const System system(argv[1]);
-  const Process provider(Provider);
+  ::chmod(system.root().c_str(), 0711);  // another user joins too
+  const Process stranger(ProvideAsStranger);
+  const Process provider([] { Provide("provider"); });
   Require(ZOR_MSG_Init("consumer") == ZOR_OK, "the consumer joins the bus");
   while (ZOR_MSG_GetNumOfProcesses("provider") == 0) ::usleep(1000);
 
@@ -119,6 +152,7 @@ int main(int argc, char **argv) {
   for (int i = 2; i < argc; ++i) CompareRequests(std::strtoul(argv[i], nullptr, 10), system);
   if (argc > 2) return 0;
   for (const std::size_t length : {0, 64, 1024, 2048, 16 << 10, 256 << 10}) CompareRequests(length, system);
+  CompareUsers();
   std::printf("\none-way messages\n%-10s %10s %28s %8s\n", "body", "msgs/s", "", "ratio");
   for (const std::size_t length : {0, 64, 1024}) CompareOneWay(length);
   return 0;
