@@ -191,6 +191,9 @@ ExitCode LocalSocket::RemoveStale(const std::string &fixedPath, int type, Proble
 bool LocalSocket::Bind(int type, mode_t mode) {
   UniqueFd fd(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const sockaddr_un address = AddressOf(path_);
+  // A datagram that is sent before that says nothing of its sender.
+  constexpr int kOn = 1;
+  if (type == SOCK_DGRAM) ::setsockopt(fd.get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof kOn);
   if (!fd.valid() || !zor::Bind(fd.get(), address)) return false;
   fd_ = std::move(fd);
   struct stat status = {};

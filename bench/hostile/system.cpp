@@ -35,6 +35,10 @@ std::string ContentOf(const std::string &path) {
   return content.str();
 }
 
+bool Listens(const std::string &path) {
+  return Peer(path).open() || DatagramSocket("", path).valid();
+}
+
 void PrintEndOf(const std::string &log) {
   constexpr std::size_t kMost = 6000;
   std::fprintf(stderr, "%s\n", (log.size() > kMost ? log.substr(log.size() - kMost) : log).c_str());
@@ -93,7 +97,7 @@ void System::Start(const std::string &program, const std::string &socket) {
     ::_exit(127);
   }
   servers_.push_back(server);
-  for (int waited = 0; !socket.empty() && !fs::exists(root_ + socket); waited += kPauseMs) {
+  for (int waited = 0; !socket.empty() && !Listens(root_ + socket); waited += kPauseMs) {
     if (waited > kPatienceMs || !AreAlive()) Fail("a server does not start");
     ::usleep(kPauseMs * 1000);
   }
