@@ -7,7 +7,7 @@
 
 namespace zor::daemon {
 
-bool HasCapability(int number) {
+bool HasCapability(unsigned number) {
   __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
   std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> data{};
   if (::syscall(SYS_capget, &header, data.data()) != 0) return false;

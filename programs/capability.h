@@ -7,7 +7,7 @@
 namespace zor::daemon {
 
 // Whether the process has one, such as CAP_CHOWN, and may use it now.
-bool HasCapability(int number);
+bool HasCapability(unsigned number);
 
 }  // namespace zor::daemon
 
