@@ -59,6 +59,8 @@ inline constexpr std::size_t kRules = 4096;
 inline constexpr std::size_t kLine = 4096;
 // [actions] Different refusals that are kept for operators: further ones are only counted.
 inline constexpr std::size_t kRefusals = 1024;
+// [bytes] Who asked for what, as the text of a refusal: only counted.
+inline constexpr std::size_t kRefusalText = 1024;
 inline constexpr std::size_t kDecisions = 2048;  // that are kept, a power of two
 
 }  // namespace access

@@ -36,7 +36,9 @@ Guard::Answer Guard::Ask(Subject subject, const Action &action) {
   if (verdict.allowed && rules_.IsHeldByOther(known.identity, action)) verdict = {false, Reason::kHeld, nullptr};
   if (verdict.allowed) return {true, verdict};
   refusals_.Add(known.who, action, verdict, rules_);
-  return {rules_.mode() == Mode::kObserve, verdict};
+  const bool passes = rules_.mode() == Mode::kObserve;
+  if (passes) ++observed_;
+  return {passes, verdict};
 }
 
 Verdict Guard::Decide(Subject subject, const Action &action) {

@@ -41,6 +41,8 @@ class Guard {
   void Replace(Rules rules);
   const Rules &rules() const { return rules_; }
   const Refusals &refusals() const { return refusals_; }
+  // Of all that is counted there, what passed since the rules only observed.
+  std::uint64_t observed() const { return observed_; }
 
   // Who a subject is; somebody of whom nothing is known if it was not admitted.
   const Identity &IdentityOf(Subject subject) const { return KnownOf(subject).identity; }
@@ -67,6 +69,7 @@ class Guard {
   Known stranger_;
   DecisionCache cache_;
   Refusals refusals_;
+  std::uint64_t observed_ = 0;
 };
 
 }  // namespace zor::access

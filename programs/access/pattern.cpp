@@ -23,12 +23,13 @@ bool IsPlain(char c) {
 
 }  // namespace
 
-// What stands before the first wild character is certain; the rest may be anything.
+// What stands before the first wild character is certain; the rest may be anything. Whoever gets a path also gets what
+// is below it.
 bool Pattern::Overlaps(std::string_view paths) const {
   const std::size_t wild = paths.find_first_of("*?");
-  if (wild == std::string_view::npos) return Matches(paths);
   const std::string_view certain = paths.substr(0, wild);
-  return text.starts_with(certain) || (isPrefix && certain.starts_with(text));
+  if (Matches(certain) || certain.starts_with(text + '/')) return true;
+  return text.starts_with(wild == std::string_view::npos ? std::string(paths) + '/' : certain);
 }
 
 std::optional<Pattern> ParsePattern(std::string_view word) {

@@ -53,8 +53,9 @@ void Refusals::Add(const std::string &who, const Action &action, const Verdict &
   const auto known = entries_.find(line);
   if (known != entries_.end()) {
     ++known->second.count;
-  } else if (entries_.size() < limits::access::kRefusals) {
-    entries_[line] = {1, rules.Explain(verdict), verdict.reason == Reason::kHeld};
+  } else if (entries_.size() < limits::access::kRefusals && line.size() <= limits::access::kRefusalText) {
+    const bool lacksName = action.name.empty() && WordsOf(action.verb).names == VerbWords::Names::kRequired;
+    entries_[line] = {1, rules.Explain(verdict), lacksName || verdict.reason == Reason::kHeld};
   } else {
     ++unlisted_;
   }
@@ -63,10 +64,10 @@ void Refusals::Add(const std::string &who, const Action &action, const Verdict &
 std::string Refusals::Text() const {
   std::string text;
   for (const auto &[line, entry] : entries_) {
-    text += "# " + entry.why + "\n" + (entry.isHeld ? "# " : "") + "seen = " + std::to_string(entry.count) + ' ' +
+    text += "# " + entry.why + "\n" + (entry.isComment ? "# " : "") + "seen = " + std::to_string(entry.count) + ' ' +
             line + '\n';
   }
-  if (unlisted_ > 0) text += "# and " + std::to_string(unlisted_) + " more, too various to be listed\n";
+  if (unlisted_ > 0) text += "# and " + std::to_string(unlisted_) + " more, too various or too long to be listed\n";
   return text;
 }
 

@@ -23,17 +23,17 @@ class Refusals {
   void Add(const std::string &who, const Action &action, const Verdict &verdict, const Rules &rules);
 
   std::uint64_t total() const { return total_; }
-  // How many of them are too various to be listed.
+  // How many of them are too various, or too long, to be listed.
   std::uint64_t unlisted() const { return unlisted_; }
   // Lines "seen = COUNT WHO... WHAT", each behind a comment with what refused it. What no rule can allow, because
-  // another owner has the name, is only a comment.
+  // another owner has the name or there is none, is only a comment.
   std::string Text() const;
 
  private:
   struct Entry {
     std::uint64_t count = 0;
     std::string why;
-    bool isHeld = false;
+    bool isComment = false;
   };
 
   std::map<std::string, Entry> entries_;

@@ -49,7 +49,9 @@ bool What::Matches(const Action &action, bool overlapping) const {
   if (verb == Verb::kAll) return true;
   if (verb != action.verb) return false;
   const VerbWords &words = WordsOf(verb);
-  if (words.hasNumbers &&
+  // Whoever subscribes to all events gets each of them.
+  const bool isAny = overlapping && verb == Verb::kSubscribe && action.number == words.leastNumber;
+  if (words.hasNumbers && !isAny &&
       std::none_of(numbers.begin(), numbers.end(), [&](const Range &each) { return each.Contains(action.number); })) {
     return false;
   }

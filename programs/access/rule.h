@@ -49,7 +49,7 @@ struct What {
   std::vector<Range> numbers;  // of verbs that have some
   std::vector<Pattern> names;
 
-  // overlapping: also a pattern of paths that only may match one of the names.
+  // overlapping: also what only may be, or includes, one of the names or numbers: a pattern of paths, all events.
   bool Matches(const Action &action, bool overlapping) const;
 };
 

@@ -21,7 +21,8 @@ std::optional<Rules> LoadRules(daemon::ProblemLog &log) {
 void LogRefusal(daemon::ProblemLog &log, const daemon::Holder &holder, const char *label, const Guard &guard,
                 Guard::Subject subject, const Action &action, const Guard::Answer &answer) {
   if (answer.verdict.allowed) return;
-  log.PrintOf(holder, "%s %s to %s, %s: %s", WhatText(action).c_str(), answer.passes ? "would be refused" : "refused",
+  // What a client chooses must not push the rule out of the line.
+  log.PrintOf(holder, "%.160s %s to %s, %.320s: %s", WhatText(action).c_str(), answer.passes ? "would be refused" : "refused",
               label, guard.WhoOf(subject).c_str(), guard.rules().Explain(answer.verdict).c_str());
 }
 

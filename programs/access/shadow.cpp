@@ -55,11 +55,12 @@ bool Covers(const What &wide, const What &narrow) {
          CoversAll(wide.numbers, narrow.numbers) && CoversAll(wide.names, narrow.names);
 }
 
-// Where something is not known, or a pattern may match, a prohibition reaches further than a permission.
+// Where something is not known, or a pattern or all events include it, a prohibition reaches further than a permission.
 bool ReachesFurther(const Rule &earlier, const Rule &rule) {
   const Who &who = earlier.who;
   const bool isCertain = who.groups.empty() && who.executables.empty() && who.units.empty() && who.users.empty() &&
-                         who.boardNames.empty() && !who.isLocal && earlier.what.verb != Verb::kServe;
+                         who.boardNames.empty() && !who.isLocal && earlier.what.verb != Verb::kServe &&
+                         earlier.what.verb != Verb::kSubscribe;
   return !earlier.allows || rule.allows || isCertain;
 }
 

@@ -91,7 +91,9 @@ TEST_F(RulesTest, TheFirstRuleThatConcernsBothDecides) {
       "allow = user:web own a\\x2cb\\x2a\n"
       "allow = user:web module 26,30-40\n"
       "deny = board:cam2 post *\n"
-      "allow = board:cam*,10.2.0.1 post *\n");
+      "allow = board:cam*,10.2.0.1 post *\n"
+      "deny = user:boss subscribe 0x2DA05\n"
+      "allow = user:boss subscribe *\n");
   const Identity web = User("web"), inUnit = UserInUnit("web", "web.service"), guest = User("guest");
   const Identity board = Board(0x0A01FFFF), otherBoard = Board(0x0A020001);
   const Identity camera = Board(7, "camera"), second = Board(7, "cam2"), modem = Board(7, "modem");
@@ -127,6 +129,9 @@ TEST_F(RulesTest, TheFirstRuleThatConcernsBothDecides) {
       {web, Verb::kServe, 0, "/api/a?min", false, 9},
       {web, Verb::kServe, 0, "/api/b*", true, 10},
       {web, Verb::kServe, 0, "/**", false, 9},
+      {web, Verb::kServe, 0, "/api", false, 9},  // gets what is below
+      {User("boss"), Verb::kSubscribe, 0x2DA00, "", false, 15},  // includes it
+      {User("boss"), Verb::kSubscribe, 0x2DA06, "", true, 16},
       {web, Verb::kOwn, 0, "a,b*", true, 3},
       {web, Verb::kModule, 26, "", true, 12},
       {web, Verb::kModule, 41, "", false, 0},
@@ -268,6 +273,7 @@ TEST_F(RulesTest, ARuleThatNeverDecidesIsFound) {
       {"deny = any subscribe * for *\nallow = any subscribe *", 0},
       {"deny = any own web\nallow = any own web*", 0},
       {"allow = any serve /a/*\ndeny = any serve /a/b", 0},  // also about "/**"
+      {"allow = any subscribe *\ndeny = any subscribe 0x2DA05", 0},  // also about all events
   };
   for (const auto &[text, line] : kCases) {
     const Rules rules = Parse(text);
