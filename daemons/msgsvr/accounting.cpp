@@ -1,7 +1,5 @@
 #include "msgsvr/accounting.h"
 
-#include <algorithm>
-
 namespace zor::msgsvr {
 
 void PendingRequests::Add(const Request &request) {

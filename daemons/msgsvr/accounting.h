@@ -3,6 +3,7 @@
 #ifndef MSGSVR_ACCOUNTING_H
 #define MSGSVR_ACCOUNTING_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <unordered_map>
@@ -41,6 +42,11 @@ class PendingRequests {
   // a request with the same sequence number is preferred, but not required, because many daemons reply with a new
   // number and the library accepts that. The number alone proves nothing, since every process counts from 1.
   bool TakeReply(const AppName &from, uint32_t type, uint32_t sequence);
+  // Whether such a message would be a reply.
+  bool HasRequest(const AppName &from, uint32_t type) const {
+    return std::any_of(requests_.begin(), requests_.end(),
+                       [&](const Request &request) { return request.type == type && request.to == from; });
+  }
   // Removes a request that was not delivered.
   void Undo(uint32_t type, uint32_t sequence);
   // Newest last.

@@ -15,6 +15,7 @@
 #include "msgsvr/restful.h"
 #include "msgsvr/settings.h"
 #include "msgsvr/trace_overrides.h"
+#include "programs/access/guard.h"
 #include "programs/accounts.h"
 #include "programs/event_poll.h"
 #include "programs/memory_reserve.h"
@@ -124,6 +125,7 @@ struct Bus {
   daemon::EventPoll poll;
   daemon::MemoryReserve reserve;
   daemon::Accounts accounts;
+  access::Guard guard;  // outlives the clients that it has admitted
   BodyFiles files;
   TraceOverrides traceOverrides;
   std::list<Client> clients;  // oldest connection first

@@ -34,6 +34,14 @@ void Client::SetBoard(TunnelledBoard known) {
   board = std::move(known);
 }
 
+access::Identity IdentityOf(const TunnelledBoard &board) {
+  access::Identity identity;
+  if (board.name.empty()) return identity;
+  identity.board = board.address;
+  identity.certificate = board.name;
+  return identity;
+}
+
 Client::Text Client::Label() const {
   Text label;
   const std::string_view shown = registered() ? name.text() : "an unregistered client";
@@ -49,9 +57,16 @@ Client::Text Client::Label() const {
   return label;
 }
 
+// The guard has the parts, a text for people, and another one as a key.
+void Client::Admit(access::Admission place, const access::Guard &guard) {
+  admission = std::move(place);
+  identityBytes = 4 * guard.WhoOf(admission.subject()).size();
+  Settle();
+}
+
 size_t Client::HeldBytes() const {
   const size_t inJournal = slot.valid() ? slot.memory() : 0;
-  return sizeof(Client) + inJournal + deliveries.HeldBytes() + pending.HeldBytes() + patternBytes;
+  return sizeof(Client) + inJournal + deliveries.HeldBytes() + pending.HeldBytes() + patternBytes + identityBytes;
 }
 
 }  // namespace zor::msgsvr

@@ -20,6 +20,7 @@
 #include "msgsvr/flows.h"
 #include "msgsvr/names.h"
 #include "msgsvr/refusals.h"
+#include "programs/access/server_access.h"
 #include "programs/accounts.h"
 #include "programs/output_queue.h"
 
@@ -40,6 +41,9 @@ struct TunnelledBoard {
   std::string name;  // in its certificate; empty until the tunnel has said it
   uint32_t address = 0;
 };
+
+// Who that is for the rules; until the tunnel has said it, somebody of whom nothing is known.
+access::Identity IdentityOf(const TunnelledBoard &board);
 
 struct Client {
   // Its slot is invalid if the journal has no room. May throw std::bad_alloc.
@@ -67,6 +71,8 @@ struct Client {
   void ReserveDelivery(bool bodyInFile) {
     deliveries.Reserve(bodyInFile, [this](size_t more) { return charge.MayTake(more); });
   }
+  // Takes its place at the guard, for which it is charged.
+  void Admit(access::Admission place, const access::Guard &guard);
   // Updates what it is charged.
   void Settle() { charge.Set(HeldBytes()); }
 
@@ -75,6 +81,7 @@ struct Client {
   TunnelledBoard board;
   uint64_t id;
   daemon::Charge charge;
+  access::Admission admission;
   AppName name;               // empty until the server has granted one
   uint64_t registration = 0;  // its number among all registrations
 
@@ -96,7 +103,8 @@ struct Client {
   Flows flows;
   Refusals refusals;
   EventGap gap;
-  size_t patternBytes = 0;  // of its restful patterns
+  size_t patternBytes = 0;   // of its restful patterns
+  size_t identityBytes = 0;  // at the guard
 
   EventSet events;
   bool leaving = false;  // another daemon has asked it to exit for good

@@ -63,6 +63,7 @@ void Describe(Fields &fields, Record &record) {
   fields(14, record.patterns);
   fields(15, record.barrier);
   fields(16, record.monitor);
+  fields(17, record.identity);
   fields(20, record.throughTunnel);
   fields(21, record.board);
   fields(22, record.boardAddress);

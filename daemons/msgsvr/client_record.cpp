@@ -64,6 +64,12 @@ bool AreTimes(const ClientRecord &record) {
   return valid;
 }
 
+// The user is in the record twice, and so is a board behind the tunnel.
+bool IsOfPeer(const access::Identity &identity, const StandingRecord &standing) {
+  if (standing.throughTunnel) return identity == IdentityOf(TunnelledBoard{standing.board, standing.boardAddress});
+  return !identity.certificate && (!identity.user || (standing.local && *identity.user == standing.uid));
+}
+
 }  // namespace
 
 StandingRecord StandingRecordOf(const Bus &bus, const Client &client) {
@@ -89,6 +95,7 @@ StandingRecord StandingRecordOf(const Bus &bus, const Client &client) {
   record.throughTunnel = client.peer.throughTunnel;
   record.board = client.board.name;
   record.boardAddress = client.board.address;
+  record.identity = bus.guard.IdentityOf(client.admission.subject());
   return record;
 }
 
@@ -125,6 +132,7 @@ const char *ProblemOf(const ClientRecord &record) {
   if (!name || (!name->empty() && !name->IsGrantable())) return "its name is malformed";
   if (!IsBoard(standing)) return "its board is malformed";
   if (!AreEventBits(standing.events)) return "it has subscribed to an unknown event";
+  if (standing.identity && !IsOfPeer(*standing.identity, standing)) return "its identity is another one";
   if (standing.gap.types.size() > limits::msgsvr::kGapTypes) return "it has missed too many events";
   if (standing.barrier && !AppName::FromField(standing.barrier->name)) return "its barrier is malformed";
   if (!AreTimes(record)) return "its times are wrong";

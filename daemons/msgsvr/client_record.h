@@ -51,6 +51,7 @@ struct StandingRecord {
   std::vector<PatternRecord> patterns;
   std::optional<BarrierRecord> barrier;
   std::optional<Monitors::State> monitor;
+  std::optional<access::Identity> identity = {};  // none from a server that asked no rules
   bool throughTunnel = false;
   std::string board = {};  // its name; empty: not yet known, or not through the tunnel
   uint32_t boardAddress = 0;

@@ -7,14 +7,9 @@
 #include "msgsvr/registration.h"
 #include "programs/json.h"
 #include "programs/limits.h"
-#include "programs/peer.h"
 
 namespace zor::msgsvr {
 namespace {
-
-bool MayControl(const Peer &peer) {
-  return peer.local && daemon::IsOperator(peer.uid);
-}
 
 // The name that the body consists of; nothing if it is malformed.
 std::optional<AppName> NameIn(std::span<const std::byte> body) {
@@ -57,7 +52,7 @@ Control::ControlReply Control::Perform(Client &from, const Frame &frame) {
   const auto *entry = std::find_if(std::begin(kEntries), std::end(kEntries),
                                    [&](const Entry &candidate) { return candidate.type == frame.type(); });
   const bool known = entry != std::end(kEntries);
-  if ((!known || entry->forOperators) && !MayControl(from.peer)) return {ZOR_CONTROL_REFUSED, {}};
+  if ((!known || entry->forOperators) && !permission_.MayControl(from, frame.type())) return {ZOR_CONTROL_REFUSED, {}};
   if (!known) return {ZOR_CONTROL_UNKNOWN, {}};
   return (this->*entry->handle)(from, frame, content ? Body(*content) : frame.body());
 }

@@ -1,5 +1,5 @@
-// Control requests: operators' tools inspect and configure the server. Only root and the server's own user get more
-// than a refusal, except to what a daemon asks for itself.
+// Control requests: operators' tools inspect and configure the server. Only those who may by the rules, or root and the
+// server's own user where there are none, get more than a refusal, except to what a daemon asks for itself.
 #ifndef MSGSVR_CONTROL_H
 #define MSGSVR_CONTROL_H
 
@@ -10,6 +10,7 @@
 
 #include "msgsvr/delivery.h"
 #include "msgsvr/file_passing.h"
+#include "msgsvr/permission.h"
 
 namespace zor::msgsvr {
 
@@ -19,7 +20,7 @@ inline bool IsControl(uint32_t type) {
 
 class Control {
  public:
-  Control(Bus &bus, Delivery &delivery, FilePassing &files) : bus_(bus), delivery_(delivery), files_(files) {}
+  Control(Bus &bus, Delivery &delivery, FilePassing &files) : bus_(bus), delivery_(delivery), files_(files), permission_(bus) {}
 
   // Replies to a control request of a registered client, known or not.
   void Handle(Client &from, const Frame &frame);
@@ -53,6 +54,7 @@ class Control {
   Bus &bus_;
   Delivery &delivery_;
   FilePassing &files_;
+  Permission permission_;
 };
 
 }  // namespace zor::msgsvr

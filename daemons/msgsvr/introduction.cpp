@@ -30,6 +30,7 @@ std::optional<TunnelledBoard> BoardIn(const Frame &frame) {
 void IntroduceBoard(Bus &bus, Client &client, const Frame &frame) {
   auto board = BoardIn(frame);
   if (!board) return bus.CutOff(client, "its connection does not begin with the tunnel's word on its board");
+  client.Admit({bus.guard, IdentityOf(*board)}, bus.guard);
   client.SetBoard(std::move(*board));
   bus.Changed(client);
 }

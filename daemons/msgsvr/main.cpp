@@ -14,6 +14,7 @@
 #include "msgsvr/message_directory.h"
 #include "msgsvr/recovery.h"
 #include "msgsvr/server.h"
+#include "programs/access/server_access.h"
 #include "programs/descriptor_set.h"
 #include "programs/holdings.h"
 #include "programs/limits.h"
@@ -160,8 +161,9 @@ std::string ProblemOf(const msgsvr::ServerState &state, const msgsvr::BusSetting
   return holdings.ProblemWith(settings.userBytes, settings.memoryBytes);
 }
 
-// Whether a server with these settings can take over that state.
+// Whether a server with these settings and rules can take over that state.
 int Check(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, std::span<const std::byte> bytes) {
+  if (!access::LoadRules(log)) return daemon::kExitSettings;
   const auto state = StateIn(bytes, log);
   if (!state) return daemon::kExitState;
   if (const std::string problem = ProblemOf(*state, settings); !problem.empty()) {
@@ -193,6 +195,8 @@ void Announce(const daemon::Start &start, msgsvr::Server &server, const Listener
 }
 
 int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::Start &start) {
+  auto rules = access::LoadRules(log);
+  if (!rules) return daemon::kExitSettings;
   daemon::DescriptorSet descriptors;
   std::optional<msgsvr::ServerState> state;
   std::optional<daemon::MappedState> mapped;
@@ -220,6 +224,7 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   }
   msgsvr::Bus bus(settings, *journal, daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR), log);
   bus.verbose = start.verbose;
+  bus.guard.Replace(std::move(*rules));
   msgsvr::Server server(bus, signals,
                         {listeners.local.fd(), listeners.local.lockFd(), listeners.tcp.socket.get(), settings.tcp,
                          listeners.boards.get(), settings.boards},

@@ -22,8 +22,9 @@ const Requests::Entry Requests::kEntries[] = {
 void Requests::Register(Client &from, const Frame &frame) {
   const auto wanted = AppName::FromField(frame.head.source);
   delivery_.CopyRequest(frame);
+  const bool granted = wanted && wanted->IsGrantable() && permission_.MayOwn(from, *wanted);
   if (from.registered()) bus_.names.Remove(from.name, from);
-  from.name = wanted && wanted->IsGrantable() ? *wanted : AppName();
+  from.name = granted ? *wanted : AppName();
   if (from.registered()) {
     if (!from.peer.local) ReplaceSilent(from);
     bus_.names.Add(from.name, from);
@@ -57,16 +58,21 @@ bool Requests::Handle(Client &from, const Frame &frame) {
   const auto *entry = std::find_if(std::begin(kEntries), std::end(kEntries),
                                    [&](const Entry &candidate) { return candidate.type == frame.type(); });
   if (entry == std::end(kEntries)) return false;
-  delivery_.CopyRequest(frame);
   if (!frame.bodyInFile()) {
-    (this->*entry->handle)(from, frame, frame.body());
+    CarryOut(*entry, from, frame, frame.body());
     return true;
   }
   // The router has checked that the file is the sender's. The longest content is a list of restful patterns.
   const auto content = files_.Read(limits::msgsvr::kRequestInFile);
   bus_.files.Remove(frame.bytes);
-  if (content) (this->*entry->handle)(from, frame, *content);
+  if (content) CarryOut(*entry, from, frame, *content);
   return true;
+}
+
+void Requests::CarryOut(const Entry &entry, Client &from, const Frame &frame, Body body) {
+  if (!permission_.MayRequest(from, frame, body)) return delivery_.Refuse(from, frame.bytes, AppName());
+  delivery_.CopyRequest(frame);
+  (this->*entry.handle)(from, frame, body);
 }
 
 void Requests::Subscribe(Client &from, const Frame &frame, Body body) {

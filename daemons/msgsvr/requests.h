@@ -6,12 +6,13 @@
 
 #include "msgsvr/delivery.h"
 #include "msgsvr/file_passing.h"
+#include "msgsvr/permission.h"
 
 namespace zor::msgsvr {
 
 class Requests {
  public:
-  Requests(Bus &bus, Delivery &delivery, FilePassing &files) : bus_(bus), delivery_(delivery), files_(files) {}
+  Requests(Bus &bus, Delivery &delivery, FilePassing &files) : bus_(bus), delivery_(delivery), files_(files), permission_(bus) {}
 
   // Grants the sender the name that it asks for and replies with its settings.
   void Register(Client &from, const Frame &frame);
@@ -26,6 +27,7 @@ class Requests {
   };
   static const Entry kEntries[];
 
+  void CarryOut(const Entry &entry, Client &from, const Frame &frame, Body body);
   void Subscribe(Client &from, const Frame &frame, Body body);
   void Unsubscribe(Client &from, const Frame &frame, Body body);
   void CountProcesses(Client &from, const Frame &frame, Body body);
@@ -43,6 +45,7 @@ class Requests {
   Bus &bus_;
   Delivery &delivery_;
   FilePassing &files_;
+  Permission permission_;
 };
 
 }  // namespace zor::msgsvr

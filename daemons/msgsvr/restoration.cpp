@@ -18,6 +18,16 @@ AppName NameOf(const AppName::Field &field) {
   return AppName::FromField(field).value_or(AppName());
 }
 
+// For a record without identity, what the socket still says: the process may be another one by now.
+access::Identity IdentityOf(const StandingRecord &standing, int socket) {
+  if (standing.identity) return *standing.identity;
+  if (standing.throughTunnel) return msgsvr::IdentityOf(TunnelledBoard{standing.board, standing.boardAddress});
+  access::Identity identity = access::ReadIdentity(socket);
+  identity.executable.reset();
+  identity.unit.reset();
+  return !standing.local || identity.user == standing.uid ? identity : access::Identity();
+}
+
 EventSet SetOf(const std::vector<uint16_t> &bits) {
   EventSet events;
   for (const uint16_t bit : bits) events.set(bit);
@@ -83,6 +93,7 @@ const char *Restoration::Fill(Client &client, const ClientRecord &record) {
   const StandingRecord &standing = record.standing;
   if (!CheckSockets(client, record)) return "its socket is missing";
   if (!client.slot.AppendInput(record.partial)) return "what it sent cannot be restored";
+  client.Admit({bus_.guard, IdentityOf(standing, client.socket.get())}, bus_.guard);
   RestoreNotes(client, record);
   client.backlog = record.backlog;
   if (!standing.board.empty()) client.SetBoard({standing.board, standing.boardAddress});

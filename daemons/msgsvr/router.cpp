@@ -64,7 +64,7 @@ void Router::RouteFrame(Client &from, Frame &frame) {
   frame.SetSource(from.name);
   from.lastTarget = 0;
   if (frame.bodyInFile() && !files_.Check(from, frame)) return;
-  if (IsEvent(frame)) return PublishEvent(from, frame);
+  if (IsEvent(frame)) return TakeEvent(from, frame);
   if (!frame.destination.empty()) return ForwardTo(from, bus_.names.Oldest(frame.destination), frame);
   if (IsControl(frame.type())) return control_.Handle(from, frame);
   if (!requests_.Handle(from, frame)) RouteUnnamed(from, frame);
@@ -77,9 +77,15 @@ void Router::RouteUnnamed(Client &from, const Frame &frame) {
 
 void Router::ForwardTo(Client &from, Client *to, const Frame &frame) {
   // A daemon on another board cannot read this one's files.
-  if (to == nullptr || (frame.bodyInFile() && !to->peer.local))
+  if (to == nullptr || (frame.bodyInFile() && !to->peer.local) || !permission_.MaySend(from, *to, frame.type())) {
     return delivery_.DropUndelivered(from, frame.bytes, frame.destination);
+  }
   frame.bodyInFile() ? files_.Forward(from, *to, frame) : delivery_.Forward(from, *to, frame);
+}
+
+void Router::TakeEvent(Client &from, const Frame &frame) {
+  if (permission_.MayPublish(from, frame.type())) return PublishEvent(from, frame);
+  delivery_.DropUndelivered(from, frame.bytes, frame.destination);
 }
 
 void Router::PublishEvent(Client &from, const Frame &frame) {

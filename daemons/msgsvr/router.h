@@ -10,6 +10,7 @@
 #include "msgsvr/control.h"
 #include "msgsvr/delivery.h"
 #include "msgsvr/file_passing.h"
+#include "msgsvr/permission.h"
 #include "msgsvr/requests.h"
 
 namespace zor::msgsvr {
@@ -20,6 +21,7 @@ class Router {
       : bus_(bus),
         delivery_(bus),
         files_(bus, delivery_),
+        permission_(bus),
         requests_(bus, delivery_, files_),
         control_(bus, delivery_, files_) {}
 
@@ -34,6 +36,7 @@ class Router {
   void RouteFrame(Client &from, Frame &frame);
   void RouteUnnamed(Client &from, const Frame &frame);
   void ForwardTo(Client &from, Client *to, const Frame &frame);
+  void TakeEvent(Client &from, const Frame &frame);
   void PublishEvent(Client &from, const Frame &frame);
   void CollectSubscribers(const Frame &frame);
   Client *RestfulTarget(const Frame &frame);
@@ -41,6 +44,7 @@ class Router {
   Bus &bus_;
   Delivery delivery_;
   FilePassing files_;
+  Permission permission_;
   Requests requests_;
   Control control_;
   std::vector<Client *> subscribers_;  // of the event at hand

@@ -158,6 +158,8 @@ void Server::Admit(UniqueFd socket, Listener::Of kind) {
     return client != nullptr && !client->registered();
   });
   newcomers_.Add(bus_.lastId + 1);  // does nothing for an id that is not used
+  // The process at the other end of the tunnel's connections is the tunnel.
+  access::Admission admission(bus_.guard, peer.throughTunnel ? access::Identity() : access::ReadIdentity(socket.get()));
   Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++bus_.lastId, bus_.journal,
                                              bus_.settings.queueBytes, bus_.accounts);
   if (!client.slot.valid()) {
@@ -165,6 +167,7 @@ void Server::Admit(UniqueFd socket, Listener::Of kind) {
     bus_.clients.pop_back();
     return;
   }
+  client.Admit(std::move(admission), bus_.guard);
   bus_.Changed(client);
   bus_.Changed();
   if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) return bus_.CutOff(client, std::strerror(errno));

@@ -22,8 +22,9 @@ void LogRefusal(daemon::ProblemLog &log, const daemon::Holder &holder, const cha
                 Guard::Subject subject, const Action &action, const Guard::Answer &answer) {
   if (answer.verdict.allowed) return;
   // What a client chooses must not push the rule out of the line.
-  log.PrintOf(holder, "%.160s %s to %s, %.320s: %s", WhatText(action).c_str(), answer.passes ? "would be refused" : "refused",
-              label, guard.WhoOf(subject).c_str(), guard.rules().Explain(answer.verdict).c_str());
+  log.PrintOf(holder, "%.160s %s to %s, %.320s: %s", WhatText(action).c_str(),
+              answer.passes ? "would be refused" : "refused", label, guard.WhoOf(subject).c_str(),
+              guard.rules().Explain(answer.verdict).c_str());
 }
 
 ControlAnswer AskControl(Guard &guard, Guard::Subject subject, uid_t user, const Action &action) {

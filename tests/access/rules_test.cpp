@@ -272,7 +272,7 @@ TEST_F(RulesTest, ARuleThatNeverDecidesIsFound) {
       {"deny = user:web own web\nallow = any own web", 0},
       {"deny = any subscribe * for *\nallow = any subscribe *", 0},
       {"deny = any own web\nallow = any own web*", 0},
-      {"allow = any serve /a/*\ndeny = any serve /a/b", 0},  // also about "/**"
+      {"allow = any serve /a/*\ndeny = any serve /a/b", 0},          // also about "/**"
       {"allow = any subscribe *\ndeny = any subscribe 0x2DA05", 0},  // also about all events
   };
   for (const auto &[text, line] : kCases) {

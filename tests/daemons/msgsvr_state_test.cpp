@@ -42,22 +42,24 @@ class MsgsvrState : public testing::Test {
   ClientRecord Rich(uint64_t id, const char *name, uint64_t order) const {
     const int64_t now = Nanoseconds(Clock::now());
     ClientRecord record;
-    record.standing = {id,
-                       Field(name),
-                       order,
-                       true,
-                       12,
-                       34,
-                       56,
-                       {0, 3, 255},
-                       true,
-                       7,
-                       now,
-                       true,
-                       {true, 8, 9, {{0x2DA05, 4}}},
-                       {{order, "/a"}, {order + 2, "/b|/c"}},
-                       BarrierRecord{order, Field("gate"), 1, 2, 3},
-                       Monitors::State{{"", 3, 1, 100}, 11}};
+    record.standing = {
+        id,
+        Field(name),
+        order,
+        true,
+        12,
+        34,
+        56,
+        {0, 3, 255},
+        true,
+        7,
+        now,
+        true,
+        {true, 8, 9, {{0x2DA05, 4}}},
+        {{order, "/a"}, {order + 2, "/b|/c"}},
+        BarrierRecord{order, Field("gate"), 1, 2, 3},
+        Monitors::State{{"", 3, 1, 100}, 11},
+        access::Identity{12, {{3, 4}}, "/usr/bin/" + std::string(name), "a.service", std::nullopt, std::nullopt}};
     record.queueBytes = 2000000;
     record.queue = {{FrameOf(name), 3, -1}, {FrameOf(name), 0, -1}};
     record.partial = std::vector<std::byte>(10, std::byte{1});
@@ -84,6 +86,7 @@ class MsgsvrState : public testing::Test {
     ClientRecord &newcomer = state.clients[2];
     newcomer.standing.id = 7;
     newcomer.standing.local = true;
+    newcomer.standing.identity.emplace().board = 5;
     newcomer.standing.lastReport = newcomer.standing.since = 1;
     newcomer.halfDescriptor = numbers_[4];
     newcomer.partial = {std::byte{0}};
