@@ -145,6 +145,7 @@ inline constexpr std::uint32_t kStormSeconds = 10;
 inline constexpr std::uint32_t kMostStormRate = 1000000;
 inline constexpr std::uint32_t kMostWatchSeconds = 3600;
 inline constexpr std::uint64_t kLeastTraceFileKiB = 1024;       // daemons ignore less
+inline constexpr std::size_t kRefusalList = 4u << 20;           // a reply that a tool can read
 inline constexpr std::size_t kControlInFile = 16384;            // sets all trace levels of a daemon
 inline constexpr std::uint32_t kTraceOverridesFile = 1u << 20;  // more than all names with all modules take
 

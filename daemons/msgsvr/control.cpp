@@ -33,6 +33,8 @@ const Control::Entry Control::kEntries[] = {
     {ZOR_MSG_CONTROL_TRACE_SET, true, &Control::TraceSet},
     {ZOR_MSG_CONTROL_TRACE_CLEAR, true, &Control::TraceClear},
     {ZOR_MSG_CONTROL_RESTART, true, &Control::Restart},
+    {ZOR_MSG_CONTROL_ACCESS_RELOAD, true, &Control::AccessReload},
+    {ZOR_MSG_CONTROL_ACCESS_REFUSED, true, &Control::AccessRefused},
     {ZOR_MSG_CONTROL_GAPS, false, &Control::Gaps},
 };
 
@@ -121,6 +123,32 @@ Control::ControlReply Control::Restart(Client &from, const Frame &frame, Body bo
   if (bus_.restartFor) return {ZOR_CONTROL_UNCHANGED, "it is being replaced already"};
   bus_.restartFor = {from.id, frame.type(), frame.head.sequence};
   return {ZOR_CONTROL_OK, {}, true};
+}
+
+// All or none: mistakes leave the rules that are in force.
+Control::ControlReply Control::AccessReload(Client &from, const Frame &, Body body) {
+  if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
+  std::vector<std::string> mistakes;
+  auto rules = access::LoadRules(mistakes);
+  if (!rules) {
+    std::string text;
+    for (const std::string &mistake : mistakes) text += (text.empty() ? "" : "; ") + mistake;
+    bus_.log.Print("the rules of access stay as they are: %s", text.c_str());
+    return {ZOR_CONTROL_UNCHANGED, std::move(text)};
+  }
+  bus_.guard.Replace(std::move(*rules));
+  const access::Rules &now = bus_.guard.rules();
+  bus_.log.Print("rules of access read anew for %s: %zu, mode %s", from.Label().c_str(), now.list().size(),
+                 now.ModeName());
+  const daemon::Json json(cJSON_CreateObject());
+  daemon::AddNumber(json.get(), "rules", now.list().size());
+  daemon::AddText(json.get(), "mode", now.ModeName());
+  return {ZOR_CONTROL_OK, daemon::JsonText(json.get())};
+}
+
+Control::ControlReply Control::AccessRefused(Client &, const Frame &, Body body) {
+  if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
+  return {ZOR_CONTROL_OK, bus_.guard.refusals().Text(limits::msgsvr::kRefusalList)};
 }
 
 Control::ControlReply Control::Gaps(Client &from, const Frame &frame, Body body) {

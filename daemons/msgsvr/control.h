@@ -49,6 +49,8 @@ class Control {
   ControlReply TraceSet(Client &from, const Frame &frame, Body body);
   ControlReply TraceClear(Client &from, const Frame &frame, Body body);
   ControlReply Restart(Client &from, const Frame &frame, Body body);
+  ControlReply AccessReload(Client &from, const Frame &frame, Body body);
+  ControlReply AccessRefused(Client &from, const Frame &frame, Body body);
   ControlReply Gaps(Client &from, const Frame &frame, Body body);
 
   Bus &bus_;

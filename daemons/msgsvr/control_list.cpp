@@ -80,6 +80,14 @@ void AddPendingRequests(cJSON *object, const Bus &bus, const Client &client) {
   }
 }
 
+void AddAccess(cJSON *object, const access::Guard &guard) {
+  cJSON *access = cJSON_AddObjectToObject(object, "access");
+  AddText(access, "mode", guard.rules().ModeName());
+  AddNumber(access, "rules", guard.rules().list().size());
+  AddNumber(access, "refused", guard.refusals().total() - guard.observed());
+  AddNumber(access, "would_be_refused", guard.observed());
+}
+
 std::string ServerText(const Bus &bus) {
   const Json server(cJSON_CreateObject());
   const auto uptime = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - bus.started);
@@ -95,6 +103,7 @@ std::string ServerText(const Bus &bus) {
   AddNumber(server.get(), "memory_bytes", bus.settings.memoryBytes);
   AddNumber(server.get(), "held", bus.accounts.bytes());
   AddCounters(server.get(), bus.counters);
+  AddAccess(server.get(), bus.guard);
   return JsonText(server.get());
 }
 

@@ -1,6 +1,6 @@
 /* Inspecting and configuring the message server: its own requests, for operators' tools. They name no destination and
-   are granted only when the sender's connection is local and its user is root or the server's own; ZOR_MSG_CONTROL_GAPS
-   is granted to everyone. The reply to each is
+   are granted only when the sender's connection is local and the rules of access allow it, or where there are none its
+   user is root or the server's own; ZOR_MSG_CONTROL_GAPS is granted to everyone. The reply to each is
    a message of its type, whose data word is one of ZOR_CONTROL_*; a reply that is too long for the socket travels in a
    file, like any body. Byte-level description: docs/protocol.md. */
 #ifndef ZOR_CONTROL_WIRE_H
@@ -11,16 +11,18 @@
 
 /* The server's own range of message types; the reply to those that are not listed is ZOR_CONTROL_UNKNOWN. */
 #define ZOR_MSG_CONTROL_FIRST UINT32_C(0xFF000)
-#define ZOR_MSG_CONTROL_LIST UINT32_C(0xFF000)        /* no body; reply: JSON, the server and all its clients */
-#define ZOR_MSG_CONTROL_MONITOR UINT32_C(0xFF001)     /* ZOR_CONTROL_FILTER: start or change copying; no body: stop */
-#define ZOR_MSG_CONTROL_COPY UINT32_C(0xFF002)        /* from the server, unasked: ZOR_CONTROL_COPY and a frame */
-#define ZOR_MSG_CONTROL_TRACE_GET UINT32_C(0xFF003)   /* 12-byte name; reply: JSON, its settings at registration */
-#define ZOR_MSG_CONTROL_TRACE_SET UINT32_C(0xFF004)   /* JSON of that shape with "name": the members given replace */
-#define ZOR_MSG_CONTROL_TRACE_CLEAR UINT32_C(0xFF005) /* 12-byte name: back to the settings file; empty: all names */
-#define ZOR_MSG_CONTROL_RESTART UINT32_C(0xFF006)     /* no body; reply: JSON, from the program that took over */
-#define ZOR_MSG_CONTROL_BOARD UINT32_C(0xFF007)       /* from the tunnel, before all else: ZOR_CONTROL_BOARD */
-#define ZOR_MSG_CONTROL_GAPS UINT32_C(0xFF010)        /* no body; data word 1: tell me of events I miss, 0: no longer */
-#define ZOR_MSG_CONTROL_GAP UINT32_C(0xFF011) /* from the server, before the next event: ZOR_CONTROL_GAP, types */
+#define ZOR_MSG_CONTROL_LIST UINT32_C(0xFF000)          /* no body; reply: JSON, the server and all its clients */
+#define ZOR_MSG_CONTROL_MONITOR UINT32_C(0xFF001)       /* ZOR_CONTROL_FILTER: start or change copying; no body: stop */
+#define ZOR_MSG_CONTROL_COPY UINT32_C(0xFF002)          /* from the server, unasked: ZOR_CONTROL_COPY and a frame */
+#define ZOR_MSG_CONTROL_TRACE_GET UINT32_C(0xFF003)     /* 12-byte name; reply: JSON, its settings at registration */
+#define ZOR_MSG_CONTROL_TRACE_SET UINT32_C(0xFF004)     /* JSON of that shape with "name": the members given replace */
+#define ZOR_MSG_CONTROL_TRACE_CLEAR UINT32_C(0xFF005)   /* 12-byte name: back to the settings file; empty: all names */
+#define ZOR_MSG_CONTROL_RESTART UINT32_C(0xFF006)       /* no body; reply: JSON, from the program that took over */
+#define ZOR_MSG_CONTROL_BOARD UINT32_C(0xFF007)         /* from the tunnel, before all else: ZOR_CONTROL_BOARD */
+#define ZOR_MSG_CONTROL_ACCESS_RELOAD UINT32_C(0xFF008) /* no body; reply: JSON, the rules of access now in force */
+#define ZOR_MSG_CONTROL_ACCESS_REFUSED UINT32_C(0xFF009) /* no body; reply: a text, what these have refused */
+#define ZOR_MSG_CONTROL_GAPS UINT32_C(0xFF010) /* no body; data word 1: tell me of events I miss, 0: no longer */
+#define ZOR_MSG_CONTROL_GAP UINT32_C(0xFF011)  /* from the server, before the next event: ZOR_CONTROL_GAP, types */
 #define ZOR_MSG_CONTROL_LAST UINT32_C(0xFF0FF)
 
 /* The data word of a reply. */
@@ -29,7 +31,7 @@
 #define ZOR_CONTROL_MALFORMED UINT32_C(2) /* the body does not fit the type */
 #define ZOR_CONTROL_UNKNOWN UINT32_C(3)   /* no such request */
 #define ZOR_CONTROL_FAILED UINT32_C(4)    /* the server failed: out of memory, or a disk error */
-#define ZOR_CONTROL_UNCHANGED UINT32_C(5) /* the server was not replaced and goes on; the body: why, a text */
+#define ZOR_CONTROL_UNCHANGED UINT32_C(5) /* the server, or its rules, were not replaced; the body: why, a text */
 
 /* Which board is at the other end of a connection that the tunnel has made. It is valid only as the first message to
    the socket that msgsvr has for the tunnel, where every connection begins with it; there is no reply. */

@@ -53,6 +53,7 @@ void Refusals::Add(const std::string &who, const Action &action, const Verdict &
   const auto known = entries_.find(line);
   if (known != entries_.end()) {
     ++known->second.count;
+    known->second.why = rules.Explain(verdict);  // the rules may be others
   } else if (entries_.size() < limits::access::kRefusals && line.size() <= limits::access::kRefusalText) {
     const bool lacksName = action.name.empty() && WordsOf(action.verb).names == VerbWords::Names::kRequired;
     entries_[line] = {1, rules.Explain(verdict), lacksName || verdict.reason == Reason::kHeld};
@@ -61,13 +62,19 @@ void Refusals::Add(const std::string &who, const Action &action, const Verdict &
   }
 }
 
-std::string Refusals::Text() const {
+std::string Refusals::Text(std::size_t mostBytes) const {
   std::string text;
+  std::uint64_t unlisted = unlisted_;
   for (const auto &[line, entry] : entries_) {
-    text += "# " + entry.why + "\n" + (entry.isComment ? "# " : "") + "seen = " + std::to_string(entry.count) + ' ' +
-            line + '\n';
+    const std::string lines = "# " + entry.why + "\n" + (entry.isComment ? "# " : "") +
+                              "seen = " + std::to_string(entry.count) + ' ' + line + '\n';
+    if (lines.size() <= mostBytes - text.size()) {
+      text += lines;
+    } else {
+      unlisted += entry.count;
+    }
   }
-  if (unlisted_ > 0) text += "# and " + std::to_string(unlisted_) + " more, too various or too long to be listed\n";
+  if (unlisted > 0) text += "# and " + std::to_string(unlisted) + " more, too various or too long to be listed\n";
   return text;
 }
 

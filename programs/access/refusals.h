@@ -27,7 +27,7 @@ class Refusals {
   std::uint64_t unlisted() const { return unlisted_; }
   // Lines "seen = COUNT WHO... WHAT", each behind a comment with what refused it. What no rule can allow, because
   // another owner has the name or there is none, is only a comment.
-  std::string Text() const;
+  std::string Text(std::size_t mostBytes = SIZE_MAX) const;
 
  private:
   struct Entry {

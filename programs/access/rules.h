@@ -47,6 +47,8 @@ class Rules {
   // Without a rule and without a mode everything is allowed.
   bool isOpen() const { return list_.empty() && !mode_; }
   Mode mode() const { return mode_ ? mode_->value : Mode::kEnforce; }
+  // For operators' tools.
+  const char *ModeName() const { return isOpen() ? "open" : mode() == Mode::kObserve ? "observe" : "enforce"; }
   const std::vector<Rule> &list() const { return list_; }
 
   Verdict Decide(const Identity &identity, const Action &action) const;

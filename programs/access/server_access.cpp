@@ -1,19 +1,20 @@
 #include "programs/access/server_access.h"
 
-#include <string>
-#include <vector>
-
 #include "programs/access/accounts.h"
 #include "programs/paths.h"
 #include "programs/peer.h"
 
 namespace zor::access {
 
-std::optional<Rules> LoadRules(daemon::ProblemLog &log) {
-  std::vector<std::string> mistakes;
+std::optional<Rules> LoadRules(std::vector<std::string> &mistakes) {
   const std::string path = daemon::FixedPath(Rules::kDirectory);
   if (path.empty()) mistakes.emplace_back(std::string(Rules::kDirectory) + ": too long beneath ZOR_ROOT");
-  auto rules = path.empty() ? std::nullopt : Rules::Load(path, Accounts::OfSystem(), mistakes);
+  return path.empty() ? std::nullopt : Rules::Load(path, Accounts::OfSystem(), mistakes);
+}
+
+std::optional<Rules> LoadRules(daemon::ProblemLog &log) {
+  std::vector<std::string> mistakes;
+  auto rules = LoadRules(mistakes);
   for (const std::string &mistake : mistakes) log.Print("%s", mistake.c_str());
   return rules;
 }

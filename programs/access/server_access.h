@@ -3,7 +3,9 @@
 #define PROGRAMS_ACCESS_SERVER_ACCESS_H
 
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "programs/access/guard.h"
 #include "programs/fields.h"
@@ -12,7 +14,8 @@
 
 namespace zor::access {
 
-// The rules in Rules::kDirectory below the root. No value if there is a mistake; the log names all of them.
+// The rules in Rules::kDirectory below the root. No value if there is a mistake; all are added, or named in the log.
+std::optional<Rules> LoadRules(std::vector<std::string> &mistakes);
 std::optional<Rules> LoadRules(daemon::ProblemLog &log);
 
 // A client that a guard has admitted, and dismisses when the object ends. The guard must outlive it.

@@ -103,6 +103,7 @@ class MsgsvrState : public testing::Test {
     deaf.standing.throughTunnel = true;
     deaf.standing.board = "modem";
     deaf.standing.boardAddress = 18;
+    deaf.standing.identity = IdentityOf(TunnelledBoard{"modem", 18});
     for (size_t i = 0; i < state.clients.size(); ++i) state.clients[i].socket = numbers_[i];
     return state;
   }
@@ -160,6 +161,23 @@ TEST_F(MsgsvrState, IsWholeAfterARestoration) {
   EXPECT_EQ(successor.bus.names.Oldest(AppName("one")), successor.bus.Find(6)) << "it has registered first";
   EXPECT_EQ(successor.bus.Find(8)->deaf, true);
   EXPECT_EQ(successor.WriteDown(), bytes);
+}
+
+TEST_F(MsgsvrState, WithoutAnIdentityOnlyTheSocketIsBelieved) {
+  ServerState state = RichState();
+  state.clients[0].standing.uid = ::geteuid();
+  state.clients[1].standing.uid = ::geteuid() + 1;
+  for (ClientRecord &client : state.clients) client.standing.identity.reset();
+  for (UniqueFd &fd : reserved_) fd.reset();
+  Successor successor(*this, state);
+  const auto identity = [&](uint64_t id) {
+    return successor.bus.guard.IdentityOf(successor.bus.Find(id)->admission.subject());
+  };
+  EXPECT_EQ(identity(5).user, ::geteuid());
+  EXPECT_TRUE(identity(5).groups);
+  EXPECT_FALSE(identity(5).unit || identity(5).executable) << "the process may be another one by now";
+  EXPECT_EQ(identity(6), access::Identity()) << "the record names another user";
+  EXPECT_EQ(identity(8).certificate, "modem");
 }
 
 // The sanitizers notice what is read out of bounds. Whatever reads as a state is taken over and ended again.

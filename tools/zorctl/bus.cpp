@@ -124,7 +124,7 @@ Bus::Bus(const Deadline &deadline) {
   if (ZOR_MSG_Init(wanted.c_str()) != ZOR_OK) throw NotConnected();
   if (g_stMsgCtx.socketFd < 0) {
     throw Failure(kExitRefused, std::string(kServer) + " refused the connection",
-                  "check its log; it may already have max_clients clients");
+                  "check its log; it has max_clients clients, or its rules do not grant this command a name");
   }
   name_ = g_stMsgCtx.appName;
   ZOR_TRACE_SetPackageLevel(nullptr, 0);  // whatever the server sets for all daemons

@@ -1,5 +1,8 @@
-// The rules of who may do what: which one decides, whether a file is sound, and rules from what was observed. It reads
-// files, and needs no server.
+// The rules of who may do what: which one decides, whether a file is sound, and rules from what was observed. That
+// reads files, and needs no server; the message server itself is told to read its rules anew, and asked what they have
+// refused.
+#include <zor/control_wire.h>
+
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -11,6 +14,7 @@
 #include "programs/limits.h"
 #include "programs/paths.h"
 #include "zorctl/access_query.h"
+#include "zorctl/bus.h"
 #include "zorctl/input_file.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
@@ -42,9 +46,10 @@ class AccessVerb : public Verb {
   void Declare(CLI::App &app) override {
     app.add_option("ACTION", action_,
                    "explain: who may do something, and by which rule; test: whether files of rules are sound; learn: "
-                   "write rules that allow what was observed")
+                   "write rules that allow what was observed; reload: let the message server read its rules anew; "
+                   "refused: what they have refused, or would have, since it started; learn reads that")
         ->required()
-        ->check(CLI::IsMember({"explain", "test", "learn"}))
+        ->check(CLI::IsMember({"explain", "test", "learn", "reload", "refused"}))
         ->type_name("");
     app.add_option("WORDS", words_,
                    "With explain: WHO and WHAT in the words of a rule; with test: files; with learn: a file of "
@@ -62,6 +67,8 @@ class AccessVerb : public Verb {
 
   ExitCode Run(const Common &common) override {
     json_ = common.json;
+    if (action_ == "reload") return Reload(common.deadline());
+    if (action_ == "refused") return PrintRefused(common.deadline());
     const access::Accounts accounts =
         accountsPath_.empty() ? access::Accounts::OfSystem() : access::Accounts::OfDirectory(accountsPath_);
     if (action_ == "explain") return Explain(accounts);
@@ -69,6 +76,30 @@ class AccessVerb : public Verb {
   }
 
  private:
+  ExitCode Reload(const Deadline &deadline) const {
+    RequireNoWords();
+    Bus bus(deadline);
+    const Json rules = bus.ControlJson(ZOR_MSG_CONTROL_ACCESS_RELOAD, "", deadline);
+    if (json_) {
+      PrintJson(rules);
+    } else {
+      Print(std::to_string(rules.value("rules", 0)) + " rules, mode " + Escape(rules.value("mode", "")) + "\n");
+    }
+    return kExitOk;
+  }
+
+  ExitCode PrintRefused(const Deadline &deadline) const {
+    RequireNoWords();
+    Bus bus(deadline);
+    const std::string seen = bus.Control(ZOR_MSG_CONTROL_ACCESS_REFUSED, "", deadline);
+    json_ ? PrintJson({{"refused", seen}}) : Print(EscapeLines(seen));
+    return kExitOk;
+  }
+
+  void RequireNoWords() const {
+    if (!words_.empty()) throw Failure(kExitUsage, action_ + " takes no words", "leave them out");
+  }
+
   ExitCode Explain(const access::Accounts &accounts) const {
     const AccessQuery query = ParseAccessQuery(words_, accounts);
     std::vector<std::string> mistakes;

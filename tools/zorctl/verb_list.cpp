@@ -97,6 +97,15 @@ class ListVerb : public Verb {
       if (verbose_ || !client.value("self", false)) table.Add(RowOf(client));
     }
     table.Print();
+    if (verbose_) PrintAccess(reply.value("server", Json::object()).value("access", Json::object()));
+  }
+
+  static void PrintAccess(const Json &access) {
+    const std::string mode = access.value("mode", "open");
+    if (mode == "open") return;
+    Print("access: " + CountText(access, "rules") + " rules, mode " + Escape(mode) + ", " +
+          CountText(access, "refused") + " refused, " + CountText(access, "would_be_refused") +
+          " would be refused by enforced rules\n");
   }
 
   Table::Row RowOf(const Json &client) const {

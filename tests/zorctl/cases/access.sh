@@ -43,3 +43,21 @@ seen = 3 user:106 group:106,110 unit:web.service send 0x61001 to cms
 SEEN
 run access learn seen --accounts accounts
 run access learn --accounts accounts <bad.conf
+
+# What needs a server.
+run access reload --timeout 5
+rm "$ZOR_ROOT/etc/zor/access.d/50-web.conf"
+start msgsvr
+normalise() { sed -E 's/^(seen = [0-9]+) .* publish/\1 WHO publish/'; }
+run access reload
+printf '%s\n' 'deny = any publish 0x2DA05' 'allow = any all' >"$ZOR_ROOT/etc/zor/access.d/50.conf"
+run access reload
+run publish 0x2DA05 link
+run access refused
+echo 'allow = any fly' >"$ZOR_ROOT/etc/zor/access.d/60.conf"
+run access reload
+rm "$ZOR_ROOT/etc/zor/access.d/60.conf"
+run access reload --json
+echo 'deny = any own *' >"$ZOR_ROOT/etc/zor/access.d/50.conf"
+run access reload
+run list
