@@ -2,11 +2,15 @@
 // Usage: bus_bench MSGSVR [BYTES...]; with sizes, only requests of these
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zor/control_wire.h>
 #include <zor/msg.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <vector>
 
 #include "bare_relay.h"
@@ -132,6 +136,48 @@ void CompareOneWay(std::size_t bodyLength) {
   std::printf("%-10zu %10.0f %28s %8.2f\n", bodyLength, 1e9 / Median(ours), "", Median(ratio));
 }
 
+// The last one allows what is asked.
+std::string ManyRules() {
+  constexpr int kRules = 100;
+  std::string text;
+  for (int i = 1; i < kRules; ++i) {
+    text += i % 2 == 0 ? "deny = user:" + std::to_string(100000 + i) + " send 0x4001 to provider\n"
+                       : "deny = any send 0x6000-0x" + std::to_string(6000 + i) + " to w" + std::to_string(i) + "*\n";
+  }
+  return text + "allow = any all\n";
+}
+
+void SetRules(const System &system, const std::string &rules) {
+  const std::string directory = system.root() + "/etc/zor/access.d";
+  std::filesystem::create_directories(directory);
+  std::ofstream(directory + "/50.conf") << rules;
+  void *body = ZOR_MSG_GetMsgBlock(0);
+  Require(body != nullptr, "a message block");
+  ZOR_MSG_SetMsgProfile(body, "", ZOR_MSG_CONTROL_ACCESS_RELOAD, 0);
+  ZOR_MSG_HEAD *reply = nullptr;
+  Require(ZOR_MSG_SendAndRecv(ZOR_MSG_GetMsgHead(body), &reply, kTimeoutMs) == ZOR_OK, "the server replies");
+  Require(reply->data == ZOR_CONTROL_OK, "the rules are sound");
+  std::free(reply);
+  std::free(ZOR_MSG_GetMsgHead(body));
+}
+
+// The same round trip in the same server, in turn with and without rules.
+void CompareRules(const System &system) {
+  constexpr std::size_t kTrips = 4000;
+  Request request(kEcho, std::vector<char>(64, 'x'));
+  std::vector<double> without, with, ratio;
+  for (int round = 0; round < kRounds; ++round) {
+    SetRules(system, "");
+    without.push_back(TimeEach(kTrips, [&] { request.Call(); }).p50);
+    SetRules(system, ManyRules());
+    with.push_back(TimeEach(kTrips, [&] { request.Call(); }).p50);
+    ratio.push_back(with.back() / without.back());
+  }
+  SetRules(system, "");
+  std::printf("\nrules of access, 64 bytes: median round trip %.1f us without, %.1f us with 100, ratio %.3f\n",
+              Median(without) / 1e3, Median(with) / 1e3, Median(ratio));
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -155,5 +201,6 @@ int main(int argc, char **argv) {
   CompareUsers();
   std::printf("\none-way messages\n%-10s %10s %28s %8s\n", "body", "msgs/s", "", "ratio");
   for (const std::size_t length : {0, 64, 1024}) CompareOneWay(length);
+  CompareRules(system);
   return 0;
 }

@@ -20,6 +20,10 @@ using EventSet = std::bitset<ZOR_MSG_EVENT_LAST - ZOR_MSG_EVENT_FIRST + 1>;
 // The bit of an event number, which is a message type or its offset from the first one. Nothing for any other number.
 std::optional<size_t> EventBit(uint32_t eventNumber);
 
+inline bool IsEventType(uint32_t type) {
+  return type > ZOR_MSG_EVENT_FIRST && type <= ZOR_MSG_EVENT_LAST;
+}
+
 inline bool Wants(const EventSet &events, size_t bit) {
   return events[0] || events[bit];
 }

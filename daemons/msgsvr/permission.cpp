@@ -38,6 +38,12 @@ bool Permission::Ask(const Client &from, const access::Action &action) {
   return answer.passes;
 }
 
+// A daemon takes a message of an event's type for that event, even if it was sent to it alone.
+bool Permission::AskSend(const Client &from, const Client &to, uint32_t type) {
+  if (IsEventType(type) && !MayPublish(from, type)) return false;
+  return to.pending.HasRequest(from.name, type) || Ask(from, {Verb::kSend, type, to.name.text()});
+}
+
 bool Permission::AskRequest(const Client &from, const Frame &frame, std::span<const std::byte> body) {
   const AppName name(TextOf(body));
   const bool ofItself = name.empty() || name == from.name;

@@ -21,9 +21,7 @@ class Permission {
   bool MayPublish(const Client &from, uint32_t type) {
     return IsOpen() || Ask(from, {access::Verb::kPublish, type, {}});
   }
-  bool MaySend(const Client &from, const Client &to, uint32_t type) {
-    return IsOpen() || to.pending.HasRequest(from.name, type) || Ask(from, {access::Verb::kSend, type, to.name.text()});
-  }
+  bool MaySend(const Client &from, const Client &to, uint32_t type) { return IsOpen() || AskSend(from, to, type); }
   // Have a request to the server itself carried out.
   bool MayRequest(const Client &from, const Frame &frame, std::span<const std::byte> body) {
     return IsOpen() || AskRequest(from, frame, body);
@@ -33,6 +31,7 @@ class Permission {
  private:
   bool IsOpen() const { return bus_.guard.rules().isOpen(); }
   bool Ask(const Client &from, const access::Action &action);
+  bool AskSend(const Client &from, const Client &to, uint32_t type);
   bool AskRequest(const Client &from, const Frame &frame, std::span<const std::byte> body);
   bool AskPatterns(const Client &from, std::string_view patternList);
 

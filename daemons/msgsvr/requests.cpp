@@ -65,7 +65,7 @@ bool Requests::Handle(Client &from, const Frame &frame) {
   // The router has checked that the file is the sender's. The longest content is a list of restful patterns.
   const auto content = files_.Read(limits::msgsvr::kRequestInFile);
   bus_.files.Remove(frame.bytes);
-  if (content) CarryOut(*entry, from, frame, *content);
+  content ? CarryOut(*entry, from, frame, *content) : delivery_.CopyRequest(frame);
   return true;
 }
 

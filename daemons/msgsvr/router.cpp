@@ -12,8 +12,7 @@ namespace {
 
 bool IsEvent(const Frame &frame) {
   static const AppName kBroker("mic");  // events with items are sent to this name, those with a text to no name
-  return frame.type() > ZOR_MSG_EVENT_FIRST && frame.type() <= ZOR_MSG_EVENT_LAST &&
-         (frame.destination.empty() || frame.destination == kBroker);
+  return IsEventType(frame.type()) && (frame.destination.empty() || frame.destination == kBroker);
 }
 
 bool IsRestful(uint32_t type) {

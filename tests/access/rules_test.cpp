@@ -129,7 +129,7 @@ TEST_F(RulesTest, TheFirstRuleThatConcernsBothDecides) {
       {web, Verb::kServe, 0, "/api/a?min", false, 9},
       {web, Verb::kServe, 0, "/api/b*", true, 10},
       {web, Verb::kServe, 0, "/**", false, 9},
-      {web, Verb::kServe, 0, "/api", false, 9},  // gets what is below
+      {web, Verb::kServe, 0, "/api", false, 9},                  // gets what is below
       {User("boss"), Verb::kSubscribe, 0x2DA00, "", false, 15},  // includes it
       {User("boss"), Verb::kSubscribe, 0x2DA06, "", true, 16},
       {web, Verb::kOwn, 0, "a,b*", true, 3},
@@ -238,8 +238,8 @@ TEST_F(RulesTest, ThePackagedRulesKeepWhatIsNotEverybodys) {
       {"_zor-cms _zor-syslog boss root ", Verb::kControl, 0xFF000, ""},
       {"boss root ", Verb::kSend, 0x4B06, "syslog"},
       {"boss root ", Verb::kSend, 0x4B05, "syslog"},
-      {"boss root ", Verb::kSend, 0x5025, "cms"},
-      {"boss root ", Verb::kSend, 0x500F, "cms"},
+      {"_zor-cms boss root ", Verb::kSend, 0x5025, "cms"},
+      {"_zor-cms boss root ", Verb::kSend, 0x500F, "cms"},
       {"boss root ", Verb::kSubscribe, 0x2DA01, "cms"},
       {"_zor-cms _zor-syslog boss root web ", Verb::kSubscribe, 0x2DA01, ""},
       {"_zor-cms _zor-syslog boss root web ", Verb::kOwn, 0, "web"},

@@ -96,7 +96,7 @@ TEST_F(MsgsvrAccessTest, AsksForEachVerb) {
       {"send 0x1234 to receiver", MakeMessage(kType, "", "receiver"), true},
       {"send 0x5009 to receiver", MakeMessage(0x5009, "", ""), true},
       {"send RESTFUL_REQUEST to receiver", Restful("/r", "x"), true},
-      {"send 0x2DA05 to receiver", MakeMessage(kEvent, "", "receiver"), true},
+      {"send 0x2DA00 to receiver", MakeMessage(ZOR_MSG_EVENT_FIRST, "", "receiver"), true},
       {"send 0xFF000 to receiver", MakeMessage(ZOR_MSG_CONTROL_LIST, "", "receiver"), true},
       {"send 0x701 to receiver", MakeMessage(ZOR_MSG_REGISTER_APP, "", "receiver"), true},
       {"send SAFE_EXIT to receiver", MakeRequest(ZOR_MSG_SAFE_EXIT, "receiver"), false},
@@ -172,6 +172,15 @@ TEST_F(MsgsvrAccessTest, LetsAReplyThroughOnce) {
   receiver_.Send(MakeMessage(kType, "", "sender", 0, "reply", 7));
   EXPECT_EQ(sender_.Next().body, "reply");
   EXPECT_TRUE(IsNotice(receiver_.Ask(MakeMessage(kType, "", "sender", 0, "again", 7)), kType));
+}
+
+TEST_F(MsgsvrAccessTest, AnEventForOneDaemonIsAnEventToo) {
+  StartWithOperator();
+  const std::string common = "allow = " + kMe + "control *\nallow = " + kMe + "send * to receiver\n";
+  Use(common);
+  EXPECT_EQ(NoticeOf(MakeMessage(kEvent, "", "receiver")), kEvent);
+  Use(common + "allow = " + kMe + "publish 0x2DA05\n");
+  EXPECT_EQ(NoticeOf(MakeMessage(kEvent, "", "receiver")), 0u);
 }
 
 TEST_F(MsgsvrAccessTest, RemovesTheBodyFileAndTheDescriptorOfWhatItRefuses) {

@@ -90,11 +90,24 @@ useradd --no-create-home --gid _zorbus first
 useradd --no-create-home --gid _zorbus second
 as_first=(setpriv --reuid first --regid _zorbus --clear-groups)
 as_second=(setpriv --reuid second --regid _zorbus --clear-groups)
+expect 'a packaged name is refused' sh -c '! timeout 10 "$@" ./provider' sh "${as_first[@]}"
+expect 'the log names the rule' grep -q 'own cms refused to .*: /etc/zor/access.d/90-default.conf:' /tmp/msgsvr.out
+# The provider stands in for cms: by rules of its own it may.
+cat >/etc/zor/access.d/10-test.conf <<'RULES'
+allow = user:first own cms
+allow = user:first module 8
+allow = user:second send SAFE_EXIT to cms
+RULES
+expect 'rules of its own are put in force' sh -c 'zorctl access reload && kill -HUP "$1"' sh "${pids[notifyserver]}"
+expect 'the notification server has them' sh -c 'for _ in $(seq 200); do
+  ! grep -q "took over" /tmp/notifyserver.out || exit 0; sleep 0.05; done; exit 1'
 "${as_first[@]}" ./provider >/tmp/provider.out 2>&1 &
 pids[provider]=$!
 expect 'the provider is there' zorctl wait --timeout 10 cms
 expect 'the consumer gets all that it asks for' timeout 60 "${as_second[@]}" ./consumer
 expect 'the provider has left as it was asked to' stopped provider
+rm /etc/zor/access.d/10-test.conf
+expect 'the packaged rules are alone again' sh -c 'zorctl access reload && kill -HUP "$1"' sh "${pids[notifyserver]}"
 mkdir built
 ./check_consumers.sh README.md project built "${as_first[@]}" || fail 'the consumers'
 
@@ -109,6 +122,8 @@ expect 'the services do what they are asked for' timeout 60 ./services
 expect 'the store is for all daemons' "${as_second[@]}" test -w /var/zor_config.db
 expect 'trace settings are kept' sh -c 'zorctl trace set web all=debug && test -s /var/lib/zor/msgsvr.trace'
 expect 'zorctl sees who they are' sh -c 'zorctl list | grep _zor-cms && zorctl list | grep _zor-syslog'
+expect 'a message that is not everybodys is refused' sh -c \
+  '! setpriv --reuid second --regid _zorbus --clear-groups zorctl send CLEAN_CFG cms'
 expect 'zorctl is refused as another user' sh -c '! setpriv --reuid second --regid _zorbus --clear-groups zorctl list'
 
 say 'removing'
