@@ -358,6 +358,17 @@ TEST_F(GatewayTest, DoesNotStartWithWhatProtectsNothing) {
   EXPECT_EQ(open.Wait(), 0);
 }
 
+TEST_F(TunnelTest, RulesGiveNamesToBoardsByTheirCertificates) {
+  std::filesystem::create_directories(root_.Path("/etc/zor/access.d"));
+  Write("/etc/zor/access.d/boards.conf",
+        "allow = board:modem own modem\ndeny = any own modem\ndeny = board:* own *\nallow = any all\n");
+  StartAll();
+  const WireClient modem = Remote("modem"), web = WireClient::ConnectTcp(boardPort_), local = Connect();
+  EXPECT_EQ(NameOf(web.Register("web").header.destination), "");
+  EXPECT_EQ(NameOf(local.Register("modem").header.destination), "");
+  EXPECT_TRUE(LogHolds("(board modem), board:modem,127.0.0.1: ")) << log_.Text();
+}
+
 // Beside the tunnel itself.
 TEST_F(TunnelTest, OnTheTunnelsSocketNothingPrecedesAnIntroduction) {
   Start("boards = /boards/socket\n");
