@@ -35,7 +35,7 @@ cp /etc/resolv.conf /etc/hosts "$root/etc/"
 for mounted in proc dev; do mount --bind /$mounted "$root/$mounted"; done
 
 mkdir "$root/root/test"
-cp $packages/*.deb README.md tests/install/check_{packages,consumers,systemd}.sh \
+cp $packages/*.deb README.md tests/install/check_{packages,consumers,systemd}.sh tests/install/attack{s.sh,.pl} \
   build/package/examples/{provider,consumer,services,login_keeper} "$root/root/test/"
 cp -r tests/install/consumer "$root/root/test/project"
 in_folder() { env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 chroot "$root" "$@"; }

@@ -53,6 +53,9 @@ start() { # SERVER READY-TEXT: with the rights that its unit gives it
   fail "$1 did not say: $2"
 }
 
+# shellcheck source=tests/install/attacks.sh
+. ./attacks.sh
+
 stopped() { # NAME: it ends with exit status 0
   wait "${pids[$1]}"
   unset "pids[$1]"
@@ -77,7 +80,18 @@ for server in "${servers[@]}" zortunnel; do
 done
 
 say 'servers, each as its own user'
-printf 'trace.%s = demo=info\n' cms web >/etc/zor/msgsvr.conf  # what the examples look for
+useradd --no-create-home --gid _zorbus first
+useradd --no-create-home --gid _zorbus second
+{
+  printf 'trace.%s = demo=info\n' cms web # what the examples look for
+  echo 'tcp = 127.0.0.1:0'
+} >/etc/zor/msgsvr.conf
+cat >/etc/zor/access.d/50-web.conf <<'RULES'
+allow = user:second own web
+deny = any own web
+allow = user:second module 26
+deny = any module 26
+RULES
 start msgsvr 'listening on /var/msgsvr'
 start notifyserver 'listening on /var/run/notify/notifyserver'
 start mlogserver 'listening on /var/mlog/mlogServer'
@@ -86,8 +100,6 @@ expect 'the rules of access are sound' zorctl access test /etc/zor/access.d
 expect 'they keep a packaged name' sh -c 'zorctl access explain user:_zor-cms own cms && ! zorctl access explain user:root own cms'
 
 say 'daemons of two more users talk'
-useradd --no-create-home --gid _zorbus first
-useradd --no-create-home --gid _zorbus second
 as_first=(setpriv --reuid first --regid _zorbus --clear-groups)
 as_second=(setpriv --reuid second --regid _zorbus --clear-groups)
 expect 'a packaged name is refused' sh -c '! timeout 10 "$@" ./provider' sh "${as_first[@]}"
@@ -125,6 +137,8 @@ expect 'zorctl sees who they are' sh -c 'zorctl list | grep _zor-cms && zorctl l
 expect 'a message that is not everybodys is refused' sh -c \
   '! setpriv --reuid second --regid _zorbus --clear-groups zorctl send CLEAN_CFG cms'
 expect 'zorctl is refused as another user' sh -c '! setpriv --reuid second --regid _zorbus --clear-groups zorctl list'
+
+attack_all
 
 say 'removing'
 for name in login_keeper cms syslogd mlogserver notifyserver msgsvr; do

@@ -6,6 +6,7 @@ cd "$(dirname "$0")"
 
 ours=(libmsgapi1 libzorplatform1 libmsgapi-dev msgapi-servers zorctl libmsgapi-doc)
 servers=(msgsvr notifyserver mlogserver cms syslogd)
+socket_units=(notifyserver.socket mlogserver.socket)
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 
 say() { printf '\n== %s\n' "$*"; }
@@ -44,7 +45,7 @@ say 'installing under systemd'
 mkdir -p /etc/systemd/system/msgsvr.service.d
 printf '[Service]\nWatchdogSec=5\n' >/etc/systemd/system/msgsvr.service.d/test.conf
 quietly apt-get -qq install -y --no-install-recommends ./*.deb
-await 'the servers are started' systemctl is-active "${servers[@]}"
+await 'the servers are started' systemctl is-active "${servers[@]}" "${socket_units[@]}"
 useradd --no-create-home --gid _zorbus first
 cp login_keeper /usr/local/bin/
 quietly systemd-run --unit=keeper-of-logins --uid=first --gid=_zorbus /usr/local/bin/login_keeper
@@ -74,7 +75,8 @@ expect 'they are the same processes' test "$before" = "$(pids msgsvr notifyserve
 expect 'the daemon was not disconnected' test "$since" = "$(connected_since)"
 
 say 'crashes'
-declare -A sockets=([msgsvr]=/run/zor/msgsvr [notifyserver]=/run/notify/notifyserver [mlogserver]=/var/mlog/mlogServer)
+declare -A sockets=([msgsvr]=/run/zor/msgsvr [notifyserver]=/run/zor-notify/notifyserver
+  [mlogserver]=/run/zor-mlog/mlogServer)
 for server in "${!sockets[@]}"; do
   times=$(value_of "$server" NRestarts)
   socket=$(stat -c %i "${sockets[$server]}")
@@ -84,6 +86,21 @@ for server in "${!sockets[@]}"; do
   await 'all serve' all_serve
 done
 expect 'the daemon was not disconnected' test "$since" = "$(connected_since)"
+
+say 'sockets of servers that are stopped'
+declare -A asks=([notifyserver]='zorctl notify --list' [mlogserver]='zorctl log --stat none')
+for server in "${!asks[@]}"; do
+  socket=$(stat -c %i "${sockets[$server]}")
+  quietly systemctl restart "$server"
+  quietly systemctl stop "$server"
+  for path in "${sockets[$server]}" /var/run/notify/notifyserver /var/mlog/mlogServer; do
+    expect "nobody takes $path" sh -c "setpriv --reuid first --regid _zorbus --clear-groups ./attack.pl take $path; test \$? -eq 1"
+  done
+  ${asks[$server]} >/tmp/expected.out 2>&1 || true
+  await "a client starts $server" systemctl is-active "$server"
+  expect "$server has the socket that it had" test "$socket" = "$(stat -c %i "${sockets[$server]}")"
+done
+await 'all serve' all_serve
 
 say 'a loop that hangs'
 times=$(value_of msgsvr NRestarts)
