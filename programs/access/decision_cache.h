@@ -35,7 +35,7 @@ class DecisionCache {
   static bool MakeKey(std::uint64_t subject, const Action &action, Key &key) {
     if (action.name.size() > key.name.size()) return false;
     key = {subject, action.number, {}, action.verb};
-    std::memcpy(key.name.data(), action.name.data(), action.name.size());
+    action.name.copy(key.name.data(), key.name.size());
     return true;
   }
 
