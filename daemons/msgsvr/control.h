@@ -20,7 +20,8 @@ inline bool IsControl(uint32_t type) {
 
 class Control {
  public:
-  Control(Bus &bus, Delivery &delivery, FilePassing &files) : bus_(bus), delivery_(delivery), files_(files), permission_(bus) {}
+  Control(Bus &bus, Delivery &delivery, FilePassing &files)
+      : bus_(bus), delivery_(delivery), files_(files), permission_(bus) {}
 
   // Replies to a control request of a registered client, known or not.
   void Handle(Client &from, const Frame &frame);

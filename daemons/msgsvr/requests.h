@@ -12,7 +12,8 @@ namespace zor::msgsvr {
 
 class Requests {
  public:
-  Requests(Bus &bus, Delivery &delivery, FilePassing &files) : bus_(bus), delivery_(delivery), files_(files), permission_(bus) {}
+  Requests(Bus &bus, Delivery &delivery, FilePassing &files)
+      : bus_(bus), delivery_(delivery), files_(files), permission_(bus) {}
 
   // Grants the sender the name that it asks for and replies with its settings.
   void Register(Client &from, const Frame &frame);
