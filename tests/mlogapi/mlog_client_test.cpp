@@ -48,24 +48,6 @@ TEST_F(MlogClient, SendsOneTerminatedLineThatLacksItsNewlineOnlyWhenItIsCut) {
   }
 }
 
-// In a directory that users share, as on an installed system.
-TEST_F(MlogClient, SendsALineAlsoWhenAnotherUserHasTakenItsName) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs two users";
-  using std::filesystem::perms;
-  std::filesystem::permissions(root_.Path(""), perms::group_exec | perms::others_exec,
-                               std::filesystem::perm_options::add);
-  std::filesystem::permissions(root_.Path("/var/mlog"), perms::all | perms::sticky_bit);
-  std::filesystem::permissions(root_.Path("/var/mlog/mlogServer"), perms::all);
-  std::ofstream(root_.Path("/var/mlog/wlan")) << "taken";
-  Child other = Child::Function([] {
-    if (::setuid(65534) != 0) return 1;
-    return mlog_print("wlan", ZOR_MLOG_WARNING, "here") == 0 ? 0 : 2;
-  });
-  EXPECT_EQ(other.Wait(), 0);
-  EXPECT_THAT(daemon_.NextLine(), testing::HasSubstr("[wlan][WARN]:here"));
-  EXPECT_TRUE(std::filesystem::exists(root_.Path("/var/mlog/wlan")));
-}
-
 TEST_F(MlogAlone, PrintsGraveLinesOnStandardOutputWithoutADaemonButNotWithoutItsSocket) {
   Capture output;
   for (uint32_t level : {0u, 1u, 2u, 8u}) EXPECT_EQ(mlog_print("t", level, "level %u", level), 0);

@@ -1,12 +1,7 @@
 #include "base/fixed_path.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
 #include <zor/platform/file.h>
-
-#include <cerrno>
-
-#include "common/socket_address.h"
 
 namespace zor {
 
@@ -19,11 +14,6 @@ std::optional<sockaddr_un> FixedSocketAddress(const char *path) noexcept {
   address.sun_family = AF_UNIX;
   if (ZOR_UTIL_FixedPath(path, address.sun_path, sizeof address.sun_path) == 0) return std::nullopt;
   return address;
-}
-
-bool BindOwn(int fd, const sockaddr_un &address) noexcept {
-  const bool isOthers = ::unlink(address.sun_path) != 0 && errno == EPERM;
-  return Bind(fd, address) || (isOthers && errno == EADDRINUSE);
 }
 
 }  // namespace zor

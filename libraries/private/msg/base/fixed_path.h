@@ -23,11 +23,6 @@ class FixedPath {
 // The address of a local socket at a fixed path; none when the path does not fit into an address.
 std::optional<sockaddr_un> FixedSocketAddress(const char *path) noexcept;
 
-// Binds a socket of this process's own, in place of what a former process has left there. In a directory that users
-// share, a name that another of them has taken stays theirs; the socket then has none, which is enough to send and to
-// connect. False, with errno, on any other failure.
-bool BindOwn(int fd, const sockaddr_un &address) noexcept;
-
 }  // namespace zor
 
 #endif

@@ -63,7 +63,8 @@ int32_t mlog_socket_open(const char *name, int32_t *fd) {
   if (!address) return -1;
   zor::UniqueFd opened(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!opened.valid()) return -1;
-  if (!zor::BindOwn(opened.get(), *address)) return -1;
+  ::unlink(address->sun_path);
+  if (!zor::Bind(opened.get(), *address)) return -1;
   *fd = opened.release();
   return 0;
 }

@@ -33,7 +33,8 @@ UniqueFd BoundSocket() noexcept {
   std::snprintf(path, sizeof path, ZOR_PATH_NOTIFY_DIR "/client%05d", ::getpid());
   const auto address = FixedSocketAddress(path);
   if (!address) return {};
-  if (!BindOwn(fd.get(), *address)) return {};
+  ::unlink(address->sun_path);
+  if (!Bind(fd.get(), *address)) return {};
   ZOR_UTIL_RemoveAndroidWPerm(address->sun_path, "775");
   return fd;
 }
