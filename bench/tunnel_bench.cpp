@@ -1,8 +1,9 @@
 // A daemon on another board, through the tunnel and beside plain TCP, both over the loopback interface.
-// Usage: tunnel_bench MSGSVR ZORTUNNEL; makes certificates with the command openssl
+// Usage: tunnel_bench MSGSVR ZORTUNNEL
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <zor/msg.h>
 #include <zor/msg_wire.h>
@@ -15,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "certificates.h"
 #include "harness.h"
 
 namespace {
@@ -26,14 +28,19 @@ constexpr std::uint32_t kCount = 0x4002;
 constexpr std::uint32_t kTimeoutMs = 10000;
 constexpr int kServerPort = 47710, kGatewayPort = 47711, kBoardPort = 47712;
 
+void Write(const std::string &path, const std::string &content) {
+  std::ofstream(path) << content;
+  ::chmod(path.c_str(), 0600);
+}
+
 void MakeCertificates(const std::string &root) {
-  const std::string ec = " -newkey ec -pkeyopt ec_paramgen_curve:P-256 -noenc ";
-  const std::string script =
-      "cd " + root + " && exec 2>/dev/null && openssl req -x509" + ec +
-      "-subj /CN=Boards -keyout authority.key -out authority.pem && for name in gateway board; do openssl req" + ec +
-      "-subj /CN=$name -addext subjectAltName=DNS:$name -keyout $name.key -out $name.csr && openssl x509 -req -in "
-      "$name.csr -CA authority.pem -CAkey authority.key -copy_extensions copy -out $name.pem || exit 1; done";
-  Require(std::system(script.c_str()) == 0, "openssl makes certificates");
+  const Authority authority;
+  Write(root + "/authority.pem", authority.certificate());
+  for (const std::string name : {"gateway", "board"}) {
+    const Issued own = authority.Issue("DNS:" + name);
+    Write(root + "/" + name + ".pem", own.certificate);
+    Write(root + "/" + name + ".key", own.key);
+  }
 }
 
 // One end of the tunnel, which listens once it is made.

@@ -15,12 +15,15 @@
 #include <utility>
 #include <vector>
 
+#include "bench/certificates.h"
 #include "common/unique_fd.h"
-#include "daemons/certificates.h"
 #include "msgsvr_fixture.h"
 
 namespace zor::test {
 namespace {
+
+using bench::Authority;
+using bench::Issued;
 
 constexpr uint32_t kEvent = 0x2DA05;
 

@@ -1,14 +1,14 @@
-#include "daemons/certificates.h"
+#include "certificates.h"
 
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
-namespace zor::test {
+#include "harness.h"
+
+namespace zor::bench {
 namespace {
 
 constexpr long kDay = 24 * 60 * 60;
@@ -20,7 +20,7 @@ std::shared_ptr<EVP_PKEY> MakeKey() {
 template <class Write, class... Rest>
 std::string Pem(Write write, Rest... rest) {
   const std::unique_ptr<BIO, decltype(&BIO_free_all)> text(BIO_new(BIO_s_mem()), BIO_free_all);
-  EXPECT_EQ(write(text.get(), rest...), 1);
+  Require(write(text.get(), rest...) == 1, "OpenSSL writes PEM");
   char *bytes = nullptr;
   const long length = BIO_get_mem_data(text.get(), &bytes);
   return {bytes, static_cast<size_t>(length)};
@@ -28,7 +28,7 @@ std::string Pem(Write write, Rest... rest) {
 
 void AddExtension(X509 *certificate, int kind, const std::string &value) {
   X509_EXTENSION *extension = X509V3_EXT_conf_nid(nullptr, nullptr, kind, value.c_str());
-  ASSERT_TRUE(extension != nullptr && X509_add_ext(certificate, extension, -1) == 1) << value;
+  Require(extension != nullptr && X509_add_ext(certificate, extension, -1) == 1, value.c_str());
   X509_EXTENSION_free(extension);
 }
 
@@ -84,4 +84,4 @@ std::string Authority::Revoke(const std::vector<long> &serials, int days) const 
   return Pem(PEM_write_bio_X509_CRL, list.get());
 }
 
-}  // namespace zor::test
+}  // namespace zor::bench

@@ -1,6 +1,6 @@
-// Certificates that a test makes as it needs them.
-#ifndef TESTS_DAEMONS_CERTIFICATES_H
-#define TESTS_DAEMONS_CERTIFICATES_H
+// Certificates that a test or a measurement makes as it needs them.
+#ifndef BENCH_CERTIFICATES_H
+#define BENCH_CERTIFICATES_H
 
 #include <openssl/x509.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace zor::test {
+namespace zor::bench {
 
 // A certificate and its key, as PEM.
 struct Issued {
@@ -32,6 +32,6 @@ class Authority {
   std::string certificate_;
 };
 
-}  // namespace zor::test
+}  // namespace zor::bench
 
 #endif
