@@ -12,7 +12,7 @@ case ${1:-demo} in
   tests) packages+=("${tests[@]}") ;;
   any-day) packages+=("${tests[@]}" faketime util-linux hostname tzdata) ;;
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
-  bench) packages+=(openssl libc-ares-dev libcurl4-openssl-dev) ;;
+  bench) packages+=(libc-ares-dev libcurl4-openssl-dev) ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
   package) packages+=(dpkg-dev file lintian abigail-tools debootstrap procps) ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
