@@ -64,7 +64,7 @@ bool Recovery::FinishFlush(JournalContent &content) {
   uint64_t written = std::exchange(content.turn.written, 0);
   auto message = client->output.begin();
   for (; written > 0 && message != client->output.end(); ++message) {
-    const uint64_t taken = std::min<uint64_t>(written, message->bytes.size() - message->sent);
+    const auto taken = static_cast<size_t>(std::min<uint64_t>(written, message->bytes.size() - message->sent));
     message->sent += taken;
     message->hadDescriptor = false;
     written -= taken;
@@ -97,7 +97,7 @@ bool Recovery::FinishWrite(JournalContent &content, size_t &routed) {
     const auto rest = bytes.subspan(routed);
     const size_t size = WholeFrame(rest);
     if (size == 0 || !to.output.empty()) return false;
-    const size_t sent = std::min<uint64_t>(written, size);
+    const auto sent = static_cast<size_t>(std::min<uint64_t>(written, size));
     if (sent < size) to.output.push_back({{rest.begin(), rest.begin() + static_cast<ptrdiff_t>(size)}, sent, false});
     written -= sent;
     if (turn.state.oneOfMany != 0) {
