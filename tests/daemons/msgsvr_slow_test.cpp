@@ -194,14 +194,15 @@ TEST_F(SlowReaderTest, TellsTheSendersWhatAKilledReceiverHadNotRead) {
 }
 
 TEST_F(SlowReaderTest, RemovesOldFilesThatBelongToNobodyAndNoOthers) {
-  const auto age = [&](const std::string &path) {
+  // By this process's clock, which need not be the file system's.
+  const auto age = [&](const std::string &path, int hours = 2) {
     std::filesystem::last_write_time(RealPath(path),
-                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(2));
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(hours));
     return path;
   };
   std::filesystem::create_directories(RealPath(ZOR_PATH_MSG_FILE_DIR));
   const std::string before = age(MakeFile("content", "msg_file_2"));
-  const std::string fresh = MakeFile("content", "msg_file_3");
+  const std::string fresh = age(MakeFile("content", "msg_file_3"), 0);
   const std::string foreign = age(MakeFile("content", "other"));
   Start();
   EXPECT_TRUE(LogHolds("1 body files that were left behind removed, 7 bytes"));
