@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 namespace zor::hostile {
@@ -151,6 +152,7 @@ std::string BusFrames::FileBody(const std::string &content) {
   static constexpr const char *kHostile[] = {
       "/etc/passwd", "/var/run/msg/", "/var/run/msg/../../etc/zor/msgsvr.conf", "/var/run/msg/directory", "",
       "msg_file_1"};
+  std::error_code ignored;  // whatever is there is hostile
   switch (dice_.Below(8)) {
     case 0:
       ::unlink(real.c_str());
@@ -158,10 +160,10 @@ std::string BusFrames::FileBody(const std::string &content) {
       break;
     case 1:
       ::unlink(real.c_str());
-      static_cast<void>(::symlink(dice_.OneIn(2) ? "/dev/zero" : "/etc/passwd", real.c_str()));
+      std::filesystem::create_symlink(dice_.OneIn(2) ? "/dev/zero" : "/etc/passwd", real, ignored);
       break;
     case 2:
-      static_cast<void>(::link((root_ + directory + "msg_file_1").c_str(), real.c_str()));
+      std::filesystem::create_hard_link(root_ + directory + "msg_file_1", real, ignored);
       break;
     case 3:
       ::mkdir((root_ + "/var/run/msg/directory").c_str(), 0700);
@@ -169,7 +171,7 @@ std::string BusFrames::FileBody(const std::string &content) {
     default:
       ::unlink(real.c_str());
       std::ofstream(real) << content;
-      if (dice_.OneIn(20)) ::truncate(real.c_str(), dice_.OneIn(2) ? 0 : 1 << 30);
+      if (dice_.OneIn(20)) std::filesystem::resize_file(real, dice_.OneIn(2) ? 0 : 1 << 30, ignored);
   }
   std::string body = path;
   body.resize(ZOR_MSG_FILE_PATH_SIZE, dice_.OneIn(20) ? 'x' : '\0');
