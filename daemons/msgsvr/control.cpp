@@ -125,25 +125,10 @@ Control::ControlReply Control::Restart(Client &from, const Frame &frame, Body bo
   return {ZOR_CONTROL_OK, {}, true};
 }
 
-// All or none: mistakes leave the rules that are in force.
 Control::ControlReply Control::AccessReload(Client &from, const Frame &, Body body) {
   if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
-  std::vector<std::string> mistakes;
-  auto rules = access::LoadRules(mistakes);
-  if (!rules) {
-    std::string text;
-    for (const std::string &mistake : mistakes) text += (text.empty() ? "" : "; ") + mistake;
-    bus_.log.Print("the rules of access stay as they are: %s", text.c_str());
-    return {ZOR_CONTROL_UNCHANGED, std::move(text)};
-  }
-  bus_.guard.Replace(std::move(*rules));
-  const access::Rules &now = bus_.guard.rules();
-  bus_.log.Print("rules of access read anew for %s: %zu, mode %s", from.Label().c_str(), now.list().size(),
-                 now.ModeName());
-  const daemon::Json json(cJSON_CreateObject());
-  daemon::AddNumber(json.get(), "rules", now.list().size());
-  daemon::AddText(json.get(), "mode", now.ModeName());
-  return {ZOR_CONTROL_OK, daemon::JsonText(json.get())};
+  access::Reloaded reloaded = access::ReloadRules(bus_.guard, from.Label().c_str(), bus_.log);
+  return {reloaded.done ? ZOR_CONTROL_OK : ZOR_CONTROL_UNCHANGED, std::move(reloaded.text)};
 }
 
 Control::ControlReply Control::AccessRefused(Client &, const Frame &, Body body) {

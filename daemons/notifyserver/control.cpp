@@ -68,6 +68,9 @@ void Control::Reply(Client &from, const Frame &request) {
     Send(from, asked, text.empty() ? ZOR_CONTROL_FAILED : ZOR_CONTROL_OK, text);
   } else if (request.head.msg_type == ZOR_NOTIFY_CONTROL_REFUSALS) {
     Send(from, asked, ZOR_CONTROL_OK, guard_.refusals().Text());
+  } else if (request.head.msg_type == ZOR_NOTIFY_CONTROL_ACCESS_RELOAD) {
+    const access::Reloaded reloaded = access::ReloadRules(guard_, from.Label().c_str(), log_);
+    Send(from, asked, reloaded.done ? ZOR_CONTROL_OK : ZOR_CONTROL_UNCHANGED, reloaded.text);
   } else {
     Send(from, asked, ZOR_CONTROL_UNKNOWN, {});
   }

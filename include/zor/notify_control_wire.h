@@ -15,6 +15,7 @@
 #define ZOR_NOTIFY_CONTROL_LIST UINT32_C(0xFFFF0000)    /* no data; reply: JSON, the server and the modules connected */
 #define ZOR_NOTIFY_CONTROL_RESTART UINT32_C(0xFFFF0001) /* no data; reply: JSON, from the program that took over */
 #define ZOR_NOTIFY_CONTROL_REFUSALS UINT32_C(0xFFFF0002) /* no data; reply: text, what the rules refuse, or would */
+#define ZOR_NOTIFY_CONTROL_ACCESS_RELOAD UINT32_C(0xFFFF0003) /* no data; reply: JSON, the rules now in force */
 #define ZOR_NOTIFY_CONTROL_LAST UINT32_C(0xFFFF00FF)
 
 #endif

@@ -19,6 +19,22 @@ std::optional<Rules> LoadRules(daemon::ProblemLog &log) {
   return rules;
 }
 
+Reloaded ReloadRules(Guard &guard, const char *label, daemon::ProblemLog &log) {
+  std::vector<std::string> mistakes;
+  auto rules = LoadRules(mistakes);
+  if (!rules) {
+    std::string text;
+    for (const std::string &mistake : mistakes) text += (text.empty() ? "" : "; ") + mistake;
+    log.Print("the rules of access stay as they are: %s", text.c_str());
+    return {false, std::move(text)};
+  }
+  guard.Replace(std::move(*rules));
+  const size_t count = guard.rules().list().size();
+  const std::string mode = guard.rules().ModeName();
+  log.Print("rules of access read anew for %s: %zu, mode %s", label, count, mode.c_str());
+  return {true, R"({"rules":)" + std::to_string(count) + R"(,"mode":")" + mode + R"("})"};
+}
+
 void LogRefusal(daemon::ProblemLog &log, const daemon::Holder &holder, const char *label, const Guard &guard,
                 Guard::Subject subject, const Action &action, const Guard::Answer &answer) {
   if (answer.verdict.allowed) return;

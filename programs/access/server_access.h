@@ -18,6 +18,14 @@ namespace zor::access {
 std::optional<Rules> LoadRules(std::vector<std::string> &mistakes);
 std::optional<Rules> LoadRules(daemon::ProblemLog &log);
 
+// Lets the guard have the rules as the files say now, all or none, for the client of that name. What it is told: how
+// many rules are in force and how, as JSON, or the mistakes. The log says the same.
+struct Reloaded {
+  bool done;
+  std::string text;
+};
+Reloaded ReloadRules(Guard &guard, const char *label, daemon::ProblemLog &log);
+
 // A client that a guard has admitted, and dismisses when the object ends. The guard must outlive it.
 class Admission {
  public:

@@ -93,6 +93,13 @@ TEST_F(NotifyServerAccess, TakesNewRulesAtAHandOverOrKeepsTheOldOnes) {
   WriteRules("deny = any module 8\n" + all);
   EXPECT_EQ(Ask(web, ZOR_NOTIFY_CONTROL_RESTART).first, ZOR_CONTROL_OK);
   EXPECT_TRUE(IsRefused(kCms));
+  // And without one.
+  WriteRules(all + mistake);
+  EXPECT_EQ(Ask(web, ZOR_NOTIFY_CONTROL_ACCESS_RELOAD).first, ZOR_CONTROL_UNCHANGED);
+  EXPECT_TRUE(IsRefused(kCms));
+  WriteRules(all);
+  EXPECT_EQ(Ask(web, ZOR_NOTIFY_CONTROL_ACCESS_RELOAD).first, ZOR_CONTROL_OK);
+  Register(kCms);
 }
 
 // The identity is that of the process that connected, which is gone by now: nothing but a record has its executable.

@@ -114,20 +114,32 @@ std::string NotifyChannel::Request(uint32_t module, uint32_t type, std::string_v
 }
 
 nlohmann::json NotifyChannel::List() {
-  return Control(ZOR_NOTIFY_CONTROL_LIST);
+  return ControlJson(ZOR_NOTIFY_CONTROL_LIST);
 }
 
 nlohmann::json NotifyChannel::Restart() {
-  return Control(ZOR_NOTIFY_CONTROL_RESTART);
+  return ControlJson(ZOR_NOTIFY_CONTROL_RESTART);
 }
 
-nlohmann::json NotifyChannel::Control(uint32_t type) {
+nlohmann::json NotifyChannel::ReloadRules() {
+  return ControlJson(ZOR_NOTIFY_CONTROL_ACCESS_RELOAD);
+}
+
+std::string NotifyChannel::Refused() {
+  return Control(ZOR_NOTIFY_CONTROL_REFUSALS);
+}
+
+std::string NotifyChannel::Control(uint32_t type) {
   const std::string reply = Request(ZOR_NOTIFY_MID_SERVER, type, {});
   uint32_t result = ZOR_CONTROL_UNKNOWN;  // a server that lacks this request replies without data
   if (reply.size() >= sizeof result) std::memcpy(&result, reply.data(), sizeof result);
-  const std::string body = reply.substr(std::min(reply.size(), sizeof result));
+  std::string body = reply.substr(std::min(reply.size(), sizeof result));
   CheckControl(result, kServer, body);
-  nlohmann::json json = nlohmann::json::parse(body, nullptr, false);
+  return body;
+}
+
+nlohmann::json NotifyChannel::ControlJson(uint32_t type) {
+  nlohmann::json json = nlohmann::json::parse(Control(type), nullptr, false);
   if (json.is_object()) return json;
   throw Failure(kExitFailure, std::string(kServer) + " sent a reply that is not JSON",
                 "use a server and a tool of the same version");

@@ -29,9 +29,14 @@ class NotifyChannel {
   nlohmann::json List();
   // Lets the program at the server's path take over. Needs no registration.
   nlohmann::json Restart();
+  // Lets it read the rules of access anew. Needs no registration.
+  nlohmann::json ReloadRules();
+  // What these have refused, or would have, as observations. Needs no registration.
+  std::string Refused();
 
  private:
-  nlohmann::json Control(uint32_t type);
+  std::string Control(uint32_t type);
+  nlohmann::json ControlJson(uint32_t type);
   ZOR_NOTIFY_MSG NewHead(uint32_t module, uint32_t type, size_t dataLength);
   void Send(const ZOR_NOTIFY_MSG &head, std::string_view data);
   std::string Receive(size_t length);

@@ -1,6 +1,5 @@
 // The rules of who may do what: which one decides, whether a file is sound, and rules from what was observed. That
-// reads files, and needs no server; the message server itself is told to read its rules anew, and asked what they have
-// refused.
+// reads files, and needs no server; a server itself is told to read its rules anew, and asked what they have refused.
 #include <zor/control_wire.h>
 
 #include <CLI/CLI.hpp>
@@ -16,6 +15,7 @@
 #include "zorctl/access_query.h"
 #include "zorctl/bus.h"
 #include "zorctl/input_file.h"
+#include "zorctl/notify_channel.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -46,14 +46,15 @@ class AccessVerb : public Verb {
   void Declare(CLI::App &app) override {
     app.add_option("ACTION", action_,
                    "explain: who may do something, and by which rule; test: whether files of rules are sound; learn: "
-                   "write rules that allow what was observed; reload: let the message server read its rules anew; "
-                   "refused: what they have refused, or would have, since it started; learn reads that")
+                   "write rules that allow what was observed; reload: let a server read its rules anew; refused: "
+                   "what they have refused, or would have, since it started; learn reads that")
         ->required()
         ->check(CLI::IsMember({"explain", "test", "learn", "reload", "refused"}))
         ->type_name("");
     app.add_option("WORDS", words_,
                    "With explain: WHO and WHAT in the words of a rule; with test: files; with learn: a file of "
-                   "observations, - for standard input, the default")
+                   "observations, - for standard input, the default; with reload and refused: msgsvr, the default, or "
+                   "notifyserver")
         ->type_name("");
     app.add_option("--rules", rules_, "With explain: the directory or the file of the rules")
         ->type_name("PATH")
@@ -77,9 +78,8 @@ class AccessVerb : public Verb {
 
  private:
   ExitCode Reload(const Deadline &deadline) const {
-    RequireNoWords();
-    Bus bus(deadline);
-    const Json rules = bus.ControlJson(ZOR_MSG_CONTROL_ACCESS_RELOAD, "", deadline);
+    const Json rules = AsksNotifyserver() ? NotifyChannel(deadline).ReloadRules()
+                                          : Bus(deadline).ControlJson(ZOR_MSG_CONTROL_ACCESS_RELOAD, "", deadline);
     if (json_) {
       PrintJson(rules);
     } else {
@@ -89,15 +89,16 @@ class AccessVerb : public Verb {
   }
 
   ExitCode PrintRefused(const Deadline &deadline) const {
-    RequireNoWords();
-    Bus bus(deadline);
-    const std::string seen = bus.Control(ZOR_MSG_CONTROL_ACCESS_REFUSED, "", deadline);
+    const std::string seen = AsksNotifyserver() ? NotifyChannel(deadline).Refused()
+                                                : Bus(deadline).Control(ZOR_MSG_CONTROL_ACCESS_REFUSED, "", deadline);
     json_ ? PrintJson({{"refused", seen}}) : Print(EscapeLines(seen));
     return kExitOk;
   }
 
-  void RequireNoWords() const {
-    if (!words_.empty()) throw Failure(kExitUsage, action_ + " takes no words", "leave them out");
+  bool AsksNotifyserver() const {
+    const std::string server = words_.empty() ? "msgsvr" : words_.front();
+    if (words_.size() <= 1 && (server == "msgsvr" || server == "notifyserver")) return server == "notifyserver";
+    throw Failure(kExitUsage, action_ + " takes the name of a server", "use msgsvr or notifyserver");
   }
 
   ExitCode Explain(const access::Accounts &accounts) const {

@@ -48,7 +48,7 @@ run access learn --accounts accounts <bad.conf
 run access reload --timeout 5
 rm "$ZOR_ROOT/etc/zor/access.d/50-web.conf"
 start msgsvr
-normalise() { sed -E 's/^(seen = [0-9]+) .* publish/\1 WHO publish/'; }
+normalise() { sed -E 's/^(seen = [0-9]+) .* (publish|control)/\1 WHO \2/'; }
 run access reload
 printf '%s\n' 'deny = any publish 0x2DA05' 'allow = any all' >"$ZOR_ROOT/etc/zor/access.d/50.conf"
 run access reload
@@ -61,3 +61,13 @@ run access reload --json
 echo 'deny = any own *' >"$ZOR_ROOT/etc/zor/access.d/50.conf"
 run access reload
 run list
+
+rm "$ZOR_ROOT/etc/zor/access.d/50.conf"
+run access reload notifyserver --timeout 5
+run access refused cms
+start notifyserver
+printf '%s\n' 'mode = observe' >"$ZOR_ROOT/etc/zor/access.d/50.conf"
+run access reload notifyserver
+run access refused notifyserver
+echo 'allow = any fly' >>"$ZOR_ROOT/etc/zor/access.d/50.conf"
+run access reload notifyserver
