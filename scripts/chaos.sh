@@ -21,12 +21,12 @@ status=0
 part() {
   echo "== $1"
   shift
-  "$build/bench/chaos" "$build/daemons/msgsvr/msgsvr" seconds "$seconds" messages 20000000 "$@" || status=1
+  "$build/bench/chaos" "$build/daemons/msgsvr/msgsvr" seconds "$seconds" messages 40000000 "$@" || status=1
   echo
 }
 
 seconds=$((($1 + 2) / 3))
 part "hand-overs beside 200 clients" blows h every 300 clients 200
 part "kill -9 of the server under its keeper" blows c every 2000 keeper 1
-part "everything" blows hkkff every 150
+part "everything" blows kkkffffhc every 1000 keeper 1 workers 8 burst 20
 exit $status
