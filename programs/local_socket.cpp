@@ -3,16 +3,14 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 
 #include "common/socket_address.h"
+#include "programs/local_address.h"
 #include "programs/paths.h"
 
 namespace zor::daemon {
@@ -20,13 +18,6 @@ namespace {
 
 constexpr char kListenerName[] = "listener";
 constexpr char kLockName[] = "lock";
-
-sockaddr_un AddressOf(const std::string &path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  return address;
-}
 
 // Where a link at the path leads; the path itself when there is none. Anybody can make links in a directory that is
 // open to all, so only those of the system and of the server's own user count.
@@ -37,22 +28,6 @@ std::string FollowLink(const std::string &path) {
   std::error_code error;
   const std::filesystem::path target = std::filesystem::read_symlink(path, error);
   return error ? path : (std::filesystem::path(path).parent_path() / target).string();
-}
-
-// The path that a socket is bound to; empty if there is none.
-std::string PathOf(int socket) {
-  sockaddr_un address = {};
-  socklen_t length = sizeof address;
-  if (socket < 0 || ::getsockname(socket, Generic(&address), &length) != 0 || address.sun_family != AF_UNIX) return {};
-  constexpr size_t kBefore = offsetof(sockaddr_un, sun_path);
-  return length <= kBefore ? "" : std::string(address.sun_path, ::strnlen(address.sun_path, length - kBefore));
-}
-
-// Whether some process still holds the socket at the path. A full backlog (EAGAIN) or another type (EPROTOTYPE) is a
-// living one too.
-bool SomebodyListens(const std::string &path, int type) {
-  const UniqueFd probe(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  return Connect(probe.get(), AddressOf(path)) || (errno != ECONNREFUSED && errno != ENOENT);
 }
 
 }  // namespace
@@ -114,7 +89,7 @@ void LocalSocket::Adopt(UniqueFd listener, UniqueFd lock, int type) {
 
 bool LocalSocket::SetPath(const std::string &fixedPath, const char *suffix, ProblemLog &log) {
   path_ = FollowLink(FixedPath(fixedPath)) + suffix;
-  if (!path_.empty() && path_.size() < sizeof(sockaddr_un::sun_path)) return true;
+  if (LocalAddress(path_)) return true;
   log.Print("%s: too long for the address of a socket beneath ZOR_ROOT", fixedPath.c_str());
   return false;
 }
@@ -179,7 +154,7 @@ ExitCode LocalSocket::RemoveStale(const std::string &fixedPath, int type, Proble
     log.Print("%s: exists and is not a socket", fixedPath.c_str());
     return kExitFailure;
   }
-  if (SomebodyListens(path_, type)) {
+  if (SomebodyListens(*LocalAddress(path_), type)) {
     log.Print("%s: another process is listening there", fixedPath.c_str());
     return kExitBusy;
   }
@@ -190,11 +165,11 @@ ExitCode LocalSocket::RemoveStale(const std::string &fixedPath, int type, Proble
 
 bool LocalSocket::Bind(int type, mode_t mode) {
   UniqueFd fd(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const sockaddr_un address = AddressOf(path_);
+  const auto address = LocalAddress(path_);
   // A datagram that is sent before that says nothing of its sender.
   constexpr int kOn = 1;
   if (type == SOCK_DGRAM) ::setsockopt(fd.get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof kOn);
-  if (!fd.valid() || !zor::Bind(fd.get(), address)) return false;
+  if (!fd.valid() || !zor::Bind(fd.get(), *address)) return false;
   fd_ = std::move(fd);
   struct stat status = {};
   if (::lstat(path_.c_str(), &status) != 0) return false;

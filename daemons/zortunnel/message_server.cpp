@@ -1,12 +1,10 @@
 #include "zortunnel/message_server.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <zor/control_wire.h>
 
-#include <cerrno>
-
 #include "common/socket_address.h"
+#include "programs/local_address.h"
 #include "programs/paths.h"
 
 namespace zor::tunnel {
@@ -33,18 +31,12 @@ Introduction IntroductionOf(const std::string &board, const sockaddr_in &from) {
 }  // namespace
 
 UniqueFd ConnectToMessageServer(const std::string &fixedPath, const std::string &board, const sockaddr_in &from) {
-  const std::string path = daemon::FixedPath(fixedPath);
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof address.sun_path) {
-    errno = ENAMETOOLONG;
-    return {};
-  }
-  path.copy(address.sun_path, path.size());
+  const auto address = daemon::LocalAddress(daemon::FixedPath(fixedPath));
+  if (!address) return {};
   UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const Introduction introduction = IntroductionOf(board, from);
   // The buffer of a new connection takes it whole.
-  const bool introduced = socket.valid() && Connect(socket.get(), address) &&
+  const bool introduced = socket.valid() && Connect(socket.get(), *address) &&
                           ::send(socket.get(), &introduction, sizeof introduction, MSG_NOSIGNAL) == sizeof introduction;
   return introduced ? std::move(socket) : UniqueFd();
 }

@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <zor/notify_control_wire.h>
 #include <zor/paths.h>
 
@@ -12,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "common/socket_address.h"
+#include "programs/local_address.h"
 #include "programs/paths.h"
 #include "zorctl/control_result.h"
 #include "zorctl/exit_code.h"
@@ -41,13 +41,8 @@ Failure SystemFailure(const char *what) {
 }
 
 sockaddr_un ServerAddress(const std::string &path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) {
-    throw Failure(kExitUsage, "the path " + path + " is too long for a socket", "use a shorter ZOR_ROOT");
-  }
-  path.copy(address.sun_path, path.size());
-  return address;
+  if (const auto address = daemon::LocalAddress(path)) return *address;
+  throw Failure(kExitUsage, "the path " + path + " is too long for a socket", "use a shorter ZOR_ROOT");
 }
 
 }  // namespace

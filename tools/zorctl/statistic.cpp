@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 #include <zor/mlog.h>
 #include <zor/paths.h>
@@ -11,6 +10,7 @@
 #include <cstring>
 
 #include "common/socket_address.h"
+#include "programs/local_address.h"
 #include "programs/paths.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/text.h"
@@ -62,10 +62,8 @@ class StatisticSocket {
  private:
   void Connect() {
     const std::string path = daemon::FixedPath(std::string(ZOR_PATH_MLOG_DIR) + ZOR_MLOG_SERVER_NAME);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (zor::Connect(fd_, address)) return;
+    const auto address = daemon::LocalAddress(path);
+    if (address && zor::Connect(fd_, *address)) return;
     mlog_socket_close(fd_, name_.c_str());
     throw Absent();
   }
