@@ -76,24 +76,26 @@ TEST_F(RulesTest, TooManyAndTooLongRulesAreRejected) {
   EXPECT_FALSE(Rules::FromText('#' + std::string(limits::access::kLine, 'x'), "f", accounts_, mistakes_));
 }
 
+const char kManyRules[] =
+    "allow = user:web unit:web.service,ui@* own web\n"
+    "deny = any own web,db*\n"
+    "allow = group:_zorbus own *\n"
+    "deny = user:guest send 0x5000-0x5010 to cms\n"
+    "allow = user:* send DB_SAVE,zor_msg_post_lua to *\n"
+    "allow = board:10.1.0.0/16 send * to modem\n"
+    "allow = user:web subscribe *\n"
+    "allow = user:root subscribe 0x2DA05 for web\n"
+    "deny = user:web serve /api/admin*\n"
+    "allow = user:web serve /api/*\n"
+    "allow = user:web own a\\x2cb\\x2a\n"
+    "allow = user:web module 26,30-40\n"
+    "deny = board:cam2 post *\n"
+    "allow = board:cam*,10.2.0.1 post *\n"
+    "deny = user:boss subscribe 0x2DA05\n"
+    "allow = user:boss subscribe *\n";
+
 TEST_F(RulesTest, TheFirstRuleThatConcernsBothDecides) {
-  const Rules rules = Parse(
-      "allow = user:web unit:web.service,ui@* own web\n"
-      "deny = any own web,db*\n"
-      "allow = group:_zorbus own *\n"
-      "deny = user:guest send 0x5000-0x5010 to cms\n"
-      "allow = user:* send DB_SAVE,zor_msg_post_lua to *\n"
-      "allow = board:10.1.0.0/16 send * to modem\n"
-      "allow = user:web subscribe *\n"
-      "allow = user:root subscribe 0x2DA05 for web\n"
-      "deny = user:web serve /api/admin*\n"
-      "allow = user:web serve /api/*\n"
-      "allow = user:web own a\\x2cb\\x2a\n"
-      "allow = user:web module 26,30-40\n"
-      "deny = board:cam2 post *\n"
-      "allow = board:cam*,10.2.0.1 post *\n"
-      "deny = user:boss subscribe 0x2DA05\n"
-      "allow = user:boss subscribe *\n");
+  const Rules rules = Parse(kManyRules);
   const Identity web = User("web"), inUnit = UserInUnit("web", "web.service"), guest = User("guest");
   const Identity board = Board(0x0A01FFFF), otherBoard = Board(0x0A020001);
   const Identity camera = Board(7, "camera"), second = Board(7, "cam2"), modem = Board(7, "modem");

@@ -224,30 +224,26 @@ TEST_F(SlowReaderTest, RemovesOldFilesThatBelongToNobodyAndNoOthers) {
 }
 
 TEST_F(SlowReaderTest, DeliversWhatIsQueuedBeforeItStops) {
-  Start();
   constexpr uint32_t kMessages = 900;  // more than a socket takes
-  for (uint32_t i = 0; i < kMessages; ++i) sender_.Send(MakeMessage(kType, "", "receiver", i, kKilobyte));
-  Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
-  server_->Signal(SIGTERM);
+  const auto stopFull = [&](const std::string &settings) {
+    Start(settings);
+    for (uint32_t i = 0; i < kMessages; ++i) sender_.Send(MakeMessage(kType, "", "receiver", i, kKilobyte));
+    Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
+    server_->Signal(SIGTERM);
+  };
+  stopFull("");
   for (uint32_t i = 0; i < kMessages; ++i) ASSERT_EQ(receiver_.Next().header.data, i);
   EXPECT_EQ(server_->Wait(), 0);
   EXPECT_EQ(CountInLog("unread"), 0u);
-  server_.reset();
   // What cannot be delivered in time is named; a second signal hurries it.
-  Start("stop_seconds = 60\n");
-  for (uint32_t i = 0; i < kMessages; ++i) sender_.Send(MakeMessage(kType, "", "receiver", i, kKilobyte));
-  Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
-  server_->Signal(SIGTERM);
+  stopFull("stop_seconds = 60\n");
   EXPECT_TRUE(WaitUntil([&] {
     server_->Signal(SIGTERM);
     return server_->Wait(std::chrono::milliseconds(10)) == 0;
   }));
   EXPECT_TRUE(LogHolds("receiver (pid " + std::to_string(::getpid()) + ") has ended: "));
   // Without one its time is over at last, whatever else has a timer.
-  Start("stop_seconds = 2\n");
-  for (uint32_t i = 0; i < kMessages; ++i) sender_.Send(MakeMessage(kType, "", "receiver", i, kKilobyte));
-  Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
-  server_->Signal(SIGTERM);
+  stopFull("stop_seconds = 2\n");
   EXPECT_EQ(server_->Wait(), 0);
   EXPECT_EQ(CountInLog(") has ended: "), 2u);
   server_.reset();
