@@ -1,5 +1,5 @@
-# The libraries that ours depend on, as imported targets: SQLite::SQLite3, OpenSSL::Crypto, OpenSSL::SSL, Zor::cJSON and Zor::tirpc; and the
-# header-only ones that zorctl needs: Zor::CLI11 and Zor::nlohmann_json. Found by
+# The libraries that ours depend on, as imported targets: SQLite::SQLite3, OpenSSL::Crypto, OpenSSL::SSL, Zor::cJSON,
+# Zor::tirpc and Zor::mosquitto; and the header-only ones that zorctl needs: Zor::CLI11 and Zor::nlohmann_json. Found by
 # their files, not through pkg-config, so that a cross build needs only its own search path.
 find_package(SQLite3 3.37 REQUIRED)
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto SSL)
@@ -19,6 +19,7 @@ endfunction()
 
 zor_find_library(cJSON cjson/cJSON.h cjson "" libcjson-dev)
 zor_find_library(tirpc rpc/xdr.h tirpc tirpc libtirpc-dev)
+zor_find_library(mosquitto mosquitto.h mosquitto "" libmosquitto-dev)
 
 function(zor_find_headers name header package)
   find_path(${name}_INCLUDE_DIR ${header})

@@ -6,8 +6,8 @@ cd "$(dirname "$0")/.."
 
 sysroot=$PWD/build/armhf-sysroot
 emulator=(qemu-arm -L "$sysroot")
-packages=(libc6-dev libstdc++-12-dev libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libgtest-dev libgmock-dev libcli11-dev
-  nlohmann-json3-dev)
+packages=(libc6-dev libstdc++-12-dev libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libmosquitto-dev libgtest-dev
+  libgmock-dev libcli11-dev nlohmann-json3-dev)
 
 scripts/setup.sh armhf
 

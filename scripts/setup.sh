@@ -4,18 +4,20 @@
 # (demo: for building and running; the others add to it)
 set -euo pipefail
 
-packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libcli11-dev
+packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libmosquitto-dev libcli11-dev
   nlohmann-json3-dev)
-tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark)
+# A broker of the caller's own; the service that its package starts where an init runs is not used.
+broker=(mosquitto mosquitto-clients)
+tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark "${broker[@]}")
 case ${1:-demo} in
-  demo) ;;
+  demo) packages+=("${broker[@]}") ;;
   tests) packages+=("${tests[@]}") ;;
   any-day) packages+=("${tests[@]}" faketime util-linux hostname tzdata) ;;
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
-  bench) packages+=(libc-ares-dev libcurl4-openssl-dev) ;;
+  bench) packages+=(libc-ares-dev libcurl4-openssl-dev "${broker[@]}") ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
   package) packages+=(dpkg-dev file lintian abigail-tools debootstrap procps) ;;
-  armhf) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
+  armhf) packages+=(g++-arm-linux-gnueabihf qemu-user "${broker[@]}") ;;
   *)
     echo "usage: setup.sh [demo | tests | any-day | lint | bench | fuzz | armhf | package]" >&2
     exit 2
