@@ -10,6 +10,8 @@
 namespace zor::syslogd {
 namespace {
 
+using daemon::Statement;
+
 // "level" and "type" are bits; "parameters" are texts, each with its NUL.
 constexpr char kSchema[] =
     "PRAGMA journal_mode = WAL;"
@@ -17,42 +19,6 @@ constexpr char kSchema[] =
     "CREATE TABLE IF NOT EXISTS record (id INTEGER PRIMARY KEY, time INTEGER NOT NULL, item INTEGER NOT NULL,"
     " type INTEGER NOT NULL, level INTEGER NOT NULL, parameters BLOB NOT NULL) STRICT;"
     "CREATE TABLE IF NOT EXISTS setting (name TEXT PRIMARY KEY, value BLOB NOT NULL) STRICT, WITHOUT ROWID;";
-
-class Statement {
- public:
-  Statement(sqlite3 *database, const char *sql) { sqlite3_prepare_v2(database, sql, -1, &statement_, nullptr); }
-  Statement(const Statement &) = delete;
-  Statement &operator=(const Statement &) = delete;
-  ~Statement() { sqlite3_finalize(statement_); }
-
-  // Bind the next parameter. Bytes must outlive the statement. All calls on a statement that could not be prepared
-  // fail.
-  Statement &Bind(std::int64_t number) {
-    sqlite3_bind_int64(statement_, next_++, number);
-    return *this;
-  }
-  Statement &Bind(std::string_view bytes) {
-    sqlite3_bind_blob(statement_, next_++, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
-    return *this;
-  }
-  Statement &BindText(const char *text) {
-    sqlite3_bind_text(statement_, next_++, text, -1, SQLITE_STATIC);
-    return *this;
-  }
-
-  int Step() { return sqlite3_step(statement_); }
-  bool Run() { return Step() == SQLITE_DONE; }
-
-  std::int64_t Number(int column) const { return sqlite3_column_int64(statement_, column); }
-  std::string_view Bytes(int column) const {
-    const auto *bytes = static_cast<const char *>(sqlite3_column_blob(statement_, column));
-    return {bytes, bytes == nullptr ? 0 : static_cast<std::size_t>(sqlite3_column_bytes(statement_, column))};
-  }
-
- private:
-  sqlite3_stmt *statement_ = nullptr;
-  int next_ = 1;
-};
 
 std::string Join(const std::vector<std::string> &texts) {
   std::string joined;
@@ -82,10 +48,6 @@ LogRecord RecordOf(const Statement &row) {
 }
 
 }  // namespace
-
-void LogStore::Closer::operator()(sqlite3 *database) const {
-  sqlite3_close(database);
-}
 
 bool LogStore::Report(const char *what) {
   problems_.Print("%s: %s", what, sqlite3_errmsg(database_.get()));

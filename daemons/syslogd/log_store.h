@@ -8,15 +8,13 @@
 #define SYSLOGD_LOG_STORE_H
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "programs/problem_log.h"
+#include "programs/sqlite_statement.h"
 #include "syslogd/log_record.h"
-
-struct sqlite3;
 
 namespace zor::syslogd {
 
@@ -44,10 +42,6 @@ class LogStore {
   bool SetSetting(const char *name, const std::string &value);
 
  private:
-  struct Closer {
-    void operator()(sqlite3 *database) const;
-  };
-
   bool OpenFile(const std::string &path);
   bool Run(const char *sql);
   bool Begin();
@@ -55,7 +49,7 @@ class LogStore {
 
   std::uint32_t maxRecords_;
   daemon::ProblemLog &problems_;
-  std::unique_ptr<sqlite3, Closer> database_;
+  daemon::Database database_;
   std::uint32_t uncommitted_ = 0;
 };
 
