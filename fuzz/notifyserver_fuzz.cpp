@@ -24,7 +24,7 @@ using namespace zor::notifyserver;  // NOLINT(google-build-using-namespace): the
 
 constexpr uint32_t kHonest = 8, kHostile = 26;
 
-const Limits kLimits = {8, 8, 4096, 65536, 1u << 18, 1u << 19, std::chrono::seconds(10)};
+const Limits kLimits = {8, 8, 4096, 65536, 1u << 18, 1u << 19, std::chrono::seconds(10), {}};
 
 std::string Frame(uint32_t type, uint32_t destination, uint32_t sync, std::string_view data) {
   ZOR_NOTIFY_MSG head = {};

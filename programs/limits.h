@@ -166,6 +166,9 @@ inline constexpr std::size_t kUserClients = 96;
 // [s] Time for a connection to register (setting register_seconds): it is cut off.
 inline constexpr std::chrono::seconds kRegistrationTime{10};
 inline constexpr std::uint64_t kMostRegistrationSeconds = 3600;
+// [s] Time to deliver what is queued when the server is stopped (setting stop_seconds): the log names the rest.
+inline constexpr std::uint32_t kStopSeconds = 5;
+inline constexpr std::uint32_t kMostStopSeconds = 60;
 // [bytes] Memory that one user's clients take up, input and output (setting user_bytes): the largest is cut off.
 inline constexpr std::size_t kUserBytes = 33554432;
 // [bytes] Memory that all clients take up (setting memory_bytes): the largest of the largest user is cut off.

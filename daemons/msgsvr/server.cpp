@@ -53,7 +53,7 @@ void Server::KeepJournal(const std::vector<daemon::PassedDescriptor> &passed) {
 void Server::Run() {
   if (!tookOver_) bus_.SweepFiles();
   while (running_) Turn();
-  Farewell(bus_, router_.delivery(), signals_).Say(bus_.settings.stopTime);
+  SayFarewell(bus_, router_.delivery(), signals_);
   for (Client &client : bus_.clients) bus_.End(client);
   bus_.Sweep();
   if (bus_.kept) daemon::RemoveStoredDescriptors(bus_.journal.Name());

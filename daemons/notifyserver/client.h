@@ -116,6 +116,8 @@ class Client {
   bool ended() const { return ended_; }
   // Whether messages can still reach it.
   bool reachable() const { return !ended_ && !outputBroken_; }
+  // Whether more of its queue can be sent.
+  bool hasQueued() const { return reachable() && !output_.empty(); }
   const char *reason() const { return reason_; }
   // Messages to it that are lost if it ends now.
   size_t Lost() const { return lost_ + output_.messageCount(); }

@@ -15,6 +15,7 @@ struct Limits {
   size_t userBytes;                   // of input and output of one user's clients
   size_t memoryBytes;                 // of all
   std::chrono::seconds registration;  // for a connection to register
+  std::chrono::seconds stop;          // for what is queued when the server is stopped
 };
 
 }  // namespace zor::notifyserver

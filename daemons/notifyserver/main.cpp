@@ -29,6 +29,7 @@ constexpr zor::daemon::Program kProgram = {
     "  max_clients = 128         maximum number of connections\n"
     "  user_clients = 96         maximum number of connections of one user\n"
     "  register_seconds = 10     time for a connection to register, before it is cut off\n"
+    "  stop_seconds = 5          time to deliver what is queued when the server is stopped\n"
     "  max_data_bytes = 8388608  maximum size of a notification's data; a client that sends more is cut off\n"
     "  queue_bytes = 9437184     unread output after which a client is cut off; must exceed max_data_bytes\n"
     "  user_bytes = 33554432     memory that one user's clients may take up before the largest is cut off; at least\n"
@@ -62,6 +63,8 @@ Limits ReadSettings(zor::daemon::Settings &settings) {
       static_cast<size_t>(settings.Number("user_clients", bounds::kUserClients, 1, bounds::kMostClients));
   limits.registration = std::chrono::seconds(
       settings.Number("register_seconds", bounds::kRegistrationTime.count(), 1, bounds::kMostRegistrationSeconds));
+  limits.stop =
+      std::chrono::seconds(settings.Number("stop_seconds", bounds::kStopSeconds, 0, bounds::kMostStopSeconds));
   limits.maxDataBytes = static_cast<size_t>(
       settings.Number("max_data_bytes", ZOR_NOTIFY_DATA_MAX, bounds::kLeastDataBytes, ZOR_NOTIFY_DATA_MAX));
   limits.queueBytes = static_cast<size_t>(

@@ -45,10 +45,7 @@ Server::Server(const Limits &limits, access::Rules rules, daemon::Journal &journ
 void Server::Run() {
   while (Turn()) {
   }
-  for (const auto &entry : clients_) {
-    entry.second->Flush();
-    LogEnd(*entry.second);
-  }
+  SayFarewell();
 }
 
 bool Server::Turn() {

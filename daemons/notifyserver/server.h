@@ -85,6 +85,9 @@ class Server {
   UniqueFd WriteState();
   void RefuseOwed();
 
+  // farewell.cpp
+  void SayFarewell();
+
   const Limits limits_;
   daemon::ProblemLog &log_;
   daemon::ServerSignals signals_;

@@ -195,5 +195,25 @@ TEST_F(NotifyServerRobustness, HonestClientsTalkOnDuringAStormOfGarbage) {
   Stop();
 }
 
+TEST_F(NotifyServerRobustness, DeliversWhatIsQueuedBeforeItStops) {
+  const NotifyFrame longer = MakeAsync(kType, kWeb, kCms, std::string(2'000'000, 'x'));  // than a socket takes
+  Start("stop_seconds = 60\n");
+  const BusPeer cms = Register(kCms);
+  const BusPeer web = Register(kWeb);
+  web.Send(longer.Bytes());
+  Settle(web, kWeb);
+  server_->Signal(SIGTERM);
+  EXPECT_EQ(ReceiveNotify(cms)->data, longer.data);
+  EXPECT_EQ(Stop(), "");
+  Start("stop_seconds = 1\n");
+  const BusPeer silent = Register(kCms);
+  const BusPeer talker = Register(kWeb);
+  talker.Send(longer.Bytes());
+  Settle(talker, kWeb);
+  talker.Send(longer.Bytes().substr(0, 100));
+  EXPECT_THAT(Stop(),
+              testing::AllOf(HasSubstr("left 1 messages unread"), HasSubstr("100 bytes from it are not routed")));
+}
+
 }  // namespace
 }  // namespace zor::test
