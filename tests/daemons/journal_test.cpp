@@ -267,5 +267,14 @@ TEST_F(JournalTest, KnowsHowFarATurnHasCome) {
   EXPECT_EQ(turn().written, 0u);
 }
 
+// Its receiver would take the next message for one without it.
+TEST_F(JournalTest, ADescriptorFitsAQueueThatItsMessageHasFilled) {
+  JournalSlot slot(*journal_, 1);
+  OutputQueue output(slot, OutputQueue::CostOf(100));
+  ASSERT_TRUE(output.Push(BytesOf(std::string(100, 'x'))));
+  EXPECT_FALSE(output.Push(BytesOf("xx")));
+  EXPECT_TRUE(output.Push(BytesOf("xx"), 0, UniqueFd(::dup(journal_->fd()))));
+}
+
 }  // namespace
 }  // namespace zor::daemon

@@ -191,6 +191,10 @@ TEST_F(SlowReaderTest, TellsTheSendersWhatAKilledReceiverHadNotRead) {
   EXPECT_FALSE(Exists(path));
   EXPECT_TRUE(LogHolds("dying (pid " + std::to_string(::getpid()) + ") has ended: at most " +
                        std::to_string(lost.size()) + " messages to it unread"));
+  const WireClient leaver = Client("leaver");
+  Tell(sender_, MakeMessage(kType, "", "leaver"));
+  ::shutdown(leaver.fd(), SHUT_RDWR);
+  EXPECT_TRUE(IsNotice(sender_.Next(), kType)) << "it lives, but reads no more";
 }
 
 TEST_F(SlowReaderTest, RemovesOldFilesThatBelongToNobodyAndNoOthers) {

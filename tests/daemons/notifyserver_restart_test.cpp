@@ -181,6 +181,11 @@ TEST_F(NotifyServerRestart, IsRefusedToAProgramThatCannotTakeOverAndReportedToTh
   Install("");
   EXPECT_THAT(Ask(tool, ZOR_NOTIFY_CONTROL_RESTART, ZOR_CONTROL_UNCHANGED), HasSubstr(program_));
   InstallReal();
+  std::filesystem::create_directories(root_.Path("/etc/zor"));
+  std::ofstream(root_.Path("/etc/zor/notifyserver.conf"))
+      << "max_data_bytes = 4096\nuser_bytes = 65536\nmemory_bytes = 65536\n";
+  EXPECT_THAT(Ask(tool, ZOR_NOTIFY_CONTROL_RESTART, ZOR_CONTROL_UNCHANGED), HasSubstr("user_bytes is too small"));
+  std::filesystem::remove(root_.Path("/etc/zor/notifyserver.conf"));
   EXPECT_THAT(Ask(tool, ZOR_NOTIFY_CONTROL_RESTART, ZOR_CONTROL_OK), HasSubstr("\"pause_ms\":"));
   web.Send(half.substr(kLong / 2));
   EXPECT_EQ(ReceiveNotify(cms)->Bytes(), asked.Bytes());
