@@ -3,12 +3,12 @@
 #include <string_view>
 
 #include "programs/board_name.h"
-#include "zortunnel/tls.h"
+#include "programs/tls/tls.h"
 
 namespace zor::tunnel {
 
 std::string BoardNameIn(const X509 *certificate) {
-  const NamesPtr names(
+  const tls::NamesPtr names(
       static_cast<GENERAL_NAMES *>(X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr)));
   if (names == nullptr || sk_GENERAL_NAME_num(names.get()) != 1) return {};
   const GENERAL_NAME *name = sk_GENERAL_NAME_value(names.get(), 0);

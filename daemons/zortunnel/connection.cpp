@@ -23,6 +23,26 @@ ssize_t Receive(int socket, std::span<std::byte> room) {
   return count;
 }
 
+// From the result of SSL_get_error; errno must be as the call left it.
+std::string FailureOf(const SSL *ssl, int error) {
+  const int systemError = errno;
+  const long verified = SSL_get_verify_result(ssl);
+  if (error == SSL_ERROR_SYSCALL && ERR_peek_error() == 0) {
+    return systemError == 0 ? "the other side has closed the connection" : std::strerror(systemError);
+  }
+  if (error == SSL_ERROR_SSL && ERR_GET_REASON(ERR_peek_error()) == SSL_R_UNEXPECTED_EOF_WHILE_READING) {
+    tls::TakeErrors();
+    return "the other side has closed the connection";
+  }
+  std::string text = tls::TakeErrors();
+  if (verified == X509_V_ERR_APPLICATION_VERIFICATION) {
+    text = kNameRule;
+  } else if (verified != X509_V_OK) {
+    text += std::string(": ") + X509_verify_cert_error_string(verified);
+  }
+  return text;
+}
+
 }  // namespace
 
 daemon::Holder Connection::holder() const {
@@ -60,7 +80,7 @@ bool Connection::Establish() {
   errno = 0;
   const int result = SSL_do_handshake(ssl_.get());
   if (result == 1) {
-    const CertificatePtr certificate(SSL_get1_peer_certificate(ssl_.get()));
+    const tls::CertificatePtr certificate(SSL_get1_peer_certificate(ssl_.get()));
     name_ = BoardNameIn(certificate.get());
     return true;
   }

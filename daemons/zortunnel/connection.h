@@ -18,8 +18,8 @@
 
 #include "common/unique_fd.h"
 #include "programs/holder.h"
+#include "programs/tls/tls.h"
 #include "zortunnel/byte_queue.h"
-#include "zortunnel/tls.h"
 
 namespace zor::tunnel {
 
@@ -30,7 +30,7 @@ class Connection {
   enum class State { kConnecting, kHandshake, kOpen, kEnded };
 
   // The address is that of the other side. A plain socket may be added later.
-  Connection(UniqueFd other, UniqueFd plain, SslPtr ssl, const sockaddr_in &address, State state)
+  Connection(UniqueFd other, UniqueFd plain, tls::SslPtr ssl, const sockaddr_in &address, State state)
       : plain_(std::move(plain)), other_(std::move(other)), ssl_(std::move(ssl)), address_(address), state_(state) {}
 
   State state() const { return state_; }
@@ -74,7 +74,7 @@ class Connection {
 
   UniqueFd plain_;
   UniqueFd other_;
-  SslPtr ssl_;
+  tls::SslPtr ssl_;
   sockaddr_in address_;
   State state_;
   std::string name_;

@@ -63,7 +63,7 @@ class Loader {
   Loader(const TunnelSettings &settings, daemon::ProblemLog &log)
       : settings_(settings), log_(log), context_(SSL_CTX_new(TLS_method())) {}
 
-  ContextPtr Load() {
+  tls::ContextPtr Load() {
     const bool loaded =
         context_ != nullptr ? SetProtocol() && LoadOwn() && LoadAuthority() && LoadRevoked() : Fail("TLS", "");
     return loaded ? std::move(context_) : nullptr;
@@ -71,7 +71,7 @@ class Loader {
 
  private:
   bool Fail(const char *setting, const std::string &path) {
-    log_.Print("%s = %s: %s", setting, path.c_str(), TakeErrors().c_str());
+    log_.Print("%s = %s: %s", setting, path.c_str(), tls::TakeErrors().c_str());
     return false;
   }
 
@@ -124,8 +124,9 @@ class Loader {
           path.c_str());
       return false;
     }
-    const BioPtr text(BIO_new_mem_buf(content.text().data(), static_cast<int>(content.text().size())));
-    const KeyPtr key(text == nullptr ? nullptr : PEM_read_bio_PrivateKey(text.get(), nullptr, NoPassphrase, nullptr));
+    const tls::BioPtr text(BIO_new_mem_buf(content.text().data(), static_cast<int>(content.text().size())));
+    const tls::KeyPtr key(text == nullptr ? nullptr
+                                          : PEM_read_bio_PrivateKey(text.get(), nullptr, NoPassphrase, nullptr));
     if (key == nullptr || SSL_CTX_use_PrivateKey(context_.get(), key.get()) != 1) return Fail("key", path);
     return SSL_CTX_check_private_key(context_.get()) == 1 || Fail("key", path);
   }
@@ -149,12 +150,12 @@ class Loader {
 
   const TunnelSettings &settings_;
   daemon::ProblemLog &log_;
-  ContextPtr context_;
+  tls::ContextPtr context_;
 };
 
 }  // namespace
 
-ContextPtr LoadCredentials(const TunnelSettings &settings, daemon::ProblemLog &log) {
+tls::ContextPtr LoadCredentials(const TunnelSettings &settings, daemon::ProblemLog &log) {
   return Loader(settings, log).Load();
 }
 

@@ -3,14 +3,14 @@
 #define ZORTUNNEL_CREDENTIALS_H
 
 #include "programs/problem_log.h"
+#include "programs/tls/tls.h"
 #include "zortunnel/settings.h"
-#include "zortunnel/tls.h"
 
 namespace zor::tunnel {
 
 // Everything that new connections need, read from the files of the settings. Null, with a line in the log, if any of it
 // cannot be used.
-ContextPtr LoadCredentials(const TunnelSettings &settings, daemon::ProblemLog &log);
+tls::ContextPtr LoadCredentials(const TunnelSettings &settings, daemon::ProblemLog &log);
 
 }  // namespace zor::tunnel
 

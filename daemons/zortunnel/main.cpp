@@ -32,7 +32,7 @@ void RaiseDescriptorLimit(size_t connections) {
 int Run(const TunnelSettings &settings, daemon::ProblemLog &log, bool verbose) {
   daemon::ServerSignals signals;
   RaiseDescriptorLimit(settings.maxConnections);
-  ContextPtr credentials = LoadCredentials(settings, log);
+  tls::ContextPtr credentials = LoadCredentials(settings, log);
   if (credentials == nullptr) return daemon::kExitSettings;
   daemon::TcpListener listener = daemon::ListenTcp(settings.listen);
   if (!listener.socket.valid()) {

@@ -60,7 +60,7 @@ void Tunnel::TakeSignal() {
   if (request == daemon::ServerSignals::Request::kStop) running_ = false;
   if (request != daemon::ServerSignals::Request::kHandOver) return;
   daemon::TellReloading();
-  if (ContextPtr fresh = LoadCredentials(settings_, log_)) {
+  if (tls::ContextPtr fresh = LoadCredentials(settings_, log_)) {
     credentials_ = std::move(fresh);
     log_.Print("certificates read again");
   } else {
@@ -108,7 +108,7 @@ void Tunnel::Admit(UniqueFd socket, const sockaddr_in &from) {
 }
 
 void Tunnel::Begin(UniqueFd other, UniqueFd plain, const sockaddr_in &address, State state) {
-  SslPtr ssl(SSL_new(credentials_.get()));
+  tls::SslPtr ssl(SSL_new(credentials_.get()));
   if (ssl == nullptr || SSL_set_fd(ssl.get(), other.get()) != 1) throw std::bad_alloc();
   if (settings_.isGateway) {
     SSL_set_accept_state(ssl.get());

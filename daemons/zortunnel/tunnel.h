@@ -19,7 +19,7 @@ namespace zor::tunnel {
 
 class Tunnel {
  public:
-  Tunnel(const TunnelSettings &settings, ContextPtr credentials, UniqueFd listener, daemon::ServerSignals &signals,
+  Tunnel(const TunnelSettings &settings, tls::ContextPtr credentials, UniqueFd listener, daemon::ServerSignals &signals,
          daemon::ProblemLog &log, bool verbose)
       : settings_(settings),
         credentials_(std::move(credentials)),
@@ -55,7 +55,7 @@ class Tunnel {
   void Listen(bool on);
 
   const TunnelSettings &settings_;
-  ContextPtr credentials_;
+  tls::ContextPtr credentials_;
   UniqueFd listener_;
   daemon::ServerSignals &signals_;
   daemon::ProblemLog &log_;

@@ -1,13 +1,8 @@
-#include "zortunnel/tls.h"
+#include "programs/tls/tls.h"
 
 #include <openssl/err.h>
 
-#include <cerrno>
-#include <cstring>
-
-#include "zortunnel/board_certificate.h"
-
-namespace zor::tunnel {
+namespace zor::tls {
 namespace {
 
 std::string TextOf(unsigned long code, const char *data, int flags) {
@@ -34,23 +29,4 @@ std::string TakeErrors() {
   return text.empty() ? "unknown error" : text;
 }
 
-std::string FailureOf(const SSL *ssl, int error) {
-  const int systemError = errno;
-  const long verified = SSL_get_verify_result(ssl);
-  if (error == SSL_ERROR_SYSCALL && ERR_peek_error() == 0) {
-    return systemError == 0 ? "the other side has closed the connection" : std::strerror(systemError);
-  }
-  if (error == SSL_ERROR_SSL && ERR_GET_REASON(ERR_peek_error()) == SSL_R_UNEXPECTED_EOF_WHILE_READING) {
-    TakeErrors();
-    return "the other side has closed the connection";
-  }
-  std::string text = TakeErrors();
-  if (verified == X509_V_ERR_APPLICATION_VERIFICATION) {
-    text = kNameRule;
-  } else if (verified != X509_V_OK) {
-    text += std::string(": ") + X509_verify_cert_error_string(verified);
-  }
-  return text;
-}
-
-}  // namespace zor::tunnel
+}  // namespace zor::tls

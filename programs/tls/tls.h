@@ -1,6 +1,6 @@
 // Owners of OpenSSL's objects, and its errors as text.
-#ifndef ZORTUNNEL_TLS_H
-#define ZORTUNNEL_TLS_H
+#ifndef PROGRAMS_TLS_TLS_H
+#define PROGRAMS_TLS_TLS_H
 
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-namespace zor::tunnel {
+namespace zor::tls {
 
 template <auto kFree>
 struct Freer {
@@ -28,9 +28,6 @@ using NamesPtr = std::unique_ptr<GENERAL_NAMES, Freer<GENERAL_NAMES_free>>;
 // What OpenSSL has reported since the last call, the first cause first; it is forgotten. Never empty.
 std::string TakeErrors();
 
-// Why a call on a connection failed, from its result of SSL_get_error; errno must be as the call left it.
-std::string FailureOf(const SSL *ssl, int error);
-
-}  // namespace zor::tunnel
+}  // namespace zor::tls
 
 #endif
