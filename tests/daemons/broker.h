@@ -1,0 +1,107 @@
+// A real broker of a test's own: on a free loopback port, with its files in a directory of the test. For targets of
+// zor_use_broker.
+#ifndef TESTS_DAEMONS_BROKER_H
+#define TESTS_DAEMONS_BROKER_H
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "common/unique_fd.h"
+#include "support/child.h"
+
+namespace zor::test {
+
+class Broker {
+ public:
+  // More lines of its configuration: first those of the listener, such as its certificate.
+  explicit Broker(std::string directory, std::string more = "allow_anonymous true\n")
+      : path_(directory + "/broker" + std::to_string(++Count())), more_(std::move(more)) {
+    Start();
+  }
+
+  // The lines for a listener that speaks TLS, with PEM texts, which are written to files.
+  static std::string WithTls(const std::string &directory, const std::string &certificate, const std::string &key,
+                             const std::string &authority) {
+    const std::string path = directory + "/tls" + std::to_string(++Count());
+    std::ofstream(path + ".pem") << certificate;
+    std::ofstream(path + ".key") << key;
+    std::ofstream(path + ".authority") << authority;
+    return "certfile " + path + ".pem\nkeyfile " + path + ".key\ncafile " + path + ".authority\nallow_anonymous true\n";
+  }
+
+  uint16_t port() const { return port_; }
+  std::string url(const std::string &scheme = "mqtt") const { return scheme + "://127.0.0.1:" + std::to_string(port_); }
+  std::string log() const {
+    std::ostringstream text;
+    text << std::ifstream(path_ + ".log").rdbuf();
+    return text.str();
+  }
+
+  // After Stop; on the same port again.
+  void Start() {
+    for (int attempt = 0; attempt < 10 && !process_; ++attempt) {
+      if (port_ == 0 || attempt > 0) port_ = FreePort();
+      std::ofstream(path_ + ".conf") << "listener " << port_ << " 127.0.0.1\n"
+                                     << more_ << "log_dest file " << path_ << ".log\n"
+                                     << (::geteuid() == 0 ? "user root\n" : "");
+      process_.emplace(Child::Program({BROKER_PREFIX "/usr/sbin/mosquitto", "-c", path_ + ".conf"}));
+      const bool listening = WaitUntil([this] { return Accepts() || process_->Wait({}) >= 0; }) && Accepts();
+      if (!listening) process_.reset();
+    }
+    ASSERT_TRUE(process_) << log();
+  }
+  void Stop(int signal = SIGTERM) {
+    Signal(signal);
+    process_->Wait();
+    process_.reset();
+  }
+  // SIGSTOP and SIGCONT make it slow.
+  void Signal(int number) { process_->Signal(number); }
+
+  // A client of Debian's, such as {"mosquitto_sub", "-v", "-t", "#"}, with its output in a pipe.
+  Child Client(std::vector<std::string> arguments) const {
+    for (const std::string &each : {std::string("-V"), std::string("5"), std::string("-p"), std::to_string(port_)}) {
+      arguments.push_back(each);
+    }
+    arguments.front() = BROKER_PREFIX "/usr/bin/" + arguments.front();
+    return Child::Program(arguments);
+  }
+
+ private:
+  static int &Count() {
+    static int count = 0;
+    return count;
+  }
+  static sockaddr_in Loopback(uint16_t port) { return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}; }
+  static uint16_t FreePort() {
+    const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = Loopback(0);
+    socklen_t size = sizeof address;
+    ::bind(socket.get(), reinterpret_cast<sockaddr *>(&address), size);
+    ::getsockname(socket.get(), reinterpret_cast<sockaddr *>(&address), &size);
+    return ntohs(address.sin_port);
+  }
+  bool Accepts() const {
+    const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = Loopback(port_);
+    return ::connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+  }
+
+  std::string path_;
+  std::string more_;
+  uint16_t port_ = 0;
+  std::optional<Child> process_;
+};
+
+}  // namespace zor::test
+
+#endif
