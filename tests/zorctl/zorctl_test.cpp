@@ -8,8 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include "zorctl/body.h"
-#include "zorctl/exit_code.h"
 #include "zorctl/hex.h"
+#include "zorctl/invalid.h"
 #include "zorctl/message_types.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -83,7 +83,7 @@ TEST(Body, IsRefusedWhenAValueDoesNotFit) {
                                      {"key", "010203"},
                                      {"key", "0g"},
                                      {"nothing", ""}}) {
-    EXPECT_THROW(Encode("u16:port u32:mode text8:name bytes2:key", {{field, value}}), Failure) << field << value;
+    EXPECT_THROW(Encode("u16:port u32:mode text8:name bytes2:key", {{field, value}}), Invalid) << field << value;
   }
 }
 

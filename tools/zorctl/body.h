@@ -23,7 +23,7 @@ struct Content {
 };
 
 // A shape's fields filled with values; fields without a value are zero or empty. Without a value for any field of the
-// body the body is empty. Failure for a name that the shape does not have and for a value that does not fit.
+// body the body is empty. Invalid for a name that the shape does not have and for a value that does not fit.
 Content Encode(std::string_view shape, const Values &values);
 
 // The body of a management message to be sent.

@@ -5,20 +5,20 @@
 #include <optional>
 
 #include "zorctl/body.h"
-#include "zorctl/exit_code.h"
+#include "zorctl/clean_text.h"
 #include "zorctl/hex.h"
+#include "zorctl/invalid.h"
 #include "zorctl/item_block.h"
 #include "zorctl/number.h"
 #include "zorctl/shape.h"
-#include "zorctl/text.h"
 
 namespace zor::ctl {
 namespace {
 
 using Kind = Field::Kind;
 
-Failure DoesNotFit(const Field &field, const std::string &what) {
-  return {kExitUsage, std::string(field.name) + " " + what, "check the value"};
+Invalid DoesNotFit(const Field &field, const std::string &what) {
+  return {std::string(field.name) + " " + what, "check the value"};
 }
 
 std::string EncodeNumber(const Field &field, const std::string &value) {
@@ -77,9 +77,9 @@ void CheckNames(const std::vector<Field> &fields, const Values &values) {
     const auto found =
         std::find_if(fields.begin(), fields.end(), [&](const Field &field) { return field.name == given.first; });
     if (found == fields.end()) {
-      throw Failure(kExitUsage, "no field " + Escape(given.first), "the type has: " + FieldNames(fields));
+      throw Invalid("no field " + Escape(given.first), "the type has: " + FieldNames(fields));
     }
-    if (found->kind == Kind::kItems) throw Failure(kExitUsage, "items are not a field", "use --item NAME=VALUE");
+    if (found->kind == Kind::kItems) throw Invalid("items are not a field", "use --item NAME=VALUE");
   }
 }
 
@@ -111,7 +111,7 @@ std::string EncodeItems(const Values &items, uint32_t subType) {
     status = ZOR_DMMSG_AppendItem(&made, 0, name.c_str(), value.c_str(), static_cast<uint32_t>(value.size() + 1));
   }
   const ItemBlock block(made);
-  if (status != ZOR_OK) throw Failure(kExitUsage, "the body is too large", "give fewer or shorter items");
+  if (status != ZOR_OK) throw Invalid("the body is too large", "give fewer or shorter items");
   block->capacity -= block->free;
   block->free = 0;
   return {reinterpret_cast<const char *>(block.get()), block->capacity};

@@ -5,10 +5,10 @@
 #include <nlohmann/json.hpp>
 
 #include "zorctl/body.h"
+#include "zorctl/clean_text.h"
 #include "zorctl/hex.h"
 #include "zorctl/item_block.h"
 #include "zorctl/shape.h"
-#include "zorctl/text.h"
 
 namespace zor::ctl {
 namespace {

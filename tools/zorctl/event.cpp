@@ -9,11 +9,9 @@
 #include <vector>
 
 #include "common/malloc_ptr.h"
-#include "zorctl/bus.h"
-#include "zorctl/exit_code.h"
+#include "zorctl/clean_text.h"
+#include "zorctl/invalid.h"
 #include "zorctl/number.h"
-#include "zorctl/output.h"
-#include "zorctl/text.h"
 
 namespace zor::ctl {
 namespace {
@@ -24,14 +22,14 @@ using Json = nlohmann::ordered_json;  // keeps the publisher's order of members
 constexpr int kMaxDepth = 100;
 
 // The text of an event that consists of items; empty without one.
-std::string ItemText(const Message &event) {
+std::string ItemText(uint32_t type, std::string_view body) {
   ZOR_MSG_HEAD head = {};
-  head.type = event.type;
-  head.bodyLength = static_cast<uint32_t>(event.body.size());
+  head.type = type;
+  head.bodyLength = static_cast<uint32_t>(body.size());
   // Whole words, and a zero after the body.
-  std::vector<uint32_t> block((sizeof head + event.body.size()) / sizeof(uint32_t) + 2);
+  std::vector<uint32_t> block((sizeof head + body.size()) / sizeof(uint32_t) + 2);
   std::memcpy(block.data(), &head, sizeof head);
-  std::memcpy(reinterpret_cast<char *>(block.data()) + sizeof head, event.body.data(), event.body.size());
+  std::memcpy(reinterpret_cast<char *>(block.data()) + sizeof head, body.data(), body.size());
   char *text = nullptr;
   uint32_t length = 0;
   if (ZOR_EVT_GetEventContent(reinterpret_cast<const ZOR_MSG_HEAD *>(block.data()), &text, &length) != 0) return {};
@@ -61,7 +59,7 @@ uint32_t EventTypeOf(const std::string &module) {
   const uint32_t type = ZOR_EVT_GetMsgTypeByEventModuleName(module.c_str());
   if (type != ZOR_EVT_ALL) return type;
   if (const auto number = ParseUint32(module); number && IsEvent(*number)) return *number;
-  throw Failure(kExitNotFound, "unknown event module " + Escape(module), "known ones: " + Join(EventModules(), ", "));
+  throw UnknownName("unknown event module " + Escape(module), "known ones: " + Join(EventModules(), ", "));
 }
 
 nlohmann::ordered_json ParsePayload(const std::string &text) {
@@ -74,13 +72,18 @@ nlohmann::ordered_json ParsePayload(const std::string &text) {
   return tooDeep ? Json(Json::value_t::discarded) : value;
 }
 
-std::string EventLine(const Message &event) {
-  std::string text = IsJsonEvent(event.type) ? event.body : ItemText(event);
+std::string EventText(uint32_t type, std::string_view body) {
+  std::string text = IsJsonEvent(type) ? std::string(body) : ItemText(type, body);
   text.resize(std::strlen(text.c_str()));  // some publishers send the NUL too
+  return text;
+}
+
+nlohmann::ordered_json EventJson(uint32_t type, std::string_view body) {
+  const std::string text = EventText(type, body);
   const Json value = ParsePayload(text);
-  if (!value.is_discarded()) return JsonLine(value);
-  const char *module = ZOR_EVT_GetEventModuleNameByEventType(event.type);
-  return JsonLine(Json{{"Module", module == nullptr ? Json() : Json(module)}, {"Type", event.type}, {"Text", text}});
+  if (!value.is_discarded()) return value;
+  const char *module = ZOR_EVT_GetEventModuleNameByEventType(type);
+  return {{"Module", module == nullptr ? Json() : Json(module)}, {"Type", type}, {"Text", text}};
 }
 
 }  // namespace zor::ctl

@@ -5,11 +5,10 @@
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zor::ctl {
-
-struct Message;
 
 // The names of all modules with events.
 std::vector<std::string> EventModules();
@@ -18,14 +17,17 @@ bool IsEvent(uint32_t type);
 // Whether events of this type are JSON texts; others consist of items.
 bool IsJsonEvent(uint32_t type);
 
-// The event type of a module, by its name or by the type's number. Failure (not found) for anything else.
+// The event type of a module, by its name or by the type's number. UnknownName for anything else.
 uint32_t EventTypeOf(const std::string &module);
 
 // JSON as events carry it: members in their order, and not too deep. Discarded if the text is not JSON.
 nlohmann::ordered_json ParsePayload(const std::string &text);
 
-// A received event as one line of JSON. If its publisher sent no valid JSON, the text becomes a member of an object.
-std::string EventLine(const Message &event);
+// The text of a received event: its body, or what its items make up.
+std::string EventText(uint32_t type, std::string_view body);
+
+// The same as JSON. If its publisher sent no valid JSON, the text becomes a member of an object.
+nlohmann::ordered_json EventJson(uint32_t type, std::string_view body);
 
 }  // namespace zor::ctl
 

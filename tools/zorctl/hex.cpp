@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdio>
 
-#include "zorctl/exit_code.h"
-#include "zorctl/text.h"
+#include "zorctl/clean_text.h"
+#include "zorctl/invalid.h"
 
 namespace zor::ctl {
 namespace {
@@ -34,11 +34,11 @@ std::string ParseHex(std::string_view digits) {
   for (const char digit : digits) {
     if (digit == ' ' || digit == '\n') continue;
     const int value = DigitValue(digit);
-    if (value < 0) throw Failure(kExitUsage, "not a hexadecimal digit: " + Escape({&digit, 1}), "write 0A1b or 0A 1b");
+    if (value < 0) throw Invalid("not a hexadecimal digit: " + Escape({&digit, 1}), "write 0A1b or 0A 1b");
     if (high >= 0) bytes.push_back(static_cast<char>(high << 4 | value));
     high = high >= 0 ? -1 : value;
   }
-  if (high >= 0) throw Failure(kExitUsage, "an odd number of hexadecimal digits", "each byte has two");
+  if (high >= 0) throw Invalid("an odd number of hexadecimal digits", "each byte has two");
   return bytes;
 }
 

@@ -9,7 +9,7 @@ namespace zor::ctl {
 
 std::string ToHex(std::string_view bytes);
 
-// The bytes that hexadecimal digits represent; blanks between them are ignored. Failure (usage) for anything else.
+// The bytes that hexadecimal digits represent; blanks between them are ignored. Invalid for anything else.
 std::string ParseHex(std::string_view digits);
 
 // 16 bytes a line, with their offset and their characters.

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "zorctl/invalid.h"
 #include "zorctl/output.h"
 #include "zorctl/seconds_option.h"
 #include "zorctl/text.h"
@@ -68,6 +69,16 @@ int ReportUsage(const CLI::ParseError &error, const std::string &verb) {
   return kExitUsage;
 }
 
+int Fail(const std::string &verb, const std::exception &error, const std::string &advice, ExitCode code) {
+  // Output from before the failure is still useful.
+  try {
+    Flush();
+  } catch (...) {
+  }
+  PrintError(verb, error.what(), advice);
+  return code;
+}
+
 int RunVerb(const Declared &declared) {
   const Common common = {declared.json, FromSeconds(declared.seconds)};
   const std::string name = declared.row->name;
@@ -78,13 +89,11 @@ int RunVerb(const Declared &declared) {
   } catch (const OutputClosed &) {
     return kExitOk;
   } catch (const Failure &failure) {
-    // Output from before the failure is still useful.
-    try {
-      Flush();
-    } catch (...) {
-    }
-    PrintError(name, failure.what(), failure.advice);
-    return failure.code;
+    return Fail(name, failure, failure.advice, failure.code);
+  } catch (const UnknownName &unknown) {
+    return Fail(name, unknown, unknown.advice, kExitNotFound);
+  } catch (const Invalid &invalid) {
+    return Fail(name, invalid, invalid.advice, kExitUsage);
   } catch (const std::exception &error) {
     PrintError(name, Escape(error.what()), "this is a fault of the system or of zorctl");
     return kExitFailure;

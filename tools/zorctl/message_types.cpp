@@ -5,10 +5,10 @@
 #include <algorithm>
 
 #include "common/ascii.h"
-#include "zorctl/exit_code.h"
+#include "zorctl/clean_text.h"
 #include "zorctl/format.h"
+#include "zorctl/invalid.h"
 #include "zorctl/number.h"
-#include "zorctl/text.h"
 
 namespace zor::ctl {
 namespace {
@@ -35,7 +35,7 @@ std::string_view ShortName(const MessageType &type) {
 
 uint32_t NumberOf(const MessageType &type) {
   if (type.first == type.last) return type.first;
-  throw Failure(kExitUsage, std::string(type.name) + " covers a range of types",
+  throw Invalid(std::string(type.name) + " covers a range of types",
                 "give a number from " + HexText(type.first) + " to " + HexText(type.last));
 }
 
@@ -61,8 +61,8 @@ uint32_t ParseType(std::string_view text) {
   for (const MessageType &type : kMessageTypes) {
     if (IsNamed(type, text)) return NumberOf(type);
   }
-  throw Failure(kExitNotFound, "unknown message type " + Escape(text),
-                "give a number from 0 to " + HexText(ZOR_MSG_TYPE_MASK) + " or a name from zorctl complete types");
+  throw UnknownName("unknown message type " + Escape(text),
+                    "give a number from 0 to " + HexText(ZOR_MSG_TYPE_MASK) + " or a name from zorctl complete types");
 }
 
 }  // namespace zor::ctl

@@ -29,7 +29,7 @@ const MessageType *FindType(uint32_t type);
 // The name without "ZOR_MSG_" or "ZOR_"; a number if it has no name.
 std::string TypeText(uint32_t type);
 
-// A number, or a name with or without "ZOR_MSG_" or "ZOR_", in any case. Failure for anything else.
+// A number, or a name with or without "ZOR_MSG_" or "ZOR_", in any case. UnknownName for anything else.
 uint32_t ParseType(std::string_view text);
 
 }  // namespace zor::ctl

@@ -3,8 +3,8 @@
 #include <string>
 
 #include "programs/settings.h"
-#include "zorctl/exit_code.h"
-#include "zorctl/text.h"
+#include "zorctl/clean_text.h"
+#include "zorctl/invalid.h"
 
 namespace zor::ctl {
 
@@ -16,7 +16,7 @@ std::optional<uint32_t> ParseUint32(std::string_view text) {
 
 uint32_t RequireUint32(std::string_view text, std::string_view what) {
   if (const auto number = ParseUint32(text)) return *number;
-  throw Failure(kExitUsage, std::string(what) + " is not a 32-bit number: " + Escape(text), "write 42 or 0x2A");
+  throw Invalid(std::string(what) + " is not a 32-bit number: " + Escape(text), "write 42 or 0x2A");
 }
 
 }  // namespace zor::ctl

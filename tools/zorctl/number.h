@@ -11,7 +11,7 @@ namespace zor::ctl {
 // No value for anything but such a number.
 std::optional<uint32_t> ParseUint32(std::string_view text);
 
-// The same, but throws Failure (usage); `what` names the number in its text.
+// The same, but throws Invalid; `what` names the number in its text.
 uint32_t RequireUint32(std::string_view text, std::string_view what);
 
 }  // namespace zor::ctl

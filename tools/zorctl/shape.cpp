@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "zorctl/text.h"
+#include "zorctl/clean_text.h"
 
 namespace zor::ctl {
 namespace {

@@ -28,7 +28,8 @@ class Verb {
   virtual ~Verb() = default;
   // Binds options, which are members. --json, --timeout and --help are declared already.
   virtual void Declare(CLI::App &app) = 0;
-  // Throws Failure for anything but success; other codes are for verbs that have already printed their result.
+  // Throws Failure or Invalid for anything but success; other codes are for verbs that have already printed their
+  // result.
   virtual ExitCode Run(const Common &common) = 0;
 };
 

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -37,7 +38,7 @@ class ListenVerb : public Verb {
     uint64_t count = 0;
     while (const std::optional<Message> message = bus.Receive(deadline)) {
       if (!IsEvent(message->type)) continue;
-      Print(EventLine(*message));
+      Print(JsonLine(EventJson(message->type, message->body)));
       Flush();
       if (++count == limit_) return kExitOk;
     }
