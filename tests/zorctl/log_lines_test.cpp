@@ -40,7 +40,7 @@ TEST(LogLines, LineIsTakenApartOnlyWhenItIsOne) {
 TEST(Text, ProgramsReadItUnharmed) {
   EXPECT_EQ(EscapeLines("{\"a\":\"\\n\"}\n\t\x1b[m\xff"), "{\"a\":\"\\n\"}\n\t\\x1b[m\\xff");
   EXPECT_EQ(EscapeJson("[\"\u00fc\u009b\u202e\"]"), "[\"\u00fc\\u009b\\u202e\"]");
-  EXPECT_EQ(ToUtf8("\xc3\xbc\xc3"), "\u00fc\ufffd");
+  EXPECT_EQ(messages::ToUtf8("\xc3\xbc\xc3"), "\u00fc\ufffd");
 }
 
 }  // namespace

@@ -7,10 +7,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "zorctl/body.h"
-#include "zorctl/hex.h"
-#include "zorctl/invalid.h"
-#include "zorctl/message_types.h"
+#include "programs/messages/body.h"
+#include "programs/messages/hex.h"
+#include "programs/messages/invalid.h"
+#include "programs/messages/message_types.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 
@@ -21,11 +21,11 @@ using namespace std::string_literals;
 using testing::ElementsAre;
 
 std::string_view RequestOf(uint32_t type) {
-  return FindType(type)->request;
+  return messages::FindType(type)->request;
 }
 
 std::string_view ReplyOf(uint32_t type) {
-  return FindType(type)->reply;
+  return messages::FindType(type)->reply;
 }
 
 TEST(Text, IsEscapedWhereItWouldNotStayInItsPlace) {
@@ -56,7 +56,7 @@ TEST(Table, AlignsItsColumnsAndCutsTheLines) {
 
 TEST(Body, HasTheSizeOfTheRecordThatItStandsFor) {
   const auto sizeOf = [](std::string_view shape, const char *field) {
-    return Encode(shape, {{field, ""}}).body.size();
+    return messages::Encode(shape, {{field, ""}}).body.size();
   };
   EXPECT_EQ(sizeOf(RequestOf(ZOR_LOG_MSG_RECORD), "parameters"), sizeof(ZOR_LOG_RECORD));
   EXPECT_EQ(sizeOf(RequestOf(ZOR_LOG_MSG_QUERY), "path"), sizeof(ZOR_LOG_QUERY));
@@ -67,13 +67,14 @@ TEST(Body, HasTheSizeOfTheRecordThatItStandsFor) {
 }
 
 TEST(Body, IsBuiltFromFieldsAndTakenApartAgain) {
-  const Content content = Encode("data:user u16:port u32:mode text8:name bytes2:key text:path",
-                                 {{"path", "/x"}, {"user", "0x10"}, {"port", "513"}, {"name", "abc"}, {"key", "ff"}});
+  const messages::Content content =
+      messages::Encode("data:user u16:port u32:mode text8:name bytes2:key text:path",
+                       {{"path", "/x"}, {"user", "0x10"}, {"port", "513"}, {"name", "abc"}, {"key", "ff"}});
   EXPECT_EQ(content.data, 16u);
   EXPECT_EQ(content.body, "\x01\x02\0\0\0\0abc\0\0\0\0\0\xff\0/x\0"s);
-  EXPECT_EQ(Decode("u16:port u32:mode text8:name bytes2:key text:path", 0, content.body).dump(),
+  EXPECT_EQ(messages::Decode("u16:port u32:mode text8:name bytes2:key text:path", 0, content.body).dump(),
             R"({"port":513,"mode":0,"name":"abc","key":"ff00","path":"/x"})");
-  EXPECT_EQ(Encode("data:user u32:mode", {{"user", "1"}}).body, "") << "nothing is said of the body";
+  EXPECT_EQ(messages::Encode("data:user u32:mode", {{"user", "1"}}).body, "") << "nothing is said of the body";
 }
 
 TEST(Body, IsRefusedWhenAValueDoesNotFit) {
@@ -83,29 +84,30 @@ TEST(Body, IsRefusedWhenAValueDoesNotFit) {
                                      {"key", "010203"},
                                      {"key", "0g"},
                                      {"nothing", ""}}) {
-    EXPECT_THROW(Encode("u16:port u32:mode text8:name bytes2:key", {{field, value}}), Invalid) << field << value;
+    EXPECT_THROW(messages::Encode("u16:port u32:mode text8:name bytes2:key", {{field, value}}), messages::Invalid)
+        << field << value;
   }
 }
 
 TEST(Body, IsTakenApartAsFarAsItGoes) {
-  EXPECT_EQ(Decode(ReplyOf(ZOR_MSG_GET_PROCESS_NUM), 3, "").dump(), R"({"count":3})");
-  EXPECT_EQ(Decode("u32:a u32:b", 0, "\x01\0\0\0\x02"s).dump(), R"({"a":1,"b":"02"})");
-  EXPECT_EQ(Decode("u16:a", 0, "\x01\0more"s).dump(), R"({"a":1,"rest":"6d6f7265"})");
-  EXPECT_EQ(Decode("json:j", 0, "{\"x\":").dump(), R"({"j":"{\"x\":"})") << "not JSON after all";
-  EXPECT_EQ(Decode("items:i", 0, "no items").dump(), R"({"i":{"text":"no items"}})");
-  EXPECT_EQ(DecodeUnknown("lines\nof text\0"s).dump(), R"({"text":"lines\nof text"})");
-  EXPECT_EQ(DecodeUnknown("\x1b[1m").dump(), R"({"hex":"1b5b316d"})");
+  EXPECT_EQ(messages::Decode(ReplyOf(ZOR_MSG_GET_PROCESS_NUM), 3, "").dump(), R"({"count":3})");
+  EXPECT_EQ(messages::Decode("u32:a u32:b", 0, "\x01\0\0\0\x02"s).dump(), R"({"a":1,"b":"02"})");
+  EXPECT_EQ(messages::Decode("u16:a", 0, "\x01\0more"s).dump(), R"({"a":1,"rest":"6d6f7265"})");
+  EXPECT_EQ(messages::Decode("json:j", 0, "{\"x\":").dump(), R"({"j":"{\"x\":"})") << "not JSON after all";
+  EXPECT_EQ(messages::Decode("items:i", 0, "no items").dump(), R"({"i":{"text":"no items"}})");
+  EXPECT_EQ(messages::DecodeUnknown("lines\nof text\0"s).dump(), R"({"text":"lines\nof text"})");
+  EXPECT_EQ(messages::DecodeUnknown("\x1b[1m").dump(), R"({"hex":"1b5b316d"})");
 }
 
 TEST(Body, OfAManagementMessageShowsItsItems) {
-  const std::string body = EncodeItems({{"device", "lamp"}, {"esc", "\x1b"}}, 7);
-  EXPECT_EQ(Decode(RequestOf(0x209), 0, body).dump(),
+  const std::string body = messages::EncodeItems({{"device", "lamp"}, {"esc", "\x1b"}}, 7);
+  EXPECT_EQ(messages::Decode(RequestOf(0x209), 0, body).dump(),
             R"({"items":{"error_code":0,"sub_type":7,"items":[{"name":"device","value":"lamp"},)"
             R"({"name":"esc","value":"0x1b00"}]}})");
 }
 
 TEST(HexDump, ShowsOffsetsBytesAndCharacters) {
-  EXPECT_EQ(HexDump("0123456789abcdef\n"),
+  EXPECT_EQ(messages::HexDump("0123456789abcdef\n"),
             "0000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66  0123456789abcdef\n"
             "0010  0a                                               .\n");
 }

@@ -16,11 +16,11 @@
 #include <system_error>
 
 #include "common/malloc_ptr.h"
+#include "programs/messages/message_types.h"
 #include "programs/paths.h"
 #include "zorctl/control_result.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/format.h"
-#include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/watchdog.h"
@@ -100,13 +100,13 @@ bool IsNoticeOf(const Message &message, uint32_t type, uint32_t sequence) {
 bool IsReplyTo(const Message &message, const Outgoing &request) {
   if (message.type != request.type) return false;
   if (!request.destination.empty()) return message.source == request.destination;
-  const MessageType *known = FindType(request.type);
+  const messages::MessageType *known = messages::FindType(request.type);
   return known == nullptr || known->to != "server" || message.fromServer();
 }
 
 Failure Undelivered(const Outgoing &request) {
   if (request.destination.empty()) {
-    const MessageType *known = FindType(request.type);
+    const messages::MessageType *known = messages::FindType(request.type);
     const bool isForOne = known != nullptr && known->to != "server" && known->to != "any";
     return {kExitNotFound,
             "no daemon on the bus receives messages of type " + HexText(request.type) + " without a destination",

@@ -7,8 +7,8 @@
 #include <nlohmann/json.hpp>
 
 #include "programs/format_time.h"
-#include "zorctl/body.h"
-#include "zorctl/message_types.h"
+#include "programs/messages/body.h"
+#include "programs/messages/message_types.h"
 #include "zorctl/text.h"
 
 namespace zor::ctl {
@@ -49,16 +49,16 @@ std::string NumberText(uint64_t number, size_t width) {
 
 // Whether the daemon that receives requests of this type sent it: then it replies to a request that was not captured.
 bool IsFromReceiverOfRequests(const BusCopy &copy) {
-  const MessageType *type = FindType(copy.type());
+  const messages::MessageType *type = messages::FindType(copy.type());
   if (type == nullptr || type->to == "any" || copy.destination().empty()) return false;
   return type->to == "server" ? copy.source().empty() : copy.source() == type->to;
 }
 
 Json DecodeBody(const BusCopy &copy, bool isReply) {
   if (copy.inFile()) return {{"file", FieldText(copy.body.data(), copy.body.size())}};
-  const MessageType *type = FindType(copy.type());
-  if (type == nullptr) return DecodeUnknown(copy.body);
-  return Decode(isReply ? type->reply : type->request, copy.head.data, copy.body);
+  const messages::MessageType *type = messages::FindType(copy.type());
+  if (type == nullptr) return messages::DecodeUnknown(copy.body);
+  return messages::Decode(isReply ? type->reply : type->request, copy.head.data, copy.body);
 }
 
 }  // namespace
@@ -103,7 +103,7 @@ std::string CopyTitles() {
 std::string CopyLine(const BusCopy &copy, bool isReply) {
   std::string line = LocalTimeOfDay(copy.copy.timeUs) + "  ";
   line += NameText(copy.source()) + (copy.delivered() ? " -> " : " -x ") + NameText(copy.receiver());
-  line += "  " + PadRight(TypeText(copy.type()), kTypeWidth);
+  line += "  " + PadRight(messages::TypeText(copy.type()), kTypeWidth);
   line += NumberText(copy.head.sequence, 8) + NumberText(copy.head.data, 11) + NumberText(copy.head.bodyLength, 7);
   const Json body = DecodeBody(copy, isReply);
   return body.empty() ? line : line + "  " + body.dump(-1, ' ', true, Json::error_handler_t::replace);
@@ -115,7 +115,7 @@ Json CopyJson(const BusCopy &copy, bool isReply) {
           {"delivered", copy.delivered()},
           {"receiver", copy.receiver()},
           {"type", copy.type()},
-          {"name", TypeText(copy.type())},
+          {"name", messages::TypeText(copy.type())},
           {"sequence", copy.head.sequence},
           {"source", copy.source()},
           {"destination", copy.destination()},

@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "common/ascii.h"
+#include "programs/messages/number.h"
 #include "zorctl/exit_code.h"
-#include "zorctl/number.h"
 #include "zorctl/text.h"
 
 namespace zor::ctl {
@@ -36,7 +36,7 @@ Failure Unknown(ExitCode code, const char *what, const std::string &name, std::s
 }
 
 uint32_t TypeBits(const std::string &name) {
-  if (const auto number = ParseUint32(name); number && *number != 0 && *number <= kAllTypes) return *number;
+  if (const auto number = messages::ParseUint32(name); number && *number != 0 && *number <= kAllTypes) return *number;
   uint32_t bits = 0;
   for (uint32_t bit = 1; (bit & kAllTypes) != 0; bit <<= 1) {
     if (!name.empty() && EqualIgnoringCase(TypeName(bit), name)) bits |= bit;

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "zorctl/invalid.h"
+#include "programs/messages/invalid.h"
 #include "zorctl/output.h"
 #include "zorctl/seconds_option.h"
 #include "zorctl/text.h"
@@ -90,9 +90,9 @@ int RunVerb(const Declared &declared) {
     return kExitOk;
   } catch (const Failure &failure) {
     return Fail(name, failure, failure.advice, failure.code);
-  } catch (const UnknownName &unknown) {
+  } catch (const messages::UnknownName &unknown) {
     return Fail(name, unknown, unknown.advice, kExitNotFound);
-  } catch (const Invalid &invalid) {
+  } catch (const messages::Invalid &invalid) {
     return Fail(name, invalid, invalid.advice, kExitUsage);
   } catch (const std::exception &error) {
     PrintError(name, Escape(error.what()), "this is a fault of the system or of zorctl");

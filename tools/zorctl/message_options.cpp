@@ -2,13 +2,13 @@
 
 #include <CLI/CLI.hpp>
 
-#include "zorctl/body.h"
+#include "programs/messages/body.h"
+#include "programs/messages/hex.h"
+#include "programs/messages/message_types.h"
+#include "programs/messages/number.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/format.h"
-#include "zorctl/hex.h"
 #include "zorctl/input_file.h"
-#include "zorctl/message_types.h"
-#include "zorctl/number.h"
 #include "zorctl/value.h"
 
 namespace zor::ctl {
@@ -32,7 +32,7 @@ void MessageOptions::Declare(CLI::App &app) {
   app.add_option("--subtype", subType_, "The sub-type of the management message")->type_name("NUMBER")->needs(items);
 }
 
-void MessageOptions::SortWords(Outgoing &message, Values &fields) const {
+void MessageOptions::SortWords(Outgoing &message, messages::Values &fields) const {
   for (size_t i = 0; i < words_.size(); ++i) {
     const bool isName = i == 0 && words_[i].find('=') == std::string::npos;
     if (isName) {
@@ -46,25 +46,25 @@ void MessageOptions::SortWords(Outgoing &message, Values &fields) const {
 
 Outgoing MessageOptions::Build() const {
   Outgoing message;
-  message.type = ParseType(type_);
-  Values fields;
+  message.type = messages::ParseType(type_);
+  messages::Values fields;
   SortWords(message, fields);
-  const MessageType *known = FindType(message.type);
+  const messages::MessageType *known = messages::FindType(message.type);
   if (!fields.empty() && known == nullptr) {
     throw Failure(kExitUsage, "type " + HexText(message.type) + " has no known fields",
                   "give the body with --text, --hex, --file or --item");
   }
-  Content content = Encode(known == nullptr ? "-" : known->request, fields);
-  message.data = data_ ? RequireUint32(*data_, "--data") : content.data;
+  messages::Content content = messages::Encode(known == nullptr ? "-" : known->request, fields);
+  message.data = data_ ? messages::RequireUint32(*data_, "--data") : content.data;
   message.body = std::move(content.body);
   if (text_.has_value() + hex_.has_value() + file_.has_value() + !items_.empty() + !message.body.empty() > 1) {
     throw Failure(kExitUsage, "more than one body", "give fields, or one of --text, --hex, --file and --item");
   }
   if (text_) message.body = *text_ + '\0';
-  if (hex_) message.body = ParseHex(*hex_);
+  if (hex_) message.body = messages::ParseHex(*hex_);
   if (file_) message.body = ReadInputFile(*file_, kMaxBody);
   if (!items_.empty()) {
-    message.body = EncodeItems(ParsePairs(items_), RequireUint32(subType_, "--subtype"));
+    message.body = messages::EncodeItems(ParsePairs(items_), messages::RequireUint32(subType_, "--subtype"));
   }
   return message;
 }

@@ -3,13 +3,13 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
-#include "zorctl/number.h"
+#include "programs/messages/number.h"
 
 namespace zor::ctl {
 
 CLI::Option *AddNumber(CLI::App &app, const char *name, uint32_t &number, const std::string &purpose, uint32_t least) {
   const auto check = [least](std::string &text) -> std::string {
-    const auto parsed = ParseUint32(text);
+    const auto parsed = messages::ParseUint32(text);
     if (!parsed || *parsed < least) {
       return "not a number from " + std::to_string(least) + " to " + std::to_string(UINT32_MAX);
     }

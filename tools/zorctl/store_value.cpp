@@ -29,7 +29,7 @@ std::string ReadProbed(uint32_t parameter, uint32_t instance, size_t size, const
   return zeros;
 }
 
-Object MakeObject(uint32_t objectClass, uint32_t instance, const Values &values, const std::string &what) {
+Object MakeObject(uint32_t objectClass, uint32_t instance, const messages::Values &values, const std::string &what) {
   ZOR_CFM_OBJ *made = nullptr;
   uint32_t status = ZOR_STORE_E_ARGUMENT;
   for (const auto &[name, value] : values) {
@@ -92,11 +92,11 @@ std::string ReadAppData(uint32_t item) {
   return value;
 }
 
-Values ReadObject(uint32_t objectClass, uint32_t instance) {
+messages::Values ReadObject(uint32_t objectClass, uint32_t instance) {
   ZOR_CFM_OBJ *read = nullptr;
   CheckStoreStatus(ZOR_DBGetObj(objectClass, instance, &read), NamedObject(objectClass, instance));
   const Object object(read);
-  Values values;
+  messages::Values values;
   for (const ZOR_CFM_VALUE *each = object->values; each != nullptr; each = each->next) {
     values.emplace_back(each->name, each->value);
   }
@@ -113,12 +113,12 @@ void WriteAppData(uint32_t item, const std::string &value) {
                    Named("application data of item", item));
 }
 
-void WriteObject(uint32_t objectClass, uint32_t instance, const Values &values) {
+void WriteObject(uint32_t objectClass, uint32_t instance, const messages::Values &values) {
   const std::string what = NamedObject(objectClass, instance);
   CheckStoreStatus(ZOR_DBSetObj(MakeObject(objectClass, instance, values, what).get()), what);
 }
 
-uint32_t AddObject(uint32_t objectClass, const Values &values) {
+uint32_t AddObject(uint32_t objectClass, const messages::Values &values) {
   const std::string what = Named("object of class", objectClass);
   uint32_t instance = 0;
   CheckStoreStatus(ZOR_DBAddObj(objectClass, MakeObject(objectClass, 0, values, what).get(), &instance), what);

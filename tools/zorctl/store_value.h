@@ -19,14 +19,14 @@ void CheckStoreStatus(uint32_t status, const std::string &what);
 
 std::string ReadParameter(uint32_t parameter, uint32_t instance);
 std::string ReadAppData(uint32_t item);
-Values ReadObject(uint32_t objectClass, uint32_t instance);
+messages::Values ReadObject(uint32_t objectClass, uint32_t instance);
 
 void WriteParameter(uint32_t parameter, uint32_t instance, const std::string &value);
 void WriteAppData(uint32_t item, const std::string &value);
 // Sets these values of an instance and keeps the others.
-void WriteObject(uint32_t objectClass, uint32_t instance, const Values &values);
+void WriteObject(uint32_t objectClass, uint32_t instance, const messages::Values &values);
 // Adds an instance and returns its number.
-uint32_t AddObject(uint32_t objectClass, const Values &values);
+uint32_t AddObject(uint32_t objectClass, const messages::Values &values);
 
 }  // namespace zor::ctl
 

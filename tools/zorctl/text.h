@@ -6,9 +6,16 @@
 #include <string>
 #include <string_view>
 
-#include "zorctl/clean_text.h"
+#include "programs/messages/text.h"
 
 namespace zor::ctl {
+
+using messages::Escape;
+using messages::EscapeJson;
+using messages::EscapeLines;
+using messages::FieldText;
+using messages::IsPrintable;
+using messages::Join;
 
 // How many columns escaped text takes on a terminal.
 size_t Width(std::string_view text);

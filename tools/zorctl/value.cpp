@@ -5,11 +5,11 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "programs/messages/hex.h"
+#include "programs/messages/number.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/format.h"
-#include "zorctl/hex.h"
 #include "zorctl/input_file.h"
-#include "zorctl/number.h"
 #include "zorctl/record.h"
 #include "zorctl/text.h"
 
@@ -39,8 +39,8 @@ std::pair<std::string, std::string> ParsePair(const std::string &word) {
   return {word.substr(0, equals), word.substr(equals + 1)};
 }
 
-Values ParsePairs(const std::vector<std::string> &words) {
-  Values pairs;
+messages::Values ParsePairs(const std::vector<std::string> &words) {
+  messages::Values pairs;
   for (const std::string &word : words) pairs.push_back(ParsePair(word));
   return pairs;
 }
@@ -53,8 +53,8 @@ void AddFormatOption(CLI::App &app, std::string &format) {
 }
 
 std::string ParseBytes(const std::string &word, std::string_view format, size_t limit) {
-  if (format == "hex") return ParseHex(word);
-  if (format == "u32") return std::string(RecordBytes(RequireUint32(word, "the value")));
+  if (format == "hex") return messages::ParseHex(word);
+  if (format == "u32") return std::string(RecordBytes(messages::RequireUint32(word, "the value")));
   if (format == "file") return ReadInputFile(word, limit);
   return format == "string" ? word + '\0' : word;
 }
@@ -62,11 +62,11 @@ std::string ParseBytes(const std::string &word, std::string_view format, size_t 
 std::string ShowBytes(std::string_view bytes) {
   if (const auto text = PrintableText(bytes)) return std::string(*text);
   if (const auto number = NumberOf(bytes)) return std::to_string(*number) + " (" + HexText(*number) + ")";
-  return ToHex(bytes);
+  return messages::ToHex(bytes);
 }
 
 nlohmann::json BytesJson(std::string_view bytes) {
-  nlohmann::json json = {{"size", bytes.size()}, {"hex", ToHex(bytes)}};
+  nlohmann::json json = {{"size", bytes.size()}, {"hex", messages::ToHex(bytes)}};
   if (const auto text = PrintableText(bytes)) json["text"] = *text;
   if (const auto number = NumberOf(bytes)) json["u32"] = *number;
   return json;

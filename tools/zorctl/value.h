@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "zorctl/body.h"
+#include "programs/messages/body.h"
 
 namespace CLI {
 class App;
@@ -18,7 +18,7 @@ namespace zor::ctl {
 
 // Words of the form NAME=VALUE. Failure (usage) for any other.
 std::pair<std::string, std::string> ParsePair(const std::string &word);
-Values ParsePairs(const std::vector<std::string> &words);
+messages::Values ParsePairs(const std::vector<std::string> &words);
 
 // Adds the option --as, the format of values, whose default is the variable's value: "text", "string" (a text with its
 // NUL), "hex", "u32" or "file" (the path of a file with the bytes).

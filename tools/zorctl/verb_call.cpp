@@ -2,10 +2,10 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "zorctl/body.h"
-#include "zorctl/hex.h"
+#include "programs/messages/body.h"
+#include "programs/messages/hex.h"
+#include "programs/messages/message_types.h"
 #include "zorctl/message_options.h"
-#include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -17,10 +17,10 @@ using Json = nlohmann::ordered_json;
 
 // The reply's fields if its type is known, otherwise its data word and body.
 Json Explain(const Message &reply) {
-  const MessageType *known = FindType(reply.type);
-  if (known != nullptr && known->reply != "-") return Decode(known->reply, reply.data, reply.body);
+  const messages::MessageType *known = messages::FindType(reply.type);
+  if (known != nullptr && known->reply != "-") return messages::Decode(known->reply, reply.data, reply.body);
   Json fields = {{"data", reply.data}};
-  fields.update(DecodeUnknown(reply.body));
+  fields.update(messages::DecodeUnknown(reply.body));
   return fields;
 }
 
@@ -35,7 +35,7 @@ void PrintField(const std::string &name, const Json &value) {
     Print("error_code: " + value["error_code"].dump() + "\nsub_type: " + value["sub_type"].dump() + "\n");
     PrintItems(value["items"]);
   } else if (name == "hex") {
-    Print(HexDump(ParseHex(value.get<std::string>())));
+    Print(messages::HexDump(messages::ParseHex(value.get<std::string>())));
   } else if (value.is_string()) {
     Print(name + ": " + Escape(value.get<std::string>()) + "\n");
   } else {
@@ -60,8 +60,10 @@ class CallVerb : public Verb {
     const Message reply = bus.Request(request, deadline);
     const Json fields = Explain(reply);
     if (common.json) {
-      PrintJson(
-          Json{{"type", reply.type}, {"name", TypeText(reply.type)}, {"source", reply.source}, {"fields", fields}});
+      PrintJson(Json{{"type", reply.type},
+                     {"name", messages::TypeText(reply.type)},
+                     {"source", reply.source},
+                     {"fields", fields}});
     } else {
       for (const auto &[name, value] : fields.items()) PrintField(name, value);
     }

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "programs/messages/event.h"
+#include "programs/messages/message_types.h"
 #include "zorctl/bus.h"
-#include "zorctl/event.h"
-#include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -34,8 +34,8 @@ Words Names() {
 
 Words Types() {
   Words words;
-  for (const MessageType &type : MessageTypes()) {
-    if (type.first == type.last) words.push_back(TypeText(type.first));
+  for (const messages::MessageType &type : messages::MessageTypes()) {
+    if (type.first == type.last) words.push_back(messages::TypeText(type.first));
   }
   return words;
 }
@@ -64,7 +64,8 @@ struct Source {
   Words (*list)();
 };
 
-constexpr Source kSources[] = {{"names", Names}, {"types", Types}, {"modules", EventModules}, {"verbs", VerbNames}};
+constexpr Source kSources[] = {
+    {"names", Names}, {"types", Types}, {"modules", messages::EventModules}, {"verbs", VerbNames}};
 
 Words SplitAtBars(std::string_view list) {
   Words words;

@@ -14,9 +14,9 @@
 #include <system_error>
 #include <vector>
 
+#include "programs/messages/number.h"
 #include "programs/paths.h"
 #include "zorctl/format.h"
-#include "zorctl/number.h"
 #include "zorctl/output.h"
 #include "zorctl/store_list.h"
 #include "zorctl/store_value.h"
@@ -45,8 +45,8 @@ struct Key {
 // The key that a word such as 0x70000001 or 4.1 names.
 Key ParseKey(std::string_view word) {
   const size_t dot = std::min(word.find('.'), word.size());
-  const auto id = ParseUint32(word.substr(0, dot));
-  const auto instance = dot == word.size() ? std::nullopt : ParseUint32(word.substr(dot + 1));
+  const auto id = messages::ParseUint32(word.substr(0, dot));
+  const auto instance = dot == word.size() ? std::nullopt : messages::ParseUint32(word.substr(dot + 1));
   if (id && instance.has_value() == (dot < word.size())) return {*id, instance};
   throw Failure(kExitUsage, "not NUMBER or NUMBER.INSTANCE: " + Escape(word),
                 "write 0x70000001 or, with an instance, 4.1");
@@ -79,7 +79,7 @@ std::optional<uint32_t> UserIn(std::string_view name, std::string_view before) {
   if (!name.starts_with(before) || !name.ends_with(kAfter)) return std::nullopt;
   name.remove_prefix(before.size());
   name.remove_suffix(kAfter.size());
-  return ParseUint32(name);
+  return messages::ParseUint32(name);
 }
 
 void AppendUsers(const std::string &directory, std::vector<Listed> &list) {
@@ -212,7 +212,7 @@ class ConfigVerb : public Verb {
   }
 
   ExitCode SetObject() const {
-    const Values values = ParsePairs(words_);
+    const messages::Values values = ParsePairs(words_);
     if (values.empty()) throw Failure(kExitUsage, "NAME=VALUE is required", "an object's values have names");
     uint32_t instance = 0;
     if (create_ && !key_.instance) {
@@ -232,7 +232,7 @@ class ConfigVerb : public Verb {
                   "write CLASS.INSTANCE; zorctl config list object shows them");
   }
 
-  void PrintObject(const Values &values) const {
+  void PrintObject(const messages::Values &values) const {
     Json object = Json::object();
     for (const auto &[name, value] : values) {
       if (!json_) Print(Escape(name) + "=" + Escape(value) + "\n");

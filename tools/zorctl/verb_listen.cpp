@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "programs/messages/event.h"
 #include "zorctl/bus.h"
-#include "zorctl/event.h"
 #include "zorctl/number_option.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
@@ -28,7 +28,7 @@ class ListenVerb : public Verb {
 
   ExitCode Run(const Common &common) override {
     std::set<uint32_t> types;
-    for (const std::string &module : modules_) types.insert(EventTypeOf(module));
+    for (const std::string &module : modules_) types.insert(messages::EventTypeOf(module));
     const Deadline deadline = common.deadline();
     daemon::StopSignal stop;
     Bus bus(deadline);
@@ -37,8 +37,8 @@ class ListenVerb : public Verb {
     if (verbose_) std::fputs("zorctl listen: listening\n", stderr);
     uint64_t count = 0;
     while (const std::optional<Message> message = bus.Receive(deadline)) {
-      if (!IsEvent(message->type)) continue;
-      Print(JsonLine(EventJson(message->type, message->body)));
+      if (!messages::IsEvent(message->type)) continue;
+      Print(JsonLine(messages::EventJson(message->type, message->body)));
       Flush();
       if (++count == limit_) return kExitOk;
     }

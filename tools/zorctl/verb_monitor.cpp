@@ -11,10 +11,10 @@
 #include <string>
 #include <system_error>
 
+#include "programs/messages/message_types.h"
 #include "programs/stop_signal.h"
 #include "zorctl/bus.h"
 #include "zorctl/bus_copy.h"
-#include "zorctl/message_types.h"
 #include "zorctl/number_option.h"
 #include "zorctl/output.h"
 #include "zorctl/pcapng.h"
@@ -36,8 +36,8 @@ struct TypeRange {
 // "TYPE" or "TYPE-TYPE"; names have no hyphens.
 TypeRange ParseTypes(const std::string &text) {
   const size_t hyphen = text.find('-');
-  const uint32_t first = ParseType(text.substr(0, hyphen));
-  const uint32_t last = hyphen == std::string::npos ? first : ParseType(text.substr(hyphen + 1));
+  const uint32_t first = messages::ParseType(text.substr(0, hyphen));
+  const uint32_t last = hyphen == std::string::npos ? first : messages::ParseType(text.substr(hyphen + 1));
   if (last < first || last == 0) {
     throw Failure(kExitUsage, "not a range of message types: " + Escape(text),
                   "write 0x5000-0x50FF, the lower one first");

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
+#include "programs/messages/number.h"
 #include "zorctl/format.h"
 #include "zorctl/notify_channel.h"
-#include "zorctl/number.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -31,7 +31,7 @@ std::string ModuleName(uint32_t module) {
 
 uint32_t ModuleOf(const std::string &word) {
   if (const uint32_t module = ZOR_NOTIFYCLT_GetMIDByName(word.c_str()); module != 0) return module;
-  const std::optional<uint32_t> number = ParseUint32(word);
+  const std::optional<uint32_t> number = messages::ParseUint32(word);
   const bool isModule = number && *number >= ZOR_NOTIFY_MID_FIRST && *number <= ZOR_NOTIFY_MID_LAST;
   if (isModule && *number != ZOR_NOTIFY_MID_SERVER) return *number;
   throw Failure(kExitNotFound, "unknown module " + Escape(word),
@@ -61,7 +61,7 @@ class NotifyVerb : public Verb {
     if (list_) return List(common);
     CheckArguments();
     const uint32_t module = ModuleOf(module_);
-    const uint32_t type = RequireUint32(type_, "TYPE");
+    const uint32_t type = messages::RequireUint32(type_, "TYPE");
     const uint32_t from = ModuleOf(from_);
     const std::string part1 = Bytes(part1_);
     const std::string part2 = Bytes(part2_);

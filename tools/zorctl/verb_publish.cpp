@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "zorctl/body.h"
+#include "programs/messages/body.h"
+#include "programs/messages/event.h"
 #include "zorctl/bus.h"
-#include "zorctl/event.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/value.h"
@@ -24,7 +24,8 @@ constexpr char kItemBroker[] = "mic";  // receives events that consist of items
 // The payload in the option itself, or in the file that it names with "@".
 Json PayloadOf(const std::string &word) {
   const bool isFile = word.starts_with('@');
-  const Json payload = ParsePayload(ParseBytes(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody));
+  const Json payload =
+      messages::ParsePayload(ParseBytes(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody));
   if (!payload.is_discarded()) return payload;
   throw Failure(kExitUsage, "the payload is not JSON", "quote it for the shell: --json-payload '{\"port\":1}'");
 }
@@ -43,8 +44,8 @@ class PublishVerb : public Verb {
   }
 
   ExitCode Run(const Common &common) override {
-    const uint32_t type = EventTypeOf(module_);
-    const Outgoing event = IsJsonEvent(type) ? JsonEvent(type) : ItemEvent(type);
+    const uint32_t type = messages::EventTypeOf(module_);
+    const Outgoing event = messages::IsJsonEvent(type) ? JsonEvent(type) : ItemEvent(type);
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
     bus.Send(event, deadline);
@@ -74,9 +75,9 @@ class PublishVerb : public Verb {
     if (items_.empty()) {
       throw Failure(kExitUsage, "an event of " + Escape(module_) + " needs at least one text", "give NAME=VALUE ...");
     }
-    Values items = {{"EventType", event_}};
+    messages::Values items = {{"EventType", event_}};
     for (const std::string &word : items_) items.push_back(ParsePair(word));
-    return {type, kItemBroker, 0, EncodeItems(items, 0)};
+    return {type, kItemBroker, 0, messages::EncodeItems(items, 0)};
   }
 
   std::string module_;

@@ -1,8 +1,8 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "programs/messages/message_types.h"
 #include "zorctl/message_options.h"
-#include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
 
@@ -18,7 +18,7 @@ class SendVerb : public Verb {
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
     bus.SendAndCheck(message, deadline);
-    if (common.json) PrintJson({{"type", message.type}, {"name", TypeText(message.type)}, {"sent", true}});
+    if (common.json) PrintJson({{"type", message.type}, {"name", messages::TypeText(message.type)}, {"sent", true}});
     return kExitOk;
   }
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "programs/limits.h"
+#include "programs/messages/number.h"
 #include "zorctl/bus.h"
-#include "zorctl/number.h"
 #include "zorctl/number_option.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
@@ -28,7 +28,7 @@ std::string SourceText(const std::string &source) {
 }
 
 bool IsLevel(const std::string &text) {
-  return text == "none" || ZOR_TRACE_GetLevelByString(text.c_str()) != 0 || ParseUint32(text).has_value();
+  return text == "none" || ZOR_TRACE_GetLevelByString(text.c_str()) != 0 || messages::ParseUint32(text).has_value();
 }
 
 class TraceVerb : public Verb {

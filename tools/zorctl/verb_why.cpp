@@ -7,11 +7,11 @@
 #include <string>
 #include <utility>
 
+#include "programs/messages/message_types.h"
 #include "programs/process_state.h"
 #include "programs/wait_graph.h"
 #include "zorctl/bus.h"
 #include "zorctl/format.h"
-#include "zorctl/message_types.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -100,8 +100,8 @@ class Report {
     Table requests({{"FROM"}, {"TO"}, {"AGE", Align::kRight}, {"SEQUENCE", Align::kRight}, {"TYPE"}, {"WAITS"}});
     for (const Waiter &each : waiters_) {
       requests.Add({each.from->name, each.request->to.empty() ? "(barrier)" : each.request->to,
-                    AgeText(each.request->ageMs), std::to_string(each.request->sequence), TypeText(each.request->type),
-                    std::string(WaitsText(each.request->waits))});
+                    AgeText(each.request->ageMs), std::to_string(each.request->sequence),
+                    messages::TypeText(each.request->type), std::string(WaitsText(each.request->waits))});
     }
     requests.Print();
   }

@@ -1,12 +1,12 @@
-#include "zorctl/hex.h"
+#include "programs/messages/hex.h"
 
 #include <array>
 #include <cstdio>
 
-#include "zorctl/clean_text.h"
-#include "zorctl/invalid.h"
+#include "programs/messages/invalid.h"
+#include "programs/messages/text.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 namespace {
 
 int DigitValue(char digit) {
@@ -61,4 +61,4 @@ std::string HexDump(std::string_view bytes) {
   return dump;
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

@@ -1,13 +1,13 @@
 // Text for users and programs: data from the bus is hostile.
-#ifndef ZORCTL_CLEAN_TEXT_H
-#define ZORCTL_CLEAN_TEXT_H
+#ifndef PROGRAMS_MESSAGES_TEXT_H
+#define PROGRAMS_MESSAGES_TEXT_H
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace zor::ctl {
+namespace zor::messages {
 
 // The text with control characters, characters that change the direction of writing and invalid UTF-8 written as \xNN,
 // and backslashes doubled, so that it stays in its line and column.
@@ -31,6 +31,6 @@ std::string Join(const std::vector<std::string> &texts, std::string_view separat
 // The text up to the first NUL: the content of a field of fixed size.
 std::string_view FieldText(const char *field, size_t size);
 
-}  // namespace zor::ctl
+}  // namespace zor::messages
 
 #endif

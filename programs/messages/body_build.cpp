@@ -4,15 +4,15 @@
 #include <cstring>
 #include <optional>
 
-#include "zorctl/body.h"
-#include "zorctl/clean_text.h"
-#include "zorctl/hex.h"
-#include "zorctl/invalid.h"
-#include "zorctl/item_block.h"
-#include "zorctl/number.h"
-#include "zorctl/shape.h"
+#include "programs/messages/body.h"
+#include "programs/messages/hex.h"
+#include "programs/messages/invalid.h"
+#include "programs/messages/item_block.h"
+#include "programs/messages/number.h"
+#include "programs/messages/shape.h"
+#include "programs/messages/text.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 namespace {
 
 using Kind = Field::Kind;
@@ -117,4 +117,4 @@ std::string EncodeItems(const Values &items, uint32_t subType) {
   return {reinterpret_cast<const char *>(block.get()), block->capacity};
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

@@ -1,11 +1,11 @@
 // Bytes as hexadecimal digits.
-#ifndef ZORCTL_HEX_H
-#define ZORCTL_HEX_H
+#ifndef PROGRAMS_MESSAGES_HEX_H
+#define PROGRAMS_MESSAGES_HEX_H
 
 #include <string>
 #include <string_view>
 
-namespace zor::ctl {
+namespace zor::messages {
 
 std::string ToHex(std::string_view bytes);
 
@@ -15,6 +15,6 @@ std::string ParseHex(std::string_view digits);
 // 16 bytes a line, with their offset and their characters.
 std::string HexDump(std::string_view bytes);
 
-}  // namespace zor::ctl
+}  // namespace zor::messages
 
 #endif

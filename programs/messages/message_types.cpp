@@ -1,20 +1,20 @@
-#include "zorctl/message_types.h"
+#include "programs/messages/message_types.h"
 
 #include <zor/msg_wire.h>
 
 #include <algorithm>
 
 #include "common/ascii.h"
-#include "zorctl/clean_text.h"
-#include "zorctl/format.h"
-#include "zorctl/invalid.h"
-#include "zorctl/number.h"
+#include "programs/format_number.h"
+#include "programs/messages/invalid.h"
+#include "programs/messages/number.h"
+#include "programs/messages/text.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 namespace {
 
 constexpr MessageType kMessageTypes[] = {
-#include "zorctl/message_type_table.inc"
+#include "programs/messages/message_type_table.inc"
 };
 
 constexpr std::string_view kPrefixes[] = {"ZOR_MSG_", "ZOR_"};  // the longer one first
@@ -36,7 +36,7 @@ std::string_view ShortName(const MessageType &type) {
 uint32_t NumberOf(const MessageType &type) {
   if (type.first == type.last) return type.first;
   throw Invalid(std::string(type.name) + " covers a range of types",
-                "give a number from " + HexText(type.first) + " to " + HexText(type.last));
+                "give a number from " + daemon::HexText(type.first) + " to " + daemon::HexText(type.last));
 }
 
 }  // namespace
@@ -53,7 +53,7 @@ const MessageType *FindType(uint32_t type) {
 
 std::string TypeText(uint32_t type) {
   const MessageType *known = FindType(type);
-  return known == nullptr || known->first != known->last ? HexText(type) : std::string(ShortName(*known));
+  return known == nullptr || known->first != known->last ? daemon::HexText(type) : std::string(ShortName(*known));
 }
 
 uint32_t ParseType(std::string_view text) {
@@ -61,8 +61,9 @@ uint32_t ParseType(std::string_view text) {
   for (const MessageType &type : kMessageTypes) {
     if (IsNamed(type, text)) return NumberOf(type);
   }
-  throw UnknownName("unknown message type " + Escape(text),
-                    "give a number from 0 to " + HexText(ZOR_MSG_TYPE_MASK) + " or a name from zorctl complete types");
+  throw UnknownName(
+      "unknown message type " + Escape(text),
+      "give a number from 0 to " + daemon::HexText(ZOR_MSG_TYPE_MASK) + " or a name from zorctl complete types");
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

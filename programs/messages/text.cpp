@@ -1,4 +1,4 @@
-#include "zorctl/clean_text.h"
+#include "programs/messages/text.h"
 
 #include <algorithm>
 #include <array>
@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "common/utf8.h"
-#include "zorctl/hex.h"
+#include "programs/messages/hex.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 namespace {
 
 struct Range {
@@ -101,4 +101,4 @@ std::string_view FieldText(const char *field, size_t size) {
   return {field, ::strnlen(field, size)};
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

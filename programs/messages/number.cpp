@@ -1,12 +1,12 @@
-#include "zorctl/number.h"
+#include "programs/messages/number.h"
 
 #include <string>
 
+#include "programs/messages/invalid.h"
+#include "programs/messages/text.h"
 #include "programs/settings.h"
-#include "zorctl/clean_text.h"
-#include "zorctl/invalid.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 
 std::optional<uint32_t> ParseUint32(std::string_view text) {
   uint64_t number = 0;
@@ -19,4 +19,4 @@ uint32_t RequireUint32(std::string_view text, std::string_view what) {
   throw Invalid(std::string(what) + " is not a 32-bit number: " + Escape(text), "write 42 or 0x2A");
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

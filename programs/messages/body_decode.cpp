@@ -4,13 +4,13 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
-#include "zorctl/body.h"
-#include "zorctl/clean_text.h"
-#include "zorctl/hex.h"
-#include "zorctl/item_block.h"
-#include "zorctl/shape.h"
+#include "programs/messages/body.h"
+#include "programs/messages/hex.h"
+#include "programs/messages/item_block.h"
+#include "programs/messages/shape.h"
+#include "programs/messages/text.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -123,4 +123,4 @@ Json DecodeUnknown(std::string_view body) {
   return result;
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

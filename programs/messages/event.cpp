@@ -1,4 +1,4 @@
-#include "zorctl/event.h"
+#include "programs/messages/event.h"
 
 #include <zor/event.h>
 
@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "common/malloc_ptr.h"
-#include "zorctl/clean_text.h"
-#include "zorctl/invalid.h"
-#include "zorctl/number.h"
+#include "programs/messages/invalid.h"
+#include "programs/messages/number.h"
+#include "programs/messages/text.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 namespace {
 
 using Json = nlohmann::ordered_json;  // keeps the publisher's order of members
@@ -86,4 +86,4 @@ nlohmann::ordered_json EventJson(uint32_t type, std::string_view body) {
   return {{"Module", module == nullptr ? Json() : Json(module)}, {"Type", type}, {"Text", text}};
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

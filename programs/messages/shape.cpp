@@ -1,11 +1,11 @@
-#include "zorctl/shape.h"
+#include "programs/messages/shape.h"
 
 #include <algorithm>
 #include <charconv>
 
-#include "zorctl/clean_text.h"
+#include "programs/messages/text.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 namespace {
 
 using Kind = Field::Kind;
@@ -54,4 +54,4 @@ std::string FieldNames(const std::vector<Field> &fields) {
   return names.empty() ? "none" : Join(names, ", ");
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

@@ -1,6 +1,6 @@
 // Events: the names of their modules, and the text of a received one.
-#ifndef ZORCTL_EVENT_H
-#define ZORCTL_EVENT_H
+#ifndef PROGRAMS_MESSAGES_EVENT_H
+#define PROGRAMS_MESSAGES_EVENT_H
 
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace zor::ctl {
+namespace zor::messages {
 
 // The names of all modules with events.
 std::vector<std::string> EventModules();
@@ -29,6 +29,6 @@ std::string EventText(uint32_t type, std::string_view body);
 // The same as JSON. If its publisher sent no valid JSON, the text becomes a member of an object.
 nlohmann::ordered_json EventJson(uint32_t type, std::string_view body);
 
-}  // namespace zor::ctl
+}  // namespace zor::messages
 
 #endif

@@ -1,12 +1,12 @@
 // What is wrong with a value, a name or a text that someone gave, and what that person can do about it.
-#ifndef ZORCTL_INVALID_H
-#define ZORCTL_INVALID_H
+#ifndef PROGRAMS_MESSAGES_INVALID_H
+#define PROGRAMS_MESSAGES_INVALID_H
 
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-namespace zor::ctl {
+namespace zor::messages {
 
 class Invalid : public std::runtime_error {
  public:
@@ -21,6 +21,6 @@ class UnknownName : public Invalid {
   using Invalid::Invalid;
 };
 
-}  // namespace zor::ctl
+}  // namespace zor::messages
 
 #endif

@@ -1,4 +1,4 @@
-#include "zorctl/item_block.h"
+#include "programs/messages/item_block.h"
 
 #include <zor/msg.h>
 
@@ -6,7 +6,7 @@
 #include <cstring>
 #include <utility>
 
-namespace zor::ctl {
+namespace zor::messages {
 
 ItemBlock ItemBlockOf(std::string_view body) {
   const auto length = static_cast<uint32_t>(body.size());
@@ -19,4 +19,4 @@ ItemBlock ItemBlockOf(std::string_view body) {
   return items->magic == ZOR_DMMSG_MAGIC ? std::move(items) : nullptr;
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

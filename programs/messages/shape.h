@@ -1,13 +1,13 @@
 // The shape of a message, as in messages.tsv, and as a list of fields.
-#ifndef ZORCTL_SHAPE_H
-#define ZORCTL_SHAPE_H
+#ifndef PROGRAMS_MESSAGES_SHAPE_H
+#define PROGRAMS_MESSAGES_SHAPE_H
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace zor::ctl {
+namespace zor::messages {
 
 struct Field {
   enum class Kind { kData, kNumber, kText, kBytes, kItems, kJson };
@@ -23,6 +23,6 @@ std::vector<Field> ParseShape(std::string_view shape);
 // The names, separated by commas; "none" without any.
 std::string FieldNames(const std::vector<Field> &fields);
 
-}  // namespace zor::ctl
+}  // namespace zor::messages
 
 #endif

@@ -1,7 +1,7 @@
 // Message bodies by their shape: built from texts of the command line, and decoded for users and scripts. Shapes
 // come from messages.tsv: consecutive fields without padding.
-#ifndef ZORCTL_BODY_H
-#define ZORCTL_BODY_H
+#ifndef PROGRAMS_MESSAGES_BODY_H
+#define PROGRAMS_MESSAGES_BODY_H
 
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-namespace zor::ctl {
+namespace zor::messages {
 
 // Pairs of a name and its value, in the order given.
 using Values = std::vector<std::pair<std::string, std::string>>;
@@ -36,6 +36,6 @@ nlohmann::ordered_json Decode(std::string_view shape, uint32_t data, std::string
 // The same for a body of unknown shape: "text" if it is text, otherwise "hex"; no member if it is empty.
 nlohmann::ordered_json DecodeUnknown(std::string_view body);
 
-}  // namespace zor::ctl
+}  // namespace zor::messages
 
 #endif

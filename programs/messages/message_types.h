@@ -1,13 +1,13 @@
 // Known message types: their names and shapes, from messages/messages.tsv.
-#ifndef ZORCTL_MESSAGE_TYPES_H
-#define ZORCTL_MESSAGE_TYPES_H
+#ifndef PROGRAMS_MESSAGES_MESSAGE_TYPES_H
+#define PROGRAMS_MESSAGES_MESSAGE_TYPES_H
 
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
 
-namespace zor::ctl {
+namespace zor::messages {
 
 // The columns of the table, which explains them.
 struct MessageType {
@@ -32,6 +32,6 @@ std::string TypeText(uint32_t type);
 // A number, or a name with or without "ZOR_MSG_" or "ZOR_", in any case. UnknownName for anything else.
 uint32_t ParseType(std::string_view text);
 
-}  // namespace zor::ctl
+}  // namespace zor::messages
 
 #endif
