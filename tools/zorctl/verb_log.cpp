@@ -16,10 +16,10 @@
 #include <vector>
 
 #include "common/malloc_ptr.h"
+#include "programs/messages/log_names.h"
 #include "programs/paths.h"
 #include "zorctl/bus.h"
 #include "zorctl/log_lines.h"
-#include "zorctl/log_names.h"
 #include "zorctl/number_option.h"
 #include "zorctl/output.h"
 #include "zorctl/record.h"
@@ -94,7 +94,7 @@ class LogVerb : public Verb {
   ExitCode Run(const Common &common) override {
     json_ = common.json;
     if (!statistic_.empty()) return PrintStatistic(common);
-    const uint32_t typeLevel = LogTypes(types_) << ZOR_LOG_TYPE_SHIFT | LogLevels(level_);
+    const uint32_t typeLevel = messages::LogTypes(types_) << ZOR_LOG_TYPE_SHIFT | messages::LogLevels(level_);
     Bus bus(common.deadline());
     // --follow finds old lines by comparing results, so its first query covers more than it prints.
     const uint32_t count = follow_ && count_ != 0 ? std::max(count_, kFollowWindow) : count_;

@@ -1,15 +1,15 @@
-#include "zorctl/log_names.h"
+#include "programs/messages/log_names.h"
 
 #include <zor/log.h>
 
 #include <algorithm>
 
 #include "common/ascii.h"
+#include "programs/messages/invalid.h"
 #include "programs/messages/number.h"
-#include "zorctl/exit_code.h"
-#include "zorctl/text.h"
+#include "programs/messages/text.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 namespace {
 
 constexpr uint32_t kAllTypes = UINT32_MAX >> ZOR_LOG_TYPE_SHIFT;
@@ -25,23 +25,23 @@ std::string LevelName(uint32_t bit) {
   return name == nullptr ? "" : name;
 }
 
-Failure Unknown(ExitCode code, const char *what, const std::string &name, std::string (*nameOf)(uint32_t),
-                uint32_t bits) {
+// "known ones: ", and the names of these bits.
+std::string Known(std::string (*nameOf)(uint32_t), uint32_t bits) {
   std::vector<std::string> known;
   for (uint32_t bit = 1; (bit & bits) != 0; bit <<= 1) {
     const std::string text = nameOf(bit);
     if (!text.empty() && std::find(known.begin(), known.end(), text) == known.end()) known.push_back(text);
   }
-  return {code, std::string("unknown log ") + what + " " + Escape(name), "known ones: " + Join(known, ", ")};
+  return "known ones: " + Join(known, ", ");
 }
 
 uint32_t TypeBits(const std::string &name) {
-  if (const auto number = messages::ParseUint32(name); number && *number != 0 && *number <= kAllTypes) return *number;
+  if (const auto number = ParseUint32(name); number && *number != 0 && *number <= kAllTypes) return *number;
   uint32_t bits = 0;
   for (uint32_t bit = 1; (bit & kAllTypes) != 0; bit <<= 1) {
     if (!name.empty() && EqualIgnoringCase(TypeName(bit), name)) bits |= bit;
   }
-  if (bits == 0) throw Unknown(kExitNotFound, "type", name, TypeName, kAllTypes);
+  if (bits == 0) throw UnknownName("unknown log type " + Escape(name), Known(TypeName, kAllTypes));
   return bits;
 }
 
@@ -58,7 +58,7 @@ uint32_t LogLevels(const std::string &name) {
   for (uint32_t bit = ZOR_LOG_EMERGENCY; bit <= ZOR_LOG_DEBUG; bit <<= 1) {
     if (EqualIgnoringCase(LevelName(bit), name)) return bit | (bit - 1);
   }
-  throw Unknown(kExitUsage, "level", name, LevelName, ZOR_LOG_LEVEL_MASK);
+  throw Invalid("unknown log level " + Escape(name), Known(LevelName, ZOR_LOG_LEVEL_MASK));
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages
