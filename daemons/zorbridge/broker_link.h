@@ -17,36 +17,15 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "programs/problem_log.h"
 #include "zorbridge/broker_address.h"
+#include "zorbridge/publication.h"
 #include "zorbridge/retry.h"
+#include "zorbridge/tls_files.h"
 
 namespace zor::bridge {
-
-struct Publication {
-  std::string topic;
-  std::string payload;  // JSON
-  int qos = 1;
-  bool retain = false;
-  std::vector<std::pair<std::string, std::string>> properties;  // user properties
-  std::string responseTo;                                       // of a request: the topic of its reply
-  std::string correlation;                                      // of a request and of its reply
-  std::optional<uint32_t> expirySeconds;
-  uint64_t token = 0;  // 0: its acknowledgement is not reported, as with QoS 0
-};
-
-struct Delivery {
-  std::string topic;
-  std::string payload;
-  std::string responseTopic;
-  std::string correlation;
-  std::optional<uint32_t> expirySeconds;
-  bool retained = false;
-  std::vector<std::pair<std::string, std::string>> properties;  // user properties
-};
 
 // Its functions may call Publish and Stop. They may not destroy the link.
 class LinkListener {
@@ -67,14 +46,6 @@ class LinkListener {
   virtual void OnRoom() = 0;
   // After Stop: the farewell has been acknowledged or given up, and there is no connection.
   virtual void OnStopped() {}
-};
-
-// Real paths, in PEM. They are read at each attempt, so that renewed ones need no restart.
-struct Tls {
-  std::string authority;    // who may vouch for brokers; required for mqtts
-  std::string certificate;  // this side's own; empty: none is shown
-  std::string key;
-  std::string revoked;  // empty: revocations are not checked
 };
 
 class BrokerLink {

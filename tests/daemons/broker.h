@@ -20,6 +20,27 @@
 
 namespace zor::test {
 
+inline sockaddr_in Loopback(uint16_t port) {
+  return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+}
+
+// Bound to a free port, which it returns.
+inline UniqueFd BoundSocket(uint16_t *port) {
+  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address = Loopback(0);
+  socklen_t size = sizeof address;
+  auto *generic = reinterpret_cast<sockaddr *>(&address);
+  EXPECT_TRUE(::bind(socket.get(), generic, size) == 0 && ::getsockname(socket.get(), generic, &size) == 0);
+  *port = ntohs(address.sin_port);
+  return socket;
+}
+
+inline uint16_t FreePort() {
+  uint16_t port = 0;
+  BoundSocket(&port);
+  return port;
+}
+
 class Broker {
  public:
   // More lines of its configuration: first those of the listener, such as its certificate.
@@ -81,15 +102,6 @@ class Broker {
     static int count = 0;
     return count;
   }
-  static sockaddr_in Loopback(uint16_t port) { return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}; }
-  static uint16_t FreePort() {
-    const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address = Loopback(0);
-    socklen_t size = sizeof address;
-    ::bind(socket.get(), reinterpret_cast<sockaddr *>(&address), size);
-    ::getsockname(socket.get(), reinterpret_cast<sockaddr *>(&address), &size);
-    return ntohs(address.sin_port);
-  }
   bool Accepts() const {
     const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in address = Loopback(port_);
@@ -100,6 +112,34 @@ class Broker {
   std::string more_;
   uint16_t port_ = 0;
   std::optional<Child> process_;
+};
+
+// Accepts connections, answers the first packet of each with these bytes, and says nothing more.
+class FakeBroker {
+ public:
+  explicit FakeBroker(std::string answer)
+      : listener_(Listening(&port_)), process_(Child::Function([this, answer] { return Serve(answer); })) {}
+
+  uint16_t port() const { return port_; }
+  std::string url() const { return "mqtt://127.0.0.1:" + std::to_string(port_); }
+
+ private:
+  static UniqueFd Listening(uint16_t *port) {
+    UniqueFd socket = BoundSocket(port);
+    EXPECT_EQ(::listen(socket.get(), 16), 0);
+    return socket;
+  }
+  int Serve(const std::string &answer) const {
+    while (const int socket = ::accept(listener_.get(), nullptr, nullptr)) {
+      char packet[1024];
+      if (::recv(socket, packet, sizeof packet, 0) > 0) ::send(socket, answer.data(), answer.size(), MSG_NOSIGNAL);
+    }
+    return 0;
+  }
+
+  uint16_t port_ = 0;
+  UniqueFd listener_;
+  Child process_;
 };
 
 }  // namespace zor::test
