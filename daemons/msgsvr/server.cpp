@@ -18,6 +18,7 @@ namespace zor::msgsvr {
 namespace {
 
 constexpr std::chrono::seconds kReportCheck{1};
+// For what no event announces while a sender is paused: a reader that reads nothing, and the time that is over.
 constexpr std::chrono::milliseconds kPauseCheck{10};
 
 }  // namespace
