@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstring>
 #include <new>
@@ -112,19 +111,11 @@ class KeptOpen {
   bool valid_ = false;
 };
 
-std::string OwnPath() {
-  std::array<char, PATH_MAX> text;
-  const ssize_t length = ::readlink("/proc/self/exe", text.data(), text.size());
-  return length > 0 && static_cast<size_t>(length) < text.size() ? std::string(text.data(), size_t(length)) : "";
-}
-
 std::string SystemText(const std::string &what, int error) {
   return what + ": " + std::strerror(error);
 }
 
 }  // namespace
-
-ProgramImage::ProgramImage(char **commandLine) : path(OwnPath()), arguments(commandLine) {}
 
 Succession::Succession(const ProgramImage &image, ProblemLog &log)
     : image_(image), log_(log), timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {

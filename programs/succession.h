@@ -21,16 +21,9 @@
 #include "programs/event_poll.h"
 #include "programs/inheritance.h"
 #include "programs/problem_log.h"
+#include "programs/program_image.h"
 
 namespace zor::daemon {
-
-// The program that this process runs. Make it at the start of main, while the file is still that of the process.
-struct ProgramImage {
-  explicit ProgramImage(char **commandLine);
-
-  std::string path;  // absolute; empty if unknown
-  char **arguments;
-};
 
 class Succession {
  public:

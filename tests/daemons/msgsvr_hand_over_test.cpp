@@ -282,5 +282,28 @@ TEST_F(HandOverTest, GoesOnWhenTheProgramOrTheSettingsAreWrong) {
   }));
 }
 
+TEST_F(HandOverTest, FollowsALinkByWhichItWasStartedIfOnlyItsUserCanChangeThat) {
+  namespace fs = std::filesystem;
+  fs::create_directories(root_.Path("/opt/old"));
+  fs::copy_file(MSGSVR_PROGRAM, root_.Path("/opt/old/msgsvr"));
+  for (const fs::perms others : {fs::perms::others_write, fs::perms::none}) {
+    fs::permissions(root_.Path("/opt"), fs::perms::owner_all | others);
+    fs::remove(root_.Path("/opt/current"));
+    fs::create_directory_symlink("old", root_.Path("/opt/current"));
+    program_ = root_.Path("/opt/current/msgsvr");
+    Start();
+    tool_ = Client("tool");
+    fs::remove(root_.Path("/opt/current"));
+    fs::create_directory_symlink("new", root_.Path("/opt/current"));  // which is not there yet
+    if (others == fs::perms::none) break;
+    HandOver();
+    server_->Signal(SIGTERM);
+    EXPECT_EQ(server_->Wait(), 0);
+  }
+  EXPECT_EQ(tool_.Ask(MakeRequest(ZOR_MSG_CONTROL_RESTART)).body, program_ + ": No such file or directory");
+  fs::rename(root_.Path("/opt/old"), root_.Path("/opt/new"));
+  HandOver();
+}
+
 }  // namespace
 }  // namespace zor::test
