@@ -108,11 +108,6 @@ TEST_F(Cms, RestoresWhatEachUserSavedAndTheFactorysConfiguration) {
   EXPECT_EQ(Para(), "delivered");
 }
 
-std::string ContentOf(const std::string &path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 TEST_F(Cms, ExportsAndImportsFilesThatOthersName) {
   WriteSecret("correct horse battery\n");
   SetPara("third's");

@@ -5,10 +5,11 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
+#include "common/socket_address.h"
 #include "daemons/manager_socket.h"
+#include "programs/local_address.h"
 #include "programs/peer.h"
 #include "support/capture.h"
 #include "support/child.h"
@@ -24,12 +25,8 @@ constexpr char kPath[] = "/var/server";
 constexpr char kOther[] = "/var/other";
 
 UniqueFd ConnectTo(const std::string &path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
   UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const bool connected = ::connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-  return connected ? std::move(fd) : UniqueFd();
+  return Connect(fd.get(), *LocalAddress(path)) ? std::move(fd) : UniqueFd();
 }
 
 ino_t InodeOf(const std::string &path) {

@@ -51,10 +51,7 @@ class MlogServer : public testing::Test {
     server_->Signal(SIGTERM);
     return server_->Wait();
   }
-  std::string Log() {
-    std::ifstream stream(root_.Path("/online/log/mlog.log"), std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
+  std::string Log() { return ContentOf(root_.Path("/online/log/mlog.log")); }
   // Whether the server still replies to a well-behaved client.
   bool IsAlive() {
     char value[16] = "";

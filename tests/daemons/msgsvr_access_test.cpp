@@ -40,13 +40,9 @@ class MsgsvrAccessTest : public OwnMsgsvrTest {
   }
   // The body of the reply, which may be in a file.
   std::string Control(uint32_t type) const {
-    const Message reply = operator_.Ask(MakeRequest(type));
+    const Message reply = AskAndFetch(operator_, MakeRequest(type));
     EXPECT_EQ(reply.header.data, ZOR_CONTROL_OK);
-    if ((reply.header.type & ZOR_MSG_BODY_IN_FILE) == 0) return reply.body;
-    std::ifstream file(RealPath(reply.body.c_str()));
-    std::string text(std::istreambuf_iterator<char>(file), {});
-    std::filesystem::remove(RealPath(reply.body.c_str()));
-    return text;
+    return reply.body;
   }
   void StartWithOperator(const std::string &settings = "") {
     Start(settings);

@@ -25,11 +25,6 @@ namespace fs = std::filesystem;
 constexpr uid_t kHonest = 20001, kReader = 20002, kAttacker = 20003;
 constexpr uint32_t kEvent = 0x2DA05;
 
-std::string ContentOf(const std::string &path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 struct stat StatusOf(const std::string &path) {
   struct stat status {};
   EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;

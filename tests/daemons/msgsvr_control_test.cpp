@@ -15,16 +15,11 @@ const std::string kKilobyte(1000, 'x');
 
 class MsgsvrControlTest : public OwnMsgsvrTest {
  protected:
-  // The reply to an operator's request, its body fetched from its file as the library does.
+  // The reply to an operator's request.
   Message Control(uint32_t type, const std::string &body = "") {
-    Message reply = operator_.Ask(MakeRequest(type, body, 0, 77));
+    const Message reply = AskAndFetch(operator_, MakeRequest(type, body, 0, 77));
     EXPECT_EQ(reply.header.type & ZOR_MSG_TYPE_MASK, type);
     EXPECT_EQ(reply.header.sequence, 77u);
-    if ((reply.header.type & ZOR_MSG_BODY_IN_FILE) == 0) return reply;
-    const std::string path = RealPath(reply.body.c_str());
-    std::ifstream file(path);
-    reply.body.assign(std::istreambuf_iterator<char>(file), {});
-    std::filesystem::remove(path);
     return reply;
   }
   uint32_t Result(uint32_t type, const std::string &body = "") { return Control(type, body).header.data; }

@@ -52,13 +52,8 @@ class HandOverTest : public OwnMsgsvrTest {
   }
   // What the list says about all clients but the asker, without what changes by itself.
   std::string List() const {
-    Message reply = tool_.Ask(MakeRequest(ZOR_MSG_CONTROL_LIST));
-    if ((reply.header.type & ZOR_MSG_BODY_IN_FILE) != 0) {
-      std::ifstream file(RealPath(reply.body.c_str()));
-      reply.body.assign(std::istreambuf_iterator<char>(file), {});
-    }
     std::string text;
-    const daemon::Json list(cJSON_Parse(reply.body.c_str()));
+    const daemon::Json list(cJSON_Parse(AskAndFetch(tool_, MakeRequest(ZOR_MSG_CONTROL_LIST)).body.c_str()));
     cJSON *client = nullptr;
     cJSON_ArrayForEach(client, cJSON_GetObjectItem(list.get(), "clients")) {
       if (cJSON_IsTrue(cJSON_GetObjectItem(client, "self")) == 0) text += daemon::JsonText(client) + "\n";

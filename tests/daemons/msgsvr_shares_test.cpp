@@ -3,7 +3,6 @@
 #include <zor/control_wire.h>
 
 #include <algorithm>
-#include <sstream>
 #include <vector>
 
 #include "msgsvr_fixture.h"
@@ -18,16 +17,7 @@ class SharesTest : public OwnMsgsvrTest {
  protected:
   // A member of the list that the server gives of itself and its clients.
   double InList(const WireClient &client, const char *name, const std::string &of) const {
-    client.Send(MakeRequest(ZOR_MSG_CONTROL_LIST));
-    Message reply;
-    do reply = client.Next();
-    while (reply.header.type == ZOR_MSG_SEND_FAILED_NOTICE);
-    if ((reply.header.type & ZOR_MSG_BODY_IN_FILE) != 0) {
-      std::stringstream content;
-      content << std::ifstream(RealPath(reply.body.c_str())).rdbuf();
-      reply.body = content.str();
-    }
-    const daemon::Json list(cJSON_ParseWithLength(reply.body.data(), reply.body.size()));
+    const daemon::Json list(cJSON_Parse(AskAndFetch(client, MakeRequest(ZOR_MSG_CONTROL_LIST)).body.c_str()));
     if (of == "server") return cJSON_GetObjectItem(cJSON_GetObjectItem(list.get(), "server"), name)->valuedouble;
     const cJSON *entry;
     cJSON_ArrayForEach(entry, cJSON_GetObjectItem(list.get(), "clients")) {

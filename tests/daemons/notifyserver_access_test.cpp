@@ -1,5 +1,4 @@
 // Who may register a module and ask for control, by the rules of access.
-#include <sys/un.h>
 #include <zor/notify_control_wire.h>
 #include <zor/paths.h>
 
@@ -12,6 +11,7 @@
 #include "common/socket_address.h"
 #include "daemons/notifyserver_fixture.h"
 #include "daemons/store_manager.h"
+#include "programs/local_address.h"
 
 namespace zor::test {
 namespace {
@@ -109,11 +109,7 @@ TEST_F(NotifyServerAccess, KnowsClientsByTheirFirstIdentityAfterHandOversAndCras
   manager.Start({NOTIFYSERVER});
   const BusPeer tool(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   Child child = Child::Function([&] {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    const std::string path = root_.Path(ZOR_PATH_NOTIFY_SERVER);
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (!zor::Connect(tool.fd(), address)) return 1;
+    if (!zor::Connect(tool.fd(), *daemon::LocalAddress(root_.Path(ZOR_PATH_NOTIFY_SERVER)))) return 1;
     return Ask(tool, ZOR_NOTIFY_CONTROL_LIST).first == ZOR_CONTROL_OK ? 0 : 2;
   });
   const int result = child.Wait();

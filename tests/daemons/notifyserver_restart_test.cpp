@@ -319,10 +319,7 @@ TEST_F(HostileBytes, InAStateEndNoServerThatTriesOrTakesIt) {
   Install("#!/bin/sh\ncat /proc/self/fd/3 >" + copy + "\nexit 1\n");
   Ask(Connect(), ZOR_NOTIFY_CONTROL_RESTART, ZOR_CONTROL_UNCHANGED);
   manager_.Kill();
-  const std::string good = [&] {
-    std::ifstream file(copy, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  }();
+  const std::string good = ContentOf(copy);
   ASSERT_GT(good.size(), kLong);
   ::setenv("ZOR_HANDOVER", "3 1.0 1 1", 1);
   for (int round = 0; round < 60; ++round) {

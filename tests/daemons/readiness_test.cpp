@@ -1,7 +1,6 @@
 // The servers' notifications to the service manager.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -10,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "common/socket_address.h"
 #include "daemons/manager_socket.h"
+#include "programs/local_address.h"
 #include "support/child.h"
 #include "support/temp_root.h"
 
@@ -27,13 +28,6 @@ void PrintTo(const Served &served, std::ostream *out) {
   *out << std::strrchr(served.program, '/') + 1;
 }
 
-sockaddr_un AddressOf(const std::string &path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  return address;
-}
-
 class Readiness : public testing::TestWithParam<Served> {
  protected:
   // The next notification but those of the descriptor store.
@@ -45,11 +39,8 @@ class Readiness : public testing::TestWithParam<Served> {
     return text;
   }
   bool CanConnect() const {
-    const int fd = ::socket(AF_UNIX, GetParam().type, 0);
-    const sockaddr_un address = AddressOf(root_.Path(GetParam().path));
-    const int result = ::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    ::close(fd);
-    return result == 0;
+    const UniqueFd socket(::socket(AF_UNIX, GetParam().type, 0));
+    return Connect(socket.get(), *daemon::LocalAddress(root_.Path(GetParam().path)));
   }
 
   TempRoot root_;

@@ -45,8 +45,7 @@ class Syslogd : public BusDaemonTest {
 
  private:
   std::string Result(uint32_t found) {
-    std::ifstream stream(root_.Path(kResult), std::ios::binary);
-    const std::string text = {std::istreambuf_iterator<char>(stream), {}};
+    const std::string text = ContentOf(root_.Path(kResult));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), found);
     return text;
   }

@@ -4,7 +4,6 @@
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <zor/control_wire.h>
 
 #include <cstring>
@@ -12,7 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include "common/socket_address.h"
 #include "common/unique_fd.h"
+#include "programs/local_address.h"
 #include "zortunnel_fixture.h"
 
 namespace zor::test {
@@ -23,11 +24,8 @@ class GatewayTest : public TunnelTest {
  protected:
   void SetUp() override {
     TunnelTest::SetUp();
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    root_.Path("/boards/socket").copy(address.sun_path, sizeof address.sun_path - 1);
     busSocket_ = UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    ASSERT_EQ(::bind(busSocket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    ASSERT_TRUE(Bind(busSocket_.get(), *daemon::LocalAddress(root_.Path("/boards/socket"))));
     ASSERT_EQ(::listen(busSocket_.get(), 5), 0);
     Install("gateway", authority_.Issue("DNS:gateway"), authority_);
   }

@@ -57,10 +57,7 @@ class DeviceFiles : public testing::Test {
   void Write(const char *fixedPath, const std::string &bytes) const {
     std::ofstream(root_.Path(fixedPath), std::ios::binary) << bytes;
   }
-  std::string Read(const std::string &fixedPath) const {
-    std::ifstream file(root_.Path(fixedPath), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string Read(const std::string &fixedPath) const { return ContentOf(root_.Path(fixedPath)); }
   static std::vector<std::string> KivaMacs() {
     dev_kivainfo_list head;
     EXPECT_EQ(ZOR_UPG_GetKivaInfoList(&head), ZOR_OK);

@@ -27,8 +27,7 @@ class MlogFile : public testing::Test {
   // The file's content on disk once it is closed.
   std::string Content() {
     file_.reset();
-    std::ifstream stream(path_, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    return zor::test::ContentOf(path_);
   }
 
   zor::test::TempRoot root_;

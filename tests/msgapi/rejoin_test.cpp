@@ -8,7 +8,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -118,8 +117,7 @@ class Rejoin : public testing::Test {
       const Message message = *server_.ReceiveMessage();
       std::string body = message.body;
       if ((message.header.type & ZOR_MSG_BODY_IN_FILE) != 0) {
-        std::ifstream file(root_.Path(body.c_str()));
-        body.assign(std::istreambuf_iterator<char>(file), {});
+        body = zor::test::ContentOf(root_.Path(body.c_str()));
         std::filesystem::remove(root_.Path(message.body.c_str()));
       }
       char head[32];

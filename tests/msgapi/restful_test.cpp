@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <random>
 #include <string>
@@ -108,10 +107,10 @@ TEST_F(Restful, AnnouncesEveryNameWhenExpandedEachCutTo127CharactersAndAsManyAsF
   std::vector<ZOR_MSG_RESTFUL_ENTRY> table(40, {longName.c_str(), Echo});
   table.push_back({nullptr, nullptr});
   ASSERT_EQ(ZOR_MSG_RegRestfulProcsEx("/p", table.data(), ""), ZOR_OK);
-  std::ifstream file(root_.Path(bus_.peer.ReceiveMessage()->body.c_str()));  // so long that it travels in a file
+  const std::string file = root_.Path(bus_.peer.ReceiveMessage()->body.c_str());  // so long that it travels in a file
   std::string expected;
   for (int each = 0; each < 31; ++each) expected += "/p/" + std::string(124, 'n') + '|';
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), expected + '\0');
+  EXPECT_EQ(zor::test::ContentOf(file), expected + '\0');
 }
 
 TEST(PathPattern, Matches) {

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 namespace zor::test {
 
@@ -22,6 +23,11 @@ TempRoot::TempRoot() {
 TempRoot::~TempRoot() {
   std::error_code ignored;
   std::filesystem::remove_all(root_, ignored);
+}
+
+std::string ContentOf(const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace zor::test

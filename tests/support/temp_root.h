@@ -21,6 +21,9 @@ class TempRoot {
   std::string root_;
 };
 
+// All bytes of a file.
+std::string ContentOf(const std::string &path);
+
 }  // namespace zor::test
 
 #endif
