@@ -8,7 +8,7 @@ packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-
   nlohmann-json3-dev)
 # A broker of the caller's own; the service that its package starts where an init runs is not used.
 broker=(mosquitto mosquitto-clients)
-tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark "${broker[@]}")
+tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt "${broker[@]}")
 case ${1:-demo} in
   demo) packages+=("${broker[@]}") ;;
   tests) packages+=("${tests[@]}") ;;
