@@ -38,9 +38,10 @@ bool BrokerLink::Line::Start() {
   return true;
 }
 
+// A broker that refuses us does not keep us from the next one; only the last one's word makes us stay away longer.
 void BrokerLink::Line::PauseThen(std::size_t broker, bool refused) {
   at_ = broker % options_.brokers.size();
-  if (refused) retry_.Refused();
+  if (refused && at_ == 0) retry_.Refused();
   state_ = State::kPause;
   timer_.Set(Clock::now() + retry_.Next());
 }

@@ -1,7 +1,6 @@
 #include "zorbridge/broker_address.h"
 
 #include <arpa/inet.h>
-#include <netdb.h>
 #include <netinet/in.h>
 
 #include <algorithm>
@@ -9,6 +8,8 @@
 
 namespace zor::bridge {
 namespace {
+
+constexpr std::size_t kMostHost = 253;
 
 bool IsIpv6(const std::string &text) {
   in6_addr address;
@@ -22,7 +23,7 @@ bool IsHostByte(char byte) {
 
 // As far as it matters for a lookup and for the name in a certificate.
 bool IsHostName(std::string_view text) {
-  return !text.empty() && text.size() < NI_MAXHOST / 4 && text.front() != '-' && text.front() != '.' &&
+  return !text.empty() && text.size() <= kMostHost && text.front() != '-' && text.front() != '.' &&
          std::all_of(text.begin(), text.end(), IsHostByte);
 }
 

@@ -28,6 +28,7 @@ std::string StatusText(int status) {
   switch (status) {
     case MOSQ_ERR_ERRNO:
       return errno == 0 ? "the broker has closed the connection" : std::strerror(errno);
+    case MOSQ_ERR_SUCCESS:
     case MOSQ_ERR_CONN_LOST:
     case MOSQ_ERR_NO_CONN:
       return "the broker has closed the connection";

@@ -19,9 +19,14 @@ namespace {
 constexpr std::size_t kMostNames = 4;
 constexpr std::size_t kMostNameLength = 64;
 
-std::string TextOf(const ASN1_STRING *text) {
-  const auto length = static_cast<std::size_t>(std::max(ASN1_STRING_length(text), 0));
-  return {reinterpret_cast<const char *>(ASN1_STRING_get0_data(text)), length};
+// In UTF-8, whatever the certificate has.
+std::string TextOf(const ASN1_STRING *string) {
+  unsigned char *bytes = nullptr;
+  const int length = ASN1_STRING_to_UTF8(&bytes, string);
+  std::string text;
+  if (length > 0) text.assign(reinterpret_cast<const char *>(bytes), static_cast<std::size_t>(length));
+  OPENSSL_free(bytes);
+  return text;
 }
 
 std::string DateOf(const ASN1_TIME *time) {
