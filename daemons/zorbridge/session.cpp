@@ -215,7 +215,9 @@ std::unique_ptr<Session> Session::Connect(const Options &options, const std::str
   const int status =
       mosquitto_connect_bind_async(session->client_.get(), address.c_str(), port, options.keepAliveSeconds, nullptr);
   if (status != MOSQ_ERR_SUCCESS && status != MOSQ_ERR_CONN_PENDING) {
-    *problem = "cannot connect: " + StatusText(status);
+    // A broker that is near may have gone through the handshake already.
+    session->End("cannot connect: " + StatusText(status));
+    *problem = session->why();
     return nullptr;
   }
   ::fcntl(session->socket(), F_SETFD, FD_CLOEXEC);
@@ -250,18 +252,29 @@ bool Session::Reach() {
     End(std::string("cannot connect: ") + std::strerror(error));
   } else if (::getpeername(socket(), reinterpret_cast<sockaddr *>(&peer), &peerSize) == 0) {
     reached_ = true;
+  } else {
+    CheckAlive();
   }
   return reached_;
 }
 
+// While it connects and in a handshake: the library takes the end of the connection for a call to try again.
+bool Session::CheckAlive() {
+  char byte = 0;
+  const ssize_t count = ::recv(socket(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  if (count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR))) return true;
+  End(count < 0 ? std::strerror(errno) : "the broker has closed the connection");
+  return false;
+}
+
 void Session::Read() {
-  if (!Reach()) return;
+  if (!Reach() || (inHandshake() && !CheckAlive())) return;
   ForgetErrors();
   Check(mosquitto_loop_read(client_.get(), kMostPackets));
 }
 
 void Session::Write() {
-  if (!Reach()) return;
+  if (!Reach() || (inHandshake() && !CheckAlive())) return;
   ForgetErrors();
   if (inHandshake()) Check(mosquitto_loop_read(client_.get(), 1));
   if (!ended_ && !inHandshake()) Check(mosquitto_loop_write(client_.get(), kMostPackets));

@@ -7,10 +7,9 @@
 // - What goes into CONNECT, such as the largest packet, can be given only to its blocking connect. That one is made to
 //   fail before it connects: it has stored the properties by then, and the other one uses them.
 // - It looks names up with a call that blocks: it gets addresses.
-// - It wants to write as long as a TLS handshake lasts, which would spin: OpenSSL is asked instead. And a handshake
-// goes
-//   on only with its function for reading.
-// - A connection that is refused is noticed late and as something else: the socket is asked.
+// - It wants to write as long as a TLS handshake lasts, which would spin: OpenSSL is asked instead. A handshake goes on
+//   only with its function for reading.
+// - A connection that is refused is noticed late, one that ends in a handshake not at all: the socket is asked.
 // - It closes its socket from within: the loop watches a duplicate.
 // - It takes errors that it finds in OpenSSL's queue for its own: the queue is emptied before.
 // - It has a pair of sockets to wake a thread of its own that there is not. With each packet it writes a byte to it,
@@ -97,6 +96,7 @@ class Session {
   bool Begin(const std::string &address, uint16_t port);
   bool Reach();
   bool inHandshake() const;
+  bool CheckAlive();
   void Check(int status);
   void End(const std::string &why);
   void Note(SessionEvent event);
