@@ -6,8 +6,9 @@
 #include <zor/platform/file.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
-#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,14 +19,39 @@ namespace {
 using namespace zor::bench;
 
 // Private resident memory of a process in KiB: the cost of one more of its kind.
-long PrivateKiB(pid_t pid) {
-  std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
-  long sum = 0;
-  for (std::string word; rollup >> word;) {
+struct Memory {
+  long all = 0;
+  long code = 0;       // of its program: code and constants
+  long wholeCode = 0;  // all of these, also what is not resident
+};
+
+Memory PrivateMemory(pid_t pid) {
+  const std::string directory = "/proc/" + std::to_string(pid);
+  std::ifstream mappings(directory + "/smaps");
+  const std::string program = std::filesystem::read_symlink(directory + "/exe");
+  Memory memory;
+  bool isCode = false;
+  for (std::string line; std::getline(mappings, line);) {
+    std::istringstream words(line);
+    std::string word;
     long value = 0;
-    if ((word == "Private_Clean:" || word == "Private_Dirty:") && rollup >> value) sum += value;
+    words >> word;
+    if (word.back() != ':') {
+      std::string permissions;
+      words >> permissions;
+      isCode = permissions[1] == '-' && line.ends_with(program);
+    } else if (word == "Size:" && isCode && words >> value) {
+      memory.wholeCode += value;
+    } else if ((word == "Private_Clean:" || word == "Private_Dirty:") && words >> value) {
+      memory.all += value;
+      if (isCode) memory.code += value;
+    }
   }
-  return sum;
+  return memory;
+}
+
+long PrivateKiB(pid_t pid) {
+  return PrivateMemory(pid).all;
 }
 
 long IdleDaemonKiB(bool joins) {
@@ -61,7 +87,18 @@ int RegisteredClient(const char *name) {
   std::snprintf(head.source, sizeof head.source, "%.11s", name);
   Require(::write(fd, &head, sizeof head) == sizeof head, "register");
   Require(::read(fd, &head, sizeof head) == sizeof head, "the registration gets its reply");
+  std::vector<std::byte> body(head.bodyLength);
+  Require(::recv(fd, body.data(), body.size(), MSG_WAITALL) == static_cast<ssize_t>(body.size()), "with its body");
   return fd;
+}
+
+// The code that serves clients is part of an idle server that has served some.
+void Exchange(int from, int to, const char *name) {
+  ZOR_MSG_HEAD head = {};
+  head.type = 0x4001;
+  std::snprintf(head.destination, sizeof head.destination, "%s", name);
+  Require(::write(from, &head, sizeof head) == sizeof head, "send");
+  Require(::recv(to, &head, sizeof head, MSG_WAITALL) == sizeof head && head.type == 0x4001, "receive");
 }
 
 }  // namespace
@@ -75,11 +112,18 @@ int main(int argc, char **argv) {
   const long empty = IdleDaemonKiB(false);
   const long idle = IdleDaemonKiB(true);
   std::printf("idle daemon above an empty program %6ld KiB private\n", idle - empty);
-  const long before = PrivateKiB(system.server());
+  const int one = RegisteredClient("one");
+  const int other = RegisteredClient("other");
+  Exchange(one, other, "other");
+  Exchange(other, one, "one");
+  const Memory before = PrivateMemory(system.server());
   constexpr int kClients = 200;
   for (int i = 0; i < kClients; ++i) RegisteredClient(("client" + std::to_string(i)).c_str());
   const long after = PrivateKiB(system.server());
-  std::printf("msgsvr idle                        %6ld KiB private\n", before);
-  std::printf("msgsvr per connected client        %8.1f KiB private\n", static_cast<double>(after - before) / kClients);
+  std::printf("msgsvr idle                        %6ld KiB private, of which its code %ld KiB\n", before.all,
+              before.code);
+  std::printf("the same, if all its code stayed   %6ld KiB private\n", before.all - before.code + before.wholeCode);
+  std::printf("msgsvr per connected client        %8.1f KiB private\n",
+              static_cast<double>(after - before.all) / kClients);
   return 0;
 }
