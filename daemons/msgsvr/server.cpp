@@ -12,6 +12,7 @@
 #include "programs/boards.h"
 #include "programs/journal_store.h"
 #include "programs/limits.h"
+#include "programs/own_code.h"
 #include "programs/peer.h"
 
 namespace zor::msgsvr {
@@ -53,6 +54,7 @@ void Server::KeepJournal(const std::vector<daemon::PassedDescriptor> &passed) {
 
 void Server::Run() {
   if (!tookOver_) bus_.SweepFiles();
+  daemon::ReleaseStartCode();
   while (running_) Turn();
   SayFarewell(bus_, router_.delivery(), signals_);
   for (Client &client : bus_.clients) bus_.End(client);
