@@ -76,6 +76,8 @@ zor_package(documentation libmsgapi-doc doc "messaging and utility library of a 
   "${about}These are the manual pages of the functions and of the system, and how the\n\
 library and the servers work, what is on the wire, what a device provides.")
 
+# Loaded when the configuration store is first used, so it is not among those that are linked.
+set(CPACK_DEBIAN_PLATFORM_PACKAGE_DEPENDS "libsqlite3-0 (>= 3.37)")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libcjson-dev, libmsgapi-doc, pkgconf | pkg-config")
 set(CPACK_DEBIAN_SERVERS_PACKAGE_DEPENDS
   "systemd | systemd-standalone-sysusers | systemd-sysusers, systemd | systemd-standalone-tmpfiles | systemd-tmpfiles, \

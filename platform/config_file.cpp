@@ -50,7 +50,7 @@ int ForEachTable(sqlite3 *db, uint32_t parts, const char *format) {
   for (const Table &table : kTables) {
     if ((table.part & parts) == 0 || result != SQLITE_OK) continue;
     char sql[kSqlSize];
-    sqlite3_snprintf(sizeof sql, sql, format, table.name, table.name);
+    std::snprintf(sql, sizeof sql, format, table.name, table.name);
     result = Execute(db, sql);
   }
   return result;

@@ -24,7 +24,7 @@ std::mutex storeMutex;
 sqlite3 *storeConnection = nullptr;
 
 void CloseConnection() {
-  sqlite3_close(storeConnection);
+  Database(storeConnection).reset();
   storeConnection = nullptr;
 }
 
@@ -105,15 +105,15 @@ Statement &Statement::Keep(int result) {
 }
 
 Statement &Statement::Bind(uint32_t number) {
-  return Keep(sqlite3_bind_int64(statement_, next_++, number));
+  return Keep(sqlite.bindNumber(statement_, next_++, number));
 }
 
 Statement &Statement::Bind(const char *text) {
-  return Keep(sqlite3_bind_text(statement_, next_++, text, -1, SQLITE_STATIC));
+  return Keep(sqlite.bindText(statement_, next_++, text, -1, SQLITE_STATIC));
 }
 
 Statement &Statement::Bind(const void *bytes, uint32_t size) {
-  return Keep(sqlite3_bind_blob64(statement_, next_++, bytes, size, SQLITE_STATIC));
+  return Keep(sqlite.bindBytes(statement_, next_++, bytes, size, SQLITE_STATIC));
 }
 
 int Statement::Run() {
@@ -128,16 +128,16 @@ int Statement::Find() {
 }
 
 void Statement::Reset() {
-  sqlite3_reset(statement_);
+  sqlite.reset(statement_);
   next_ = 1;
 }
 
 const char *Statement::Text(int column) const {
-  return reinterpret_cast<const char *>(sqlite3_column_text(statement_, column));
+  return reinterpret_cast<const char *>(sqlite.textIn(statement_, column));
 }
 
 Transaction::~Transaction() {
-  if (sqlite3_get_autocommit(db_) == 0) Execute(db_, "ROLLBACK");
+  if (sqlite.getAutocommit(db_) == 0) Execute(db_, "ROLLBACK");
 }
 
 int Transaction::End(int workResult) {
@@ -145,7 +145,7 @@ int Transaction::End(int workResult) {
 }
 
 int Execute(sqlite3 *db, const char *sql) {
-  return sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+  return sqlite.execute(db, sql, nullptr, nullptr, nullptr);
 }
 
 int CreateStoreFile(const Replacement &file, mode_t mode, const char *then) {
@@ -158,10 +158,11 @@ int CreateStoreFile(const Replacement &file, mode_t mode, const char *then) {
 }
 
 int OpenFile(const char *path, Database *db) {
+  if (!LoadSqlite()) return SQLITE_CANTOPEN;
   sqlite3 *opened = nullptr;
-  const int result = sqlite3_open_v2(path, &opened, SQLITE_OPEN_READWRITE, nullptr);
+  const int result = sqlite.open(path, &opened, SQLITE_OPEN_READWRITE, nullptr);
   db->reset(opened);
-  if (result == SQLITE_OK) sqlite3_busy_timeout(opened, ZOR_STORE_WAIT_MS);
+  if (result == SQLITE_OK) sqlite.setBusyTimeout(opened, ZOR_STORE_WAIT_MS);
   return result;
 }
 
@@ -174,10 +175,11 @@ int CheckVersion(sqlite3 *db, const char *pragma) {
 
 uint32_t Conclude(const char *path, sqlite3 *db, int result) {
   const uint32_t status = StatusOf(result);
-  if (status == ZOR_STORE_E_BUSY || status == ZOR_STORE_E_IO) {
+  // If the library with the texts cannot be loaded, that is what it has failed for.
+  if ((status == ZOR_STORE_E_BUSY || status == ZOR_STORE_E_IO) && LoadSqlite()) {
     // The connection's own text says more, when it is about this failure.
-    const bool known = db != nullptr && (sqlite3_errcode(db) & 0xff) == (result & 0xff);
-    std::fprintf(stderr, "configuration store %s: %s\n", path, known ? sqlite3_errmsg(db) : sqlite3_errstr(result));
+    const bool known = db != nullptr && (sqlite.errorOf(db) & 0xff) == (result & 0xff);
+    std::fprintf(stderr, "configuration store %s: %s\n", path, known ? sqlite.messageOf(db) : sqlite.textOf(result));
   }
   return status;
 }

@@ -10,7 +10,6 @@
 #ifndef PLATFORM_STORE_H
 #define PLATFORM_STORE_H
 
-#include <sqlite3.h>
 #include <sys/types.h>
 #include <zor/platform/config.h>
 #include <zor/platform/config_file.h>
@@ -21,11 +20,12 @@
 #include <mutex>
 
 #include "common/replacement.h"
+#include "sqlite.h"
 
 namespace zor::platform {
 
 struct DatabaseCloser {
-  void operator()(sqlite3 *db) const { sqlite3_close(db); }
+  void operator()(sqlite3 *db) const { sqlite.close(db); }
 };
 using Database = std::unique_ptr<sqlite3, DatabaseCloser>;
 
@@ -55,10 +55,10 @@ constexpr Table kTables[] = {
 // One prepared statement. The first failure sticks and is what the later steps return.
 class Statement {
  public:
-  Statement(sqlite3 *db, const char *sql) : result_(sqlite3_prepare_v2(db, sql, -1, &statement_, nullptr)) {}
+  Statement(sqlite3 *db, const char *sql) : result_(sqlite.prepare(db, sql, -1, &statement_, nullptr)) {}
   Statement(const Statement &) = delete;
   Statement &operator=(const Statement &) = delete;
-  ~Statement() { sqlite3_finalize(statement_); }
+  ~Statement() { sqlite.finalize(statement_); }
 
   // Bind the next parameter. Texts and blobs must outlive the statement.
   Statement &Bind(uint32_t number);
@@ -66,7 +66,7 @@ class Statement {
   Statement &Bind(const void *bytes, uint32_t size);
 
   // SQLITE_ROW, SQLITE_DONE or a failure.
-  int Step() { return result_ == SQLITE_OK ? sqlite3_step(statement_) : result_; }
+  int Step() { return result_ == SQLITE_OK ? sqlite.step(statement_) : result_; }
   // Steps a statement that gives no rows: SQLITE_OK or a failure.
   int Run();
   // Steps a query that gives one row or none: SQLITE_OK, kNotFound or a failure.
@@ -74,10 +74,10 @@ class Statement {
   // Makes it ready to run again with new parameters.
   void Reset();
 
-  uint32_t Number(int column) const { return static_cast<uint32_t>(sqlite3_column_int64(statement_, column)); }
+  uint32_t Number(int column) const { return static_cast<uint32_t>(sqlite.numberIn(statement_, column)); }
   const char *Text(int column) const;
-  const void *Bytes(int column) const { return sqlite3_column_blob(statement_, column); }
-  uint32_t Size(int column) const { return static_cast<uint32_t>(sqlite3_column_bytes(statement_, column)); }
+  const void *Bytes(int column) const { return sqlite.bytesIn(statement_, column); }
+  uint32_t Size(int column) const { return static_cast<uint32_t>(sqlite.sizeOf(statement_, column)); }
 
  private:
   Statement &Keep(int result);
