@@ -3,8 +3,6 @@
 namespace zor::daemon {
 namespace {
 
-constexpr size_t kHead = sizeof(uint16_t) + sizeof(uint32_t);
-
 bool IsIntact(std::span<const std::byte> record) {
   while (!record.empty()) {
     if (!TakeField(record)) return false;
@@ -22,9 +20,9 @@ void FieldWriter::Bytes(uint16_t tag, std::span<const std::byte> bytes) {
 
 // Returns where the field's content starts.
 size_t FieldWriter::Begin(uint16_t tag) {
-  const size_t start = record_.size() + kHead;
+  const size_t start = record_.size() + kFieldHead;
   record_.resize(start);
-  std::memcpy(record_.data() + start - kHead, &tag, sizeof tag);
+  std::memcpy(record_.data() + start - kFieldHead, &tag, sizeof tag);
   return start;
 }
 
@@ -38,12 +36,12 @@ void FieldWriter::End(size_t start) {
 std::optional<Field> TakeField(std::span<const std::byte> &bytes) {
   uint16_t tag;
   uint32_t length;
-  if (bytes.size() < kHead) return std::nullopt;
+  if (bytes.size() < kFieldHead) return std::nullopt;
   std::memcpy(&tag, bytes.data(), sizeof tag);
   std::memcpy(&length, bytes.data() + sizeof tag, sizeof length);
-  if (length > bytes.size() - kHead) return std::nullopt;
-  const Field field{tag, bytes.subspan(kHead, length)};
-  bytes = bytes.subspan(kHead + length);
+  if (length > bytes.size() - kFieldHead) return std::nullopt;
+  const Field field{tag, bytes.subspan(kFieldHead, length)};
+  bytes = bytes.subspan(kFieldHead + length);
   return field;
 }
 

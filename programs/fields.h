@@ -13,7 +13,8 @@
 //
 // A value is a number, an enumeration or a bool (8 bytes); a text; a vector or an array of plain values without padding
 // (their bytes); FieldBytes; another record (its fields), or an optional one; or a vector of records (one field each,
-// with the same tag).
+// with the same tag). With kOmitEmpty a number that is 0, a text or list that is empty, or a record without fields
+// takes up no room: only for values whose default is that.
 #ifndef PROGRAMS_FIELDS_H
 #define PROGRAMS_FIELDS_H
 
@@ -79,6 +80,12 @@ class FieldBytes {
   std::span<const std::byte> inRecord_;
 };
 
+// Bytes before the content of a field.
+inline constexpr size_t kFieldHead = sizeof(uint16_t) + sizeof(uint32_t);
+
+struct OmitEmpty {};
+inline constexpr OmitEmpty kOmitEmpty;
+
 class FieldWriter {
  public:
   // Appends to the record.
@@ -105,6 +112,15 @@ class FieldWriter {
       Describe(*this, value);
       End(start);
     }
+  }
+  template <typename Value>
+  void operator()(uint16_t tag, const Value &value, OmitEmpty) {
+    const size_t before = record_.size();
+    if constexpr (FieldNumber<Value>) {
+      if (value == Value{}) return;
+    }
+    (*this)(tag, value);
+    if (record_.size() == before + kFieldHead) record_.resize(before);
   }
 
  private:
@@ -142,6 +158,10 @@ class FieldReader {
         Read(*bytes, value);
       }
     }
+  }
+  template <typename Value>
+  void operator()(uint16_t tag, Value &value, OmitEmpty) {
+    (*this)(tag, value);
   }
 
  private:

@@ -30,10 +30,10 @@ void Describe(Fields &fields, Record &record) {
 
 template <typename Fields, daemon::OneOf<EventGap::State> Record>
 void Describe(Fields &fields, Record &record) {
-  fields(1, record.wanted);
-  fields(2, record.sinceUs);
-  fields(3, record.events);
-  fields(4, record.types);
+  fields(1, record.wanted, daemon::kOmitEmpty);
+  fields(2, record.sinceUs, daemon::kOmitEmpty);
+  fields(3, record.events, daemon::kOmitEmpty);
+  fields(4, record.types, daemon::kOmitEmpty);
 }
 
 template <typename Fields, daemon::OneOf<Monitors::State> Record>
@@ -54,19 +54,19 @@ void Describe(Fields &fields, Record &record) {
   fields(5, record.uid);
   fields(6, record.pid);
   fields(7, record.since);
-  fields(8, record.events);
-  fields(9, record.leaving);
-  fields(10, record.reportSeconds);
-  fields(11, record.lastReport);
-  fields(12, record.reportMissed);
-  fields(13, record.gap);
+  fields(8, record.events, daemon::kOmitEmpty);
+  fields(9, record.leaving, daemon::kOmitEmpty);
+  fields(10, record.reportSeconds, daemon::kOmitEmpty);
+  fields(11, record.lastReport, daemon::kOmitEmpty);
+  fields(12, record.reportMissed, daemon::kOmitEmpty);
+  fields(13, record.gap, daemon::kOmitEmpty);
   fields(14, record.patterns);
   fields(15, record.barrier);
   fields(16, record.monitor);
   fields(17, record.identity);
-  fields(20, record.throughTunnel);
-  fields(21, record.board);
-  fields(22, record.boardAddress);
+  fields(20, record.throughTunnel, daemon::kOmitEmpty);
+  fields(21, record.board, daemon::kOmitEmpty);
+  fields(22, record.boardAddress, daemon::kOmitEmpty);
 }
 
 template <typename Fields, daemon::OneOf<QueuedRecord> Record>
