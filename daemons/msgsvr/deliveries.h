@@ -139,7 +139,7 @@ class Deliveries {
   size_t checkFilesAt_ = 1;
 
   static constexpr size_t kFirstCheck = 4;
-  static constexpr size_t kFirstRoom = 8;
+  static constexpr size_t kFirstRoom = 4;
   static constexpr size_t kFileNameBytes = 64;  // that a file's name costs at most
 };
 
