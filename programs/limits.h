@@ -207,6 +207,38 @@ inline constexpr std::chrono::seconds kMostPause{30};
 
 }  // namespace zortunnel
 
+namespace zorbridge {
+
+// The bridge to the fleet's broker.
+
+// [bytes] Records that wait for the broker (setting queue_bytes): the newest are given up; a gap record counts them.
+inline constexpr std::uint64_t kQueueBytes = 33554432;
+inline constexpr std::uint64_t kLeastQueueBytes = 65536;
+inline constexpr std::uint64_t kMostQueueBytes = 1u << 31;
+// [s] Time before waiting records are written to the queue's file (setting group_seconds): written.
+inline constexpr std::uint32_t kGroupSeconds = 5;
+inline constexpr std::uint32_t kMostGroupSeconds = 3600;
+// [bytes] Waiting records that are not in the queue's file yet (setting group_bytes): written at once.
+inline constexpr std::uint64_t kGroupBytes = 262144;
+inline constexpr std::uint64_t kLeastGroupBytes = 4096;
+inline constexpr std::uint64_t kMostGroupBytes = 16u << 20;
+// [bytes] Written to the queue's file in a day (setting daily_bytes): records wait in memory only.
+inline constexpr std::uint64_t kDailyBytes = 268435456;
+inline constexpr std::uint64_t kLeastDailyBytes = 1u << 20;
+// [bytes] Records in memory while the file cannot be written, unless group_bytes is more: the newest are given up.
+inline constexpr std::uint64_t kUnwrittenBytes = 1048576;
+// [groups] Kinds of records in a gap record: those of further ones are counted together.
+inline constexpr std::size_t kGapGroups = 32;
+// [s] Pause before the queue's file is tried again after a failure, doubled by each from one second: stays at that.
+inline constexpr std::chrono::seconds kMostRetryPause{300};
+inline constexpr std::chrono::seconds kFirstRetryPause{1};
+inline constexpr std::uint64_t kWindowBytes = 1u << 20;  // of written records that stay in memory
+inline constexpr std::uint64_t kReadBytes = 128u << 10;  // at once, so that the loop goes on
+inline constexpr std::uint64_t kStaleBytes = 4u << 20;   // removed at once
+inline constexpr int kBusyMs = 500;                      // for which a user's shell may use the file
+
+}  // namespace zorbridge
+
 namespace mlogserver {
 
 // The logging daemon.

@@ -18,6 +18,12 @@ Statement::~Statement() {
   sqlite3_finalize(statement_);
 }
 
+Statement &Statement::Reset() {
+  sqlite3_reset(statement_);
+  next_ = 1;
+  return *this;
+}
+
 Statement &Statement::Bind(std::int64_t number) {
   sqlite3_bind_int64(statement_, next_++, number);
   return *this;

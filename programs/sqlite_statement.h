@@ -24,6 +24,8 @@ class Statement {
   Statement &operator=(const Statement &) = delete;
   ~Statement();
 
+  // Begins anew, for the next values.
+  Statement &Reset();
   // Bind the next parameter. Bytes must outlive the statement.
   Statement &Bind(std::int64_t number);
   Statement &Bind(std::string_view bytes);
