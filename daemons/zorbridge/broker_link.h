@@ -50,7 +50,7 @@ class LinkListener {
 
 class BrokerLink {
  public:
-  static constexpr std::size_t kMostUnderWay = 1024 * 1024;
+  static constexpr std::size_t kMostUnderWay = std::size_t{1} << 20;
   // What the broker may send in one packet.
   static constexpr uint32_t kLargestPacket = 256 * 1024;
 

@@ -72,7 +72,7 @@ bool IsContentProblem(int status) {
   return std::find(std::begin(kStatuses), std::end(kStatuses), status) != std::end(kStatuses);
 }
 
-std::string WithReason(std::string text, const mosquitto_property *properties) {
+std::string WithReason(const std::string &text, const mosquitto_property *properties) {
   const std::string reason = TextOf(properties, MQTT_PROP_REASON_STRING);
   return reason.empty() ? text : text + " (" + reason + ')';
 }
@@ -335,6 +335,7 @@ void Session::Subscribe(const std::vector<std::string> &topics, bool retainedToo
   const int options = MQTT_SUB_OPT_RETAIN_AS_PUBLISHED |
                       (retainedToo ? MQTT_SUB_OPT_SEND_RETAIN_ALWAYS : MQTT_SUB_OPT_SEND_RETAIN_NEVER);
   std::vector<char *> texts;
+  texts.reserve(topics.size());
   for (const std::string &topic : topics) texts.push_back(const_cast<char *>(topic.c_str()));
   ForgetErrors();
   const int status = mosquitto_subscribe_multiple(client_.get(), nullptr, static_cast<int>(texts.size()), texts.data(),

@@ -208,6 +208,11 @@ TEST_F(BrokerLinkTest, ShowsItsCertificateAndPasswordAndDoesNotStartWithWorthles
   EXPECT_EQ(problem, "");
   EXPECT_EQ(NameFromCertificate(options.tls.key, &problem), "");
   EXPECT_THAT(problem, HasSubstr("own.key: "));
+  auto anonymous = options;
+  anonymous.tls.certificate.clear();
+  Listener refused;
+  BrokerLink other(anonymous, refused, log_);
+  ASSERT_TRUE(other.Start() && refused.Sees("failed: TLS: tlsv13 alert certificate required"));
   const auto spoils = std::to_array<std::function<void(BrokerLink::Options &)>>({
       [&](auto &each) { each.passwordFile = Write("open", "secret\n", 0604); },
       [&](auto &each) { each.passwordFile = "/none"; },
