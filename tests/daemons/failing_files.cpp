@@ -58,6 +58,7 @@ int Open(sqlite3_vfs *system, const char *path, sqlite3_file *file, int flags, i
 
 void InstallFailingFiles() {
   sqlite3_vfs *original = sqlite3_vfs_find(nullptr);
+  if (original == &g_system) return;
   g_system = *original;
   g_system.pNext = nullptr;
   g_system.zName = "failing";

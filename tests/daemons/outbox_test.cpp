@@ -449,7 +449,9 @@ TEST_F(OutboxTest, ARecordWithoutMemoryIsGivenUpAndTold) {
     failed = failing.Failed();
     ++given;
   }
+#ifndef __SANITIZE_ADDRESS__  // whose operator new does not call malloc
   EXPECT_GT(outbox_.figures().givenUp, 0u);
+#endif
   int told = 0;
   const std::vector<Published> published = Drain();
   for (std::size_t i = 0; i < published.size(); ++i) {
