@@ -7,6 +7,7 @@
 #include "programs/messages/body.h"
 #include "programs/messages/hex.h"
 #include "programs/messages/item_block.h"
+#include "programs/messages/json_text.h"
 #include "programs/messages/shape.h"
 #include "programs/messages/text.h"
 
@@ -71,7 +72,7 @@ Json DecodeItems(std::string_view body) {
 
 Json DecodeJson(std::string_view text) {
   text = text.substr(0, text.find('\0'));
-  Json value = Json::parse(text, nullptr, false);
+  Json value = ParseJson(text);
   return value.is_discarded() ? Json(text) : value;
 }
 

@@ -10,6 +10,7 @@
 
 #include "common/malloc_ptr.h"
 #include "programs/messages/invalid.h"
+#include "programs/messages/json_text.h"
 #include "programs/messages/number.h"
 #include "programs/messages/text.h"
 
@@ -17,9 +18,6 @@ namespace zor::messages {
 namespace {
 
 using Json = nlohmann::ordered_json;  // keeps the publisher's order of members
-
-// Writing a value takes stack space for each level.
-constexpr int kMaxDepth = 100;
 
 // The text of an event that consists of items; empty without one.
 std::string ItemText(uint32_t type, std::string_view body) {
@@ -63,13 +61,7 @@ uint32_t EventTypeOf(const std::string &module) {
 }
 
 nlohmann::ordered_json ParsePayload(const std::string &text) {
-  bool tooDeep = false;
-  const auto check = [&tooDeep](int depth, Json::parse_event_t, Json &) {
-    tooDeep = tooDeep || depth > kMaxDepth;
-    return !tooDeep;
-  };
-  Json value = Json::parse(ToUtf8(text), check, false);
-  return tooDeep ? Json(Json::value_t::discarded) : value;
+  return ParseJson(ToUtf8(text));
 }
 
 std::string EventText(uint32_t type, std::string_view body) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "common/ascii.h"
+#include "programs/format_number.h"
 #include "programs/messages/invalid.h"
 #include "programs/messages/number.h"
 #include "programs/messages/text.h"
@@ -59,6 +60,16 @@ uint32_t LogLevels(const std::string &name) {
     if (EqualIgnoringCase(LevelName(bit), name)) return bit | (bit - 1);
   }
   throw Invalid("unknown log level " + Escape(name), Known(LevelName, ZOR_LOG_LEVEL_MASK));
+}
+
+std::string LogTypeText(uint32_t typeLevel) {
+  const std::string name = TypeName(typeLevel >> ZOR_LOG_TYPE_SHIFT);
+  return name.empty() ? daemon::HexText(typeLevel >> ZOR_LOG_TYPE_SHIFT) : name;
+}
+
+std::string LogLevelText(uint32_t typeLevel) {
+  const std::string name = LevelName(typeLevel & ZOR_LOG_LEVEL_MASK);
+  return name.empty() ? daemon::HexText(typeLevel & ZOR_LOG_LEVEL_MASK) : name;
 }
 
 }  // namespace zor::messages

@@ -80,6 +80,12 @@ std::string ToUtf8(std::string_view text) {
   return out;
 }
 
+std::string_view CutText(std::string_view text, size_t bytes) {
+  if (text.size() <= bytes) return text;
+  while (bytes > 0 && IsUtf8Continuation(text[bytes])) --bytes;
+  return text.substr(0, bytes);
+}
+
 std::string EscapeJson(std::string_view json) {
   std::string out;
   ForEachCharacter(json, [&out](std::string_view bytes, bool printable) {

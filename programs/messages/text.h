@@ -22,6 +22,9 @@ bool IsPrintable(std::string_view text);
 // The text with U+FFFD for every byte that is not UTF-8.
 std::string ToUtf8(std::string_view text);
 
+// The longest start of the text of at most that many bytes that does not end within a character.
+std::string_view CutText(std::string_view text, size_t bytes);
+
 // JSON, which must be UTF-8, with the characters that Escape changes written as \uNNNN.
 std::string EscapeJson(std::string_view json);
 
