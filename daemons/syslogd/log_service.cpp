@@ -121,7 +121,16 @@ bool LogService::Keep(const LogRecord &record) {
     std::fflush(stdout);
   }
   forwarder_.Forward(record);
-  return store_.Append(record);
+  if (!store_.Append(record)) return false;
+  if (!options_.copyTo.empty()) SendCopy(record);
+  return true;
+}
+
+// The receiver may be absent: the server's notice of that has no handler here.
+void LogService::SendCopy(const LogRecord &record) const {
+  const ZOR_LOG_COPY head = {static_cast<std::uint64_t>(record.time), record.typeLevel, record.index};
+  const std::string body = BytesOf(head) + RenderText(record, options_.language) + '\0';
+  ZOR_MSG_SendMsgData(options_.copyTo.c_str(), ZOR_LOG_MSG_COPY, body.data(), static_cast<std::uint32_t>(body.size()));
 }
 
 LogService::Result LogService::Query(const ZOR_MSG_HEAD &msg) {

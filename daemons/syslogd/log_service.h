@@ -23,7 +23,8 @@ class LogService {
  public:
   struct Options {
     std::string queryDirectory;  // a fixed path: where query results may be written
-    std::uint32_t language;      // of the system query
+    std::uint32_t language;      // of the system query and of copies
+    std::string copyTo;          // the daemon that is sent a copy of each kept record; empty: none
     bool verbose = false;        // print each record
   };
 
@@ -53,6 +54,7 @@ class LogService {
   Result Flush(const ZOR_MSG_HEAD &msg);
 
   bool Keep(const LogRecord &record);
+  void SendCopy(const LogRecord &record) const;
   void ReportMalformed(const ZOR_MSG_HEAD &msg);
 
   Options options_;

@@ -1,7 +1,12 @@
 // syslogd: the log daemon. It stores the records of the system log, replies to queries and forwards records.
 #include <sys/stat.h>
 #include <zor/log_wire.h>
+#include <zor/msg_wire.h>
 #include <zor/uv_timer.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
 
 #include "programs/bus_daemon.h"
 #include "programs/limits.h"
@@ -25,7 +30,8 @@ constexpr daemon::Program kProgram = {
     "  max_records = 2000                maximum number of records; the oldest are deleted\n"
     "  flush_seconds = 10                maximum time before a record is written to the file\n"
     "  query_directory = /var/syslog     the only directory for query results\n"
-    "  language = 0                      language of system queries and remote servers: 0 English, 1 the second one\n",
+    "  language = 0                      language of queries, remote servers and copies: 0 English, 1 the second one\n"
+    "  copy_to =                         the daemon that is sent a copy of each record that is kept\n",
     "print each record on standard output",
 };
 
@@ -39,6 +45,12 @@ struct ServerSettings {
   LogService::Options service;
 };
 
+// Empty: none.
+bool IsDaemonName(std::string_view name) {
+  return name.size() < ZOR_MSG_NAME_SIZE &&
+         std::ranges::all_of(name, [](char each) { return each > ' ' && each <= '~'; });
+}
+
 ServerSettings ReadSettings(daemon::Settings &settings) {
   const auto number = [&settings](const char *key, std::uint32_t fallback, std::uint32_t least, std::uint32_t most) {
     return static_cast<std::uint32_t>(settings.Number(key, fallback, least, most));
@@ -50,6 +62,10 @@ ServerSettings ReadSettings(daemon::Settings &settings) {
       number("flush_seconds", limits::syslogd::kFlushSeconds, 1, limits::syslogd::kMostFlushSeconds) * 1000;
   result.service.queryDirectory = settings.Text("query_directory", "/var/syslog");
   result.service.language = number("language", 0, 0, 1);
+  result.service.copyTo = settings.Text("copy_to", "");
+  if (!IsDaemonName(result.service.copyTo) || result.service.copyTo == ZOR_LOG_DAEMON_NAME) {
+    settings.AddMistake("copy_to must be the name of another daemon");
+  }
   const std::string &directory = result.service.queryDirectory;
   if (!directory.starts_with('/') || directory.ends_with('/')) {
     settings.AddMistake("query_directory must be an absolute path without a slash at its end");

@@ -16,6 +16,7 @@
 #define ZOR_LOG_MSG_SET_FILTER UINT32_C(0x4B06)    /* data word: type-level code; no reply */
 #define ZOR_LOG_MSG_SET_SERVER UINT32_C(0x4B07)    /* remote servers; no reply */
 #define ZOR_LOG_MSG_FLUSH UINT32_C(0x4B09)         /* no body; with a reply */
+#define ZOR_LOG_MSG_COPY UINT32_C(0x4B10)          /* sent by the daemon: a record that it has kept */
 
 /* Type-level codes: the level in the low 8 bits, the type above. Used with ZOR_LOG_ITEM, ZOR_UTIL_LOG_GetTypeString and
    ZOR_UTIL_LOG_GetLevelString. */
@@ -80,6 +81,13 @@ typedef struct ZOR_LOG_QUERY {
   uint32_t count;
   char text[ZOR_LOG_QUERY_TEXT_SIZE]; /* NUL-terminated */
 } ZOR_LOG_QUERY;
+
+/* The start of a copy, which the record's text follows, with its NUL. */
+typedef struct ZOR_LOG_COPY {
+  uint64_t time; /* seconds since 1970 */
+  uint32_t typeLevel;
+  uint32_t index;
+} ZOR_LOG_COPY;
 
 /* Remote servers; missing texts are empty. */
 typedef struct ZOR_LOG_SERVERS {

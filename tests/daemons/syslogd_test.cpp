@@ -1,15 +1,20 @@
 #include <zor/log.h>
 #include <zor/msg.h>
 
+#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <tuple>
 
 #include "daemons/bus_daemon_fixture.h"
+#include "programs/format_time.h"
 #include "support/wire_client.h"
 
 namespace zor::test {
 namespace {
 
+using namespace std::string_literals;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::MatchesRegex;
@@ -101,6 +106,29 @@ TEST_F(Syslogd, ForwardsToRemoteServers) {
   ZOR_LOG_API_Record_Log(kUpgrade, "admin", kEnd);
   EXPECT_THAT(Everything(), HasSubstr("admin"));
   EXPECT_THAT(errors_.Text(), HasSubstr("remote server \"log.example\": invalid address"));
+}
+
+TEST_F(Syslogd, SendsCopiesOfWhatItKeepsToADaemon) {
+  Start("copy_to = copies\nlanguage = 1\n");
+  ZOR_LOG_API_Record_Log(kUpgrade, "nobody", kEnd);
+  EXPECT_THAT(Everything(), HasSubstr("nobody")) << "an absent daemon changes nothing";
+  const WireClient copies = WireClient::Connect(root_.Path("/var/msgsvr"));
+  copies.Register("copies");
+  ZOR_LOG_API_Set_TypeLevel_Filter(ZOR_LOG_USER, ZOR_LOG_NOTICE);
+  ZOR_LOG_API_Record_Log(kBadImage, "filtered out", kEnd);
+  ZOR_LOG_API_Record_Log(kUpgrade, "kept", kEnd);
+  const auto copy = copies.Next();
+  ZOR_LOG_COPY head;
+  ASSERT_GT(copy.body.size(), sizeof head);
+  std::memcpy(&head, copy.body.data(), sizeof head);
+  EXPECT_EQ(copy.header.type, ZOR_LOG_MSG_COPY);
+  EXPECT_EQ(std::make_tuple(head.typeLevel, head.index), std::make_tuple(0x220u, kUpgrade));
+  EXPECT_EQ(copy.body.substr(sizeof head), "用户kept开始升级" + std::string(1, '\0'));
+  EXPECT_THAT(Everything(), HasSubstr(daemon::FormatTime(static_cast<std::time_t>(head.time), "%F %T", ::localtime_r)));
+  EXPECT_EQ(errors_.Text(), "");
+  for (const char *name : {"syslog", "twelve chars", "a b"}) {
+    EXPECT_EQ(Run("copy_to = "s + name + "\n").Wait(), 3) << name;
+  }
 }
 
 TEST_F(Syslogd, RefusesWhatMakesNoSense) {
