@@ -18,22 +18,31 @@
 namespace zor::daemon {
 namespace {
 
-void OnSignal(UvIO *, uint32_t) {
+// Once: the loop may run again for the daemon's last words, with the signal still pending.
+void OnSignal(UvIO *watcher, uint32_t) {
+  ZOR_UV_IOStop(watcher, UV_READABLE);
   TellStopping();
   ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
 }
 
+struct Connection {
+  ProblemLog &problems;
+  BusListener *listener;
+};
+
 void OnLink(uint32_t event, void *data) {
-  auto &problems = *static_cast<ProblemLog *>(data);
+  const auto &[problems, listener] = *static_cast<Connection *>(data);
   switch (event) {
     case ZOR_MSG_LINK_LOST:
       problems.Print("the message server has gone; joining again");
+      if (listener != nullptr) listener->OnBusLost();
       break;
     case ZOR_MSG_LINK_REFUSED:
       problems.Print("the message server refuses the name %s; trying again", g_stMsgCtx.appName);
       break;
     case ZOR_MSG_LINK_REJOINED:
       problems.Print("on the bus again as %s", g_stMsgCtx.appName);
+      if (listener != nullptr) listener->OnRejoined();
       break;
     default:
       break;
@@ -47,8 +56,9 @@ void OnNotifyLink(uint32_t event, void *data) {
 }
 
 // The two servers end and are restarted each by itself. A daemon whose name has no module has no notification client.
-bool OutliveServers(ProblemLog &problems) {
-  if (ZOR_MSG_SetLinkProc(OnLink, &problems) != ZOR_OK || ZOR_MSG_EnableRejoin(nullptr) != ZOR_OK) return false;
+bool OutliveServers(Connection &connection) {
+  ProblemLog &problems = connection.problems;
+  if (ZOR_MSG_SetLinkProc(OnLink, &connection) != ZOR_OK || ZOR_MSG_EnableRejoin(nullptr) != ZOR_OK) return false;
   const uint32_t status = ZOR_NOTIFYCLT_EnableRejoin(nullptr);
   if (status == ZOR_NOTIFY_E_NOT_WRITABLE) return true;
   return status == ZOR_NOTIFY_OK && ZOR_NOTIFYCLT_SetLinkProc(OnNotifyLink, &problems) == ZOR_NOTIFY_OK;
@@ -79,7 +89,8 @@ bool FeedFromLoop(Watchdog &watchdog) {
 }
 
 // False, with a line, when there is no server or it refuses the name.
-bool JoinBus(const char *name, ProblemLog &problems) {
+bool JoinBus(const char *name, Connection &connection) {
+  ProblemLog &problems = connection.problems;
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
   const uint32_t status = ZOR_MSG_Init(name);
   if (status != ZOR_OK) {
@@ -90,7 +101,7 @@ bool JoinBus(const char *name, ProblemLog &problems) {
     problems.Print("the message server refuses the name %s", name);
     return false;
   }
-  if (!OutliveServers(problems)) {
+  if (!OutliveServers(connection)) {
     problems.Print("out of memory");
     return false;
   }
@@ -102,8 +113,10 @@ bool JoinBus(const char *name, ProblemLog &problems) {
 
 }  // namespace
 
-ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems) {
-  if (!JoinBus(name, problems)) return kExitFailure;
+ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems, BusListener *listener) {
+  Connection connection = {problems, listener};
+  if (!JoinBus(name, connection)) return kExitFailure;
+  if (listener != nullptr) listener->OnJoined();
   Watchdog watchdog;
   if (!WatchSignals(stop) || !FeedFromLoop(watchdog)) {
     problems.Print("the loop cannot be set up");
@@ -111,6 +124,7 @@ ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems
   }
   const bool served = ZOR_MSG_GetAndDispatch() == ZOR_OK;
   if (!served) problems.Print("the loop has failed");
+  if (listener != nullptr) listener->OnLeaving();
   ZOR_MSG_Destroy();
   return served ? kExitOk : kExitFailure;
 }

@@ -9,11 +9,29 @@
 
 namespace zor::daemon {
 
+// Is notified, from the loop, of what becomes of a daemon's connection to the bus.
+class BusListener {
+ public:
+  BusListener() = default;
+  BusListener(const BusListener &) = delete;
+  BusListener &operator=(const BusListener &) = delete;
+  virtual ~BusListener() = default;
+
+  // The name has been granted; messages are dispatched once this returns.
+  virtual void OnJoined() = 0;
+  // Pending requests end next.
+  virtual void OnBusLost() = 0;
+  // The name is back, and subscriptions are repeated.
+  virtual void OnRejoined() = 0;
+  // The daemon leaves the bus next.
+  virtual void OnLeaving() = 0;
+};
+
 // Joins the bus under a name, says so on standard output and to the service manager, dispatches messages to their
 // handlers until a signal arrives (kExitOk), and leaves the bus. kExitFailure, with a line, when there is no message
 // server at the start, it refuses the name then, or the loop cannot run. Lines say when the server is gone and when the
 // daemon is on the bus again. The loop feeds the service manager's watchdog.
-ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems);
+ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems, BusListener *listener = nullptr);
 
 }  // namespace zor::daemon
 
