@@ -1,6 +1,4 @@
-// The name of a board in its certificate: its only subject alternative name of type DNS. That is where certificate
-// authorities put names, with an exact syntax; a common name is free text, and which of several would count is a matter
-// of taste. So there is one name or none.
+// The name of a board in its certificate, see programs/tls/certificate_name.h.
 #ifndef ZORTUNNEL_BOARD_CERTIFICATE_H
 #define ZORTUNNEL_BOARD_CERTIFICATE_H
 
