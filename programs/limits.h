@@ -236,6 +236,47 @@ inline constexpr std::uint64_t kWindowBytes = 1u << 20;  // of written records t
 inline constexpr std::uint64_t kReadBytes = 128u << 10;  // at once, so that the loop goes on
 inline constexpr std::uint64_t kStaleBytes = 4u << 20;   // removed at once
 inline constexpr int kBusyMs = 500;                      // for which a user's shell may use the file
+// [s] Silence of the broker (setting keep_alive_seconds): the line is given up; silence of the bridge, likewise.
+inline constexpr std::uint32_t kKeepAliveSeconds = 90;
+inline constexpr std::uint32_t kLeastKeepAliveSeconds = 5;
+inline constexpr std::uint32_t kMostKeepAliveSeconds = 3600;
+inline constexpr std::uint32_t kFirstPauseSeconds = 10;
+// [s] Pause before the next attempt to reach a broker (setting retry_most_seconds), doubled by each failure: stays at
+// that.
+inline constexpr std::uint32_t kMostPauseSeconds = 300;
+inline constexpr std::uint32_t kLongestPauseSeconds = 86400;
+// [records] Records sent and not acknowledged by the broker (setting in_flight): further ones wait.
+inline constexpr std::uint32_t kInFlight = 64;
+inline constexpr std::uint32_t kMostInFlight = 10000;
+// [records] Records handed to the line in one turn: the rest follows after what the bus has for the bridge.
+inline constexpr std::uint32_t kSentInTurn = 64;
+// [records] Answers, and records that are not kept, that wait for the line's room: further ones are dropped.
+inline constexpr std::size_t kSentSoon = 1024;
+// [topics] Topics of which the latest record waits for the line: further records are dropped.
+inline constexpr std::size_t kLatestTopics = 256;
+inline constexpr std::uint32_t kStatusSeconds = 60;
+inline constexpr std::uint32_t kMostStatusSeconds = 86400;
+// [bytes] The message server's list in a status: the daemons that do not fit are left out.
+inline constexpr std::size_t kStatusList = 262144;
+// [requests] Requests from outside that are being served (setting calls): a further one is answered "busy".
+inline constexpr std::uint32_t kCalls = 16;
+inline constexpr std::uint32_t kMostCalls = 1024;
+// [requests] Requests from outside in a second (setting calls_per_second): a further one is answered "busy".
+inline constexpr std::uint32_t kCallsPerSecond = 20;
+inline constexpr std::uint32_t kMostCallsPerSecond = 10000;
+// [requests] Requests from outside that are remembered, so that one that comes twice is served once: the oldest is
+// forgotten.
+inline constexpr std::size_t kRememberedCalls = 256;
+// [daemons] Daemons whose trace lines are passed on at one time: a further request is answered "busy".
+inline constexpr std::size_t kTraces = 4;
+// [s] Time for which trace lines are passed on, whatever the request says: the settings are restored.
+inline constexpr std::uint32_t kMostTraceSeconds = 3600;
+// [lines] Trace lines passed on in a second: the rest is dropped.
+inline constexpr std::uint32_t kTraceLinesPerSecond = 200;
+// [lines] Lines of the log in one answer: the oldest are left out.
+inline constexpr std::uint32_t kLogLines = 1000;
+// [s] Time for which a daemon leaves messages unread: the status names it.
+inline constexpr std::chrono::seconds kUnreadTime{10};
 
 }  // namespace zorbridge
 

@@ -1,0 +1,178 @@
+// Requests from outside: each is answered once, with the reply or with the reason why there is none.
+#include <zor/log.h>
+#include <zor/trace.h>
+
+#include "daemons/zorbridge_fixture.h"
+
+namespace zor::test {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr uint32_t kDouble = 0x4001;  // the worker replies with twice the data word
+constexpr uint32_t kNever = 0x4002;   // it never replies
+constexpr uint32_t kLast = 0x4003;    // it ends instead
+
+// A daemon that serves these in a process of its own.
+int Work() {
+  if (ZOR_MSG_Init("worker") != ZOR_OK) return 1;
+  ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
+  ZOR_MSG_RegSyncMsgProc(
+      kDouble,
+      [](ZOR_MSG_HEAD *msg) { return ZOR_MSG_MsgResponseBuilder(msg, 2 * msg->data, msg + 1, msg->bodyLength); }, 0,
+      nullptr);
+  ZOR_MSG_RegMsgProc(
+      kLast, [](ZOR_MSG_HEAD *) { ::_exit(0); }, 0, nullptr);
+  return static_cast<int>(ZOR_MSG_GetAndDispatch());
+}
+
+class ZorbridgeRequests : public ZorbridgeTest {
+ protected:
+  void SetUp() override {
+    worker_.emplace(Child::Function(Work));
+    const WireClient client = WireClient::Connect(root_.Path("/var/msgsvr"));
+    client.Register("tester");
+    EXPECT_TRUE(WaitUntil(
+        [&] { return client.Ask(MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, "worker", 1)).header.data == 1; }));
+  }
+  void StartWorkersBridge(const std::string &more = "") {
+    StartBridge("call.worker = 0x4001 0x4002 16387\ncall.nobody = *\n" + more);
+  }
+  // Publishes a request; it need not be one that can be answered.
+  void Request(const std::string &target, const std::string &payload, const std::vector<std::string> &properties) {
+    std::vector<std::string> arguments = {"mosquitto_pub", "-q", "1", "-t", "zor/gw7/call/" + target, "-m", payload};
+    for (size_t at = 0; at < properties.size(); at += 2) {
+      arguments.insert(arguments.end(), {"-D", "publish", properties[at], properties[at + 1]});
+    }
+    EXPECT_EQ(broker_.Client(arguments).Wait(), 0);
+  }
+  // The answer to a request.
+  Json Ask(const std::string &target, const std::string &payload = "{}", const std::string &seconds = "20") {
+    const std::string id = std::to_string(++count_);
+    Request(target, payload,
+            {"response-topic", "answers/" + id, "correlation-data", id, "message-expiry-interval", seconds});
+    EXPECT_TRUE(Shown("answers/" + id + " ")) << errors_.Text();
+    EXPECT_TRUE(Shown("}\n"));
+    const auto answers = Received("answers/" + id);
+    return answers.size() == 1 ? answers[0].second : Json();
+  }
+
+  std::optional<Child> worker_;
+  int count_ = 0;
+};
+
+TEST_F(ZorbridgeRequests, AreAnsweredEachWithItsResult) {
+  StartWorkersBridge();
+  const struct {
+    const char *target, *payload, *seconds, *result, *text;
+  } kCases[] = {
+      {"worker/0x4001", R"({"data":21})", "20", "done", R"("data":42)"},
+      {"worker/16385", R"({"base64":"aGk=","data":1})", "20", "done", R"("text":"hi")"},
+      {"worker/0x4004", "{}", "20", "refused", "call.worker"},
+      {"other/0x4001", "{}", "20", "refused", "call.other"},
+      {"bridge/status", "{}", "20", "refused", "call.bridge"},
+      {"worker/0x4001", "no JSON", "20", "invalid", "reason"},
+      {"worker/0x4001", R"({"data":-1})", "20", "invalid", "reason"},
+      {"worker/NONSENSE", "{}", "20", "invalid", "NONSENSE"},
+      {"nobody/0x4001", "{}", "20", "absent", "nobody"},
+      {"worker/0x4002", "{}", "1", "late", "worker"},
+      {"worker/0x4003", "{}", "2", "late", "worker"},  // it has read it, and ends
+      {"worker/0x4001", "{}", "20", "absent", "worker"},
+  };
+  for (const auto &each : kCases) {
+    const Json answer = Ask(each.target, each.payload, each.seconds);
+    EXPECT_EQ(answer.value("result", ""), each.result) << each.target << " " << answer;
+    EXPECT_EQ(answer.value("gateway", ""), "gw7");
+    EXPECT_THAT(answer.dump(), HasSubstr(each.text));
+  }
+}
+
+TEST_F(ZorbridgeRequests, AreNotServedWhenTheyCannotBeAnsweredOrComeTwice) {
+  StartWorkersBridge("call.bridge = status\n");
+  const std::vector<std::string> whole = {"response-topic", "answers/x", "correlation-data", "x"};
+  Request("worker/0x4001", "{}", {"response-topic", "answers/none"});
+  Request("worker/0x4001", "{}", {"correlation-data", "none"});
+  Request("worker/0x4001", "{}", whole);
+  Request("worker/0x4001", "{}", whole);
+  EXPECT_TRUE(Shown("answers/x "));
+  EXPECT_EQ(broker_
+                .Client({"mosquitto_pub", "-r", "-q", "1", "-t", "zor/gw7/call/worker/0x4001", "-m", "{}", "-D",
+                         "publish", "response-topic", "answers/r", "-D", "publish", "correlation-data", "r"})
+                .Wait(),
+            0);
+  Stop(SIGTERM);
+  StartBridge("call.bridge = status\n");  // gets the retained one at its start, if it gets any
+  const Json status = Ask("bridge/status");
+  EXPECT_EQ(status["status"]["gateway"], "gw7");
+  EXPECT_EQ(Received("answers/x").size(), 1u);
+  EXPECT_EQ(Received("answers/none").size(), 0u);
+  EXPECT_LE(Received("answers/r").size(), 1u) << "at most the live one";
+}
+
+TEST_F(ZorbridgeRequests, AreGoneWithADaemonThatHasNotReadThem) {
+  StartWorkersBridge();
+  worker_->Signal(SIGSTOP);
+  Request("worker/0x4001", "{}", {"response-topic", "answers/s", "correlation-data", "s"});
+  const WireClient client = WireClient::Connect(root_.Path("/var/msgsvr"));
+  client.Register("ctl1");
+  EXPECT_TRUE(WaitUntil([&] {
+    const std::string list = client.Ask(MakeMessage(0xFF000, "", "", 0, "", 1)).body;
+    return list.find(R"("type":16385)") != list.npos;
+  })) << "the request waits at the daemon";
+  worker_->Signal(SIGKILL);
+  EXPECT_TRUE(Shown("answers/s "));
+  EXPECT_TRUE(Shown(R"("result":"gone")")) << subscriber_->output();
+}
+
+TEST_F(ZorbridgeRequests, AreBusyBeyondTheLimits) {
+  StartWorkersBridge("calls = 2\ncalls_per_second = 5\n");
+  for (const char *id : {"1", "2", "3"}) {
+    Request("worker/0x4002", "{}",
+            {"response-topic", "answers/never", "correlation-data", id, "message-expiry-interval", "60"});
+  }
+  EXPECT_TRUE(Shown(R"("result":"busy")")) << "two at once";
+  const Publisher publisher(root_);
+  publisher.Event(1);
+  EXPECT_TRUE(Shown("\"n\":1}")) << "the bridge serves on";
+}
+
+TEST_F(ZorbridgeRequests, ToTheBridgeShowLogStatusAndTrace) {
+  StartBridge("call.bridge = status log trace\n");
+  EXPECT_EQ(Ask("bridge/log")["result"], "absent");
+  Child syslogd = Child::Program({SYSLOGD_PROGRAM});
+  ASSERT_TRUE(syslogd.WaitForOutput("on the bus"));
+  ASSERT_EQ(ZOR_MSG_Init("tester"), ZOR_OK);
+  ZOR_LOG_API_Record_KLog(ZOR_LOG_KERNEL, ZOR_LOG_ERROR, 0, "first");
+  ZOR_LOG_API_Record_KLog(ZOR_LOG_KERNEL, ZOR_LOG_WARNING, 0, "second");
+  ZOR_LOG_API_Flush_Log(__LINE__, "test");
+  ZOR_MSG_Destroy();
+  EXPECT_THAT(Ask("bridge/log", R"({"count":1})")["lines"].dump(), HasSubstr("second"));
+  EXPECT_THAT(Ask("bridge/log", R"({"level":"error","type":"kernel"})")["lines"].dump(),
+              testing::AllOf(HasSubstr("first"), Not(HasSubstr("second"))));
+  EXPECT_EQ(Ask("bridge/log", R"({"level":"loud"})")["result"], "invalid");
+  EXPECT_EQ(Ask("bridge/nonsense")["result"], "refused");
+  EXPECT_EQ(Ask("bridge/trace", R"({"daemon":"cms"})")["result"], "invalid");
+
+  const WireClient operate = WireClient::Connect(root_.Path("/var/msgsvr"));
+  operate.Register("ctl1");
+  const auto settings = [&operate] {
+    return Json::parse(operate.Ask(MakeMessage(0xFF003, "", "", 0, std::string("traced\0\0\0\0\0\0", 12), 1)).body);
+  };
+  const Json former = settings();
+  const Json answer = Ask("bridge/trace", R"({"daemon":"traced","levels":{"demo":"debug"},"seconds":3600})");
+  EXPECT_EQ(answer["result"], "done") << answer;
+  Child traced = Child::Function([] {
+    if (ZOR_MSG_Init("traced") != ZOR_OK) return 1;
+    ZOR_TRACE_PrintInfoEx("demo", ZOR_TRACE_GetLevelByString("debug"), "%s", "a line \"of\" it");
+    return 0;
+  });
+  EXPECT_TRUE(Shown("zor/gw7/trace/traced {"));
+  EXPECT_TRUE(Shown(R"(a line \"of\" it)"));
+  EXPECT_NE(settings(), former);
+  Stop(SIGKILL);
+  Start(Settings());
+  EXPECT_TRUE(WaitUntil([&] { return settings() == former; })) << settings();
+}
+
+}  // namespace
+}  // namespace zor::test
