@@ -67,7 +67,7 @@ zor_package(development libmsgapi-dev libdevel
 daemon is built with.")
 zor_package(servers msgapi-servers net "message bus of a home gateway - servers"
   "${about}These are its servers: messages, notifications, log lines, the\n\
-configuration, the user-visible log, and a tunnel to other boards."
+configuration, the user-visible log, a tunnel to other boards, and a bridge\nto an MQTT broker."
   ${debian}/postinst ${debian}/prerm ${debian}/postrm ${debian}/conffiles)
 zor_package(tool zorctl utils "message bus of a home gateway - operator's tool"
   "${about}This tool shows who is on the bus and what moves there, sends and calls,\n\

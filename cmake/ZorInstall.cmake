@@ -24,7 +24,7 @@ install(FILES ${PROJECT_BINARY_DIR}/msgapi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR
 # The servers with their units, users and directories.
 file(READ packaging/systemd/hardening.conf hardening)
 string(STRIP "${hardening}" hardening)
-foreach(server msgsvr notifyserver mlogserver cms syslogd zortunnel)
+foreach(server msgsvr notifyserver mlogserver cms syslogd zortunnel zorbridge)
   install(TARGETS ${server} RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT servers)
   configure_file(packaging/systemd/${server}.service.in packaging/${server}.service @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/packaging/${server}.service DESTINATION lib/systemd/system COMPONENT servers)

@@ -73,8 +73,8 @@ echo 'ok it is installed'
 say 'installing'
 quietly apt-get -qq install -y --no-install-recommends ./*.deb
 for package in "${ours[@]}"; do expect "$package is installed" dpkg --verify "$package"; done
-expect 'the units are sound' systemd-analyze --man=no verify "${servers[@]/%/.service}" zortunnel.service
-for server in "${servers[@]}" zortunnel; do
+expect 'the units are sound' systemd-analyze --man=no verify "${servers[@]/%/.service}" zortunnel.service zorbridge.service
+for server in "${servers[@]}" zortunnel zorbridge; do
   printf '%-14s %s\n' "$server" "$(systemd-analyze security --offline=true --no-pager "$server.service" |
     sed -n 's/.*exposure level for [^:]*: \([0-9.]* [A-Z]*\).*/exposure \1/p')"
 done
