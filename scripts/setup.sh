@@ -8,13 +8,13 @@ packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-
   nlohmann-json3-dev)
 # Tests and demo start a broker of their own.
 broker=(mosquitto mosquitto-clients)
-tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt "${broker[@]}")
+tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt openssl "${broker[@]}")
 case ${1:-demo} in
   demo) packages+=("${broker[@]}") ;;
   tests) packages+=("${tests[@]}") ;;
   any-day) packages+=("${tests[@]}" faketime util-linux hostname tzdata) ;;
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
-  bench) packages+=(libc-ares-dev libcurl4-openssl-dev "${broker[@]}") ;;
+  bench) packages+=(libc-ares-dev libcurl4-openssl-dev openssl "${broker[@]}") ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
   package) packages+=(dpkg-dev file lintian abigail-tools debootstrap procps) ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user "${broker[@]}") ;;
