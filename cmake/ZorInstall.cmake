@@ -37,6 +37,7 @@ endforeach()
 
 # The operator's tool with its completions.
 install(TARGETS zorctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+install(TARGETS zorctl_fleet LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/zorctl COMPONENT tool)
 install(FILES tools/zorctl/completion/zorctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
   RENAME zorctl COMPONENT tool)
 install(FILES tools/zorctl/completion/_zorctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
