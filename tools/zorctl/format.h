@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <ctime>
 #include <string>
 
@@ -16,6 +17,9 @@ std::string UserName(uid_t uid);
 
 // "2026-11-21 09:30:00", local time.
 std::string LocalTimeText(std::time_t time);
+
+// "12.0 s", "7 min", "3 h", "20 d".
+std::string LongAgeText(std::chrono::milliseconds age);
 
 using daemon::AgeText;
 using daemon::HexText;

@@ -104,9 +104,14 @@ std::string Bold(std::string_view text) {
 }
 
 void ShowProgress(std::string_view text) {
-  if (::isatty(STDERR_FILENO) != 1) return;
+  const size_t columns = ProgressWidth();
+  if (columns == 0) return;
   std::fputs(kClearLine, stderr);
-  std::fputs(Cut(text, ColumnsOf(STDERR_FILENO) - 1).c_str(), stderr);
+  std::fputs(Cut(text, columns).c_str(), stderr);
+}
+
+size_t ProgressWidth() {
+  return ::isatty(STDERR_FILENO) == 1 ? ColumnsOf(STDERR_FILENO) - 1 : 0;
 }
 
 }  // namespace zor::ctl

@@ -38,6 +38,8 @@ std::string Bold(std::string_view text);
 // A line on standard error that the next one replaces, for long work; nothing unless that is a terminal. An empty text
 // removes the line.
 void ShowProgress(std::string_view text);
+// The columns that it has; 0 if nothing is shown.
+size_t ProgressWidth();
 
 }  // namespace zor::ctl
 
