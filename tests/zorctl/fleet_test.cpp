@@ -4,6 +4,7 @@
 
 #include "zorctl/fleet_sum.h"
 #include "zorctl/foreign_json.h"
+#include "zorctl/metrics.h"
 #include "zorctl/pattern.h"
 #include "zorctl/progress.h"
 
@@ -73,6 +74,17 @@ TEST(ForeignJson, OfAListKeepsWhatHasTheRightType) {
                 .dump(),
             R"({"clients":[{"events":[1],"name":"web","pending":[{"type":8}],"pid":-1,"waiting":{}}],)"
             R"("server":{"access":{},"out":2}})");
+}
+
+TEST(Metrics, EscapeLabelsAndAddUp) {
+  constexpr MetricFamily kFamily = {"zor_seen", MetricFamily::Type::kCounter, "", "What was seen."};
+  Metrics metrics;
+  metrics.SetCommon({{"gateway", "a\"\\\n\xff"}});
+  metrics.Add(kFamily, {{"daemon", "web"}}, 1e15);
+  metrics.Add(kFamily, {{"daemon", "web"}}, 0.5);
+  EXPECT_EQ(metrics.Text(),
+            "# HELP zor_seen What was seen.\n# TYPE zor_seen counter\n"
+            "zor_seen_total{gateway=\"a\\\"\\\\\\n\xef\xbf\xbd\",daemon=\"web\"} 1000000000000000.5\n# EOF\n");
 }
 
 }  // namespace
