@@ -8,7 +8,8 @@ packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-
   nlohmann-json3-dev)
 # Tests and demo start a broker of their own.
 broker=(mosquitto mosquitto-clients)
-tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt openssl "${broker[@]}")
+tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt
+  python3-prometheus-client openssl "${broker[@]}")
 case ${1:-demo} in
   demo) packages+=("${broker[@]}") ;;
   tests) packages+=("${tests[@]}") ;;

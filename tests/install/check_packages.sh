@@ -136,6 +136,7 @@ expect 'trace settings are kept' sh -c 'zorctl trace set web all=debug && test -
 expect 'zorctl sees who they are' sh -c 'zorctl list | grep _zor-cms && zorctl list | grep _zor-syslog'
 expect 'a message that is not everybodys is refused' sh -c \
   '! setpriv --reuid second --regid _zorbus --clear-groups zorctl send CLEAN_CFG cms'
+expect 'zorctl loads its part for fleets' sh -c 'zorctl gateways --fleet mqtt://127.0.0.1:1; test $? -eq 6'
 expect 'zorctl is refused as another user' sh -c '! setpriv --reuid second --regid _zorbus --clear-groups zorctl list'
 
 attack_all

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "programs/messages/invalid.h"
+#include "zorctl/fleet_arguments.h"
 #include "zorctl/output.h"
 #include "zorctl/seconds_option.h"
 #include "zorctl/text.h"
@@ -17,12 +18,13 @@
 namespace zor::ctl {
 namespace {
 
-struct Declared {
+// The verb of the command line, with its options.
+struct Selected {
   const VerbRow *row;
   std::unique_ptr<Verb> verb;
-  CLI::App *app;
+  FleetArguments fleet;
   bool json = false;
-  double seconds;
+  double seconds = 0;
 };
 
 std::string ExitCodeTable() {
@@ -33,14 +35,20 @@ std::string ExitCodeTable() {
   return text;
 }
 
-void Declare(CLI::App &program, Declared &declared) {
-  const VerbRow &row = *declared.row;
-  declared.app = program.add_subcommand(row.name, std::string(row.purpose) + ".")->group("Verbs");
-  declared.seconds = row.timeoutSeconds;
-  declared.verb->Declare(*declared.app);
-  declared.app->add_flag("--json", declared.json, "Print JSON");
-  AddSeconds(*declared.app, "--timeout", declared.seconds, "Maximum time to wait");
-  declared.app->footer(std::string("examples:\n") + row.examples);
+CLI::App *AddVerb(CLI::App &program, const VerbRow &row) {
+  return program.add_subcommand(row.name, std::string(row.purpose) + ".")->group("Verbs");
+}
+
+// Options take time to declare, so only the selected verb has any.
+void Declare(CLI::App &program, Selected &selected) {
+  const VerbRow &row = *selected.row;
+  CLI::App &app = *AddVerb(program, row);
+  selected.seconds = row.timeoutSeconds;
+  selected.verb->Declare(app);
+  app.add_flag("--json", selected.json, "Print JSON");
+  AddSeconds(app, "--timeout", selected.seconds, "Maximum time to wait");
+  selected.fleet.Declare(app, row.reach);
+  app.footer(std::string("examples:\n") + row.examples);
 }
 
 void PrintError(const std::string &verb, const std::string &what, const std::string &advice) {
@@ -49,16 +57,10 @@ void PrintError(const std::string &verb, const std::string &what, const std::str
   std::fprintf(stderr, "%s: %s; %s\n", subject.c_str(), what.c_str(), advice.c_str());
 }
 
-bool IsVerb(std::string_view name) {
-  return std::any_of(Verbs().begin(), Verbs().end(), [=](const VerbRow &row) { return row.name == name; });
-}
-
-// The verb that the arguments name; null without one.
-const Declared *Selected(const std::vector<Declared> &all) {
-  for (const Declared &each : all) {
-    if (each.app->parsed()) return &each;
-  }
-  return nullptr;
+// The row of a verb; null for anything else.
+const VerbRow *RowOf(std::string_view name) {
+  const auto row = std::find_if(Verbs().begin(), Verbs().end(), [=](const VerbRow &each) { return each.name == name; });
+  return row == Verbs().end() ? nullptr : &*row;
 }
 
 // CLI11's texts are sentences with a full stop.
@@ -79,11 +81,22 @@ int Fail(const std::string &verb, const std::exception &error, const std::string
   return code;
 }
 
-int RunVerb(const Declared &declared) {
-  const Common common = {declared.json, FromSeconds(declared.seconds)};
-  const std::string name = declared.row->name;
+ExitCode Run(const Selected &selected) {
+  const Common common = {selected.json, FromSeconds(selected.seconds)};
+  const Reach reach = selected.row->reach;
+  const bool onFleet = reach == Reach::kFleet || (reach != Reach::kNeither && selected.fleet.wanted());
+  if (!onFleet) return selected.verb->Run(common);
+  if (reach == Reach::kHere) {
+    throw Failure(kExitUsage, "works on this gateway only", "leave out --fleet, and unset ZOR_FLEET");
+  }
+  Fleet fleet = selected.fleet.Open(common.timeout);
+  return selected.verb->RunFleet(fleet, common);
+}
+
+int RunVerb(const Selected &selected) {
+  const std::string name = selected.row->name;
   try {
-    const ExitCode code = declared.verb->Run(common);
+    const ExitCode code = Run(selected);
     Flush();
     return code;
   } catch (const OutputClosed &) {
@@ -100,6 +113,14 @@ int RunVerb(const Declared &declared) {
   }
 }
 
+// The words of the command line, the verb first.
+std::vector<std::string> VerbFirst(int count, char **arguments) {
+  std::vector<std::string> words(arguments + 1, arguments + count);
+  const auto verb = words.begin() + static_cast<std::ptrdiff_t>(CountFleetWords(words));
+  if (verb != words.end()) std::rotate(words.begin(), verb, verb + 1);
+  return words;
+}
+
 int Main(int count, char **arguments) {
   TakeOutput();
   CLI::App program("Inspects the message bus, sends on it and configures it.", "zorctl");
@@ -108,24 +129,29 @@ int Main(int count, char **arguments) {
   program.require_subcommand(1);
   program.footer("zorctl VERB --help explains a verb.\n\n" + ExitCodeTable() +
                  "\nThe environment variable ZOR_ROOT moves every fixed path beneath the directory that it names.");
-  if (count < 2 || (*arguments[1] != '-' && !IsVerb(arguments[1]))) {
-    PrintError("", count < 2 ? "no verb" : "unknown verb " + Escape(arguments[1]), "zorctl --help lists the verbs");
+  std::vector<std::string> words = VerbFirst(count, arguments);
+  const VerbRow *row = words.empty() ? nullptr : RowOf(words.front());
+  if (words.empty() || (row == nullptr && !words.front().starts_with('-'))) {
+    PrintError("", words.empty() ? "no verb" : "unknown verb " + Escape(words.front()),
+               "zorctl --help lists the verbs");
     return kExitUsage;
   }
-  std::vector<Declared> declared;
-  for (const VerbRow &row : Verbs()) declared.push_back({&row, row.make(), nullptr, false, 0});
-  for (Declared &each : declared) Declare(program, each);
+  Selected selected = {row, row == nullptr ? nullptr : row->make(), {}};
+  if (row != nullptr) Declare(program, selected);
+  for (const VerbRow &each : Verbs()) {
+    if (row == nullptr) AddVerb(program, each);
+  }
   try {
-    program.parse(count, arguments);
+    std::reverse(words.begin(), words.end());  // as CLI11 takes them
+    program.parse(std::move(words));
   } catch (const CLI::Success &) {
     Print(program.help());
     Flush();
     return kExitOk;
   } catch (const CLI::ParseError &error) {
-    const Declared *verb = Selected(declared);
-    return ReportUsage(error, verb == nullptr ? "" : verb->row->name);
+    return ReportUsage(error, row == nullptr ? "" : row->name);
   }
-  return RunVerb(*Selected(declared));
+  return RunVerb(selected);
 }
 
 }  // namespace

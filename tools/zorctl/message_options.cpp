@@ -1,7 +1,10 @@
 #include "zorctl/message_options.h"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
+#include "programs/fleet_wire.h"
+#include "programs/messages/base64.h"
 #include "programs/messages/body.h"
 #include "programs/messages/hex.h"
 #include "programs/messages/message_types.h"
@@ -12,6 +15,9 @@
 #include "zorctl/value.h"
 
 namespace zor::ctl {
+
+using Json = nlohmann::ordered_json;
+
 void MessageOptions::Declare(CLI::App &app) {
   app.add_option("TYPE", type_, "The message type, a number or a name (zorctl complete types)")
       ->required()
@@ -67,6 +73,40 @@ Outgoing MessageOptions::Build() const {
     message.body = messages::EncodeItems(ParsePairs(items_), messages::RequireUint32(subType_, "--subtype"));
   }
   return message;
+}
+
+FleetCall MessageOptions::BuildForBridge() const {
+  Json payload = Json::object();
+  for (const auto &[name, text] : ParsePairs({words_.begin() + 1, words_.end()})) {
+    const Json value = Json::parse(text, nullptr, false);
+    payload[name] = value.is_discarded() ? Json(text) : value;
+  }
+  return {fleet::Topic({fleet::topic::kCall, fleet::kBridge, type_}), payload.dump()};
+}
+
+FleetCall MessageOptions::BuildForFleet() const {
+  if (!words_.empty() && words_.front() == fleet::kBridge) return BuildForBridge();
+  const Outgoing message = Build();
+  const messages::MessageType *known = messages::FindType(message.type);
+  std::string daemon = message.destination;
+  if (daemon.empty() && known != nullptr && known->to != "server" && known->to != "any") daemon = known->to;
+  if (daemon.empty()) {
+    throw Failure(kExitUsage, "no daemon is named", "a request to a fleet names the daemon behind the type");
+  }
+  Outgoing ignored;
+  messages::Values given;
+  SortWords(ignored, given);
+  Json payload = Json::object();
+  if (message.data != 0) payload["data"] = message.data;
+  if (!given.empty()) {
+    // As numbers and texts, whatever the byte order there is.
+    const Json all = messages::Decode(known->request, message.data, message.body);
+    for (const auto &[name, text] : given) payload["fields"][name] = all.value(name, Json(text));
+    if (!data_) payload.erase("data");  // one of the fields
+  } else if (!message.body.empty()) {
+    payload["base64"] = messages::ToBase64(message.body);
+  }
+  return {fleet::Topic({fleet::topic::kCall, daemon, messages::TypeText(message.type)}), payload.dump()};
 }
 
 }  // namespace zor::ctl

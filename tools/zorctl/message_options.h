@@ -14,15 +14,26 @@ class App;
 
 namespace zor::ctl {
 
+// A request to a daemon on a gateway of a fleet.
+struct FleetCall {
+  std::string topic;  // below the gateway's
+  std::string payload;
+};
+
 class MessageOptions {
  public:
   void Declare(CLI::App &app);
+  // The same for a gateway of a fleet: known fields travel by their names, other bodies as bytes. Requests to the
+  // bridge itself have names of their own, and fields of any kind.
+  FleetCall BuildForFleet() const;
   // Reads files; throws Failure for arguments that do not make a message.
   Outgoing Build() const;
 
  private:
   // A destination, if the first word is one, and the rest as names with values.
   void SortWords(Outgoing &message, std::vector<std::pair<std::string, std::string>> &fields) const;
+
+  FleetCall BuildForBridge() const;
 
   std::string type_;
   std::vector<std::string> words_;  // [NAME] [FIELD=VALUE...]

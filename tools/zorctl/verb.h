@@ -23,6 +23,8 @@ struct Common {
   Deadline deadline() const { return Deadline(timeout); }
 };
 
+class Fleet;
+
 class Verb {
  public:
   virtual ~Verb() = default;
@@ -31,7 +33,13 @@ class Verb {
   // Throws Failure or Invalid for anything but success; other codes are for verbs that have already printed their
   // result.
   virtual ExitCode Run(const Common &common) = 0;
+  // The same on the gateways of a fleet, for verbs whose reach includes it.
+  virtual ExitCode RunFleet(Fleet &fleet, const Common &common);
 };
+
+// Where a verb can work: on the bus here, on the gateways of a fleet, on both, or on neither since it is about the
+// tool.
+enum class Reach { kHere, kFleet, kBoth, kNeither };
 
 constexpr double kDefaultTimeoutSeconds = 5;
 
@@ -44,6 +52,7 @@ struct VerbRow {
   // Sources of its words' completions: names, types, modules, or the words themselves with bars between; the last
   // repeats.
   const char *completes = "";
+  Reach reach = Reach::kHere;
 };
 
 // All verbs, as --help lists them.

@@ -2,12 +2,14 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "programs/messages/base64.h"
 #include "programs/messages/body.h"
-#include "programs/messages/hex.h"
 #include "programs/messages/message_types.h"
+#include "zorctl/fleet_report.h"
+#include "zorctl/fleet_requests.h"
 #include "zorctl/message_options.h"
 #include "zorctl/output.h"
-#include "zorctl/text.h"
+#include "zorctl/reply_fields.h"
 #include "zorctl/verbs.h"
 
 namespace zor::ctl {
@@ -22,31 +24,6 @@ Json Explain(const Message &reply) {
   Json fields = {{"data", reply.data}};
   fields.update(messages::DecodeUnknown(reply.body));
   return fields;
-}
-
-void PrintItems(const Json &items) {
-  for (const Json &item : items) {
-    Print(Escape(item["name"].get<std::string>()) + " = " + Escape(item["value"].get<std::string>()) + "\n");
-  }
-}
-
-void PrintField(const std::string &name, const Json &value) {
-  if (value.is_object() && value.contains("items")) {
-    Print("error_code: " + value["error_code"].dump() + "\nsub_type: " + value["sub_type"].dump() + "\n");
-    PrintItems(value["items"]);
-  } else if (name == "hex") {
-    Print(messages::HexDump(messages::ParseHex(value.get<std::string>())));
-  } else if (value.is_string()) {
-    Print(name + ": " + Escape(value.get<std::string>()) + "\n");
-  } else {
-    Print(name + ": " + value.dump(value.is_structured() ? 2 : -1, ' ', false, Json::error_handler_t::replace) + "\n");
-  }
-}
-
-// Whether the reply reports a failure.
-bool IsError(const Json &fields) {
-  const Json items = fields.value("items", Json::object());
-  return fields.value("result", Json(0)) != 0 || (items.is_object() && items.value("error_code", 0u) != 0);
 }
 
 class CallVerb : public Verb {
@@ -65,12 +42,52 @@ class CallVerb : public Verb {
                      {"source", reply.source},
                      {"fields", fields}});
     } else {
-      for (const auto &[name, value] : fields.items()) PrintField(name, value);
+      PrintFields(fields);
     }
     return IsError(fields) ? kExitRefused : kExitOk;
   }
 
+  ExitCode RunFleet(Fleet &fleet, const Common &common) override {
+    const FleetCall call = options_.BuildForFleet();
+    const std::vector<Gateway> gateways = fleet.Survey(Fleet::Need::kPresence);
+    FleetReport report(fleet, common.json, gateways);
+    FleetRequests requests(fleet, call.topic, call.payload);
+    bool failed = false;
+    requests.Run(gateways, report.sum(), [&](const FleetAnswer &answer) {
+      report.Add(answer, [&] {
+        const Json fields = FieldsOf(answer.reply);
+        failed = failed || IsError(fields);
+        PrintDone(report, answer, fields);
+      });
+    });
+    const ExitCode code = report.Finish();
+    return code == kExitOk && failed ? kExitRefused : code;
+  }
+
  private:
+  // What a done reply holds besides its envelope; bytes of an unknown shape as digits.
+  static Json FieldsOf(const Json &reply) {
+    const Json &known = MemberOf(reply, "fields");
+    if (known.is_object()) return known;
+    Json fields = Json::object();
+    for (const auto &[name, value] : reply.items()) {
+      if (name != "schema" && name != "gateway" && name != "result" && name != "base64") fields[name] = value;
+    }
+    const auto bytes = messages::ParseBase64(TextOf(reply, "base64"));
+    if (bytes) fields.update(messages::DecodeUnknown(*bytes));
+    return fields;
+  }
+
+  static void PrintDone(const FleetReport &report, const FleetAnswer &answer, const Json &fields) {
+    if (report.json()) {
+      Print(JsonLine(Json{{"gateway", answer.gateway}, {"result", "done"}, {"fields", fields}}));
+    } else if (report.isForOne()) {
+      PrintFields(fields);
+    } else {
+      report.PrintLine(answer.gateway, FieldsLine(fields));
+    }
+  }
+
   MessageOptions options_;
 };
 

@@ -9,6 +9,7 @@
 #include "programs/messages/event.h"
 #include "programs/messages/message_types.h"
 #include "zorctl/bus.h"
+#include "zorctl/fleet_arguments.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -50,6 +51,8 @@ Words OptionsOf(const VerbRow &row) {
   CLI::App app;
   const std::unique_ptr<Verb> verb = row.make();
   verb->Declare(app);
+  FleetArguments fleet;
+  if (row.reach != Reach::kHere) fleet.Declare(app, row.reach);
   Words words = {"--json", "--timeout", "--help"};
   for (const CLI::Option *option : app.get_options()) {
     for (const std::string &name : option->get_lnames()) words.push_back("--" + name);
@@ -100,8 +103,11 @@ std::string_view SourceAt(const VerbRow &row, size_t place) {
   return completes.substr(0, completes.find(' '));
 }
 
-// Candidates for the last word of a command line, whose first word is a verb.
-Words CandidatesFor(const Words &line) {
+// Candidates for the last word of a command line, whose first words are a verb, perhaps after options of a fleet.
+Words CandidatesFor(Words line) {
+  if (!line.empty())
+    line.erase(line.begin(),
+               line.begin() + static_cast<std::ptrdiff_t>(CountFleetWords({line.begin(), line.end() - 1})));
   if (line.size() < 2) return VerbNames();
   const auto row =
       std::find_if(Verbs().begin(), Verbs().end(), [&](const VerbRow &each) { return each.name == line[0]; });

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "zorctl/bus.h"
+#include "zorctl/fleet_report.h"
 #include "zorctl/format.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
@@ -62,11 +63,35 @@ std::string PatternsText(const Json &client) {
   return patterns.empty() ? "-" : Join(patterns, ",");
 }
 
+constexpr size_t kUserColumn = 2;
+
 class ListVerb : public Verb {
  public:
   void Declare(CLI::App &app) override {
     app.add_flag("-v,--verbose", verbose_,
                  "Also list memory held in the server, subscriptions, restful patterns and this command itself");
+  }
+
+  // From the gateways' latest status, whose age is shown.
+  ExitCode RunFleet(Fleet &fleet, const Common &common) override {
+    const std::vector<Gateway> gateways = fleet.Survey(Fleet::Need::kBus);
+    FleetReport report(fleet, common.json, gateways);
+    std::vector<Table::Column> columns = Columns();
+    columns.insert(columns.begin(), {{"GATEWAY"}, {"AGE", Align::kRight}});
+    Table table(std::move(columns));
+    bool any = false;
+    for (const Gateway &gateway : gateways) {
+      if (common.json || StatusOf(gateway).outcome != Outcome::kDone) continue;
+      AddGateway(gateway, table);
+      any = true;
+    }
+    if (any) table.Print();
+    for (const Gateway &gateway : gateways) {
+      report.Add(StatusOf(gateway), [&] {
+        if (common.json) PrintGateway(gateway);
+      });
+    }
+    return report.Finish();
   }
 
   ExitCode Run(const Common &common) override {
@@ -82,7 +107,7 @@ class ListVerb : public Verb {
   }
 
  private:
-  void PrintClients(const Json &reply) const {
+  std::vector<Table::Column> Columns() const {
     std::vector<Table::Column> columns = {{"NAME"},
                                           {"PID", Align::kRight},
                                           {"USER"},
@@ -92,7 +117,29 @@ class ListVerb : public Verb {
                                           {"OUT", Align::kRight},
                                           {"DROPPED", Align::kRight}};
     if (verbose_) columns.insert(columns.end(), {{"HELD", Align::kRight}, {"EVENTS"}, {"PATTERNS"}});
-    Table table(std::move(columns));
+    return columns;
+  }
+
+  void AddGateway(const Gateway &gateway, Table &table) const {
+    const std::string age = StatusAgeText(gateway);
+    const Json list = CheckedList(MemberOf(gateway.status, "bus"));
+    for (const Json &client : list["clients"]) {
+      Table::Row row = RowOf(client);
+      row[kUserColumn] = std::to_string(client.value("uid", int64_t{0}));  // a user of that machine
+      row.insert(row.begin(), {gateway.name, age});
+      table.Add(row);
+    }
+  }
+
+  static void PrintGateway(const Gateway &gateway) {
+    Json object = CheckedList(MemberOf(gateway.status, "bus"));
+    object["gateway"] = gateway.name;
+    object["time"] = TextOf(gateway.status, "time");
+    PrintJson(object);
+  }
+
+  void PrintClients(const Json &reply) const {
+    Table table(Columns());
     for (const Json &client : reply.value("clients", Json::array())) {
       if (verbose_ || !client.value("self", false)) table.Add(RowOf(client));
     }

@@ -9,8 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "programs/fleet_wire.h"
 #include "programs/messages/event.h"
 #include "zorctl/bus.h"
+#include "zorctl/fleet_stream.h"
 #include "zorctl/number_option.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
@@ -43,12 +45,45 @@ class ListenVerb : public Verb {
       if (++count == limit_) return kExitOk;
     }
     if (limit_ == 0 || bus.stopped()) return kExitOk;
-    throw Failure(kExitTimeOver,
-                  "received " + std::to_string(count) + " of " + std::to_string(limit_) + " events in time",
-                  "check whether the publisher runs, or increase --timeout");
+    throw TooFew(count);
+  }
+
+  ExitCode RunFleet(Fleet &fleet, const Common &common) override {
+    std::vector<std::string> topics = {"gap"};
+    for (const std::string &module : modules_) topics.push_back("event/" + fleet::Level(module) + "/+");
+    if (modules_.empty()) topics.insert(topics.end(), {"event/+/+", "log"});  // log records have numbers too
+    const Deadline deadline = common.deadline();
+    daemon::StopSignal stop;
+    fleet.line().StopWith(stop);
+    FleetStream stream(fleet, topics, modules_.empty());
+    if (verbose_) std::fputs("zorctl listen: listening\n", stderr);
+    uint64_t count = 0;
+    const auto onRecord = [&](const StreamRecord &record) {
+      PrintRecord(record);
+      const bool counts = record.topic.starts_with("event/") && !record.isDouble;
+      return !counts || ++count != limit_;
+    };
+    if (stream.Run(deadline, onRecord) || limit_ == 0 || fleet.line().stopped()) return kExitOk;
+    throw TooFew(count);
   }
 
  private:
+  Failure TooFew(uint64_t count) const {
+    return {kExitTimeOver, "received " + std::to_string(count) + " of " + std::to_string(limit_) + " events in time",
+            "check whether the publisher runs, or increase --timeout"};
+  }
+
+  // The gateway is that of the topic, which the broker has checked.
+  static void PrintRecord(const StreamRecord &record) {
+    if (record.missing > 0) Print(JsonLine(ForeignJson{{"gateway", record.gateway}, {"missing", record.missing}}));
+    if (record.topic == "log") return;
+    ForeignJson line = record.document;
+    line["gateway"] = record.gateway;
+    if (record.topic == "gap") line["gap"] = true;
+    if (record.isDouble) line["double"] = true;
+    Print(JsonLine(line));
+  }
+
   static void Subscribe(Bus &bus, const std::set<uint32_t> &types, const Deadline &deadline) {
     for (const uint32_t type : types) bus.Send({ZOR_MSG_SUBSCRIBE_EVENT, "", type, ""}, deadline);
     if (types.empty()) bus.Send({ZOR_MSG_SUBSCRIBE_EVENT, "", ZOR_EVT_ALL, ""}, deadline);

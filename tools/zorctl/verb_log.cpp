@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -16,9 +17,14 @@
 #include <vector>
 
 #include "common/malloc_ptr.h"
+#include "programs/fleet_wire.h"
+#include "programs/messages/invalid.h"
 #include "programs/messages/log_names.h"
 #include "programs/paths.h"
 #include "zorctl/bus.h"
+#include "zorctl/fleet_report.h"
+#include "zorctl/fleet_requests.h"
+#include "zorctl/fleet_stream.h"
 #include "zorctl/log_lines.h"
 #include "zorctl/number_option.h"
 #include "zorctl/output.h"
@@ -34,6 +40,14 @@ namespace {
 constexpr uint32_t kRefused = 0xffffffff;
 // Lines that each query of --follow requests. If none of them was in the previous result, there are more new ones.
 constexpr uint32_t kFollowWindow = 200;
+
+// Whether a record that a gateway published is of these types and levels.
+bool IsWanted(const ForeignJson &record, uint32_t types, uint32_t levels) try {
+  const uint32_t level = std::bit_floor(messages::LogLevels(TextOf(record, "level")));  // its own bit is the highest
+  return (messages::LogTypes({TextOf(record, "type")}) & types) != 0 && (level & levels) != 0;
+} catch (const messages::Invalid &) {
+  return false;
+}
 
 // A result of our own, directly in the daemon's directory; removed with the object.
 class ResultFile {
@@ -104,7 +118,72 @@ class LogVerb : public Verb {
     return kExitOk;
   }
 
+  ExitCode RunFleet(Fleet &fleet, const Common &common) override {
+    if (!statistic_.empty() || language_ != "en") {
+      throw Failure(kExitUsage, "works on this gateway only with --stat or --language", "leave them out");
+    }
+    return follow_ ? FollowFleet(fleet, common) : AskFleet(fleet, common);
+  }
+
  private:
+  // The bridges ask the daemons of their gateways.
+  ExitCode AskFleet(Fleet &fleet, const Common &common) const {
+    ForeignJson query = {{"count", count_ == 0 ? UINT32_MAX : count_}};
+    if (!level_.empty()) query["level"] = level_;
+    if (types_.size() > 1) throw Failure(kExitUsage, "more than one type", "a gateway's bridge takes one");
+    if (!types_.empty()) query["type"] = types_.front();
+    const std::vector<Gateway> gateways = fleet.Survey(Fleet::Need::kPresence);
+    FleetReport report(fleet, common.json, gateways);
+    FleetRequests requests(fleet, fleet::Topic({fleet::topic::kCall, fleet::kBridge, "log"}), query.dump());
+    requests.Run(gateways, report.sum(),
+                 [&](const FleetAnswer &answer) { report.Add(answer, [&] { PrintGatewayLines(report, answer); }); });
+    return report.Finish();
+  }
+
+  static void PrintGatewayLines(const FleetReport &report, const FleetAnswer &answer) {
+    for (const std::string &line : TextsOf(answer.reply, "lines")) {
+      if (report.json()) {
+        const auto parsed = ParseLogLine(line);
+        ForeignJson object = {{"gateway", answer.gateway}};
+        if (parsed) object.update({{"time", parsed->time}, {"type", parsed->type}, {"level", parsed->level}});
+        object["text"] = parsed ? parsed->text : line;
+        Print(JsonLine(object));
+      } else if (report.isForOne()) {
+        Print(Escape(line) + "\n");
+      } else {
+        report.PrintLine(answer.gateway, Escape(line));
+      }
+    }
+  }
+
+  // New records alone, as the bridges publish them.
+  ExitCode FollowFleet(Fleet &fleet, const Common &common) const {
+    const uint32_t levels = messages::LogLevels(level_), types = messages::LogTypes(types_);
+    daemon::StopSignal stop;
+    fleet.line().StopWith(stop);
+    FleetStream stream(fleet, {"log", "gap"}, false);
+    stream.Run(Deadline(FromSeconds(followSeconds_)), [&](const StreamRecord &record) {
+      if (!record.isDouble && (record.topic == "gap" || IsWanted(record.document, types, levels))) {
+        PrintRecord(record, common.json);
+      }
+      return true;
+    });
+    return kExitOk;
+  }
+
+  static void PrintRecord(const StreamRecord &record, bool json) {
+    if (json) {
+      ForeignJson line = record.document;
+      line["gateway"] = record.gateway;
+      return Print(JsonLine(line));
+    }
+    const ForeignJson &document = record.document;
+    const std::string text = record.topic == "gap" ? std::to_string(CountOf(document, "lost")) + " records are lost"
+                                                   : "[" + TextOf(document, "type") + "][" + TextOf(document, "level") +
+                                                         "] " + TextOf(document, "text");
+    Print(Escape(record.gateway) + "  " + Escape(TextOf(document, "time")) + " " + Escape(text) + "\n");
+  }
+
   Lines Query(Bus &bus, uint32_t typeLevel, uint32_t count, const Deadline &deadline) const {
     const ResultFile result(directory_);
     ZOR_LOG_QUERY query = {};

@@ -12,7 +12,7 @@ constexpr VerbRow kVerbs[] = {
     {"list", "List the daemons on the bus",
      "  zorctl list -v\n"
      "  zorctl list --json | jq '.clients[].name'\n",
-     MakeListVerb},
+     MakeListVerb, kDefaultTimeoutSeconds, "", Reach::kBoth},
     {"send", "Send a one-way message",
      "  zorctl send DB_SAVE user=0\n"
      "  zorctl send 0x61001 web --data 7 --text hello\n",
@@ -20,7 +20,7 @@ constexpr VerbRow kVerbs[] = {
     {"call", "Send a request and print the reply",
      "  zorctl call GET_PROCESS_NUM daemon=web\n"
      "  zorctl call DM cms --subtype 1 --item device=lamp\n",
-     MakeCallVerb, kDefaultTimeoutSeconds, "types names nothing"},
+     MakeCallVerb, kDefaultTimeoutSeconds, "types names nothing", Reach::kBoth},
     {"wait", "Wait until daemons are on the bus",
      "  zorctl wait cms syslog\n"
      "  zorctl wait web --timeout 120 && zorctl call 0x4001 web\n",
@@ -28,7 +28,11 @@ constexpr VerbRow kVerbs[] = {
     {"why", "Explain why a daemon does not reply: its unread messages, and which daemons wait for each other",
      "  zorctl why web\n"
      "  zorctl why --all --json | jq -r '.chains[].verdict'\n",
-     MakeWhyVerb, kDefaultTimeoutSeconds, "names"},
+     MakeWhyVerb, kDefaultTimeoutSeconds, "names", Reach::kBoth},
+    {"metrics", "Print measurements of the bus in the format OpenMetrics",
+     "  zorctl metrics\n"
+     "  zorctl metrics --fleet mqtts://broker.example > fleet.prom\n",
+     MakeMetricsVerb, kDefaultTimeoutSeconds, "", Reach::kBoth},
     {"monitor", "Print a copy of the traffic as lines, JSON or a capture; ends after --timeout, --limit or Ctrl-C",
      "  zorctl monitor --name web --timeout 10\n"
      "  zorctl monitor --type 0x5000-0x50FF --pcapng bus.pcapng\n",
@@ -36,11 +40,11 @@ constexpr VerbRow kVerbs[] = {
     {"log", "Print the log that users see, or a statistic of the logging daemon",
      "  zorctl log --type user,system --level warning --count 20\n"
      "  zorctl log --follow --language zh\n",
-     MakeLogVerb},
+     MakeLogVerb, kDefaultTimeoutSeconds, "", Reach::kBoth},
     {"listen", "Print events as they are published, one line of JSON each",
      "  zorctl listen --limit 1 --timeout 600 lan\n"
      "  zorctl listen | jq .EventType\n",
-     MakeListenVerb, 60, "modules"},
+     MakeListenVerb, 60, "modules", Reach::kBoth},
     {"publish", "Publish an event",
      "  zorctl publish lan link port=1 state=up\n"
      "  zorctl publish network lease --json-payload '{\"hosts\":[2,3]}'\n",
@@ -70,6 +74,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl access test 50-web.conf\n",
      MakeAccessVerb, kDefaultTimeoutSeconds,
      "explain|learn|test any|user:|group:|unit:|exe:|board:|own|serve|send|publish|subscribe|post|control|module"},
+    {"gateways", "List the gateways of a fleet: which are online, since when, and what is unwell",
+     "  zorctl gateways --fleet mqtts://broker.example --unwell\n"
+     "  zorctl gateways --json --gateway 'north-*' | jq -r .gateway\n",
+     MakeGatewaysVerb, kDefaultTimeoutSeconds, "", Reach::kFleet},
     {"server", "Restart the message server or the notification server; its clients stay connected",
      "  zorctl server restart\n"
      "  zorctl server restart notifyserver\n",
@@ -77,10 +85,14 @@ constexpr VerbRow kVerbs[] = {
     {"complete", "List completions of a word of a command line",
      "  zorctl complete types\n"
      "  zorctl complete line exit \"\"\n",
-     MakeCompleteVerb, kDefaultTimeoutSeconds, "what"},
+     MakeCompleteVerb, kDefaultTimeoutSeconds, "what", Reach::kNeither},
 };
 
 }  // namespace
+
+ExitCode Verb::RunFleet(Fleet &, const Common &) {
+  throw Failure(kExitUsage, "works on this gateway only", "leave out --fleet");
+}
 
 std::span<const VerbRow> Verbs() {
   return kVerbs;

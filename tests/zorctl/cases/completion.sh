@@ -26,6 +26,8 @@ offers call DB_SAVE lamp ''
 offers publish wl
 offers send --t
 offers why --a
+offers list --ga
+offers gateways --un
 offers server ''
 offers server restart n
 offers nonsense ''

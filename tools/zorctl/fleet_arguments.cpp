@@ -1,0 +1,72 @@
+#include "zorctl/fleet_arguments.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+
+#include "zorctl/number_option.h"
+
+namespace zor::ctl {
+namespace {
+
+struct Option {
+  const char *name;
+  std::string FleetOptions::*value;
+  const char *type;
+  const char *help;
+};
+
+constexpr std::array kOptions = {
+    Option{"--fleet", &FleetOptions::url, "URL",
+           "Work on gateways through their broker: mqtt://[USER@]HOST[:PORT][/PREFIX] or mqtts://... (ZOR_FLEET)"},
+    Option{"--ca", &FleetOptions::authority, "FILE", "Who may vouch for the broker, in PEM (ZOR_FLEET_CA)"},
+    Option{"--cert", &FleetOptions::certificate, "FILE", "This user's certificate, in PEM (ZOR_FLEET_CERT)"},
+    Option{"--key", &FleetOptions::key, "FILE", "Its key (ZOR_FLEET_KEY)"},
+    Option{"--password-file", &FleetOptions::passwordFile, "FILE",
+           "The password of the URL's user (ZOR_FLEET_PASSWORD_FILE)"}};
+
+constexpr std::array kOthers = {std::string_view("--gateway"), std::string_view("--parallel")};
+
+bool IsFleetOption(std::string_view word) {
+  const std::string_view name = word.substr(0, word.find('='));
+  return std::any_of(kOptions.begin(), kOptions.end(), [=](const Option &each) { return each.name == name; }) ||
+         std::find(kOthers.begin(), kOthers.end(), name) != kOthers.end();
+}
+
+}  // namespace
+
+void FleetArguments::Declare(CLI::App &app, Reach reach) {
+  const bool shown = reach == Reach::kBoth || reach == Reach::kFleet;
+  for (const Option &each : kOptions) {
+    app.add_option(each.name, options_.*each.value, each.help)->type_name(each.type)->group(shown ? "On a fleet" : "");
+    if (!shown) return;
+  }
+  app.add_option("--gateway", scope_.gateways, "Only these gateways: names, or patterns with * and ?; repeatable")
+      ->type_name("NAME")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->group("On a fleet");
+  AddNumber(app, "--parallel", scope_.parallel, "Requests that may be under way at one time", 1)
+      ->capture_default_str()
+      ->group("On a fleet");
+}
+
+bool FleetArguments::wanted() const {
+  const char *variable = std::getenv("ZOR_FLEET");
+  return !options_.url.empty() || !scope_.gateways.empty() || (variable != nullptr && *variable != '\0');
+}
+
+Fleet FleetArguments::Open(Milliseconds timeout) const {
+  return {AccessOf(CompleteFleetOptions(options_)), scope_, timeout};
+}
+
+size_t CountFleetWords(const std::vector<std::string> &words) {
+  size_t count = 0;
+  while (count < words.size() && IsFleetOption(words[count])) {
+    count += words[count].find('=') == std::string::npos ? 2 : 1;
+  }
+  return std::min(count, words.size());
+}
+
+}  // namespace zor::ctl
