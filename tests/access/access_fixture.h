@@ -23,10 +23,10 @@ inline void WriteFile(const std::string &path, const std::string &text) {
 class Access : public testing::Test {
  protected:
   Access() {
-    WriteFile(
-        root_.Path("/etc/passwd"),
-        "root:x:0:0:::\n_zor-msgsvr:x:101:110:::\n_zor-notify:x:102:110:::\n_zor-mlog:x:103:110:::\n"
-        "_zor-cms:x:104:110:::\n_zor-syslog:x:105:110:::\nweb:x:106:106:::\nguest:x:107:107:::\nboss:x:108:108:::\n");
+    WriteFile(root_.Path("/etc/passwd"),
+              "root:x:0:0:::\n_zor-msgsvr:x:101:110:::\n_zor-notify:x:102:110:::\n_zor-mlog:x:103:110:::\n"
+              "_zor-cms:x:104:110:::\n_zor-syslog:x:105:110:::\n_zor-bridge:x:109:110:::\nweb:x:106:106:::\nguest:x:"
+              "107:107:::\nboss:x:108:108:::\n");
     WriteFile(root_.Path("/etc/group"), "root:x:0:\n_zorbus:x:110:web\n_zoradmin:x:111:boss\nweb:x:106:\n");
     accounts_ = access::Accounts::OfDirectory(root_.Path("/etc"));
   }

@@ -237,21 +237,25 @@ TEST_F(RulesTest, ThePackagedRulesKeepWhatIsNotEverybodys) {
       {"_zor-cms ", Verb::kOwn, 0, "cms"},
       {"_zor-syslog ", Verb::kOwn, 0, "syslog"},
       {"_zor-cms ", Verb::kModule, 8, ""},
-      {"_zor-cms _zor-syslog boss root ", Verb::kControl, 0xFF000, ""},
+      {"_zor-bridge ", Verb::kOwn, 0, "bridge"},
+      {"_zor-bridge _zor-cms _zor-syslog boss root ", Verb::kControl, 0xFF000, ""},
+      {"_zor-cms _zor-syslog boss root ", Verb::kControl, 0xFF006, ""},
+      {"_zor-bridge boss root ", Verb::kSend, 0x4B04, "syslog"},
+      {"_zor-syslog boss root ", Verb::kSend, 0x4B10, "bridge"},
       {"boss root ", Verb::kSend, 0x4B06, "syslog"},
       {"boss root ", Verb::kSend, 0x4B05, "syslog"},
       {"_zor-cms boss root ", Verb::kSend, 0x5025, "cms"},
       {"_zor-cms boss root ", Verb::kSend, 0x500F, "cms"},
       {"boss root ", Verb::kSubscribe, 0x2DA01, "cms"},
-      {"_zor-cms _zor-syslog boss root web ", Verb::kSubscribe, 0x2DA01, ""},
-      {"_zor-cms _zor-syslog boss root web ", Verb::kOwn, 0, "web"},
-      {"_zor-cms _zor-syslog boss root web ", Verb::kSend, 0x5009, "cms"},
-      {"_zor-cms _zor-syslog boss root web ", Verb::kSend, 0x4B01, "syslog"},
-      {"_zor-cms _zor-syslog boss root web ", Verb::kPublish, 0x2DA01, ""},
+      {"_zor-bridge _zor-cms _zor-syslog boss root web ", Verb::kSubscribe, 0x2DA01, ""},
+      {"_zor-bridge _zor-cms _zor-syslog boss root web ", Verb::kOwn, 0, "web"},
+      {"_zor-bridge _zor-cms _zor-syslog boss root web ", Verb::kSend, 0x5009, "cms"},
+      {"_zor-bridge _zor-cms _zor-syslog boss root web ", Verb::kSend, 0x4B01, "syslog"},
+      {"_zor-bridge _zor-cms _zor-syslog boss root web ", Verb::kPublish, 0x2DA01, ""},
   };
   for (const auto &each : kCases) {
     std::string may;
-    for (const char *user : {"_zor-cms", "_zor-syslog", "boss", "guest", "root", "web"}) {
+    for (const char *user : {"_zor-bridge", "_zor-cms", "_zor-syslog", "boss", "guest", "root", "web"}) {
       if (rules->Decide(User(user), {each.verb, each.number, each.name}).allowed) may += std::string(user) + ' ';
     }
     EXPECT_EQ(may, each.users) << access::WordsOf(each.verb).word << ' ' << each.number << ' ' << each.name;
