@@ -183,7 +183,7 @@ connected() { tail -n 1 "$root/watch.log" 2>/dev/null | cut -d ' ' -f 2; }
 all_connected() { [ "$(connected)" -ge "$((gateways + 2))" ]; } # the account and the watch too
 curve() { # SINCE: how the connections came back
   awk -v since="$1" -v all="$((gateways + 2))" '
-    $1 >= since { printf "  %5.1f s after the restart: %d of %d gateways connected\n", $1 - since, $2 - 2, all - 2
+    $1 >= since && $2 >= 2 { printf "  %5.1f s after the restart: %d of %d gateways connected\n", $1 - since, $2 - 2, all - 2
                   if ($2 >= all) exit }' "$root/watch.log"
 }
 
@@ -222,7 +222,7 @@ events_begin=$SECONDS
 for ((i = 0; i < bridges; ++i)); do start_daemons "$i"; done
 
 sum_of_played() { # COUNT: in the latest lines of the players
-  tail -qn 1 "$root"/players*.log 2>/dev/null | sed "s/.* \([0-9]*\) $1.*/\1/" | awk '{ sum += $1 } END { print sum + 0 }'
+  { tail -qn 1 "$root"/players*.log 2>/dev/null || true; } | sed "s/.* \([0-9]*\) $1.*/\1/" | awk '{ sum += $1 } END { print sum + 0 }'
 }
 at() { # PERCENT of the time in which events flow
   local left=$((events_begin + seconds * $1 / 100 - SECONDS))
