@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the servers and the example daemons, runs them in a fresh ZOR_ROOT and shows them talking. The exit status is 0
-# only when every step of the examples was seen to work. Needs Debian 12, and root only when packages are missing.
+# Builds the servers and the example daemons, runs them in a fresh ZOR_ROOT and shows them talking, to each other and
+# through a real broker. The exit status is 0 only when every step of the examples was seen to work. Needs Debian 12, and
+# root only when packages are missing.
 # Usage: demo.sh [PRESET [EMULATOR...]]   (EMULATOR: the command that runs programs of another machine)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -22,7 +23,7 @@ scripts/setup.sh demo
 preset=${1:-release}
 emulator=("${@:2}")
 build=build/$preset
-programs=(msgsvr notifyserver mlogserver cms syslogd provider consumer services login_keeper devices codecs processes
+programs=(msgsvr notifyserver mlogserver cms syslogd zorbridge provider consumer services login_keeper devices codecs processes
   zorctl)
 mkdir -p build
 { cmake --preset "$preset" && cmake --build --preset "$preset" --target "${programs[@]}"; } \
@@ -67,6 +68,23 @@ ended_well() { # NAME: it exits soon, with status 0
   done
   if is_running "$1"; then return 1; fi
   wait "${pids[$1]}"
+}
+
+within_seconds() { # COMMAND...: it succeeds soon
+  for _ in $(seq 200); do
+    if "$@" >/dev/null 2>&1; then return; fi
+    sleep 0.05
+  done
+  return 1
+}
+
+free_port() { # one that nothing listens at
+  local port
+  while :; do
+    port=$((20000 + RANDOM % 20000))
+    if ! (: <"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then break; fi
+  done
+  echo "$port"
 }
 
 say 'servers'
@@ -133,6 +151,42 @@ kill -CONT "${pids[login_keeper]}"
 shown 'a daemon exits on request' 'has left' exit lctrl
 
 expect 'login_keeper stopped cleanly' ended_well login_keeper
+
+say 'a fleet of one: the bus at a broker'
+port=$(free_port)
+printf 'listener %s 127.0.0.1\nallow_anonymous true\n' "$port" >"$ZOR_ROOT/mosquitto.conf"
+/usr/sbin/mosquitto -c "$ZOR_ROOT/mosquitto.conf" >"$ZOR_ROOT/mosquitto.out" 2>&1 &
+pids[mosquitto]=$!
+accepts() { (: <"/dev/tcp/127.0.0.1/$port") 2>/dev/null; }
+expect 'a broker listens' within_seconds accepts
+mosquitto_sub -V 5 -p "$port" -t 'zor/#' -v >"$ZOR_ROOT/mosquitto_sub.out" &
+pids[mosquitto_sub]=$!
+arrived() { grep -F "$1" "$ZOR_ROOT/mosquitto_sub.out"; }
+cat >"$ZOR_ROOT/zorbridge.conf" <<SETTINGS
+broker = mqtt://127.0.0.1:$port
+gateway = demo-box
+retry_first_seconds = 1
+call.syslog = LOG_MSG_FLUSH
+SETTINGS
+start zorbridge 'zorbridge: on the bus' daemons/zorbridge/zorbridge --settings "$ZOR_ROOT/zorbridge.conf"
+expect 'the broker knows that the gateway is there' within_seconds arrived 'zor/demo-box/presence {"schema":1,"gateway":"demo-box","online":true'
+zorctl publish lan Roamed host=laptop
+expect "an event of a daemon arrived at the broker's subscriber" within_seconds arrived '"EventType":"Roamed"'
+arrived '"EventType":"Roamed"'
+ask() { # TYPE: a request from outside, and its answer
+  printf '$ mosquitto_rr -t zor/demo-box/call/syslog/%s\n' "$1"
+  timeout 30 mosquitto_rr -V 5 -p "$port" -t "zor/demo-box/call/syslog/$1" -e "answers/$1" \
+    -D publish correlation-data demo -m '{}' | tee "$ZOR_ROOT/answer"
+}
+ask LOG_MSG_FLUSH
+expect 'a request from outside is answered by the daemon' grep -F '"result":"done"' "$ZOR_ROOT/answer"
+ask LOG_MSG_CLEAR
+expect 'one that the settings do not allow is refused' grep -F '"result":"refused"' "$ZOR_ROOT/answer"
+kill -TERM "${pids[zorbridge]}"
+expect 'zorbridge stopped cleanly' ended_well zorbridge
+expect 'and has taken its leave of the broker' within_seconds arrived '"reason":"stopped"'
+kill -TERM "${pids[mosquitto_sub]}" "${pids[mosquitto]}"
+
 for daemon in cms syslogd; do
   kill -TERM "${pids[$daemon]}"
   expect "$daemon stopped cleanly" ended_well "$daemon"
