@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -204,7 +205,7 @@ bool OutboxFile::Put(std::int64_t key, std::int64_t timeMs, std::string_view top
   const Table &newest = ring_.tables[ring_.newest];
   if (newest.bytes >= tableBytes_ && key >= newest.endKey && ring_.tables[next].endKey == 0) UseTable(next);
   Table &table = ring_.tables[ring_.newest];
-  table.endKey = key + 1;
+  table.endKey = std::max(table.endKey, key + 1);
   table.bytes += topic.size() + members.size() + kRecordOverhead;
   return put_->Reset().Bind(key).Bind(timeMs).Bind(topic).Bind(members).Run() || Failed();
 }

@@ -58,7 +58,8 @@ void RecordWindow::PopAcknowledged() {
 void RecordWindow::Written(std::uint64_t bytes) {
   unwrittenBytes_ = 0;
   const std::deque<KeptRecord> &newest = back_.empty() ? front_ : back_;
-  if (!newest.empty()) firstUnwritten_ = newest.back().key + 1;
+  // Behind the front there may be a hole, with newer ones that are in the file.
+  if (!newest.empty()) firstUnwritten_ = std::max(firstUnwritten_, newest.back().key + 1);
   while (!back_.empty()) {
     ToHole(back_.back());
     back_.pop_back();
