@@ -129,6 +129,8 @@ void BrokerLink::Line::Opened() {
 void BrokerLink::Line::Acknowledged(const SessionEvent &event) {
   const std::optional<uint64_t> token = underWay_.Take(event.id);
   if (!token) return;
+  // The broker lives, and has heard of us: while that goes on, nothing needs to be done for the keep-alive.
+  keepAliveDue_ = std::max(keepAliveDue_, writtenAt_ + keepAlive_ + kTickSlack);
   if (state_ == State::kStopping && event.id == farewellId_) SayGoodbye();
   if (event.code >= kFirstRefusal) {
     const std::string why = ReasonText(event.code);
