@@ -7,7 +7,8 @@ namespace {
 
 constexpr std::chrono::hours kDay{24};
 constexpr std::chrono::hours kSavePause{1};
-constexpr std::uint64_t kSteps = 64;  // of a day's bytes
+constexpr std::uint64_t kSteps = 64;  // of a day's bytes, the largest ones
+constexpr std::uint64_t kLeastStep = 65536;
 
 }  // namespace
 
@@ -46,7 +47,8 @@ bool DailyWrites::MustSave(TimePoint now) {
 
 DailyWrites::Saved DailyWrites::ToSave(TimePoint now, bool exact) const {
   const auto passed = std::chrono::duration_cast<std::chrono::seconds>(now - begin_);
-  return {exact ? used_ : used_ + limit_ / kSteps, static_cast<std::uint64_t>(passed.count())};
+  const std::uint64_t step = std::min(std::max(written_, kLeastStep), limit_ / kSteps);
+  return {exact ? used_ : used_ + step, static_cast<std::uint64_t>(passed.count())};
 }
 
 void DailyWrites::HaveSaved(const Saved &saved, TimePoint now) {

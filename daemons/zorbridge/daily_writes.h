@@ -1,8 +1,9 @@
 // Bounds the bytes that are written to the flash in a day.
 //
 // A day has 24 hours of the steady clock and begins with the first start, so that setting the clock changes nothing.
-// Used bytes persist, ahead by a step, since saving each of them would cost as much as it counts: after a crash they
-// are overestimated by at most that step. The time that has passed is as of the last saving, which takes place at least
+// Used bytes persist, ahead by a step, since saving each of them would cost as much as it counts. After a crash they
+// are overestimated by at most that step, which grows with what the process has written: many short lives must not use
+// up the day with what they never wrote. The time that has passed is as of the last saving, which takes place at least
 // hourly while anything is written, and with a clean stop.
 #ifndef ZORBRIDGE_DAILY_WRITES_H
 #define ZORBRIDGE_DAILY_WRITES_H
@@ -23,7 +24,10 @@ class DailyWrites {
   void Start(std::uint64_t limit, TimePoint now);
   // What was saved before this process started; counts besides what has been written meanwhile.
   void Resume(const Saved &saved, TimePoint now);
-  void Count(std::uint64_t bytes) { used_ += bytes; }
+  void Count(std::uint64_t bytes) {
+    used_ += bytes;
+    written_ += bytes;
+  }
 
   bool UsedUp(TimePoint now);
   std::uint64_t used() const { return used_; }
@@ -40,6 +44,7 @@ class DailyWrites {
 
   std::uint64_t limit_ = 0;
   std::uint64_t used_ = 0;
+  std::uint64_t written_ = 0;  // by this process
   std::uint64_t saved_ = 0;
   TimePoint begin_{};
   TimePoint savedAt_{};

@@ -20,6 +20,7 @@
 #include "support/capture.h"
 #include "support/failing_alloc.h"
 #include "support/temp_root.h"
+#include "zorbridge/daily_writes.h"
 
 namespace zor::test {
 namespace {
@@ -335,6 +336,17 @@ TEST_F(OutboxTest, TheDaysWritesAreBoundedAcrossRestartsAndClockJumps) {
   EXPECT_LT(outbox_.figures().writtenToday, options_.dailyBytes);
   const std::vector<Published> all = Drain();
   EXPECT_EQ(all.size() - 1, static_cast<std::size_t>(kept_) - used.givenUp) << "and one gap";
+}
+
+TEST_F(OutboxTest, ShortLivesDoNotUseUpTheDayWithWhatTheyNeverWrote) {
+  bridge::DailyWrites::Saved saved;
+  for (int life = 0; life < 100; ++life) {
+    bridge::DailyWrites daily;
+    daily.Start(256u << 20, now_);
+    daily.Resume(saved, now_);
+    EXPECT_FALSE(daily.UsedUp(now_)) << life;
+    saved = daily.ToSave(now_, false);
+  }
 }
 
 struct Fault {
