@@ -15,6 +15,7 @@ void RecordWindow::Push(KeptRecord record) {
 }
 
 const KeptRecord *RecordWindow::Next() {
+  if (foreign_ > 0) return nullptr;
   while (handedOut_ < front_.size() && front_[handedOut_].acknowledged) HandedOut();
   if (handedOut_ == front_.size()) CloseHole();
   if (handedOut_ == front_.size()) return nullptr;
@@ -28,6 +29,10 @@ void RecordWindow::HandedOut() {
 }
 
 bool RecordWindow::Acknowledge(std::uint64_t number) {
+  if (foreign_ > 0) {
+    --foreign_;
+    return false;
+  }
   const auto end = front_.begin() + static_cast<std::ptrdiff_t>(handedOut_);
   const auto found = std::lower_bound(front_.begin(), end, number, [](const KeptRecord &record, std::uint64_t sought) {
     return NumberOf(record.key) < sought;
@@ -113,6 +118,7 @@ void RecordWindow::CloseHole() {
 void RecordWindow::PutFirst(const Hole &hole) {
   if (hole.records > 0) {
     CloseHole();
+    for (std::size_t i = 0; i < handedOut_; ++i) foreign_ += front_[i].acknowledged ? 0 : 1;
     back_ = std::move(front_);
     front_.clear();
     backBytes_ = frontBytes_;

@@ -38,7 +38,7 @@ class RecordWindow {
   void HandedOut();
   // Whether records have left the queue.
   bool Acknowledge(std::uint64_t number);
-  void Rewind() { handedOut_ = 0; }
+  void Rewind() { handedOut_ = foreign_ = 0; }
 
   // Calls function(record) for each one that is to be written.
   template <typename Function>
@@ -51,12 +51,13 @@ class RecordWindow {
   std::uint64_t staleBytes() const { return staleBytes_; }
   void StaleRemoved() { staleBytes_ = 0; }
 
-  // A file has been opened that holds older records. Everything else is unwritten and handed out again.
+  // A file has been opened that holds older records. Everything else is unwritten and handed out again. What is in
+  // flight must be acknowledged before, since its numbers may be those of older records.
   void PutFirst(const Hole &hole);
   // The next record of the hole, which has been read back.
   void Restore(KeptRecord record);
   // The next record to be handed out is in the hole.
-  bool WantsHole() const { return hole_.records > 0 && handedOut_ >= front_.size(); }
+  bool WantsHole() const { return hole_.records > 0 && handedOut_ >= front_.size() && foreign_ == 0; }
   const Hole &hole() const { return hole_; }
   // The file is lost with the hole, whose place this record takes if there is one. Everything else is unwritten.
   void LoseFile(KeptRecord instead);
@@ -84,6 +85,7 @@ class RecordWindow {
   std::uint64_t staleBytes_ = 0;
   std::int64_t firstUnwritten_ = 0;
   std::size_t handedOut_ = 0;  // of the front
+  std::size_t foreign_ = 0;    // in flight, but no longer at the front
   std::size_t reached_ = 0;    // of the front: have been handed out once, so that some may be acknowledged
 };
 
