@@ -78,6 +78,9 @@ bool OutboxState::Adopt(OutboxFile::Content &content) {
   const bool isFirst = next_ == 1 && !gap_.open();
   const bool continues = isFirst && !streams.empty() && content.state && content.state->next > 0;
   const std::int64_t shift = std::max<std::int64_t>(following - streams_.front().id, 0);
+  // Only the latest one's name is needed without records.
+  const std::int64_t oldest = StreamOf(content.backlog.firstKey);
+  while (streams.size() > 1 && streams.front().id < oldest) streams.erase(streams.begin());
   if (isFirst && !continues) {
     streams.push_back({following, streams.empty() ? streams_.back().name : StreamNameAfter(streams.back().name)});
   } else if (!isFirst) {
@@ -143,6 +146,7 @@ void OutboxState::Replace() {
   instead.topicLength = 3;
   window_.LoseFile(std::move(instead));
   staleSince_.reset();
+  readFailed_ = false;
   givenUp_ += hole.records;
   recordKey_ = -1;
   if (hole.records > 0) {
@@ -167,7 +171,6 @@ void OutboxState::Load() {
   if (read && bytes > 0) {
     Succeed(readFailed_);
   } else if (read || file_.damaged()) {
-    readFailed_ = false;
     Replace();
   } else {
     Fail(readFailed_);

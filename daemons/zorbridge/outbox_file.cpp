@@ -118,8 +118,10 @@ void OutboxFile::Close() {
 bool OutboxFile::ReadContent(Content &content) {
   if (!ReadStreams(content.streams) || !ReadState(content.state)) return false;
   ring_ = {};
+  const std::int64_t firstKey = content.state ? content.state->firstKey : 0;
+  content.backlog.firstKey = firstKey;
   for (int table = 0; table < kTables; ++table) {
-    if (!ReadTable(table, content.state ? content.state->firstKey : 0, content.backlog)) return false;
+    if (!ReadTable(table, firstKey, content.backlog)) return false;
     if (ring_.tables[table].endKey > ring_.tables[ring_.newest].endKey) ring_.newest = table;
   }
   UseTable(ring_.newest);

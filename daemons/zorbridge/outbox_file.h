@@ -36,7 +36,7 @@ class OutboxFile {
     DailyWrites::Saved day;
   };
   struct Content {
-    RecordWindow::Hole backlog;
+    RecordWindow::Hole backlog;   // without records it has its first key all the same
     std::vector<Stream> streams;  // the latest is the last one
     std::optional<State> state;   // nothing in a new file
   };
