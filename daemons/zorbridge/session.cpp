@@ -1,8 +1,10 @@
 #include "zorbridge/session.h"
 
 #include <fcntl.h>
+#include <linux/tcp.h>
 #include <netinet/in.h>
 #include <openssl/err.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -18,6 +20,9 @@ namespace {
 
 // Packets that the library may take in one call while there is nothing to wait for.
 constexpr int kMostPackets = 16;
+constexpr char kTooLarge[] = "the broker sends a packet that is too large";
+// Bytes between two pings that need not be part of a packet we hear of: the answers to them, in records of TLS.
+constexpr int64_t kPingBytes = 1024;
 
 bool InitLibrary() {
   static const bool initialised = mosquitto_lib_init() == MOSQ_ERR_SUCCESS;
@@ -40,6 +45,17 @@ std::string StatusText(int status) {
     default:
       return mosquitto_strerror(status);
   }
+}
+
+// Bytes that have been read from a connection. None: the kernel does not say.
+std::optional<int64_t> BytesRead(int socket) {
+  tcp_info info = {};
+  socklen_t size = sizeof info;
+  int unread = 0;
+  // In this order: what comes in between must not count as read.
+  const bool known = ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && size == sizeof info &&
+                     ::ioctl(socket, FIONREAD, &unread) == 0;
+  return known ? std::optional(static_cast<int64_t>(info.tcpi_bytes_received) - unread) : std::nullopt;
 }
 
 // Such as "OpenSSL Error[0]: error:0A00010B:SSL routines::wrong version number".
@@ -97,6 +113,8 @@ struct Session::Callbacks {
   static void OnConnect(mosquitto *client, void *session, int code, int, const mosquitto_property *properties) {
     Guard(session, [=](Session &self) {
       if (code == MQTT_RC_SUCCESS) {
+        // Each would be answered with a subscription.
+        if (self.accepted_) return self.End(StatusText(MOSQ_ERR_PROTOCOL));
         self.accepted_ = true;
         mosquitto_log_callback_set(client, nullptr);  // it would have a line of each packet from now on
         self.Note({SessionEvent::Kind::kAccepted, 0, ShortOf(properties, MQTT_PROP_SERVER_KEEP_ALIVE).value_or(0), {}});
@@ -125,6 +143,7 @@ struct Session::Callbacks {
   static void OnMessage(mosquitto *, void *session, const mosquitto_message *message,
                         const mosquitto_property *properties) {
     Guard(session, [=](Session &self) {
+      if (message->payloadlen > self.largestPacket_) return self.End(kTooLarge);
       Delivery delivery;
       delivery.topic = message->topic;
       delivery.payload.assign(static_cast<const char *>(message->payload),
@@ -159,7 +178,8 @@ void Session::Destroyer::operator()(mosquitto *client) const noexcept {
   mosquitto_destroy(client);
 }
 
-Session::Session(const Options &options) : tls_(options.tls), clientId_(options.clientId) {
+Session::Session(const Options &options)
+    : tls_(options.tls), clientId_(options.clientId), largestPacket_(options.largestPacket) {
   if (!InitLibrary()) return;
   client_.reset(mosquitto_new(clientId_.empty() ? nullptr : clientId_.c_str(), true, this));
 }
@@ -269,8 +289,10 @@ bool Session::CheckAlive() {
 
 void Session::Read() {
   if (!Reach() || (inHandshake() && !CheckAlive())) return;
+  if (!packetBegin_) packetBegin_ = BytesRead(socket());
   ForgetErrors();
   Check(mosquitto_loop_read(client_.get(), kMostPackets));
+  if (!ended_) CheckSize();
 }
 
 void Session::Write() {
@@ -284,10 +306,20 @@ void Session::KeepAlive() {
   if (ended_) return;
   ForgetErrors();
   Check(mosquitto_loop_misc(client_.get()));
+  if (packetBegin_) *packetBegin_ += kPingBytes;
 }
 
 void Session::Check(int status) {
   if (status != MOSQ_ERR_SUCCESS || socket() < 0) End(StatusText(status));
+}
+
+// Twice the size, since TLS adds to it and the counts are not taken at one instant.
+void Session::CheckSize() {
+  if (!events_.empty()) return packetBegin_.reset();
+  const std::optional<int64_t> read = BytesRead(socket());
+  if (!read || !packetBegin_) return;
+  packetBegin_ = std::min(*packetBegin_, *read);
+  if (*read - *packetBegin_ > 2 * largestPacket_) End(kTooLarge);
 }
 
 // The first reason is the best one.

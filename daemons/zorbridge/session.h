@@ -11,6 +11,7 @@
 //   only with its function for reading.
 // - A connection that is refused is noticed late, one that ends in a handshake not at all: the socket is asked.
 // - It closes its socket from within: the loop watches a duplicate.
+// - It takes packets of any size, whatever it has told the broker: bytes of which no packet comes are counted.
 // - It takes errors that it finds in OpenSSL's queue for its own: the queue is emptied before.
 // - It has a pair of sockets to wake a thread of its own that there is not. With each packet it writes a byte to it,
 //   which nobody reads: a system call too many, until their buffer of some 200 KiB is full.
@@ -19,6 +20,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -98,11 +100,14 @@ class Session {
   bool inHandshake() const;
   bool CheckAlive();
   void Check(int status);
+  void CheckSize();
   void End(const std::string &why);
   void Note(SessionEvent event);
 
   std::shared_ptr<const TlsContext> tls_;
   std::string clientId_;
+  int64_t largestPacket_;
+  std::optional<int64_t> packetBegin_;  // bytes received before the packet of which a part has come
   std::vector<SessionEvent> events_;
   std::string tlsProblem_;
   std::string why_;

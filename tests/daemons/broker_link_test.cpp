@@ -291,6 +291,12 @@ TEST_F(BrokerLinkTest, GivesUpALineOnWhichNothingComesBack) {
   ASSERT_TRUE(RunLoopUntil([&] { return !other.connected(); }));
   EXPECT_THAT(listener.happened, testing::Contains("disconnected: the broker does not acknowledge"));
   EXPECT_THAT(listener.acknowledged, IsEmpty());
+
+  // Of a packet of 256 MiB, as little as possible is stored.
+  const test::FakeBroker boundless(std::string("\x20\x03\x00\x00\x00\x30\xff\xff\xff\x7f", 10) +
+                                   std::string(1 << 20, 'x'));
+  BrokerLink third(To({boundless.url()}), listener, log_);
+  ASSERT_TRUE(third.Start() && listener.Sees("disconnected: the broker sends a packet that is too large"));
 }
 
 TEST_F(BrokerLinkTest, BoundsWhatIsUnderWayAndKeepsItsOrder) {
