@@ -12,9 +12,12 @@ constexpr std::chrono::seconds kTickSlack(1);
 constexpr int kFirstRefusal = 128;
 // So many in a row are no accident.
 constexpr int kShortLines = 3;
+// Answers to what is read are stored until the broker takes them, which it need not do.
+constexpr int kMostReadsUnanswered = 256;
 
 std::size_t SizeOf(const Publication &publication) {
-  return publication.topic.size() + publication.payload.size();
+  return publication.topic.size() + publication.payload.size() + publication.responseTo.size() +
+         publication.correlation.size();
 }
 
 }  // namespace
@@ -31,7 +34,10 @@ BrokerLink::Line::Line(Options options, LinkListener &listener, daemon::ProblemL
 void BrokerLink::Line::OnSocket(void *self, uint32_t event) {
   auto &line = *static_cast<Line *>(self);
   if (line.session_ == nullptr) return;
-  if (event == UV_READABLE) line.session_->Read();
+  if (event == UV_READABLE) {
+    line.session_->Read();
+    ++line.readsUnanswered_;
+  }
   // Answers to what has been read go out at once.
   if (event == UV_WRITABLE || line.session_->wantsToWrite()) line.session_->Write();
   line.Settle();
@@ -76,13 +82,17 @@ void BrokerLink::Line::Settle() {
   for (auto events = session_->TakeEvents(); !events.empty(); events = session_->TakeEvents()) {
     for (const SessionEvent &event : events) Take(event);
   }
-  if (!session_->ended() && !session_->wantsToWrite()) underWay_.AllSent();
+  if (!session_->ended() && !session_->wantsToWrite()) {
+    underWay_.AllSent();
+    readsUnanswered_ = 0;
+  }
   if (state_ == State::kOpen && blocked_ && underWay_.HasRoomFor(blocked_->first, blocked_->second)) {
     blocked_.reset();
     listener_.OnRoom();
   }
   if (session_->ended()) return SessionEnded(WhyEnded(), session_->refused() || shortLines_ >= kShortLines);
   socket_.Await(UV_WRITABLE, session_->wantsToWrite());
+  socket_.Await(UV_READABLE, !session_->wantsToWrite() || readsUnanswered_ < kMostReadsUnanswered);
   if (state_ != State::kOpen) return;
   const auto oldest = underWay_.oldest();
   timer_.Set(oldest ? std::min(*oldest + options_.ackTime, keepAliveDue_) : keepAliveDue_);
@@ -230,6 +240,7 @@ void BrokerLink::Line::SessionEnded(const std::string &why, bool refused) {
 void BrokerLink::Line::Close() {
   session_.reset();
   socket_.Close();
+  readsUnanswered_ = 0;
   underWay_.Clear();
   refusals_.clear();
   blocked_.reset();

@@ -80,6 +80,7 @@ class BrokerLink::Line {
   UnderWay underWay_;
   std::vector<Refusal> refusals_;                       // to be told on the next turn
   std::optional<std::pair<int, std::size_t>> blocked_;  // QoS and size of what found no room
+  int readsUnanswered_ = 0;                             // since the socket last took everything
   int shortLines_ = 0;                                  // in a row
   int lastId_ = 0;                                      // of what was published last
   int farewellId_ = 0;
