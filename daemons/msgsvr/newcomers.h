@@ -20,11 +20,12 @@ class Newcomers {
   int timer() const { return timer_.get(); }
   // A client has connected; clients are known by id.
   void Add(uint64_t id);
-  // Forgets those that have gone or registered, when there are many: clients may connect and disconnect without end.
+  // Forgets those that have gone or registered, when there are many again.
   template <typename IsNewcomer>
-  void Prune(size_t most, IsNewcomer isNewcomer) {
-    if (newcomers_.size() <= most) return;
+  void Prune(IsNewcomer isNewcomer) {
+    if (newcomers_.size() < pruneAt_) return;
     std::erase_if(newcomers_, [&](const Newcomer &newcomer) { return !isNewcomer(newcomer.id); });
+    pruneAt_ = 2 * newcomers_.size() + kFew;
   }
   // When the time of that client is over; nothing if it is not a newcomer.
   std::optional<std::chrono::steady_clock::time_point> DueOf(uint64_t id) const;
@@ -41,11 +42,13 @@ class Newcomers {
     uint64_t id;
     Clock::time_point due;
   };
+  static constexpr size_t kFew = 32;
   void Arm();
 
   std::chrono::seconds time_;
   UniqueFd timer_;
   std::deque<Newcomer> newcomers_;  // oldest first
+  size_t pruneAt_ = kFew;
 };
 
 }  // namespace zor::msgsvr

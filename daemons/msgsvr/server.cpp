@@ -156,7 +156,7 @@ void Server::Admit(UniqueFd socket, Listener::Of kind) {
     return;
   }
   if (kind == Listener::Of::kBoards) daemon::SetUpBoard(socket.get(), bus_.settings.boardSilence);
-  newcomers_.Prune(4 * bus_.settings.maxClients, [this](uint64_t id) {
+  newcomers_.Prune([this](uint64_t id) {
     const Client *client = bus_.Find(id);
     return client != nullptr && !client->registered();
   });
