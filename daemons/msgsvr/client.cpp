@@ -30,8 +30,9 @@ Client::Client(UniqueFd connection, const Peer &other, uint64_t number, daemon::
 // The name counts, whatever the address: as a number that is no address and no process.
 void Client::SetBoard(TunnelledBoard known) {
   constexpr uint64_t kNoAddress = uint64_t{1} << 62;
-  charge.MoveTo({peer.uid, static_cast<int64_t>(std::hash<std::string>()(known.name) % kNoAddress | kNoAddress)});
-  board = std::move(known);
+  auto board = std::make_unique<const TunnelledBoard>(std::move(known));
+  charge.MoveTo({peer.uid, static_cast<int64_t>(std::hash<std::string>()(board->name) % kNoAddress | kNoAddress)});
+  board_ = std::move(board);
 }
 
 access::Identity IdentityOf(const TunnelledBoard &board) {
@@ -49,7 +50,7 @@ Client::Text Client::Label() const {
   if (peer.local) {
     std::snprintf(label.text_.data(), label.text_.size(), "%.*s (pid %d)", length, shown.data(), peer.pid);
   } else if (peer.throughTunnel) {
-    const char *which = board.name.empty() ? "not yet known" : board.name.c_str();
+    const char *which = board_ == nullptr ? "not yet known" : board_->name.c_str();
     std::snprintf(label.text_.data(), label.text_.size(), "%.*s (board %s)", length, shown.data(), which);
   } else {
     std::snprintf(label.text_.data(), label.text_.size(), "%.*s (TCP)", length, shown.data());
@@ -60,13 +61,15 @@ Client::Text Client::Label() const {
 // The guard has the parts, a text for people, and another one as a key.
 void Client::Admit(access::Admission place, const access::Guard &guard) {
   admission = std::move(place);
-  identityBytes = 4 * guard.WhoOf(admission.subject()).size();
+  identityBytes = static_cast<uint32_t>(4 * guard.WhoOf(admission.subject()).size());
   Settle();
 }
 
 size_t Client::HeldBytes() const {
   const size_t inJournal = slot.valid() ? slot.memory() : 0;
-  return sizeof(Client) + inJournal + deliveries.HeldBytes() + pending.HeldBytes() + patternBytes + identityBytes;
+  const size_t ofBoard = board_ == nullptr ? 0 : sizeof *board_;
+  return sizeof(Client) + inJournal + ofBoard + deliveries.HeldBytes() + pending.HeldBytes() + flows.HeldBytes() +
+         gap.HeldBytes() + patternBytes + identityBytes;
 }
 
 }  // namespace zor::msgsvr

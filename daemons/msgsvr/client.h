@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,9 +31,9 @@ using Clock = std::chrono::steady_clock;
 
 // The process at the other end, as reported by the kernel.
 struct Peer {
-  bool local;  // on this machine: has credentials, shares files and descriptors
   uid_t uid;
   pid_t pid;
+  bool local;                  // on this machine: has credentials, shares files and descriptors
   bool throughTunnel = false;  // on a board that has shown a certificate to the tunnel
 };
 
@@ -52,8 +53,10 @@ struct Client {
 
   bool registered() const { return !name.empty(); }
   // Whether the tunnel has yet to say which board it is.
-  bool isUnknownBoard() const { return peer.throughTunnel && board.name.empty(); }
-  // Throws std::bad_alloc.
+  bool isUnknownBoard() const { return peer.throughTunnel && board_ == nullptr; }
+  // Without a name unless it is a known one behind the tunnel.
+  TunnelledBoard board() const { return board_ == nullptr ? TunnelledBoard() : *board_; }
+  // The name is not empty. Throws std::bad_alloc.
   void SetBoard(TunnelledBoard known);
   // The number of its latest message among all messages from it.
   uint32_t ordinal() const { return static_cast<uint32_t>(counters.in); }
@@ -76,59 +79,62 @@ struct Client {
   // Updates what it is charged.
   void Settle() { charge.Set(HeldBytes()); }
 
+  // The order leaves no gaps: there may be hundreds of clients.
   UniqueFd socket;
+  UniqueFd halfDescriptor;  // received with the first of its two bytes, which is all of the input
   Peer peer;
-  TunnelledBoard board;
+  AppName name;  // empty until the server has granted one
   uint64_t id;
+  uint64_t registration = 0;  // its number among all registrations
   daemon::Charge charge;
   access::Admission admission;
-  AppName name;               // empty until the server has granted one
-  uint64_t registration = 0;  // its number among all registrations
 
   daemon::JournalSlot slot;    // its standing record, and the input that is left
-  UniqueFd halfDescriptor;     // received with the first of its two bytes, which is all of the input
-  bool backlog = false;        // the input holds more than was its due; `halfDescriptor` belongs to its end
   size_t readSize = SIZE_MAX;  // as much of its input as is its due in a turn
-  bool recordChanged = false;  // the standing record is out of date
-  bool posted = false;         // in the list of those to which something was posted
-  Client *nextPosted = nullptr;
-  uint32_t unreadBefore = 0;  // messages that it had perhaps not read when the server before this one crashed
   daemon::OutputQueue output;
   uint64_t lastTarget = 0;  // id of the client that received its latest message
 
-  std::time_t since = std::time(nullptr);
   Counters counters;
   PendingRequests pending;
   Deliveries deliveries;
   Flows flows;
-  Refusals refusals;
-  EventGap gap;
-  size_t patternBytes = 0;   // of its restful patterns
-  size_t identityBytes = 0;  // at the guard
-
   EventSet events;
-  bool leaving = false;  // another daemon has asked it to exit for good
+  EventGap gap;
+  Refusals refusals;
+  uint32_t unreadBefore = 0;   // messages that it had perhaps not read when the server before this one crashed
+  uint32_t patternBytes = 0;   // of its restful patterns
+  uint32_t identityBytes = 0;  // at the guard
 
-  std::chrono::seconds reportPeriod{0};  // zero: no reports expected
+  std::chrono::duration<uint32_t> reportPeriod{0};  // zero: no reports expected
   Clock::time_point lastReport;
-  bool reportMissed = false;
+  std::time_t since = std::time(nullptr);
 
   // State in the event loop.
-  bool ended = false;           // no longer on the bus; released at the end of the turn
-  bool deaf = false;            // nothing can be written to it; what it has written before is still read
-  bool reset = false;           // its end was closed before it had read everything
-  bool readable = false;        // may pause unread bytes
-  bool queued = false;          // in the list of clients to read
-  Client *nextReady = nullptr;  // in that list
-  bool hungUp = false;          // the peer has closed its end: read to the end
-  bool paused = false;          // not read for a while, see PausedSenders
-  bool flushing = false;        // its queue is sent when the socket becomes writable
-  bool stalled = false;         // reads nothing: no sender is paused for it
-  uint64_t flushes = 0;         // times that its socket has become writable again
+  uint64_t flushes = 0;  // times that its socket has become writable again
   int unsentWhenStalled = 0;
+  bool backlog = false;        // the input holds more than was its due; `halfDescriptor` belongs to its end
+  bool recordChanged = false;  // the standing record is out of date
+  bool leaving = false;        // another daemon has asked it to exit for good
+  bool reportMissed = false;
+  bool ended = false;     // no longer on the bus; released at the end of the turn
+  bool deaf = false;      // nothing can be written to it; what it has written before is still read
+  bool reset = false;     // its end was closed before it had read everything
+  bool readable = false;  // may pause unread bytes
+  bool hungUp = false;    // the peer has closed its end: read to the end
+  bool paused = false;    // not read for a while, see PausedSenders
+  bool flushing = false;  // its queue is sent when the socket becomes writable
+  bool stalled = false;   // reads nothing: no sender is paused for it
+  bool queued = false;    // in the list of clients to read
+  bool posted = false;    // in the list of those to which something was posted
+
+  // In these lists.
+  Client *nextReady = nullptr;
+  Client *nextPosted = nullptr;
 
  private:
   size_t HeldBytes() const;
+
+  std::unique_ptr<const TunnelledBoard> board_;  // null unless the tunnel has said it
 };
 
 // The name of a client's socket in the service manager's descriptor store: this and its id.

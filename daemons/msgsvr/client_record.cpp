@@ -83,7 +83,7 @@ StandingRecord StandingRecordOf(const Bus &bus, const Client &client) {
   record.since = client.since;
   record.events = BitsOf(client.events);
   record.leaving = client.leaving;
-  record.reportSeconds = static_cast<uint32_t>(client.reportPeriod.count());
+  record.reportSeconds = client.reportPeriod.count();
   record.lastReport = Nanoseconds(client.lastReport);
   record.reportMissed = client.reportMissed;
   record.gap = client.gap.state();
@@ -93,8 +93,9 @@ StandingRecord StandingRecordOf(const Bus &bus, const Client &client) {
   record.barrier = BarrierOf(bus, client);
   record.monitor = bus.monitors.StateOf(client);
   record.throughTunnel = client.peer.throughTunnel;
-  record.board = client.board.name;
-  record.boardAddress = client.board.address;
+  TunnelledBoard board = client.board();
+  record.board = std::move(board.name);
+  record.boardAddress = board.address;
   record.identity = bus.guard.IdentityOf(client.admission.subject());
   return record;
 }

@@ -113,7 +113,7 @@ std::string ClientText(const Bus &bus, const Client &client, bool self, const Un
   AddNumber(json.get(), "pid", client.peer.pid);
   AddNumber(json.get(), "uid", client.peer.uid);
   cJSON_AddBoolToObject(json.get(), "local", client.peer.local);
-  if (client.peer.throughTunnel) AddText(json.get(), "board", client.board.name);
+  if (client.peer.throughTunnel) AddText(json.get(), "board", client.board().name);
   cJSON_AddBoolToObject(json.get(), "self", self);
   AddNumber(json.get(), "since", client.since);
   AddCounters(json.get(), client.counters);

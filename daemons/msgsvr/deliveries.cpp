@@ -7,20 +7,26 @@
 
 namespace zor::msgsvr {
 
-Deliveries::Deliveries(State state)
-    : records_(std::move(state.records)),
-      files_(std::move(state.files)),
-      base_(state.base),
-      checkAt_(std::max(kFirstCheck, records_.size() * 2)),
-      checkFilesAt_(files_.size() * 2 + 1) {
-  descriptors_ = records_.size();  // at most
+Deliveries::Deliveries(State state) : records_(std::move(state.records)), base_(state.base), checkAt_(CheckAt()) {
+  if (!state.files.empty()) {
+    files_ = std::make_unique<Files>();
+    files_->checkAt = state.files.size() * 2 + 1;
+    files_->list = std::move(state.files);
+  }
+  descriptors_ = static_cast<uint32_t>(records_.size());  // at most
   CountDescriptors();
+}
+
+void Deliveries::ReserveFile() {
+  if (files_ == nullptr) files_ = std::make_unique<Files>();
+  auto &list = files_->list;
+  if (list.size() == list.capacity()) list.reserve(2 * list.size() + 1);
 }
 
 void Deliveries::DropNewest(size_t count) {
   records_.resize(records_.size() - std::min(count, records_.size()));
   CountDescriptors();
-  while (!files_.empty() && files_.back().record >= base_ + records_.size()) files_.pop_back();
+  while (!files().empty() && files().back().record >= base_ + records_.size()) files_->list.pop_back();
 }
 
 void Deliveries::ClearRecords() {
@@ -59,7 +65,7 @@ void Deliveries::KeepDescriptors(size_t count) {
 
 void Deliveries::CountDescriptors() {
   if (descriptors_ == 0) return;
-  descriptors_ = static_cast<size_t>(std::ranges::count_if(records_, &Delivered::isDescriptor));
+  descriptors_ = static_cast<uint32_t>(std::ranges::count_if(records_, &Delivered::isDescriptor));
 }
 
 Deliveries::Unread Deliveries::UnreadOf(uint64_t bytes, size_t queued, uint32_t nowMs) const {

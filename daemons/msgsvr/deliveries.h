@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -47,7 +48,7 @@ class Deliveries {
   };
   Deliveries() = default;
   explicit Deliveries(State state);
-  State state() const { return {records_, files_, base_}; }
+  State state() const { return {records_, {files().begin(), files().end()}, base_}; }
 
   // Makes room for one more message, so that noting it cannot fail afterwards. Throws std::bad_alloc.
   // With `mayGrow`, which is asked for a number of bytes, the record grows; without, its oldest part is forgotten.
@@ -60,23 +61,23 @@ class Deliveries {
         Forget(records_.size() / 2);
       }
     }
-    if (bodyInFile && files_.size() == files_.capacity()) files_.reserve(2 * files_.size() + 1);
+    if (bodyInFile) ReserveFile();
   }
   void Add(const Delivered &delivered) {
     records_.push_back(delivered);
     if (delivered.isDescriptor()) ++descriptors_;
   }
   // Notes the body file of the message that is added next.
-  void AddFile(std::string name) { files_.push_back({base_ + records_.size(), std::move(name)}); }
+  void AddFile(std::string name) { files_->list.push_back({base_ + records_.size(), std::move(name)}); }
   // Removes the newest records: they were refused after all.
   void DropNewest(size_t count);
   // Everything has been read. Files stay noted until their reader has deleted them.
   template <typename Exists>
   void Clear(Exists exists) {
     ClearRecords();
-    if (files_.size() < checkFilesAt_) return;
-    std::erase_if(files_, [&](const File &file) { return !exists(file.name); });
-    checkFilesAt_ = files_.size() * 2 + 1;
+    if (files_ == nullptr || files_->list.size() < files_->checkAt) return;
+    std::erase_if(files_->list, [&](const File &file) { return !exists(file.name); });
+    files_->checkAt = files_->list.size() * 2 + 1;
   }
   // Whether the client has read the newest record, since it has replied to it.
   bool IsNewest(uint32_t type, uint32_t sequence) const {
@@ -92,7 +93,7 @@ class Deliveries {
   void Trim(size_t most, Exists exists) {
     if (records_.size() > most) Forget(records_.size() - most);
     ForgetReadFiles(exists);
-    checkAt_ = std::max(kFirstCheck, records_.size() * 2);
+    checkAt_ = CheckAt();
   }
 
   // Descriptors that it has perhaps not read, altogether and from one client.
@@ -112,34 +113,42 @@ class Deliveries {
     return records_;
   }
 
-  const std::vector<File> &files() const { return files_; }
+  std::span<const File> files() const { return files_ == nullptr ? std::span<const File>() : files_->list; }
   size_t HeldBytes() const {
-    return records_.capacity() * sizeof(Delivered) + files_.capacity() * (sizeof(File) + kFileNameBytes);
+    const size_t ofFiles =
+        files_ == nullptr ? 0 : sizeof *files_ + files_->list.capacity() * (sizeof(File) + kFileNameBytes);
+    return records_.capacity() * sizeof(Delivered) + ofFiles;
   }
 
  private:
+  struct Files {
+    std::vector<File> list;
+    size_t checkAt = 1;
+  };
+
   template <typename Exists>
   void ForgetReadFiles(Exists exists) {
-    size_t read = files_.size();
-    while (read > 0 && exists(files_[read - 1].name)) --read;
+    size_t read = files().size();
+    while (read > 0 && exists(files_->list[read - 1].name)) --read;
     if (read == 0) return;
-    const uint64_t record = files_[read - 1].record;
-    files_.erase(files_.begin(), files_.begin() + static_cast<std::ptrdiff_t>(read));
+    const uint64_t record = files_->list[read - 1].record;
+    files_->list.erase(files_->list.begin(), files_->list.begin() + static_cast<std::ptrdiff_t>(read));
     if (record >= base_) Forget(static_cast<size_t>(record - base_) + 1);
   }
+  void ReserveFile();
   void ClearRecords();
+  uint32_t CheckAt() const { return static_cast<uint32_t>(std::max(kFirstCheck, records_.size() * 2)); }
   void CountDescriptors();
   void Forget(size_t count);
 
   std::vector<Delivered> records_;
-  std::vector<File> files_;
-  uint64_t base_ = 0;  // number of the oldest record
-  size_t descriptors_ = 0;
-  size_t checkAt_ = kFirstCheck;
-  size_t checkFilesAt_ = 1;
+  std::unique_ptr<Files> files_;  // null until the first one
+  uint64_t base_ = 0;             // number of the oldest record
+  uint32_t descriptors_ = 0;
+  uint32_t checkAt_ = kFirstCheck;
 
   static constexpr size_t kFirstCheck = 4;
-  static constexpr size_t kFirstRoom = 4;
+  static constexpr size_t kFirstRoom = 2;
   static constexpr size_t kFileNameBytes = 64;  // that a file's name costs at most
 };
 

@@ -35,28 +35,34 @@ bool Refusals::MayTell(uint32_t nowMs) const {
   return !state_.told || nowMs - state_.toldMs >= limits::msgsvr::kRefusalPauseMs;
 }
 
-EventGap::EventGap(State state) : state_(std::move(state)) {
-  if (state_.wanted) state_.types.reserve(limits::msgsvr::kGapTypes);
+EventGap::EventGap(State state) {
+  if (!state.wanted) return;
+  state_ = std::make_unique<State>(std::move(state));
+  state_->types.reserve(limits::msgsvr::kGapTypes);  // so that counting takes no memory
 }
 
 void EventGap::Want(bool wanted) {
-  if (wanted) state_.types.reserve(limits::msgsvr::kGapTypes);  // so that counting takes no memory
-  Clear();
-  state_.wanted = wanted;
+  State state;
+  state.wanted = wanted;
+  *this = EventGap(std::move(state));
+}
+
+size_t EventGap::HeldBytes() const {
+  return state_ == nullptr ? 0 : sizeof *state_ + state_->types.capacity() * sizeof(ZOR_CONTROL_GAP_TYPE);
 }
 
 void EventGap::Clear() {
-  state_.sinceUs = 0;
-  state_.events = 0;
-  state_.types.clear();
+  state_->sinceUs = 0;
+  state_->events = 0;
+  state_->types.clear();
 }
 
 void EventGap::Add(uint32_t type) {
-  if (state_.events++ == 0) {
+  if (state_->events++ == 0) {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
-    state_.sinceUs = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+    state_->sinceUs = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
   }
-  auto &types = state_.types;
+  auto &types = state_->types;
   const auto known = std::find_if(types.begin(), types.end(), [&](const auto &entry) { return entry.type == type; });
   if (known != types.end()) {
     ++known->events;
@@ -67,12 +73,13 @@ void EventGap::Add(uint32_t type) {
 
 std::vector<std::byte> EventGap::Body() const {
   ZOR_CONTROL_GAP gap{};
-  gap.sinceUs = state_.sinceUs;
-  gap.events = state_.events;
-  gap.types = static_cast<uint32_t>(state_.types.size());
-  std::vector<std::byte> body(sizeof gap + state_.types.size() * sizeof(ZOR_CONTROL_GAP_TYPE));
+  const auto &types = state_->types;
+  gap.sinceUs = state_->sinceUs;
+  gap.events = state_->events;
+  gap.types = static_cast<uint32_t>(types.size());
+  std::vector<std::byte> body(sizeof gap + types.size() * sizeof(ZOR_CONTROL_GAP_TYPE));
   std::memcpy(body.data(), &gap, sizeof gap);
-  if (!state_.types.empty()) std::memcpy(body.data() + sizeof gap, state_.types.data(), body.size() - sizeof gap);
+  if (!types.empty()) std::memcpy(body.data() + sizeof gap, types.data(), body.size() - sizeof gap);
   return body;
 }
 

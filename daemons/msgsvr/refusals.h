@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -57,21 +58,24 @@ class EventGap {
   };
 
   EventGap() = default;
+  // Throws std::bad_alloc, like Want.
   explicit EventGap(State state);
-  const State &state() const { return state_; }
+  State state() const { return state_ == nullptr ? State() : *state_; }
 
-  bool wanted() const { return state_.wanted; }
+  bool wanted() const { return state_ != nullptr; }
   // Starts or stops counting.
   void Want(bool wanted);
+  size_t HeldBytes() const;
 
-  bool empty() const { return state_.events == 0; }
+  // What follows has a meaning only while it is wanted.
+  bool empty() const { return state_->events == 0; }
   void Add(uint32_t type);
   void Clear();
   // The body of the notice.
   std::vector<std::byte> Body() const;
 
  private:
-  State state_;
+  std::unique_ptr<State> state_;  // null unless it is wanted, as by few clients
 };
 
 }  // namespace zor::msgsvr

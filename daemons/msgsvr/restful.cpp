@@ -12,7 +12,7 @@ bool RestfulPatterns::Add(Client &client, std::string_view patternList) {
   const size_t cost = patternList.size() + sizeof(Entry);
   if (client.patternBytes + cost > limits::msgsvr::kPatternBytes || !client.charge.MayTake(cost)) return false;
   entries_.push_back({&client, std::string(patternList), ++lastOrder_});
-  client.patternBytes += cost;
+  client.patternBytes += static_cast<uint32_t>(cost);
   client.Settle();
   return true;
 }

@@ -70,7 +70,7 @@ void Restoration::RestoreBus(const BusRecord &record) {
 
 void Restoration::RestoreClient(const ClientRecord &record) {
   const StandingRecord &standing = record.standing;
-  const Peer peer = {standing.local, standing.uid, standing.pid, standing.throughTunnel};
+  const Peer peer = {standing.uid, standing.pid, standing.local, standing.throughTunnel};
   const size_t queueBytes =
       std::clamp<size_t>(record.queueBytes, bus_.settings.queueBytes, limits::msgsvr::kMostQueueBytes);
   Client &client = bus_.clients.emplace_back(descriptors_.Take(record.socket), peer, standing.id, bus_.journal,

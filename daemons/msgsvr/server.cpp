@@ -142,9 +142,9 @@ void Server::AcceptWithoutDescriptors(const Listener &listener) {
 }
 
 Peer Server::PeerOf(int socket, Listener::Of kind) {
-  if (kind != Listener::Of::kProcesses) return {false, static_cast<uid_t>(-1), -1, kind == Listener::Of::kTunnel};
+  if (kind != Listener::Of::kProcesses) return {static_cast<uid_t>(-1), -1, false, kind == Listener::Of::kTunnel};
   const ucred peer = daemon::PeerOf(socket);
-  return {true, peer.uid, peer.pid};
+  return {peer.uid, peer.pid, true};
 }
 
 void Server::Admit(UniqueFd socket, Listener::Of kind) {
@@ -261,7 +261,7 @@ void Server::CheckReports(Clock::time_point now) {
   reportsChecked_ = now;
   for (Client &client : bus_.clients) {
     if (client.ended || client.reportMissed || client.reportPeriod.count() == 0) continue;
-    if (now - client.lastReport <= limits::msgsvr::kMissedReports * client.reportPeriod) continue;
+    if (now - client.lastReport <= limits::msgsvr::kMissedReports * std::chrono::seconds(client.reportPeriod)) continue;
     client.reportMissed = true;
     bus_.log.PrintOf(client.charge.holder(), "%s: no report for %d periods of %lld s", client.Label().c_str(),
                      limits::msgsvr::kMissedReports, static_cast<long long>(client.reportPeriod.count()));

@@ -19,7 +19,10 @@ void Storms::Look(uint32_t elapsedMs) {
     }
   }
   std::erase_if(storms_, [](const Storm &storm) { return !storm.lasts; });
-  for (Client &client : bus_.clients) client.flows.Clear();
+  for (Client &client : bus_.clients) {
+    client.flows.Clear();
+    client.Settle();
+  }
 }
 
 bool Storms::IsFast(const Flows::Flow &flow) const {
