@@ -127,9 +127,11 @@ struct Client {
   bool queued = false;    // in the list of clients to read
   bool posted = false;    // in the list of those to which something was posted
 
-  // In these lists.
+  // In these lists, and in the table of names.
   Client *nextReady = nullptr;
   Client *nextPosted = nullptr;
+  Client *nextName = nullptr;  // the oldest client of another name
+  Client *nextNamesake = nullptr;
 
  private:
   size_t HeldBytes() const;

@@ -1,6 +1,7 @@
 #include "msgsvr/names.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "msgsvr/client.h"
 
@@ -41,33 +42,67 @@ size_t AppNameHash::operator()(const AppName &name) const noexcept {
   return static_cast<size_t>(mixed ^ (mixed >> 32));
 }
 
+Namesakes::Iterator &Namesakes::Iterator::operator++() {
+  client_ = client_->nextNamesake;
+  return *this;
+}
+
+size_t Namesakes::count() const {
+  size_t count = 0;
+  for (auto each = begin(); each != end(); ++each) ++count;
+  return count;
+}
+
 void NameTable::Add(const AppName &name, Client &client) {
-  std::vector<Client *> &clients = byName_[name];
-  try {
-    clients.push_back(&client);
-  } catch (...) {
-    if (clients.empty()) byName_.erase(name);
-    throw;
-  }
+  if (names_ >= chains_.size()) Grow();
+  Client **link = &LinkOf(name);
+  client.nextName = client.nextNamesake = nullptr;
+  if (*link == nullptr) ++names_;
+  while (*link != nullptr) link = &(*link)->nextNamesake;
+  *link = &client;
   client.registration = ++lastRegistration_;
 }
 
 void NameTable::Remove(const AppName &name, const Client &client) {
-  const auto entry = byName_.find(name);
-  if (entry == byName_.end()) return;
-  std::erase(entry->second, &client);
-  if (entry->second.empty()) byName_.erase(entry);
+  if (names_ == 0) return;
+  Client *&oldest = LinkOf(name);
+  if (oldest == &client) {
+    Client *const heir = client.nextNamesake;
+    if (heir == nullptr) --names_;
+    if (heir != nullptr) heir->nextName = client.nextName;
+    oldest = heir != nullptr ? heir : client.nextName;
+    return;
+  }
+  for (Client *each = oldest; each != nullptr; each = each->nextNamesake) {
+    if (each->nextNamesake == &client) each->nextNamesake = client.nextNamesake;
+  }
 }
 
-std::span<Client *const> NameTable::ClientsNamed(const AppName &name) const {
-  const auto entry = byName_.find(name);
-  if (entry == byName_.end()) return {};
-  return entry->second;
+Namesakes NameTable::ClientsNamed(const AppName &name) const {
+  return Namesakes(Oldest(name));
 }
 
 Client *NameTable::Oldest(const AppName &name) const {
-  const std::span<Client *const> clients = ClientsNamed(name);
-  return clients.empty() ? nullptr : clients.front();
+  return names_ == 0 ? nullptr : const_cast<NameTable *>(this)->LinkOf(name);
+}
+
+Client *&NameTable::LinkOf(const AppName &name) {
+  Client **link = &chains_[AppNameHash()(name) & (chains_.size() - 1)];
+  while (*link != nullptr && (*link)->name != name) link = &(*link)->nextName;
+  return *link;
+}
+
+void NameTable::Grow() {
+  constexpr size_t kFewest = 16;
+  std::vector<Client *> chains(std::max(kFewest, 2 * chains_.size()));
+  for (Client *client : chains_) {
+    while (client != nullptr) {
+      Client *&chain = chains[AppNameHash()(client->name) & (chains.size() - 1)];
+      Client *const next = std::exchange(client->nextName, chain);
+      chain = std::exchange(client, next);
+    }
+  }
+  chains_ = std::move(chains);
 }
 
 }  // namespace zor::msgsvr

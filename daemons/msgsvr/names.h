@@ -5,12 +5,11 @@
 #include <zor/msg_wire.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
-#include <span>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace zor::msgsvr {
@@ -48,19 +47,49 @@ struct AppNameHash {
   size_t operator()(const AppName &name) const noexcept;
 };
 
-// Registered clients by name, in the order of their registration.
+// Clients of one name, longest registered first. Valid while none of the name is added or removed.
+class Namesakes {
+ public:
+  class Iterator {
+   public:
+    explicit Iterator(Client *client) : client_(client) {}
+    Client *operator*() const { return client_; }
+    Iterator &operator++();
+    friend bool operator==(const Iterator &, const Iterator &) = default;
+
+   private:
+    Client *client_;
+  };
+
+  explicit Namesakes(Client *oldest) : oldest_(oldest) {}
+  Iterator begin() const { return Iterator(oldest_); }
+  Iterator end() const { return Iterator(nullptr); }
+  bool empty() const { return oldest_ == nullptr; }
+  size_t count() const;
+
+ private:
+  Client *oldest_;
+};
+
+// Registered clients by name, in the order of their registration. The links are in the clients: their oldest ones are
+// in the chains of a hash table, each at the head of its namesakes.
 class NameTable {
  public:
   // Also numbers the client's registration.
   void Add(const AppName &name, Client &client);
   void Remove(const AppName &name, const Client &client);
   // All clients with that name, longest registered first.
-  std::span<Client *const> ClientsNamed(const AppName &name) const;
+  Namesakes ClientsNamed(const AppName &name) const;
   // The client that gets messages to that name: the longest-registered one; null if there is none.
   Client *Oldest(const AppName &name) const;
 
  private:
-  std::unordered_map<AppName, std::vector<Client *>, AppNameHash> byName_;
+  // The link in the chain that refers to the oldest client of that name, or would.
+  Client *&LinkOf(const AppName &name);
+  void Grow();
+
+  std::vector<Client *> chains_;  // a power of two of them
+  size_t names_ = 0;
   uint64_t lastRegistration_ = 0;
 };
 

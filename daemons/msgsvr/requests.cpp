@@ -43,7 +43,9 @@ void Requests::Register(Client &from, const Frame &frame) {
 void Requests::ReplaceSilent(const Client &newcomer) {
   const in_addr_t board = daemon::BoardAddress(newcomer.socket.get());
   const auto named = bus_.names.ClientsNamed(newcomer.name);
-  for (Client *old : std::vector<Client *>(named.begin(), named.end())) {
+  for (auto next = named.begin(); next != named.end();) {
+    Client *const old = *next;
+    ++next;  // while the client is on the bus
     if (old->peer.local || board == 0 || daemon::BoardAddress(old->socket.get()) != board) continue;
     if (!daemon::IsSilent(old->socket.get())) {
       daemon::Probe(old->socket.get());
@@ -111,7 +113,7 @@ void Requests::Unsubscribe(Client &from, const Frame &frame, Body body) {
 
 void Requests::CountProcesses(Client &from, const Frame &frame, Body body) {
   const auto clients = bus_.names.ClientsNamed(AppName(TextOf(body)));
-  delivery_.Reply(from, frame, static_cast<uint32_t>(clients.size()));
+  delivery_.Reply(from, frame, static_cast<uint32_t>(clients.count()));
 }
 
 // The daemon has been asked to exit but may not comply, so it stays reachable while it is connected. Subscriptions that
