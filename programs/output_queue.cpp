@@ -46,8 +46,8 @@ ssize_t SendNow(int socket, std::span<const std::byte> bytes) {
 bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, UniqueFd &&descriptor) {
   const size_t cost = CostOf(message.size());
   const bool attached = descriptor.valid();
-  if (attached ? descriptors_.size() == limits::kUnreadDescriptors : cost > Room()) return false;
-  if (attached) descriptors_.reserve(descriptors_.size() + 1);
+  if (attached ? descriptorCount() == limits::kUnreadDescriptors : cost > Room()) return false;
+  if (attached) ReserveDescriptor();
   if (!MakeRoom(cost, sent > 0)) return false;
   journal::Queue &queue = edit();
   const MessageHead head = {static_cast<uint32_t>(message.size()), attached ? 1u : 0u};
@@ -62,8 +62,18 @@ bool OutputQueue::Push(std::span<const std::byte> message, size_t sent, UniqueFd
   ++queue.messages;
   queue.cost += cost;
   queue.left += message.size() - sent;
-  if (attached) descriptors_.push_back(std::move(descriptor));
+  if (attached) descriptors_->push_back(std::move(descriptor));
   return true;
+}
+
+void OutputQueue::ReserveDescriptor() {
+  if (descriptors_ == nullptr) descriptors_ = std::make_unique<std::vector<UniqueFd>>();
+  descriptors_->reserve(descriptors_->size() + 1);
+}
+
+void OutputQueue::DropDescriptor() {
+  descriptors_->erase(descriptors_->begin());
+  if (descriptors_->empty()) descriptors_.reset();
 }
 
 bool OutputQueue::Fits(std::initializer_list<size_t> sizes) const {
@@ -155,7 +165,7 @@ ssize_t OutputQueue::SendFront(int socket) {
     const MessageHead head = TakeHead(place);
     if (head.hasDescriptor != 0 && skipped == 0) {
       if (used > 0) break;
-      descriptor = descriptors_.front().get();
+      descriptor = descriptors_->front().get();
     }
     for (size_t taken = 0; taken < head.size && used < vectors.size();) {
       const auto piece = TakePiece(place, head.size - taken);
@@ -175,7 +185,7 @@ void OutputQueue::Advance(size_t count) {
   while (count > 0) {
     Place place = Front();
     const MessageHead head = TakeHead(place);
-    if (head.hasDescriptor != 0 && queue.sent == 0) descriptors_.erase(descriptors_.begin());
+    if (head.hasDescriptor != 0 && queue.sent == 0) DropDescriptor();
     const size_t taken = std::min<size_t>(count, head.size - queue.sent);
     queue.sent += static_cast<uint32_t>(taken);
     count -= taken;

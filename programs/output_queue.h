@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -32,7 +33,8 @@ class OutputQueue {
   enum class State { kDrained, kBlocked, kBroken };
 
   // The slot must outlive the queue.
-  OutputQueue(JournalSlot &slot, size_t maxBytes) : slot_(slot), maxBytes_(maxBytes) {}
+  OutputQueue(JournalSlot &slot, size_t maxBytes)
+      : slot_(slot), maxBytes_(static_cast<uint32_t>(std::min<size_t>(maxBytes, UINT32_MAX))) {}
 
   // Appends a message of which the first bytes have been sent already. False, with nothing changed, when it does not
   // fit, or the journal is full; the bytes count with what it costs to keep them. One with a descriptor, which belongs
@@ -56,7 +58,7 @@ class OutputQueue {
   // The bytes themselves that are still to be sent.
   size_t bytesLeft() const { return static_cast<size_t>(queue().left); }
   // Descriptors that have not been sent.
-  size_t descriptorCount() const { return descriptors_.size(); }
+  size_t descriptorCount() const { return descriptors_ == nullptr ? 0 : descriptors_->size(); }
 
   // Calls visit(bytes, sent, descriptor) for each message, oldest first: all its bytes, of which the first may have
   // been sent, and the descriptor that is still to be sent or -1. The bytes are valid during the call.
@@ -68,7 +70,7 @@ class OutputQueue {
     for (uint32_t left = queue().messages, sent = queue().sent; left > 0; --left, sent = 0) {
       const journal::MessageHead head = TakeHead(place);
       const bool attached = head.hasDescriptor != 0 && sent == 0;
-      visit(TakeBytes(place, head.size, gathered), size_t{sent}, attached ? descriptors_[descriptor++].get() : -1);
+      visit(TakeBytes(place, head.size, gathered), size_t{sent}, attached ? (*descriptors_)[descriptor++].get() : -1);
     }
   }
 
@@ -84,7 +86,7 @@ class OutputQueue {
   journal::Queue &edit() { return slot_.edit().output; }
   journal::Blocks &blocks() const { return slot_.journal().largeBlocks(); }
 
-  size_t Room() const { return maxBytes_ - std::min(bytes(), maxBytes_); }
+  size_t Room() const { return maxBytes() - std::min(bytes(), maxBytes()); }
   Place Front() const { return {queue().first, queue().front}; }
   // Each of these moves the place behind what it takes.
   std::span<std::byte> TakePiece(Place &place, size_t most) const;
@@ -92,14 +94,16 @@ class OutputQueue {
   std::span<const std::byte> TakeBytes(Place &place, size_t size, std::vector<std::byte> &gathered) const;
   void Put(Place &place, std::span<const std::byte> bytes);
 
+  void ReserveDescriptor();
+  void DropDescriptor();
   bool MakeRoom(size_t bytes, bool urgent);
   ssize_t SendFront(int socket);
   void Advance(size_t count);
   void RemoveFront();
 
   JournalSlot &slot_;
-  size_t maxBytes_;
-  std::vector<UniqueFd> descriptors_;  // of the messages that have one, in their order
+  std::unique_ptr<std::vector<UniqueFd>> descriptors_;  // of the messages that have one, in their order; null: none
+  uint32_t maxBytes_;
 };
 
 }  // namespace zor::daemon

@@ -89,8 +89,7 @@ struct Client {
   daemon::Charge charge;
   access::Admission admission;
 
-  daemon::JournalSlot slot;    // its standing record, and the input that is left
-  size_t readSize = SIZE_MAX;  // as much of its input as is its due in a turn
+  daemon::JournalSlot slot;  // its standing record, and the input that is left
   daemon::OutputQueue output;
   uint64_t lastTarget = 0;  // id of the client that received its latest message
 
@@ -112,20 +111,21 @@ struct Client {
   // State in the event loop.
   uint64_t flushes = 0;  // times that its socket has become writable again
   int unsentWhenStalled = 0;
-  bool backlog = false;        // the input holds more than was its due; `halfDescriptor` belongs to its end
-  bool recordChanged = false;  // the standing record is out of date
-  bool leaving = false;        // another daemon has asked it to exit for good
-  bool reportMissed = false;
-  bool ended = false;     // no longer on the bus; released at the end of the turn
-  bool deaf = false;      // nothing can be written to it; what it has written before is still read
-  bool reset = false;     // its end was closed before it had read everything
-  bool readable = false;  // may pause unread bytes
-  bool hungUp = false;    // the peer has closed its end: read to the end
-  bool paused = false;    // not read for a while, see PausedSenders
-  bool flushing = false;  // its queue is sent when the socket becomes writable
-  bool stalled = false;   // reads nothing: no sender is paused for it
-  bool queued = false;    // in the list of clients to read
-  bool posted = false;    // in the list of those to which something was posted
+  uint32_t readSize = UINT32_MAX;  // as much of its input as is its due in a turn
+  bool backlog : 1 = false;        // the input holds more than was its due; `halfDescriptor` belongs to its end
+  bool recordChanged : 1 = false;  // the standing record is out of date
+  bool leaving : 1 = false;        // another daemon has asked it to exit for good
+  bool reportMissed : 1 = false;
+  bool ended : 1 = false;     // no longer on the bus; released at the end of the turn
+  bool deaf : 1 = false;      // nothing can be written to it; what it has written before is still read
+  bool reset : 1 = false;     // its end was closed before it had read everything
+  bool readable : 1 = false;  // may pause unread bytes
+  bool hungUp : 1 = false;    // the peer has closed its end: read to the end
+  bool paused : 1 = false;    // not read for a while, see PausedSenders
+  bool flushing : 1 = false;  // its queue is sent when the socket becomes writable
+  bool stalled : 1 = false;   // reads nothing: no sender is paused for it
+  bool queued : 1 = false;    // in the list of clients to read
+  bool posted : 1 = false;    // in the list of those to which something was posted
 
   // In these lists, and in the table of names.
   Client *nextReady = nullptr;

@@ -301,7 +301,8 @@ void Delivery::FlushQueue(Client &client) {
     bus_.log.PrintOf(client.charge.holder(), "%s reads again: %llu messages to it were refused", client.Label().c_str(),
                      static_cast<unsigned long long>(refused));
   }
-  if (std::exchange(client.flushing, false)) bus_.poll.Change(client.socket.get(), kClientEvents, &client);
+  if (client.flushing) bus_.poll.Change(client.socket.get(), kClientEvents, &client);
+  client.flushing = false;
 }
 
 // Writes bytes of the receive buffer, which follow those whose effects are complete. Returns how many were sent or
@@ -329,7 +330,8 @@ size_t Delivery::Post(Client &to, std::span<const std::byte> frame) {
 }
 
 void Delivery::AddPosted(Client &client) {
-  if (std::exchange(client.posted, true)) return;
+  if (client.posted) return;
+  client.posted = true;
   client.nextPosted = std::exchange(posted_, &client);
 }
 
@@ -377,7 +379,8 @@ size_t Delivery::Queue(Client &to, std::span<const std::byte> frames, size_t sen
 
 // The queue is no longer empty: send it when the socket becomes writable.
 void Delivery::WatchForOutput(Client &to) {
-  if (std::exchange(to.flushing, true)) return;
+  if (to.flushing) return;
+  to.flushing = true;
   bus_.poll.Change(to.socket.get(), kClientEvents | EPOLLOUT, &to);
 }
 

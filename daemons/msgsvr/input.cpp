@@ -65,7 +65,8 @@ void Input::Read(Client &client) {
   const OpenTurn turn(journal_);
   Received received;
   size_t count = 0;
-  if (std::exchange(client.backlog, false)) {
+  if (client.backlog) {
+    client.backlog = false;
     received.descriptor = std::move(client.halfDescriptor);
   } else {
     count = ReadMore(client, received);
@@ -76,7 +77,7 @@ void Input::Read(Client &client) {
 
 // Returns 0 if there is nothing to handle.
 size_t Input::ReadMore(Client &client, Received &received) {
-  const size_t room = std::min(client.readSize, journal_.buffer().size() - client.slot.inputBytes());
+  const size_t room = std::min<size_t>(client.readSize, journal_.buffer().size() - client.slot.inputBytes());
   received = Receive(client, room);
   if (received.count < 0 && errno == EAGAIN && !client.deaf) {
     client.readable = false;
@@ -91,7 +92,7 @@ size_t Input::ReadMore(Client &client, Received &received) {
   // pending, which no further event will announce.
   const auto count = static_cast<size_t>(received.count);
   client.readable = count == room || received.descriptor.valid() || client.hungUp || client.deaf;
-  if (count == room) client.readSize = std::min(2 * count, journal_.buffer().size());
+  if (count == room) client.readSize = static_cast<uint32_t>(std::min(2 * count, journal_.buffer().size()));
   if (!received.excessive) return count;
   bus_.CutOff(client, "it sent more than one descriptor at a time");
   return 0;
@@ -138,7 +139,7 @@ bool Input::KeepBacklog(Client &client, size_t routed, std::span<std::byte> rest
   client.halfDescriptor = std::move(descriptor);
   client.backlog = true;
   client.readable = true;
-  client.readSize = std::max(routed, 2 * kMaxFrameSize);
+  client.readSize = static_cast<uint32_t>(std::max(routed, 2 * kMaxFrameSize));
   Keep(client, rest);
   return true;
 }

@@ -15,7 +15,8 @@ class ReadyList {
 
   // Does nothing if it is in the list.
   void Add(Client &client) {
-    if (std::exchange(client.queued, true)) return;
+    if (client.queued) return;
+    client.queued = true;
     client.nextReady = nullptr;
     (last_ == nullptr ? first_ : last_->nextReady) = &client;
     last_ = &client;

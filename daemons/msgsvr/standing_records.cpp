@@ -23,7 +23,9 @@ void Bus::WriteChanged() {
   };
   if (std::exchange(someChanged_, false)) {
     for (Client &client : clients) {
-      if (!std::exchange(client.recordChanged, false) || client.ended) continue;
+      if (!client.recordChanged) continue;
+      client.recordChanged = false;
+      if (client.ended) continue;
       if (!write(client.slot, [&] { return StandingRecordOf(*this, client); })) {
         CutOff(client, "no memory for its record");
       }
