@@ -4,7 +4,7 @@
 #include <new>
 
 #include "programs/limits.h"
-#include "zorbridge/json_string.h"
+#include "programs/messages/json_text.h"
 #include "zorbridge/time_text.h"
 
 namespace zor::bridge {
@@ -37,8 +37,7 @@ std::string Gap::Members() const {
                         TimeText(toMs_) + "\",\"by\":{";
   const auto append = [&members](std::string_view group, std::uint64_t records) {
     if (members.back() != '{') members += ',';
-    AppendJsonString(members, group);
-    members += ':' + std::to_string(records);
+    members += messages::JsonString(group) + ':' + std::to_string(records);
   };
   for (const auto &[group, records] : groups_) append(group, records);
   if (other_ > 0) append("other", other_);

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "programs/limits.h"
-#include "zorbridge/json_string.h"
+#include "programs/messages/json_text.h"
 #include "zorbridge/stream_name.h"
 #include "zorbridge/time_text.h"
 
@@ -15,9 +15,7 @@ namespace {
 constexpr char kGapTopic[] = "gap";
 
 std::string EnvelopeOf(const std::string &gateway) {
-  std::string envelope = "{\"schema\":1,\"gateway\":";
-  AppendJsonString(envelope, gateway);
-  return envelope + ",\"stream\":\"";
+  return "{\"schema\":1,\"gateway\":" + messages::JsonString(gateway) + ",\"stream\":\"";
 }
 
 }  // namespace
