@@ -76,9 +76,11 @@ bool Resolver::Start(const std::string &host) {
 void Resolver::Cancel() {
   pipe_.Close();
   if (child_ <= 0) return;
-  // The library may have collected it already.
-  ::kill(child_, SIGKILL);
-  while (::waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
+  // When the library has collected it already, its number may be that of another process.
+  if (::waitpid(child_, nullptr, WNOHANG) == 0) {
+    ::kill(child_, SIGKILL);
+    while (::waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
+    }
   }
   child_ = -1;
 }
