@@ -240,18 +240,27 @@ bool OutboxState::WriteAll(bool last) {
   return (!last && !removes && !daily_.MustSave(now_)) || SaveState(firstKey, last);
 }
 
-// The log is emptied first, so that what that writes is counted.
 void OutboxState::Close() {
   now_ = options_.now();
-  if (!lock_.valid() || (!file_.isOpen() && !Attach())) return;
+  if (!lock_.valid()) return;
+  const bool written = (file_.isOpen() || Attach()) && WriteLast();
+  if (!written && window_.unwrittenBytes() > 0) {
+    problems_.Print("%s: %llu bytes of records are lost", options_.path.c_str(),
+                    static_cast<unsigned long long>(window_.unwrittenBytes()));
+  }
+  file_.Close();
+  lock_.reset();
+}
+
+// The log is emptied first, so that what that writes is counted.
+bool OutboxState::WriteLast() {
   CloseGap();
   if (HasWork()) WriteGroup(false);
   const std::uint64_t before = WrittenBytes();
   if (file_.isOpen()) file_.Checkpoint();
   daily_.Count(WrittenBytes() - before);
-  if (file_.isOpen() && !WriteGroup(true) && file_.isOpen()) WriteGroup(true);  // into a new file, if it was damaged
-  file_.Close();
-  lock_.reset();
+  if (!file_.isOpen()) return false;
+  return WriteGroup(true) || (file_.isOpen() && WriteGroup(true));  // into a new file, if it was damaged
 }
 
 }  // namespace zor::bridge

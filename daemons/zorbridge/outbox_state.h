@@ -54,6 +54,7 @@ class OutboxState {
   bool MayWrite();
   bool WriteGroup(bool last);
   bool WriteAll(bool last);
+  bool WriteLast();
   bool SaveState(std::int64_t firstKey, bool last);
 
   // outbox_state.cpp: what is kept.
