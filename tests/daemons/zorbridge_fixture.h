@@ -43,8 +43,16 @@ class ZorbridgeTest : public BusDaemonTest {
   }
   void Subscribe() {
     shown_ = 0;
-    subscriber_.emplace(broker_.Client({"mosquitto_sub", "-v", "-q", "1", "-t", "#", "-i", "everything"}));
+    subscriber_.reset();
+    subscriber_.emplace(broker_.Client({"mosquitto_sub", "-v", "-q", "1", "-t", "#"}));
     Mark("subscribed");
+  }
+  // For a broker that has been stopped: the subscriber is there before the bridge.
+  void RestartBroker() {
+    daemon_->Signal(SIGSTOP);
+    broker_.Start();
+    Subscribe();
+    daemon_->Signal(SIGCONT);
   }
   // A publication of the test's own, after everything that was published before it.
   void Mark(const std::string &text) {

@@ -93,8 +93,7 @@ TEST_F(Zorbridge, KeepsThroughAnOutageWhatIsToBeKept) {
   publisher.Event(2, "Newest", kFeed);
   publisher.Event(1, "Lost", 0x2DA01);
   publisher.Settle();
-  broker_.Start();
-  Subscribe();
+  RestartBroker();
   publisher.Events(501, 502);
   ExpectEvents(4, 502);
   Mark("all");
@@ -121,8 +120,7 @@ TEST_F(Zorbridge, LosesNothingThatHasBeenWrittenWhenItIsKilled) {
   Start(Settings());
   publisher.Events(41, 50);
   publisher.Settle();
-  broker_.Start();
-  Subscribe();
+  RestartBroker();
   ExpectEvents(3, 50);
   std::map<std::pair<std::string, uint64_t>, Json> contents;
   for (const auto &[topic, record] : Received(kCounted)) {
