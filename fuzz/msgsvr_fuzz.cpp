@@ -86,7 +86,7 @@ class Bench {
     auto [far, near] = zor::fuzz::SocketPair();
     farEnd = std::move(far);
     ::fcntl(near.get(), F_SETFL, O_NONBLOCK);
-    Client &client = bus_.clients.emplace_back(std::move(near), Peer{true, ::geteuid(), ::getpid()}, ++bus_.lastId,
+    Client &client = bus_.clients.emplace_back(std::move(near), Peer{::geteuid(), ::getpid(), true}, ++bus_.lastId,
                                                *journal_, bus_.settings.queueBytes, bus_.accounts);
     Require(client.slot.valid() && bus_.poll.Add(client.socket.get(), kClientEvents, &client), "a client is taken");
     return client;
