@@ -1,5 +1,6 @@
 #include "programs/messages/event.h"
 
+#include <zor/dmmsg.h>
 #include <zor/event.h>
 
 #include <cstdlib>
@@ -24,8 +25,10 @@ std::string ItemText(uint32_t type, std::string_view body) {
   ZOR_MSG_HEAD head = {};
   head.type = type;
   head.bodyLength = static_cast<uint32_t>(body.size());
-  // Whole words, and a zero after the body.
-  std::vector<uint32_t> block((sizeof head + body.size()) / sizeof(uint32_t) + 2);
+  // Whole words, with zeros after the body: like a received message, which has such slack, since the library tolerates
+  // items that reach a little beyond the body.
+  constexpr std::size_t kBeyond = 2 * ZOR_DMMSG_ITEM_HEAD_SIZE + sizeof(uint32_t);
+  std::vector<uint32_t> block((sizeof head + body.size() + kBeyond) / sizeof(uint32_t) + 1);
   std::memcpy(block.data(), &head, sizeof head);
   std::memcpy(reinterpret_cast<char *>(block.data()) + sizeof head, body.data(), body.size());
   char *text = nullptr;
