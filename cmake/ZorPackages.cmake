@@ -18,7 +18,8 @@ function(zor_find_library name header library suffix package)
 endfunction()
 
 zor_find_library(cJSON cjson/cJSON.h cjson "" libcjson-dev)
-zor_find_library(tirpc rpc/xdr.h tirpc tirpc libtirpc-dev)
+# Its archive: the shared library would bring Kerberos into every daemon, for the XDR routines that it has.
+zor_find_library(tirpc rpc/xdr.h libtirpc.a tirpc libtirpc-dev)
 zor_find_library(mosquitto mosquitto.h mosquitto "" libmosquitto-dev)
 
 function(zor_find_headers name header package)
