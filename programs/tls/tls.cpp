@@ -2,13 +2,17 @@
 
 #include <openssl/err.h>
 
+#include <cstdint>
+
 namespace zor::tls {
 namespace {
 
 std::string TextOf(unsigned long code, const char *data, int flags) {
   std::string text;
-  // The other side has sent an alert; its number follows the offset.
-  if (ERR_GET_LIB(code) == ERR_LIB_SSL && ERR_GET_REASON(code) > SSL_AD_REASON_OFFSET) {
+  // The other side has sent an alert; its number, a byte, follows the offset. Reasons that all of OpenSSL shares are
+  // larger.
+  const int alert = ERR_GET_LIB(code) == ERR_LIB_SSL ? ERR_GET_REASON(code) - SSL_AD_REASON_OFFSET : 0;
+  if (alert > 0 && alert <= UINT8_MAX) {
     text = "refused by the other side: ";
   }
   const char *reason = ERR_reason_error_string(code);
