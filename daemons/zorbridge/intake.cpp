@@ -103,7 +103,10 @@ void Intake::TakeEvent(const ZOR_MSG_HEAD &message) {
 }
 
 void Intake::TakeLog(const ZOR_MSG_HEAD &message) {
-  if (settings_.log == Keeping::kOff) return;
+  // Whoever may send on the bus may send this; only the log daemon has its name.
+  if (settings_.log == Keeping::kOff || std::strncmp(message.source, ZOR_LOG_DAEMON_NAME, sizeof message.source) != 0) {
+    return;
+  }
   const auto copy = ParseLogCopy(BodyOf(message));
   if (!copy || (copy->typeLevel & settings_.logLevels) == 0 ||
       (copy->typeLevel >> ZOR_LOG_TYPE_SHIFT & settings_.logTypes) == 0) {

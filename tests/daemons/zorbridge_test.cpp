@@ -163,6 +163,8 @@ TEST_F(Zorbridge, PassesOnTheRecordsOfTheLogThatAreWanted) {
   ASSERT_EQ(ZOR_MSG_Init("tester"), ZOR_OK);
   ZOR_LOG_API_Record_KLog(ZOR_LOG_KERNEL, ZOR_LOG_WARNING, 0, "too mild");
   ZOR_LOG_API_Record_KLog(ZOR_LOG_SYSTEM, ZOR_LOG_ERROR, 0, "of another type");
+  const ZOR_LOG_COPY forged = {0, ZOR_LOG_KERNEL << ZOR_LOG_TYPE_SHIFT | ZOR_LOG_ERROR, 0};
+  ZOR_MSG_SendMsgDataWithDataSeq("bridge", ZOR_LOG_MSG_COPY, &forged, sizeof forged, 0, 1);
   ZOR_LOG_API_Record_KLog(ZOR_LOG_KERNEL, ZOR_LOG_ERROR, 0, "wanted");
   ZOR_MSG_Destroy();
   ASSERT_TRUE(Shown("\"text\":\"wanted\"}\n"));
