@@ -2,18 +2,26 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
+#include <string>
+#include <system_error>
+
 #include "zorctl/exit_code.h"
 #include "zorctl/text.h"
 
 namespace zor::ctl {
 namespace {
 
-// In the build's directory, and as installed. The module is never unloaded: it holds code of live objects.
+// From the tool's directory, as built and as installed. The loader's own $ORIGIN is that of whatever calls dlopen, such
+// as a sanitizer. The module is never unloaded: it holds code of live objects.
 void *LoadModule() {
-  constexpr const char *kPlaces[] = {"$ORIGIN/zorctl-fleet.so", ZORCTL_MODULE_PATH};
-  std::string why;
+  constexpr const char *kPlaces[] = {"zorctl-fleet.so", ZORCTL_MODULE_PATH};
+  std::error_code unknown;
+  const std::filesystem::path directory = std::filesystem::read_symlink("/proc/self/exe", unknown).parent_path();
+  std::string why = "the tool's directory is unknown";
   for (const char *place : kPlaces) {
-    if (void *module = ::dlopen(place, RTLD_NOW | RTLD_LOCAL)) return module;
+    if (unknown) break;
+    if (void *module = ::dlopen((directory / place).c_str(), RTLD_NOW | RTLD_LOCAL)) return module;
     why = ::dlerror();
   }
   throw Failure(kExitFailure, "cannot load the part for fleets: " + Escape(why),
