@@ -230,6 +230,7 @@ at() { # PERCENT of the time in which events flow
 }
 asked=0 answered=0
 ask() { # INDEX: a request from outside
+  wait_for "alpha$1 is on the bus" 60 grep -qs 'on the bus' "$root/alpha$1.log"
   asked=$((asked + 1))
   local reply
   reply=$(mosquitto_rr -V 5 -p "$port" -i "rr$asked" -q 1 -W 20 -t "zor/$(name_of "$1")/call/alpha/0x4001" -e "answers/$asked" \

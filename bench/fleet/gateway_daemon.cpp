@@ -55,6 +55,8 @@ int main(int argc, char **argv) {
   if (publisher.type == ZOR_EVT_ALL || ZOR_MSG_Init(arguments.Text("name", "alpha").c_str()) != ZOR_OK) return 1;
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
   ZOR_MSG_RegSyncMsgProc(kAdd, OnAdd, 0, nullptr);
+  std::puts("on the bus");
+  std::fflush(stdout);
   timer = ZOR_UTIL_TimerAdd(static_cast<uint32_t>(1000 / rate), 0, OnTimer, &publisher);
   return static_cast<int>(ZOR_MSG_GetAndDispatch());
 }
