@@ -3,6 +3,7 @@
 #include <openssl/err.h>
 
 #include <cstdint>
+#include <cstring>
 
 namespace zor::tls {
 namespace {
@@ -15,7 +16,7 @@ std::string TextOf(unsigned long code, const char *data, int flags) {
   if (alert > 0 && alert <= UINT8_MAX) {
     text = "refused by the other side: ";
   }
-  const char *reason = ERR_reason_error_string(code);
+  const char *reason = ERR_SYSTEM_ERROR(code) ? std::strerror(ERR_GET_REASON(code)) : ERR_reason_error_string(code);
   text += reason == nullptr ? "error " + std::to_string(code) : reason;
   if ((flags & ERR_TXT_STRING) != 0 && data != nullptr && *data != '\0') text += std::string(" (") + data + ')';
   return text;
