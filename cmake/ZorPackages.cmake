@@ -18,8 +18,13 @@ function(zor_find_library name header library suffix package)
 endfunction()
 
 zor_find_library(cJSON cjson/cJSON.h cjson "" libcjson-dev)
-# Its archive: the shared library would bring Kerberos into every daemon, for the XDR routines that it has.
-zor_find_library(tirpc rpc/xdr.h libtirpc.a tirpc libtirpc-dev)
+# Its archive: the shared library would bring Kerberos into every daemon, for the XDR routines that it has. A sanitizer
+# puts itself before these, and finds them only in a shared library.
+if(ZOR_SANITIZE)
+  zor_find_library(tirpc rpc/xdr.h libtirpc.so tirpc libtirpc-dev)
+else()
+  zor_find_library(tirpc rpc/xdr.h libtirpc.a tirpc libtirpc-dev)
+endif()
 zor_find_library(mosquitto mosquitto.h mosquitto "" libmosquitto-dev)
 
 function(zor_find_headers name header package)
