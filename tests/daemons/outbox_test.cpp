@@ -1,113 +1,23 @@
-// The bridge's queue: order and identity across stops, power cuts and failures, and its bounds.
-#include "zorbridge/outbox.h"
+// The bridge's queue: order and identity across stops and power cuts, and its bounds.
+#include "outbox_fixture.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <deque>
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <random>
 #include <regex>
-#include <string>
-#include <vector>
 
-#include "failing_files.h"
 #include "support/capture.h"
-#include "support/failing_alloc.h"
-#include "support/temp_root.h"
 #include "zorbridge/daily_writes.h"
 
 namespace zor::test {
 namespace {
 
 namespace fs = std::filesystem;
-using bridge::Outbox;
 using testing::HasSubstr;
-using testing::Not;
-
-constexpr std::chrono::seconds kGroupTime{10};
-
-// A record as the broker has it. Its members tell which one it is.
-struct Published {
-  std::string stream;
-  std::uint64_t number;
-  std::string topic;
-  nlohmann::json payload;
-
-  int id() const { return payload.value("id", -1); }
-  std::string identity() const { return stream + ":" + std::to_string(number); }
-};
-
-Published Publish(const Outbox::Record &record) {
-  return {record.stream, record.number, record.topic, nlohmann::json::parse(record.payload)};
-}
-
-class OutboxTest : public testing::Test {
- protected:
-  OutboxTest() {
-    InstallFailingFiles();
-    options_.path = root_.Path("/queue.db");
-    options_.gateway = "gw \"7\"";
-    options_.queueBytes = 64u << 20;
-    options_.groupBytes = 64u << 10;
-    options_.groupTime = kGroupTime;
-    options_.dailyBytes = std::uint64_t{1} << 40;
-    options_.now = [this] { return now_; };
-    Open();
-  }
-
-  void Open() { ASSERT_EQ(outbox_.Open(options_, problems_), daemon::kExitOk); }
-  void Reopen() {
-    outbox_.Close();
-    Open();
-  }
-
-  // Keeps records that count on, with so many bytes in the topic, which need not be parsed.
-  void Keep(int count = 1, std::size_t bytes = 100, const std::string &group = "event/lan") {
-    Keep(outbox_, count, bytes, group);
-  }
-  void Keep(Outbox &outbox, int count, std::size_t bytes, const std::string &group = "event/lan") {
-    const std::string topic = group + '/' + std::string(bytes, 'x');
-    for (; count > 0; --count) outbox.Keep(topic, group, "\"id\":" + std::to_string(kept_++));
-  }
-
-  // Publishes and acknowledges up to so many.
-  static std::vector<Published> Drain(Outbox &outbox, std::size_t most = SIZE_MAX) {
-    std::vector<Published> published;
-    while (published.size() < most) {
-      const Outbox::Record *next = outbox.Next();
-      if (next == nullptr) break;
-      published.push_back(Publish(*next));
-      outbox.HandedOut();
-      outbox.Acknowledged(published.back().number);
-    }
-    return published;
-  }
-  std::vector<Published> Drain(std::size_t most = SIZE_MAX) { return Drain(outbox_, most); }
-
-  // That these are the records from one on, in order.
-  static void ExpectIds(const std::vector<Published> &published, int first, int end) {
-    ASSERT_EQ(published.size(), static_cast<std::size_t>(end - first));
-    for (const Published &each : published) EXPECT_EQ(each.id(), first++);
-  }
-
-  void Pass(Outbox::Clock::duration time) {
-    now_ += time;
-    if (const auto due = outbox_.Due(); due && *due <= now_) outbox_.Write();
-  }
-
-  TempRoot root_;
-  Outbox::Clock::time_point now_{std::chrono::hours(1000)};
-  Outbox::Options options_;
-  daemon::ProblemLog problems_{"zorbridge"};
-  Outbox outbox_;
-  int kept_ = 0;
-};
 
 TEST_F(OutboxTest, WhatIsAcknowledgedInTimeNeverReachesTheDisk) {
   const auto before = outbox_.figures().writtenToday;
@@ -347,147 +257,6 @@ TEST_F(OutboxTest, ShortLivesDoNotUseUpTheDayWithWhatTheyNeverWrote) {
     EXPECT_FALSE(daily.UsedUp(now_)) << life;
     saved = daily.ToSave(now_, false);
   }
-}
-
-struct Fault {
-  FileCall call;
-  int result;
-  const char *text;
-};
-
-// Each call of each kind fails once, then all of them for a while.
-TEST_F(OutboxTest, FailuresOfTheDiskCostNothingAndAreNamedOnce) {
-  for (const Fault &fault : {Fault{FileCall::kWrite, SQLITE_FULL, "database or disk is full"},
-                             Fault{FileCall::kWrite, SQLITE_IOERR_WRITE, "disk I/O error"},
-                             Fault{FileCall::kSync, SQLITE_IOERR_FSYNC, "disk I/O error"},
-                             Fault{FileCall::kRead, SQLITE_IOERR_READ, "disk I/O error"},
-                             Fault{FileCall::kOpen, SQLITE_CANTOPEN, "unable to open database file"}}) {
-    long passing = 0;
-    for (bool reached = true; reached && !HasFailure(); passing += 1 + passing / 2) {
-      SCOPED_TRACE(std::to_string(static_cast<int>(fault.call)) + " after " + std::to_string(passing));
-      options_.path = root_.Path("/" + std::to_string(static_cast<int>(fault.call)) + std::to_string(fault.result) +
-                                 "." + std::to_string(passing));
-      outbox_.Close();
-      const int first = kept_;
-      Capture lines(2);
-      std::vector<Published> published;
-      {
-        FailingFiles failing(fault.call, fault.result, passing, passing % 2 == 0 ? 1 : 3);
-        daemon::ProblemLog problems("zorbridge");  // whose burst is not used up
-        Outbox outbox;
-        ASSERT_EQ(outbox.Open(options_, problems), daemon::kExitOk);
-        for (int turn = 0; turn < 12; ++turn) {
-          Keep(outbox, 150, 1500);
-          for (Published &each : Drain(outbox, 30)) published.push_back(std::move(each));
-          if (turn == 6) outbox.Rewind();
-          now_ += std::chrono::minutes(6);
-          if (outbox.Due()) outbox.Write();
-        }
-        reached = failing.Failed() > 0;
-        EXPECT_THAT(lines.Text(), failing.Failed() > 1 ? HasSubstr(fault.text) : HasSubstr(""));
-        EXPECT_LT(std::ranges::count(lines.Text(), '\n'), 8);
-        for (Published &each : Drain(outbox)) published.push_back(std::move(each));
-        for (int tries = 0; tries < 100 && outbox.figures().records > 0; ++tries) {
-          now_ += std::chrono::minutes(6);
-          outbox.Write();
-          for (Published &each : Drain(outbox)) published.push_back(std::move(each));
-        }
-        EXPECT_EQ(outbox.figures().givenUp, 0u);
-      }
-      ExpectIds(published, first, kept_);
-      if (HasFailure()) std::fprintf(stderr, "%s", lines.Text().c_str());
-    }
-    EXPECT_GT(passing, 5) << "no such call is made";
-  }
-}
-
-// Where the damage is noticed, and how many of the 3000 records are in the file only by then.
-TEST_F(OutboxTest, ADamagedFileIsSetAsideAndWhatIsInMemoryGoesIntoANewOne) {
-  Capture lines(2);
-  options_.groupBytes = 100'000;
-  Reopen();
-  const std::string stream = outbox_.stream();
-  Keep(3000, 1000);
-  {
-    FailingFiles failing(FileCall::kRead, SQLITE_CORRUPT, 0, 1);
-    const std::vector<Published> left = Drain();
-    const auto gap = std::ranges::find(left, "gap", &Published::topic);
-    ASSERT_NE(gap, left.end());
-    const auto lost = gap->payload["lost"].get<std::uint64_t>();
-    EXPECT_EQ(left.size() - 1 + lost, 3000u);
-    EXPECT_EQ(outbox_.figures().givenUp, lost);
-    EXPECT_EQ((gap - 1)->number + 1, gap->number);
-    EXPECT_EQ(left.back().number, 3000u);
-    EXPECT_GT(lost, 1000u);
-  }
-  EXPECT_TRUE(fs::exists(options_.path + ".damaged"));
-  EXPECT_THAT(lines.Text(), HasSubstr("set aside as"));
-  Keep(10);
-  Reopen();
-  EXPECT_EQ(outbox_.stream(), stream);
-  ExpectIds(Drain(), 3000, 3010);
-
-  outbox_.Close();
-  std::ofstream(options_.path) << std::string(10'000, 'z');
-  Open();
-  EXPECT_NE(outbox_.stream().substr(0, 12), stream.substr(0, 12));
-  Keep();
-  EXPECT_EQ(Drain().front().number, 1u);
-}
-
-TEST_F(OutboxTest, AFileThatIsLockedForAWhileGoesBeforeWhatWasKeptMeanwhile) {
-  Keep(5);
-  outbox_.Close();
-  sqlite3 *shell = nullptr;
-  ASSERT_EQ(sqlite3_open(options_.path.c_str(), &shell), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(shell, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-  Capture lines(2);
-  Open();
-  EXPECT_THAT(lines.Text(), HasSubstr("database is locked"));
-  EXPECT_FALSE(outbox_.figures().problem.empty());
-  Keep(5);
-  ASSERT_NE(outbox_.Next(), nullptr);
-  EXPECT_EQ(Publish(*outbox_.Next()).id(), 5);
-  outbox_.HandedOut();
-  sqlite3_close(shell);
-  Pass(std::chrono::minutes(6));
-  EXPECT_TRUE(outbox_.figures().problem.empty());
-  EXPECT_EQ(outbox_.Next(), nullptr) << "a number in flight may be that of an older record";
-  outbox_.Acknowledged(1);
-  const std::vector<Published> all = Drain();
-  ExpectIds(all, 0, 10);
-  EXPECT_NE(all.front().stream, all.back().stream);
-}
-
-TEST_F(OutboxTest, ASecondBridgeIsRefused) {
-  Capture lines(2);
-  Outbox second;
-  EXPECT_EQ(second.Open(options_, problems_), daemon::kExitBusy);
-  EXPECT_THAT(lines.Text(), HasSubstr("another zorbridge is running"));
-  Outbox elsewhere;
-  options_.path = root_.Path("/absent/queue.db");
-  EXPECT_EQ(elsewhere.Open(options_, problems_), daemon::kExitFailure);
-}
-
-TEST_F(OutboxTest, ARecordWithoutMemoryIsGivenUpAndTold) {
-  bool failed = true;
-  int given = 0;
-  for (unsigned passing = 0; failed; ++passing) {
-    FailingAllocations failing(passing, 1);
-    outbox_.Keep("log", "log", "\"text\":\"longer than a string holds without a block of its own\"");
-    failed = failing.Failed();
-    ++given;
-  }
-#ifndef __SANITIZE_ADDRESS__  // whose operator new does not call malloc
-  EXPECT_GT(outbox_.figures().givenUp, 0u);
-#endif
-  int told = 0;
-  const std::vector<Published> published = Drain();
-  for (std::size_t i = 0; i < published.size(); ++i) {
-    EXPECT_EQ(published[i].number, i + 1);
-    told += published[i].payload.value("lost", 1);
-  }
-  EXPECT_EQ(told, given);
 }
 
 }  // namespace
