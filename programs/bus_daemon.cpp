@@ -105,10 +105,24 @@ bool JoinBus(const char *name, Connection &connection) {
     problems.Print("out of memory");
     return false;
   }
+  return true;
+}
+
+void Announce(const char *name, const ProblemLog &problems) {
   std::printf("%s: on the bus as %s\n", problems.program(), name);
   std::fflush(stdout);
   TellReady();
-  return true;
+}
+
+ExitCode ServeLoop(const StopSignal &stop, ProblemLog &problems) {
+  Watchdog watchdog;
+  if (!WatchSignals(stop) || !FeedFromLoop(watchdog)) {
+    problems.Print("the loop cannot be set up");
+    return kExitFailure;
+  }
+  if (ZOR_MSG_GetAndDispatch() == ZOR_OK) return kExitOk;
+  problems.Print("the loop has failed");
+  return kExitFailure;
 }
 
 }  // namespace
@@ -116,17 +130,14 @@ bool JoinBus(const char *name, Connection &connection) {
 ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems, BusListener *listener) {
   Connection connection = {problems, listener};
   if (!JoinBus(name, connection)) return kExitFailure;
-  if (listener != nullptr) listener->OnJoined();
-  Watchdog watchdog;
-  if (!WatchSignals(stop) || !FeedFromLoop(watchdog)) {
-    problems.Print("the loop cannot be set up");
-    return kExitFailure;
+  ExitCode served = listener != nullptr ? listener->OnJoined() : kExitOk;
+  if (served == kExitOk) {
+    Announce(name, problems);
+    served = ServeLoop(stop, problems);
   }
-  const bool served = ZOR_MSG_GetAndDispatch() == ZOR_OK;
-  if (!served) problems.Print("the loop has failed");
   if (listener != nullptr) listener->OnLeaving();
   ZOR_MSG_Destroy();
-  return served ? kExitOk : kExitFailure;
+  return served;
 }
 
 }  // namespace zor::daemon

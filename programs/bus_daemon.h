@@ -17,8 +17,9 @@ class BusListener {
   BusListener &operator=(const BusListener &) = delete;
   virtual ~BusListener() = default;
 
-  // The name has been granted; messages are dispatched once this returns.
-  virtual void OnJoined() = 0;
+  // The name has been granted. Only after kExitOk does the daemon say that it is on the bus, and dispatch messages:
+  // whatever others may rely on by then must be done here. Any other code ends it.
+  virtual ExitCode OnJoined() = 0;
   // Pending requests end next.
   virtual void OnBusLost() = 0;
   // The name is back, and subscriptions are repeated.
@@ -29,8 +30,8 @@ class BusListener {
 
 // Joins the bus under a name, says so on standard output and to the service manager, dispatches messages to their
 // handlers until a signal arrives (kExitOk), and leaves the bus. kExitFailure, with a line, when there is no message
-// server at the start, it refuses the name then, or the loop cannot run. Lines say when the server is gone and when the
-// daemon is on the bus again. The loop feeds the service manager's watchdog.
+// server at the start, it refuses the name then, or the loop cannot run; the listener's code when that refuses. Lines
+// say when the server is gone and when the daemon is on the bus again. The loop feeds the service manager's watchdog.
 ExitCode ServeBus(const char *name, const StopSignal &stop, ProblemLog &problems, BusListener *listener = nullptr);
 
 }  // namespace zor::daemon

@@ -3,13 +3,11 @@
 #include <zor/msg.h>
 #include <zor/uv.h>
 
-#include <chrono>
 #include <nlohmann/json.hpp>
 
 #include "programs/limits.h"
 #include "programs/paths.h"
 #include "programs/version.h"
-#include "zorbridge/bus_request.h"
 #include "zorbridge/log_request.h"
 #include "zorbridge/time_text.h"
 
@@ -17,8 +15,6 @@ namespace zor::bridge {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr std::chrono::milliseconds kServerTime{3000};
 
 std::string RealPath(const std::string &fixedPath) {
   return fixedPath.empty() ? std::string() : daemon::FixedPath(fixedPath);
@@ -87,9 +83,8 @@ daemon::ExitCode Bridge::Run(const daemon::StopSignal &stop) {
     return daemon::kExitFailure;
   }
   const daemon::ExitCode served = daemon::ServeBus(kBusName, stop, problems_, this);
-  if (served != daemon::kExitOk) return served;
-  SayFarewell();
-  return exit_;
+  if (served == daemon::kExitOk) SayFarewell();
+  return served;
 }
 
 void Bridge::SayFarewell() {
@@ -118,23 +113,18 @@ void Bridge::OnStopped() {
   if (leaving_) StopLoop();
 }
 
-void Bridge::OnJoined() {
+daemon::ExitCode Bridge::OnJoined() {
   intake_.Join();
   trace_.RestoreLeft();
-  CheckAlone();
-  if (link_.Start()) return;
-  exit_ = daemon::kExitSettings;
-  StopLoop();
+  if (!IsAlone()) return daemon::kExitBusy;
+  return link_.Start() ? daemon::kExitOk : daemon::kExitSettings;
 }
 
-void Bridge::CheckAlone() {
-  const auto onCount = [this](const ZOR_MSG_HEAD *reply, NoReply) {
-    if (reply == nullptr || reply->data <= 1) return;
-    problems_.Print("another daemon on the bus has the name %s", kBusName);
-    exit_ = daemon::kExitBusy;
-    StopLoop();
-  };
-  AskBus({"", ZOR_MSG_GET_PROCESS_NUM, 0, NameField(kBusName)}, kServerTime, onCount);
+// The reply also says that the message server has taken the subscriptions, which were sent before the question.
+bool Bridge::IsAlone() const {
+  if (ZOR_MSG_GetNumOfProcesses(kBusName) <= 1) return true;
+  problems_.Print("another daemon on the bus has the name %s", kBusName);
+  return false;
 }
 
 void Bridge::OnRejoined() {

@@ -39,14 +39,14 @@ class Bridge : private LinkListener, private daemon::BusListener {
   void OnStopped() override;
 
   // The bus.
-  void OnJoined() override;
+  daemon::ExitCode OnJoined() override;
   void OnBusLost() override { status_.OnBusLost(); }
   void OnRejoined() override;
   void OnLeaving() override;
 
   BrokerLink::Options LinkOptions() const;
   // Ends the bridge when another one has its name on the bus.
-  void CheckAlone();
+  bool IsAlone() const;
   std::string Presence(bool online, const char *reason, const std::string &since) const;
   void SayFarewell();
 
@@ -61,7 +61,6 @@ class Bridge : private LinkListener, private daemon::BusListener {
   Intake intake_;
   TraceTap trace_;
   Status status_;
-  daemon::ExitCode exit_ = daemon::kExitOk;
   bool leaving_ = false;
 };
 
