@@ -96,8 +96,6 @@ class Publisher {
   void Events(int first, int last) const {
     for (int number = first; number <= last; ++number) Event(number);
   }
-  // The message server has routed everything.
-  void Settle() const { client_.Ask(MakeMessage(ZOR_MSG_GET_PROCESS_NUM, "", "", 0, "nobody", 1)); }
 
  private:
   WireClient client_;
