@@ -9,9 +9,9 @@
 #include <cstring>
 #include <utility>
 
+#include "programs/bus_request.h"
 #include "programs/fleet_wire.h"
 #include "programs/messages/event.h"
-#include "zorbridge/bus_request.h"
 #include "zorbridge/event_text.h"
 #include "zorbridge/log_text.h"
 #include "zorbridge/time_text.h"
@@ -87,9 +87,9 @@ void Intake::Take(ZOR_MSG_HEAD &message) {
   } else if (message.type == ZOR_LOG_MSG_COPY) {
     TakeLog(message);
   } else if (message.type == ZOR_MSG_SEND_FAILED_NOTICE && isFromServer) {
-    TakeUndelivered(message);
+    daemon::TakeUndelivered(message);
   } else if (message.type == ZOR_MSG_CONTROL_GAP && isFromServer) {
-    TakeGap(BodyOf(message));
+    TakeGap(daemon::BodyOf(message));
   } else {
     ZOR_MSG_DefaultMsgProc(&message);
   }
@@ -98,7 +98,7 @@ void Intake::Take(ZOR_MSG_HEAD &message) {
 void Intake::TakeEvent(const ZOR_MSG_HEAD &message) {
   const Keeping keeping = KeepingOf(settings_, message.type);
   if (keeping == Keeping::kOff) return;
-  EventRecord event = TextOfEvent(message.type, message.data, BodyOf(message));
+  EventRecord event = TextOfEvent(message.type, message.data, daemon::BodyOf(message));
   uplink_.Record(keeping, std::move(event.topic), event.group, event.members);
 }
 
@@ -107,7 +107,7 @@ void Intake::TakeLog(const ZOR_MSG_HEAD &message) {
   if (settings_.log == Keeping::kOff || std::strncmp(message.source, ZOR_LOG_DAEMON_NAME, sizeof message.source) != 0) {
     return;
   }
-  const auto copy = ParseLogCopy(BodyOf(message));
+  const auto copy = ParseLogCopy(daemon::BodyOf(message));
   if (!copy || (copy->typeLevel & settings_.logLevels) == 0 ||
       (copy->typeLevel >> ZOR_LOG_TYPE_SHIFT & settings_.logTypes) == 0) {
     return;

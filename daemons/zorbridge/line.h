@@ -6,8 +6,8 @@
 #ifndef ZORBRIDGE_LINE_H
 #define ZORBRIDGE_LINE_H
 
+#include "programs/loop_watch.h"
 #include "zorbridge/broker_link.h"
-#include "zorbridge/loop_watch.h"
 #include "zorbridge/resolver.h"
 #include "zorbridge/session.h"
 #include "zorbridge/under_way.h"
@@ -73,8 +73,8 @@ class BrokerLink::Line {
   std::vector<std::string> said_;       // of each broker: what the log says of it
   bool failureSaid_ = false;            // since it said that there was a line
   std::vector<std::string> addresses_;  // yet to be tried
-  LoopTimer timer_;
-  LoopWatch socket_;
+  daemon::LoopTimer timer_;
+  daemon::LoopWatch socket_;
   Resolver resolver_;
   std::unique_ptr<Session> session_;
   UnderWay underWay_;

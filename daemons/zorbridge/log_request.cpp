@@ -13,12 +13,12 @@
 #include <vector>
 
 #include "common/malloc_ptr.h"
+#include "programs/bus_request.h"
 #include "programs/fleet_wire.h"
 #include "programs/limits.h"
 #include "programs/messages/invalid.h"
 #include "programs/messages/log_names.h"
 #include "programs/paths.h"
-#include "zorbridge/bus_request.h"
 
 namespace zor::bridge {
 namespace {
@@ -95,8 +95,10 @@ void Ask(const std::string &directory, ZOR_LOG_QUERY query, const Requests::Own 
   if (file->fixedPath().size() >= sizeof query.text)
     return request.failed(fleet::result::kGone, "log_directory is too long");
   file->fixedPath().copy(query.text, sizeof query.text - 1);
-  const auto then = [file, done = request.done, failed = request.failed](const ZOR_MSG_HEAD *reply, NoReply why) {
-    if (reply == nullptr && why == NoReply::kTimeOver) return failed(fleet::result::kLate, "the log daemon is slow");
+  const auto then = [file, done = request.done, failed = request.failed](const ZOR_MSG_HEAD *reply,
+                                                                         daemon::NoReply why) {
+    if (reply == nullptr && why == daemon::NoReply::kTimeOver)
+      return failed(fleet::result::kLate, "the log daemon is slow");
     if (reply == nullptr) return failed(fleet::result::kAbsent, "the log daemon is not there");
     const auto text = reply->data == kQueryFailed ? std::nullopt : file->Text();
     if (!text)
@@ -105,7 +107,7 @@ void Ask(const std::string &directory, ZOR_LOG_QUERY query, const Requests::Own 
   };
   const std::string_view body(reinterpret_cast<const char *>(&query), sizeof query);
   const auto time = std::chrono::ceil<std::chrono::milliseconds>(request.deadline - Requests::Clock::now());
-  AskBus({ZOR_LOG_DAEMON_NAME, ZOR_LOG_MSG_QUERY, 0, std::string(body)}, time, then);
+  daemon::AskBus({ZOR_LOG_DAEMON_NAME, ZOR_LOG_MSG_QUERY, 0, std::string(body)}, time, then);
 }
 
 }  // namespace

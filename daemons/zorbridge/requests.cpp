@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "programs/bus_request.h"
 #include "programs/fleet_wire.h"
 #include "programs/limits.h"
-#include "zorbridge/bus_request.h"
 #include "zorbridge/call_text.h"
 
 namespace zor::bridge {
@@ -99,7 +99,7 @@ void Requests::ServeByDaemon(uint64_t id, const std::string &typeText, const Del
 
 void Requests::Look(uint64_t id, uint32_t data, std::string body) {
   const Pending &pending = pending_.at(id);
-  const auto then = [this, id, data, content = std::move(body)](const ZOR_MSG_HEAD *reply, NoReply why) {
+  const auto then = [this, id, data, content = std::move(body)](const ZOR_MSG_HEAD *reply, daemon::NoReply why) {
     const auto found = pending_.find(id);
     if (found == pending_.end()) return;
     if (reply == nullptr) return OnReply(id, reply, why);
@@ -107,26 +107,27 @@ void Requests::Look(uint64_t id, uint32_t data, std::string body) {
     if (Clock::now() >= found->second.deadline) return Fail(id, fleet::result::kLate, kOverBefore);
     Pass(id, data, content);
   };
-  AskBus({"", ZOR_MSG_GET_PROCESS_NUM, 0, NameField(pending.daemon)}, TimeUntil(pending.deadline), then);
+  daemon::AskBus({"", ZOR_MSG_GET_PROCESS_NUM, 0, daemon::NameField(pending.daemon)}, TimeUntil(pending.deadline),
+                 then);
 }
 
 void Requests::Pass(uint64_t id, uint32_t data, std::string body) {
   const Pending &pending = pending_.at(id);
-  const auto then = [this, id](const ZOR_MSG_HEAD *reply, NoReply why) { OnReply(id, reply, why); };
-  AskBus({pending.daemon, pending.type, data, std::move(body)}, TimeUntil(pending.deadline), then);
+  const auto then = [this, id](const ZOR_MSG_HEAD *reply, daemon::NoReply why) { OnReply(id, reply, why); };
+  daemon::AskBus({pending.daemon, pending.type, data, std::move(body)}, TimeUntil(pending.deadline), then);
 }
 
-void Requests::OnReply(uint64_t id, const ZOR_MSG_HEAD *reply, NoReply why) {
+void Requests::OnReply(uint64_t id, const ZOR_MSG_HEAD *reply, daemon::NoReply why) {
   const auto found = pending_.find(id);
   if (found == pending_.end()) return;
   const auto &[responseTopic, correlation, deadline, daemon, type] = found->second;
-  if (reply != nullptr) return Done(id, TextOfReply(type, reply->data, BodyOf(*reply)));
+  if (reply != nullptr) return Done(id, TextOfReply(type, reply->data, daemon::BodyOf(*reply)));
   switch (why) {
-    case NoReply::kServerGone:
+    case daemon::NoReply::kServerGone:
       return Fail(id, fleet::result::kGone, "the message server has gone");
-    case NoReply::kUndelivered:
+    case daemon::NoReply::kUndelivered:
       return Fail(id, fleet::result::kGone, daemon + " has ended, or the bus does not allow the request");
-    case NoReply::kTimeOver:
+    case daemon::NoReply::kTimeOver:
       return Fail(id, fleet::result::kLate, daemon + " has not replied in time");
   }
 }

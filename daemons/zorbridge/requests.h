@@ -16,9 +16,9 @@
 #include <string>
 #include <string_view>
 
+#include "programs/bus_request.h"
 #include "programs/problem_log.h"
 #include "zorbridge/broker_link.h"
-#include "zorbridge/bus_request.h"
 #include "zorbridge/settings.h"
 #include "zorbridge/uplink.h"
 
@@ -73,7 +73,7 @@ class Requests {
   // Asks whether the daemon is there: an absent one is to be told from one that ends meanwhile.
   void Look(uint64_t id, uint32_t data, std::string body);
   void Pass(uint64_t id, uint32_t data, std::string body);
-  void OnReply(uint64_t id, const ZOR_MSG_HEAD *reply, NoReply why);
+  void OnReply(uint64_t id, const ZOR_MSG_HEAD *reply, daemon::NoReply why);
   void Done(uint64_t id, const Members &members);
   void Fail(uint64_t id, std::string_view result, std::string_view reason);
   void Answer(uint64_t id, std::string_view result, const Members &members);

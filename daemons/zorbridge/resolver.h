@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "zorbridge/loop_watch.h"
+#include "programs/loop_watch.h"
 
 namespace zor::bridge {
 
@@ -37,7 +37,7 @@ class Resolver {
   void *self_;
   pid_t child_ = -1;
   std::string text_;
-  LoopWatch pipe_;
+  daemon::LoopWatch pipe_;
 };
 
 }  // namespace zor::bridge

@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "programs/bus_request.h"
 #include "programs/format_number.h"
 #include "programs/limits.h"
 #include "programs/version.h"
-#include "zorbridge/bus_request.h"
 #include "zorbridge/time_text.h"
 
 namespace zor::bridge {
@@ -79,12 +79,12 @@ void Status::Publish() {
 }
 
 void Status::Make(std::function<void(std::string document)> then) {
-  const auto onList = [this, then](const ZOR_MSG_HEAD *reply, NoReply) {
+  const auto onList = [this, then](const ZOR_MSG_HEAD *reply, daemon::NoReply) {
     const auto problem = ProblemOf(reply);
-    then(Document(problem ? Json() : BusOf(BodyOf(*reply)), problem));
+    then(Document(problem ? Json() : BusOf(daemon::BodyOf(*reply)), problem));
     ::malloc_trim(0);  // the list of a large bus takes far more memory than the bridge itself
   };
-  AskBus({"", ZOR_MSG_CONTROL_LIST, 0, ""}, kListTime, onList);
+  daemon::AskBus({"", ZOR_MSG_CONTROL_LIST, 0, ""}, kListTime, onList);
 }
 
 std::string Status::Document(const Json &bus, std::optional<std::string> problem) const {

@@ -19,10 +19,10 @@
 #include "common/malloc_ptr.h"
 #include "common/socket_address.h"
 #include "common/unique_fd.h"
+#include "programs/bus_request.h"
 #include "programs/files.h"
 #include "programs/fleet_wire.h"
 #include "programs/limits.h"
-#include "zorbridge/bus_request.h"
 
 namespace zor::bridge {
 namespace {
@@ -85,7 +85,7 @@ void TraceTap::Serve(const Requests::Own &request) {
       {"name", asked->daemon}, {"output", "127.0.0.1:" + std::to_string(owner->port)}, {"levels", asked->levels}};
   taps_[asked->daemon] = std::move(owner);
   const auto onFormer = [this, name = asked->daemon, text = TextOf(settings), seconds = asked->seconds, request](
-                            const ZOR_MSG_HEAD *reply, NoReply) {
+                            const ZOR_MSG_HEAD *reply, daemon::NoReply) {
     const auto found = taps_.find(name);
     if (found == taps_.end()) return;
     if (reply == nullptr || reply->data != ZOR_CONTROL_OK) {
@@ -93,10 +93,10 @@ void TraceTap::Serve(const Requests::Own &request) {
       return request.failed(fleet::result::kRefused,
                             "the message server does not tell the bridge the settings of " + name);
     }
-    found->second->former = BodyOf(*reply);
+    found->second->former = daemon::BodyOf(*reply);
     Begin(*found->second, text, seconds, request);
   };
-  AskBus({"", ZOR_MSG_CONTROL_TRACE_GET, 0, NameField(asked->daemon)}, kServerTime, onFormer);
+  daemon::AskBus({"", ZOR_MSG_CONTROL_TRACE_GET, 0, daemon::NameField(asked->daemon)}, kServerTime, onFormer);
 }
 
 bool TraceTap::Listen(Tap &tap) {
@@ -126,7 +126,7 @@ void TraceTap::Begin(Tap &tap, const std::string &settings, uint32_t seconds, co
     return request.failed(fleet::result::kGone, "the bridge cannot write down the present settings");
   }
   tap.timer = ZOR_UTIL_TimerAdd(seconds * 1000, 1, OnTimeOver, &tap);
-  const auto onSet = [this, name = tap.daemon, seconds, request](const ZOR_MSG_HEAD *reply, NoReply) {
+  const auto onSet = [this, name = tap.daemon, seconds, request](const ZOR_MSG_HEAD *reply, daemon::NoReply) {
     if (reply != nullptr && reply->data == ZOR_CONTROL_OK) {
       return request.done("\"daemon\":" + TextOf(Json(name)) + ",\"seconds\":" + std::to_string(seconds));
     }
@@ -135,7 +135,7 @@ void TraceTap::Begin(Tap &tap, const std::string &settings, uint32_t seconds, co
     request.failed(isMalformed ? fleet::result::kInvalid : fleet::result::kRefused,
                    isMalformed ? "no such module or level" : "the message server does not take the settings");
   };
-  AskBus({"", ZOR_MSG_CONTROL_TRACE_SET, 0, settings}, kServerTime, onSet);
+  daemon::AskBus({"", ZOR_MSG_CONTROL_TRACE_SET, 0, settings}, kServerTime, onSet);
 }
 
 void TraceTap::OnReadable(UvIO *watcher, uint32_t) {
@@ -186,13 +186,14 @@ void TraceTap::Restore(const std::string &former) {
   const bool wasKept = settings.value("source", Json()) == "kept";
   settings.erase("source");
   const std::string name = settings["name"].get<std::string>();
-  const auto onDone = [this, name](const ZOR_MSG_HEAD *reply, NoReply) {
+  const auto onDone = [this, name](const ZOR_MSG_HEAD *reply, daemon::NoReply) {
     if (reply != nullptr && reply->data == ZOR_CONTROL_OK) return;
     problems_.Print("the trace settings of %s could not be restored", name.c_str());
   };
-  const BusRequest request = wasKept ? BusRequest{"", ZOR_MSG_CONTROL_TRACE_SET, 0, TextOf(settings)}
-                                     : BusRequest{"", ZOR_MSG_CONTROL_TRACE_CLEAR, 0, NameField(name)};
-  AskBus(request, kServerTime, onDone);
+  const daemon::BusRequest request =
+      wasKept ? daemon::BusRequest{"", ZOR_MSG_CONTROL_TRACE_SET, 0, TextOf(settings)}
+              : daemon::BusRequest{"", ZOR_MSG_CONTROL_TRACE_CLEAR, 0, daemon::NameField(name)};
+  daemon::AskBus(request, kServerTime, onDone);
 }
 
 bool TraceTap::WriteLeft() {

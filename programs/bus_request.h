@@ -1,6 +1,6 @@
 // Requests on the bus that nothing waits for: the loop brings the reply, or why there is none.
-#ifndef ZORBRIDGE_BUS_REQUEST_H
-#define ZORBRIDGE_BUS_REQUEST_H
+#ifndef PROGRAMS_BUS_REQUEST_H
+#define PROGRAMS_BUS_REQUEST_H
 
 #include <zor/msg_wire.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace zor::bridge {
+namespace zor::daemon {
 
 enum class NoReply {
   kTimeOver,
@@ -38,6 +38,6 @@ std::string_view BodyOf(const ZOR_MSG_HEAD &message);
 // A name as a body.
 std::string NameField(std::string name);
 
-}  // namespace zor::bridge
+}  // namespace zor::daemon
 
 #endif

@@ -1,4 +1,4 @@
-#include "zorbridge/bus_request.h"
+#include "programs/bus_request.h"
 
 #include <zor/msg.h>
 
@@ -9,7 +9,7 @@
 
 #include "common/malloc_ptr.h"
 
-namespace zor::bridge {
+namespace zor::daemon {
 namespace {
 
 struct Waiting {
@@ -70,4 +70,4 @@ std::string NameField(std::string name) {
   return name;
 }
 
-}  // namespace zor::bridge
+}  // namespace zor::daemon

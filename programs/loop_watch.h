@@ -1,6 +1,6 @@
 // Owners of what the library's loop watches for this daemon. The loop frees the records.
-#ifndef ZORBRIDGE_LOOP_WATCH_H
-#define ZORBRIDGE_LOOP_WATCH_H
+#ifndef PROGRAMS_LOOP_WATCH_H
+#define PROGRAMS_LOOP_WATCH_H
 
 #include <zor/uv.h>
 
@@ -12,7 +12,7 @@
 #include "common/malloc_ptr.h"
 #include "common/unique_fd.h"
 
-namespace zor::bridge {
+namespace zor::daemon {
 
 // A descriptor. The callback may close the watch.
 class LoopWatch {
@@ -95,6 +95,6 @@ class LoopTimer {
   Clock::time_point time_ = Clock::time_point::max();
 };
 
-}  // namespace zor::bridge
+}  // namespace zor::daemon
 
 #endif
