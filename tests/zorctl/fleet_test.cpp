@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "programs/metrics/metrics.h"
 #include "zorctl/fleet_sum.h"
 #include "zorctl/foreign_json.h"
-#include "zorctl/metrics.h"
 #include "zorctl/pattern.h"
 #include "zorctl/progress.h"
 
@@ -77,12 +77,12 @@ TEST(ForeignJson, OfAListKeepsWhatHasTheRightType) {
 }
 
 TEST(Metrics, EscapeLabelsAndAddUp) {
-  constexpr MetricFamily kFamily = {"zor_seen", MetricFamily::Type::kCounter, "", "What was seen."};
-  Metrics metrics;
-  metrics.SetCommon({{"gateway", "a\"\\\n\xff"}});
-  metrics.Add(kFamily, {{"daemon", "web"}}, 1e15);
-  metrics.Add(kFamily, {{"daemon", "web"}}, 0.5);
-  EXPECT_EQ(metrics.Text(),
+  constexpr metrics::MetricFamily kFamily = {"zor_seen", metrics::MetricFamily::Type::kCounter, "", "What was seen."};
+  metrics::Metrics all;
+  all.SetCommon({{"gateway", "a\"\\\n\xff"}});
+  all.Add(kFamily, {{"daemon", "web"}}, 1e15);
+  all.Add(kFamily, {{"daemon", "web"}}, 0.5);
+  EXPECT_EQ(all.Text(),
             "# HELP zor_seen What was seen.\n# TYPE zor_seen counter\n"
             "zor_seen_total{gateway=\"a\\\"\\\\\\n\xef\xbf\xbd\",daemon=\"web\"} 1000000000000000.5\n# EOF\n");
 }

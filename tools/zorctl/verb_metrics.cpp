@@ -4,14 +4,17 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "programs/metrics/bus_metrics.h"
 #include "zorctl/bus.h"
-#include "zorctl/bus_metrics.h"
 #include "zorctl/fleet_report.h"
+#include "zorctl/gateway_metrics.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
 
 namespace zor::ctl {
 namespace {
+
+using metrics::Metrics;
 
 class MetricsVerb : public Verb {
  public:
@@ -20,28 +23,28 @@ class MetricsVerb : public Verb {
   ExitCode Run(const Common &common) override {
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
-    Metrics metrics;
-    AddBusMetrics(bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline), metrics);
-    Write(metrics, common);
+    Metrics all;
+    metrics::AddBusMetrics(bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline), all);
+    Write(all, common);
     return kExitOk;
   }
 
   // A gateway that is offline is a measurement too, so a scrape of the fleet succeeds.
   ExitCode RunFleet(Fleet &fleet, const Common &common) override {
-    Metrics metrics;
+    Metrics all;
     ExitCode code = kExitOk;
     for (const Gateway &gateway : fleet.Survey(Fleet::Need::kBus)) {
       const FleetAnswer answer = StatusOf(gateway);
       if (answer.outcome == Outcome::kUnknown) throw FailureOf(answer);
-      AddGatewayMetrics(gateway, metrics);
+      AddGatewayMetrics(gateway, all);
     }
-    Write(metrics, common);
+    Write(all, common);
     return code;
   }
 
  private:
-  static void Write(const Metrics &metrics, const Common &common) {
-    Print(common.json ? JsonLine(metrics.AsJson()) : metrics.Text());
+  static void Write(const Metrics &all, const Common &common) {
+    Print(common.json ? JsonLine(all.AsJson()) : all.Text());
   }
 };
 

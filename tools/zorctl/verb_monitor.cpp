@@ -11,10 +11,11 @@
 #include <string>
 #include <system_error>
 
+#include "programs/messages/bus_copy.h"
 #include "programs/messages/message_types.h"
 #include "programs/stop_signal.h"
 #include "zorctl/bus.h"
-#include "zorctl/bus_copy.h"
+#include "zorctl/copy_line.h"
 #include "zorctl/number_option.h"
 #include "zorctl/output.h"
 #include "zorctl/pcapng.h"
@@ -24,6 +25,9 @@
 
 namespace zor::ctl {
 namespace {
+
+using messages::BusCopy;
+using messages::Conversations;
 
 constexpr Milliseconds kSetUpTime{5000};  // the time to watch begins after it
 constexpr Milliseconds kRefresh{250};     // of progress, and of a file that another program is reading
@@ -78,7 +82,9 @@ class LineSink : public Sink {
 
 class JsonSink : public Sink {
  public:
-  void Take(std::string_view, const BusCopy &copy) override { PrintJson(CopyJson(copy, conversations_.IsReply(copy))); }
+  void Take(std::string_view, const BusCopy &copy) override {
+    PrintJson(messages::CopyJson(copy, conversations_.IsReply(copy)));
+  }
   void Refresh(const Totals &) override {}
 
  private:
@@ -222,7 +228,7 @@ class MonitorVerb : public Verb {
   static bool IsCopy(const Message &message) { return message.type == ZOR_MSG_CONTROL_COPY && message.fromServer(); }
 
   static void Take(const std::string &bytes, Sink &sink, Totals &totals) {
-    const std::optional<BusCopy> copy = ParseCopy(bytes);
+    const std::optional<BusCopy> copy = messages::ParseCopy(bytes);
     if (!copy) return;
     ++totals.copies;
     totals.missed += copy->copy.missed;

@@ -1,4 +1,4 @@
-#include "zorctl/bus_copy.h"
+#include "programs/messages/bus_copy.h"
 
 #include <array>
 #include <cstdio>
@@ -9,56 +9,31 @@
 #include "programs/format_time.h"
 #include "programs/messages/body.h"
 #include "programs/messages/message_types.h"
-#include "zorctl/text.h"
+#include "programs/messages/text.h"
 
-namespace zor::ctl {
+namespace zor::messages {
 namespace {
 
 using Json = nlohmann::ordered_json;
 
 constexpr uint64_t kMicrosInSecond = 1'000'000;
-constexpr size_t kNameWidth = ZOR_MSG_NAME_SIZE - 1;
-constexpr size_t kTypeWidth = 20;
 
-// Digits of a fraction of a second.
-enum Digits : size_t { kMillis = 3, kMicros = 6 };
-
-std::string Fraction(uint64_t timeUs, Digits digits) {
+std::string Micros(uint64_t timeUs) {
   std::array<char, 8> text{};
   std::snprintf(text.data(), text.size(), ".%06u", static_cast<unsigned>(timeUs % kMicrosInSecond));
-  return std::string(text.data()).substr(0, 1 + digits);
-}
-
-std::string LocalTimeOfDay(uint64_t timeUs) {
-  const auto seconds = static_cast<std::time_t>(timeUs / kMicrosInSecond);
-  return daemon::FormatTime(seconds, "%H:%M:%S", ::localtime_r) + Fraction(timeUs, kMillis);
+  return text.data();
 }
 
 std::string UtcTimestamp(uint64_t timeUs) {
   const auto seconds = static_cast<std::time_t>(timeUs / kMicrosInSecond);
-  return daemon::FormatTime(seconds, "%Y-%m-%dT%H:%M:%S", ::gmtime_r) + Fraction(timeUs, kMicros) + "Z";
-}
-
-std::string NameText(std::string_view name) {
-  return PadRight(name.empty() ? "-" : Escape(name), kNameWidth);
-}
-
-std::string NumberText(uint64_t number, size_t width) {
-  return PadLeft(std::to_string(number), width);
+  return daemon::FormatTime(seconds, "%Y-%m-%dT%H:%M:%S", ::gmtime_r) + Micros(timeUs) + "Z";
 }
 
 // Whether the daemon that receives requests of this type sent it: then it replies to a request that was not captured.
 bool IsFromReceiverOfRequests(const BusCopy &copy) {
-  const messages::MessageType *type = messages::FindType(copy.type());
+  const MessageType *type = FindType(copy.type());
   if (type == nullptr || type->to == "any" || copy.destination().empty()) return false;
   return type->to == "server" ? copy.source().empty() : copy.source() == type->to;
-}
-
-Json DecodeBody(const BusCopy &copy, bool isReply) {
-  if (copy.inFile()) return {{"file", FieldText(copy.body.data(), copy.body.size())}};
-  const messages::MessageType *type = messages::FindType(copy.type());
-  if (type == nullptr) return messages::DecodeUnknown(copy.body);
-  return messages::Decode(isReply ? type->reply : type->request, copy.head.data, copy.body);
 }
 
 }  // namespace
@@ -96,17 +71,11 @@ bool Conversations::IsReply(const BusCopy &copy) {
   return false;
 }
 
-std::string CopyTitles() {
-  return "TIME          FROM           TO           TYPE                     SEQ       DATA  BYTES  BODY";
-}
-
-std::string CopyLine(const BusCopy &copy, bool isReply) {
-  std::string line = LocalTimeOfDay(copy.copy.timeUs) + "  ";
-  line += NameText(copy.source()) + (copy.delivered() ? " -> " : " -x ") + NameText(copy.receiver());
-  line += "  " + PadRight(messages::TypeText(copy.type()), kTypeWidth);
-  line += NumberText(copy.head.sequence, 8) + NumberText(copy.head.data, 11) + NumberText(copy.head.bodyLength, 7);
-  const Json body = DecodeBody(copy, isReply);
-  return body.empty() ? line : line + "  " + body.dump(-1, ' ', true, Json::error_handler_t::replace);
+Json CopyBody(const BusCopy &copy, bool isReply) {
+  if (copy.inFile()) return {{"file", FieldText(copy.body.data(), copy.body.size())}};
+  const MessageType *type = FindType(copy.type());
+  if (type == nullptr) return DecodeUnknown(copy.body);
+  return Decode(isReply ? type->reply : type->request, copy.head.data, copy.body);
 }
 
 Json CopyJson(const BusCopy &copy, bool isReply) {
@@ -115,14 +84,14 @@ Json CopyJson(const BusCopy &copy, bool isReply) {
           {"delivered", copy.delivered()},
           {"receiver", copy.receiver()},
           {"type", copy.type()},
-          {"name", messages::TypeText(copy.type())},
+          {"name", TypeText(copy.type())},
           {"sequence", copy.head.sequence},
           {"source", copy.source()},
           {"destination", copy.destination()},
           {"data", copy.head.data},
           {"body_length", copy.head.bodyLength},
           {"cut", copy.body.size() < copy.head.bodyLength},
-          {"body", DecodeBody(copy, isReply)}};
+          {"body", CopyBody(copy, isReply)}};
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::messages

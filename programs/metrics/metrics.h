@@ -1,6 +1,6 @@
 // Measurements as text for collectors: the format OpenMetrics 1.0.
-#ifndef ZORCTL_METRICS_H
-#define ZORCTL_METRICS_H
+#ifndef PROGRAMS_METRICS_METRICS_H
+#define PROGRAMS_METRICS_METRICS_H
 
 #include <cstdint>
 #include <map>
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace zor::ctl {
+namespace zor::metrics {
 
 // A family of measurements: what all of them have in common. Names and meanings are stable; docs/metrics.md lists them.
 struct MetricFamily {
@@ -41,6 +41,6 @@ class Metrics {
   std::map<const MetricFamily *, std::map<Labels, double>> values_;
 };
 
-}  // namespace zor::ctl
+}  // namespace zor::metrics
 
 #endif

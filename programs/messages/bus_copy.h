@@ -1,6 +1,6 @@
-// A copy of a message, as the server sends it to monitors of the bus, and its display.
-#ifndef ZORCTL_BUS_COPY_H
-#define ZORCTL_BUS_COPY_H
+// A copy of a message, as the server sends it to monitors of the bus.
+#ifndef PROGRAMS_MESSAGES_BUS_COPY_H
+#define PROGRAMS_MESSAGES_BUS_COPY_H
 
 #include <zor/control_wire.h>
 
@@ -12,7 +12,7 @@
 #include <string_view>
 #include <utility>
 
-namespace zor::ctl {
+namespace zor::messages {
 
 struct BusCopy {
   ZOR_CONTROL_COPY copy;
@@ -44,12 +44,10 @@ class Conversations {
   std::set<Key> requests_;
 };
 
-// The titles of the columns of CopyLine.
-std::string CopyTitles();
-// One line without its end, escaped: padded columns, then the body.
-std::string CopyLine(const BusCopy &copy, bool isReply);
+// The decoded body; a body in a file as the file's name.
+nlohmann::ordered_json CopyBody(const BusCopy &copy, bool isReply);
 nlohmann::ordered_json CopyJson(const BusCopy &copy, bool isReply);
 
-}  // namespace zor::ctl
+}  // namespace zor::messages
 
 #endif

@@ -1,4 +1,4 @@
-#include "zorctl/metrics.h"
+#include "programs/metrics/metrics.h"
 
 #include <array>
 #include <charconv>
@@ -6,7 +6,7 @@
 
 #include "programs/messages/text.h"
 
-namespace zor::ctl {
+namespace zor::metrics {
 namespace {
 
 std::string NumberText(double value) {
@@ -81,4 +81,4 @@ nlohmann::ordered_json Metrics::AsJson() const {
   return {{"metrics", metrics}};
 }
 
-}  // namespace zor::ctl
+}  // namespace zor::metrics
