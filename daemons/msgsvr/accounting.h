@@ -19,6 +19,8 @@ struct Counters {
   uint64_t in = 0;       // received from a client
   uint64_t out = 0;      // delivered to a client
   uint64_t dropped = 0;  // delivered to no client
+  uint64_t inBytes = 0;  // of those messages, without bodies in files
+  uint64_t outBytes = 0;
 };
 
 // Requests of a client that have no reply yet. Any message with a sequence number is taken for a request. Since one-way

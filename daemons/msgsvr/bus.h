@@ -100,6 +100,8 @@ struct Bus {
     to.slot.NoteUnread(to.deliveries.count() + to.unreadBefore);
     ++to.counters.out;
     ++counters.out;
+    to.counters.outBytes += sizeof head + head.bodyLength;
+    counters.outBytes += sizeof head + head.bodyLength;
   }
   // Forgets what the client has read, if it is time to ask the kernel. Everything counted must have been written.
   void ForgetRead(Client &client);

@@ -90,6 +90,8 @@ void Describe(Fields &fields, Record &record) {
   fields(1, record.in);
   fields(2, record.out);
   fields(3, record.dropped);
+  fields(4, record.inBytes);
+  fields(5, record.outBytes);
 }
 
 template <typename Fields, daemon::OneOf<Deliveries::File> Record>
@@ -128,7 +130,7 @@ void Describe(Fields &fields, Record &record) {
   fields(8, record.counters);
   fields(9, record.pending);
   fields(10, record.deliveries);
-  fields(11, record.flows);
+  fields(11, record.flows.counts);
   fields(12, record.refusals);
   fields(13, record.deaf);
   fields(14, record.reset);
@@ -140,6 +142,7 @@ void Describe(Fields &fields, Record &record) {
   fields(20, record.registerBy);
   fields(21, record.backlog);
   fields(22, record.unreadBefore);
+  fields(23, record.flows.rates);
 }
 
 }  // namespace zor::msgsvr

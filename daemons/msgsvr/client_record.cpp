@@ -114,7 +114,7 @@ ClientRecord ClientRecordOf(const Bus &bus, const Client &client) {
   record.counters = client.counters;
   record.pending = client.pending.requests();
   record.deliveries = client.deliveries.state();
-  record.flows = client.flows.flows();
+  record.flows = client.flows.state();
   record.refusals = client.refusals.state();
   record.deaf = client.deaf;
   record.reset = client.reset;

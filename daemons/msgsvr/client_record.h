@@ -91,7 +91,7 @@ struct ClientRecord {
   Counters counters;
   std::vector<PendingRequests::Request> pending;
   Deliveries::State deliveries;
-  std::array<Flows::Flow, 4> flows{};
+  Flows::State flows{};
   Refusals::State refusals;
   bool deaf = false;
   bool reset = false;

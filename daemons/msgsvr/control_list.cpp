@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "msgsvr/unread.h"
 #include "programs/json.h"
@@ -23,6 +24,8 @@ void AddCounters(cJSON *object, const Counters &counters) {
   AddNumber(object, "in", counters.in);
   AddNumber(object, "out", counters.out);
   AddNumber(object, "dropped", counters.dropped);
+  AddNumber(object, "in_bytes", counters.inBytes);
+  AddNumber(object, "out_bytes", counters.outBytes);
 }
 
 void AddWaiting(cJSON *object, const Bus &bus, const Client &client, const UnreadBytes &kernel) {
@@ -80,6 +83,32 @@ void AddPendingRequests(cJSON *object, const Bus &bus, const Client &client) {
   }
 }
 
+// By id, which is their order.
+using ClientIndex = std::vector<const Client *>;
+
+ClientIndex IndexOf(const Bus &bus) {
+  ClientIndex index;
+  index.reserve(bus.clients.size());
+  for (const Client &client : bus.clients) index.push_back(&client);
+  return index;
+}
+
+// Those to clients that have disconnected are left out.
+void AddFlows(cJSON *object, const Client &client, const ClientIndex &index) {
+  if (client.flows.state().rates == Flows::Table()) return;
+  cJSON *array = cJSON_AddArrayToObject(object, "flows");
+  for (const Flows::Flow &flow : client.flows.state().rates) {
+    if (flow.count == 0) continue;
+    const auto to = std::ranges::lower_bound(index, flow.to, {}, &Client::id);
+    if (flow.to != 0 && (to == index.end() || (*to)->id != flow.to || (*to)->ended)) continue;
+    cJSON *rate = cJSON_CreateObject();
+    AddText(rate, "to", flow.to == 0 ? std::string_view() : (*to)->name.text());
+    AddNumber(rate, "type", flow.type);
+    AddNumber(rate, "per_second", flow.count);
+    cJSON_AddItemToArray(array, rate);
+  }
+}
+
 void AddAccess(cJSON *object, const access::Guard &guard) {
   cJSON *access = cJSON_AddObjectToObject(object, "access");
   AddText(access, "mode", guard.rules().ModeName());
@@ -107,23 +136,31 @@ std::string ServerText(const Bus &bus) {
   return JsonText(server.get());
 }
 
-std::string ClientText(const Bus &bus, const Client &client, bool self, const UnreadBytes &kernel) {
+// What all clients of a list have in common.
+struct ListContext {
+  const Client &asker;
+  UnreadBytes kernel = {};
+  ClientIndex index;
+};
+
+std::string ClientText(const Bus &bus, const Client &client, const ListContext &context) {
   const Json json(cJSON_CreateObject());
   AddText(json.get(), "name", client.name.text());
   AddNumber(json.get(), "pid", client.peer.pid);
   AddNumber(json.get(), "uid", client.peer.uid);
   cJSON_AddBoolToObject(json.get(), "local", client.peer.local);
   if (client.peer.throughTunnel) AddText(json.get(), "board", client.board().name);
-  cJSON_AddBoolToObject(json.get(), "self", self);
+  cJSON_AddBoolToObject(json.get(), "self", &client == &context.asker);
   AddNumber(json.get(), "since", client.since);
   AddCounters(json.get(), client.counters);
   AddNumber(json.get(), "refused", client.refusals.total());
   if (client.refusals.total() > 0) AddNumber(json.get(), "refused_ms", bus.nowMs - client.refusals.latestMs());
   AddNumber(json.get(), "held", client.charge.bytes());
-  AddWaiting(json.get(), bus, client, kernel);
+  AddWaiting(json.get(), bus, client, context.kernel);
   AddEvents(json.get(), bus, client);
   AddPatterns(json.get(), bus, client);
   AddPendingRequests(json.get(), bus, client);
+  AddFlows(json.get(), client, context.index);
   return JsonText(json.get());
 }
 
@@ -131,13 +168,13 @@ std::string ClientText(const Bus &bus, const Client &client, bool self, const Un
 
 // Converts one client at a time: a tree of all clients would take many times the memory of the text.
 std::string ListText(const Bus &bus, const Client &asker) {
-  const UnreadBytes kernel;
+  const ListContext context = {.asker = asker, .index = IndexOf(bus)};
   std::string text = "{\"server\":" + ServerText(bus) + ",\"clients\":[";
   bool first = true;
   for (const Client &client : bus.clients) {
     if (client.ended || !client.registered()) continue;
     if (!std::exchange(first, false)) text += ',';
-    const std::string entry = ClientText(bus, client, &client == &asker, kernel);
+    const std::string entry = ClientText(bus, client, context);
     if (entry.empty() || text.size() + entry.size() > kMaxText) return {};
     text += entry;
   }

@@ -125,6 +125,8 @@ void Delivery::TakeBack(Client &to, std::span<const std::byte> frames) {
   to.deliveries.DropNewest(count);
   to.counters.out -= count;
   bus_.counters.out -= count;
+  to.counters.outBytes -= frames.size();
+  bus_.counters.outBytes -= frames.size();
   for (; count > 0; --count) Missed(to);
 }
 

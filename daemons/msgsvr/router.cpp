@@ -58,15 +58,29 @@ void Router::RouteFrame(Client &from, Frame &frame) {
   if (from.isUnknownBoard()) return IntroduceBoard(bus_, from, frame);
   ++from.counters.in;
   ++bus_.counters.in;
+  from.counters.inBytes += frame.bytes.size();
+  bus_.counters.inBytes += frame.bytes.size();
   if (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty()) return requests_.Register(from, frame);
   if (!from.registered()) return bus_.CutOff(from, "it sent a message before it registered");
   frame.SetSource(from.name);
   from.lastTarget = 0;
   if (frame.bodyInFile() && !files_.Check(from, frame)) return;
-  if (IsEvent(frame)) return TakeEvent(from, frame);
-  if (!frame.destination.empty()) return ForwardTo(from, bus_.names.Oldest(frame.destination), frame);
-  if (IsControl(frame.type())) return control_.Handle(from, frame);
-  if (!requests_.Handle(from, frame)) RouteUnnamed(from, frame);
+  if (!IsEvent(frame) && !frame.destination.empty()) {
+    return ForwardTo(from, bus_.names.Oldest(frame.destination), frame);
+  }
+  if (!Serve(from, frame)) return RouteUnnamed(from, frame);
+  from.flows.Count(0, frame.type());
+}
+
+// False if the message is not for the server itself.
+bool Router::Serve(Client &from, const Frame &frame) {
+  if (IsEvent(frame)) {
+    TakeEvent(from, frame);
+    return true;
+  }
+  if (!IsControl(frame.type())) return requests_.Handle(from, frame);
+  control_.Handle(from, frame);
+  return true;
 }
 
 void Router::RouteUnnamed(Client &from, const Frame &frame) {

@@ -34,6 +34,7 @@ class Router {
  private:
   void GiveUp(Client &from, const Frame &frame);
   void RouteFrame(Client &from, Frame &frame);
+  bool Serve(Client &from, const Frame &frame);
   void RouteUnnamed(Client &from, const Frame &frame);
   void ForwardTo(Client &from, Client *to, const Frame &frame);
   void TakeEvent(Client &from, const Frame &frame);

@@ -10,7 +10,7 @@ void Storms::Look(uint32_t elapsedMs) {
   elapsedMs_ = elapsedMs;
   for (Storm &storm : storms_) storm.lasts = false;
   for (const Client &client : bus_.clients) {
-    for (const Flows::Flow &flow : client.flows.flows()) {
+    for (const Flows::Flow &flow : client.flows.state().counts) {
       // Each pair once, from its older member.
       if (flow.to <= client.id || !IsFast(flow)) continue;
       const Client *other = bus_.Find(flow.to);
@@ -19,10 +19,6 @@ void Storms::Look(uint32_t elapsedMs) {
     }
   }
   std::erase_if(storms_, [](const Storm &storm) { return !storm.lasts; });
-  for (Client &client : bus_.clients) {
-    client.flows.Clear();
-    client.Settle();
-  }
 }
 
 bool Storms::IsFast(const Flows::Flow &flow) const {
@@ -32,7 +28,7 @@ bool Storms::IsFast(const Flows::Flow &flow) const {
 // Null if there is no fast one.
 const Flows::Flow *Storms::FastestTo(const Client &from, uint64_t to) const {
   const Flows::Flow *fastest = nullptr;
-  for (const Flows::Flow &flow : from.flows.flows()) {
+  for (const Flows::Flow &flow : from.flows.state().counts) {
     if (flow.to != to || !IsFast(flow)) continue;
     if (fastest == nullptr || flow.count > fastest->count) fastest = &flow;
   }

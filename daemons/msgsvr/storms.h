@@ -14,7 +14,7 @@ class Storms {
  public:
   explicit Storms(Bus &bus) : bus_(bus) {}
 
-  // Looks at what was sent in the last so many milliseconds, and starts to count again.
+  // Looks at what was counted in the last so many milliseconds.
   void Look(uint32_t elapsedMs);
 
   struct Storm {

@@ -32,8 +32,21 @@ void TrafficWatch::Arm() {
 void TrafficWatch::Look() {
   const uint32_t elapsedMs = bus_.nowMs - std::exchange(lastMs_, bus_.nowMs);
   lookedAt_ = bus_.counters.in;
-  if (bus_.settings.deadlockSeconds > 0) unsettled_ = deadlocks_.Look();
+  unsettled_ = bus_.settings.deadlockSeconds > 0 && deadlocks_.Look();
   if (bus_.settings.stormRate > 0) storms_.Look(elapsedMs);
+  if (LookAtFlows(elapsedMs)) unsettled_ = true;
+}
+
+// Whether there are rates, which are out of date after another period.
+bool TrafficWatch::LookAtFlows(uint32_t elapsedMs) {
+  bool some = false;
+  for (Client &client : bus_.clients) {
+    if (client.flows.empty()) continue;
+    client.flows.Look(elapsedMs);
+    client.Settle();
+    some = some || !client.flows.empty();
+  }
+  return some;
 }
 
 }  // namespace zor::msgsvr

@@ -1,6 +1,6 @@
 // Looks at the traffic once a second for what the log should name: daemons that wait for each other in a circle, and
-// storms. On a silent bus it has nothing to do and lets the server sleep. Otherwise a timer of its own wakes it: a
-// time-out of the loop's wait would cost every turn a timer of the kernel.
+// storms; and makes rates of what has been counted. On a silent bus it has nothing to do and lets the server sleep.
+// Otherwise a timer of its own wakes it: a time-out of the loop's wait would cost every turn a timer of the kernel.
 #ifndef MSGSVR_TRAFFIC_WATCH_H
 #define MSGSVR_TRAFFIC_WATCH_H
 
@@ -37,8 +37,9 @@ class TrafficWatch {
   static constexpr uint32_t kPeriodMs = 1000;
 
   // Whether there is a reason to look again although nothing may arrive.
-  bool NeedsLook() const { return bus_.settings.deadlockSeconds > 0 && (unsettled_ || bus_.counters.in != lookedAt_); }
+  bool NeedsLook() const { return unsettled_ || bus_.counters.in != lookedAt_; }
   void Look();
+  bool LookAtFlows(uint32_t elapsedMs);
   void Arm();
 
   Bus &bus_;
@@ -48,7 +49,7 @@ class TrafficWatch {
   bool armed_ = false;
   uint32_t lastMs_ = 0;
   uint64_t lookedAt_ = 0;   // the bus's messages so far, at the latest look
-  bool unsettled_ = false;  // a deadlock may show without a further message
+  bool unsettled_ = false;  // a deadlock may show, or a rate end, without a further message
 };
 
 }  // namespace zor::msgsvr

@@ -132,6 +132,43 @@ TEST_F(MsgsvrControlTest, ListsWhatADaemonHasLeftUnread) {
   EXPECT_EQ(Number("receiver", "waiting", "messages"), 503);
 }
 
+TEST_F(MsgsvrControlTest, ListsHowOftenWhoSendsToWhom) {
+  StartWithOperator("deadlock_seconds = 0\nstorm_rate = 0\n");
+  std::vector<std::string> flows;  // of the sender, the slowest first
+  const auto list = [&] {
+    List();
+    std::multimap<int, std::string> byRate;
+    const cJSON *flow = nullptr;
+    cJSON_ArrayForEach(flow, Of("sender", "flows")) {
+      const auto number = [&](const char *member) { return cJSON_GetObjectItem(flow, member)->valueint; };
+      const std::string to = cJSON_GetObjectItem(flow, "to")->valuestring;
+      if (number("per_second") > 0) byRate.emplace(number("per_second"), to + " " + std::to_string(number("type")));
+    }
+    flows.clear();
+    for (auto &[rate, text] : byRate) flows.push_back(text);
+  };
+  const std::vector<std::string> expected = {"ctl1 1", "receiver 4660", " 186885"};
+  list();
+  const double inBytes = Number("sender", "in_bytes"), outBytes = Number("receiver", "out_bytes");
+  int rounds = 0;
+  ASSERT_TRUE(WaitUntil([&] {
+    ++rounds;
+    sender_.Send(MakeMessage(1, "", "ctl1"));
+    EXPECT_EQ(operator_.Next().header.type, 1u);
+    for (int i = 0; i < 3; ++i) sender_.Send(MakeMessage(kType, "", "receiver", 0, "abcd"));
+    for (int i = 0; i < 3; ++i) receiver_.Next();
+    for (int i = 0; i < 9; ++i) sender_.Send(MakeRequest(0x2DA05));
+    list();
+    return flows == expected;
+  }));
+  EXPECT_EQ(Number("sender", "in_bytes") - inBytes, rounds * (40 + 3 * 44 + 9 * 40));
+  EXPECT_EQ(Number("receiver", "out_bytes") - outBytes, rounds * 3 * 44);
+  EXPECT_TRUE(WaitUntil([&] {
+    list();
+    return flows.empty();
+  })) << "a flow ends";
+}
+
 TEST_F(MsgsvrControlTest, ListsWhoWaitsForWhom) {
   StartWithOperator();
   const auto request = [](const char *to, uint32_t type) { return MakeMessage(type, "", to, 0, "", type); };

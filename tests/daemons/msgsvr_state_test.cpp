@@ -64,10 +64,11 @@ class MsgsvrState : public testing::Test {
     record.queue = {{FrameOf(name), 3, -1}, {FrameOf(name), 0, -1}};
     record.partial = std::vector<std::byte>(10, std::byte{1});
     record.lastTarget = 5;
-    record.counters = {1, 2, 3};
+    record.counters = {1, 2, 3, 4, 5};
     record.pending = {{AppName("other"), 1, 2, 3, 4}};
     record.deliveries = {{{50, 1, 2, 3, 5}}, {{9, "msg_file_1"}}, 9};
-    record.flows[1] = {5, 6, 7};
+    record.flows.counts[1] = {5, 6, 7};
+    record.flows.rates[2] = {6, 7, 8};
     record.refusals = {1, 2, 3, true, 4, true, true};
     record.reset = record.hungUp = record.stalled = true;
     record.flushes = 21;
@@ -79,7 +80,7 @@ class MsgsvrState : public testing::Test {
     ServerState state;
     state.bus.standing = {
         Nanoseconds(Clock::now()) - 5000000000, 9, {{Field("late"), {4, 5}}}, {Field("post")}, {{Field("gone"), 6}}};
-    state.bus.counters = {7, 8, 9};
+    state.bus.counters = {7, 8, 9, 10, 11};
     state.bus.watch = {10, 11, true, {{{{5, 1}, {6, 2}}, true, true, 12, 13}}, {{{5, 6}, 14, 15, true, false}}};
     state.restartFor = RestartRequest{5, 16, 17};
     state.clients = {Rich(5, "one", 2), Rich(6, "one", 1), {}, Rich(8, "deaf", 0)};

@@ -161,7 +161,8 @@ normalise() { cat; }
 # happen to be. A case that cuts lines to a terminal's width cuts them before such a column.
 normalise_all() {
   sed -E "s|$ZOR_ROOT|ROOT|g; s/ctl[0-9]+/ctlPID/g
-    s/\"(pid|uid|since|uptime_ms|oldest_ms|age_ms|held)\":[0-9]+/\"\1\":N/g
+    s/\"(pid|uid|since|uptime_ms|oldest_ms|age_ms|held|in_bytes|out_bytes)\":[0-9]+/\"\1\":N/g
+    s/\"flows\":\[[^]]*\],//g
     s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}/YYYY-MM-DD hh:mm:ss/g
     s/ +[0-9]+  [^ ]+ +YYYY/  PID  USER  YYYY/; s/ +PID  USER +SINCE/  PID  USER  SINCE/
     /PID  USER/s/^([^ ]+) +/\1  /"

@@ -25,14 +25,16 @@ constexpr Rule kServerRules[] = {
     {"uptime_ms", Kind::kNumber},    {"clients", Kind::kNumber},      {"max_clients", Kind::kNumber},
     {"queue_bytes", Kind::kNumber},  {"user_clients", Kind::kNumber}, {"user_bytes", Kind::kNumber},
     {"memory_bytes", Kind::kNumber}, {"held", Kind::kNumber},         {"in", Kind::kNumber},
-    {"out", Kind::kNumber},          {"dropped", Kind::kNumber}};
+    {"out", Kind::kNumber},          {"dropped", Kind::kNumber},      {"in_bytes", Kind::kNumber},
+    {"out_bytes", Kind::kNumber}};
 constexpr Rule kAccessRules[] = {
     {"mode", Kind::kText}, {"rules", Kind::kNumber}, {"refused", Kind::kNumber}, {"would_be_refused", Kind::kNumber}};
-constexpr Rule kClientRules[] = {{"name", Kind::kText},      {"pid", Kind::kNumber},        {"uid", Kind::kNumber},
-                                 {"local", Kind::kFlag},     {"board", Kind::kText},        {"since", Kind::kNumber},
-                                 {"in", Kind::kNumber},      {"out", Kind::kNumber},        {"dropped", Kind::kNumber},
-                                 {"refused", Kind::kNumber}, {"refused_ms", Kind::kNumber}, {"held", Kind::kNumber},
-                                 {"events", Kind::kNumbers}, {"patterns", Kind::kTexts}};
+constexpr Rule kClientRules[] = {{"name", Kind::kText},       {"pid", Kind::kNumber},        {"uid", Kind::kNumber},
+                                 {"local", Kind::kFlag},      {"board", Kind::kText},        {"since", Kind::kNumber},
+                                 {"in", Kind::kNumber},       {"out", Kind::kNumber},        {"dropped", Kind::kNumber},
+                                 {"refused", Kind::kNumber},  {"refused_ms", Kind::kNumber}, {"held", Kind::kNumber},
+                                 {"in_bytes", Kind::kNumber}, {"out_bytes", Kind::kNumber},  {"events", Kind::kNumbers},
+                                 {"patterns", Kind::kTexts}};
 constexpr Rule kWaitingRules[] = {
     {"bytes", Kind::kNumber}, {"messages", Kind::kNumber}, {"oldest_ms", Kind::kNumber}, {"at_least", Kind::kFlag}};
 constexpr Rule kPendingRules[] = {{"to", Kind::kText},
