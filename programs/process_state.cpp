@@ -1,6 +1,7 @@
 #include "programs/process_state.h"
 
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -32,6 +33,11 @@ std::istringstream Fields(int pid) {
   return std::istringstream(nameEnd == std::string::npos ? "" : text.substr(nameEnd + 1));
 }
 
+void Skip(std::istringstream &fields, int count) {
+  std::string skipped;
+  for (int i = 0; i < count; ++i) fields >> skipped;
+}
+
 bool SleepsInLoop(int pid) {
   std::istringstream text(FileText(pid, "syscall"));
   long call = -1;
@@ -41,15 +47,23 @@ bool SleepsInLoop(int pid) {
 }  // namespace
 
 ProcessState StateOf(int pid) {
-  constexpr int kBetween = 16;  // fields between the state and the number of threads
   ProcessState state;
   std::istringstream fields = Fields(pid);
   if (!(fields >> state.letter)) return {};
-  std::string skipped;
-  for (int i = 0; i < kBetween; ++i) fields >> skipped;
+  uint64_t userTicks = 0, systemTicks = 0, pages = 0;
   int threads = 0;
+  Skip(fields, 10);
+  fields >> userTicks >> systemTicks;
+  Skip(fields, 4);
+  fields >> threads;
+  Skip(fields, 1);
+  fields >> state.startedTicks;
+  Skip(fields, 1);
+  if (!(fields >> pages)) return state;
+  state.cpuMs = (userTicks + systemTicks) * 1000 / static_cast<uint64_t>(::sysconf(_SC_CLK_TCK));
+  state.residentBytes = pages * static_cast<uint64_t>(::sysconf(_SC_PAGESIZE));
   // Of several threads any may be the one that waits.
-  state.inLoop = fields >> threads && threads == 1 && SleepsInLoop(pid);
+  state.inLoop = threads == 1 && SleepsInLoop(pid);
   return state;
 }
 

@@ -5,6 +5,7 @@
 #include <set>
 #include <utility>
 
+#include "programs/bus_view/list.h"
 #include "programs/messages/message_types.h"
 #include "programs/process_state.h"
 #include "zorctl/format.h"
@@ -19,39 +20,8 @@ using Json = nlohmann::json;
 using Align = Table::Align;
 using daemon::Daemon;
 using daemon::PendingRequest;
-using daemon::ProcessState;
-using daemon::StateOf;
 using daemon::StateText;
 using daemon::WaitChain;
-using daemon::Waits;
-
-// No value for a message that needs no reply.
-std::optional<PendingRequest> RequestOf(const Json &pending, bool senderInLoop) {
-  PendingRequest request{pending.value("to", ""), pending.value("type", 0u), pending.value("sequence", 0u),
-                         pending.value("age_ms", uint64_t{0}), Waits::kNo};
-  const auto waits = daemon::WaitsForReply(request.type, pending.value("latest", true), senderInLoop);
-  if (!waits) return std::nullopt;
-  request.waits = *waits;
-  return request;
-}
-
-Daemon DaemonOf(const Json &client, Processes processes) {
-  Daemon daemon;
-  daemon.name = client.value("name", "");
-  if (client.value("local", true)) daemon.pid = client.value("pid", 0);
-  const ProcessState process = daemon.pid > 0 && processes == Processes::kHere ? StateOf(daemon.pid) : ProcessState();
-  daemon.state = process.letter;
-  const Json waiting = client.value("waiting", Json::object());
-  daemon.unread = waiting.value("messages", uint64_t{0});
-  daemon.unreadAtLeast = waiting.value("at_least", false);
-  daemon.unreadMs = waiting.value("oldest_ms", uint64_t{0});
-  daemon.refused = client.value("refused", uint64_t{0});
-  daemon.refusedMs = client.value("refused_ms", uint64_t{0});
-  for (const Json &pending : client.value("pending", Json::array())) {
-    if (auto request = RequestOf(pending, process.inLoop)) daemon.pending.push_back(std::move(*request));
-  }
-  return daemon;
-}
 
 // The daemons at which the chains begin that have lasted a second: those that wait and for whom no other waits. A cycle
 // without such a daemon begins at any of its members.
@@ -83,9 +53,8 @@ std::vector<const Daemon *> Beginnings(const std::vector<Daemon> &daemons) {
 
 std::vector<Daemon> DaemonsOf(const Json &list, Processes processes) {
   std::vector<Daemon> daemons;
-  for (const Json &client : list.value("clients", Json::array())) {
-    if (!client.value("self", false)) daemons.push_back(DaemonOf(client, processes));
-  }
+  const busview::ProcessReader read = processes == Processes::kHere ? daemon::StateOf : busview::UnknownProcess;
+  for (busview::Client &client : busview::SampleOf(list, {}, read).clients) daemons.push_back(std::move(client.daemon));
   return daemons;
 }
 
