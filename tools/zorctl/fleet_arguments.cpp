@@ -61,11 +61,14 @@ Fleet FleetArguments::Open(Milliseconds timeout) const {
   return {AccessOf(CompleteFleetOptions(options_)), scope_, timeout};
 }
 
+size_t FleetWordsAt(std::string_view word) {
+  if (!IsFleetOption(word)) return 0;
+  return word.find('=') == word.npos ? 2 : 1;
+}
+
 size_t CountFleetWords(const std::vector<std::string> &words) {
   size_t count = 0;
-  while (count < words.size() && IsFleetOption(words[count])) {
-    count += words[count].find('=') == std::string::npos ? 2 : 1;
-  }
+  while (count < words.size() && IsFleetOption(words[count])) count += FleetWordsAt(words[count]);
   return std::min(count, words.size());
 }
 

@@ -3,6 +3,7 @@
 #define ZORCTL_FLEET_ARGUMENTS_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zorctl/fleet.h"
@@ -24,6 +25,8 @@ class FleetArguments {
   FleetScope scope_;
 };
 
+// How many words such an option takes, with its value; 0 for any other word.
+size_t FleetWordsAt(std::string_view word);
 // How many of the words, from the first one on, are such options with their values.
 size_t CountFleetWords(const std::vector<std::string> &words);
 

@@ -103,11 +103,22 @@ std::string_view SourceAt(const VerbRow &row, size_t place) {
   return completes.substr(0, completes.find(' '));
 }
 
+// The words without complete options of a fleet, wherever they are; none while the value of one is being typed.
+Words WithoutFleetOptions(const Words &typed) {
+  Words line;
+  for (size_t i = 0; i < typed.size();) {
+    const size_t taken = i + 1 < typed.size() ? FleetWordsAt(typed[i]) : 0;
+    if (taken == 0) line.push_back(typed[i]);
+    i += std::max<size_t>(taken, 1);
+    if (taken > 0 && i == typed.size()) return {};
+  }
+  return line;
+}
+
 // Candidates for the last word of a command line, whose first words are a verb, perhaps after options of a fleet.
-Words CandidatesFor(Words line) {
-  if (!line.empty())
-    line.erase(line.begin(),
-               line.begin() + static_cast<std::ptrdiff_t>(CountFleetWords({line.begin(), line.end() - 1})));
+Words CandidatesFor(const Words &typed) {
+  const Words line = WithoutFleetOptions(typed);
+  if (line.empty() && !typed.empty()) return {};
   if (line.size() < 2) return VerbNames();
   const auto row =
       std::find_if(Verbs().begin(), Verbs().end(), [&](const VerbRow &each) { return each.name == line[0]; });

@@ -2,10 +2,21 @@ completion=$source/tools/zorctl/completion/zorctl.bash
 # shellcheck source=/dev/null
 . "$completion"
 
-# The completions that bash would offer for the last word.
+# The completions that bash would offer for the last word. It splits words at colons and equals signs too.
 offers() {
-  COMP_WORDS=(zorctl "$@")
-  COMP_CWORD=$#
+  local word
+  COMP_LINE=$(printf ' %s' zorctl "$@")
+  COMP_WORDS=(zorctl)
+  for word in "$@"; do
+    while [[ $word == *[:=]* ]]; do
+      [[ $word == [:=]* ]] || COMP_WORDS+=("${word%%[:=]*}")
+      word=${word#"${word%%[:=]*}"}
+      COMP_WORDS+=("${word:0:1}")
+      word=${word:1}
+    done
+    COMP_WORDS+=("$word")
+  done
+  COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
   _zorctl
   printf 'zorctl%s ->' "$(printf ' %q' "$@")"
   printf ' [%s]' "${COMPREPLY[@]}"
@@ -17,6 +28,7 @@ offers exit ''
 start msgsvr
 peer lamp idle
 peer '$(id>x);`id`' idle
+peer a:b idle
 offers exit ''
 offers exit l
 offers wait lamp --timeout 3 ''
@@ -28,6 +40,11 @@ offers send --t
 offers why --a
 offers list --ga
 offers gateways --un
+offers --fleet mqtts://me@broker.example:8883/zor gatew
+offers --fleet=mqtt://broker --gateway 'north-*' call GET_P
+offers call --fleet mqtt://broker GET_P
+offers call --fleet mqtt://bro
+offers why a:
 offers server ''
 offers server restart n
 offers nonsense ''
