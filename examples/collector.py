@@ -24,7 +24,7 @@ from paho.mqtt.properties import Properties
 
 MOST_PAYLOAD = 1024 * 1024  # bytes; what is longer is rejected
 MOST_REJECTED = 10_000  # the latest ones are kept, so that a malicious gateway cannot fill the disk
-MOST_SAMPLE = 1024  # bytes of a rejected payload that are kept
+MOST_SAMPLE = 1024  # bytes of a rejected payload, and characters of its topic, that are kept
 LARGEST_NUMBER = 2**63 - 1  # of an SQLite column
 
 SCHEMA = """
@@ -243,7 +243,7 @@ class Collector:
         try:
             self.batch.append(parse(self.options.prefix, topic, message.payload))
         except Rejected as reason:
-            self.batch.append(("rejected", (topic, str(reason), len(message.payload), message.payload[:MOST_SAMPLE])))
+            self.batch.append(("rejected", (topic[:MOST_SAMPLE], str(reason), len(message.payload), message.payload[:MOST_SAMPLE])))
 
     # The loop.
 
