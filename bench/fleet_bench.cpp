@@ -222,9 +222,15 @@ void Outage(const std::string &zorbridge, const std::string &root, uint64_t coun
   LetBridgeRead();
   std::printf("%lu events published without a broker: %.1f s\n", count, (Now() - begun) / 1e9);
   std::fflush(stdout);
+  // What the bridge published before the subscriber was there would count as lost.
+  ::kill(bridge.pid(), SIGSTOP);
   const Process late = StartBroker(root);
   ::usleep(300000);
-  Program subscriber(1, Subscriber("zor/bench/event/#"));
+  std::vector<std::string> command = Subscriber("zor/bench/event/#");
+  command.insert(command.end(), {"-t", "$SYS/broker/version"});  // retained: it arrives when all is subscribed
+  Program subscriber(1, command);
+  subscriber.AwaitLine("$SYS");
+  ::kill(bridge.pid(), SIGCONT);
   const double back = Now();
   uint64_t records = 0, doubled = 0, outOfOrder = 0, last = 0;
   while (last < count) {

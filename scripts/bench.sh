@@ -21,6 +21,11 @@ TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/tunnel_bench" "$msgsvr" "$build/daemons
 echo
 "$build/bench/memory_bench" "$msgsvr"
 echo
+# A record that never came would be waited for.
+TMPDIR=${TMPDIR:-/dev/shm} timeout 900 "$build/bench/fleet_bench" "$msgsvr" "$build/daemons/zorbridge/zorbridge"
+echo
+timeout 900 "$build/bench/outbox_bench"
+echo
 "$build/bench/access_bench"
 echo
 "$build/bench/codec_bench"
