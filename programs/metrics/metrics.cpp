@@ -15,15 +15,13 @@ std::string NumberText(double value) {
   return {text.data(), result.ptr};
 }
 
+// As the tool shows names: harmless on a terminal, and texts that are not UTF-8 stay apart, since collectors refuse two
+// measurements with the same labels. Then as the format wants it.
 std::string Escaped(const std::string &text) {
   std::string escaped;
-  for (const char each : messages::ToUtf8(text)) {
-    if (each == '\n') {
-      escaped += "\\n";
-    } else {
-      if (each == '\\' || each == '"') escaped += '\\';
-      escaped += each;
-    }
+  for (const char each : messages::Escape(text)) {
+    if (each == '\\' || each == '"') escaped += '\\';
+    escaped += each;
   }
   return escaped;
 }

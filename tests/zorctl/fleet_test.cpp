@@ -53,13 +53,14 @@ TEST(FleetSum, NamesTenGatewaysAndCountsTheOthers) {
 
 TEST(ForeignJson, GivesNothingForWrongTypes) {
   const auto json = ForeignJson::parse(R"({"text":7,"count":-1,"large":1e300,"half":1.5,"fine":1e3,"texts":["a",7],
-    "time":"2026-01-02T03:04:05.678Z","local":"2026-01-02T03:04:05","long":"99999-01-02T03:04:05Z"})");
+    "time":"2026-01-02T03:04:05.678Z","local":"2026-01-02T03:04:05","long":"99999-01-02T03:04:05Z",
+    "late":"9999-01-02T03:04:05Z","early":"0001-01-02T03:04:05Z"})");
   EXPECT_EQ(TextOf(json, "text"), "");
   for (const char *name : {"count", "large", "half", "texts", "none"}) EXPECT_EQ(CountOf(json, name), 0u) << name;
   EXPECT_EQ(CountOf(json, "fine"), 1000u);
   EXPECT_THAT(TextsOf(json, "texts"), testing::ElementsAre("a"));
   EXPECT_EQ(TimeOf(json, "time"), std::chrono::system_clock::from_time_t(1767323045));
-  for (const char *name : {"local", "long", "text"}) EXPECT_FALSE(TimeOf(json, name)) << name;
+  for (const char *name : {"local", "long", "text", "late", "early"}) EXPECT_FALSE(TimeOf(json, name)) << name;
 }
 
 TEST(ForeignJson, OfAListKeepsWhatHasTheRightType) {
@@ -84,7 +85,7 @@ TEST(Metrics, EscapeLabelsAndAddUp) {
   all.Add(kFamily, {{"daemon", "web"}}, 0.5);
   EXPECT_EQ(all.Text(),
             "# HELP zor_seen What was seen.\n# TYPE zor_seen counter\n"
-            "zor_seen_total{gateway=\"a\\\"\\\\\\n\xef\xbf\xbd\",daemon=\"web\"} 1000000000000000.5\n# EOF\n");
+            "zor_seen_total{gateway=\"a\\\"\\\\\\\\\\\\x0a\\\\xff\",daemon=\"web\"} 1000000000000000.5\n# EOF\n");
 }
 
 }  // namespace

@@ -22,7 +22,8 @@ constexpr milliseconds kStatusLife = std::chrono::minutes(3);
 // Verbs that watch have longer time-outs than a broker needs, and a reply may be wanted in less.
 constexpr Milliseconds kLeastForBroker{5000};
 constexpr Milliseconds kMostForBroker{20'000};
-// Brokers in a cluster may deliver retained messages a little later than the message that follows them.
+// Brokers in a cluster may deliver retained messages a little later than the message that follows them. What gateways
+// publish meanwhile does not count: a large fleet is never quiet.
 constexpr Milliseconds kQuiet{100};
 
 }  // namespace
@@ -83,7 +84,7 @@ std::optional<FleetPlace> Fleet::PlaceOf(std::string_view topic) const {
   if (!topic.starts_with(access_.prefix + "/")) return std::nullopt;
   topic.remove_prefix(access_.prefix.size() + 1);
   const size_t end = topic.find('/');
-  if (end == topic.npos) return std::nullopt;
+  if (end == topic.npos || end > fleet::kMostLevelBytes) return std::nullopt;  // no gateway has a longer name
   const std::string_view level = topic.substr(0, end);
   const std::string name = fleet::NameOf(level).value_or(std::string(level));
   const bool wanted = scope_.gateways.empty() || std::any_of(scope_.gateways.begin(), scope_.gateways.end(),
@@ -132,15 +133,16 @@ std::vector<Gateway> Fleet::Survey(Need need) {
   line_->Subscribe(filters, 0, brokerDeadline());
   line_->Publish({replyTopic(), "{}", "", "end of survey", 0});
   Progress progress;
-  bool ended = false;
+  std::optional<Deadline> end;
   for (;;) {
-    const auto delivery = line_->Receive(ended ? Deadline(kQuiet) : brokerDeadline());
-    if (!delivery && ended) break;
+    if (end && end->over()) break;
+    const auto delivery = line_->Receive(end.value_or(brokerDeadline()));
+    if (!delivery && end) break;
     if (!delivery) {
       throw Failure(kExitTimeOver, "the broker does not deliver what it has retained", "check whether it is busy");
     }
     CheckRefusal(*delivery);
-    ended = ended || delivery->topic == replyTopic();
+    if (delivery->topic == replyTopic() || (end && delivery->retained)) end = Deadline(kQuiet);
     const auto place = PlaceOf(delivery->topic);
     if (!place || delivery->payload.empty() || (place->rest != "presence" && place->rest != "status")) continue;
     Gateway &gateway = found[place->gateway];

@@ -28,6 +28,8 @@ struct Gateway {
   ForeignJson status;
   std::vector<std::string> faults;  // what is wrong with them
 
+  // Not so for one that is only named by the user.
+  bool known() const { return !presence.is_null() || !status.is_null() || !faults.empty(); }
   bool online() const;
   // "online", "lost", "stopped" or "unknown".
   std::string state() const;

@@ -32,6 +32,7 @@ struct FleetDelivery {
   std::string payload;
   std::string correlation;
   std::string refusal;  // not empty: the broker's reason for not delivering the request with this correlation
+  bool retained = false;
 };
 
 class FleetLine {
@@ -41,7 +42,8 @@ class FleetLine {
   // Returns when the broker has granted all filters.
   virtual void Subscribe(const std::vector<std::string> &filters, int qos, const Deadline &deadline) = 0;
   virtual void Publish(const FleetMessage &message) = 0;
-  // The next delivery. No value at the deadline or when the user stops the verb.
+  // The next delivery, also after the deadline if it is there already. No value at the deadline or when the user stops
+  // the verb.
   virtual std::optional<FleetDelivery> Receive(const Deadline &deadline) = 0;
   // For verbs that run for long: when the user presses Ctrl-C, Receive returns no value and stopped() is true.
   virtual void StopWith(daemon::StopSignal &signal) = 0;

@@ -4,6 +4,13 @@
 #include "zorctl/output.h"
 
 namespace zor::ctl {
+namespace {
+
+constexpr size_t kMostStreamBytes = 16;
+// That are remembered of a gateway: a bridge begins one when it is started, a malicious one whenever it likes.
+constexpr size_t kMostStreams = 64;
+
+}  // namespace
 
 FleetStream::FleetStream(Fleet &fleet, const std::vector<std::string> &topics, bool complete)
     : fleet_(fleet), complete_(complete) {
@@ -17,8 +24,10 @@ FleetStream::FleetStream(Fleet &fleet, const std::vector<std::string> &topics, b
 void FleetStream::CheckNumber(StreamRecord &record) {
   const uint64_t number = CountOf(record.document, "number");
   const std::string stream = TextOf(record.document, "stream");
-  if (number == 0 || stream.empty()) return;  // not kept by the bridge
-  const auto [last, isFirst] = last_.try_emplace({record.gateway, stream}, number);
+  if (number == 0 || stream.empty() || stream.size() > kMostStreamBytes) return;  // not kept by a bridge
+  auto &streams = last_[record.gateway];
+  if (streams.size() > kMostStreams) streams.clear();
+  const auto [last, isFirst] = streams.try_emplace(stream, number);
   if (isFirst) return;
   record.isDouble = number <= last->second;
   if (record.isDouble) return;
@@ -27,7 +36,7 @@ void FleetStream::CheckNumber(StreamRecord &record) {
 }
 
 bool FleetStream::Run(const Deadline &deadline, const std::function<bool(const StreamRecord &)> &onRecord) {
-  for (;;) {
+  while (!deadline.over()) {  // a line that is never quiet always has a next one
     Flush();
     const auto delivery = fleet_.line().Receive(deadline);
     if (!delivery) return false;
@@ -38,6 +47,7 @@ bool FleetStream::Run(const Deadline &deadline, const std::function<bool(const S
     CheckNumber(record);
     if (!onRecord(record)) return true;
   }
+  return false;
 }
 
 }  // namespace zor::ctl

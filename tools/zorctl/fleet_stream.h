@@ -9,7 +9,6 @@
 #include <functional>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "zorctl/fleet.h"
@@ -38,7 +37,7 @@ class FleetStream {
 
   Fleet &fleet_;
   bool complete_;
-  std::map<std::pair<std::string, std::string>, uint64_t> last_;  // numbers, by gateway and stream
+  std::map<std::string, std::map<std::string, uint64_t>> last_;  // numbers, by gateway and stream
 };
 
 }  // namespace zor::ctl

@@ -5,6 +5,9 @@
 #include <ctime>
 #include <span>
 
+#include "programs/messages/text.h"
+#include "zorctl/exit_code.h"
+
 namespace zor::ctl {
 namespace {
 
@@ -12,6 +15,11 @@ using Json = nlohmann::json;
 
 // Beyond this, numbers of JSON are no longer exact; no counter gets there.
 constexpr double kMaxNumber = 9007199254740992.0;
+// Years that the system's clock, which counts nanoseconds, can show.
+constexpr int kFirstYear = 1970;
+constexpr int kLastYear = 2261;
+// A name on a bus and a pattern are shorter. Tables are as wide as their longest cell.
+constexpr size_t kMaxTextBytes = 256;
 
 enum class Kind { kText, kNumber, kFlag, kTexts, kNumbers };
 
@@ -52,7 +60,8 @@ std::optional<int64_t> IntegerOf(const ForeignJson &value) {
 }
 
 std::optional<Json> Checked(const ForeignJson &value, Kind kind) {
-  if (kind == Kind::kText && value.is_string()) return value.get<std::string>();
+  if (kind == Kind::kText && value.is_string())
+    return std::string(messages::CutText(value.get<std::string>(), kMaxTextBytes));
   if (kind == Kind::kFlag && value.is_boolean()) return value.get<bool>();
   if (kind == Kind::kNumber) {
     if (const auto number = IntegerOf(value)) return *number;
@@ -102,6 +111,16 @@ uint64_t CountOf(const ForeignJson &object, const char *name) {
   return static_cast<uint64_t>(std::max<int64_t>(IntegerOf(MemberOf(object, name)).value_or(0), 0));
 }
 
+std::string ShortTextOf(const ForeignJson &object, const char *name) {
+  return std::string(messages::CutText(TextOf(object, name), kMaxTextBytes));
+}
+
+std::string RequestText(const ForeignJson &request) try {
+  return request.dump();
+} catch (const ForeignJson::type_error &) {
+  throw Failure(kExitUsage, "an argument is not UTF-8", "requests to a fleet are JSON");
+}
+
 std::vector<std::string> TextsOf(const ForeignJson &object, const char *name) {
   std::vector<std::string> texts;
   const ForeignJson &member = MemberOf(object, name);
@@ -118,7 +137,8 @@ std::optional<SystemTime> TimeOf(const ForeignJson &object, const char *name) {
   int length = 0;
   const int count = std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &parts.tm_year, &parts.tm_mon,
                                 &parts.tm_mday, &parts.tm_hour, &parts.tm_min, &parts.tm_sec, &length);
-  if (count != 6 || !text.ends_with('Z')) return std::nullopt;
+  if (count != 6 || !text.ends_with('Z') || parts.tm_year < kFirstYear || parts.tm_year > kLastYear)
+    return std::nullopt;
   parts.tm_year -= 1900;
   parts.tm_mon -= 1;
   return std::chrono::system_clock::from_time_t(::timegm(&parts));

@@ -10,6 +10,7 @@
 #include "programs/messages/message_types.h"
 #include "programs/messages/number.h"
 #include "zorctl/exit_code.h"
+#include "zorctl/foreign_json.h"
 #include "zorctl/format.h"
 #include "zorctl/input_file.h"
 #include "zorctl/value.h"
@@ -81,7 +82,7 @@ FleetCall MessageOptions::BuildForBridge() const {
     const Json value = Json::parse(text, nullptr, false);
     payload[name] = value.is_discarded() ? Json(text) : value;
   }
-  return {fleet::Topic({fleet::topic::kCall, fleet::kBridge, type_}), payload.dump()};
+  return {fleet::Topic({fleet::topic::kCall, fleet::kBridge, type_}), RequestText(payload)};
 }
 
 FleetCall MessageOptions::BuildForFleet() const {
@@ -106,7 +107,7 @@ FleetCall MessageOptions::BuildForFleet() const {
   } else if (!message.body.empty()) {
     payload["base64"] = messages::ToBase64(message.body);
   }
-  return {fleet::Topic({fleet::topic::kCall, daemon, messages::TypeText(message.type)}), payload.dump()};
+  return {fleet::Topic({fleet::topic::kCall, daemon, messages::TypeText(message.type)}), RequestText(payload)};
 }
 
 }  // namespace zor::ctl

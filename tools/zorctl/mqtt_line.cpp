@@ -247,12 +247,15 @@ class MqttLine : public FleetLine {
   void OnAcknowledged(int number, int reason) {
     const auto message = unacknowledged_.extract(number);
     if (message.empty() || reason < kFirstFailure) return;
-    deliveries_.push_back({"", "", message.mapped(), ReasonText(reason)});
+    deliveries_.push_back({"", "", message.mapped(), ReasonText(reason), false});
   }
 
   void OnMessage(const mosquitto_message &message, const mosquitto_property *properties) {
-    FleetDelivery delivery{
-        message.topic, {static_cast<const char *>(message.payload), static_cast<size_t>(message.payloadlen)}, "", ""};
+    FleetDelivery delivery{message.topic,
+                           {static_cast<const char *>(message.payload), static_cast<size_t>(message.payloadlen)},
+                           "",
+                           "",
+                           message.retain};
     void *bytes = nullptr;
     uint16_t length = 0;
     if (::mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &bytes, &length, false) != nullptr) {

@@ -52,17 +52,11 @@ class GatewaysVerb : public Verb {
       if (IsWanted(gateway)) listed.push_back(std::move(gateway));
     }
     common.json ? PrintAsJson(listed) : PrintTable(listed);
-    const bool allKnown =
-        std::none_of(listed.begin(), listed.end(), [](const Gateway &each) { return IsUnknown(each); });
+    const bool allKnown = std::all_of(listed.begin(), listed.end(), [](const Gateway &each) { return each.known(); });
     return allKnown ? kExitOk : kExitNotFound;
   }
 
  private:
-  // Named, but nothing is known of it.
-  static bool IsUnknown(const Gateway &gateway) {
-    return gateway.presence.is_null() && gateway.status.is_null() && gateway.faults.empty();
-  }
-
   bool IsWanted(const Gateway &gateway) const {
     if (online_ && !gateway.online()) return false;
     if (offline_ && gateway.online()) return false;
@@ -102,8 +96,8 @@ class GatewaysVerb : public Verb {
                  {"UNWELL"}});
     for (const Gateway &gateway : gateways) {
       table.Add({gateway.name, gateway.state(), SinceText(gateway.presence, "since"),
-                 OrDash(TextOf(gateway.presence, "version")),
-                 OrDash(TextOf(MemberOf(gateway.status, "line"), "broker")), StatusAgeText(gateway),
+                 OrDash(ShortTextOf(gateway.presence, "version")),
+                 OrDash(ShortTextOf(MemberOf(gateway.status, "line"), "broker")), StatusAgeText(gateway),
                  QueueText(gateway.status), OrDash(Join(gateway.unwell(), "; "))});
     }
     table.Print();

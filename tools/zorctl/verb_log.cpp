@@ -134,7 +134,7 @@ class LogVerb : public Verb {
     if (!types_.empty()) query["type"] = types_.front();
     const std::vector<Gateway> gateways = fleet.Survey(Fleet::Need::kPresence);
     FleetReport report(fleet, common.json, gateways);
-    FleetRequests requests(fleet, fleet::Topic({fleet::topic::kCall, fleet::kBridge, "log"}), query.dump());
+    FleetRequests requests(fleet, fleet::Topic({fleet::topic::kCall, fleet::kBridge, "log"}), RequestText(query));
     requests.Run(gateways, report.sum(),
                  [&](const FleetAnswer &answer) { report.Add(answer, [&] { PrintGatewayLines(report, answer); }); });
     return report.Finish();

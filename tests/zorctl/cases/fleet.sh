@@ -68,6 +68,10 @@ run gateways --gateway gw0001 --gateway gw0002 --gateway lost
 run --fleet "$fleet" --gateway 'l*' gateways
 run gateways --unwell --gateway html --gateway types --gateway noise --gateway bytes --gateway stopped --gateway gw0002
 run gateways --gateway html --json
+retain bare/status <<<"{\"time\":\"$now\"}" # of a gateway that has removed its presence
+presence '%1B%5B2J' true ''
+presence '%FE' true ''
+presence '%FF' true ''
 run gateways --offline
 run gateways --version 0.9.0
 run gateways --gateway nobody --online
@@ -79,7 +83,8 @@ run list --gateway lost
 run why asker --gateway gw0001
 run why asker --gateway gw0001 --gateway html --gateway nobody
 run why --all --gateway gw0002 --gateway noise --json
-zorctl metrics --gateway gw0001 --gateway html --gateway lost >"$work/metrics"
+zorctl metrics --gateway gw0001 --gateway html --gateway lost --gateway bare --gateway $'\e[2J' --gateway $'\xfe' \
+  --gateway $'\xff' >"$work/metrics"
 grep -e ^zor_gateway_online -e 'queue_records{' -e still "$work/metrics"
 report /usr/bin/python3 "$source/tests/zorctl/check_metrics.py" "$work/metrics"
 
@@ -88,6 +93,7 @@ run call GET_PROCESS_NUM cms daemon=web --gateway gw0003
 run call 0x4001 cms --text hello --data 7 --gateway gw0003 --json
 run call trace bridge daemon=cms 'levels={"msg":"debug"}' --gateway gw0003
 run call 0x4001 --gateway gw0003
+run call status bridge $'of=\xff' --gateway gw0003
 run call 0x4001 cms --gateway rude
 run call 0x4001 cms --gateway mute --timeout 0.3
 run call 0x4001 cms --gateway '????' --gateway tardy --gateway lost --gateway 'gw000*' --timeout 5
@@ -109,6 +115,20 @@ publish event/lan/link 11 '"module":"lan","event":{"port":2}'
 publish gap 12 '"lost":5'
 mosquitto_pub -V 5 -p "$port" -t zor/gw0001/event/lan/x -m 'no JSON'
 finish
+
+# Gateways that are never quiet do not keep a verb from its end.
+flood() { # TOPIC
+  [ -z "${pids[flood]:-}" ] || stop flood
+  mosquitto_pub -V 5 -p "$port" -l -t "zor/gw0001/$1" < <(yes '{"event":0}') >/dev/null 2>&1 &
+  pids[flood]=$!
+  disown $!
+}
+limited() { report timeout 60 "${emulator[@]}" "$build/tools/zorctl/zorctl" "$@" >"$work/limited"; tail -n 1 "$work/limited"; }
+flood status
+limited gateways --gateway gw0001
+flood event/lan/x
+limited listen --timeout 1
+stop flood
 
 stop broker
 run gateways
