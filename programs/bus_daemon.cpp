@@ -75,18 +75,29 @@ bool WatchSignals(const StopSignal &stop) {
   return ZOR_UV_IOStart(watcher.release(), UV_READABLE) == ZOR_OK;
 }
 
-void OnFeedDue(void *watchdog) {
-  static_cast<Watchdog *>(watchdog)->Feed();
-}
+// Feeds the service manager's watchdog from the loop, until the object ends: the loop may run again after that.
+class Feeding {
+ public:
+  Feeding() = default;
+  Feeding(const Feeding &) = delete;
+  Feeding &operator=(const Feeding &) = delete;
+  ~Feeding() { ZOR_UTIL_TimerDel(timer_); }
 
-// Twice as often as feeds are due: a timer that fires a moment early must not lose half of an interval.
-bool FeedFromLoop(Watchdog &watchdog) {
-  if (!watchdog.enabled()) return true;
-  watchdog.Feed();
-  const auto period = std::max<int64_t>(1, watchdog.period().count() / 2);
-  return ZOR_UTIL_TimerAdd(static_cast<uint32_t>(std::min<int64_t>(period, INT32_MAX)), 0, OnFeedDue, &watchdog) !=
-         nullptr;
-}
+  bool Start() {
+    if (!watchdog_.enabled()) return true;
+    watchdog_.Feed();
+    // Twice as often as feeds are due: a timer that fires a moment early must not lose half of an interval.
+    const auto period = std::clamp<int64_t>(watchdog_.period().count() / 2, 1, INT32_MAX);
+    timer_ = ZOR_UTIL_TimerAdd(static_cast<uint32_t>(period), 0, OnDue, &watchdog_);
+    return timer_ != nullptr;
+  }
+
+ private:
+  static void OnDue(void *watchdog) { static_cast<Watchdog *>(watchdog)->Feed(); }
+
+  Watchdog watchdog_;
+  UvTimer *timer_ = nullptr;
+};
 
 // False, with a line, when there is no server or it refuses the name.
 bool JoinBus(const char *name, Connection &connection) {
@@ -115,8 +126,8 @@ void Announce(const char *name, const ProblemLog &problems) {
 }
 
 ExitCode ServeLoop(const StopSignal &stop, ProblemLog &problems) {
-  Watchdog watchdog;
-  if (!WatchSignals(stop) || !FeedFromLoop(watchdog)) {
+  Feeding feeding;
+  if (!WatchSignals(stop) || !feeding.Start()) {
     problems.Print("the loop cannot be set up");
     return kExitFailure;
   }
