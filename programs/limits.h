@@ -252,8 +252,12 @@ inline constexpr std::uint32_t kMostInFlight = 10000;
 inline constexpr std::uint32_t kSentInTurn = 64;
 // [records] Answers, and records that are not kept, that wait for the line's room: further ones are dropped.
 inline constexpr std::size_t kSentSoon = 1024;
+// [bytes] Those answers and records together: further ones are dropped.
+inline constexpr std::size_t kSoonBytes = 4u << 20;
 // [topics] Topics of which the latest record waits for the line: further records are dropped.
 inline constexpr std::size_t kLatestTopics = 256;
+// [bytes] Those latest records together: further records are dropped.
+inline constexpr std::size_t kLatestBytes = 4u << 20;
 inline constexpr std::uint32_t kStatusSeconds = 60;
 inline constexpr std::uint32_t kMostStatusSeconds = 86400;
 // [bytes] The message server's list in a status: the daemons that do not fit are left out.
@@ -267,6 +271,8 @@ inline constexpr std::uint32_t kMostCallsPerSecond = 10000;
 // [requests] Requests from outside that are remembered, so that one that comes twice is served once: the oldest is
 // forgotten.
 inline constexpr std::size_t kRememberedCalls = 256;
+// [bytes] Response topic and correlation data of a request from outside: it is dropped.
+inline constexpr std::size_t kReturnBytes = 1024;
 // [daemons] Daemons whose trace lines are passed on at one time: a further request is answered "busy".
 inline constexpr std::size_t kTraces = 4;
 // [s] Time for which trace lines are passed on, whatever the request says: the settings are restored.

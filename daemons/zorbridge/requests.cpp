@@ -15,12 +15,6 @@ namespace {
 
 using namespace limits::zorbridge;  // NOLINT(google-build-using-namespace): its own limits
 
-constexpr char kOverBefore[] = "its time was over before it started";
-
-std::chrono::milliseconds TimeUntil(Requests::Clock::time_point deadline) {
-  return std::chrono::ceil<std::chrono::milliseconds>(deadline - Requests::Clock::now());
-}
-
 std::chrono::seconds TimeOf(const Delivery &delivery) {
   if (!delivery.expirySeconds) return fleet::kDefaultTime;
   return std::min<std::chrono::seconds>(std::chrono::seconds(*delivery.expirySeconds), fleet::kMostTime);
@@ -38,8 +32,7 @@ Requests::Requests(const BridgeSettings &settings, Uplink &uplink, daemon::Probl
 
 void Requests::OnDelivery(const Delivery &delivery) {
   const auto target = TargetOf(delivery.topic, uplink_.base());
-  if (!target || delivery.retained || delivery.responseTopic.empty() || delivery.correlation.empty() ||
-      IsDouble(delivery)) {
+  if (!target || delivery.retained || !CanBeAnswered(delivery) || IsDouble(delivery)) {
     ++figures_.dropped;
     return;
   }
@@ -50,6 +43,17 @@ void Requests::OnDelivery(const Delivery &delivery) {
   if (TimeOf(delivery) == std::chrono::seconds(0)) return Fail(id, fleet::result::kLate, kOverBefore);
   if (target->daemon == fleet::kBridge) return ServeOwn(id, target->type, delivery);
   ServeByDaemon(id, target->type, delivery);
+}
+
+// Below the gateway's own topics an answer would pass for what the gateway publishes there.
+bool Requests::CanBeAnswered(const Delivery &delivery) const {
+  return !delivery.responseTopic.empty() && !delivery.correlation.empty() &&
+         delivery.responseTopic.size() + delivery.correlation.size() <= kReturnBytes &&
+         !delivery.responseTopic.starts_with(uplink_.base() + '/');
+}
+
+void Requests::OnDisconnected() {
+  for (auto &[id, pending] : pending_) pending.responseTopic.clear();
 }
 
 bool Requests::IsDouble(const Delivery &delivery) {
@@ -104,6 +108,7 @@ void Requests::Look(uint64_t id, uint32_t data, std::string body) {
     if (found == pending_.end()) return;
     if (reply == nullptr) return OnReply(id, reply, why);
     if (reply->data == 0) return Fail(id, fleet::result::kAbsent, "there is no daemon " + found->second.daemon);
+    if (found->second.responseTopic.empty()) return Fail(id, fleet::result::kGone, "the line has ended");
     if (Clock::now() >= found->second.deadline) return Fail(id, fleet::result::kLate, kOverBefore);
     Pass(id, data, content);
   };
@@ -149,7 +154,9 @@ void Requests::Answer(uint64_t id, std::string_view result, const Members &membe
   if (log_ != nullptr) {
     log_->Print("request to %s: %.*s", found->second.daemon.c_str(), static_cast<int>(result.size()), result.data());
   }
-  uplink_.Reply(std::move(found->second.responseTopic), std::move(found->second.correlation), members);
+  if (!found->second.responseTopic.empty()) {
+    uplink_.Reply(std::move(found->second.responseTopic), std::move(found->second.correlation), members);
+  }
   pending_.erase(found);
 }
 

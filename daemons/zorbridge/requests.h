@@ -28,6 +28,11 @@ class Requests {
  public:
   using Clock = std::chrono::steady_clock;
 
+  static constexpr char kOverBefore[] = "its time was over before it started";
+  static std::chrono::milliseconds TimeUntil(Clock::time_point deadline) {
+    return std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+  }
+
   // A request of the bridge itself that is being served.
   struct Own {
     std::string payload;
@@ -40,7 +45,7 @@ class Requests {
   struct Figures {
     uint64_t served = 0;   // answered "done"
     uint64_t failed = 0;   // answered otherwise
-    uint64_t dropped = 0;  // retained, without what an answer needs, or the second of a double
+    uint64_t dropped = 0;  // retained, without a place for the answer, or the second of a double
   };
 
   // The log, which may be null, gets a line for each request.
@@ -50,21 +55,22 @@ class Requests {
   void Add(std::string name, Serve serve) { own_[std::move(name)] = std::move(serve); }
 
   void OnDelivery(const Delivery &delivery);
-  // Those that wait can no longer be answered: their line is gone.
-  void OnDisconnected() { pending_.clear(); }
+  // Those that wait can no longer be answered: their line is gone. On the bus they still count.
+  void OnDisconnected();
 
   const Figures &figures() const { return figures_; }
 
  private:
   // One that waits for its answer.
   struct Pending {
-    std::string responseTopic;
+    std::string responseTopic;  // empty: it cannot be answered
     std::string correlation;
     Clock::time_point deadline;
     std::string daemon;
     uint32_t type = 0;
   };
 
+  bool CanBeAnswered(const Delivery &delivery) const;
   bool IsDouble(const Delivery &delivery);
   // Whether another one may be served now.
   bool TakeTurn();

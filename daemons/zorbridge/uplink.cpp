@@ -23,6 +23,10 @@ constexpr bool IsOfQueue(uint64_t token) {
   return (token & 1) == 0;
 }
 
+std::size_t SizeOf(const Publication &publication) {
+  return publication.topic.size() + publication.payload.size() + publication.correlation.size();
+}
+
 void WaitAtMost(std::chrono::nanoseconds time) {
   const auto us = std::max(std::chrono::ceil<std::chrono::microseconds>(time).count(), int64_t{0});
   constexpr int64_t kSecond = 1'000'000;
@@ -96,22 +100,27 @@ void Uplink::Reply(std::string topic, std::string correlation, const Members &me
 }
 
 void Uplink::AddSoon(Publication publication) {
-  if (soon_.size() < kSentSoon) {
-    soon_.push_back(std::move(publication));
-  } else {
+  const std::size_t size = SizeOf(publication);
+  if (soon_.size() >= kSentSoon || soonBytes_ + size > kSoonBytes) {
     ++dropped_;
+    return;
   }
+  soonBytes_ += size;
+  soon_.push_back(std::move(publication));
 }
 
+// There is always room for documents: whoever makes topics on the bus must not keep the gateway from being seen.
 void Uplink::AddLatest(std::string topic, std::string payload, bool retain) {
   auto found = latest_.find(topic);
-  if (found == latest_.end()) {
-    if (latest_.size() >= kLatestTopics) {
-      ++dropped_;
-      return;
-    }
-    found = latest_.try_emplace(std::move(topic)).first;
+  const std::size_t others = latestBytes_ - (found == latest_.end() ? 0 : found->second.payload.size());
+  const bool fits =
+      (found != latest_.end() || latest_.size() < kLatestTopics) && others + payload.size() <= kLatestBytes;
+  if (!fits && !retain) {
+    ++dropped_;
+    return;
   }
+  if (found == latest_.end()) found = latest_.try_emplace(std::move(topic)).first;
+  latestBytes_ = others + payload.size();
   found->second = {std::move(payload), retain, 0};
 }
 
@@ -123,6 +132,7 @@ void Uplink::OnDisconnected() {
   room_ = false;
   dropped_ += soon_.size();
   soon_.clear();
+  soonBytes_ = 0;
   for (auto &[topic, latest] : latest_) latest.token = 0;
   outbox_.Rewind();
 }
@@ -130,7 +140,9 @@ void Uplink::OnDisconnected() {
 void Uplink::OnAcknowledged(uint64_t token) {
   if (IsOfQueue(token)) return outbox_.Acknowledged(token >> 1);
   const auto found = std::ranges::find(latest_, token, [](const auto &each) { return each.second.token; });
-  if (found != latest_.end()) latest_.erase(found);
+  if (found == latest_.end()) return;
+  latestBytes_ -= found->second.payload.size();
+  latest_.erase(found);
 }
 
 void Uplink::Turn() {
@@ -157,6 +169,7 @@ bool Uplink::Publish(const Publication &publication) {
 
 bool Uplink::SendSoon() {
   if (soon_.empty() || !Publish(soon_.front())) return false;
+  soonBytes_ -= SizeOf(soon_.front());
   soon_.pop_front();
   return true;
 }

@@ -7,6 +7,7 @@
 #ifndef ZORBRIDGE_UPLINK_H
 #define ZORBRIDGE_UPLINK_H
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -84,7 +85,9 @@ class Uplink {
   UvIdle *hook_ = nullptr;
   bool room_ = false;                                  // the link takes publications
   std::deque<Publication> soon_;                       // lost with the line
+  std::size_t soonBytes_ = 0;                          // of it
   std::map<std::string, Latest, std::less<>> latest_;  // by topic, until it is acknowledged
+  std::size_t latestBytes_ = 0;                        // of their payloads
   uint64_t lastLatest_ = 1;                            // its token
   uint64_t dropped_ = 0;
 };

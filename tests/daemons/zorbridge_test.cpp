@@ -99,6 +99,7 @@ TEST_F(Zorbridge, KeepsThroughAnOutageWhatIsToBeKept) {
   publisher.Events(4, 499);
   publisher.Event(1, "Newest", kFeed);
   publisher.Event(2, "Newest", kFeed);
+  for (int each = 0; each < 300; ++each) publisher.Event(each, "Latest" + std::to_string(each), kFeed);
   publisher.Event(1, "Lost", 0x2DA01);
   publisher.Event(500);
   ASSERT_TRUE(IsWritten("{\"n\":500}"));
@@ -106,8 +107,9 @@ TEST_F(Zorbridge, KeepsThroughAnOutageWhatIsToBeKept) {
   publisher.Events(501, 502);
   ExpectEvents(4, 502);
   Mark("all");
-  ASSERT_EQ(Received("zor/gw7/event/feed/").size(), 1u);
-  EXPECT_EQ(Received("zor/gw7/event/feed/")[0].second["event"]["Payload"]["n"], 2);
+  ASSERT_EQ(Received("zor/gw7/event/feed/Newest ").size(), 1u);
+  EXPECT_EQ(Received("zor/gw7/event/feed/Newest ")[0].second["event"]["Payload"]["n"], 2);
+  EXPECT_THAT(subscriber_->output(), HasSubstr("\"online\":true")) << "however many names events have";
   EXPECT_EQ(Received("zor/gw7/event/device/").size(), 0u);
 }
 
