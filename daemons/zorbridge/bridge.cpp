@@ -129,6 +129,7 @@ bool Bridge::IsAlone() const {
 
 void Bridge::OnRejoined() {
   intake_.Rejoin();
+  trace_.OnRejoined();
   status_.OnRejoined();
 }
 

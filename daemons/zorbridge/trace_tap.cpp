@@ -7,10 +7,8 @@
 #include <zor/control_wire.h>
 #include <zor/msg.h>
 #include <zor/platform/file.h>
-#include <zor/uv.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <span>
@@ -19,10 +17,10 @@
 #include "common/malloc_ptr.h"
 #include "common/socket_address.h"
 #include "common/unique_fd.h"
-#include "programs/bus_request.h"
 #include "programs/files.h"
 #include "programs/fleet_wire.h"
 #include "programs/limits.h"
+#include "programs/messages/json_text.h"
 
 namespace zor::bridge {
 namespace {
@@ -33,8 +31,24 @@ using Json = nlohmann::ordered_json;
 constexpr uint32_t kDefaultSeconds = 60;
 constexpr std::chrono::milliseconds kServerTime{3000};
 
-std::string TextOf(const Json &value) {
-  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+using messages::JsonText;
+
+std::chrono::milliseconds TimeFor(const Requests::Own &request) {
+  return std::min(kServerTime, Requests::TimeUntil(request.deadline));
+}
+
+bool IsOk(const ZOR_MSG_HEAD *reply) {
+  return reply != nullptr && reply->data == ZOR_CONTROL_OK;
+}
+
+// The message server does not do what is needed for the request.
+void Fail(const Requests::Own &request, const ZOR_MSG_HEAD *reply, daemon::NoReply why) {
+  if (reply == nullptr && why == daemon::NoReply::kTimeOver) {
+    return request.failed(fleet::result::kLate, "the message server has not replied in time");
+  }
+  if (reply == nullptr) return request.failed(fleet::result::kGone, "the message server has gone");
+  if (reply->data == ZOR_CONTROL_MALFORMED) return request.failed(fleet::result::kInvalid, "no such module or level");
+  request.failed(fleet::result::kRefused, "the message server does not let the bridge set trace levels");
 }
 
 // What a request asks for; nothing for anything else.
@@ -44,7 +58,7 @@ struct Asked {
   uint32_t seconds = kDefaultSeconds;
 };
 std::optional<Asked> AskedBy(const std::string &payload) {
-  const Json value = Json::parse(payload, nullptr, false);
+  const Json value = messages::ParseJson(payload);
   if (!value.is_object()) return std::nullopt;
   Asked asked;
   for (const auto &[name, member] : value.items()) {
@@ -67,8 +81,6 @@ std::optional<Asked> AskedBy(const std::string &payload) {
 TraceTap::TraceTap(std::string path, Uplink &uplink, daemon::ProblemLog &problems)
     : path_(std::move(path)), uplink_(uplink), problems_(problems) {}
 
-TraceTap::~TraceTap() = default;
-
 void TraceTap::Serve(const Requests::Own &request) {
   const auto asked = AskedBy(request.payload);
   if (!asked)
@@ -84,19 +96,23 @@ void TraceTap::Serve(const Requests::Own &request) {
   const Json settings = {
       {"name", asked->daemon}, {"output", "127.0.0.1:" + std::to_string(owner->port)}, {"levels", asked->levels}};
   taps_[asked->daemon] = std::move(owner);
-  const auto onFormer = [this, name = asked->daemon, text = TextOf(settings), seconds = asked->seconds, request](
-                            const ZOR_MSG_HEAD *reply, daemon::NoReply) {
+  const auto onFormer = [this, name = asked->daemon, text = JsonText(settings), seconds = asked->seconds, request](
+                            const ZOR_MSG_HEAD *reply, daemon::NoReply why) {
     const auto found = taps_.find(name);
-    if (found == taps_.end()) return;
-    if (reply == nullptr || reply->data != ZOR_CONTROL_OK) {
+    if (found == taps_.end()) return;  // the bridge stops
+    if (!IsOk(reply)) {
       End(name);
-      return request.failed(fleet::result::kRefused,
-                            "the message server does not tell the bridge the settings of " + name);
+      return Fail(request, reply, why);
     }
-    found->second->former = daemon::BodyOf(*reply);
+    if (Requests::Clock::now() >= request.deadline) {
+      End(name);
+      return request.failed(fleet::result::kLate, Requests::kOverBefore);
+    }
+    const auto left = left_.extract(name);
+    found->second->former = left ? left.mapped().former : daemon::BodyOf(*reply);
     Begin(*found->second, text, seconds, request);
   };
-  daemon::AskBus({"", ZOR_MSG_CONTROL_TRACE_GET, 0, daemon::NameField(asked->daemon)}, kServerTime, onFormer);
+  daemon::AskBus({"", ZOR_MSG_CONTROL_TRACE_GET, 0, daemon::NameField(asked->daemon)}, TimeFor(request), onFormer);
 }
 
 bool TraceTap::Listen(Tap &tap) {
@@ -109,43 +125,37 @@ bool TraceTap::Listen(Tap &tap) {
       ::getsockname(socket.get(), Generic(&address), &size) != 0) {
     return false;
   }
-  MallocPtr<UvIO> watcher(static_cast<UvIO *>(std::calloc(1, sizeof(UvIO))));
-  if (watcher == nullptr || ZOR_UV_IOInit(nullptr, watcher.get(), socket.get(), OnReadable) != ZOR_OK) return false;
-  socket.release();
   tap.port = ntohs(address.sin_port);
-  tap.watcher = watcher.release();
-  tap.watcher->header.data = &tap;
-  return ZOR_UV_IOStart(tap.watcher, UV_READABLE) == ZOR_OK;
+  return tap.timer.Open(OnTimeOver, &tap) && tap.socket.Open(std::move(socket), UV_READABLE, OnReadable, &tap);
 }
 
 void TraceTap::Begin(Tap &tap, const std::string &settings, uint32_t seconds, const Requests::Own &request) {
   // Before anything is changed: a crash must not make the change stay.
-  if (!WriteLeft()) {
-    const std::string name = tap.daemon;
-    End(name);
+  if (!WriteFile()) {
+    End(std::string(tap.daemon));
     return request.failed(fleet::result::kGone, "the bridge cannot write down the present settings");
   }
-  tap.timer = ZOR_UTIL_TimerAdd(seconds * 1000, 1, OnTimeOver, &tap);
-  const auto onSet = [this, name = tap.daemon, seconds, request](const ZOR_MSG_HEAD *reply, daemon::NoReply) {
-    if (reply != nullptr && reply->data == ZOR_CONTROL_OK) {
-      return request.done("\"daemon\":" + TextOf(Json(name)) + ",\"seconds\":" + std::to_string(seconds));
+  const auto onSet = [this, name = tap.daemon, seconds, request](const ZOR_MSG_HEAD *reply, daemon::NoReply why) {
+    const auto found = taps_.find(name);
+    if (found == taps_.end()) return;
+    if (!IsOk(reply)) {
+      End(name);
+      return Fail(request, reply, why);
     }
-    End(name);
-    const bool isMalformed = reply != nullptr && reply->data == ZOR_CONTROL_MALFORMED;
-    request.failed(isMalformed ? fleet::result::kInvalid : fleet::result::kRefused,
-                   isMalformed ? "no such module or level" : "the message server does not take the settings");
+    found->second->timer.Set(daemon::LoopTimer::Clock::now() + std::chrono::seconds(seconds));
+    request.done("\"daemon\":" + JsonText(Json(name)) + ",\"seconds\":" + std::to_string(seconds));
   };
-  daemon::AskBus({"", ZOR_MSG_CONTROL_TRACE_SET, 0, settings}, kServerTime, onSet);
+  daemon::AskBus({"", ZOR_MSG_CONTROL_TRACE_SET, 0, settings}, TimeFor(request), onSet);
 }
 
-void TraceTap::OnReadable(UvIO *watcher, uint32_t) {
+void TraceTap::OnReadable(void *tap, uint32_t) {
   constexpr int kInTurn = 32;
-  Tap &tap = *static_cast<Tap *>(watcher->header.data);
+  Tap &from = *static_cast<Tap *>(tap);
   char line[4096];
   for (int count = 0; count < kInTurn; ++count) {
-    const ssize_t length = ::recv(watcher->fd, line, sizeof line, MSG_DONTWAIT);
+    const ssize_t length = ::recv(from.socket.fd(), line, sizeof line, MSG_DONTWAIT);
     if (length < 0) return;
-    tap.owner->Pass(tap, {line, static_cast<size_t>(length)});
+    from.owner->Pass(from, {line, static_cast<size_t>(length)});
   }
 }
 
@@ -158,12 +168,11 @@ void TraceTap::Pass(Tap &tap, std::string_view line) {
   if (++tap.lines > kTraceLinesPerSecond) return;
   while (line.ends_with('\n') || line.ends_with('\r') || line.ends_with('\0')) line.remove_suffix(1);
   uplink_.Record(Keeping::kDrop, fleet::Topic({fleet::topic::kTrace, tap.daemon}), "trace",
-                 "\"daemon\":" + TextOf(Json(tap.daemon)) + ",\"text\":" + TextOf(Json(std::string(line))));
+                 "\"daemon\":" + JsonText(Json(tap.daemon)) + ",\"text\":" + JsonText(Json(std::string(line))));
 }
 
 void TraceTap::OnTimeOver(void *tap) {
-  auto &over = *static_cast<Tap *>(tap);
-  over.timer = nullptr;
+  const auto &over = *static_cast<const Tap *>(tap);
   over.owner->End(std::string(over.daemon));
 }
 
@@ -172,37 +181,43 @@ void TraceTap::End(const std::string &daemon) {
   if (found == taps_.end()) return;
   const std::unique_ptr<Tap> tap = std::move(found->second);
   taps_.erase(found);
-  ZOR_UTIL_TimerDel(tap->timer);
-  tap->watcher->header.data = nullptr;
-  ZOR_UV_IODelete(tap->watcher);
   if (tap->former.empty()) return;
-  Restore(tap->former);
-  if (!WriteLeft()) problems_.PrintErrno("%s", path_.c_str());
+  left_[daemon].former = tap->former;
+  Restore(daemon);
 }
 
-void TraceTap::Restore(const std::string &former) {
-  Json settings = Json::parse(former, nullptr, false);
-  if (!settings.is_object() || !settings.contains("name") || !settings["name"].is_string()) return;
-  const bool wasKept = settings.value("source", Json()) == "kept";
-  settings.erase("source");
-  const std::string name = settings["name"].get<std::string>();
-  const auto onDone = [this, name](const ZOR_MSG_HEAD *reply, daemon::NoReply) {
-    if (reply != nullptr && reply->data == ZOR_CONTROL_OK) return;
-    problems_.Print("the trace settings of %s could not be restored", name.c_str());
-  };
-  const daemon::BusRequest request =
-      wasKept ? daemon::BusRequest{"", ZOR_MSG_CONTROL_TRACE_SET, 0, TextOf(settings)}
-              : daemon::BusRequest{"", ZOR_MSG_CONTROL_TRACE_CLEAR, 0, daemon::NameField(name)};
-  daemon::AskBus(request, kServerTime, onDone);
+void TraceTap::Restore(const std::string &daemon) {
+  Left &left = left_.at(daemon);
+  left.asked = true;
+  const std::string former = left.former;
+  const auto then = [this, daemon](const ZOR_MSG_HEAD *reply, daemon::NoReply why) { OnRestored(daemon, reply, why); };
+  const bool wasKept = messages::ParseJson(former).value("source", Json()) == "kept";
+  daemon::AskBus(wasKept ? daemon::BusRequest{"", ZOR_MSG_CONTROL_TRACE_SET, 0, former}
+                         : daemon::BusRequest{"", ZOR_MSG_CONTROL_TRACE_CLEAR, 0, daemon::NameField(daemon)},
+                 kServerTime, then);
 }
 
-bool TraceTap::WriteLeft() {
-  Json left = Json::array();
-  for (const auto &[name, tap] : taps_) {
-    if (!tap->former.empty()) left.push_back(tap->former);
+// What has not been restored stays in the file for the next attempt.
+void TraceTap::OnRestored(const std::string &daemon, const ZOR_MSG_HEAD *reply, daemon::NoReply why) {
+  const auto found = left_.find(daemon);
+  if (found == left_.end()) return;
+  found->second.asked = false;
+  if (reply == nullptr && why == daemon::NoReply::kServerGone) {
+    return problems_.Print("the trace settings of %s are restored when the message server is back", daemon.c_str());
   }
-  if (left.empty()) return ::unlink(path_.c_str()) == 0 || errno == ENOENT;
-  const std::string text = TextOf(left);
+  if (!IsOk(reply)) return problems_.Print("the trace settings of %s could not be restored", daemon.c_str());
+  left_.erase(found);
+  if (!WriteFile()) problems_.PrintErrno("%s", path_.c_str());
+}
+
+bool TraceTap::WriteFile() const {
+  Json all = Json::array();
+  for (const auto &[name, left] : left_) all.push_back(left.former);
+  for (const auto &[name, tap] : taps_) {
+    if (!tap->former.empty()) all.push_back(tap->former);
+  }
+  if (all.empty()) return ::unlink(path_.c_str()) == 0 || errno == ENOENT;
+  const std::string text = JsonText(all);
   return daemon::ReplaceFile(path_, std::as_bytes(std::span(text)));
 }
 
@@ -212,15 +227,26 @@ void TraceTap::RestoreLeft() {
   const uint32_t status = ZOR_UTIL_ReadFileToBuf(path_.c_str(), &buffer, &length);
   const MallocPtr<void> owner(buffer);
   if (status != ZOR_FILE_OK) return;
-  const Json left = Json::parse(std::string_view(static_cast<const char *>(buffer), length), nullptr, false);
-  for (const Json &former : left.is_array() ? left : Json::array()) {
-    if (former.is_string()) Restore(former.get<std::string>());
+  const Json all = messages::ParseJson({static_cast<const char *>(buffer), length});
+  for (const Json &each : all.is_array() ? all : Json::array()) {
+    const Json former = each.is_string() ? messages::ParseJson(each.get_ref<const std::string &>()) : Json();
+    if (!former.is_object() || !former.value("name", Json()).is_string()) continue;
+    left_[former["name"].get<std::string>()].former = each.get<std::string>();
   }
-  ::unlink(path_.c_str());
+  OnRejoined();
+}
+
+void TraceTap::OnRejoined() {
+  for (const auto &[daemon, left] : std::map(left_)) {
+    if (!left.asked) Restore(daemon);
+  }
 }
 
 void TraceTap::Stop() {
   while (!taps_.empty()) End(std::string(taps_.begin()->first));
+  // The bridge does not stay for the replies. Asked again at its next start, settings of an operator would be lost.
+  std::erase_if(left_, [](const auto &each) { return each.second.asked; });
+  if (!WriteFile()) problems_.PrintErrno("%s", path_.c_str());
 }
 
 }  // namespace zor::bridge

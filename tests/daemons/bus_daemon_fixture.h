@@ -32,6 +32,10 @@ class BusDaemonTest : public testing::Test {
     daemon_->Signal(signal);
     return daemon_->Wait();
   }
+  void StartServer() {
+    server_.emplace(Child::Program({MSGSVR_PROGRAM}));
+    EXPECT_TRUE(server_->WaitForOutput("listening"));
+  }
   // For a daemon that has been started: kills the server, starts another one, and waits until the daemon is its client.
   void RestartServer() {
     KillServer();
@@ -53,10 +57,6 @@ class BusDaemonTest : public testing::Test {
   std::optional<Child> daemon_;
 
  private:
-  void StartServer() {
-    server_.emplace(Child::Program({MSGSVR_PROGRAM}));
-    EXPECT_TRUE(server_->WaitForOutput("listening"));
-  }
   void KillServer() {
     server_->Signal(SIGKILL);
     server_->Wait();

@@ -138,8 +138,8 @@ TEST_F(ZorbridgeRequests, AreBusyBeyondTheLimits) {
   EXPECT_TRUE(Shown("\"n\":1}")) << "the bridge serves on";
 }
 
-TEST_F(ZorbridgeRequests, ToTheBridgeShowLogStatusAndTrace) {
-  StartBridge("call.bridge = status log trace\n");
+TEST_F(ZorbridgeRequests, ToTheBridgeShowTheLog) {
+  StartBridge("call.bridge = status log\n");
   EXPECT_EQ(Ask("bridge/log")["result"], "absent");
   Child syslogd = Child::Program({SYSLOGD_PROGRAM});
   ASSERT_TRUE(syslogd.WaitForOutput("on the bus"));
@@ -153,14 +153,35 @@ TEST_F(ZorbridgeRequests, ToTheBridgeShowLogStatusAndTrace) {
               testing::AllOf(HasSubstr("first"), Not(HasSubstr("second"))));
   EXPECT_EQ(Ask("bridge/log", R"({"level":"loud"})")["result"], "invalid");
   EXPECT_EQ(Ask("bridge/nonsense")["result"], "refused");
-  EXPECT_EQ(Ask("bridge/trace", R"({"daemon":"cms"})")["result"], "invalid");
+}
 
-  const WireClient operate = WireClient::Connect(root_.Path("/var/msgsvr"));
-  operate.Register("ctl1");
-  const auto settings = [&operate] {
-    return Json::parse(operate.Ask(MakeMessage(0xFF003, "", "", 0, std::string("traced\0\0\0\0\0\0", 12), 1)).body);
-  };
-  const Json former = settings();
+class ZorbridgeTrace : public ZorbridgeRequests {
+ protected:
+  ZorbridgeTrace() {
+    AskServer(0xFF004, R"({"name":"traced","levels":{"msg":"error"}})");
+    former_ = TraceSettings();
+  }
+
+  std::string AskServer(uint32_t type, const std::string &body) const {
+    const WireClient client = WireClient::Connect(root_.Path("/var/msgsvr"));
+    client.Register("ctl1");
+    return client.Ask(MakeMessage(type, "", "", 0, body, 1)).body;
+  }
+  Json TraceSettings() const { return Json::parse(AskServer(0xFF003, std::string("traced\0\0\0\0\0\0", 12))); }
+  bool AreRestored() const {
+    return WaitUntil([this] { return TraceSettings() == former_; });
+  }
+
+  Json former_;
+};
+
+TEST_F(ZorbridgeTrace, PassesLinesOnAndIsRestoredAfterACrash) {
+  StartBridge("call.bridge = trace\n");
+  for (const std::string &payload :
+       {std::string(R"({"daemon":"cms"})"),
+        R"({"daemon":"cms","levels":{"a":)" + std::string(60'000, '[') + std::string(60'000, ']') + "}}"}) {
+    EXPECT_EQ(Ask("bridge/trace", payload)["result"], "invalid");
+  }
   const Json answer = Ask("bridge/trace", R"({"daemon":"traced","levels":{"demo":"debug"},"seconds":3600})");
   EXPECT_EQ(answer["result"], "done") << answer;
   Child traced = Child::Function([] {
@@ -170,10 +191,31 @@ TEST_F(ZorbridgeRequests, ToTheBridgeShowLogStatusAndTrace) {
   });
   EXPECT_TRUE(Shown("zor/gw7/trace/traced {"));
   EXPECT_TRUE(Shown(R"(a line \"of\" it)"));
-  EXPECT_NE(settings(), former);
+  EXPECT_NE(TraceSettings(), former_);
   Stop(SIGKILL);
   Start(Settings());
-  EXPECT_TRUE(WaitUntil([&] { return settings() == former; })) << settings();
+  EXPECT_TRUE(AreRestored()) << TraceSettings() << former_;
+}
+
+TEST_F(ZorbridgeTrace, IsRestoredWhenTheMessageServerIsBack) {
+  StartBridge("call.bridge = trace\n");
+  EXPECT_EQ(Ask("bridge/trace", R"({"daemon":"traced","levels":{"demo":"debug"},"seconds":1})")["result"], "done");
+  server_->Signal(SIGKILL);
+  server_->Wait();
+  EXPECT_TRUE(Logged("restored when the message server is back"));
+  StartServer();
+  EXPECT_TRUE(AreRestored()) << TraceSettings() << former_;
+}
+
+TEST_F(ZorbridgeTrace, IsNotStartedWhenItsTimeIsOver) {
+  StartBridge("call.bridge = trace\n");
+  server_->Signal(SIGSTOP);
+  Request("bridge/trace", R"({"daemon":"traced","levels":{"demo":"debug"}})",
+          {"response-topic", "answers/t", "correlation-data", "t", "message-expiry-interval", "1"});
+  EXPECT_TRUE(Shown("answers/t "));
+  EXPECT_TRUE(Shown(R"("result":"late")")) << subscriber_->output();
+  server_->Signal(SIGCONT);
+  EXPECT_EQ(TraceSettings(), former_);
 }
 
 }  // namespace
