@@ -1,22 +1,25 @@
 #include "zorbridge/log_request.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <zor/log_wire.h>
-#include <zor/platform/file.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
 #include <vector>
 
-#include "common/malloc_ptr.h"
+#include "common/unique_fd.h"
 #include "programs/bus_request.h"
 #include "programs/fleet_wire.h"
 #include "programs/limits.h"
 #include "programs/messages/invalid.h"
+#include "programs/messages/json_text.h"
 #include "programs/messages/log_names.h"
 #include "programs/paths.h"
 
@@ -28,7 +31,8 @@ using Json = nlohmann::ordered_json;
 constexpr uint32_t kDefaultLines = 50;
 constexpr uint32_t kQueryFailed = 0xffffffff;
 
-// The file of a result, which is removed with the object.
+// The file of a result, which is removed with the object. The log daemon may still write one that it was too late with:
+// that is removed with one of the next.
 class ResultFile {
  public:
   explicit ResultFile(const std::string &directory)
@@ -36,20 +40,35 @@ class ResultFile {
         path_(daemon::FixedPath(fixedPath_)) {}
   ResultFile(const ResultFile &) = delete;
   ResultFile &operator=(const ResultFile &) = delete;
-  ~ResultFile() { ::unlink(path_.c_str()); }
+  ~ResultFile() {
+    ::unlink(path_.c_str());
+    std::erase_if(late_, [](const std::string &path) { return ::unlink(path.c_str()) == 0; });
+  }
 
   const std::string &fixedPath() const { return fixedPath_; }
+  void GiveUp() const {
+    if (late_.size() == kMostLate) late_.pop_front();
+    late_.push_back(path_);
+  }
+  // Others may write into the directory too: what they put there leads to no other file and is not read without end.
   std::optional<std::string> Text() const {
-    void *buffer = nullptr;
-    uint32_t length = 0;
-    const uint32_t status = ZOR_UTIL_ReadFileToBuf(path_.c_str(), &buffer, &length);
-    const MallocPtr<void> owner(buffer);
-    if (status != ZOR_FILE_OK) return std::nullopt;
-    return std::string(static_cast<const char *>(buffer), length);
+    const UniqueFd file(::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info = {};
+    if (!file.valid() || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > kMostBytes) {
+      return std::nullopt;
+    }
+    std::string text(static_cast<size_t>(info.st_size), '\0');
+    const ssize_t length = ::read(file.get(), text.data(), text.size());
+    if (length < 0) return std::nullopt;
+    text.resize(static_cast<size_t>(length));
+    return text;
   }
 
  private:
+  static constexpr size_t kMostLate = 64;
+  static constexpr off_t kMostBytes = 4 << 20;  // far more than the lines of one answer
   static inline uint64_t last_ = 0;
+  static inline std::deque<std::string> late_;
 
   std::string fixedPath_;
   std::string path_;
@@ -58,7 +77,7 @@ class ResultFile {
 // Invalid for a payload that makes no query.
 ZOR_LOG_QUERY QueryOf(const std::string &payload) {
   constexpr char kForm[] = R"(give {"count":N,"level":"...","type":"..."})";
-  const Json asked = payload.empty() ? Json::object() : Json::parse(payload, nullptr, false);
+  const Json asked = payload.empty() ? Json::object() : messages::ParseJson(payload);
   if (!asked.is_object()) throw messages::Invalid("not an object", kForm);
   uint64_t count = kDefaultLines;
   std::string level;
@@ -87,7 +106,7 @@ std::string LinesMember(std::string_view text) {
     lines.push_back(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
   }
-  return "\"lines\":" + lines.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return "\"lines\":" + messages::JsonText(lines);
 }
 
 void Ask(const std::string &directory, ZOR_LOG_QUERY query, const Requests::Own &request) {
@@ -97,8 +116,10 @@ void Ask(const std::string &directory, ZOR_LOG_QUERY query, const Requests::Own 
   file->fixedPath().copy(query.text, sizeof query.text - 1);
   const auto then = [file, done = request.done, failed = request.failed](const ZOR_MSG_HEAD *reply,
                                                                          daemon::NoReply why) {
-    if (reply == nullptr && why == daemon::NoReply::kTimeOver)
+    if (reply == nullptr && why == daemon::NoReply::kTimeOver) {
+      file->GiveUp();
       return failed(fleet::result::kLate, "the log daemon is slow");
+    }
     if (reply == nullptr) return failed(fleet::result::kAbsent, "the log daemon is not there");
     const auto text = reply->data == kQueryFailed ? std::nullopt : file->Text();
     if (!text)

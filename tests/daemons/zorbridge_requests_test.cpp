@@ -2,6 +2,8 @@
 #include <zor/log.h>
 #include <zor/trace.h>
 
+#include <filesystem>
+
 #include "daemons/zorbridge_fixture.h"
 
 namespace zor::test {
@@ -138,6 +140,30 @@ TEST_F(ZorbridgeRequests, AreBusyBeyondTheLimits) {
   EXPECT_TRUE(Shown("\"n\":1}")) << "the bridge serves on";
 }
 
+// Instead of a result, a daemon with the log daemon's name leaves a link to another file of the bridge's.
+int LinkInsteadOfAResult() {
+  if (ZOR_MSG_Init(ZOR_LOG_DAEMON_NAME) != ZOR_OK) return 1;
+  ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
+  ZOR_MSG_RegSyncMsgProc(
+      ZOR_LOG_MSG_QUERY,
+      [](ZOR_MSG_HEAD *msg) {
+        const auto *query = reinterpret_cast<const ZOR_LOG_QUERY *>(msg + 1);
+        std::filesystem::create_symlink("/etc/passwd", std::getenv("ZOR_ROOT") + std::string(query->text));
+        return ZOR_MSG_MsgResponseBuilder(msg, 1, nullptr, 0);
+      },
+      0, nullptr);
+  return static_cast<int>(ZOR_MSG_GetAndDispatch());
+}
+
+TEST_F(ZorbridgeRequests, ReadNoFileThatAResultOfTheLogLinksTo) {
+  StartBridge("call.bridge = log\n");
+  std::filesystem::create_directories(root_.Path("/var/syslog"));
+  const Child log = Child::Function(LinkInsteadOfAResult);
+  Json answer;
+  EXPECT_TRUE(WaitUntil([&] { return (answer = Ask("bridge/log"))["result"] != "absent"; }));
+  EXPECT_EQ(answer["result"], "gone") << answer;
+}
+
 TEST_F(ZorbridgeRequests, ToTheBridgeShowTheLog) {
   StartBridge("call.bridge = status log\n");
   EXPECT_EQ(Ask("bridge/log")["result"], "absent");
@@ -151,6 +177,11 @@ TEST_F(ZorbridgeRequests, ToTheBridgeShowTheLog) {
   EXPECT_THAT(Ask("bridge/log", R"({"count":1})")["lines"].dump(), HasSubstr("second"));
   EXPECT_THAT(Ask("bridge/log", R"({"level":"error","type":"kernel"})")["lines"].dump(),
               testing::AllOf(HasSubstr("first"), Not(HasSubstr("second"))));
+  syslogd.Signal(SIGSTOP);
+  EXPECT_EQ(Ask("bridge/log", "{}", "1")["result"], "late");
+  syslogd.Signal(SIGCONT);
+  EXPECT_EQ(Ask("bridge/log")["result"], "done");
+  EXPECT_TRUE(std::filesystem::is_empty(root_.Path("/var/syslog"))) << "what was written too late is removed, too";
   EXPECT_EQ(Ask("bridge/log", R"({"level":"loud"})")["result"], "invalid");
   EXPECT_EQ(Ask("bridge/nonsense")["result"], "refused");
 }
