@@ -26,8 +26,8 @@ build=build/$preset
 programs=(msgsvr notifyserver mlogserver cms syslogd zorbridge provider consumer services login_keeper devices codecs processes
   zorctl)
 mkdir -p build
-{ cmake --preset "$preset" && cmake --build --preset "$preset" --target "${programs[@]}"; } \
-  >build/demo.log 2>&1 || {
+scripts/with-progress.sh build/demo.log \
+  bash -c 'cmake --preset "$1" && cmake --build --preset "$1" --target "${@:2}"' bash "$preset" "${programs[@]}" || {
   cat build/demo.log
   fail 'build'
 }

@@ -41,7 +41,8 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 
 install() {
-  apt-get -qq update && apt-get -qq install -y --no-install-recommends "${missing[@]}"
+  "$(dirname "$0")/with-progress.sh" "$log" \
+    sh -c 'apt-get -q update && apt-get -q install -y --no-install-recommends "$@"' sh "${missing[@]}"
 }
 
 echo "setup: installing ${missing[*]}"
@@ -55,7 +56,7 @@ if [ ! -e /usr/sbin/policy-rc.d ]; then
   chmod 755 "$policy"
 fi
 # A mirror often fails once; when it fails twice, show why.
-install >"$log" 2>&1 || { sleep 5 && install >"$log" 2>&1; } || {
+install || { sleep 5 && install; } || {
   cat "$log" >&2
   exit 1
 }
