@@ -1,0 +1,1 @@
+// The program whose precompiled headers the tests use.
