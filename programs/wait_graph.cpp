@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <unordered_map>
 #include <utility>
 
 #include "programs/format_number.h"
@@ -96,6 +97,21 @@ std::set<uint32_t> DoubtfulTypes(const WaitChain &chain, size_t first) {
   return types;
 }
 
+// FindDaemon for many names: a hostile list of daemons can make a chain as long as itself.
+class NameIndex {
+ public:
+  explicit NameIndex(const std::vector<Daemon> &daemons) {
+    for (const Daemon &each : daemons) byName_.emplace(each.name, &each);
+  }
+  const Daemon *Find(std::string_view name) const {
+    const auto found = byName_.find(name);
+    return found == byName_.end() ? nullptr : found->second;
+  }
+
+ private:
+  std::unordered_map<std::string_view, const Daemon *> byName_;
+};
+
 // How the chain ends.
 std::string End(const WaitChain &chain, std::string_view link) {
   const Daemon &last = *chain.daemons.back();
@@ -135,15 +151,19 @@ const Daemon *FindDaemon(const std::vector<Daemon> &daemons, std::string_view na
 
 WaitChain FollowWaits(const std::vector<Daemon> &daemons, const Daemon &start) {
   WaitChain chain{{&start}, {}, {}};
-  while (const PendingRequest *request = chain.daemons.back()->Awaited()) {
-    const Daemon *next = FindDaemon(daemons, request->to);
+  const PendingRequest *request = start.Awaited();
+  if (request == nullptr) return chain;
+  const NameIndex byName(daemons);
+  std::unordered_map<const Daemon *, size_t> places = {{&start, 0}};
+  for (; request != nullptr; request = chain.daemons.back()->Awaited()) {
+    const Daemon *next = byName.Find(request->to);
     if (next == nullptr) {
       chain.absent = request->to;
       break;
     }
-    const auto before = std::find(chain.daemons.begin(), chain.daemons.end(), next);
-    if (before != chain.daemons.end()) {
-      chain.cycle = static_cast<size_t>(before - chain.daemons.begin());
+    const auto [place, isNew] = places.emplace(next, chain.daemons.size());
+    if (!isNew) {
+      chain.cycle = place->second;
       break;
     }
     chain.daemons.push_back(next);
