@@ -99,6 +99,11 @@ void OnMessage(mosquitto *session, void *, const mosquitto_message *message, con
   if (std::find(names.begin(), names.end(), request.gateway) != names.end()) Serve(session, request);
 }
 
+// Also when it had to connect again.
+void OnConnected(mosquitto *session, void *, int) {
+  mosquitto_subscribe(session, nullptr, "zor/+/call/+/+", 1);
+}
+
 void OnSubscribed(mosquitto *session, void *, int, int, const int *) {
   for (const std::string &name : names) {
     Publish(session, "zor/" + name + "/presence",
@@ -130,11 +135,11 @@ int main(int count, char **arguments) {
   mosquitto *session = mosquitto_new(nullptr, true, nullptr);
   mosquitto_int_option(session, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(session, MOSQ_OPT_TCP_NODELAY, 1);
+  mosquitto_connect_callback_set(session, OnConnected);
   mosquitto_message_v5_callback_set(session, OnMessage);
   mosquitto_subscribe_callback_set(session, OnSubscribed);
   mosquitto_publish_callback_set(session, OnPublished);
   if (mosquitto_connect(session, "127.0.0.1", std::atoi(arguments[1]), 60) != MOSQ_ERR_SUCCESS) return 1;
-  mosquitto_subscribe(session, nullptr, "zor/+/call/+/+", 1);
   mosquitto_loop_forever(session, -1, 1);
   mosquitto_destroy(session);
   mosquitto_lib_cleanup();
