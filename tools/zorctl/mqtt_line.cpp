@@ -175,7 +175,10 @@ class MqttLine : public FleetLine {
   }
 
   void SetUser(const FleetAccess &access) {
-    if (access.user.empty()) return;
+    if (access.user.empty()) {
+      if (access.passwordFile.empty()) return;
+      throw Failure(kExitUsage, "a password without a user", "the broker's URL names the user: mqtts://USER@HOST");
+    }
     std::string password;
     if (!access.passwordFile.empty()) {
       daemon::ProblemLog log("zorctl");
