@@ -97,6 +97,7 @@ std::string Status::Document(const Json &bus, std::optional<std::string> problem
       {"gateway", uplink_.gateway()},
       {"time", TimeText(UnixMs())},
       {"version", daemon::Version()},
+      {"every_s", settings_.statusTime.count()},
       {"uptime_s", std::chrono::duration_cast<std::chrono::seconds>(uptime).count()},
       {"unwell", Unwell(bus, problem)},
       {"queue",

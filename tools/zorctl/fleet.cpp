@@ -17,14 +17,21 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A bridge publishes its status once a minute.
-constexpr milliseconds kStatusLife = std::chrono::minutes(3);
+// How often a gateway publishes its status that does not say so, and at least.
+constexpr uint64_t kStatusSeconds = 60;
+constexpr uint64_t kMostStatusSeconds = 86400;
 // Verbs that watch have longer time-outs than a broker needs, and a reply may be wanted in less.
 constexpr Milliseconds kLeastForBroker{5000};
 constexpr Milliseconds kMostForBroker{20'000};
 // Brokers in a cluster may deliver retained messages a little later than the message that follows them. What gateways
 // publish meanwhile does not count: a large fleet is never quiet.
 constexpr Milliseconds kQuiet{100};
+
+// How old a status may get: two may be lost.
+milliseconds StatusLife(const ForeignJson &status) {
+  const uint64_t every = CountOf(status, "every_s");
+  return std::chrono::seconds(3 * (every == 0 ? kStatusSeconds : std::min(every, kMostStatusSeconds)));
+}
 
 }  // namespace
 
@@ -51,7 +58,7 @@ std::vector<std::string> Gateway::unwell() const {
   if (!online()) return sentences;
   const auto age = statusAge();
   if (!age) sentences.emplace_back("no status");
-  if (age > kStatusLife) sentences.push_back("the status is " + LongAgeText(*age) + " old");
+  if (age > StatusLife(status)) sentences.push_back("the status is " + LongAgeText(*age) + " old");
   return sentences;
 }
 

@@ -69,9 +69,15 @@ run --fleet "$fleet" --gateway 'l*' gateways
 run gateways --unwell --gateway html --gateway types --gateway noise --gateway bytes --gateway stopped --gateway gw0002
 run gateways --gateway html --json
 retain bare/status <<<"{\"time\":\"$now\"}" # of a gateway that has removed its presence
+presence seldom true ''
+hour=$(date -u -d '-1 hour' +%Y-%m-%dT%H:%M:%S.000Z)
+retain seldom/status <<<"{\"time\":\"$hour\",\"every_s\":7200}"
+presence often true ''
+retain often/status <<<"{\"time\":\"$hour\",\"every_s\":60}"
 presence '%1B%5B2J' true ''
 presence '%FE' true ''
 presence '%FF' true ''
+run gateways --unwell --gateway seldom --gateway often
 run gateways --offline
 run gateways --version 0.9.0
 run gateways --gateway nobody --online
