@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libmosquitto-dev libcli11-dev
-  nlohmann-json3-dev)
+  libncurses-dev nlohmann-json3-dev)
 # Tests and demo start a broker of their own.
 broker=(mosquitto mosquitto-clients)
 tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt

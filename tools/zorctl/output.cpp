@@ -33,12 +33,6 @@ size_t ColumnsOf(int fd) {
   return size.ws_col;
 }
 
-bool WantsColour() {
-  const char *refused = std::getenv("NO_COLOR");
-  const char *terminal = std::getenv("TERM");
-  return (refused == nullptr || *refused == '\0') && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
-}
-
 }  // namespace
 
 void TakeOutput() {
@@ -96,6 +90,12 @@ bool OutputIsTerminal() {
 
 size_t OutputWidth() {
   return OutputIsTerminal() ? ColumnsOf(outputFd) : std::string::npos;
+}
+
+bool WantsColour() {
+  const char *refused = std::getenv("NO_COLOR");
+  const char *terminal = std::getenv("TERM");
+  return (refused == nullptr || *refused == '\0') && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
 }
 
 std::string Bold(std::string_view text) {

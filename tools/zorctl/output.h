@@ -32,7 +32,9 @@ bool OutputIsTerminal();
 // The columns of the terminal, or no limit if the output is not a terminal.
 size_t OutputWidth();
 
-// The text, in bold type on a terminal whose user wants that (NO_COLOR).
+// Whether the user of the terminal wants more than plain text (NO_COLOR).
+bool WantsColour();
+// The text, in bold type on a terminal whose user wants that.
 std::string Bold(std::string_view text);
 
 // A line on standard error that the next one replaces, for long work; nothing unless that is a terminal. An empty text

@@ -29,6 +29,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl why web\n"
      "  zorctl why --all --json | jq -r '.chains[].verdict'\n",
      MakeWhyVerb, kDefaultTimeoutSeconds, "names", Reach::kBoth},
+    {"top", "Show the bus live: the busiest daemons, who talks to whom, and who waits",
+     "  zorctl top\n"
+     "  zorctl top --batch --count 1 --sort waiting\n",
+     MakeTopVerb},
     {"metrics", "Print measurements of the bus in the format OpenMetrics",
      "  zorctl metrics\n"
      "  zorctl metrics --fleet mqtts://broker.example > fleet.prom\n",

@@ -22,6 +22,7 @@ std::unique_ptr<Verb> MakePublishVerb();
 std::unique_ptr<Verb> MakeRestVerb();
 std::unique_ptr<Verb> MakeSendVerb();
 std::unique_ptr<Verb> MakeServerVerb();
+std::unique_ptr<Verb> MakeTopVerb();
 std::unique_ptr<Verb> MakeTraceVerb();
 std::unique_ptr<Verb> MakeWaitVerb();
 std::unique_ptr<Verb> MakeWhyVerb();
