@@ -33,6 +33,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl top\n"
      "  zorctl top --batch --count 1 --sort waiting\n",
      MakeTopVerb},
+    {"graph", "Print the bus as a picture: who talks to whom, and who waits",
+     "  zorctl graph --svg > bus.svg\n"
+     "  zorctl graph | dot -Tpdf > bus.pdf\n",
+     MakeGraphVerb},
     {"metrics", "Print measurements of the bus in the format OpenMetrics",
      "  zorctl metrics\n"
      "  zorctl metrics --fleet mqtts://broker.example > fleet.prom\n",
