@@ -1,6 +1,7 @@
 # The libraries that ours depend on, as imported targets: SQLite::SQLite3, OpenSSL::Crypto, OpenSSL::SSL, Zor::cJSON,
-# Zor::tirpc and Zor::mosquitto; those that zorctl needs: Zor::ncursesw and Zor::tinfo, and the header-only Zor::CLI11 and
-# Zor::nlohmann_json. Found by their files, not through pkg-config, so that a cross build needs only its own search path.
+# Zor::tirpc, Zor::mosquitto, Zor::microhttpd and Zor::pam; those that zorctl needs: Zor::ncursesw and Zor::tinfo, and the
+# header-only Zor::CLI11 and Zor::nlohmann_json. Found by their files, not through pkg-config, so that a cross build needs
+# only its own search path.
 find_package(SQLite3 3.37 REQUIRED)
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto SSL)
 
@@ -28,6 +29,8 @@ endif()
 zor_find_library(mosquitto mosquitto.h mosquitto "" libmosquitto-dev)
 zor_find_library(ncursesw ncursesw/curses.h ncursesw "" libncurses-dev)
 zor_find_library(tinfo ncursesw/term.h tinfo "" libncurses-dev)
+zor_find_library(microhttpd microhttpd.h microhttpd "" libmicrohttpd-dev)
+zor_find_library(pam security/pam_appl.h pam "" libpam0g-dev)
 
 function(zor_find_headers name header package)
   find_path(${name}_INCLUDE_DIR ${header})

@@ -286,6 +286,56 @@ inline constexpr std::chrono::seconds kUnreadTime{10};
 
 }  // namespace zorbridge
 
+namespace zorweb {
+
+// The page for the browser.
+
+// [connections] Connections of browsers (setting max_connections): a further one waits until one ends.
+inline constexpr std::size_t kConnections = 256;
+inline constexpr std::size_t kMostConnections = 768;  // the loop waits with select, below descriptor 1024
+// [bytes] A request's line and headers: refused.
+inline constexpr std::size_t kRequestBytes = 16384;
+// [bytes] A form: refused.
+inline constexpr std::size_t kFormBytes = 4096;
+// [s] Time for a request to arrive: its connection is closed.
+inline constexpr std::chrono::seconds kRequestTime{15};
+// [bytes] Events that a page has not read: it is dropped, and begins anew when it connects again.
+inline constexpr std::size_t kStreamBytes = 2u << 20;
+// [sessions] Logins that have not expired: the oldest has to log in again.
+inline constexpr std::size_t kSessions = 64;
+inline constexpr std::uint32_t kSessionMinutes = 480;
+inline constexpr std::uint32_t kMostSessionMinutes = 10080;
+// [logins] Failed logins from an address: then one in 10 s.
+inline constexpr int kLoginTries = 5;
+inline constexpr std::chrono::seconds kLoginPause{10};
+inline constexpr std::size_t kLoginAddresses = 1024;
+// [checks] Passwords that are being checked: a further login is refused.
+inline constexpr std::size_t kLoginChecks = 4;
+// [s] Time for the system to check a password: the login fails.
+inline constexpr std::chrono::seconds kLoginTime{30};
+inline constexpr std::size_t kMostPassword = 512;
+inline constexpr std::size_t kLeastToken = 16;
+inline constexpr std::uint32_t kIdleSeconds = 10;
+inline constexpr std::uint32_t kMostIdleSeconds = 3600;
+inline constexpr std::int64_t kHistorySeconds = 600;
+// [daemons] Daemons whose rates are kept for the plots: further ones have none.
+inline constexpr std::size_t kHistoryDaemons = 256;
+// [losses] Losses that the page lists: the oldest are forgotten.
+inline constexpr std::size_t kLosses = 100;
+// [daemons] Daemons on the page: further ones are counted.
+inline constexpr std::size_t kShownDaemons = 500;
+inline constexpr std::size_t kShownEdges = 1000;
+// [messages] Messages a second that a page shows: the rest is counted.
+inline constexpr std::uint32_t kTrafficPerSecond = 200;
+// [messages] Messages a second that are copied for the pages: none until the next second.
+inline constexpr std::uint32_t kCopiesPerSecond = 2000;
+inline constexpr std::size_t kTrafficBody = 400;
+// [lines] Lines of each log on the page: the oldest are left out.
+inline constexpr std::uint32_t kLogLines = 200;
+inline constexpr std::size_t kLogBytes = 65536;
+
+}  // namespace zorweb
+
 namespace mlogserver {
 
 // The logging daemon.

@@ -6,8 +6,8 @@ cd "$(dirname "$0")/.."
 
 sysroot=$PWD/build/armhf-sysroot
 emulator=(qemu-arm -L "$sysroot")
-packages=(libc6-dev libstdc++-12-dev libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libmosquitto-dev libgtest-dev
-  libgmock-dev libcli11-dev libncurses-dev nlohmann-json3-dev mosquitto mosquitto-clients)
+packages=(libc6-dev libstdc++-12-dev libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libmosquitto-dev libmicrohttpd-dev
+  libpam0g-dev libgtest-dev libgmock-dev libcli11-dev libncurses-dev nlohmann-json3-dev mosquitto mosquitto-clients)
 
 scripts/setup.sh armhf
 

@@ -4,8 +4,8 @@
 # (demo: for building and running; the others add to it)
 set -euo pipefail
 
-packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libmosquitto-dev libcli11-dev
-  libncurses-dev nlohmann-json3-dev)
+packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libmosquitto-dev libmicrohttpd-dev
+  libpam0g-dev libcli11-dev libncurses-dev nlohmann-json3-dev)
 # Tests and demo start a broker of their own.
 broker=(mosquitto mosquitto-clients)
 tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt

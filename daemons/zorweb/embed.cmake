@@ -1,0 +1,18 @@
+# Makes a table of files for assets.cpp: cmake -D OUTPUT=FILE -D FILES="A;B" -P embed.cmake
+set(types html text/html css text/css js text/javascript svg image/svg+xml)
+set(text)
+foreach(file ${FILES})
+  cmake_path(GET file FILENAME name)
+  cmake_path(GET file EXTENSION LAST_ONLY extension)
+  string(SUBSTRING ${extension} 1 -1 extension)
+  list(FIND types ${extension} at)
+  math(EXPR at "${at} + 1")
+  list(GET types ${at} type)
+  # As escapes: a raw literal must not be longer than the standard's 65536 characters, nor contain its own end.
+  file(READ ${file} bytes HEX)
+  string(REGEX REPLACE "(................................................................)" "\\1\"\n\"" bytes "${bytes}")
+  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "\\\\x\\1" bytes "${bytes}")
+  file(SIZE ${file} size)
+  string(APPEND text "{\"${name}\", \"${type}\", {\n\"${bytes}\", ${size}}},\n")
+endforeach()
+file(WRITE ${OUTPUT} "${text}")
