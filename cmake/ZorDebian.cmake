@@ -17,7 +17,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime platform development servers tool documentation)
+set(CPACK_COMPONENTS_ALL runtime platform development servers web tool documentation)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -35,6 +35,7 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENT_RUNTIME_DEPENDS platform)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime platform)
 set(CPACK_COMPONENT_SERVERS_DEPENDS runtime platform)
+set(CPACK_COMPONENT_WEB_DEPENDS runtime platform servers)
 set(CPACK_COMPONENT_TOOL_DEPENDS runtime platform)
 
 # zor_package(COMPONENT name SECTION section SUMMARY text DESCRIPTION text [CONTROL files...]): one package.
@@ -69,6 +70,10 @@ zor_package(servers msgapi-servers net "message bus of a home gateway - servers"
   "${about}These are its servers: messages, notifications, log lines, the\n\
 configuration, the user-visible log, a tunnel to other boards, and a bridge\nto an MQTT broker."
   ${debian}/postinst ${debian}/prerm ${debian}/postrm ${debian}/conffiles)
+zor_package(web zorweb net "message bus of a home gateway - page for the browser"
+  "${about}This server shows on a page who talks to whom, what waits and what was\n\
+lost, and serves measurements for collectors."
+  ${debian}/zorweb/postinst ${debian}/zorweb/prerm ${debian}/zorweb/postrm ${debian}/zorweb/conffiles)
 zor_package(tool zorctl utils "message bus of a home gateway - operator's tool"
   "${about}This tool shows who is on the bus and what moves there, sends and calls,\n\
 and finds what is stuck.")
@@ -83,6 +88,8 @@ set(CPACK_DEBIAN_SERVERS_PACKAGE_DEPENDS
   "systemd | systemd-standalone-sysusers | systemd-sysusers, systemd | systemd-standalone-tmpfiles | systemd-tmpfiles, \
 procps")
 set(CPACK_DEBIAN_SERVERS_PACKAGE_SUGGESTS zorctl)
+# The file for the login includes its common ones.
+set(CPACK_DEBIAN_WEB_PACKAGE_DEPENDS libpam-runtime)
 # Other packages with a /usr/sbin/syslogd.
 set(CPACK_DEBIAN_SERVERS_PACKAGE_CONFLICTS "busybox-syslogd, inetutils-syslogd")
 set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS msgapi-servers)

@@ -35,6 +35,19 @@ foreach(kind sysusers tmpfiles)
   install(FILES packaging/systemd/${kind}.conf DESTINATION lib/${kind}.d RENAME msgapi.conf COMPONENT servers)
 endforeach()
 
+# The page for the browser, which is a package of its own.
+install(TARGETS zorweb zorweb-login RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT web)
+foreach(unit zorweb zorweb-login@)
+  configure_file(packaging/systemd/${unit}.service.in packaging/${unit}.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/packaging/${unit}.service DESTINATION lib/systemd/system COMPONENT web)
+endforeach()
+install(FILES packaging/systemd/zorweb-login.socket DESTINATION lib/systemd/system COMPONENT web)
+foreach(kind sysusers tmpfiles)
+  install(FILES packaging/zorweb/${kind}.conf DESTINATION lib/${kind}.d RENAME zorweb.conf COMPONENT web)
+endforeach()
+install(FILES packaging/zorweb/pam DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/pam.d RENAME zorweb COMPONENT web)
+install(FILES packaging/zorweb/80-zorweb.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/zor/access.d COMPONENT web)
+
 # The operator's tool with its completions.
 install(TARGETS zorctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
 install(TARGETS zorctl_fleet LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/zorctl COMPONENT tool)

@@ -49,9 +49,11 @@ export class Picture {
     const height = Math.max(rows * step + 12, 260);
     const places = [];
     const inner = height - 2 * (across > 0 ? step : 0);
-    const y = (i, of) => (height - inner) / 2 + (inner * (i + 0.5)) / of;
-    const x = (i) => (width * (i + 1)) / (across + 1);
     const left = Math.ceil((n - 2 * across) / 2), right = n - 2 * across - left;
+    const apart = inner / Math.max(left, 1);
+    const y = (i, of) => height / 2 + (i - (of - 1) / 2) * apart;
+    const x = (i) => (width * (i + 1)) / (across + 1);
+    this.narrow = across === 0;
     for (let i = 0; i < across; ++i) places.push([x(i), HEIGHT / 2 + 6]);
     for (let i = 0; i < right; ++i) places.push([width - WIDTH / 2 - 4, y(i, right)]);
     for (let i = across - 1; i >= 0; --i) places.push([x(i), height - HEIGHT / 2 - 6]);
@@ -106,11 +108,18 @@ export class Picture {
     const a = this.at(from), b = this.at(to);
     const [mx, my] = this.middle;
     const dx = b[0] - a[0], dy = b[1] - a[1], far = Math.hypot(dx, dy) || 1;
-    const pull = from === HUB || to === HUB ? 0 : 0.45;
-    const c = [(a[0] + b[0]) / 2 + ((mx - (a[0] + b[0]) / 2) * pull) - (dy / far) * bend, (a[1] + b[1]) / 2 + ((my - (a[1] + b[1]) / 2) * pull) + (dx / far) * bend];
-    const p = this.border(a, c, from === HUB), q = this.border(b, c, to === HUB);
-    const spot = (t) => [0, 1].map((i) => (1 - t) ** 2 * p[i] + 2 * t * (1 - t) * c[i] + t * t * q[i]);
-    return { path: `M${p}Q${c} ${q}`, spot, tip: q, from: c };
+    const direct = from === HUB || to === HUB;
+    let c, d; // what it is drawn towards at either end
+    if (this.narrow && !direct) { // along the lane between the columns
+      [c, d] = [[mx + bend / 2, a[1] + bend / 3], [mx + bend / 2, b[1] - bend / 3]];
+    } else {
+      const pull = direct ? 0 : 0.45;
+      const middle = [(a[0] + b[0]) / 2, (a[1] + b[1]) / 2];
+      c = d = [middle[0] + (mx - middle[0]) * pull - (dy / far) * bend, middle[1] + (my - middle[1]) * pull + (dx / far) * bend];
+    }
+    const p = this.border(a, c, from === HUB), q = this.border(b, d, to === HUB);
+    const spot = (t) => [0, 1].map((i) => (1 - t) ** 3 * p[i] + 3 * t * (1 - t) ** 2 * c[i] + 3 * t * t * (1 - t) * d[i] + t ** 3 * q[i]);
+    return { path: `M${p}C${c} ${d} ${q}`, spot, tip: q, from: d };
   }
 
   at(name) { return name === HUB ? this.middle : this.nodes.get(name).at; }
