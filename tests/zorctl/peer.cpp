@@ -5,6 +5,8 @@
 //                                 reads messages
 //   peer refuse NAME [PATTERN]    registers the restful pattern, subscribes to events of "lan", and refuses to exit
 //   peer stat NAME STATISTIC VALUE   stores a statistic in the logging daemon
+//   peer talk NAME OTHER TYPE MS  waits until OTHER is there, and sends it a one-way message of the type every MS
+//                                 milliseconds
 //   peer flood NAME OTHER COUNT [BYTES]   sends it that many messages, then prints "done" and reads messages
 #include <unistd.h>
 #include <zor/event.h>
@@ -43,6 +45,14 @@ int Tell(const char *other, const char *type) {
   return 0;
 }
 
+int Talk(const char *other, const char *type, const char *pauseMs) {
+  Await(other);
+  const auto number = static_cast<uint32_t>(std::strtoul(type, nullptr, 0));
+  const auto pause = static_cast<useconds_t>(std::strtoul(pauseMs, nullptr, 10) * 1000);
+  while (ZOR_MSG_SendSimpleMsg(other, number, 0) == ZOR_OK) ::usleep(pause);
+  return 1;
+}
+
 int Flood(const char *other, long count, const char *bytes) {
   std::string text = "one of many";
   if (bytes != nullptr) text.resize(std::strtoul(bytes, nullptr, 10), '.');
@@ -75,6 +85,7 @@ int main(int count, char **arguments) {
   std::puts("ready");
   if (count > 3 && std::strcmp(arguments[1], "ask") == 0) status = Ask(arguments[2], arguments[3]);
   if (count > 4 && std::strcmp(arguments[1], "tell") == 0) status = Tell(arguments[3], arguments[4]);
+  if (count > 5 && std::strcmp(arguments[1], "talk") == 0) status = Talk(arguments[3], arguments[4], arguments[5]);
   if (count > 4 && std::strcmp(arguments[1], "flood") == 0)
     status = Flood(arguments[3], std::atol(arguments[4]), arguments[5]);
   if (status == 0) ZOR_MSG_GetAndDispatch();
