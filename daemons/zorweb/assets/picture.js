@@ -115,7 +115,10 @@ export class Picture {
     } else {
       const pull = direct ? 0 : 0.45;
       const middle = [(a[0] + b[0]) / 2, (a[1] + b[1]) / 2];
-      c = d = [middle[0] + (mx - middle[0]) * pull - (dy / far) * bend, middle[1] + (my - middle[1]) * pull + (dx / far) * bend];
+      // Not through the server, which has no part in it.
+      const near = direct ? 0 : Math.max(0, 90 - Math.abs((dx * (my - a[1]) - dy * (mx - a[0])) / far));
+      const aside = bend + Math.sign(bend) * near * 0.9;
+      c = d = [middle[0] + (mx - middle[0]) * pull - (dy / far) * aside, middle[1] + (my - middle[1]) * pull + (dx / far) * aside];
     }
     const p = this.border(a, c, from === HUB), q = this.border(b, d, to === HUB);
     const spot = (t) => [0, 1].map((i) => (1 - t) ** 3 * p[i] + 3 * t * (1 - t) ** 2 * c[i] + 3 * t * t * (1 - t) * d[i] + t ** 3 * q[i]);

@@ -1,7 +1,7 @@
 // Rates of the last ten minutes.
 import { el, rate, svg } from "./text.js";
 
-const W = 320, H = 96, LEFT = 40, BOTTOM = 16, TOP = 6;
+const W = 320, H = 102, LEFT = 40, BOTTOM = 22, TOP = 6;
 
 // Means over steps, as the server keeps them; the page goes on where the server's end.
 export class History {
@@ -70,7 +70,7 @@ export function drawing([sent, received], width = W) {
     made.append(svg("line", { class: "grid", x1: LEFT, x2: width - 4, y1: y, y2: y }));
     if (part !== 0.5) made.append(svg("text", { x: LEFT - 6, y: y + 4, "text-anchor": "end" }, rate(top * part)));
   }
-  made.append(svg("text", { x: LEFT, y: H - 2 }, "10 min ago"), svg("text", { x: width - 4, y: H - 2, "text-anchor": "end" }, "now"));
+  made.append(svg("text", { x: LEFT, y: H - 5 }, "10 min ago"), svg("text", { x: width - 4, y: H - 5, "text-anchor": "end" }, "now"));
   made.append(svg("path", { class: "s", d: path(sent, top, width) }), svg("path", { class: "r", d: path(received, top, width) }));
   return made;
 }
