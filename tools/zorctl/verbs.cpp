@@ -49,6 +49,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl log --type user,system --level warning --count 20\n"
      "  zorctl log --follow --language zh\n",
      MakeLogVerb, kDefaultTimeoutSeconds, "", Reach::kBoth},
+    {"mlog", "Print the log that developers see, which mlogserver keeps, with the time of day",
+     "  zorctl mlog --follow --daemon web\n"
+     "  zorctl mlog --since 10m --level warning --grep 'lease|dhcp'\n",
+     MakeMlogVerb},
     {"listen", "Print events as they are published, one line of JSON each",
      "  zorctl listen --limit 1 --timeout 600 lan\n"
      "  zorctl listen | jq .EventType\n",

@@ -17,6 +17,7 @@ std::unique_ptr<Verb> MakeListVerb();
 std::unique_ptr<Verb> MakeListenVerb();
 std::unique_ptr<Verb> MakeLogVerb();
 std::unique_ptr<Verb> MakeMetricsVerb();
+std::unique_ptr<Verb> MakeMlogVerb();
 std::unique_ptr<Verb> MakeMonitorVerb();
 std::unique_ptr<Verb> MakeNotifyVerb();
 std::unique_ptr<Verb> MakePublishVerb();

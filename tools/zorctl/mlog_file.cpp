@@ -1,0 +1,111 @@
+#include "zorctl/mlog_file.h"
+
+#include <zor/mlog_wire.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "zorctl/exit_code.h"
+#include "zorctl/log_lines.h"
+
+namespace zor::ctl {
+namespace {
+
+// From a thousand rounds on the header is cut at its end; these two fields stay.
+std::optional<long> FieldOf(std::string_view header, std::string_view name) {
+  const size_t at = header.find(name);
+  if (at == header.npos) return std::nullopt;
+  const std::string_view digits = header.substr(at + name.size());
+  long value = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  if (error != std::errc() || value < 0 || end == digits.data()) return std::nullopt;
+  return value;
+}
+
+void AppendLines(std::vector<std::string> &lines, std::string_view text) {
+  // A new file has a NUL behind its header.
+  text.remove_prefix(std::min(text.find_first_not_of('\0'), text.size()));
+  for (std::string &line : SplitLines(text)) lines.push_back(std::move(line));
+}
+
+// Without the line whose beginning is missing.
+std::string_view WholeLines(std::string_view text) {
+  const size_t end = text.find('\n');
+  return end == text.npos ? std::string_view() : text.substr(end + 1);
+}
+
+// How much of the new text differs from the old one of the same place: whole lines.
+std::string_view Changed(std::string_view before, std::string_view now) {
+  if (now.size() != before.size()) return now;  // the file has grown, so nothing is behind its end
+  const auto same = std::mismatch(now.rbegin(), now.rend(), before.rbegin());
+  const auto different = static_cast<size_t>(now.rend() - same.first);
+  if (different == 0) return {};
+  const size_t end = now.find('\n', different - 1);
+  return now.substr(0, end == now.npos ? now.size() : end + 1);
+}
+
+}  // namespace
+
+std::optional<MlogImage> MlogImage::Of(std::string bytes) {
+  const std::string_view header = std::string_view(bytes).substr(0, ZOR_MLOG_FILE_HEADER_SIZE);
+  if (header.size() < ZOR_MLOG_FILE_HEADER_SIZE) return std::nullopt;
+  const auto overturn = FieldOf(header, "[overturn="), offset = FieldOf(header, "[  offset=");
+  const auto otherOffset = offset ? offset : FieldOf(header, "[offset=");
+  if (!overturn || !otherOffset) return std::nullopt;
+  const auto at = static_cast<size_t>(*otherOffset);
+  if (at < ZOR_MLOG_FILE_HEADER_SIZE || at > bytes.size()) return std::nullopt;
+  return MlogImage{std::move(bytes), *overturn, at};
+}
+
+std::string_view MlogImage::Front() const {
+  return std::string_view(bytes).substr(ZOR_MLOG_FILE_HEADER_SIZE, offset - ZOR_MLOG_FILE_HEADER_SIZE);
+}
+
+std::vector<std::string> MlogImage::Lines() const {
+  std::vector<std::string> lines;
+  AppendLines(lines, WholeLines(Remnant()));
+  AppendLines(lines, Front());
+  return lines;
+}
+
+MlogImage::News MlogImage::Since(const MlogImage &before) const {
+  News news;
+  if (overturn == before.overturn && offset >= before.offset) {
+    AppendLines(news.lines, std::string_view(bytes).substr(before.offset, offset - before.offset));
+  } else if (overturn == before.overturn + 1 && offset <= before.offset && bytes.size() >= before.offset) {
+    AppendLines(news.lines, Changed(before.Remnant(), std::string_view(bytes).substr(before.offset)));
+    AppendLines(news.lines, Front());
+  } else {
+    news = {Lines(), true};
+  }
+  return news;
+}
+
+MlogImage ReadMlog(const std::string &path) {
+  // The server may be writing: its header and its lines are not written at once.
+  constexpr int kTries = 5;
+  for (int i = 0; i < kTries; ++i) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+      const int error = errno;
+      throw Failure(error == EACCES ? kExitRefused : kExitFailure, "cannot read " + path + ": " + std::strerror(error),
+                    error == EACCES ? "run this as root or as a member of the file's group"
+                                    : "check whether mlogserver runs, and its setting log_file");
+    }
+    std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    file.clear();
+    file.seekg(0);
+    std::string header(ZOR_MLOG_FILE_HEADER_SIZE, '\0');
+    file.read(header.data(), static_cast<std::streamsize>(header.size()));
+    if (i + 1 < kTries && !bytes.starts_with(header)) continue;
+    if (auto image = MlogImage::Of(std::move(bytes))) return std::move(*image);
+    break;
+  }
+  throw Failure(kExitFailure, path + " is no file of mlogserver", "check its setting log_file");
+}
+
+}  // namespace zor::ctl
