@@ -9,7 +9,7 @@ packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-
 # Tests and demo start a broker of their own.
 broker=(mosquitto mosquitto-clients)
 tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt
-  python3-prometheus-client openssl "${broker[@]}")
+  python3-prometheus-client openssl chromium chromium-driver python3-selenium "${broker[@]}")
 case ${1:-demo} in
   demo) packages+=("${broker[@]}") ;;
   tests) packages+=("${tests[@]}") ;;

@@ -11,7 +11,8 @@ shift
 
 # Lines of "ROOM/FILE.o NAME KIND ...". Functions of headers are weak in each object that uses them; the includes show
 # those. One nm reads all objects: a process for each would take most of the time.
-list=$(cat "$@")
+# A precompiled header is listed like an object, and is none.
+list=$(cat "$@" | grep -v "[.]gch$")
 echo "$list" | cut -d ' ' -f 2- | tr '\n' '\0' | xargs -0 "$nm" -A -P 2>&1 | {
   echo "$list"
   echo
