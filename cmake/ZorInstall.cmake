@@ -58,3 +58,4 @@ install(FILES tools/zorctl/completion/_zorctl DESTINATION ${CMAKE_INSTALL_DATADI
 
 file(GLOB pages CONFIGURE_DEPENDS docs/*.md)
 install(FILES README.md ${pages} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmsgapi-doc COMPONENT documentation)
+install(DIRECTORY docs/images DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmsgapi-doc COMPONENT documentation)
