@@ -23,6 +23,7 @@
 #include "msgsvr/refusals.h"
 #include "programs/access/server_access.h"
 #include "programs/accounts.h"
+#include "programs/journal/turn.h"
 #include "programs/output_queue.h"
 
 namespace zor::msgsvr {
@@ -70,6 +71,11 @@ struct Client {
     std::array<char, 96> text_{};
   };
   Text Label() const;
+  // Of events. Those that are told what they have missed are daemons that keep records of the bus.
+  daemon::Receiver receiver() const {
+    return gap.wanted() ? daemon::Receiver::kObserver : daemon::Receiver::kSubscriber;
+  }
+  uint64_t place() const { return daemon::PlaceOf(id, receiver()); }
   // Makes room in the record of deliveries, as far as its share goes. Throws std::bad_alloc.
   void ReserveDelivery(bool bodyInFile) {
     deliveries.Reserve(bodyInFile, [this](size_t more) { return charge.MayTake(more); });

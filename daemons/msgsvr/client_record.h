@@ -73,7 +73,7 @@ struct PauseRecord {
 
 // What a crash leaves of the work for a client.
 struct CrashRecord {
-  uint64_t servedUpTo = 0;  // id of the last client that has got the first frame of the input
+  uint64_t servedUpTo = 0;  // place of the last client that has got the first frame of the input
   uint32_t suspectAt = 0;   // offset in the input of the frame at which the server crashed
   uint32_t crashes = 0;     // how often
   uint32_t unread = 0;      // messages that the client had perhaps not read

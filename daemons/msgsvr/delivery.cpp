@@ -88,7 +88,7 @@ void Delivery::FlushRun() {
   const std::span<const std::byte> run = std::exchange(run_, {});
   Client &from = *runFrom_;
   Client &to = *std::exchange(runTo_, nullptr);
-  const size_t taken = Write(to, run, false);
+  const size_t taken = Write(to, run, daemon::Receiver::kOnly);
   Slowed(to);
   if (taken < run.size() || !bus_.monitors.empty()) {
     TakeBack(to, run.subspan(taken));
@@ -144,7 +144,7 @@ bool Delivery::TrySend(Client &to, std::span<const std::byte> frame) {
   std::string file;
   if (bodyInFile) file = BodyFiles::NameIn(frame);
   to.ReserveDelivery(bodyInFile);
-  if ((IsAtWork(frame) ? Write(to, frame, true) : Post(to, frame)) < frame.size()) return false;
+  if ((IsAtWork(frame) ? Write(to, frame, to.receiver()) : Post(to, frame)) < frame.size()) return false;
   if (bodyInFile) to.deliveries.AddFile(std::move(file));
   bus_.CountDelivery(to, head, 0);
   Copy(frame, to.name, ZOR_CONTROL_DELIVERED);
@@ -169,7 +169,7 @@ bool Delivery::SendEvent(Client &to, std::span<const std::byte> event) {
   }
   // Before the next subscriber is served, so that after a crash none is served twice.
   bus_.WriteRecords();
-  daemon::SetServed(bus_.journal, to.id);
+  daemon::SetServed(bus_.journal, to.place());
   return sent || Refused(to, event);
 }
 
@@ -309,10 +309,10 @@ void Delivery::FlushQueue(Client &client) {
 
 // Writes bytes of the receive buffer, which follow those whose effects are complete. Returns how many were sent or
 // queued, in whole frames.
-size_t Delivery::Write(Client &to, std::span<const std::byte> frames, bool oneOfMany) {
+size_t Delivery::Write(Client &to, std::span<const std::byte> frames, daemon::Receiver receiver) {
   if (to.ended || to.deaf) return 0;
   if (!to.output.empty()) return Queue(to, frames, 0);
-  const ssize_t sent = daemon::WriteInTurn(to.slot, to.socket.get(), OffsetOf(frames) + frames.size(), oneOfMany);
+  const ssize_t sent = daemon::WriteInTurn(to.slot, to.socket.get(), OffsetOf(frames) + frames.size(), receiver);
   if (sent == static_cast<ssize_t>(frames.size())) return frames.size();
   if (sent < 0) {
     bus_.Deafen(to, errno);

@@ -82,7 +82,7 @@ class Delivery {
   void Commit(std::span<const std::byte> frames, uint64_t lastTarget);
   size_t OffsetOf(std::span<const std::byte> frames) const;
   bool IsAtWork(std::span<const std::byte> frame) const;
-  size_t Write(Client &to, std::span<const std::byte> frames, bool oneOfMany);
+  size_t Write(Client &to, std::span<const std::byte> frames, daemon::Receiver receiver);
   size_t Post(Client &to, std::span<const std::byte> frame);
   void AddPosted(Client &client);
   size_t Queue(Client &to, std::span<const std::byte> frames, size_t sent);

@@ -100,8 +100,9 @@ bool Recovery::FinishWrite(JournalContent &content, size_t &routed) {
     const auto sent = static_cast<size_t>(std::min<uint64_t>(written, size));
     if (sent < size) to.output.push_back({{rest.begin(), rest.begin() + static_cast<ptrdiff_t>(size)}, sent, false});
     written -= sent;
-    if (turn.state.oneOfMany != 0) {
-      from.notes.servedUpTo = to.id;
+    const auto receiver = static_cast<daemon::Receiver>(turn.state.receiver);
+    if (receiver != daemon::Receiver::kOnly) {
+      from.notes.servedUpTo = daemon::PlaceOf(to.id, receiver);
       return written == 0;
     }
     routed += size;

@@ -116,11 +116,12 @@ void Router::CollectSubscribers(const Frame &frame) {
   subscribers_.clear();
   const uint64_t servedUpTo = bus_.journal.turn().servedUpTo;
   for (Client &client : bus_.clients) {
-    if (client.id <= servedUpTo) continue;
+    if (client.place() <= servedUpTo) continue;
     if (client.ended || client.deaf || !client.registered() || (frame.bodyInFile() && !client.peer.local)) continue;
     const bool named = bus_.subscriptions.IsWanted(client.name, bit) && bus_.names.Oldest(client.name) == &client;
     if (named || Wants(client.events, bit)) subscribers_.push_back(&client);
   }
+  std::ranges::sort(subscribers_, {}, &Client::place);
 }
 
 Client *Router::RestfulTarget(const Frame &frame) {

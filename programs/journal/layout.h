@@ -59,7 +59,7 @@ struct MessageHead {
 // What a server notes about a client besides; it means the same to every server, but not each needs all.
 struct Notes {
   uint64_t lastTarget;      // id of the client that received its latest message
-  uint64_t servedUpTo;      // id of the last subscriber that has got the first frame of the input
+  uint64_t servedUpTo;      // place of the last subscriber that has got the first frame of the input
   uint32_t suspectAt;       // offset in the input of the frame at which a server crashed
   uint32_t crashes;         // how often, in the reader's measure
   uint32_t halfDescriptor;  // a descriptor belongs to the end of the input
@@ -85,13 +85,13 @@ inline constexpr uint32_t kSlotBytes = sizeof(Slot);
 // The work of the server at this moment.
 struct Turn {
   uint64_t stamp;
-  uint32_t reader;     // slot of the client whose input is in the buffer; kNone: the rest of this has no meaning
-  uint32_t kept;       // bytes in the buffer that were there before the read
-  uint32_t routed;     // bytes of the buffer whose effects are in the journal or in sockets
-  uint32_t writeTo;    // slot of the client to which bytes of the buffer are being written
-  uint32_t writeEnd;   // they begin at `routed`; 0: no write is under way
-  uint32_t oneOfMany;  // they are an event, which other clients get too
-  uint32_t flushing;   // slot of the client whose queue is being sent
+  uint32_t reader;    // slot of the client whose input is in the buffer; kNone: the rest of this has no meaning
+  uint32_t kept;      // bytes in the buffer that were there before the read
+  uint32_t routed;    // bytes of the buffer whose effects are in the journal or in sockets
+  uint32_t writeTo;   // slot of the client to which bytes of the buffer are being written
+  uint32_t writeEnd;  // they begin at `routed`; 0: no write is under way
+  uint32_t receiver;  // Receiver: the only one, or one of those of an event
+  uint32_t flushing;  // slot of the client whose queue is being sent
   uint32_t suspectAt;
   uint32_t crashes;
   uint64_t servedUpTo;

@@ -76,11 +76,11 @@ void CommitRouted(Journal &journal, size_t routed, uint64_t lastTarget) {
   journal.Commit();
 }
 
-void SetServed(Journal &journal, uint64_t id) {
+void SetServed(Journal &journal, uint64_t place) {
   journal::Turn &turn = journal.EditTurn();
   turn.writeTo = journal::kNone;
   turn.writeEnd = 0;
-  turn.servedUpTo = id;
+  turn.servedUpTo = place;
 }
 
 bool EndTurn(JournalSlot &from, std::span<const std::byte> rest) {
@@ -109,7 +109,7 @@ void LeaveTurn(Journal &journal) {
   journal.Commit();
 }
 
-ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end, bool oneOfMany) {
+ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end, Receiver receiver) {
   Journal &journal = to.journal();
   const size_t begin = journal.turn().routed;
   const std::span<std::byte> bytes = journal.buffer().subspan(begin, end - begin);
@@ -118,7 +118,7 @@ ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end, bool oneOfMany) {
   journal::Turn &turn = journal.EditTurn();
   turn.writeTo = to.index();
   turn.writeEnd = static_cast<uint32_t>(end);
-  turn.oneOfMany = oneOfMany ? 1 : 0;
+  turn.receiver = static_cast<uint32_t>(receiver);
   journal.Commit();
   return Send(message, socket);
 }

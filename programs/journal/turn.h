@@ -32,11 +32,20 @@ bool EndTurn(JournalSlot &from, std::span<const std::byte> rest);
 // left is queued or lost.
 void LeaveTurn(Journal &journal);
 
+// Who gets bytes of the buffer: one client, or each subscriber of an event. Those that only observe are served after
+// all others, so that these do not wait for them.
+enum class Receiver : uint32_t { kOnly = 0, kSubscriber = 1, kObserver = 2 };
+
+// The place of a client among the subscribers of an event: they are served in this order.
+constexpr uint64_t PlaceOf(uint64_t id, Receiver receiver) {
+  return receiver == Receiver::kObserver ? id | uint64_t{1} << 63 : id;
+}
+
 // Writes bytes of the buffer to a client whose queue is empty, from what has been routed to that offset. The result is
-// that of SendNow. The caller then queues what is left, if any, and commits with CommitRouted; if the bytes are a frame
-// that several clients get, with SetServed, in the order of their ids, which is valid with the next commit.
-ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end, bool oneOfMany);
-void SetServed(Journal &journal, uint64_t id);
+// that of SendNow. The caller then queues what is left, if any, and commits with CommitRouted; if the bytes are an
+// event, with SetServed, which is valid with the next commit.
+ssize_t WriteInTurn(JournalSlot &to, int socket, size_t end, Receiver receiver);
+void SetServed(Journal &journal, uint64_t place);
 // Writes the first bytes of a client's queue. The caller takes them off the queue, and commits with EndFlush.
 ssize_t BeginFlush(JournalSlot &to, int socket, std::span<iovec> pieces, int descriptor);
 void EndFlush(Journal &journal);

@@ -251,7 +251,7 @@ TEST_F(JournalTest, KnowsHowFarATurnHasCome) {
   EXPECT_EQ(TextOf(turn().buffer), "kept ");
   EXPECT_EQ(ReadInTurn(*journal_, from.ours.get(), {}), 3);
   EXPECT_EQ(TextOf(turn().buffer), "kept new");
-  EXPECT_EQ(WriteInTurn(to.slot, to.ours.get(), 5, false), 5);
+  EXPECT_EQ(WriteInTurn(to.slot, to.ours.get(), 5, Receiver::kOnly), 5);
   EXPECT_EQ(turn().state.writeTo, to.slot.index());
   EXPECT_EQ(turn().written, 5u);
   CommitRouted(*journal_, 5, 2);
@@ -263,7 +263,7 @@ TEST_F(JournalTest, KnowsHowFarATurnHasCome) {
   // A write that the kernel did not begin has written nothing.
   to.theirs.reset();
   BeginTurn(from.slot);
-  EXPECT_EQ(WriteInTurn(to.slot, to.ours.get(), 3, false), -1);
+  EXPECT_EQ(WriteInTurn(to.slot, to.ours.get(), 3, Receiver::kOnly), -1);
   EXPECT_EQ(turn().written, 0u);
 }
 

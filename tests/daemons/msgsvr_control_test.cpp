@@ -255,6 +255,19 @@ TEST_F(MsgsvrControlTest, CopiesTheTrafficThatAMonitorAsksFor) {
   EXPECT_EQ(Result(ZOR_MSG_CONTROL_MONITOR, "short"), ZOR_CONTROL_MALFORMED);
 }
 
+TEST_F(MsgsvrControlTest, GivesAnEventToThoseThatOnlyObserveAfterTheOthers) {
+  StartWithOperator();
+  const WireClient third = Client("third");
+  EXPECT_EQ(receiver_.Ask(MakeRequest(ZOR_MSG_CONTROL_GAPS, "", 1)).header.data, ZOR_CONTROL_OK);
+  Tell(receiver_, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "", 0x2DA05));
+  Tell(third, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "", 0x2DA05));
+  ASSERT_EQ(Monitor({"", 0, 0x2DA05, 0}), ZOR_CONTROL_OK);
+  sender_.Send(MakeMessage(0x2DA05, "", ""));
+  for (const char *text : {"sender > third 186885", "sender > receiver 186885"}) {
+    EXPECT_EQ(Copy(operator_.Next()).Text(), text);
+  }
+}
+
 TEST_F(MsgsvrControlTest, NeitherWaitsForAStoppedMonitorNorCutsItOff) {
   StartWithOperator("queue_bytes = 100000\n");
   std::vector<WireClient> reading;

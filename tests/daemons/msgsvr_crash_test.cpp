@@ -212,6 +212,7 @@ TEST_F(CrashTest, LosesDoublesAndReordersNothingWhenItIsKilledUnderLoad) {
   }
   std::vector<WireClient> subscribers = receivers({"sub0", "sub1", "sub2"});
   for (const WireClient &client : subscribers) Tell(client, MakeRequest(ZOR_MSG_SUBSCRIBE_EVENT, "", kEvent));
+  EXPECT_EQ(subscribers[0].Ask(MakeRequest(ZOR_MSG_CONTROL_GAPS, "", 1)).header.data, ZOR_CONTROL_OK);  // served last
   add(
       "publisher", std::move(subscribers), [](uint32_t n) { return MakeMessage(kEvent, "", "", n, BodyOf(n)); },
       NumberInData);
