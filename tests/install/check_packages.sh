@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 chmod 755 /root . ./*  # for the users of the daemons
 
-ours=(libmsgapi1 libzorplatform1 libmsgapi-dev msgapi-servers zorctl libmsgapi-doc)
+ours=(libmsgapi1 libzorplatform1 libmsgapi-dev msgapi-servers zorweb zorctl libmsgapi-doc)
 servers=(msgsvr notifyserver mlogserver cms syslogd)
 export DEBIAN_FRONTEND=noninteractive
 declare -A pids=()
@@ -73,8 +73,8 @@ echo 'ok it is installed'
 say 'installing'
 quietly apt-get -qq install -y --no-install-recommends ./*.deb
 for package in "${ours[@]}"; do expect "$package is installed" dpkg --verify "$package"; done
-expect 'the units are sound' systemd-analyze --man=no verify "${servers[@]/%/.service}" zortunnel.service zorbridge.service
-for server in "${servers[@]}" zortunnel zorbridge; do
+expect 'the units are sound' systemd-analyze --man=no verify "${servers[@]/%/.service}" zortunnel.service zorbridge.service zorweb.service
+for server in "${servers[@]}" zortunnel zorbridge zorweb; do
   printf '%-14s %s\n' "$server" "$(systemd-analyze security --offline=true --no-pager "$server.service" |
     sed -n 's/.*exposure level for [^:]*: \([0-9.]* [A-Z]*\).*/exposure \1/p')"
 done
@@ -139,10 +139,17 @@ expect 'a message that is not everybodys is refused' sh -c \
 expect 'zorctl loads its part for fleets' sh -c 'zorctl gateways --fleet mqtt://127.0.0.1:1; test $? -eq 6'
 expect 'zorctl is refused as another user' sh -c '! setpriv --reuid second --regid _zorbus --clear-groups zorctl list'
 
+start zorweb 'on the bus as zorweb'
+expect 'its token is for administrators' test "$(stat -c %a:%U:%G /var/lib/zor-web/token)" = 640:_zor-web:_zoradmin
+expect 'it may list the daemons' bash -c 'exec 3<>/dev/tcp/127.0.0.1/8780
+  printf "GET /metrics HTTP/1.0\r\nHost: localhost\r\nAuthorization: Bearer %s\r\n\r\n" "$(cat /var/lib/zor-web/token)" >&3
+  grep -q "daemon=.syslog." <&3'
+expect 'and no more' sh -c '! zorctl access explain user:_zor-web send CLEAN_CFG to cms && ! zorctl access explain user:_zor-web own web'
+
 attack_all
 
 say 'removing'
-for name in login_keeper cms syslogd mlogserver notifyserver msgsvr; do
+for name in zorweb login_keeper cms syslogd mlogserver notifyserver msgsvr; do
   kill -TERM "${pids[$name]}"
   expect "$name has stopped cleanly" stopped "$name"
 done
