@@ -7,6 +7,7 @@
 #include "common/ascii.h"
 #include "programs/format_number.h"
 #include "programs/messages/invalid.h"
+#include "programs/messages/nearest.h"
 #include "programs/messages/number.h"
 #include "programs/messages/text.h"
 
@@ -39,6 +40,16 @@ uint32_t NumberOf(const MessageType &type) {
                 "give a number from " + daemon::HexText(type.first) + " to " + daemon::HexText(type.last));
 }
 
+// As DidYouMean; the name may have been given in full.
+std::string TypeMeant(std::string_view text) {
+  std::vector<std::string> shortNames, names;
+  for (const MessageType &type : kMessageTypes) {
+    shortNames.emplace_back(ShortName(type));
+    names.emplace_back(type.name);
+  }
+  return DidYouMean(text, StartsWithIgnoringCase(text, "ZOR_") ? names : shortNames);
+}
+
 }  // namespace
 
 std::span<const MessageType> MessageTypes() {
@@ -61,9 +72,9 @@ uint32_t ParseType(std::string_view text) {
   for (const MessageType &type : kMessageTypes) {
     if (IsNamed(type, text)) return NumberOf(type);
   }
-  throw UnknownName(
-      "unknown message type " + Escape(text),
-      "give a number from 0 to " + daemon::HexText(ZOR_MSG_TYPE_MASK) + " or a name from zorctl complete types");
+  throw UnknownName("unknown message type " + Escape(text), TypeMeant(text) + "give a number from 0 to " +
+                                                                daemon::HexText(ZOR_MSG_TYPE_MASK) +
+                                                                " or a name from zorctl complete types");
 }
 
 }  // namespace zor::messages

@@ -11,6 +11,7 @@
 #include "programs/messages/hex.h"
 #include "programs/messages/invalid.h"
 #include "programs/messages/message_types.h"
+#include "programs/messages/nearest.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 
@@ -104,6 +105,22 @@ TEST(Body, OfAManagementMessageShowsItsItems) {
   EXPECT_EQ(messages::Decode(RequestOf(0x209), 0, body).dump(),
             R"({"items":{"error_code":0,"sub_type":7,"items":[{"name":"device","value":"lamp"},)"
             R"({"name":"esc","value":"0x1b00"}]}})");
+}
+
+TEST(MistypedWord, IsCompletedOrCorrectedWhereThatIsUnambiguous) {
+  const std::vector<std::string> verbs = {"list", "listen", "monitor", "notify", "send", "--timeout"};
+  for (const auto &[word, meant] : {std::pair{"lsit", "list"},
+                                    {"LIST", "list"},
+                                    {"mon", "monitor"},
+                                    {"liste", "listen"},
+                                    {"sned", "send"},
+                                    {"--tiemout", "--timeout"},
+                                    {"x", ""},
+                                    {"li", ""},
+                                    {"", ""},
+                                    {"nothing", ""}}) {
+    EXPECT_EQ(messages::Nearest(word, verbs), meant) << word;
+  }
 }
 
 TEST(HexDump, ShowsOffsetsBytesAndCharacters) {

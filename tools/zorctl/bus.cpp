@@ -17,6 +17,7 @@
 
 #include "common/malloc_ptr.h"
 #include "programs/messages/message_types.h"
+#include "programs/messages/nearest.h"
 #include "programs/paths.h"
 #include "zorctl/control_result.h"
 #include "zorctl/exit_code.h"
@@ -102,18 +103,6 @@ bool IsReplyTo(const Message &message, const Outgoing &request) {
   if (!request.destination.empty()) return message.source == request.destination;
   const messages::MessageType *known = messages::FindType(request.type);
   return known == nullptr || known->to != "server" || message.fromServer();
-}
-
-Failure Undelivered(const Outgoing &request) {
-  if (request.destination.empty()) {
-    const messages::MessageType *known = messages::FindType(request.type);
-    const bool isForOne = known != nullptr && known->to != "server" && known->to != "any";
-    return {kExitNotFound,
-            "no daemon on the bus receives messages of type " + HexText(request.type) + " without a destination",
-            "name the daemon" + (isForOne ? ", " + std::string(known->to) : "") + ", or set route." +
-                HexText(request.type) + " in the server's settings"};
-  }
-  return NoSuchDaemon(request.destination);
 }
 
 }  // namespace
@@ -229,8 +218,30 @@ uint32_t Bus::CountProcesses(std::string_view name, const Deadline &deadline) {
   return Request({ZOR_MSG_GET_PROCESS_NUM, "", 0, NameField(name)}, deadline.ForServer()).data;
 }
 
-Failure NoSuchDaemon(std::string_view name) {
-  return {kExitNotFound, "no daemon " + Escape(name) + " on the bus", "zorctl list shows the daemons on the bus"};
+Failure Bus::Undelivered(const Outgoing &request) {
+  if (request.destination.empty()) {
+    const messages::MessageType *known = messages::FindType(request.type);
+    const bool isForOne = known != nullptr && known->to != "server" && known->to != "any";
+    return {kExitNotFound,
+            "no daemon on the bus receives messages of type " + HexText(request.type) + " without a destination",
+            "name the daemon" + (isForOne ? ", " + std::string(known->to) : "") + ", or set route." +
+                HexText(request.type) + " in the server's settings"};
+  }
+  return NoSuchDaemon(request.destination);
+}
+
+// Only operators may see the list; others are not told what they may have meant.
+Failure Bus::NoSuchDaemon(std::string_view name) {
+  std::vector<std::string> names;
+  try {
+    const nlohmann::json list = ControlJson(ZOR_MSG_CONTROL_LIST, "", Deadline(Milliseconds(0)));
+    for (const auto &client : list.value("clients", nlohmann::json::array())) {
+      if (!client.value("self", false)) names.push_back(client.value("name", ""));
+    }
+  } catch (const Failure &) {
+  }
+  return {kExitNotFound, "no daemon " + Escape(name) + " on the bus",
+          messages::DidYouMean(name, names) + "zorctl list shows the daemons on the bus"};
 }
 
 std::string NameField(std::string_view name) {

@@ -69,6 +69,9 @@ class Bus {
   // The number of processes with a name.
   uint32_t CountProcesses(std::string_view name, const Deadline &deadline);
 
+  // There is no daemon of that name, but perhaps one of a similar name.
+  Failure NoSuchDaemon(std::string_view name);
+
   // For verbs that run for long: when the user presses Ctrl-C, Receive returns no value and stopped() is true.
   void StopWith(daemon::StopSignal &signal) { stop_ = &signal; }
   bool stopped() const { return stopped_; }
@@ -81,6 +84,7 @@ class Bus {
   const std::string &name() const { return name_; }
 
  private:
+  Failure Undelivered(const Outgoing &request);
   // False at the deadline or when the user stops the verb.
   bool AwaitMessage(const Deadline &deadline);
   std::optional<Message> Read(const Deadline &deadline);
@@ -91,9 +95,6 @@ class Bus {
   daemon::StopSignal *stop_ = nullptr;
   bool stopped_ = false;
 };
-
-// There is no such daemon on the bus.
-Failure NoSuchDaemon(std::string_view name);
 
 // A name as a field of the wire, zero-padded. Failure (usage) when it is empty, too long or not visible ASCII.
 std::string NameField(std::string_view name);

@@ -4,52 +4,20 @@
 #include <clocale>
 #include <cstdio>
 #include <exception>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "programs/messages/invalid.h"
-#include "zorctl/fleet_arguments.h"
+#include "programs/messages/nearest.h"
+#include "zorctl/command_line.h"
 #include "zorctl/output.h"
 #include "zorctl/seconds_option.h"
 #include "zorctl/text.h"
-#include "zorctl/verb.h"
 
 namespace zor::ctl {
 namespace {
-
-// The verb of the command line, with its options.
-struct Selected {
-  const VerbRow *row;
-  std::unique_ptr<Verb> verb;
-  FleetArguments fleet;
-  bool json = false;
-  double seconds = 0;
-};
-
-std::string ExitCodeTable() {
-  std::string text = "exit status:\n";
-  for (const ExitCodeText &each : kExitCodes) {
-    text += "  " + std::to_string(each.code) + "  " + each.text + "\n";
-  }
-  return text;
-}
-
-CLI::App *AddVerb(CLI::App &program, const VerbRow &row) {
-  return program.add_subcommand(row.name, std::string(row.purpose) + ".")->group("Verbs");
-}
-
-// Options take time to declare, so only the selected verb has any.
-void Declare(CLI::App &program, Selected &selected) {
-  const VerbRow &row = *selected.row;
-  CLI::App &app = *AddVerb(program, row);
-  selected.seconds = row.timeoutSeconds;
-  selected.verb->Declare(app);
-  app.add_flag("--json", selected.json, "Print JSON");
-  AddSeconds(app, "--timeout", selected.seconds, "Maximum time to wait");
-  selected.fleet.Declare(app, row.reach);
-  app.footer(std::string("examples:\n") + row.examples);
-}
 
 void PrintError(const std::string &verb, const std::string &what, const std::string &advice) {
   ShowProgress("");
@@ -57,17 +25,41 @@ void PrintError(const std::string &verb, const std::string &what, const std::str
   std::fprintf(stderr, "%s: %s; %s\n", subject.c_str(), what.c_str(), advice.c_str());
 }
 
-// The row of a verb; null for anything else.
-const VerbRow *RowOf(std::string_view name) {
-  const auto row = std::find_if(Verbs().begin(), Verbs().end(), [=](const VerbRow &each) { return each.name == name; });
-  return row == Verbs().end() ? nullptr : &*row;
+// What the user may have meant by the first option that the verb does not have.
+std::string OptionMeant(const VerbRow &row, const std::vector<std::string> &words) {
+  const std::vector<std::string> known = OptionsOf(row);
+  for (const std::string &word : words) {
+    const std::string name = word.substr(0, word.find('='));
+    if (!name.starts_with("--") || std::find(known.begin(), known.end(), name) != known.end()) continue;
+    return messages::DidYouMean(name, known);
+  }
+  return {};
+}
+
+// The same for a word that is not one of those that an option takes, which CLI11 lists as "WORD not in {A,B}".
+std::string ValueMeant(std::string_view what) {
+  constexpr std::string_view kNotIn = " not in {";
+  const size_t end = what.find(kNotIn);
+  if (end == what.npos || !what.ends_with('}')) return {};
+  const size_t colon = what.substr(0, end).rfind(": ");
+  const std::string_view word = what.substr(0, end).substr(colon == what.npos ? 0 : colon + 2);
+  std::vector<std::string> known;
+  std::istringstream list{std::string(what.substr(end + kNotIn.size(), what.size() - end - kNotIn.size() - 1))};
+  for (std::string each; std::getline(list, each, ',');) known.push_back(each);
+  return messages::DidYouMean(word, known);
 }
 
 // CLI11's texts are sentences with a full stop.
-int ReportUsage(const CLI::ParseError &error, const std::string &verb) {
-  std::string what = verb.empty() ? "options must follow a verb" : Escape(error.what());
+int ReportUsage(const CLI::ParseError &error, const VerbRow *row, const std::vector<std::string> &words) {
+  if (row == nullptr) {
+    PrintError("", "options must follow a verb", "zorctl --help lists the verbs");
+    return kExitUsage;
+  }
+  std::string what = Escape(error.what());
   while (!what.empty() && what.back() == '.') what.pop_back();
-  PrintError(verb, what, verb.empty() ? "zorctl --help lists the verbs" : "zorctl " + verb + " --help explains it");
+  const bool isExtra = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+  PrintError(row->name, what,
+             (isExtra ? OptionMeant(*row, words) : ValueMeant(what)) + "zorctl " + row->name + " --help explains it");
   return kExitUsage;
 }
 
@@ -121,35 +113,40 @@ std::vector<std::string> VerbFirst(int count, char **arguments) {
   return words;
 }
 
+// "help VERB" is "VERB --help".
+void AskForHelp(std::vector<std::string> &words) {
+  if (words.empty() || words.front() != "help" || (words.size() > 1 && words[1].starts_with('-'))) return;
+  words.erase(words.begin());
+  words.resize(std::min<size_t>(words.size(), 1));
+  words.emplace_back("--help");
+}
+
 int Main(int count, char **arguments) {
   TakeOutput();
-  CLI::App program("Inspects the message bus, sends on it and configures it.", "zorctl");
-  program.set_help_flag("--help", "Print this help and exit");
-  program.get_formatter()->label("SUBCOMMAND", "VERB");
-  program.require_subcommand(1);
-  program.footer("zorctl VERB --help explains a verb.\n\n" + ExitCodeTable() +
-                 "\nThe environment variable ZOR_ROOT moves every fixed path beneath the directory that it names.");
   std::vector<std::string> words = VerbFirst(count, arguments);
-  const VerbRow *row = words.empty() ? nullptr : RowOf(words.front());
+  AskForHelp(words);
+  const VerbRow *row = words.empty() ? nullptr : FindVerb(words.front());
   if (words.empty() || (row == nullptr && !words.front().starts_with('-'))) {
     PrintError("", words.empty() ? "no verb" : "unknown verb " + Escape(words.front()),
-               "zorctl --help lists the verbs");
+               (words.empty() ? "" : VerbMeant(words.front())) + "zorctl --help lists the verbs");
     return kExitUsage;
   }
+  CLI::App program;
+  DeclareProgram(program);
   Selected selected = {row, row == nullptr ? nullptr : row->make(), {}};
-  if (row != nullptr) Declare(program, selected);
-  for (const VerbRow &each : Verbs()) {
-    if (row == nullptr) AddVerb(program, each);
-  }
+  row == nullptr ? AddVerbs(program) : DeclareVerb(program, selected);
   try {
-    std::reverse(words.begin(), words.end());  // as CLI11 takes them
-    program.parse(std::move(words));
+    program.parse(std::vector<std::string>(words.rbegin(), words.rend()));  // as CLI11 takes them
+  } catch (const CLI::CallForVersion &version) {
+    Print(std::string(version.what()) + "\n");
+    Flush();
+    return kExitOk;
   } catch (const CLI::Success &) {
     Print(program.help());
     Flush();
     return kExitOk;
   } catch (const CLI::ParseError &error) {
-    return ReportUsage(error, row == nullptr ? "" : row->name);
+    return ReportUsage(error, row, words);
   }
   return RunVerb(selected);
 }

@@ -9,7 +9,7 @@
 #include "programs/messages/event.h"
 #include "programs/messages/message_types.h"
 #include "zorctl/bus.h"
-#include "zorctl/fleet_arguments.h"
+#include "zorctl/command_line.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -44,21 +44,6 @@ Words Types() {
 Words VerbNames() {
   Words words;
   for (const VerbRow &row : Verbs()) words.emplace_back(row.name);
-  return words;
-}
-
-Words OptionsOf(const VerbRow &row) {
-  CLI::App app;
-  const std::unique_ptr<Verb> verb = row.make();
-  verb->Declare(app);
-  FleetArguments fleet;
-  if (row.reach != Reach::kHere) fleet.Declare(app, row.reach);
-  Words words = {"--json", "--timeout", "--help"};
-  for (const CLI::Option *option : app.get_options()) {
-    for (const std::string &name : option->get_lnames()) words.push_back("--" + name);
-  }
-  std::sort(words.begin(), words.end());
-  words.erase(std::unique(words.begin(), words.end()), words.end());
   return words;
 }
 
@@ -120,9 +105,8 @@ Words CandidatesFor(const Words &typed) {
   const Words line = WithoutFleetOptions(typed);
   if (line.empty() && !typed.empty()) return {};
   if (line.size() < 2) return VerbNames();
-  const auto row =
-      std::find_if(Verbs().begin(), Verbs().end(), [&](const VerbRow &each) { return each.name == line[0]; });
-  if (row == Verbs().end()) return {};
+  const VerbRow *row = FindVerb(line[0]);
+  if (row == nullptr) return {};
   if (line.back().starts_with('-')) return OptionsOf(*row);
   const auto place =
       std::count_if(line.begin() + 1, line.end() - 1, [](const auto &word) { return !word.starts_with('-'); });

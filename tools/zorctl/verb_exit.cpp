@@ -24,7 +24,7 @@ class ExitVerb : public Verb {
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
     const uint32_t before = bus.CountProcesses(name_, deadline);
-    if (before == 0) throw NoSuchDaemon(name_);
+    if (before == 0) throw bus.NoSuchDaemon(name_);
     bus.Send({ZOR_MSG_SAFE_EXIT, name_, 0, ""}, deadline);
     bus.Send({ZOR_MSG_SAFE_EXIT, "", 0, field}, deadline);  // ends the subscriptions that others made for it
     while (bus.CountProcesses(name_, deadline) >= before) {

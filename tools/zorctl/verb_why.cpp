@@ -47,7 +47,7 @@ class WhyVerb : public Verb {
       return kExitOk;
     }
     const daemon::Daemon *subject = FindDaemon(daemons, name_);
-    if (subject == nullptr) throw NoSuchDaemon(name_);
+    if (subject == nullptr) throw bus.NoSuchDaemon(name_);
     const WaitReport report(daemons, *subject);
     common.json ? PrintJson(report.AsJson()) : report.PrintText();
     return kExitOk;

@@ -98,6 +98,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl complete types\n"
      "  zorctl complete line exit \"\"\n",
      MakeCompleteVerb, kDefaultTimeoutSeconds, "what", Reach::kNeither},
+    {"help", "Explain a verb, as its option --help does",
+     "  zorctl help monitor\n"
+     "  zorctl help\n",
+     MakeHelpVerb, kDefaultTimeoutSeconds, "verbs nothing", Reach::kNeither},
 };
 
 }  // namespace

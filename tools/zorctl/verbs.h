@@ -13,6 +13,7 @@ std::unique_ptr<Verb> MakeConfigVerb();
 std::unique_ptr<Verb> MakeExitVerb();
 std::unique_ptr<Verb> MakeGatewaysVerb();
 std::unique_ptr<Verb> MakeGraphVerb();
+std::unique_ptr<Verb> MakeHelpVerb();
 std::unique_ptr<Verb> MakeListVerb();
 std::unique_ptr<Verb> MakeListenVerb();
 std::unique_ptr<Verb> MakeLogVerb();

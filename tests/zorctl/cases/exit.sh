@@ -2,6 +2,7 @@ start msgsvr
 start notifyserver
 start provider
 run exit nobody
+run exit csm
 run exit $'evil\e[31m'
 run exit a_name_too_long
 run exit cms

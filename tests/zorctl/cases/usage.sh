@@ -1,7 +1,17 @@
 run
 run nonsense
 run list --nonsense
+run lsit
+run mon
+run list --tiemout 3
+run trace sho web
+run call GET_PROCES_NUM
+run help lisst
+normalise() { sed -E 's/^zorctl [0-9]+(\.[0-9]+)+$/zorctl VERSION/'; }
 run --version
+run --json list
+zorctl help list | cmp - <(zorctl list --help)
+zorctl help | cmp - <(zorctl --help)
 run complete moon
 run list --timeout 0
 run list --timeout nan
