@@ -4,14 +4,18 @@
 #include <zor/config_wire.h>
 #include <zor/control_wire.h>
 #include <zor/log_wire.h>
+#include <zor/status.h>
 
+#include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "programs/messages/body.h"
 #include "programs/messages/hex.h"
 #include "programs/messages/invalid.h"
 #include "programs/messages/message_types.h"
 #include "programs/messages/nearest.h"
+#include "programs/messages/status_text.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 
@@ -105,6 +109,22 @@ TEST(Body, OfAManagementMessageShowsItsItems) {
   EXPECT_EQ(messages::Decode(RequestOf(0x209), 0, body).dump(),
             R"({"items":{"error_code":0,"sub_type":7,"items":[{"name":"device","value":"lamp"},)"
             R"({"name":"esc","value":"0x1b00"}]}})");
+}
+
+TEST(Status, HasATextForEachMacroOfItsHeader) {
+  std::ifstream header(ZOR_STATUS_HEADER);
+  size_t macros = 0;
+  for (std::string line; std::getline(header, line);) {
+    std::istringstream words(line);
+    std::string define, name, number;
+    words >> define >> name >> number;
+    if (define != "#define" || !name.starts_with("ZOR_E_")) continue;
+    ++macros;
+    const auto status = static_cast<uint32_t>(std::stoul(number.substr(sizeof "UINT32_C"), nullptr, 0));
+    EXPECT_NE(messages::StatusText(status), "") << name;
+  }
+  EXPECT_GT(macros, 0u);
+  EXPECT_EQ(messages::StatusText(ZOR_OK), "");
 }
 
 TEST(MistypedWord, IsCompletedOrCorrectedWhereThatIsUnambiguous) {

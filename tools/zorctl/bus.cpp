@@ -18,6 +18,7 @@
 #include "common/malloc_ptr.h"
 #include "programs/messages/message_types.h"
 #include "programs/messages/nearest.h"
+#include "programs/messages/status_text.h"
 #include "programs/paths.h"
 #include "zorctl/control_result.h"
 #include "zorctl/exit_code.h"
@@ -55,6 +56,11 @@ Failure NotConnected() {
           "start msgsvr, or set ZOR_ROOT to the directory that it runs in"};
 }
 
+std::string StatusOf(uint32_t status) {
+  const std::string_view text = messages::StatusText(status);
+  return text.empty() ? "status " + HexText(status) : std::string(text);
+}
+
 void CheckSent(uint32_t status) {
   switch (status) {
     case ZOR_OK:
@@ -68,7 +74,7 @@ void CheckSent(uint32_t status) {
       throw Failure(kExitFailure, "cannot write the body to " + daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR),
                     "check its permissions and free space");
     default:
-      throw Failure(kExitFailure, "cannot send: status " + HexText(status), "see docs/operations.md");
+      throw Failure(kExitFailure, "cannot send: " + StatusOf(status), "see docs/operations.md");
   }
 }
 
@@ -160,7 +166,7 @@ std::optional<Message> Bus::Read(const Deadline &deadline) {
   const MallocPtr<ZOR_MSG_HEAD> head(received);
   if (status == ZOR_E_PEER_GONE || (status == ZOR_E_IO && HasHungUp(g_stMsgCtx.socketFd))) throw ServerGone();
   if (status != ZOR_OK) {
-    throw Failure(kExitFailure, "cannot read a message: status " + HexText(status),
+    throw Failure(kExitFailure, "cannot read a message: " + StatusOf(status),
                   "a body file may be missing or unreadable in " + daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR));
   }
   return Unpack(head.get());

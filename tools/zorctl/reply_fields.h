@@ -7,6 +7,12 @@
 
 namespace zor::ctl {
 
+// The same for JSON output: texts that hold a JSON object or array are shown as it, and a known status has its meaning
+// beside it.
+nlohmann::ordered_json FieldsJson(nlohmann::ordered_json fields);
+// The text, or the JSON object or array that it holds.
+nlohmann::ordered_json TextJson(const std::string &text);
+
 // A line for each field, or for each item of a management message; bytes as a dump.
 void PrintFields(const nlohmann::ordered_json &fields);
 // All of them in one line.

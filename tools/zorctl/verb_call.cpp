@@ -40,7 +40,7 @@ class CallVerb : public Verb {
       PrintJson(Json{{"type", reply.type},
                      {"name", messages::TypeText(reply.type)},
                      {"source", reply.source},
-                     {"fields", fields}});
+                     {"fields", FieldsJson(fields)}});
     } else {
       PrintFields(fields);
     }
@@ -80,7 +80,7 @@ class CallVerb : public Verb {
 
   static void PrintDone(const FleetReport &report, const FleetAnswer &answer, const Json &fields) {
     if (report.json()) {
-      Print(JsonLine(Json{{"gateway", answer.gateway}, {"result", "done"}, {"fields", fields}}));
+      Print(JsonLine(Json{{"gateway", answer.gateway}, {"result", "done"}, {"fields", FieldsJson(fields)}}));
     } else if (report.isForOne()) {
       PrintFields(fields);
     } else {

@@ -7,6 +7,7 @@
 #include "zorctl/bus.h"
 #include "zorctl/output.h"
 #include "zorctl/record.h"
+#include "zorctl/reply_fields.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
 
@@ -35,7 +36,7 @@ class RestVerb : public Verb {
     const Message reply = Request(bus, body, deadline);
     const std::string text(FieldText(reply.body.data(), reply.body.size()));
     if (common.json) {
-      PrintJson({{"from", reply.source}, {"reply", text}});
+      PrintJson({{"from", reply.source}, {"reply", TextJson(text)}});
     } else if (!text.empty()) {
       Print(EscapeLines(text) + "\n");
     }

@@ -17,6 +17,11 @@ run call DM cms --subtype 1 --item device=boiler
 run send 0x61001 cms --data 7
 run send 0x61001 cms --data 0x10 --json
 run call 0x61002 cms
+zorctl send 0x61001 cms --data 65514
+run call 0x61002 cms
+run call 0x61002 cms --json
+run call 0x61003 cms --text '[{"a":9007199254740993},"\u001b"]' --json
+run call 0x61003 cms --text '{"a":' --json
 
 # Bodies that travel in files; too large ones are refused.
 head -c 3000 /dev/zero | tr '\0' x >"$work/long"
