@@ -59,6 +59,15 @@ TEST(Table, AlignsItsColumnsAndCutsTheLines) {
   EXPECT_THAT(table.Lines(15), ElementsAre("NAME      IN  \u2026", "a\\x09b     7", "c       1234  \u2026"));
 }
 
+TEST(Table, LeavesOutWhatIsNeededLeastBeforeItCuts) {
+  Table table({{"NAME"}, {"PID", Table::Align::kRight, 1}, {"SINCE", Table::Align::kLeft, 2}, {"OUT"}});
+  table.Add({"lamp", "12", "2026-11-21", "7"});
+  EXPECT_THAT(table.Lines(26), ElementsAre("NAME  PID  SINCE       OUT", "lamp   12  2026-11-21  7"));
+  EXPECT_THAT(table.Lines(25), ElementsAre("NAME  PID  OUT", "lamp   12  7"));
+  EXPECT_THAT(table.Lines(13), ElementsAre("NAME  OUT", "lamp  7"));
+  EXPECT_THAT(table.Lines(5), ElementsAre("NAME\u2026", "lamp\u2026"));
+}
+
 TEST(Body, HasTheSizeOfTheRecordThatItStandsFor) {
   const auto sizeOf = [](std::string_view shape, const char *field) {
     return messages::Encode(shape, {{field, ""}}).body.size();

@@ -1,4 +1,5 @@
-// Rows of text in columns. In a pipe every row is complete; on a terminal it is truncated to the width.
+// Rows of text in columns. In a pipe every row is complete; on a terminal that is too narrow the columns that are
+// needed least are left out, and what is still too wide is truncated.
 #ifndef ZORCTL_TABLE_H
 #define ZORCTL_TABLE_H
 
@@ -13,6 +14,7 @@ class Table {
   struct Column {
     std::string title;
     Align align = Align::kLeft;
+    unsigned dispensable = 0;  // the highest is left out first, 0 never
   };
   using Row = std::vector<std::string>;
 
@@ -26,6 +28,10 @@ class Table {
   std::vector<std::string> Lines(size_t width) const;
 
  private:
+  size_t WidthOf(size_t column) const;
+  // The places of the columns that lines of that width have.
+  std::vector<size_t> Fitting(size_t width) const;
+
   std::vector<Column> columns_;
   std::vector<Row> rows_;
 };

@@ -88,10 +88,10 @@ class GatewaysVerb : public Verb {
   static void PrintTable(const std::vector<Gateway> &gateways) {
     Table table({{"GATEWAY"},
                  {"STATE"},
-                 {"SINCE"},
-                 {"VERSION"},
-                 {"BROKER"},
-                 {"STATUS", Align::kRight},
+                 {"SINCE", Align::kLeft, 2},
+                 {"VERSION", Align::kLeft, 3},
+                 {"BROKER", Align::kLeft, 4},
+                 {"STATUS", Align::kRight, 1},
                  {"QUEUE", Align::kRight},
                  {"UNWELL"}});
     for (const Gateway &gateway : gateways) {

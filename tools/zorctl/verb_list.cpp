@@ -77,7 +77,7 @@ class ListVerb : public Verb {
     const std::vector<Gateway> gateways = fleet.Survey(Fleet::Need::kBus);
     FleetReport report(fleet, common.json, gateways);
     std::vector<Table::Column> columns = Columns();
-    columns.insert(columns.begin(), {{"GATEWAY"}, {"AGE", Align::kRight}});
+    columns.insert(columns.begin(), {{"GATEWAY"}, {"AGE", Align::kRight, 4}});
     Table table(std::move(columns));
     bool any = false;
     for (const Gateway &gateway : gateways) {
@@ -109,14 +109,16 @@ class ListVerb : public Verb {
  private:
   std::vector<Table::Column> Columns() const {
     std::vector<Table::Column> columns = {{"NAME"},
-                                          {"PID", Align::kRight},
-                                          {"USER"},
-                                          {"SINCE"},
+                                          {"PID", Align::kRight, 1},
+                                          {"USER", Align::kLeft, 2},
+                                          {"SINCE", Align::kLeft, 3},
                                           {"WAITING", Align::kRight},
                                           {"IN", Align::kRight},
                                           {"OUT", Align::kRight},
                                           {"DROPPED", Align::kRight}};
-    if (verbose_) columns.insert(columns.end(), {{"HELD", Align::kRight}, {"EVENTS"}, {"PATTERNS"}});
+    if (verbose_)
+      columns.insert(columns.end(),
+                     {{"HELD", Align::kRight, 4}, {"EVENTS", Align::kLeft, 5}, {"PATTERNS", Align::kLeft, 6}});
     return columns;
   }
 

@@ -89,9 +89,9 @@ class NotifyVerb : public Verb {
     }
     Table table({{"MODULE"},
                  {"ID", Align::kRight},
-                 {"PID", Align::kRight},
-                 {"USER"},
-                 {"SINCE"},
+                 {"PID", Align::kRight, 1},
+                 {"USER", Align::kLeft, 2},
+                 {"SINCE", Align::kLeft, 3},
                  {"WAITING", Align::kRight},
                  {"PENDING", Align::kRight},
                  {"IN", Align::kRight},
