@@ -27,11 +27,12 @@ class ExitVerb : public Verb {
     if (before == 0) throw bus.NoSuchDaemon(name_);
     bus.Send({ZOR_MSG_SAFE_EXIT, name_, 0, ""}, deadline);
     bus.Send({ZOR_MSG_SAFE_EXIT, "", 0, field}, deadline);  // ends the subscriptions that others made for it
-    while (bus.CountProcesses(name_, deadline) >= before) {
+    uint32_t left = before;
+    while ((left = bus.CountProcesses(name_, deadline)) >= before) {
       TakeReply(bus, deadline.Within(kPollEvery));
       if (deadline.over()) throw StillThere(common);
     }
-    Report(common);
+    Report(common, left);
     return kExitOk;
   }
 
@@ -53,12 +54,16 @@ class ExitVerb : public Verb {
     return {kExitRefused, there + "; it replied " + std::to_string(*reply_), "it refuses to leave"};
   }
 
-  void Report(const Common &common) const {
+  // A process of the same name is met next by messages to it, which whoever asked should know.
+  void Report(const Common &common, uint32_t others) const {
     if (common.json) {
-      PrintJson({{"name", name_}, {"left", true}});
-    } else {
-      Print(name_ + " has left the bus\n");
+      PrintJson({{"name", name_}, {"left", true}, {"others", others}});
+      return;
     }
+    Print(name_ + " has left the bus\n");
+    if (others == 0) return;
+    Print(others == 1 ? "another daemon of that name stays\n"
+                      : std::to_string(others) + " other daemons of that name stay\n");
   }
 
   std::string name_;

@@ -5,7 +5,10 @@ run exit nobody
 run exit csm
 run exit $'evil\e[31m'
 run exit a_name_too_long
+spawn second "$build/tests/zorctl/peer" idle cms
+await grep -q ready "$ZOR_ROOT/second.out"
 run exit cms
+stop second
 run exit cms
 
 start provider
