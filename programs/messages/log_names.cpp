@@ -7,6 +7,7 @@
 #include "common/ascii.h"
 #include "programs/format_number.h"
 #include "programs/messages/invalid.h"
+#include "programs/messages/nearest.h"
 #include "programs/messages/number.h"
 #include "programs/messages/text.h"
 
@@ -26,14 +27,18 @@ std::string LevelName(uint32_t bit) {
   return name == nullptr ? "" : name;
 }
 
-// "known ones: ", and the names of these bits.
-std::string Known(std::string (*nameOf)(uint32_t), uint32_t bits) {
+// The names of these bits.
+std::vector<std::string> NamesOf(std::string (*nameOf)(uint32_t), uint32_t bits) {
   std::vector<std::string> known;
   for (uint32_t bit = 1; (bit & bits) != 0; bit <<= 1) {
     const std::string text = nameOf(bit);
     if (!text.empty() && std::find(known.begin(), known.end(), text) == known.end()) known.push_back(text);
   }
-  return "known ones: " + Join(known, ", ");
+  return known;
+}
+
+std::string Known(const std::string &name, const std::vector<std::string> &known) {
+  return DidYouMean(name, known) + "known ones: " + Join(known, ", ");
 }
 
 uint32_t TypeBits(const std::string &name) {
@@ -42,11 +47,19 @@ uint32_t TypeBits(const std::string &name) {
   for (uint32_t bit = 1; (bit & kAllTypes) != 0; bit <<= 1) {
     if (!name.empty() && EqualIgnoringCase(TypeName(bit), name)) bits |= bit;
   }
-  if (bits == 0) throw UnknownName("unknown log type " + Escape(name), Known(TypeName, kAllTypes));
+  if (bits == 0) throw UnknownName("unknown log type " + Escape(name), Known(name, LogTypeNames()));
   return bits;
 }
 
 }  // namespace
+
+std::vector<std::string> LogTypeNames() {
+  return NamesOf(TypeName, kAllTypes);
+}
+
+std::vector<std::string> LogLevelNames() {
+  return NamesOf(LevelName, ZOR_LOG_LEVEL_MASK);
+}
 
 uint32_t LogTypes(const std::vector<std::string> &names) {
   uint32_t bits = 0;
@@ -59,7 +72,7 @@ uint32_t LogLevels(const std::string &name) {
   for (uint32_t bit = ZOR_LOG_EMERGENCY; bit <= ZOR_LOG_DEBUG; bit <<= 1) {
     if (EqualIgnoringCase(LevelName(bit), name)) return bit | (bit - 1);
   }
-  throw Invalid("unknown log level " + Escape(name), Known(LevelName, ZOR_LOG_LEVEL_MASK));
+  throw Invalid("unknown log level " + Escape(name), Known(name, LogLevelNames()));
 }
 
 std::string LogTypeText(uint32_t typeLevel) {

@@ -15,6 +15,10 @@ uint32_t LogTypes(const std::vector<std::string> &names);
 // The bits of the named level and of those that are more severe, all of them for no name. Invalid for an unknown one.
 uint32_t LogLevels(const std::string &name);
 
+// The names that these two know, in the order of their bits.
+std::vector<std::string> LogTypeNames();
+std::vector<std::string> LogLevelNames();
+
 // The English names of a record's type and level; numbers for those without one.
 std::string LogTypeText(uint32_t typeLevel);
 std::string LogLevelText(uint32_t typeLevel);

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <sstream>
 
 #include "programs/messages/nearest.h"
 #include "programs/version.h"
@@ -23,6 +24,15 @@ CLI::App *AddVerb(CLI::App &program, const VerbRow &row) {
 }
 
 }  // namespace
+
+std::vector<std::string> ChoicesIn(std::string_view text) {
+  std::vector<std::string> words;
+  const size_t open = text.find('{'), close = text.rfind('}');
+  if (open == text.npos || close == text.npos || close < open) return words;
+  std::istringstream list{std::string(text.substr(open + 1, close - open - 1))};
+  for (std::string word; std::getline(list, word, ',');) words.push_back(word);
+  return words;
+}
 
 void DeclareProgram(CLI::App &program) {
   program.name("zorctl");
@@ -61,19 +71,40 @@ std::string VerbMeant(std::string_view name) {
   return messages::DidYouMean(name, names);
 }
 
-std::vector<std::string> OptionsOf(const VerbRow &row) {
-  CLI::App app;
-  const std::unique_ptr<Verb> verb = row.make();
-  verb->Declare(app);
-  FleetArguments fleet;
-  if (row.reach != Reach::kHere) fleet.Declare(app, row.reach);
-  std::vector<std::string> names = {"--json", "--timeout", "--help"};
-  for (const CLI::Option *option : app.get_options()) {
+VerbWords::VerbWords(const VerbRow &row) : verb_(row.make()), app_(std::make_unique<CLI::App>()) {
+  verb_->Declare(*app_);
+  AddSeconds(*app_, "--timeout", seconds_, "");
+  if (row.reach != Reach::kHere) fleet_.Declare(*app_, row.reach);
+}
+
+VerbWords::~VerbWords() = default;
+
+std::vector<std::string> VerbWords::Options() const {
+  std::vector<std::string> names = {"--json"};
+  for (const CLI::Option *option : app_->get_options()) {
     for (const std::string &name : option->get_lnames()) names.push_back("--" + name);
   }
   std::sort(names.begin(), names.end());
   names.erase(std::unique(names.begin(), names.end()), names.end());
   return names;
+}
+
+bool VerbWords::TakesNext(const std::string &word) const {
+  if (!word.starts_with('-') || word.find('=') != word.npos) return false;
+  const CLI::Option *option = app_->get_option_no_throw(word);
+  return option != nullptr && option->get_items_expected_max() > 0;
+}
+
+std::vector<std::string> VerbWords::ChoicesOf(const std::string &option) const {
+  const CLI::Option *found = app_->get_option_no_throw(option);
+  return found == nullptr ? std::vector<std::string>() : ChoicesIn(found->get_type_name());
+}
+
+std::vector<std::string> VerbWords::ChoicesAt(size_t place) const {
+  for (const CLI::Option *option : app_->get_options()) {
+    if (option->get_positional() && place-- == 0) return ChoicesIn(option->get_type_name());
+  }
+  return {};
 }
 
 }  // namespace zor::ctl

@@ -21,6 +21,9 @@ struct Selected {
   double seconds = 0;
 };
 
+// The words between braces, as CLI11 lists those that an option takes: "{show,set,clear}".
+std::vector<std::string> ChoicesIn(std::string_view text);
+
 // The program without verbs.
 void DeclareProgram(CLI::App &program);
 // All verbs without options, which take time to declare.
@@ -32,8 +35,29 @@ void DeclareVerb(CLI::App &program, Selected &selected);
 const VerbRow *FindVerb(std::string_view name);
 // What the user may have meant by a verb that does not exist, as DidYouMean returns it.
 std::string VerbMeant(std::string_view name);
-// The long names of a verb's options, sorted.
-std::vector<std::string> OptionsOf(const VerbRow &row);
+
+// The options and arguments of a verb, for who helps to write them.
+class VerbWords {
+ public:
+  explicit VerbWords(const VerbRow &row);
+  ~VerbWords();
+  VerbWords(const VerbWords &) = delete;
+  VerbWords &operator=(const VerbWords &) = delete;
+
+  // The long names of the options, sorted.
+  std::vector<std::string> Options() const;
+  // Whether the word is an option that the next word belongs to.
+  bool TakesNext(const std::string &word) const;
+  // The words that an option, or the argument at that place, is limited to; empty if it is not.
+  std::vector<std::string> ChoicesOf(const std::string &option) const;
+  std::vector<std::string> ChoicesAt(size_t place) const;
+
+ private:
+  std::unique_ptr<Verb> verb_;
+  FleetArguments fleet_;
+  double seconds_ = 0;
+  std::unique_ptr<CLI::App> app_;
+};
 
 }  // namespace zor::ctl
 

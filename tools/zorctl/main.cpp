@@ -4,7 +4,6 @@
 #include <clocale>
 #include <cstdio>
 #include <exception>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,7 +26,7 @@ void PrintError(const std::string &verb, const std::string &what, const std::str
 
 // What the user may have meant by the first option that the verb does not have.
 std::string OptionMeant(const VerbRow &row, const std::vector<std::string> &words) {
-  const std::vector<std::string> known = OptionsOf(row);
+  const std::vector<std::string> known = VerbWords(row).Options();
   for (const std::string &word : words) {
     const std::string name = word.substr(0, word.find('='));
     if (!name.starts_with("--") || std::find(known.begin(), known.end(), name) != known.end()) continue;
@@ -43,10 +42,7 @@ std::string ValueMeant(std::string_view what) {
   if (end == what.npos || !what.ends_with('}')) return {};
   const size_t colon = what.substr(0, end).rfind(": ");
   const std::string_view word = what.substr(0, end).substr(colon == what.npos ? 0 : colon + 2);
-  std::vector<std::string> known;
-  std::istringstream list{std::string(what.substr(end + kNotIn.size(), what.size() - end - kNotIn.size() - 1))};
-  for (std::string each; std::getline(list, each, ',');) known.push_back(each);
-  return messages::DidYouMean(word, known);
+  return messages::DidYouMean(word, ChoicesIn(what.substr(end)));
 }
 
 // CLI11's texts are sentences with a full stop.

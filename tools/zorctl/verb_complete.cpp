@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "programs/messages/event.h"
+#include "programs/messages/log_names.h"
 #include "programs/messages/message_types.h"
 #include "zorctl/bus.h"
 #include "zorctl/command_line.h"
@@ -55,6 +56,33 @@ struct Source {
 constexpr Source kSources[] = {
     {"names", Names}, {"types", Types}, {"modules", messages::EventModules}, {"verbs", VerbNames}};
 
+// Shells distinguish cases, users do not.
+Words InLowerCase(Words words) {
+  for (std::string &word : words) {
+    std::transform(word.begin(), word.end(), word.begin(),
+                   [](char each) { return each >= 'A' && each <= 'Z' ? static_cast<char>(each - 'A' + 'a') : each; });
+  }
+  return words;
+}
+
+Words LevelNames() {
+  return InLowerCase(messages::LogLevelNames());
+}
+
+Words TypeNames() {
+  return InLowerCase(messages::LogTypeNames());
+}
+
+// What the values of options are that are not limited to some words.
+struct OptionSource {
+  std::string_view verb;  // empty: any
+  std::string_view option;
+  Words (*list)();
+};
+
+constexpr OptionSource kOptionSources[] = {
+    {"", "--name", Names}, {"", "--level", LevelNames}, {"log", "--type", TypeNames}, {"", "--type", Types}};
+
 Words SplitAtBars(std::string_view list) {
   Words words;
   for (;;) {
@@ -100,6 +128,14 @@ Words WithoutFleetOptions(const Words &typed) {
   return line;
 }
 
+Words ValuesOf(const VerbRow &row, const VerbWords &verb, const std::string &option) {
+  if (const Words choices = verb.ChoicesOf(option); !choices.empty()) return choices;
+  for (const OptionSource &each : kOptionSources) {
+    if (each.option == option && (each.verb.empty() || each.verb == row.name)) return each.list();
+  }
+  return {};
+}
+
 // Candidates for the last word of a command line, whose first words are a verb, perhaps after options of a fleet.
 Words CandidatesFor(const Words &typed) {
   const Words line = WithoutFleetOptions(typed);
@@ -107,10 +143,19 @@ Words CandidatesFor(const Words &typed) {
   if (line.size() < 2) return VerbNames();
   const VerbRow *row = FindVerb(line[0]);
   if (row == nullptr) return {};
-  if (line.back().starts_with('-')) return OptionsOf(*row);
-  const auto place =
-      std::count_if(line.begin() + 1, line.end() - 1, [](const auto &word) { return !word.starts_with('-'); });
-  return ListOf(SourceAt(*row, static_cast<size_t>(place)));
+  const VerbWords verb(*row);
+  if (line.size() > 2 && verb.TakesNext(line[line.size() - 2])) return ValuesOf(*row, verb, line[line.size() - 2]);
+  if (line.back().starts_with('-')) return verb.Options();
+  size_t place = 0;
+  for (size_t i = 1; i + 1 < line.size(); ++i) {
+    if (verb.TakesNext(line[i])) {
+      ++i;
+    } else if (!line[i].starts_with('-')) {
+      ++place;
+    }
+  }
+  const Words choices = verb.ChoicesAt(place);
+  return choices.empty() ? ListOf(SourceAt(*row, place)) : choices;
 }
 
 // For the shells' scripts and for users who look for a name. Errors leave the list empty: a shell has no place to show

@@ -47,5 +47,15 @@ offers call --fleet mqtt://bro
 offers why a:
 offers server ''
 offers server restart n
+offers trace s
+offers trace show l
+offers config list ''
+offers config get --as ''
+offers config get --as hex p
+offers monitor --type GET_P
+offers monitor --name l
+offers log --level e
+offers log --type --follow --co
+offers help mon
 offers nonsense ''
 test ! -e x
