@@ -32,9 +32,13 @@ namespace {
 
 constexpr char kServer[] = "the message server";
 
+}  // namespace
+
 Failure ServerGone() {
   return {kExitNoServer, std::string(kServer) + " has disconnected", "restart it, then run this command again"};
 }
+
+namespace {
 
 Failure TimeOver(const std::string &what) {
   return {kExitTimeOver, what, "check whether it is busy or stuck, or increase --timeout"};
@@ -78,19 +82,6 @@ void CheckSent(uint32_t status) {
   }
 }
 
-// The library's own timers, for the reports that the server requested.
-int TimeUntilTimer() {
-  timespec now = {};
-  ::clock_gettime(CLOCK_MONOTONIC, &now);
-  UvLoop *loop = ZOR_UV_LoopGetDefault();
-  UvTime wait = {};
-  if (loop == nullptr) return -1;
-  loop->now = {static_cast<int32_t>(now.tv_sec), static_cast<int32_t>(now.tv_nsec / 1000)};
-  constexpr int32_t kLongest = 3600;
-  if (ZOR_UV_RunTimers(loop, &wait) != ZOR_OK) return -1;
-  return std::clamp(wait.seconds, 0, kLongest) * 1000 + wait.microseconds / 1000 + 1;
-}
-
 Message Unpack(ZOR_MSG_HEAD *head) {
   const auto *body = static_cast<const char *>(ZOR_MSG_GetMsgByHead(head));
   return {head->type & ZOR_MSG_TYPE_MASK, head->sequence, std::string(FieldText(head->source, sizeof head->source)),
@@ -113,9 +104,9 @@ bool IsReplyTo(const Message &message, const Outgoing &request) {
 
 }  // namespace
 
-Bus::Bus(const Deadline &deadline) {
+Bus::Bus(const Deadline &deadline, const std::string &name) {
   const Watchdog watchdog(deadline);
-  const std::string wanted = "ctl" + std::to_string(::getpid());
+  const std::string wanted = name.empty() ? "ctl" + std::to_string(::getpid()) : name;
   if (ZOR_MSG_Init(wanted.c_str()) != ZOR_OK) throw NotConnected();
   if (g_stMsgCtx.socketFd < 0) {
     throw Failure(kExitRefused, std::string(kServer) + " refused the connection",
@@ -134,12 +125,32 @@ uint32_t Bus::Send(const Outgoing &message, const Deadline &deadline) {
     throw Failure(kExitUsage, "the body is too large: " + std::to_string(message.body.size()) + " bytes",
                   "receivers accept at most " + std::to_string(kMaxBody));
   }
+  SendNumbered(message, ++sequence_, deadline);
+  return sequence_;
+}
+
+void Bus::Reply(const Message &request, uint32_t data, const std::string &body, const Deadline &deadline) {
+  SendNumbered({request.type, request.source, data, body}, request.sequence, deadline);
+}
+
+void Bus::SendNumbered(const Outgoing &message, uint32_t sequence, const Deadline &deadline) {
   const Watchdog watchdog(deadline);
   const auto length = static_cast<uint32_t>(message.body.size());
   CheckSent(ZOR_MSG_SendMsgDataWithDataSeq(message.destination.c_str(), message.type,
                                            length == 0 ? nullptr : message.body.data(), length, message.data,
-                                           ++sequence_));
-  return sequence_;
+                                           sequence));
+}
+
+int Bus::TimeUntilTimer() {
+  timespec now = {};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  UvLoop *loop = ZOR_UV_LoopGetDefault();
+  UvTime wait = {};
+  if (loop == nullptr) return -1;
+  loop->now = {static_cast<int32_t>(now.tv_sec), static_cast<int32_t>(now.tv_nsec / 1000)};
+  constexpr int32_t kLongest = 3600;
+  if (ZOR_UV_RunTimers(loop, &wait) != ZOR_OK) return -1;
+  return std::clamp(wait.seconds, 0, kLongest) * 1000 + wait.microseconds / 1000 + 1;
 }
 
 bool Bus::AwaitMessage(const Deadline &deadline) {

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "programs/stop_signal.h"
 #include "zorctl/deadline.h"
@@ -44,7 +45,8 @@ constexpr size_t kMaxBody = ZOR_MSG_DISPATCH_BODY_MAX;
 
 class Bus {
  public:
-  explicit Bus(const Deadline &deadline);
+  // Under the name, or as "ctl<pid>".
+  explicit Bus(const Deadline &deadline, const std::string &name = {});
   ~Bus();
   Bus(const Bus &) = delete;
   Bus &operator=(const Bus &) = delete;
@@ -55,6 +57,9 @@ class Bus {
   // The next message; first those received while a request waited. No value at the deadline or when the user stops the
   // verb (see StopWith).
   std::optional<Message> Receive(const Deadline &deadline);
+
+  // Replies to a request, whose sequence number the reply has.
+  void Reply(const Message &request, uint32_t data, const std::string &body, const Deadline &deadline);
 
   // Sends a request and waits for the reply: the next message of its type, from its destination if it names one.
   Message Request(const Outgoing &request, const Deadline &deadline);
@@ -81,12 +86,18 @@ class Bus {
     stopped_ = false;
   }
 
+  // Waits until a message can be read; false at the deadline or when the user stops the verb.
+  bool AwaitMessage(const Deadline &deadline);
+  // Runs the library's timers, for the reports that the server requested. Returns the time until the next one for poll.
+  static int TimeUntilTimer();
+  // The messages that were received while a request waited.
+  std::deque<Message> TakeSetAside() { return std::exchange(setAside_, {}); }
+
   const std::string &name() const { return name_; }
 
  private:
+  void SendNumbered(const Outgoing &message, uint32_t sequence, const Deadline &deadline);
   Failure Undelivered(const Outgoing &request);
-  // False at the deadline or when the user stops the verb.
-  bool AwaitMessage(const Deadline &deadline);
   std::optional<Message> Read(const Deadline &deadline);
 
   std::string name_;
@@ -95,6 +106,9 @@ class Bus {
   daemon::StopSignal *stop_ = nullptr;
   bool stopped_ = false;
 };
+
+// The server has disconnected.
+Failure ServerGone();
 
 // A name as a field of the wire, zero-padded. Failure (usage) when it is empty, too long or not visible ASCII.
 std::string NameField(std::string_view name);

@@ -23,7 +23,7 @@ constexpr uint16_t kPacketDropCount = 4;
 
 constexpr uint32_t kByteOrderMagic = 0x1A2B3C4D;
 constexpr std::byte kMicroseconds{6};
-constexpr size_t kFlushSize = 64 * 1024;
+constexpr size_t kFlushSize = 256 * 1024;
 
 template <typename T>
 void Put(Bytes &bytes, T value) {

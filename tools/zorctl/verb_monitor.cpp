@@ -3,124 +3,30 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <system_error>
 
-#include "programs/messages/bus_copy.h"
 #include "programs/messages/message_types.h"
 #include "programs/stop_signal.h"
 #include "zorctl/bus.h"
-#include "zorctl/copy_line.h"
+#include "zorctl/busiest.h"
+#include "zorctl/copy_stream.h"
+#include "zorctl/monitor_sink.h"
 #include "zorctl/number_option.h"
 #include "zorctl/output.h"
-#include "zorctl/pcapng.h"
 #include "zorctl/record.h"
 #include "zorctl/text.h"
+#include "zorctl/type_range.h"
 #include "zorctl/verbs.h"
 
 namespace zor::ctl {
 namespace {
 
-using messages::BusCopy;
-using messages::Conversations;
-
 constexpr Milliseconds kSetUpTime{5000};  // the time to watch begins after it
 constexpr Milliseconds kRefresh{250};     // of progress, and of a file that another program is reading
-
-struct TypeRange {
-  uint32_t first;
-  uint32_t last;
-};
-
-// "TYPE" or "TYPE-TYPE"; names have no hyphens.
-TypeRange ParseTypes(const std::string &text) {
-  const size_t hyphen = text.find('-');
-  const uint32_t first = messages::ParseType(text.substr(0, hyphen));
-  const uint32_t last = hyphen == std::string::npos ? first : messages::ParseType(text.substr(hyphen + 1));
-  if (last < first || last == 0) {
-    throw Failure(kExitUsage, "not a range of message types: " + Escape(text),
-                  "write 0x5000-0x50FF, the lower one first");
-  }
-  return {first, last};
-}
-
-struct Totals {
-  uint64_t copies = 0;
-  uint64_t missed = 0;
-
-  std::string Text() const { return std::to_string(copies) + " copied, " + std::to_string(missed) + " missed"; }
-};
-
-// Where the copies go.
-class Sink {
- public:
-  virtual ~Sink() = default;
-  virtual void Take(std::string_view bytes, const BusCopy &copy) = 0;
-  // Called from time to time, and at the end.
-  virtual void Refresh(const Totals &totals) = 0;
-};
-
-class LineSink : public Sink {
- public:
-  LineSink() { PrintLine(Bold(Cut(CopyTitles(), OutputWidth()))); }
-  void Take(std::string_view, const BusCopy &copy) override {
-    if (copy.copy.missed > 0) PrintLine("... " + std::to_string(copy.copy.missed) + " missed");
-    PrintLine(Cut(CopyLine(copy, conversations_.IsReply(copy)), OutputWidth()));
-  }
-  void Refresh(const Totals &) override {}
-
- private:
-  static void PrintLine(const std::string &line) { Print(line + "\n"); }
-
-  Conversations conversations_;
-};
-
-class JsonSink : public Sink {
- public:
-  void Take(std::string_view, const BusCopy &copy) override {
-    PrintJson(messages::CopyJson(copy, conversations_.IsReply(copy)));
-  }
-  void Refresh(const Totals &) override {}
-
- private:
-  Conversations conversations_;
-};
-
-class FileSink : public Sink {
- public:
-  explicit FileSink(const std::string &path) : path_(path) {
-    std::signal(SIGXFSZ, SIG_IGN);  // write reports it
-    const bool opened = path == "-" ? file_.Attach(OutputDescriptor(), kInterface) : file_.Open(path, kInterface);
-    if (!opened) Fail();
-  }
-  void Take(std::string_view bytes, const BusCopy &) override {
-    if (!file_.Write(std::as_bytes(std::span(bytes)))) Fail();
-  }
-  void Refresh(const Totals &totals) override {
-    if (!file_.Flush()) Fail();
-    ShowProgress(totals.Text() + ", " + std::to_string(file_.bytes() / 1024) + " KiB");
-  }
-
- private:
-  static constexpr char kInterface[] = "bus";
-
-  [[noreturn]] void Fail() {
-    const int error = errno;
-    if (path_ == "-" && error == EPIPE) throw OutputClosed();
-    const std::string what = path_ == "-" ? "the output" : Escape(path_);
-    throw Failure(kExitFailure, "cannot write " + what + ": " + std::strerror(error),
-                  file_.bytes() == 0 ? "choose another file"
-                                     : "the first " + std::to_string(file_.packets()) + " messages are in the file");
-  }
-
-  std::string path_;
-  PcapngFile file_;
-};
 
 class MonitorVerb : public Verb {
  public:
@@ -153,23 +59,23 @@ class MonitorVerb : public Verb {
     bus.StopWith(signal);
     WarnIfAbsent(bus, setUp);
     bus.Control(ZOR_MSG_CONTROL_MONITOR, RecordBytes(filter), setUp);
+    CopyStream stream(bus);
     const std::unique_ptr<Sink> sink = MakeSink(common);
-    Totals totals;
     bool stopped = false;
     try {
-      Watch(bus, common.deadline(), *sink, totals);
+      Watch(bus, stream, common.deadline(), *sink);
       stopped = bus.stopped();
-      if (!full(totals)) End(bus, *sink, totals);
+      if (!full()) End(bus, stream, *sink);
     } catch (const Failure &) {
-      Conclude(*sink, totals);
+      Conclude(*sink);
       throw;
     }
-    Conclude(*sink, totals);
-    return limit_ == 0 || full(totals) || stopped ? kExitOk : kExitTimeOver;
+    Conclude(*sink);
+    return limit_ == 0 || full() || stopped ? kExitOk : kExitTimeOver;
   }
 
  private:
-  bool full(const Totals &totals) const { return limit_ != 0 && totals.copies >= limit_; }
+  bool full() const { return limit_ != 0 && totals_.copies >= limit_; }
 
   ZOR_CONTROL_FILTER Filter() const {
     ZOR_CONTROL_FILTER filter{};
@@ -193,54 +99,79 @@ class MonitorVerb : public Verb {
   }
 
   std::unique_ptr<Sink> MakeSink(const Common &common) const {
-    if (!file_.empty()) return std::make_unique<FileSink>(file_);
-    if (common.json) return std::make_unique<JsonSink>();
-    return std::make_unique<LineSink>();
+    if (!file_.empty()) return MakeFileSink(file_);
+    return common.json ? MakeJsonSink() : MakeLineSink();
   }
 
-  void Watch(Bus &bus, const Deadline &deadline, Sink &sink, Totals &totals) const {
+  void Watch(Bus &bus, CopyStream &stream, const Deadline &deadline, Sink &sink) {
     Deadline refresh(kRefresh);
-    while (!deadline.over() && !bus.stopped() && !full(totals)) {
-      const std::optional<Message> message = bus.Receive(deadline.Within(refresh.left()));
-      if (message && IsCopy(*message)) Take(message->body, sink, totals);
+    while (!deadline.over() && !bus.stopped() && !full()) {
+      stream.Read(deadline.Within(refresh.left()), [&](const ZOR_MSG_HEAD &head, std::string_view body) {
+        if (head.type == ZOR_MSG_CONTROL_COPY) Take(body, sink);
+        return !full();
+      });
       if (!refresh.over()) continue;
-      sink.Refresh(totals);
+      sink.Refresh(totals_);
       refresh = Deadline(kRefresh);
     }
   }
 
   // Takes the copies still under way. The server's reply contains the number of copies lost after the latest one.
-  void End(Bus &bus, Sink &sink, Totals &totals) const {
+  void End(Bus &bus, CopyStream &stream, Sink &sink) {
     const Deadline deadline = Deadline(Milliseconds(0)).ForServer();
     bus.IgnoreStop();
     const uint32_t request = bus.Send({ZOR_MSG_CONTROL_MONITOR, "", 0, ""}, deadline);
-    while (const std::optional<Message> message = bus.Receive(deadline)) {
-      if (IsCopy(*message) && !full(totals)) Take(message->body, sink, totals);
-      if (message->type != ZOR_MSG_CONTROL_MONITOR || message->sequence != request || !message->fromServer()) continue;
-      uint32_t missed = 0;
-      message->body.copy(reinterpret_cast<char *>(&missed), sizeof missed);
-      totals.missed += missed;
-      return;
+    bool replied = false;
+    while (!replied && !deadline.over()) {
+      stream.Read(deadline, [&](const ZOR_MSG_HEAD &head, std::string_view body) {
+        if (head.type == ZOR_MSG_CONTROL_COPY && !full()) Take(body, sink);
+        replied = head.type == ZOR_MSG_CONTROL_MONITOR && head.sequence == request;
+        uint32_t missed = 0;
+        if (replied) body.copy(reinterpret_cast<char *>(&missed), sizeof missed);
+        totals_.missed += missed;
+        return !replied;
+      });
     }
   }
 
-  // Any client can send messages of that type.
-  static bool IsCopy(const Message &message) { return message.type == ZOR_MSG_CONTROL_COPY && message.fromServer(); }
-
-  static void Take(const std::string &bytes, Sink &sink, Totals &totals) {
-    const std::optional<BusCopy> copy = messages::ParseCopy(bytes);
+  void Take(std::string_view bytes, Sink &sink) {
+    const std::optional<messages::BusCopy> copy = messages::ParseCopy(bytes);
     if (!copy) return;
-    ++totals.copies;
-    totals.missed += copy->copy.missed;
+    ++totals_.copies;
+    totals_.missed += copy->copy.missed;
+    busiest_.Add(*copy);
     sink.Take(bytes, *copy);
   }
 
-  static void Conclude(Sink &sink, const Totals &totals) {
-    sink.Refresh(totals);
+  void Conclude(Sink &sink) const {
+    sink.Refresh(totals_);
     ShowProgress("");
-    std::fprintf(stderr, "zorctl monitor: %s\n", totals.Text().c_str());
+    std::fprintf(stderr, "zorctl monitor: %s\n", totals_.Text().c_str());
+    if (totals_.missed > 0) std::fprintf(stderr, "zorctl monitor: %s\n", NarrowerText().c_str());
   }
 
+  // What the user can do so that fewer copies are missed.
+  std::string NarrowerText() const {
+    const Busiest::Kind most = busiest_.kind();
+    std::string text = "the bus was faster than this monitor";
+    if (most.count > 0) {
+      const std::string sender = most.source.empty() ? "the server" : Escape(most.source);
+      text += "; " + std::to_string(most.count * 100 / totals_.copies) + " % of the copies were " +
+              messages::TypeText(most.type) + " from " + sender;
+    }
+    if (type_.empty() || name_.empty()) {
+      text += ": narrow it with ";
+      text += !type_.empty() ? "--name NAME" : name_.empty() ? "--type TYPE or --name NAME" : "--type TYPE";
+    } else if (!sent_ && !received_) {
+      text += ": narrow it with --sent or --received";
+    }
+    return file_.empty()
+               ? text + (text.find(": narrow") == text.npos ? ": write --pcapng FILE" : ", or write --pcapng FILE")
+               : text;
+  }
+
+  Totals totals_;
+  Busiest busiest_;
   std::string name_, type_, file_;
   bool sent_ = false, received_ = false, lines_ = false;
   uint32_t limit_ = 0;

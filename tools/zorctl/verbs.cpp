@@ -85,7 +85,7 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl access explain user:web own cms\n"
      "  zorctl access test 50-web.conf\n",
      MakeAccessVerb, kDefaultTimeoutSeconds,
-     "explain|learn|test any|user:|group:|unit:|exe:|board:|own|serve|send|publish|subscribe|post|control|module"},
+     "explain any|user:|group:|unit:|exe:|board:|own|serve|send|publish|subscribe|post|control|module"},
     {"gateways", "List the gateways of a fleet: which are online, since when, and what is unwell",
      "  zorctl gateways --fleet mqtts://broker.example --unwell\n"
      "  zorctl gateways --json --gateway 'north-*' | jq -r .gateway\n",

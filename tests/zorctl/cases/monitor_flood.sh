@@ -18,6 +18,7 @@ await all_read
 for i in 0 1 2 3 4 5 6 7 8 9; do
   kill -INT "$(running "monitor$i")"
   await gone "monitor$i"
-  awk '{ print ($3 + $5 == 3000 ? "copied and missed are all" : $0) }' "$ZOR_ROOT/monitor$i.err"
+  awk '/copied,/ { print ($3 + $5 == 3000 ? "copied and missed are all" : $0) }' "$ZOR_ROOT/monitor$i.err"
 done
-awk '$5 > 0 { print "the stopped one has missed some" }' "$ZOR_ROOT/monitor9.err"
+awk '/copied,/ && $5 > 0 { print "the stopped one has missed some" }' "$ZOR_ROOT/monitor9.err"
+sed -n 's/[0-9]* %/N %/p' "$ZOR_ROOT/monitor9.err"
