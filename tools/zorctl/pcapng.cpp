@@ -13,7 +13,11 @@ namespace {
 
 using Bytes = std::vector<std::byte>;
 
-enum BlockType : uint32_t { kSectionHeader = 0x0A0D0D0A, kInterface = 1, kEnhancedPacket = 6 };
+using pcapng::BlockType;
+using pcapng::kByteOrderMagic;
+using pcapng::kEnhancedPacket;
+using pcapng::kInterface;
+using pcapng::kSectionHeader;
 
 // Each type of block numbers its options separately.
 constexpr uint16_t kSectionApplication = 4;
@@ -21,7 +25,6 @@ constexpr uint16_t kInterfaceName = 2;
 constexpr uint16_t kInterfaceResolution = 9;
 constexpr uint16_t kPacketDropCount = 4;
 
-constexpr uint32_t kByteOrderMagic = 0x1A2B3C4D;
 constexpr std::byte kMicroseconds{6};
 constexpr size_t kFlushSize = 256 * 1024;
 

@@ -20,6 +20,14 @@ namespace zor::ctl {
 
 inline constexpr uint16_t kPcapngLinkType = 147;  // LINKTYPE_USER0
 
+namespace pcapng {
+
+enum BlockType : uint32_t { kSectionHeader = 0x0A0D0D0A, kInterface = 1, kEnhancedPacket = 6 };
+
+inline constexpr uint32_t kByteOrderMagic = 0x1A2B3C4D;
+
+}  // namespace pcapng
+
 class PcapngFile {
  public:
   // Creates the file, or empties it. The interface name distinguishes captures. This and the following return false

@@ -45,6 +45,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl monitor --name web --timeout 10\n"
      "  zorctl monitor --type 0x5000-0x50FF --pcapng bus.pcapng\n",
      MakeMonitorVerb, 60},
+    {"replay", "Send messages of a capture once more; only of the types that are named, and none that were truncated",
+     "  zorctl replay bus.pcapng --type 0x4000-0x40FF\n"
+     "  zorctl replay bus.pcapng --type DB_SAVE --speed 10\n",
+     MakeReplayVerb, 3600, "nothing"},
     {"log", "Print the log that users see, or a statistic of the logging daemon",
      "  zorctl log --type user,system --level warning --count 20\n"
      "  zorctl log --follow --language zh\n",
