@@ -6,6 +6,7 @@ namespace {
 constexpr double kBootSeconds = 30;
 // More than a successor has for its trial.
 constexpr double kRestartSeconds = 15;
+constexpr double kScriptSeconds = 10;
 
 // In the order of --help.
 constexpr VerbRow kVerbs[] = {
@@ -49,6 +50,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl replay bus.pcapng --type 0x4000-0x40FF\n"
      "  zorctl replay bus.pcapng --type DB_SAVE --speed 10\n",
      MakeReplayVerb, 3600, "nothing"},
+    {"serve", "Be a daemon whose requests a script answers",
+     "  zorctl serve 0x4001 clock --exec /usr/bin/date\n"
+     "  zorctl serve 0x4001 greeter --exec ./greet.sh --at-once 1 --timeout 2\n",
+     MakeServeVerb, kScriptSeconds, "types names nothing"},
     {"log", "Print the log that users see, or a statistic of the logging daemon",
      "  zorctl log --type user,system --level warning --count 20\n"
      "  zorctl log --follow --language zh\n",

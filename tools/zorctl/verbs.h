@@ -25,6 +25,7 @@ std::unique_ptr<Verb> MakePublishVerb();
 std::unique_ptr<Verb> MakeReplayVerb();
 std::unique_ptr<Verb> MakeRestVerb();
 std::unique_ptr<Verb> MakeSendVerb();
+std::unique_ptr<Verb> MakeServeVerb();
 std::unique_ptr<Verb> MakeServerVerb();
 std::unique_ptr<Verb> MakeTopVerb();
 std::unique_ptr<Verb> MakeTraceVerb();
