@@ -6,6 +6,7 @@
 
 #include "programs/messages/nearest.h"
 #include "programs/version.h"
+#include "zorctl/output.h"
 #include "zorctl/seconds_option.h"
 
 namespace zor::ctl {
@@ -58,6 +59,23 @@ void DeclareVerb(CLI::App &program, Selected &selected) {
   AddSeconds(app, "--timeout", selected.seconds, "Maximum time to wait");
   selected.fleet.Declare(app, row.reach);
   app.footer(std::string("examples:\n") + row.examples);
+}
+
+void RunWords(const std::vector<std::string> &words) {
+  const VerbRow *row = FindVerb(words.front());
+  if (row == nullptr) throw Failure(kExitNotFound, "this zorctl has no verb " + words.front(), "use a later version");
+  CLI::App program;
+  DeclareProgram(program);
+  Selected selected = {row, row->make(), {}};
+  DeclareVerb(program, selected);
+  try {
+    program.parse(std::vector<std::string>(words.rbegin(), words.rend()));  // as CLI11 takes them
+  } catch (const CLI::ParseError &error) {
+    throw Failure(kExitUsage, error.what(), "use a tool whose parts have the same version");
+  }
+  const ExitCode code = selected.verb->Run({selected.json, FromSeconds(selected.seconds)});
+  Flush();
+  if (code != kExitOk) throw Failure(code, "ended with status " + std::to_string(code), "run it by itself");
 }
 
 const VerbRow *FindVerb(std::string_view name) {

@@ -31,6 +31,9 @@ void AddVerbs(CLI::App &program);
 // One verb with its options, which must live as long as the program.
 void DeclareVerb(CLI::App &program, Selected &selected);
 
+// Runs a verb with its options on this gateway, and flushes its output. Failure for any result but success.
+void RunWords(const std::vector<std::string> &words);
+
 // The row of a verb; null for anything else.
 const VerbRow *FindVerb(std::string_view name);
 // What the user may have meant by a verb that does not exist, as DidYouMean returns it.

@@ -80,6 +80,10 @@ void PrintJson(const nlohmann::json &value) {
   Print(JsonLine(value));
 }
 
+void LeadOutputTo(int fd) {
+  outputFd = fd;
+}
+
 int OutputDescriptor() {
   return outputFd;
 }

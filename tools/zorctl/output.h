@@ -26,6 +26,8 @@ std::string JsonLine(const nlohmann::json &value);
 std::string JsonLine(const nlohmann::ordered_json &value);
 void PrintJson(const nlohmann::json &value);
 
+// From now on the output is that descriptor, which the caller owns; what is pending goes there too.
+void LeadOutputTo(int fd);
 // The output's descriptor, for binary data. A verb that writes to it must not call Print.
 int OutputDescriptor();
 bool OutputIsTerminal();

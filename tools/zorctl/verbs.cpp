@@ -7,6 +7,7 @@ constexpr double kBootSeconds = 30;
 // More than a successor has for its trial.
 constexpr double kRestartSeconds = 15;
 constexpr double kScriptSeconds = 10;
+constexpr double kBundleSeconds = 60;
 
 // In the order of --help.
 constexpr VerbRow kVerbs[] = {
@@ -42,6 +43,10 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl metrics\n"
      "  zorctl metrics --fleet mqtts://broker.example > fleet.prom\n",
      MakeMetricsVerb, kDefaultTimeoutSeconds, "", Reach::kBoth},
+    {"bundle", "Collect what a ticket needs in one archive, without secrets and addresses",
+     "  zorctl bundle\n"
+     "  zorctl bundle /tmp/ticket-4711.tar.zst --limit 4000000\n",
+     MakeBundleVerb, kBundleSeconds, "nothing"},
     {"monitor", "Print a copy of the traffic as lines, JSON or a capture; ends after --timeout, --limit or Ctrl-C",
      "  zorctl monitor --name web --timeout 10\n"
      "  zorctl monitor --type 0x5000-0x50FF --pcapng bus.pcapng\n",

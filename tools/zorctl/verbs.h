@@ -7,6 +7,7 @@
 namespace zor::ctl {
 
 std::unique_ptr<Verb> MakeAccessVerb();
+std::unique_ptr<Verb> MakeBundleVerb();
 std::unique_ptr<Verb> MakeCallVerb();
 std::unique_ptr<Verb> MakeCompleteVerb();
 std::unique_ptr<Verb> MakeConfigVerb();

@@ -1,0 +1,24 @@
+// Makes a piece of a bundle in a process of its own, so that one which crashes, hangs or never ends costs only itself.
+#ifndef ZORCTL_BUNDLE_PIECE_PROCESS_H
+#define ZORCTL_BUNDLE_PIECE_PROCESS_H
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+#include "zorctl/deadline.h"
+
+namespace zor::ctl {
+
+struct PieceResult {
+  std::string text;     // what it printed; its last part if that was too long
+  size_t cutBytes = 0;  // missing at the beginning
+  std::string problem;  // why it is incomplete or missing; empty if it is neither
+};
+
+// Calls make in a child, whose output is collected until it ends or the deadline is over. A Failure is its problem.
+PieceResult RunPiece(const std::function<void()> &make, const Deadline &deadline, size_t mostBytes);
+
+}  // namespace zor::ctl
+
+#endif
