@@ -101,6 +101,7 @@ void PageServer::OnTick() {
 }
 
 void PageServer::OnPage(const Pages::Stream &stream) {
+  traffic_.OnFlush();  // forgets pages that have ended, whose place in memory this one may have
   bus_.Greet(*stream);
   pages_.Add(stream);
   logs_.Greet(*stream);
