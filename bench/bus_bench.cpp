@@ -1,5 +1,5 @@
 // Requests and one-way messages through the message server, beside a bare relay.
-// Usage: bus_bench MSGSVR [BYTES...]; with sizes, only requests of these
+// Usage: bus_bench MSGSVR [BYTES...]; with sizes, only requests of these; with "recorder", only what that costs
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zor/control_wire.h>
@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bare_relay.h"
@@ -147,18 +148,23 @@ std::string ManyRules() {
   return text + "allow = any all\n";
 }
 
+// A control request without a body that the server must grant.
+void Control(std::uint32_t type) {
+  void *body = ZOR_MSG_GetMsgBlock(0);
+  Require(body != nullptr, "a message block");
+  ZOR_MSG_SetMsgProfile(body, "", type, 0);
+  ZOR_MSG_HEAD *reply = nullptr;
+  Require(ZOR_MSG_SendAndRecv(ZOR_MSG_GetMsgHead(body), &reply, kTimeoutMs) == ZOR_OK, "the server replies");
+  Require(reply->data == ZOR_CONTROL_OK, "the server does what is asked");
+  std::free(reply);
+  std::free(ZOR_MSG_GetMsgHead(body));
+}
+
 void SetRules(const System &system, const std::string &rules) {
   const std::string directory = system.root() + "/etc/zor/access.d";
   std::filesystem::create_directories(directory);
   std::ofstream(directory + "/50.conf") << rules;
-  void *body = ZOR_MSG_GetMsgBlock(0);
-  Require(body != nullptr, "a message block");
-  ZOR_MSG_SetMsgProfile(body, "", ZOR_MSG_CONTROL_ACCESS_RELOAD, 0);
-  ZOR_MSG_HEAD *reply = nullptr;
-  Require(ZOR_MSG_SendAndRecv(ZOR_MSG_GetMsgHead(body), &reply, kTimeoutMs) == ZOR_OK, "the server replies");
-  Require(reply->data == ZOR_CONTROL_OK, "the rules are sound");
-  std::free(reply);
-  std::free(ZOR_MSG_GetMsgHead(body));
+  Control(ZOR_MSG_CONTROL_ACCESS_RELOAD);
 }
 
 // The same round trip in the same server, in turn with and without rules.
@@ -178,6 +184,29 @@ void CompareRules(const System &system) {
               Median(without) / 1e3, Median(with) / 1e3, Median(ratio));
 }
 
+// The server replaces itself, with its clients, by one that records so many frames.
+void SetRecorder(const System &system, const char *frames) {
+  std::ofstream(system.root() + "/msgsvr.conf") << "recorder_frames = " << frames << "\n";
+  Control(ZOR_MSG_CONTROL_RESTART);
+}
+
+// The same round trip, in turn with the flight recorder and without, in the other order every other time.
+void CompareRecorder(const System &system) {
+  constexpr int kTurns = 40;
+  constexpr std::size_t kTrips = 4000;
+  Request request(kEcho, std::vector<char>(64, 'x'));
+  std::vector<double> off, on, ratio;
+  for (int turn = 0; turn < kTurns; ++turn) {
+    for (const bool records : {turn % 2 == 0, turn % 2 != 0}) {
+      SetRecorder(system, records ? "4096" : "0");
+      (records ? on : off).push_back(TimeEach(kTrips, [&] { request.Call(); }).p50);
+    }
+    ratio.push_back(on.back() / off.back());
+  }
+  std::printf("\nflight recorder, 64 bytes: median round trip %.2f us without, %.2f us with it, ratio %.3f\n",
+              Median(off) / 1e3, Median(on) / 1e3, Median(ratio));
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -193,6 +222,11 @@ int main(int argc, char **argv) {
   Require(ZOR_MSG_Init("consumer") == ZOR_OK, "the consumer joins the bus");
   while (ZOR_MSG_GetNumOfProcesses("provider") == 0) ::usleep(1000);
 
+  if (argc > 2 && std::string_view(argv[2]) == "recorder") {
+    CompareRecorder(system);
+    return 0;
+  }
+
   std::printf("requests, beside a bare relay (median of %d rounds)\n", kRounds);
   std::printf("%-10s %10s %9s %9s %8s %8s %8s\n", "body", "calls/s", "p50 us", "p99 us", "ratio", "p50", "p99");
   for (int i = 2; i < argc; ++i) CompareRequests(std::strtoul(argv[i], nullptr, 10), system);
@@ -202,5 +236,6 @@ int main(int argc, char **argv) {
   std::printf("\none-way messages\n%-10s %10s %28s %8s\n", "body", "msgs/s", "", "ratio");
   for (const std::size_t length : {0, 64, 1024}) CompareOneWay(length);
   CompareRules(system);
+  CompareRecorder(system);
   return 0;
 }

@@ -144,6 +144,11 @@ inline constexpr std::uint32_t kStormRate = 1000;
 inline constexpr std::uint32_t kStormSeconds = 10;
 inline constexpr std::uint32_t kMostStormRate = 1000000;
 inline constexpr std::uint32_t kMostWatchSeconds = 3600;
+// [messages] Latest messages that are recorded (setting recorder_frames): the oldest is overwritten.
+inline constexpr std::uint32_t kRecorderFrames = 4096;
+inline constexpr std::uint32_t kMostRecorderFrames = 32768;
+// [files] Recordings of crashes: the oldest is removed.
+inline constexpr int kRecorderFiles = 4;
 inline constexpr std::uint64_t kLeastTraceFileKiB = 1024;       // daemons ignore less
 inline constexpr std::size_t kRefusalList = 4u << 20;           // a reply that a tool can read
 inline constexpr std::size_t kControlInFile = 16384;            // sets all trace levels of a daemon

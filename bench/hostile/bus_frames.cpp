@@ -43,6 +43,7 @@ const BusFrames::Form BusFrames::kServerForms[] = {
     {ZOR_MSG_CONTROL_TRACE_GET, 20, &BusFrames::Field},
     {ZOR_MSG_CONTROL_TRACE_SET, 30, &BusFrames::Trace},
     {ZOR_MSG_CONTROL_TRACE_CLEAR, 10, &BusFrames::Field},
+    {ZOR_MSG_CONTROL_RECORDER, 5, &BusFrames::Nothing},
     {ZOR_MSG_CONTROL_GAPS, 20, &BusFrames::Nothing},
     {ZOR_MSG_CONTROL_LAST, 5, &BusFrames::Any},
     {kEvent, 60, &BusFrames::Any},

@@ -155,6 +155,14 @@ void Bus::RemoveLeftBehind() {
               static_cast<unsigned long long>(swept.bytes));
 }
 
+void Bus::NoteWallClock() {
+  using std::chrono::duration_cast;
+  using std::chrono::microseconds;
+  const auto wall = duration_cast<microseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+  const auto steady = duration_cast<microseconds>(Clock::now().time_since_epoch()).count();
+  recorder.SetClockOffset(static_cast<uint64_t>(wall - steady));
+}
+
 Client *Bus::Find(uint64_t id) {
   const auto found = std::find_if(clients.begin(), clients.end(),
                                   [&](const Client &client) { return client.id == id && !client.ended; });

@@ -20,6 +20,7 @@
 #include "programs/event_poll.h"
 #include "programs/memory_reserve.h"
 #include "programs/problem_log.h"
+#include "programs/recorder/recorder.h"
 
 namespace zor::msgsvr {
 
@@ -112,9 +113,14 @@ struct Bus {
 
   // Reads the clock once per turn, for everything that happens in it.
   void UpdateClock() {
-    nowMs =
-        static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started).count());
+    const Clock::time_point now = Clock::now();
+    nowMs = static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now - started).count());
+    nowUs =
+        static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now.time_since_epoch()).count());
   }
+
+  // Lets the recorder know what time it is. Call it from time to time.
+  void NoteWallClock();
 
   // The client with that id; null if it has disconnected.
   Client *Find(uint64_t id);
@@ -142,6 +148,8 @@ struct Bus {
   std::optional<RestartRequest> restartFor;
   Clock::time_point started = Clock::now();
   uint32_t nowMs = 0;  // since `started`, modulo 2^32, as of this turn
+  uint64_t nowUs = 0;  // of the steady clock, as of this turn
+  recorder::Recorder recorder;
 
  private:
   void WriteChanged();

@@ -35,6 +35,7 @@ const Control::Entry Control::kEntries[] = {
     {ZOR_MSG_CONTROL_RESTART, true, &Control::Restart},
     {ZOR_MSG_CONTROL_ACCESS_RELOAD, true, &Control::AccessReload},
     {ZOR_MSG_CONTROL_ACCESS_REFUSED, true, &Control::AccessRefused},
+    {ZOR_MSG_CONTROL_RECORDER, true, &Control::Recorder},
     {ZOR_MSG_CONTROL_GAPS, false, &Control::Gaps},
 };
 
@@ -134,6 +135,11 @@ Control::ControlReply Control::AccessReload(Client &from, const Frame &, Body bo
 Control::ControlReply Control::AccessRefused(Client &, const Frame &, Body body) {
   if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
   return {ZOR_CONTROL_OK, bus_.guard.refusals().Text(limits::msgsvr::kRefusalList)};
+}
+
+Control::ControlReply Control::Recorder(Client &, const Frame &, Body body) {
+  if (!body.empty()) return {ZOR_CONTROL_MALFORMED, {}};
+  return {ZOR_CONTROL_OK, bus_.recorder.Content()};
 }
 
 Control::ControlReply Control::Gaps(Client &from, const Frame &frame, Body body) {

@@ -52,6 +52,7 @@ class Control {
   ControlReply Restart(Client &from, const Frame &frame, Body body);
   ControlReply AccessReload(Client &from, const Frame &frame, Body body);
   ControlReply AccessRefused(Client &from, const Frame &frame, Body body);
+  ControlReply Recorder(Client &from, const Frame &frame, Body body);
   ControlReply Gaps(Client &from, const Frame &frame, Body body);
 
   Bus &bus_;

@@ -90,7 +90,7 @@ void Delivery::FlushRun() {
   Client &to = *std::exchange(runTo_, nullptr);
   const size_t taken = Write(to, run, daemon::Receiver::kOnly);
   Slowed(to);
-  if (taken < run.size() || !bus_.monitors.empty()) {
+  if (taken < run.size() || IsCopied()) {
     TakeBack(to, run.subspan(taken));
     for (size_t offset = 0; offset < run.size();) {
       const auto frame = run.subspan(offset, FrameSize(run.subspan(offset)));
@@ -272,9 +272,10 @@ void Delivery::PassDescriptor(Client &from, UniqueFd descriptor) {
 }
 
 void Delivery::Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome) {
-  if (bus_.monitors.empty()) return;
+  if (!IsCopied()) return;
   FlushRun();  // earlier frames are copied first
-  bus_.monitors.Copy(frame, receiver, outcome, bus_.nowMs);
+  bus_.recorder.Add(frame, receiver.field(), outcome, bus_.nowUs);
+  if (!bus_.monitors.empty()) bus_.monitors.Copy(frame, receiver, outcome, bus_.nowMs);
 }
 
 void Delivery::FlushCopies() {

@@ -51,8 +51,8 @@ class Delivery {
   // Passes a descriptor on to the client that received the sender's latest message.
   void PassDescriptor(Client &from, UniqueFd descriptor);
 
-  // Copies for monitors: a request to the server, before it is carried out; an event without subscribers. FlushCopies
-  // sends, at the end of a turn, what was copied in it.
+  // Copies for monitors and the recorder: a request to the server, before it is carried out; an event without
+  // subscribers. FlushCopies sends, at the end of a turn, what was copied in it.
   void CopyRequest(const Frame &frame) {
     FlushRun();
     Copy(frame.bytes, AppName(), ZOR_CONTROL_DELIVERED);
@@ -75,6 +75,7 @@ class Delivery {
  private:
   void NoteForwarded(Client &from, Client &to, const ZOR_MSG_HEAD &head);
   void Slowed(Client &to);
+  bool IsCopied() const { return bus_.recorder.on() || !bus_.monitors.empty(); }
   void Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome);
   bool TrySend(Client &to, std::span<const std::byte> frame);
   bool TellGap(Client &to, std::span<const std::byte> event);

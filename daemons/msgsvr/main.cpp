@@ -12,6 +12,7 @@
 
 #include "msgsvr/boards_socket.h"
 #include "msgsvr/message_directory.h"
+#include "msgsvr/recorder_store.h"
 #include "msgsvr/recovery.h"
 #include "msgsvr/server.h"
 #include "programs/access/server_access.h"
@@ -224,10 +225,12 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   }
   msgsvr::Bus bus(settings, *journal, daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR), log);
   bus.verbose = start.verbose;
+  UniqueFd crashed = daemon::TakePassed(passed, msgsvr::kStoredRecorder);
+  msgsvr::StartRecorder(bus, descriptors.Take(state ? state->listeners.recorder : -1));
   bus.guard.Replace(std::move(*rules));
   msgsvr::Server server(bus, signals,
                         {listeners.local.fd(), listeners.local.lockFd(), listeners.tcp.socket.get(), settings.tcp,
-                         listeners.boards.get(), settings.boards},
+                         listeners.boards.get(), settings.boards, bus.recorder.fd()},
                         start.image);
   if (!server.Watch()) {
     log.PrintErrno("cannot start");
@@ -240,6 +243,7 @@ int Run(const msgsvr::BusSettings &settings, daemon::ProblemLog &log, daemon::St
   server.KeepJournal(passed);
   passed.clear();
   Announce(start, server, listeners, log);
+  msgsvr::KeepRecorder(bus, std::move(crashed));
   server.Run();
   return daemon::kExitOk;
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "msgsvr/farewell.h"
+#include "msgsvr/recorder_store.h"
 #include "msgsvr/restoration.h"
 #include "programs/boards.h"
 #include "programs/journal_store.h"
@@ -59,7 +60,10 @@ void Server::Run() {
   SayFarewell(bus_, router_.delivery(), signals_);
   for (Client &client : bus_.clients) bus_.End(client);
   bus_.Sweep();
-  if (bus_.kept) daemon::RemoveStoredDescriptors(bus_.journal.Name());
+  if (bus_.kept) {
+    daemon::RemoveStoredDescriptors(bus_.journal.Name());
+    daemon::RemoveStoredDescriptors(kStoredRecorder);
+  }
 }
 
 bool Server::Watch() {

@@ -17,6 +17,7 @@ void Describe(Fields &fields, Record &record) {
   fields(4, record.tcpSetting);
   fields(5, record.boards);
   fields(6, record.boardsSetting);
+  fields(7, record.recorder);
 }
 
 template <typename Fields, daemon::OneOf<RestartRequest> Record>
@@ -43,7 +44,7 @@ void AddDescriptor(int number, std::vector<int> &numbers) {
 }
 
 void AddDescriptors(const ListenersRecord &listeners, std::vector<int> &numbers) {
-  for (const int number : {listeners.local, listeners.lock, listeners.tcp, listeners.boards})
+  for (const int number : {listeners.local, listeners.lock, listeners.tcp, listeners.boards, listeners.recorder})
     AddDescriptor(number, numbers);
 }
 

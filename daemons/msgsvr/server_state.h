@@ -30,6 +30,7 @@ struct ListenersRecord {
   std::string tcpSetting;  // the address that the settings asked for
   int boards = -1;
   std::string boardsSetting;  // the same as a path
+  int recorder = -1;          // no listener: the latest frames
 };
 
 struct ServerState {

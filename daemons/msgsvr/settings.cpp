@@ -27,6 +27,8 @@ const char kSettingsHelp[] =
     "  tcp_unprotected = no      yes: also on an address that is not a loopback address\n"
     "  board_seconds = 12        time without an answer after which another board is taken for dead\n"
     "  kept_file = /var/lib/zor/msgsvr.trace  stores the trace overrides that operators' tools set\n"
+    "  recorder_frames = 4096    latest messages that are kept for zorctl recorder and after a crash; 0: none\n"
+    "  recorder_file = /var/lib/zor/msgsvr.recorder  with .1 to .4 behind it: the messages before the latest crashes\n"
     "  deadlock_seconds = 5      time after which daemons that wait for each other in a circle are logged; 0: never\n"
     "  storm_rate = 1000         messages of one type a second that two daemons send each other ...\n"
     "  storm_seconds = 10        ... for that time, after which they are logged; storm_rate 0: never\n"
@@ -219,6 +221,9 @@ BusSettings ReadSettings(daemon::Settings &settings) {
                                            limits::msgsvr::kLeastBoardSeconds, limits::msgsvr::kMostBoardSeconds));
   ReadBoards(settings, result);
   result.traceOverridesFile = settings.Path("kept_file", "/var/lib/zor/msgsvr.trace");
+  result.recorderFrames = static_cast<uint32_t>(
+      settings.Number("recorder_frames", limits::msgsvr::kRecorderFrames, 0, limits::msgsvr::kMostRecorderFrames));
+  result.recorderFile = settings.Path("recorder_file", "/var/lib/zor/msgsvr.recorder");
   ReadWatch(settings, result);
   ReadRoutes(settings, result);
   ReadPerDaemon(settings, "report.", result.reportSeconds, ParseSeconds);

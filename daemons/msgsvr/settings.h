@@ -71,6 +71,8 @@ struct BusSettings {
   std::string tcp;     // ADDRESS:PORT, or empty
   std::string boards;  // fixed path of the tunnel's socket, or empty
   std::string traceOverridesFile;
+  uint32_t recorderFrames;   // 0: none are recorded
+  std::string recorderFile;  // where those before a crash are saved
   uint32_t deadlockSeconds;  // 0: not looked for
   uint32_t stormRate;        // messages a second each way; 0: not looked for
   uint32_t stormSeconds;

@@ -32,6 +32,7 @@ void TrafficWatch::Arm() {
 void TrafficWatch::Look() {
   const uint32_t elapsedMs = bus_.nowMs - std::exchange(lastMs_, bus_.nowMs);
   lookedAt_ = bus_.counters.in;
+  bus_.NoteWallClock();
   unsettled_ = bus_.settings.deadlockSeconds > 0 && deadlocks_.Look();
   if (bus_.settings.stormRate > 0) storms_.Look(elapsedMs);
   if (LookAtFlows(elapsedMs)) unsettled_ = true;

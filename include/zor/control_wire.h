@@ -21,6 +21,7 @@
 #define ZOR_MSG_CONTROL_BOARD UINT32_C(0xFF007)         /* from the tunnel, before all else: ZOR_CONTROL_BOARD */
 #define ZOR_MSG_CONTROL_ACCESS_RELOAD UINT32_C(0xFF008) /* no body; reply: JSON, the rules of access now in force */
 #define ZOR_MSG_CONTROL_ACCESS_REFUSED UINT32_C(0xFF009) /* no body; reply: a text, what these have refused */
+#define ZOR_MSG_CONTROL_RECORDER UINT32_C(0xFF00A)       /* no body; reply: the latest frames, see docs/protocol.md */
 #define ZOR_MSG_CONTROL_GAPS UINT32_C(0xFF010) /* no body; data word 1: tell me of events I miss, 0: no longer */
 #define ZOR_MSG_CONTROL_GAP UINT32_C(0xFF011)  /* from the server, before the next event: ZOR_CONTROL_GAP, types */
 #define ZOR_MSG_CONTROL_LAST UINT32_C(0xFF0FF)

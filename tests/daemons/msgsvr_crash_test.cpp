@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <random>
@@ -18,6 +19,7 @@
 #include "programs/keeper_launch.h"
 #include "programs/keeper_notices.h"
 #include "programs/keeper_store.h"
+#include "programs/recorder/reader.h"
 
 namespace zor::test {
 namespace {
@@ -286,6 +288,39 @@ TEST_F(CrashTest, KeepsTheBodyFilesOfMessagesInItsQueues) {
   gone.Close();
   EXPECT_TRUE(WaitUntil([&] { return !std::filesystem::exists(RealPath(leftBehind)); }));
   EXPECT_TRUE(std::filesystem::exists(RealPath(queued)));
+}
+
+TEST_F(CrashTest, SavesWhatWasRecordedOnceForEachCrash) {
+  const std::string file = root_.Path("/var/lib/zor/msgsvr.recorder");
+  std::filesystem::create_directories(root_.Path("/var/lib/zor"));
+  StartKept();
+  // The types of what is recorded in a file, or by the server.
+  const auto types = [](const std::string &bytes) {
+    std::string problem;
+    const auto recording = recorder::ReadRecording(std::as_bytes(std::span(bytes)), problem);
+    EXPECT_TRUE(recording) << problem;
+    std::vector<uint32_t> result;
+    for (const recorder::Slot &slot : recording.value_or(recorder::Recording()).slots) {
+      ZOR_MSG_HEAD head;
+      std::memcpy(&head, slot.frame.data(), sizeof head);
+      result.push_back(head.type);
+    }
+    return result;
+  };
+  const auto saved = [&](int place) { return types(ContentOf(file + "." + std::to_string(place))); };
+  for (uint32_t crash = 1; crash <= 5; ++crash) {
+    Tell(sender_, MakeMessage(0x4000 + crash, "", "receiver"));
+    Crash();
+    // A reply comes when that has been done.
+    const auto now = types(AskAndFetch(sender_, MakeRequest(ZOR_MSG_CONTROL_RECORDER)).body);
+    EXPECT_THAT(now, testing::ElementsAre(ZOR_MSG_CONTROL_RECORDER)) << "a new recorder";
+    EXPECT_THAT(saved(1), testing::Contains(0x4000 + crash));
+    struct stat status;
+    ASSERT_EQ(::stat((file + ".1").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+  }
+  EXPECT_THAT(saved(4), testing::Contains(0x4002u));
+  EXPECT_FALSE(std::filesystem::exists(file + ".5"));
 }
 
 TEST_F(CrashTest, CutsOffAndNamesAClientWhoseDescriptorWasHalfSent) {

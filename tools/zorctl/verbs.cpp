@@ -51,6 +51,11 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl monitor --name web --timeout 10\n"
      "  zorctl monitor --type 0x5000-0x50FF --pcapng bus.pcapng\n",
      MakeMonitorVerb, 60},
+    {"recorder",
+     "Print the latest traffic that the message server has recorded, or what it had recorded before a crash",
+     "  zorctl recorder --limit 50\n"
+     "  zorctl recorder /var/lib/zor/msgsvr.recorder.1 --pcapng crash.pcapng\n",
+     MakeRecorderVerb},
     {"replay", "Send messages of a capture once more; only of the types that are named, and none that were truncated",
      "  zorctl replay bus.pcapng --type 0x4000-0x40FF\n"
      "  zorctl replay bus.pcapng --type DB_SAVE --speed 10\n",

@@ -23,6 +23,7 @@ std::unique_ptr<Verb> MakeMlogVerb();
 std::unique_ptr<Verb> MakeMonitorVerb();
 std::unique_ptr<Verb> MakeNotifyVerb();
 std::unique_ptr<Verb> MakePublishVerb();
+std::unique_ptr<Verb> MakeRecorderVerb();
 std::unique_ptr<Verb> MakeReplayVerb();
 std::unique_ptr<Verb> MakeRestVerb();
 std::unique_ptr<Verb> MakeSendVerb();
