@@ -34,7 +34,7 @@ class Sampler {
   // The answer, when it is complete; does not wait.
   std::optional<Answer> Take();
   // Becomes readable when there may be an answer; -1 while there is nothing to wait for.
-  int fd() const { return fd_.get(); }
+  int fd() const { return asking_ ? fd_.get() : -1; }
   bool asking() const { return asking_; }
   Milliseconds askingFor() const;
 
