@@ -84,12 +84,14 @@ Terminal::Terminal()
     throw Failure(kExitFailure, "cannot open the terminal", "use --batch");
   }
   SetUtf8();
+  guard_.emplace(::fileno(output_.get()));
   screen_ = ::newterm(nullptr, output_.get(), input_.get());
   if (screen_ == nullptr) {
     const char *type = std::getenv("TERM");
     throw Failure(kExitFailure, "cannot draw on a terminal of type " + Escape(type == nullptr ? "" : type),
                   "set TERM, or use --batch");
   }
+  guard_->Arm();
   ::cbreak();
   ::noecho();
   ::nonl();

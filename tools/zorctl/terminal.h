@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "zorctl/screen_line.h"
+#include "zorctl/terminal_guard.h"
 #include "zorctl/top.h"
 
 struct screen;
@@ -35,6 +36,7 @@ class Terminal {
 
   File input_;
   File output_;
+  std::optional<TerminalGuard> guard_;
   ::screen *screen_ = nullptr;
   bool colours_ = false;
 };
