@@ -90,6 +90,7 @@ TEST(MlogLine, IsOfAnEarlierStartWhenTheClockBeganAnewBehindIt) {
       {{500'000, 0, 600'000, 610'000}, 0},  // one sender's lie
       {{500'000, 499'000, 600'000}, 0},     // not quite in order
       {{2'000'000, 900'000}, 1},            // of the future
+      {{100'000, 2'000'000, 900'000}, 0},   // the same from a process that nothing older bears out
       {{-1, 700'000, -1, 5'000, 6'000}, 2},
   };
   for (const Case &each : cases) {

@@ -1,9 +1,11 @@
 #include "zorctl/mlog_line.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 #include "zorctl/format.h"
 
@@ -97,17 +99,24 @@ MlogLine ParseMlogLine(std::string_view text) {
 
 void MarkEarlier(std::vector<MlogLine> &lines, int64_t nowBootMs) {
   constexpr int64_t kSlackMs = 60'000;
-  // From the newest on: the two times that follow each line.
+  // A process whose clock is wrong is no restart; that many of its lines in a row are.
+  constexpr int kOfOneProcess = 10;
+  // From the newest on: the two times that follow the line, and the lines since then that are later than both.
   int64_t next = nowBootMs, afterNext = nowBootMs;
-  bool earlier = false;
+  auto first = lines.rend();
+  int later = 0;
   for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-    if (line->bootMs && !earlier) {
-      earlier = *line->bootMs > next + kSlackMs && *line->bootMs > afterNext + kSlackMs;
-      afterNext = next;
-      next = *line->bootMs;
+    if (!line->bootMs) continue;
+    if (*line->bootMs <= std::max(next, afterNext) + kSlackMs) {
+      afterNext = std::exchange(next, *line->bootMs);
+      first = lines.rend();
+      later = 0;
+      continue;
     }
-    line->earlier = earlier;
+    if (first == lines.rend()) first = line;
+    if (line->pid != first->pid || ++later == kOfOneProcess) break;
   }
+  for (auto line = first; line != lines.rend(); ++line) line->earlier = true;
 }
 
 int SeverityOf(std::string_view level) {

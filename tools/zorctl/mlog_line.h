@@ -24,8 +24,8 @@ struct MlogLine {
 
 MlogLine ParseMlogLine(std::string_view line);
 
-// Marks those that were written before the machine started. The clock in the lines begins anew then; a single line in
-// between that is older shows nothing, as each sender writes its own time.
+// Marks those that were written before the machine started. The clock in the lines begins anew then; a line in
+// between that is older or of the future shows nothing, as each sender writes its own time.
 void MarkEarlier(std::vector<MlogLine> &lines, int64_t nowBootMs);
 
 // Higher is worse; 0 for an unknown level.
