@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 #include "zorctl/exit_code.h"
 #include "zorctl/log_lines.h"
@@ -90,8 +92,11 @@ MlogImage ReadMlog(const std::string &path) {
   constexpr int kTries = 5;
   for (int i = 0; i < kTries; ++i) {
     std::ifstream file(path, std::ios::binary);
-    if (!file) {
-      const int error = errno;
+    // A directory opens as well.
+    std::error_code unknown;
+    const bool isDirectory = std::filesystem::is_directory(path, unknown);
+    if (!file || isDirectory) {
+      const int error = isDirectory ? EISDIR : errno;
       throw Failure(error == EACCES ? kExitRefused : kExitFailure, "cannot read " + path + ": " + std::strerror(error),
                     error == EACCES ? "run this as root or as a member of the file's group"
                                     : "check whether mlogserver runs, and its setting log_file");
