@@ -119,6 +119,13 @@ TEST(TopScreen, ScrollsToTheSelectedDaemonAndFollowsIt) {
   EXPECT_THAT(TextOfLine(top.Draw({10, 80})[0]), HasSubstr("d298, pid 7"));
   top.Show(Many(100));
   EXPECT_THAT(TextOfLine(top.Draw({10, 80})[0]), HasSubstr("d298 has left the bus"));
+  // A process may be there several times.
+  top = Top(SortKey::kName, "");
+  const std::string twins = Client("a", 0) + "," + Client("a", 0) + "," + Client("a", 0) + "," + Client("z", 0);
+  top.Show(Data(twins, twins));
+  for (int i = 0; i < 3; ++i) top.Take({Key::kDown});
+  top.Take({Key::kEnter});
+  EXPECT_THAT(TextOf(top.Draw({10, 80})), testing::AllOf(HasSubstr("z, pid 7"), HasSubstr("sampling: at most 0.4 %")));
 }
 
 TEST(TopScreen, FiltersAsOneTypesAndSortsByKeys) {

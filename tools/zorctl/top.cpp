@@ -57,7 +57,7 @@ void Top::Show(TopData data) {
 }
 
 Top::Identity Top::IdentityOf(const TopRow &row) {
-  return {row.name(), row.client->daemon.pid, row.client->since};
+  return {row.name(), row.client->board, row.client->daemon.pid, row.client->since, row.twin};
 }
 
 size_t Top::SelectedIn(const std::vector<TopRow> &rows) const {
@@ -166,9 +166,13 @@ Screen Top::Draw(const Size &size) {
 std::string Top::Footer(size_t columns) const {
   if (mode_ == Mode::kFilter) return "/" + Escape(filter_) + "_";
   const std::string filter = filter_.empty() ? "/ filter" : "/" + Escape(filter_);
-  if (mode_ == Mode::kDetail) return JoinFitting({"Esc back", "q quit", "? help", data_.cost.Text()}, "  ", columns);
-  return JoinFitting({"? help", "q quit", filter, std::string("by ") + NameOfSort(sort_), data_.cost.Text()}, "  ",
-                     columns);
+  const std::string keys =
+      mode_ == Mode::kDetail
+          ? JoinFitting({"Esc back", "q quit", "? help"}, "  ", columns)
+          : JoinFitting({"? help", "q quit", filter, std::string("by ") + NameOfSort(sort_)}, "  ", columns);
+  // An ordinary terminal has no room for all of it.
+  const std::string full = keys + "  " + data_.cost.Text();
+  return Width(full) <= columns ? full : JoinFitting({keys, data_.cost.ShortText()}, "  ", columns);
 }
 
 Screen Top::DrawList(const Size &size) const {

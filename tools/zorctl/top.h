@@ -35,8 +35,10 @@ class Top {
   // A daemon across samples.
   struct Identity {
     std::string name;
+    std::string board;
     int pid;
     uint64_t since;
+    size_t twin;
     friend bool operator==(const Identity &, const Identity &) = default;
   };
 

@@ -1,6 +1,9 @@
 #include "zorctl/top_data.h"
 
 #include <algorithm>
+#include <map>
+#include <string_view>
+#include <tuple>
 
 #include "common/ascii.h"
 #include "zorctl/quantity.h"
@@ -61,6 +64,10 @@ std::string SamplingCost::Text() const {
          " % of the server's processor";
 }
 
+std::string SamplingCost::ShortText() const {
+  return "sampling: at most " + PercentText(Share()) + " % of the server";
+}
+
 const std::vector<SortKeyRow> &SortKeys() {
   static const std::vector<SortKeyRow> kKeys = {
       {SortKey::kRate, "rate", 'r'},     {SortKey::kBytes, "bytes", 'b'},     {SortKey::kWaiting, "waiting", 'w'},
@@ -81,7 +88,12 @@ Rate TopRow::Bytes() const {
 std::vector<TopRow> RowsOf(const TopData &data, SortKey key, const std::string &filter) {
   const std::vector<busview::Client> &clients = data.sample.clients;
   std::vector<TopRow> all;
-  for (size_t i = 0; i < clients.size(); ++i) all.push_back({&clients[i], &data.view.daemons[i], nullptr});
+  std::map<std::tuple<std::string_view, std::string_view, int, uint64_t>, size_t> twins;
+  for (size_t i = 0; i < clients.size(); ++i) {
+    const busview::Client &client = clients[i];
+    size_t &twin = twins[{client.daemon.name, client.board, client.daemon.pid, client.since}];
+    all.push_back({&client, &data.view.daemons[i], nullptr, twin++});
+  }
   for (const busview::Wait &wait : data.view.waits) {
     if (wait.lasts()) all[wait.from].wait = &wait;
   }

@@ -22,6 +22,7 @@ struct SamplingCost {
   // The server's share of a processor, at most.
   double Share() const;
   std::string Text() const;
+  std::string ShortText() const;
 };
 
 struct TopData {
@@ -46,6 +47,7 @@ struct TopRow {
   const busview::Client *client;
   const busview::Rates *rates;
   const busview::Wait *wait;  // null: it does not wait, or has not for long
+  size_t twin = 0;            // among those that nothing else tells apart, in the order of the sample
 
   const std::string &name() const { return client->daemon.name; }
   busview::Rate Messages() const;
