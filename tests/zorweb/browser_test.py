@@ -68,7 +68,7 @@ class Page(unittest.TestCase):
         self.bus.peer("sink", "idle")
         self.bus.start("talker", [PROGRAMS["peer"], "talk", "talker", "sink", "0x4B05", "20"], "")
 
-    def open(self, view="bus", width=1280, height=1000, dark=False):
+    def start(self, view="bus", width=1280, height=1000, dark=False):
         options = webdriver.ChromeOptions()
         options.binary_location = BROWSER
         for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars",
@@ -83,7 +83,13 @@ class Page(unittest.TestCase):
             self.page.execute_cdp_cmd("Emulation.setEmulatedMedia", colours)
         self.page.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": VIOLATIONS})
         self.page.get(f"http://127.0.0.1:{self.bus.port}/#{view}")
-        until("the page is live", lambda: self.script("document.querySelector('#state').textContent") == "live")
+
+    def open(self, *what, **how):
+        self.start(*what, **how)
+        self.live()
+
+    def live(self):
+        until("the page is live", lambda: self.script("document.querySelector('#state')?.textContent") == "live")
 
     def script(self, expression):
         return self.page.execute_script("return " + expression)
@@ -144,6 +150,20 @@ class Page(unittest.TestCase):
                 self.assertLessEqual(self.script("document.documentElement.scrollWidth"), width, view)
                 self.check()
             self.page.quit()
+
+    def test_logs_in_with_the_form(self):
+        self.bus.end("zorweb")
+        self.bus.web()
+        with open(f"{self.bus.root}/token", encoding="utf-8") as file:
+            token = file.read().strip()
+        self.start()
+        for text in ("wrong", token):
+            until("the form", lambda: self.script("document.querySelector('#token')"))
+            self.page.execute_script("document.querySelector('#token').value = arguments[0]", text)
+            self.page.execute_script("document.querySelector('form').requestSubmit()")
+            if text == "wrong":
+                until("a refusal", lambda: self.script("document.querySelector('#wrong')?.getClientRects().length"))
+        self.live()
 
 
 if __name__ == "__main__":
