@@ -23,12 +23,18 @@ bool Sessions::IsValid(std::string_view secret, Clock::time_point now) const {
   return valid;
 }
 
+in_addr_t Attempts::Source(in_addr_t address) {
+  const bool isLoopback = (ntohl(address) >> IN_CLASSA_NSHIFT) == IN_LOOPBACKNET;
+  return isLoopback ? htonl(INADDR_LOOPBACK) : address;
+}
+
 bool Attempts::MayTry(in_addr_t address, Clock::time_point now) const {
-  const auto found = free_.find(address);
+  const auto found = free_.find(Source(address));
   return found == free_.end() || found->second - now <= kLoginPause * (kLoginTries - 1);
 }
 
-void Attempts::OnFailure(in_addr_t address, Clock::time_point now) {
+void Attempts::OnFailure(in_addr_t from, Clock::time_point now) {
+  const in_addr_t address = Source(from);
   std::erase_if(free_, [now](const auto &each) { return each.second <= now; });
   // Whoever has so many addresses is not held up by this list; the one that is free soonest makes room.
   if (free_.size() >= kLoginAddresses && !free_.contains(address)) {

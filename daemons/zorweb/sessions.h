@@ -34,15 +34,18 @@ class Sessions {
 };
 
 // Failed logins: a few at once from an address, then one in a while. A right password is not tried either then.
+// All loopback addresses are one: a process of this machine may choose among millions of them.
 class Attempts {
  public:
   using Clock = std::chrono::steady_clock;
 
   bool MayTry(in_addr_t address, Clock::time_point now) const;
   void OnFailure(in_addr_t address, Clock::time_point now);
-  void OnSuccess(in_addr_t address) { free_.erase(address); }
+  void OnSuccess(in_addr_t address) { free_.erase(Source(address)); }
 
  private:
+  static in_addr_t Source(in_addr_t address);
+
   // When the failures of an address are forgotten, each of which takes one pause.
   std::map<in_addr_t, Clock::time_point> free_;
 };

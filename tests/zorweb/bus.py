@@ -47,7 +47,7 @@ class Bus:
 
     def web(self, settings=""):
         path = f"{self.root}/zorweb.conf"
-        with open(path, "w", encoding="utf-8") as file:
+        with open(path, "w", encoding="utf-8", errors="surrogateescape") as file:
             file.write("listen = 127.0.0.1:0\ntoken_file = /token\n" + settings)
         self.start("zorweb", [self.programs["zorweb"], "--settings", path], "on the bus")
         said = self.said("zorweb")
@@ -69,8 +69,8 @@ class Bus:
             self.end(name, signal.SIGKILL)
         shutil.rmtree(self.root)
 
-    def ask(self, path, method="GET", body=None, **headers):
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=PATIENCE)
+    def ask(self, path, method="GET", body=None, source="127.0.0.1", **headers):
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=PATIENCE, source_address=(source, 0))
         connection.request(method, path, body, {name.replace("_", "-"): value for name, value in headers.items()})
         reply = connection.getresponse()
         reply.text = reply.read().decode() if reply.getheader("Content-Type") != "text/event-stream" else ""
