@@ -105,6 +105,7 @@ bool HttpServer::Start(UniqueFd listener) {
 void HttpServer::Stop() {
   if (daemon_ == nullptr) return;
   events_.Close();
+  stopping_ = true;
   // A suspended connection cannot be closed.
   for (const auto &exchange : exchanges_) {
     if (exchange->stream_ != nullptr) {
@@ -172,6 +173,7 @@ MHD_Result HttpServer::OnRequest(void *self, MHD_Connection *connection, const c
                                  const char *, const char *upload, size_t *uploadSize, void **state) {
   auto &server = *static_cast<HttpServer *>(self);
   if (*state == nullptr) {
+    if (server.stopping_) return MHD_NO;
     auto exchange =
         std::make_unique<std::shared_ptr<Exchange>>(std::make_shared<Exchange>(connection, server.timer_, method, url));
     server.exchanges_.insert(*exchange);

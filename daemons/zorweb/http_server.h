@@ -62,6 +62,7 @@ class HttpServer {
   Options options_;
   Site &site_;
   MHD_Daemon *daemon_ = nullptr;
+  bool stopping_ = false;  // no request may begin to wait any more
   daemon::LoopWatch events_;
   daemon::LoopTimer timer_;
   daemon::LoopTimer sweep_;

@@ -21,8 +21,8 @@ class Admission(unittest.TestCase):
         with open(f"{self.bus.root}/token", encoding="utf-8") as file:
             self.token = file.read().strip()
 
-    def login(self, token):
-        return self.bus.ask("/login", "POST", f"token={token}", Content_Type=FORM)
+    def login(self, token, source="127.0.0.1"):
+        return self.bus.ask("/login", "POST", f"token={token}", source, Content_Type=FORM)
 
     def test_only_the_login_is_open(self):
         self.assertEqual(os.stat(f"{self.bus.root}/token").st_mode & 0o777, 0o640)
@@ -45,6 +45,8 @@ class Admission(unittest.TestCase):
         for attempt in range(5):
             self.assertEqual(self.login("wrong").getheader("Location"), "/login#wrong", attempt)
         self.assertEqual(self.login(self.token).getheader("Location"), "/login#often")
+        # Every process of this machine has all of these addresses.
+        self.assertEqual(self.login(self.token, "127.0.0.2").getheader("Location"), "/login#often")
 
     def test_refuses_what_other_sites_and_tools_send(self):
         bearer = {"Authorization": "Bearer " + self.token}
@@ -113,6 +115,10 @@ class Pages(unittest.TestCase):
         lines = events.next("mlog", lambda data: data["lines"])["lines"]
         self.assertEqual(lines, ["[00000000001][x][ERRO]:<script>\\x1b[2J\\xff\\xe2\\x80\\xae"])
         self.assertEqual(self.bus.ask("/events?daemon=a%0ab").status, 400)
+        events.close()
+        self.bus.end("zorweb")
+        self.bus.web("login = none\nmlog_file = /\udcff\n")
+        self.assertIn("/\\xff", self.bus.events("?logs=1").next("mlog")["problem"])
 
     def test_drops_a_page_that_does_not_read_and_serves_a_hundred_others(self):
         silent = socket.create_connection(("127.0.0.1", self.bus.port))
@@ -131,6 +137,25 @@ class Pages(unittest.TestCase):
             page.next("view")
             page.close()
         silent.close()
+
+    def test_ends_while_requests_arrive(self):
+        self.bus.running["zorweb"].send_signal(signal.SIGSTOP)
+        for path in ("/metrics", "/events") * 8:
+            browser = socket.create_connection(("127.0.0.1", self.bus.port))
+            self.addCleanup(browser.close)
+            browser.sendall(f"GET {path} HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n".encode())
+        self.assertEqual(self.bus.end("zorweb"), 0)
+
+    def test_notices_a_page_that_has_gone_while_the_message_server_is_frozen(self):
+        descriptors = lambda: len(os.listdir(f"/proc/{self.bus.running['zorweb'].pid}/fd"))
+        events = self.bus.events()
+        self.bus.running["msgsvr"].send_signal(signal.SIGSTOP)
+        self.addCleanup(self.bus.running["msgsvr"].send_signal, signal.SIGCONT)
+        events.next("state", lambda state: "does not answer" in state["trouble"])
+        before = descriptors()
+        for page in [self.bus.events() for _ in range(8)]:
+            page.close()
+        until("the pages that have gone are closed", lambda: descriptors() <= before)
 
     def test_resumes_after_the_message_server_was_killed(self):
         self.bus.peer("lan", "idle")
