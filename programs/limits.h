@@ -306,6 +306,10 @@ inline constexpr std::size_t kFormBytes = 4096;
 inline constexpr std::chrono::seconds kRequestTime{15};
 // [bytes] Events that a page has not read: it is dropped, and begins anew when it connects again.
 inline constexpr std::size_t kStreamBytes = 2u << 20;
+// [bytes] Events that all pages together have not read: those that lag behind are dropped.
+inline constexpr std::size_t kUnreadBytes = 64u << 20;
+// [s] Time without an event: a page gets a sign of life, so that one that has gone is noticed.
+inline constexpr int kBeatSeconds = 10;
 // [sessions] Logins that have not expired: the oldest has to log in again.
 inline constexpr std::size_t kSessions = 64;
 inline constexpr std::uint32_t kSessionMinutes = 480;

@@ -11,15 +11,21 @@ namespace zor::web {
 EventText MakeEvent(std::string_view name, std::string_view data) {
   std::string text = "event: ";
   text.append(name).append("\ndata: ").append(data).append("\n\n");
-  return std::make_shared<const std::string>(std::move(text));
+  return std::make_shared<const Event>(std::move(text));
 }
 
 void EventStream::Push(const EventText &event) {
   if (ended_ || dropped_) return;
-  if (bytes_ + event->size() > limits::zorweb::kStreamBytes && !queue_.empty()) return Drop();
+  const bool lags = bytes_ + event->text().size() > limits::zorweb::kStreamBytes;
+  if ((lags || Event::all() > limits::zorweb::kUnreadBytes) && !queue_.empty()) return Drop();
   queue_.push_back(event);
-  bytes_ += event->size();
+  bytes_ += event->text().size();
+  silent_ = 0;
   Wake();
+}
+
+void EventStream::OnTick() {
+  if (++silent_ >= limits::zorweb::kBeatSeconds) Push(std::make_shared<const Event>(":\n\n"));
 }
 
 // The server does not ask for more while the page does not read, so its connection must fail.
@@ -45,7 +51,7 @@ ssize_t EventStream::Read(char *buffer, size_t room) {
   if (dropped_) return MHD_CONTENT_READER_END_WITH_ERROR;
   size_t count = 0;
   while (count < room && !queue_.empty()) {
-    const std::string &first = *queue_.front();
+    const std::string &first = queue_.front()->text();
     const size_t part = std::min(room - count, first.size() - offset_);
     first.copy(buffer + count, part, offset_);
     count += part;

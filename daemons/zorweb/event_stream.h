@@ -12,15 +12,32 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "programs/loop_watch.h"
 #include "zorweb/traffic_filter.h"
 
 namespace zor::web {
 
-using EventText = std::shared_ptr<const std::string>;
+// An event as it travels. Pages share it, and it counts in the memory that all of them take.
+class Event {
+ public:
+  explicit Event(std::string text) : text_(std::move(text)) { all_ += text_.size(); }
+  Event(const Event &) = delete;
+  Event &operator=(const Event &) = delete;
+  ~Event() { all_ -= text_.size(); }
 
-// An event as it travels. `data` has no line ends.
+  const std::string &text() const { return text_; }
+  // Bytes of all events that some page has still to read.
+  static std::size_t all() { return all_; }
+
+ private:
+  static inline std::size_t all_ = 0;
+  std::string text_;
+};
+using EventText = std::shared_ptr<const Event>;
+
+// `data` has no line ends.
 EventText MakeEvent(std::string_view name, std::string_view data);
 
 // What a page shows besides the bus itself.
@@ -43,6 +60,9 @@ class EventStream {
   bool ended() const { return ended_; }
 
   void Push(const EventText &event);
+  // Once a second: after some silence a sign of life. A page that waits for an event is not watched otherwise, so that
+  // one that has gone would keep its connection for as long as the bus is silent.
+  void OnTick();
   // Cuts the page off.
   void Drop();
 
@@ -64,6 +84,7 @@ class EventStream {
   std::deque<EventText> queue_;
   size_t bytes_ = 0;   // in the queue
   size_t offset_ = 0;  // of the first event, which has been read in part
+  int silent_ = 0;     // ticks since the latest event
   bool parked_ = false;
   bool dropped_ = false;
   bool ended_ = false;

@@ -90,6 +90,7 @@ void PageServer::OnLeaving() {
 
 void PageServer::OnTick() {
   pages_.Prune([this](const std::string &session) { return site_.Admits(session); });
+  pages_.OnTick();
   bus_.OnTick();
   logs_.OnTick();
   traffic_.OnTick();

@@ -24,6 +24,11 @@ class Pages {
     std::erase_if(streams_, [](const Stream &each) { return each->ended(); });
   }
 
+  // Once a second.
+  void OnTick() const {
+    for (const Stream &each : streams_) each->OnTick();
+  }
+
   bool empty() const { return streams_.empty(); }
   const std::vector<Stream> &all() const { return streams_; }
   bool anyWants(bool Wants::*what) const {
