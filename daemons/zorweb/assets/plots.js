@@ -17,14 +17,7 @@ export class History {
 
   add(time, server, daemons) {
     if (this.length === 0) return;
-    const step = Math.floor(time / this.step);
-    while (this.until < step) {
-      ++this.until;
-      for (const series of [this.bus, ...this.daemons.values()]) {
-        series.sums = [[0, 0], [0, 0]];
-        for (const values of series.data) { values.push(null); values.shift(); }
-      }
-    }
+    this.advance(Math.floor(time / this.step));
     const put = (series, rates) => rates.forEach((value, i) => {
       if (value === undefined) return;
       const sum = series.sums[i];
@@ -41,6 +34,19 @@ export class History {
       }
       put(series, [daemon.sent_rate, daemon.received_rate]);
     }
+  }
+
+  // To a step; daemons that were not there for the whole time are forgotten. The clock may have been set: a machine
+  // without one starts in 1970. A step before the latest begins anew.
+  advance(step) {
+    const gone = step < this.until ? this.length : Math.min(step - this.until, this.length);
+    this.until = step;
+    if (gone === 0) return;
+    for (const series of [this.bus, ...this.daemons.values()]) {
+      series.sums = [[0, 0], [0, 0]];
+      series.data = series.data.map((values) => [...values.slice(gone), ...new Array(gone).fill(null)]);
+    }
+    for (const [name, series] of this.daemons) if (series.data.every((values) => values.every((value) => value === null))) this.daemons.delete(name);
   }
 }
 
