@@ -36,8 +36,8 @@ std::string WholeLines(std::string text, bool cut) {
   return text;
 }
 
-UniqueFd OpenFile(const std::string &path, struct stat &status) {
-  UniqueFd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+UniqueFd OpenFile(const std::string &path, struct stat &status, int flags = 0) {
+  UniqueFd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags));
   const bool usable = file.valid() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
   return usable ? std::move(file) : UniqueFd();
 }
@@ -46,7 +46,7 @@ UniqueFd OpenFile(const std::string &path, struct stat &status) {
 
 std::optional<std::string> ReadTail(const std::string &path, size_t most) {
   struct stat status = {};
-  const UniqueFd file = OpenFile(path, status);
+  const UniqueFd file = OpenFile(path, status, O_NOFOLLOW);
   if (!file.valid()) return std::nullopt;
   const off_t begin = std::max<off_t>(0, status.st_size - static_cast<off_t>(most));
   return WholeLines(ReadRange(file.get(), begin, status.st_size), begin > 0);

@@ -8,7 +8,8 @@
 
 namespace zor::web {
 
-// Whole lines from the end of a file, by its real path; nothing if it cannot be read.
+// Whole lines from the end of a file, by its real path; nothing if it cannot be read or is a link: others may put files
+// into its directory, and a link could lead to what only this program may read, such as its key.
 std::optional<std::string> ReadTail(const std::string &path, size_t most);
 
 // The same of the logging daemon's circular file, whose header says where its end is.

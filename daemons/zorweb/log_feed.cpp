@@ -56,7 +56,8 @@ std::string LinesJson(std::string_view text, size_t most) {
 }
 
 std::string ProblemJson(const std::string &problem) {
-  return Json{{"lines", Json::array()}, {"problem", problem}}.dump();
+  // It may name a file, whose name need not be UTF-8.
+  return Json{{"lines", Json::array()}, {"problem", messages::Escape(problem)}}.dump();
 }
 
 }  // namespace
