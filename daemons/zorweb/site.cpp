@@ -128,6 +128,7 @@ bool PageSite::HasToken(const Exchange &exchange) {
   if (token_.empty() || !header.starts_with(kBearer) || !attempts_.MayTry(exchange.peer(), now)) return false;
   if (IsSame(token_, std::string_view(header).substr(sizeof kBearer - 1))) return true;
   attempts_.OnFailure(exchange.peer(), now);
+  log_.Print("a wrong token was sent");
   return false;
 }
 
