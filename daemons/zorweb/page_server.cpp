@@ -53,7 +53,9 @@ void PageServer::OnMessage(ZOR_MSG_HEAD *message, uint32_t) {
     if (traffic != nullptr) traffic->Take(daemon::BodyOf(*message));
   } else if (message->type == ZOR_MSG_SEND_FAILED_NOTICE && isFromServer) {
     daemon::TakeUndelivered(*message);
-  } else if (message->type != ZOR_MSG_CONTROL_MONITOR || !isFromServer) {
+  } else if (message->type == ZOR_MSG_CONTROL_MONITOR && isFromServer) {
+    if (traffic != nullptr) traffic->TakeReply(message->data);
+  } else {
     ZOR_MSG_DefaultMsgProc(message);
   }
 }
@@ -106,6 +108,7 @@ void PageServer::OnPage(const Pages::Stream &stream) {
   bus_.Greet(*stream);
   pages_.Add(stream);
   logs_.Greet(*stream);
+  traffic_.Greet(*stream);
   traffic_.OnFlush();
   if (stream->wants().traffic) flush_.SetSooner(daemon::LoopTimer::Clock::now() + kFlush);
 }

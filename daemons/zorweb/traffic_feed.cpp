@@ -2,6 +2,8 @@
 
 #include <zor/msg.h>
 
+#include <utility>
+
 #include "programs/limits.h"
 #include "programs/messages/message_types.h"
 #include "programs/messages/text.h"
@@ -81,6 +83,18 @@ void TrafficFeed::Take(std::string_view body) {
   if (++inSecond_ < kCopiesPerSecond || paused_) return;
   paused_ = true;
   Monitor(std::nullopt);
+}
+
+void TrafficFeed::TakeReply(std::uint32_t result) {
+  const std::string problem =
+      result == ZOR_CONTROL_OK ? "" : Json("The message server's rules do not allow this page to see messages.").dump();
+  if (std::exchange(problem_, problem) != problem && !problem.empty()) {
+    pages_.Push("traffic-problem", problem, &Wants::traffic);
+  }
+}
+
+void TrafficFeed::Greet(EventStream &stream) const {
+  if (stream.wants().traffic && !problem_.empty()) stream.Push(MakeEvent("traffic-problem", problem_));
 }
 
 void TrafficFeed::OnFlush() {

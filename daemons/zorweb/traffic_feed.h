@@ -23,6 +23,9 @@ class TrafficFeed {
 
   // A ZOR_MSG_CONTROL_COPY from the server.
   void Take(std::string_view body);
+  // The server's reply to what this has asked of it.
+  void TakeReply(std::uint32_t result);
+  void Greet(EventStream &stream) const;
   // Several times a second: pages get what has come.
   void OnFlush();
   // Once a second.
@@ -46,6 +49,7 @@ class TrafficFeed {
   std::uint32_t inSecond_ = 0;
   std::uint64_t missed_ = 0;  // copies that the server could not send
   bool paused_ = false;       // until the next second
+  std::string problem_;       // why there are no copies, as an event's data
   messages::Conversations conversations_;
   std::map<const EventStream *, Batch> batches_;
 };

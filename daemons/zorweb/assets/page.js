@@ -134,6 +134,7 @@ function connect(again) {
     draw();
   });
   on("traffic", (data) => traffic.add(data, $("traffic-text").value));
+  on("traffic-problem", (problem) => { $("traffic-note").textContent = problem; });
   on("log", (data) => { log = data; drawLogs(); });
   on("mlog", (data) => { mlog = data; drawLogs(); });
   made.onerror = () => {
