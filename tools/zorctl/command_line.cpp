@@ -6,6 +6,7 @@
 
 #include "programs/messages/nearest.h"
 #include "programs/version.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/seconds_option.h"
 
@@ -54,10 +55,11 @@ void DeclareVerb(CLI::App &program, Selected &selected) {
   const VerbRow &row = *selected.row;
   CLI::App &app = *AddVerb(program, row);
   selected.seconds = row.timeoutSeconds;
-  selected.verb->Declare(app);
-  app.add_flag("--json", selected.json, "Print JSON");
-  AddSeconds(app, "--timeout", selected.seconds, "Maximum time to wait");
-  selected.fleet.Declare(app, row.reach);
+  Options options(app);
+  selected.verb->Declare(options);
+  options.AddFlag("--json", selected.json, "Print JSON");
+  AddSeconds(options, "--timeout", selected.seconds, "Maximum time to wait");
+  selected.fleet.Declare(options, row.reach);
   app.footer(std::string("examples:\n") + row.examples);
 }
 
@@ -90,14 +92,15 @@ std::string VerbMeant(std::string_view name) {
 }
 
 VerbWords::VerbWords(const VerbRow &row) : verb_(row.make()), app_(std::make_unique<CLI::App>()) {
-  verb_->Declare(*app_);
-  AddSeconds(*app_, "--timeout", seconds_, "");
-  if (row.reach != Reach::kHere) fleet_.Declare(*app_, row.reach);
+  Options options(*app_);
+  verb_->Declare(options);
+  AddSeconds(options, "--timeout", seconds_, "");
+  if (row.reach != Reach::kHere) fleet_.Declare(options, row.reach);
 }
 
 VerbWords::~VerbWords() = default;
 
-std::vector<std::string> VerbWords::Options() const {
+std::vector<std::string> VerbWords::OptionNames() const {
   std::vector<std::string> names = {"--json"};
   for (const CLI::Option *option : app_->get_options()) {
     for (const std::string &name : option->get_lnames()) names.push_back("--" + name);

@@ -48,7 +48,7 @@ class VerbWords {
   VerbWords &operator=(const VerbWords &) = delete;
 
   // The long names of the options, sorted.
-  std::vector<std::string> Options() const;
+  std::vector<std::string> OptionNames() const;
   // Whether the word is an option that the next word belongs to.
   bool TakesNext(const std::string &word) const;
   // The words that an option, or the argument at that place, is limited to; empty if it is not.

@@ -1,16 +1,16 @@
 #include "zorctl/fleet_arguments.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 
 namespace zor::ctl {
 namespace {
 
-struct Option {
+struct TextOption {
   const char *name;
   std::string FleetOptions::*value;
   const char *type;
@@ -18,38 +18,37 @@ struct Option {
 };
 
 constexpr std::array kOptions = {
-    Option{"--fleet", &FleetOptions::url, "URL",
-           "Work on gateways through their broker: mqtt://[USER@]HOST[:PORT][/PREFIX] or mqtts://... (ZOR_FLEET)"},
-    Option{"--ca", &FleetOptions::authority, "FILE", "Who may vouch for the broker, in PEM (ZOR_FLEET_CA)"},
-    Option{"--cert", &FleetOptions::certificate, "FILE", "This user's certificate, in PEM (ZOR_FLEET_CERT)"},
-    Option{"--key", &FleetOptions::key, "FILE", "Its key (ZOR_FLEET_KEY)"},
-    Option{"--password-file", &FleetOptions::passwordFile, "FILE",
-           "The password of the URL's user (ZOR_FLEET_PASSWORD_FILE)"}};
+    TextOption{"--fleet", &FleetOptions::url, "URL",
+               "Work on gateways through their broker: mqtt://[USER@]HOST[:PORT][/PREFIX] or mqtts://... (ZOR_FLEET)"},
+    TextOption{"--ca", &FleetOptions::authority, "FILE", "Who may vouch for the broker, in PEM (ZOR_FLEET_CA)"},
+    TextOption{"--cert", &FleetOptions::certificate, "FILE", "This user's certificate, in PEM (ZOR_FLEET_CERT)"},
+    TextOption{"--key", &FleetOptions::key, "FILE", "Its key (ZOR_FLEET_KEY)"},
+    TextOption{"--password-file", &FleetOptions::passwordFile, "FILE",
+               "The password of the URL's user (ZOR_FLEET_PASSWORD_FILE)"}};
 
 constexpr std::array kOthers = {std::string_view("--gateway"), std::string_view("--parallel")};
 
 bool IsFleetOption(std::string_view word) {
   const std::string_view name = word.substr(0, word.find('='));
-  return std::any_of(kOptions.begin(), kOptions.end(), [=](const Option &each) { return each.name == name; }) ||
+  return std::any_of(kOptions.begin(), kOptions.end(), [=](const TextOption &each) { return each.name == name; }) ||
          std::find(kOthers.begin(), kOthers.end(), name) != kOthers.end();
 }
 
 }  // namespace
 
-void FleetArguments::Declare(CLI::App &app, Reach reach) {
+void FleetArguments::Declare(Options &options, Reach reach) {
   const bool shown = reach == Reach::kBoth || reach == Reach::kFleet;
-  for (const Option &each : kOptions) {
-    app.add_option(each.name, options_.*each.value, each.help)->type_name(each.type)->group(shown ? "On a fleet" : "");
+  for (const TextOption &each : kOptions) {
+    options.Add(each.name, options_.*each.value, each.help).Type(each.type).Group(shown ? "On a fleet" : "");
     if (!shown) return;
   }
-  app.add_option("--gateway", scope_.gateways, "Only these gateways: names, or patterns with * and ?; repeatable")
-      ->type_name("NAME")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->group("On a fleet");
-  AddNumber(app, "--parallel", scope_.parallel, "Requests that may be under way at one time", 1)
-      ->capture_default_str()
-      ->group("On a fleet");
+  options.Add("--gateway", scope_.gateways, "Only these gateways: names, or patterns with * and ?; repeatable")
+      .Type("NAME")
+      .Repeatable()
+      .Group("On a fleet");
+  AddNumber(options, "--parallel", scope_.parallel, "Requests that may be under way at one time", 1)
+      .ShowDefault()
+      .Group("On a fleet");
 }
 
 bool FleetArguments::wanted() const {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "zorctl/fleet.h"
+#include "zorctl/options.h"
 #include "zorctl/verb.h"
 
 namespace zor::ctl {
@@ -14,7 +15,7 @@ namespace zor::ctl {
 class FleetArguments {
  public:
   // Only --fleet, and not in --help, for a verb that works here only.
-  void Declare(CLI::App &app, Reach reach);
+  void Declare(Options &options, Reach reach);
   // Whether the user wants a fleet: by an option, or by ZOR_FLEET.
   bool wanted() const;
   // Connects.

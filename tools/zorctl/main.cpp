@@ -26,7 +26,7 @@ void PrintError(const std::string &verb, const std::string &what, const std::str
 
 // What the user may have meant by the first option that the verb does not have.
 std::string OptionMeant(const VerbRow &row, const std::vector<std::string> &words) {
-  const std::vector<std::string> known = VerbWords(row).Options();
+  const std::vector<std::string> known = VerbWords(row).OptionNames();
   for (const std::string &word : words) {
     const std::string name = word.substr(0, word.find('='));
     if (!name.starts_with("--") || std::find(known.begin(), known.end(), name) != known.end()) continue;

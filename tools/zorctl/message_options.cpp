@@ -1,6 +1,5 @@
 #include "zorctl/message_options.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "programs/fleet_wire.h"
@@ -13,30 +12,28 @@
 #include "zorctl/foreign_json.h"
 #include "zorctl/format.h"
 #include "zorctl/input_file.h"
+#include "zorctl/options.h"
 #include "zorctl/value.h"
 
 namespace zor::ctl {
 
 using Json = nlohmann::ordered_json;
 
-void MessageOptions::Declare(CLI::App &app) {
-  app.add_option("TYPE", type_, "The message type, a number or a name (zorctl complete types)")
-      ->required()
-      ->type_name("");
-  app.add_option("WORDS", words_,
-                 "[NAME] [FIELD=VALUE ...]: the daemon, if the server has no route for the type, and the type's fields")
-      ->type_name("");
-  app.add_option("--data", data_, "The data word")->type_name("NUMBER");
+void MessageOptions::Declare(Options &options) {
+  options.Add("TYPE", type_, "The message type, a number or a name (zorctl complete types)").Required().Type("");
+  options
+      .Add("WORDS", words_,
+           "[NAME] [FIELD=VALUE ...]: the daemon, if the server has no route for the type, and the type's fields")
+      .Type("");
+  options.Add("--data", data_, "The data word").Type("NUMBER");
   const auto addBody = [&](const char *name, auto &value, const char *help, const char *type) {
-    return app.add_option(name, value, help)->type_name(type)->group("The body (only one of these)");
+    return options.Add(name, value, help).Type(type).Group("The body (only one of these)");
   };
   addBody("--text", text_, "A text and its NUL", "TEXT");
   addBody("--hex", hex_, "Bytes in hexadecimal digits", "DIGITS");
   addBody("--file", file_, "The contents of a file; - is standard input", "FILE");
-  CLI::Option *items = addBody("--item", items_, "An item of a management message; repeatable", "NAME=VALUE")
-                           ->expected(1)
-                           ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  app.add_option("--subtype", subType_, "The sub-type of the management message")->type_name("NUMBER")->needs(items);
+  Option items = addBody("--item", items_, "An item of a management message; repeatable", "NAME=VALUE").Repeatable();
+  options.Add("--subtype", subType_, "The sub-type of the management message").Type("NUMBER").Needs(items);
 }
 
 void MessageOptions::SortWords(Outgoing &message, messages::Values &fields) const {

@@ -7,10 +7,7 @@
 #include <vector>
 
 #include "zorctl/bus.h"
-
-namespace CLI {
-class App;
-}
+#include "zorctl/options.h"
 
 namespace zor::ctl {
 
@@ -22,7 +19,7 @@ struct FleetCall {
 
 class MessageOptions {
  public:
-  void Declare(CLI::App &app);
+  void Declare(Options &options);
   // The same for a gateway of a fleet: known fields travel by their names, other bodies as bytes. Requests to the
   // bridge itself have names of their own, and fields of any kind.
   FleetCall BuildForFleet() const;

@@ -1,13 +1,13 @@
 #include "zorctl/number_option.h"
 
-#include <CLI/CLI.hpp>
 #include <string>
 
 #include "programs/messages/number.h"
+#include "zorctl/options.h"
 
 namespace zor::ctl {
 
-CLI::Option *AddNumber(CLI::App &app, const char *name, uint32_t &number, const std::string &purpose, uint32_t least) {
+Option AddNumber(Options &options, const char *name, uint32_t &number, const std::string &purpose, uint32_t least) {
   const auto check = [least](std::string &text) -> std::string {
     const auto parsed = messages::ParseUint32(text);
     if (!parsed || *parsed < least) {
@@ -16,11 +16,11 @@ CLI::Option *AddNumber(CLI::App &app, const char *name, uint32_t &number, const 
     text = std::to_string(*parsed);  // which CLI11 reads alike
     return {};
   };
-  return app.add_option(name, number, purpose)->transform(CLI::Validator(check, ""))->type_name("N");
+  return options.Add(name, number, purpose).Check(check).Type("N");
 }
 
-void AddLimit(CLI::App &app, uint32_t &limit, const char *purpose) {
-  AddNumber(app, "--limit", limit, purpose, 1);
+void AddLimit(Options &options, uint32_t &limit, const char *purpose) {
+  AddNumber(options, "--limit", limit, purpose, 1);
 }
 
 }  // namespace zor::ctl

@@ -4,19 +4,15 @@
 
 #include <cstdint>
 #include <string>
-
-namespace CLI {
-class App;
-class Option;
-}  // namespace CLI
+#include "zorctl/options.h"
 
 namespace zor::ctl {
 
 // Adds an option for a number, decimal or with 0x, from least to UINT32_MAX.
-CLI::Option *AddNumber(CLI::App &app, const char *name, uint32_t &number, const std::string &purpose, uint32_t least);
+Option AddNumber(Options &options, const char *name, uint32_t &number, const std::string &purpose, uint32_t least);
 
 // Adds --limit, for verbs that print one item after the other. It cannot be 0, which means no limit.
-void AddLimit(CLI::App &app, uint32_t &limit, const char *purpose);
+void AddLimit(Options &options, uint32_t &limit, const char *purpose);
 
 }  // namespace zor::ctl
 

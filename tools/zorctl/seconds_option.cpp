@@ -1,8 +1,9 @@
 #include "zorctl/seconds_option.h"
 
-#include <CLI/CLI.hpp>
 #include <cmath>
+#include <cstdlib>
 #include <string>
+#include "zorctl/options.h"
 
 namespace zor::ctl {
 namespace {
@@ -10,8 +11,9 @@ namespace {
 constexpr double kMaxTimeoutSeconds = 86400 * 365.0;
 
 std::string CheckSeconds(const std::string &text) {
-  double seconds = 0;
-  if (!CLI::detail::lexical_cast(text, seconds) || !(seconds >= 0.001 && seconds <= kMaxTimeoutSeconds)) {
+  char *end = nullptr;
+  const double seconds = std::strtod(text.c_str(), &end);
+  if (end == text.c_str() || *end != '\0' || !(seconds >= 0.001 && seconds <= kMaxTimeoutSeconds)) {
     return "not a time from 0.001 to " + std::to_string(static_cast<long>(kMaxTimeoutSeconds)) + " seconds";
   }
   return {};
@@ -19,11 +21,8 @@ std::string CheckSeconds(const std::string &text) {
 
 }  // namespace
 
-CLI::Option *AddSeconds(CLI::App &app, const char *name, double &seconds, const char *purpose) {
-  return app.add_option(name, seconds, purpose)
-      ->check(CLI::Validator(CheckSeconds, ""))
-      ->type_name("SECONDS")
-      ->capture_default_str();
+Option AddSeconds(Options &options, const char *name, double &seconds, const char *purpose) {
+  return options.Add(name, seconds, purpose).Check(CheckSeconds).Type("SECONDS").ShowDefault();
 }
 
 Milliseconds FromSeconds(double seconds) {

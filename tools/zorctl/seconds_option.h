@@ -3,16 +3,12 @@
 #define ZORCTL_SECONDS_OPTION_H
 
 #include "zorctl/deadline.h"
-
-namespace CLI {
-class App;
-class Option;
-}  // namespace CLI
+#include "zorctl/options.h"
 
 namespace zor::ctl {
 
 // Adds an option for a time, whose default is the variable's value.
-CLI::Option *AddSeconds(CLI::App &app, const char *name, double &seconds, const char *purpose);
+Option AddSeconds(Options &options, const char *name, double &seconds, const char *purpose);
 
 Milliseconds FromSeconds(double seconds);
 

@@ -1,6 +1,5 @@
 #include "zorctl/value.h"
 
-#include <CLI/CLI.hpp>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -10,6 +9,7 @@
 #include "zorctl/exit_code.h"
 #include "zorctl/format.h"
 #include "zorctl/input_file.h"
+#include "zorctl/options.h"
 #include "zorctl/record.h"
 #include "zorctl/text.h"
 
@@ -45,11 +45,11 @@ messages::Values ParsePairs(const std::vector<std::string> &words) {
   return pairs;
 }
 
-void AddFormatOption(CLI::App &app, std::string &format) {
-  app.add_option("--as", format, "Format of a value: text, string (text and its NUL), hex, u32 or file")
-      ->check(CLI::IsMember({"text", "string", "hex", "u32", "file"}))
-      ->type_name("FORMAT")
-      ->capture_default_str();
+void AddFormatOption(Options &options, std::string &format) {
+  options.Add("--as", format, "Format of a value: text, string (text and its NUL), hex, u32 or file")
+      .OneOf({"text", "string", "hex", "u32", "file"})
+      .Type("FORMAT")
+      .ShowDefault();
 }
 
 std::string ParseBytes(const std::string &word, std::string_view format, size_t limit) {

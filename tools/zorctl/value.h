@@ -9,10 +9,7 @@
 #include <vector>
 
 #include "programs/messages/body.h"
-
-namespace CLI {
-class App;
-}
+#include "zorctl/options.h"
 
 namespace zor::ctl {
 
@@ -22,7 +19,7 @@ messages::Values ParsePairs(const std::vector<std::string> &words);
 
 // Adds the option --as, the format of values, whose default is the variable's value: "text", "string" (a text with its
 // NUL), "hex", "u32" or "file" (the path of a file with the bytes).
-void AddFormatOption(CLI::App &app, std::string &format);
+void AddFormatOption(Options &options, std::string &format);
 
 // The bytes that a word of the command line represents. Failure (usage) if it is not of that format, or a file is
 // larger than limit.

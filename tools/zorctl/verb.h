@@ -8,10 +8,6 @@
 #include "zorctl/deadline.h"
 #include "zorctl/exit_code.h"
 
-namespace CLI {
-class App;
-}
-
 namespace zor::ctl {
 
 // The options of every verb.
@@ -24,12 +20,13 @@ struct Common {
 };
 
 class Fleet;
+class Options;
 
 class Verb {
  public:
   virtual ~Verb() = default;
   // Binds options, which are members. --json, --timeout and --help are declared already.
-  virtual void Declare(CLI::App &app) = 0;
+  virtual void Declare(Options &options) = 0;
   // Throws Failure or Invalid for anything but success; other codes are for verbs that have already printed their
   // result.
   virtual ExitCode Run(const Common &common) = 0;

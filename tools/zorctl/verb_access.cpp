@@ -2,7 +2,6 @@
 // reads files, and needs no server; a server itself is told to read its rules anew, and asked what they have refused.
 #include <zor/control_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -16,6 +15,7 @@
 #include "zorctl/bus.h"
 #include "zorctl/input_file.h"
 #include "zorctl/notify_channel.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -43,27 +43,28 @@ const char *NameOf(access::Reason reason) {
 
 class AccessVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("ACTION", action_,
-                   "explain: who may do something, and by which rule; test: whether files of rules are sound; learn: "
-                   "write rules that allow what was observed; reload: let a server read its rules anew; refused: "
-                   "what they have refused, or would have, since it started; learn reads that")
-        ->required()
-        ->check(CLI::IsMember({"explain", "test", "learn", "reload", "refused"}))
-        ->type_name("");
-    app.add_option("WORDS", words_,
-                   "With explain: WHO and WHAT in the words of a rule; with test: files; with learn: a file of "
-                   "observations, - for standard input, the default; with reload and refused: msgsvr, the default, or "
-                   "notifyserver")
-        ->type_name("");
-    app.add_option("--rules", rules_, "With explain: the directory or the file of the rules")
-        ->type_name("PATH")
-        ->capture_default_str();
-    holder_ = app.add_option("--holder", holderText_, "With explain, of a name: the user that has it already")
-                  ->type_name("USER");
-    app.add_option("--accounts", accountsPath_,
-                   "Directory of the passwd and group files to take users and groups from, such as that of an image")
-        ->type_name("PATH");
+  void Declare(Options &options) override {
+    options
+        .Add("ACTION", action_,
+             "explain: who may do something, and by which rule; test: whether files of rules are sound; learn: "
+             "write rules that allow what was observed; reload: let a server read its rules anew; refused: "
+             "what they have refused, or would have, since it started; learn reads that")
+        .Required()
+        .OneOf({"explain", "test", "learn", "reload", "refused"})
+        .Type("");
+    options
+        .Add("WORDS", words_,
+             "With explain: WHO and WHAT in the words of a rule; with test: files; with learn: a file of "
+             "observations, - for standard input, the default; with reload and refused: msgsvr, the default, or "
+             "notifyserver")
+        .Type("");
+    options.Add("--rules", rules_, "With explain: the directory or the file of the rules").Type("PATH").ShowDefault();
+    holder_ =
+        options.Add("--holder", holderText_, "With explain, of a name: the user that has it already").Type("USER");
+    options
+        .Add("--accounts", accountsPath_,
+             "Directory of the passwd and group files to take users and groups from, such as that of an image")
+        .Type("PATH");
   }
 
   ExitCode Run(const Common &common) override {
@@ -108,7 +109,7 @@ class AccessVerb : public Verb {
     const auto rules = access::Rules::Load(isDefault ? daemon::FixedPath(rules_) : rules_, accounts, mistakes);
     if (!rules) throw Failure(kExitUsage, Escape(mistakes.front()), "zorctl access test lists all mistakes of a file");
     access::Identity holder;
-    if (holder_->count() > 0) {
+    if (holder_.given()) {
       holder.user = accounts.User(holderText_);
       if (!holder.user) throw Failure(kExitNotFound, "no such user: " + Escape(holderText_), "give a name or a number");
     }
@@ -178,7 +179,7 @@ class AccessVerb : public Verb {
   std::string rules_ = access::Rules::kDirectory;
   std::string holderText_;
   std::string accountsPath_;
-  CLI::Option *holder_ = nullptr;
+  Option holder_;
   bool json_ = false;
 };
 

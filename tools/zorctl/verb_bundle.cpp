@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -13,6 +12,7 @@
 #include "zorctl/bundle/pieces.h"
 #include "zorctl/bundle/privacy.h"
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -29,11 +29,10 @@ constexpr size_t kWorthKeeping = 4096;  // of the end of a piece that does not f
 // The pieces of a ticket. A piece that cannot be made is a line in the manifest; only the archive itself can fail.
 class BundleVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("FILE", path_, "The archive, .tar.gz or .tar.zst; by default it is named by the time")
-        ->type_name("");
-    AddNumber(app, "--limit", limit_, "Bytes of all pieces together, before they are compressed", kLeastLimit)
-        ->capture_default_str();
+  void Declare(Options &options) override {
+    options.Add("FILE", path_, "The archive, .tar.gz or .tar.zst; by default it is named by the time").Type("");
+    AddNumber(options, "--limit", limit_, "Bytes of all pieces together, before they are compressed", kLeastLimit)
+        .ShowDefault();
   }
 
   ExitCode Run(const Common &common) override {

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -8,6 +7,7 @@
 #include "zorctl/fleet_report.h"
 #include "zorctl/fleet_requests.h"
 #include "zorctl/message_options.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/reply_fields.h"
 #include "zorctl/verbs.h"
@@ -28,7 +28,7 @@ Json Explain(const Message &reply) {
 
 class CallVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override { options_.Declare(app); }
+  void Declare(Options &options) override { options_.Declare(options); }
 
   ExitCode Run(const Common &common) override {
     const Outgoing request = options_.Build();

@@ -1,6 +1,5 @@
 #include <zor/control_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -11,6 +10,7 @@
 #include "programs/messages/message_types.h"
 #include "zorctl/bus.h"
 #include "zorctl/command_line.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -145,7 +145,7 @@ Words CandidatesFor(const Words &typed) {
   if (row == nullptr) return {};
   const VerbWords verb(*row);
   if (line.size() > 2 && verb.TakesNext(line[line.size() - 2])) return ValuesOf(*row, verb, line[line.size() - 2]);
-  if (line.back().starts_with('-')) return verb.Options();
+  if (line.back().starts_with('-')) return verb.OptionNames();
   size_t place = 0;
   for (size_t i = 1; i + 1 < line.size(); ++i) {
     if (verb.TakesNext(line[i])) {
@@ -162,9 +162,9 @@ Words CandidatesFor(const Words &typed) {
 // them.
 class CompleteVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("WHAT", what_, "names, types, modules, verbs, or line")->required()->type_name("");
-    app.add_option("WORDS", line_, "With line: the words after zorctl; the last one is completed")->type_name("");
+  void Declare(Options &options) override {
+    options.Add("WHAT", what_, "names, types, modules, verbs, or line").Required().Type("");
+    options.Add("WORDS", line_, "With line: the words after zorctl; the last one is completed").Type("");
   }
 
   ExitCode Run(const Common &common) override {

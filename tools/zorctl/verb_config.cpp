@@ -3,7 +3,6 @@
 #include <unistd.h>
 #include <zor/platform/config.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -17,6 +16,7 @@
 #include "programs/messages/number.h"
 #include "programs/paths.h"
 #include "zorctl/format.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/store_list.h"
 #include "zorctl/store_value.h"
@@ -106,22 +106,18 @@ void AppendUsers(const std::string &directory, std::vector<Listed> &list) {
 
 class ConfigVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("ACTION", action_, "list, get or set")
-        ->required()
-        ->check(CLI::IsMember({"list", "get", "set"}))
-        ->type_name("");
-    app.add_option("KIND", kind_, "parameter, object, appdata or, with list, user: who has saved a configuration")
-        ->check(CLI::IsMember({kParameter, kObject, kAppData, kUser}))
-        ->type_name("");
-    app.add_option("ID", id_, "NUMBER or NUMBER.INSTANCE of a parameter, CLASS.INSTANCE, or an item's NUMBER")
-        ->type_name("");
-    app.add_option("VALUE", words_, "The value to set; for an object NAME=VALUE ...")->type_name("");
-    AddFormatOption(app, format_);
-    app.add_flag("--create", create_, "Let set create the store; for an object without INSTANCE, a new instance");
-    app.add_option("--directory", directory_, "Where cms stores users' saved configurations (its setting directory)")
-        ->type_name("PATH")
-        ->capture_default_str();
+  void Declare(Options &options) override {
+    options.Add("ACTION", action_, "list, get or set").Required().OneOf({"list", "get", "set"}).Type("");
+    options.Add("KIND", kind_, "parameter, object, appdata or, with list, user: who has saved a configuration")
+        .OneOf({kParameter, kObject, kAppData, kUser})
+        .Type("");
+    options.Add("ID", id_, "NUMBER or NUMBER.INSTANCE of a parameter, CLASS.INSTANCE, or an item's NUMBER").Type("");
+    options.Add("VALUE", words_, "The value to set; for an object NAME=VALUE ...").Type("");
+    AddFormatOption(options, format_);
+    options.AddFlag("--create", create_, "Let set create the store; for an object without INSTANCE, a new instance");
+    options.Add("--directory", directory_, "Where cms stores users' saved configurations (its setting directory)")
+        .Type("PATH")
+        .ShowDefault();
   }
 
   ExitCode Run(const Common &common) override {

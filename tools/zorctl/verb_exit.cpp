@@ -1,12 +1,12 @@
 #include <zor/msg_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
 #include "zorctl/bus.h"
 #include "zorctl/format.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
 
@@ -17,7 +17,7 @@ constexpr Milliseconds kPollEvery{50};
 
 class ExitVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override { app.add_option("NAME", name_, "The daemon")->required()->type_name(""); }
+  void Declare(Options &options) override { options.Add("NAME", name_, "The daemon").Required().Type(""); }
 
   ExitCode Run(const Common &common) override {
     const std::string field = NameField(name_);

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -6,6 +5,7 @@
 
 #include "zorctl/fleet_report.h"
 #include "zorctl/format.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -37,11 +37,11 @@ std::string QueueText(const ForeignJson &status) {
 
 class GatewaysVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    CLI::Option *online = app.add_flag("--online", online_, "Only gateways that are online");
-    app.add_flag("--offline", offline_, "Only gateways that are not")->excludes(online);
-    app.add_flag("--unwell", unwell_, "Only gateways that report trouble, are lost or have no current status");
-    app.add_option("--version", version_, "Only gateways with this version")->type_name("VERSION");
+  void Declare(Options &options) override {
+    Option online = options.AddFlag("--online", online_, "Only gateways that are online");
+    options.AddFlag("--offline", offline_, "Only gateways that are not").Excludes(online);
+    options.AddFlag("--unwell", unwell_, "Only gateways that report trouble, are lost or have no current status");
+    options.Add("--version", version_, "Only gateways with this version").Type("VERSION");
   }
 
   ExitCode Run(const Common &) override { throw Failure(kExitUsage, "works on a fleet only", "give --fleet URL"); }

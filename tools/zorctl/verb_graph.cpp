@@ -1,12 +1,12 @@
 // The bus as a picture for a document.
 #include <poll.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "zorctl/graph.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/top_report.h"
 #include "zorctl/top_source.h"
@@ -30,9 +30,9 @@ TopData Look(Milliseconds timeout) {
 
 class GraphVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    CLI::Option *svg = app.add_flag("--svg", svg_, "Print an image in the format SVG");
-    app.add_flag("--dot", dot_, "Print a text for the layout programs of graphs; this is the default")->excludes(svg);
+  void Declare(Options &options) override {
+    Option svg = options.AddFlag("--svg", svg_, "Print an image in the format SVG");
+    options.AddFlag("--dot", dot_, "Print a text for the layout programs of graphs; this is the default").Excludes(svg);
   }
 
   ExitCode Run(const Common &common) override {

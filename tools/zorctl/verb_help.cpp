@@ -1,6 +1,6 @@
-#include <CLI/CLI.hpp>
 #include <string>
 
+#include "zorctl/options.h"
 #include "zorctl/verbs.h"
 
 namespace zor::ctl {
@@ -9,7 +9,7 @@ namespace {
 // Only what is asked about itself gets here: the command line turns the rest into --help of the verb.
 class HelpVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override { app.add_option("VERB", verb_, "The verb; all by default")->type_name(""); }
+  void Declare(Options &options) override { options.Add("VERB", verb_, "The verb; all by default").Type(""); }
 
   ExitCode Run(const Common &) override { throw Failure(kExitUsage, "options before the verb", "give only a verb"); }
 

@@ -1,7 +1,6 @@
 #include <zor/control_wire.h>
 #include <zor/event.h>
 
-#include <CLI/CLI.hpp>
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -10,6 +9,7 @@
 #include "zorctl/bus.h"
 #include "zorctl/fleet_report.h"
 #include "zorctl/format.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -67,9 +67,9 @@ constexpr size_t kUserColumn = 2;
 
 class ListVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_flag("-v,--verbose", verbose_,
-                 "Also list memory held in the server, subscriptions, restful patterns and this command itself");
+  void Declare(Options &options) override {
+    options.AddFlag("-v,--verbose", verbose_,
+                    "Also list memory held in the server, subscriptions, restful patterns and this command itself");
   }
 
   // From the gateways' latest status, whose age is shown.

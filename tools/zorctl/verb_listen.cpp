@@ -1,7 +1,6 @@
 #include <zor/event.h>
 #include <zor/msg_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -14,6 +13,7 @@
 #include "zorctl/bus.h"
 #include "zorctl/fleet_stream.h"
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
 
@@ -22,10 +22,10 @@ namespace {
 
 class ListenVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("MODULE", modules_, "Only events of these modules (or types); all events if omitted")->type_name("");
-    AddLimit(app, limit_, "End after this many events; with status 4 if it times out first");
-    app.add_flag("-v,--verbose", verbose_, "Report on standard error when it has subscribed");
+  void Declare(Options &options) override {
+    options.Add("MODULE", modules_, "Only events of these modules (or types); all events if omitted").Type("");
+    AddLimit(options, limit_, "End after this many events; with status 4 if it times out first");
+    options.AddFlag("-v,--verbose", verbose_, "Report on standard error when it has subscribed");
   }
 
   ExitCode Run(const Common &common) override {

@@ -4,7 +4,6 @@
 #include <zor/log.h>
 #include <zor/platform/file.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <bit>
 #include <cerrno>
@@ -27,6 +26,7 @@
 #include "zorctl/fleet_stream.h"
 #include "zorctl/log_lines.h"
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/record.h"
 #include "zorctl/seconds_option.h"
@@ -83,26 +83,24 @@ class ResultFile {
 
 class LogVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("--type", types_, "Only records of these types (names as in the log, or bits)")
-        ->delimiter(',')
-        ->type_name("TYPE");
-    app.add_option("--level", level_, "Only records of this severity or higher: emergency ... debug")
-        ->type_name("LEVEL");
-    AddNumber(app, "--count", count_, "How many of the newest records; 0: all", 0)->capture_default_str();
-    app.add_option("--language", language_, "Language of the texts: en, or zh for the second language")
-        ->check(CLI::IsMember({"en", "zh"}))
-        ->capture_default_str();
-    app.add_option("--directory", directory_, "Where the daemon may write results (its setting query_directory)")
-        ->capture_default_str()
-        ->type_name("PATH");
-    CLI::Option *follow =
-        app.add_flag("--follow", follow_, "Continue with new records until Ctrl-C or --for has elapsed");
-    AddSeconds(app, "--for", followSeconds_, "How long to follow the log")->needs(follow);
-    AddSeconds(app, "--interval", intervalSeconds_, "Time between two queries")->needs(follow);
-    app.add_option("--stat", statistic_, "Print a statistic of the logging daemon mlogserver instead")
-        ->excludes(follow)
-        ->type_name("NAME");
+  void Declare(Options &options) override {
+    options.Add("--type", types_, "Only records of these types (names as in the log, or bits)")
+        .Separated(',')
+        .Type("TYPE");
+    options.Add("--level", level_, "Only records of this severity or higher: emergency ... debug").Type("LEVEL");
+    AddNumber(options, "--count", count_, "How many of the newest records; 0: all", 0).ShowDefault();
+    options.Add("--language", language_, "Language of the texts: en, or zh for the second language")
+        .OneOf({"en", "zh"})
+        .ShowDefault();
+    options.Add("--directory", directory_, "Where the daemon may write results (its setting query_directory)")
+        .ShowDefault()
+        .Type("PATH");
+    Option follow = options.AddFlag("--follow", follow_, "Continue with new records until Ctrl-C or --for has elapsed");
+    AddSeconds(options, "--for", followSeconds_, "How long to follow the log").Needs(follow);
+    AddSeconds(options, "--interval", intervalSeconds_, "Time between two queries").Needs(follow);
+    options.Add("--stat", statistic_, "Print a statistic of the logging daemon mlogserver instead")
+        .Excludes(follow)
+        .Type("NAME");
   }
 
   ExitCode Run(const Common &common) override {

@@ -1,13 +1,13 @@
 // Measurements for collectors such as a monitoring system's agent, which runs this command or reads its output.
 #include <zor/control_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "programs/metrics/bus_metrics.h"
 #include "zorctl/bus.h"
 #include "zorctl/fleet_report.h"
 #include "zorctl/gateway_metrics.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
 
@@ -18,7 +18,7 @@ using metrics::Metrics;
 
 class MetricsVerb : public Verb {
  public:
-  void Declare(CLI::App &) override {}
+  void Declare(Options &) override {}
 
   ExitCode Run(const Common &common) override {
     const Deadline deadline = common.deadline();

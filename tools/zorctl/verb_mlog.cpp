@@ -2,7 +2,6 @@
 #include <poll.h>
 #include <regex.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -19,6 +18,7 @@
 #include "zorctl/mlog_file.h"
 #include "zorctl/mlog_line.h"
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/seconds_option.h"
 #include "zorctl/text.h"
@@ -59,23 +59,21 @@ class Expression {
 
 class MlogVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
+  void Declare(Options &options) override {
     std::vector<std::string> levels;
     for (const LevelName &level : kLevels) levels.emplace_back(level.name);
-    app.add_option("--daemon", daemons_, "Only lines of these daemons, by the names that they write")
-        ->delimiter(',')
-        ->type_name("NAME");
-    app.add_option("--level", level_, "Only lines of this severity or higher")->check(CLI::IsMember(levels));
-    app.add_option("--grep", grep_, "Only lines whose text this extended regular expression matches")
-        ->type_name("PATTERN");
-    app.add_option("--since", since_, "Only lines from then on: 90s, 10m, 2h or 1d ago, 09:30, or 2026-11-22 09:30:00")
-        ->type_name("TIME");
-    AddNumber(app, "--count", count_, "How many of the newest lines; 0: all", 0)->capture_default_str();
-    CLI::Option *follow =
-        app.add_flag("--follow", follow_, "Continue with new lines until Ctrl-C or --for has elapsed");
-    AddSeconds(app, "--for", followSeconds_, "How long to follow the log")->needs(follow);
-    app.add_flag("--journal", toJournal_, "Write the lines to the system's journal instead of printing them");
-    app.add_option("--file", file_, "The log's file, if not the one in the settings of mlogserver")->type_name("PATH");
+    options.Add("--daemon", daemons_, "Only lines of these daemons, by the names that they write")
+        .Separated(',')
+        .Type("NAME");
+    options.Add("--level", level_, "Only lines of this severity or higher").OneOf(levels);
+    options.Add("--grep", grep_, "Only lines whose text this extended regular expression matches").Type("PATTERN");
+    options.Add("--since", since_, "Only lines from then on: 90s, 10m, 2h or 1d ago, 09:30, or 2026-11-22 09:30:00")
+        .Type("TIME");
+    AddNumber(options, "--count", count_, "How many of the newest lines; 0: all", 0).ShowDefault();
+    Option follow = options.AddFlag("--follow", follow_, "Continue with new lines until Ctrl-C or --for has elapsed");
+    AddSeconds(options, "--for", followSeconds_, "How long to follow the log").Needs(follow);
+    options.AddFlag("--journal", toJournal_, "Write the lines to the system's journal instead of printing them");
+    options.Add("--file", file_, "The log's file, if not the one in the settings of mlogserver").Type("PATH");
   }
 
   ExitCode Run(const Common &common) override {

@@ -1,7 +1,6 @@
 #include <unistd.h>
 #include <zor/control_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +15,7 @@
 #include "zorctl/copy_stream.h"
 #include "zorctl/monitor_sink.h"
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/record.h"
 #include "zorctl/text.h"
@@ -30,17 +30,17 @@ constexpr Milliseconds kRefresh{250};     // of progress, and of a file that ano
 
 class MonitorVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("--name", name_, "Only what this daemon sends or receives")->type_name("NAME");
-    app.add_flag("--sent", sent_, "With --name: only what it sends");
-    app.add_flag("--received", received_, "With --name: only what it receives");
-    app.add_option("--type", type_, "Only messages of this type: a number, a range such as 0x5000-0x50FF, or a name")
-        ->type_name("TYPE");
-    AddLimit(app, limit_, "End after this many messages; with status 4 if it times out first");
-    CLI::Option *lines = app.add_flag("--lines", lines_, "Print a line for each message; this is the default");
-    app.add_option("--pcapng", file_, "Write a capture for packet analysers; - is standard output")
-        ->type_name("FILE")
-        ->excludes(lines);
+  void Declare(Options &options) override {
+    options.Add("--name", name_, "Only what this daemon sends or receives").Type("NAME");
+    options.AddFlag("--sent", sent_, "With --name: only what it sends");
+    options.AddFlag("--received", received_, "With --name: only what it receives");
+    options.Add("--type", type_, "Only messages of this type: a number, a range such as 0x5000-0x50FF, or a name")
+        .Type("TYPE");
+    AddLimit(options, limit_, "End after this many messages; with status 4 if it times out first");
+    Option lines = options.AddFlag("--lines", lines_, "Print a line for each message; this is the default");
+    options.Add("--pcapng", file_, "Write a capture for packet analysers; - is standard output")
+        .Type("FILE")
+        .Excludes(lines);
   }
 
   ExitCode Run(const Common &common) override {

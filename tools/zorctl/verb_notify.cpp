@@ -1,6 +1,5 @@
 #include <zor/notifyclt.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -9,6 +8,7 @@
 #include "programs/messages/number.h"
 #include "zorctl/format.h"
 #include "zorctl/notify_channel.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -46,15 +46,15 @@ bool IsConnected(const Json &list, uint32_t module) {
 
 class NotifyVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("MODULE", module_, "The module, by name or number")->type_name("");
-    app.add_option("TYPE", type_, "The notification's type, a number")->type_name("");
-    app.add_option("DATA", part1_, "The data")->type_name("");
-    app.add_option("DATA2", part2_, "The second part of the data of an asynchronous notification")->type_name("");
-    AddFormatOption(app, format_);
-    app.add_flag("--sync", sync_, "Wait for the reply and print it");
-    app.add_option("--from", from_, "The module to send as")->type_name("MODULE")->capture_default_str();
-    app.add_flag("--list", list_, "List the connected modules instead");
+  void Declare(Options &options) override {
+    options.Add("MODULE", module_, "The module, by name or number").Type("");
+    options.Add("TYPE", type_, "The notification's type, a number").Type("");
+    options.Add("DATA", part1_, "The data").Type("");
+    options.Add("DATA2", part2_, "The second part of the data of an asynchronous notification").Type("");
+    AddFormatOption(options, format_);
+    options.AddFlag("--sync", sync_, "Wait for the reply and print it");
+    options.Add("--from", from_, "The module to send as").Type("MODULE").ShowDefault();
+    options.AddFlag("--list", list_, "List the connected modules instead");
   }
 
   ExitCode Run(const Common &common) override {

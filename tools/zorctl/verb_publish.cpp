@@ -1,7 +1,6 @@
 #include <zor/event.h>
 #include <zor/platform/system.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -9,6 +8,7 @@
 #include "programs/messages/body.h"
 #include "programs/messages/event.h"
 #include "zorctl/bus.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/value.h"
@@ -32,15 +32,15 @@ Json PayloadOf(const std::string &word) {
 
 class PublishVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("MODULE", module_, "The module that the event belongs to, or the event's message type")
-        ->required()
-        ->type_name("");
-    app.add_option("EVENT", event_, "The event's name (EventType)")->required()->type_name("");
-    CLI::Option *items = app.add_option("NAME=VALUE", items_, "The event's payload, as texts")->type_name("");
-    app.add_option("--json-payload", payload_, "The event's payload, as JSON; @FILE takes it from a file")
-        ->excludes(items)
-        ->type_name("TEXT");
+  void Declare(Options &options) override {
+    options.Add("MODULE", module_, "The module that the event belongs to, or the event's message type")
+        .Required()
+        .Type("");
+    options.Add("EVENT", event_, "The event's name (EventType)").Required().Type("");
+    Option items = options.Add("NAME=VALUE", items_, "The event's payload, as texts").Type("");
+    options.Add("--json-payload", payload_, "The event's payload, as JSON; @FILE takes it from a file")
+        .Excludes(items)
+        .Type("TEXT");
   }
 
   ExitCode Run(const Common &common) override {

@@ -1,7 +1,6 @@
 #include <unistd.h>
 #include <zor/control_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -19,6 +18,7 @@
 #include "zorctl/input_file.h"
 #include "zorctl/mask.h"
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/pcapng.h"
 #include "zorctl/text.h"
@@ -36,13 +36,12 @@ std::string DateOf(uint64_t timeUs) {
 
 class RecorderVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("file", file_, "What was saved after a crash, - for standard input; otherwise the server is asked")
-        ->type_name("FILE");
-    app.add_option("--pcapng,--out", capture_, "Write a capture for packet analysers; - is standard output")
-        ->type_name("FILE");
-    AddLimit(app, limit_, "Only this many messages, the latest");
-    app.add_flag("--unmasked", unmasked_, "Leave addresses in the bodies as they are");
+  void Declare(Options &options) override {
+    options.Add("file", file_, "What was saved after a crash, - for standard input; otherwise the server is asked")
+        .Type("FILE");
+    options.Add("--pcapng,--out", capture_, "Write a capture for packet analysers; - is standard output").Type("FILE");
+    AddLimit(options, limit_, "Only this many messages, the latest");
+    options.AddFlag("--unmasked", unmasked_, "Leave addresses in the bodies as they are");
   }
 
   ExitCode Run(const Common &common) override {

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -14,6 +13,7 @@
 #include "programs/stop_signal.h"
 #include "zorctl/bus.h"
 #include "zorctl/capture_file.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/type_range.h"
@@ -43,20 +43,17 @@ constexpr uint64_t kDrainEvery = 64;
 // replies in the capture are not sent.
 class ReplayVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("FILE", path_, "A capture that monitor --pcapng wrote; - is standard input")
-        ->required()
-        ->type_name("");
-    app.add_option("--type", types_, "Only messages of this type: a number, a range, or a name; repeatable")
-        ->required()
-        ->type_name("TYPE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    CLI::Option *speed = app.add_option("--speed", speed_, "So many times as fast as they were captured")
-                             ->check(CLI::Range(0.001, 1e6))
-                             ->type_name("N")
-                             ->capture_default_str();
-    app.add_flag("--fast", fast_, "Without waiting between them")->excludes(speed);
+  void Declare(Options &options) override {
+    options.Add("FILE", path_, "A capture that monitor --pcapng wrote; - is standard input").Required().Type("");
+    options.Add("--type", types_, "Only messages of this type: a number, a range, or a name; repeatable")
+        .Required()
+        .Type("TYPE")
+        .Repeatable();
+    Option speed = options.Add("--speed", speed_, "So many times as fast as they were captured")
+                       .Between(0.001, 1e6)
+                       .Type("N")
+                       .ShowDefault();
+    options.AddFlag("--fast", fast_, "Without waiting between them").Excludes(speed);
   }
 
   ExitCode Run(const Common &common) override {

@@ -1,10 +1,10 @@
 #include <zor/msg_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "zorctl/bus.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/record.h"
 #include "zorctl/reply_fields.h"
@@ -23,10 +23,10 @@ void CopyText(const std::string &text, const char *what, char (&field)[ZOR_MSG_R
 
 class RestVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("PREFIX", prefix_, "The path that a daemon has registered")->required()->type_name("");
-    app.add_option("NAME", name_, "The procedure's name beneath it")->required()->type_name("");
-    app.add_option("DATA", data_, "The text for the procedure")->type_name("");
+  void Declare(Options &options) override {
+    options.Add("PREFIX", prefix_, "The path that a daemon has registered").Required().Type("");
+    options.Add("NAME", name_, "The procedure's name beneath it").Required().Type("");
+    options.Add("DATA", data_, "The text for the procedure").Type("");
   }
 
   ExitCode Run(const Common &common) override {

@@ -1,8 +1,8 @@
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "programs/messages/message_types.h"
 #include "zorctl/message_options.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/verbs.h"
 
@@ -11,7 +11,7 @@ namespace {
 
 class SendVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override { options_.Declare(app); }
+  void Declare(Options &options) override { options_.Declare(options); }
 
   ExitCode Run(const Common &common) override {
     const Outgoing message = options_.Build();

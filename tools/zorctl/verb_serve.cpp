@@ -4,7 +4,6 @@
 #include <zor/msg_wire.h>
 #include <zor/status.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -21,6 +20,7 @@
 #include "programs/stop_signal.h"
 #include "zorctl/bus.h"
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/script_run.h"
 #include "zorctl/text.h"
@@ -35,14 +35,12 @@ constexpr uint32_t kAtOnce = 4;
 
 class ServeVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("TYPE", typeText_, "The message type to serve, a number or a name")->required()->type_name("");
-    app.add_option("NAME", name_, "The daemon's name on the bus")->required()->type_name("");
-    app.add_option("--exec", script_, "The program to run for each request, without a shell")
-        ->required()
-        ->type_name("SCRIPT");
-    AddNumber(app, "--at-once", atOnce_, "How many scripts may run at one time", 1)->capture_default_str();
-    AddLimit(app, limit_, "End after this many requests");
+  void Declare(Options &options) override {
+    options.Add("TYPE", typeText_, "The message type to serve, a number or a name").Required().Type("");
+    options.Add("NAME", name_, "The daemon's name on the bus").Required().Type("");
+    options.Add("--exec", script_, "The program to run for each request, without a shell").Required().Type("SCRIPT");
+    AddNumber(options, "--at-once", atOnce_, "How many scripts may run at one time", 1).ShowDefault();
+    AddLimit(options, limit_, "End after this many requests");
   }
 
   ExitCode Run(const Common &common) override {

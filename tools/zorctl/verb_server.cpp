@@ -1,12 +1,12 @@
 #include <zor/control_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "zorctl/bus.h"
 #include "zorctl/notify_channel.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -38,11 +38,11 @@ constexpr Server kServers[] = {{"msgsvr", RestartMsgsvr}, {"notifyserver", Resta
 
 class ServerVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("ACTION", action_, "restart: let the program at the server's path take over, with all clients")
-        ->required()
-        ->type_name("");
-    app.add_option("SERVER", server_, "msgsvr or notifyserver")->capture_default_str()->type_name("");
+  void Declare(Options &options) override {
+    options.Add("ACTION", action_, "restart: let the program at the server's path take over, with all clients")
+        .Required()
+        .Type("");
+    options.Add("SERVER", server_, "msgsvr or notifyserver").ShowDefault().Type("");
   }
 
   ExitCode Run(const Common &common) override {

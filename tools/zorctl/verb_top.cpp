@@ -1,7 +1,6 @@
 // The bus live: as a screen on a terminal, as lines elsewhere.
 #include <poll.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -11,6 +10,7 @@
 
 #include "programs/stop_signal.h"
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/seconds_option.h"
 #include "zorctl/terminal.h"
@@ -44,16 +44,14 @@ Woken Wait(const TopSource &source, const daemon::StopSignal &stop, int input) {
 
 class TopVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_flag("--batch", batch_, "Print lines instead of a screen; the default where there is no terminal");
-    AddSeconds(app, "--interval", intervalSeconds_, "Time between two looks");
-    AddNumber(app, "--count", count_, "End after this many looks; 0: never", 0)->capture_default_str();
+  void Declare(Options &options) override {
+    options.AddFlag("--batch", batch_, "Print lines instead of a screen; the default where there is no terminal");
+    AddSeconds(options, "--interval", intervalSeconds_, "Time between two looks");
+    AddNumber(options, "--count", count_, "End after this many looks; 0: never", 0).ShowDefault();
     std::vector<std::string> keys;
     for (const SortKeyRow &row : SortKeys()) keys.emplace_back(row.name);
-    app.add_option("--sort", sort_, "Largest first by this column, or by name")
-        ->check(CLI::IsMember(keys))
-        ->capture_default_str();
-    app.add_option("--filter", filter_, "Only daemons whose names contain this")->type_name("TEXT");
+    options.Add("--sort", sort_, "Largest first by this column, or by name").OneOf(keys).ShowDefault();
+    options.Add("--filter", filter_, "Only daemons whose names contain this").Type("TEXT");
   }
 
   ExitCode Run(const Common &common) override {

@@ -1,7 +1,6 @@
 #include <zor/control_wire.h>
 #include <zor/trace.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -11,6 +10,7 @@
 #include "programs/messages/number.h"
 #include "zorctl/bus.h"
 #include "zorctl/number_option.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
@@ -33,29 +33,26 @@ bool IsLevel(const std::string &text) {
 
 class TraceVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("ACTION", action_,
-                   "show; set, which keeps other settings; clear, which reverts to the settings file")
-        ->required()
-        ->check(CLI::IsMember({"show", "set", "clear"}))
-        ->type_name("");
-    app.add_option("NAME", name_, "The daemon; * means all daemons without settings of their own")
-        ->required()
-        ->type_name("");
-    app.add_option("MODULE=LEVEL", levels_,
-                   "With set: replace all levels; the module all means the rest. Levels: none, fatal, error, "
-                   "warning, info, debug or a number")
-        ->type_name("");
-    output_ =
-        app.add_option("--output", outputText_, "With set: stdout, file or ADDRESS:PORT (UDP)")->type_name("TEXT");
+  void Declare(Options &options) override {
+    options.Add("ACTION", action_, "show; set, which keeps other settings; clear, which reverts to the settings file")
+        .Required()
+        .OneOf({"show", "set", "clear"})
+        .Type("");
+    options.Add("NAME", name_, "The daemon; * means all daemons without settings of their own").Required().Type("");
+    options
+        .Add("MODULE=LEVEL", levels_,
+             "With set: replace all levels; the module all means the rest. Levels: none, fatal, error, "
+             "warning, info, debug or a number")
+        .Type("");
+    output_ = options.Add("--output", outputText_, "With set: stdout, file or ADDRESS:PORT (UDP)").Type("TEXT");
     constexpr auto kLeast = static_cast<uint32_t>(limits::msgsvr::kLeastTraceFileKiB);
-    fileKib_ = AddNumber(app, "--file-kib", kib_,
+    fileKib_ = AddNumber(options, "--file-kib", kib_,
                          "With set: size limit of the trace file in KiB, at least " + std::to_string(kLeast), kLeast);
   }
 
   ExitCode Run(const Common &common) override {
     const std::string field = NameField(name_);
-    const bool hasSettings = !levels_.empty() || output_->count() > 0 || fileKib_->count() > 0;
+    const bool hasSettings = !levels_.empty() || output_.given() || fileKib_.given();
     if (hasSettings != (action_ == "set")) {
       throw Failure(kExitUsage, hasSettings ? action_ + " takes no settings" : "nothing to set",
                     hasSettings ? "use set" : "give MODULE=LEVEL, --output or --file-kib");
@@ -73,8 +70,8 @@ class TraceVerb : public Verb {
  private:
   Json Settings() const {
     Json settings = {{"name", name_}};
-    if (output_->count() > 0) settings["output"] = Output();
-    if (fileKib_->count() > 0) settings["file_kib"] = kib_;
+    if (output_.given()) settings["output"] = Output();
+    if (fileKib_.given()) settings["file_kib"] = kib_;
     if (!levels_.empty()) settings["levels"] = Levels();
     return settings;
   }
@@ -120,8 +117,8 @@ class TraceVerb : public Verb {
   std::string action_, name_, outputText_;
   std::vector<std::string> levels_;
   uint32_t kib_ = 0;
-  CLI::Option *output_ = nullptr;
-  CLI::Option *fileKib_ = nullptr;
+  Option output_;
+  Option fileKib_;
 };
 
 }  // namespace

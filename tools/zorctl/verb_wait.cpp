@@ -1,9 +1,9 @@
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "zorctl/bus.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -15,7 +15,7 @@ constexpr Milliseconds kPollEvery{50};
 
 class WaitVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override { app.add_option("NAME", names_, "The daemons")->required()->type_name(""); }
+  void Declare(Options &options) override { options.Add("NAME", names_, "The daemons").Required().Type(""); }
 
   ExitCode Run(const Common &common) override {
     for (const std::string &name : names_) NameField(name);  // throws Failure for an invalid one

@@ -1,11 +1,11 @@
 #include <zor/control_wire.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "zorctl/bus.h"
 #include "zorctl/fleet_report.h"
+#include "zorctl/options.h"
 #include "zorctl/output.h"
 #include "zorctl/text.h"
 #include "zorctl/verbs.h"
@@ -31,9 +31,9 @@ void PrintAll(const std::vector<WaitReport> &chains, bool json) {
 
 class WhyVerb : public Verb {
  public:
-  void Declare(CLI::App &app) override {
-    app.add_option("NAME", name_, "The daemon that does not reply")->type_name("");
-    app.add_flag("--all", all_, "Every chain of daemons that wait for each other for a second or longer");
+  void Declare(Options &options) override {
+    options.Add("NAME", name_, "The daemon that does not reply").Type("");
+    options.AddFlag("--all", all_, "Every chain of daemons that wait for each other for a second or longer");
   }
 
   ExitCode Run(const Common &common) override {
