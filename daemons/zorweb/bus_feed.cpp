@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 #include <utility>
+#include <vector>
 
 #include "programs/version.h"
 #include "zorweb/view_json.h"
@@ -15,6 +16,8 @@ using Json = nlohmann::ordered_json;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kServerTime{5000};
+// Between questions that a server does not read: they wait in its socket, and when that is full they stop this daemon.
+constexpr std::chrono::seconds kSlowPause(15);
 constexpr char kGone[] = "The message server has gone. This page resumes as soon as it is back.";
 constexpr char kSlow[] = "The message server does not answer.";
 constexpr char kRefused[] = "The message server's rules do not allow this page to list the daemons.";
@@ -28,15 +31,26 @@ std::string TextOf(const Json &json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+// Who waits for the list that has been asked for: the server is asked once, however many want to know.
+std::vector<BusFeed::OnList> &Askers() {
+  static std::vector<BusFeed::OnList> askers;
+  return askers;
+}
+
+void AnswerAll(std::string_view list, const std::string &trouble) {
+  for (const BusFeed::OnList &then : std::exchange(Askers(), {})) then(list, trouble);
+}
+
 }  // namespace
 
 void BusFeed::Ask(OnList then) {
-  daemon::AskBus({"", ZOR_MSG_CONTROL_LIST, 0, ""}, kServerTime,
-                 [then = std::move(then)](const ZOR_MSG_HEAD *reply, daemon::NoReply why) {
-                   if (reply == nullptr) return then({}, why == daemon::NoReply::kTimeOver ? kSlow : kGone);
-                   if (reply->data != ZOR_CONTROL_OK) return then({}, kRefused);
-                   then(daemon::BodyOf(*reply), "");
-                 });
+  Askers().push_back(std::move(then));
+  if (Askers().size() > 1) return;
+  daemon::AskBus({"", ZOR_MSG_CONTROL_LIST, 0, ""}, kServerTime, [](const ZOR_MSG_HEAD *reply, daemon::NoReply why) {
+    if (reply == nullptr) return AnswerAll({}, why == daemon::NoReply::kTimeOver ? kSlow : kGone);
+    if (reply->data != ZOR_CONTROL_OK) return AnswerAll({}, kRefused);
+    AnswerAll(daemon::BodyOf(*reply), "");
+  });
 }
 
 void BusFeed::OnTick() {
@@ -44,7 +58,8 @@ void BusFeed::OnTick() {
   // A moment less than the time: the ticks are as far apart.
   const bool due =
       !pages_.empty() || (idlePeriod_.count() > 0 && now - lookedAt_ >= idlePeriod_ - std::chrono::milliseconds(500));
-  if (due && !looking_) Look();
+  const bool pausing = trouble_ == kSlow && now - lookedAt_ < kSlowPause;
+  if (due && !looking_ && !pausing) Look();
 }
 
 void BusFeed::Look() {

@@ -32,7 +32,7 @@ class BusFeed {
   void OnBusLost();
   void OnRejoined() { SetTrouble(""); }
 
-  // The message server's list now, or why there is none.
+  // The message server's list now, or why there is none. Valid during the call, which may come at once.
   using OnList = std::function<void(std::string_view list, const std::string &trouble)>;
   static void Ask(OnList then);
 
