@@ -164,7 +164,7 @@ void Watch() {
 // The time from an event's publication to its subscriber, while the system is at rest.
 Cost Deliver() {
   std::vector<double> taken;
-  for (size_t count = 0; count < 5 * kCalls; ++count, ::usleep(500)) {
+  for (size_t count = 0; count < 2 * kCalls; ++count, ::usleep(3000)) {
     Publish(static_cast<uint64_t>(Now()));
     ZOR_MSG_HEAD *received = nullptr;
     Require(ZOR_MSG_RecvWithType(kSeen, &received, 5000) == ZOR_OK, "the watcher gets the event");

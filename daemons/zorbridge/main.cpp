@@ -1,4 +1,5 @@
 // zorbridge: joins the bus of a gateway to an MQTT broker, through which an operator reaches a fleet of them.
+#include <sched.h>
 #include <sys/stat.h>
 
 #include "programs/paths.h"
@@ -48,8 +49,16 @@ daemon::ExitCode OpenQueue(const BridgeSettings &settings, Outbox &outbox, daemo
   return outbox.Open(options, problems);
 }
 
+// So that waking up for an event does not take the processor from the daemons that act on it. Without the permission
+// only that is lost.
+void YieldToDaemons() {
+  const sched_param none = {};
+  ::sched_setscheduler(0, SCHED_BATCH, &none);
+}
+
 int Run(BridgeSettings settings, daemon::ProblemLog &problems, bool verbose) {
   ::umask(kUmask);
+  YieldToDaemons();
   const daemon::StopSignal stop;
   if (!NameGateway(settings, problems)) return daemon::kExitSettings;
   Outbox outbox;
