@@ -38,7 +38,8 @@ std::span<const std::byte> BytesOf(const Record &record) {
 
 std::optional<Recording> ReadRecording(std::span<const std::byte> bytes, std::string &problem) {
   Head head{};
-  std::memcpy(&head, bytes.data(), std::min(bytes.size(), sizeof head));
+  std::ranges::copy(bytes.first(std::min(bytes.size(), sizeof head)),
+                    std::as_writable_bytes(std::span(&head, 1)).begin());
   if (bytes.size() < sizeof head || head.magic != kMagic) {
     problem = "it is not a recording";
   } else if (head.layout != kLayout || head.slotBytes != sizeof(Slot)) {
