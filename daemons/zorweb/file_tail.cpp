@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 
 #include "common/unique_fd.h"
+#include "programs/mlog_header.h"
 
 namespace zor::web {
 namespace {
@@ -56,16 +56,16 @@ std::optional<std::string> ReadCircularTail(const std::string &path, size_t most
   struct stat status = {};
   const UniqueFd file = OpenFile(path, status);
   if (!file.valid()) return std::nullopt;
-  const std::string header = ReadRange(file.get(), 0, ZOR_MLOG_FILE_HEADER_SIZE);
-  long rounds = 0, end = 0;
-  if (std::sscanf(header.c_str(), "[overturn=%ld][offset=%ld]", &rounds, &end) != 2) return std::nullopt;
-  end = std::clamp<long>(end, kDataStart, std::max<long>(kDataStart, status.st_size));
+  const auto header = ReadMlogHeader(ReadRange(file.get(), 0, kDataStart));
+  if (!header) return std::nullopt;
+  const off_t end =
+      std::clamp<off_t>(static_cast<off_t>(header->offset), kDataStart, std::max(kDataStart, status.st_size));
   const auto wanted = static_cast<off_t>(most);
   const off_t begin = std::max<off_t>(kDataStart, end - wanted);
   std::string text = ReadRange(file.get(), begin, end);
   // What the last round has left behind the end is older.
   const off_t missing = wanted - (end - begin);
-  const bool wrapped = rounds > 0 && missing > 0;
+  const bool wrapped = header->overturn > 0 && missing > 0;
   if (wrapped) text.insert(0, ReadRange(file.get(), std::max<off_t>(end, status.st_size - missing), status.st_size));
   return WholeLines(std::move(text), wrapped || begin > kDataStart);
 }

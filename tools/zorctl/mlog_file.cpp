@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -16,17 +15,6 @@
 
 namespace zor::ctl {
 namespace {
-
-// From a thousand rounds on the header is cut at its end; these two fields stay.
-std::optional<long> FieldOf(std::string_view header, std::string_view name) {
-  const size_t at = header.find(name);
-  if (at == header.npos) return std::nullopt;
-  const std::string_view digits = header.substr(at + name.size());
-  long value = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-  if (error != std::errc() || value < 0 || end == digits.data()) return std::nullopt;
-  return value;
-}
 
 void AppendLines(std::vector<std::string> &lines, std::string_view text) {
   // A new file has a NUL behind its header.
@@ -53,18 +41,13 @@ std::string_view Changed(std::string_view before, std::string_view now) {
 }  // namespace
 
 std::optional<MlogImage> MlogImage::Of(std::string bytes) {
-  const std::string_view header = std::string_view(bytes).substr(0, ZOR_MLOG_FILE_HEADER_SIZE);
-  if (header.size() < ZOR_MLOG_FILE_HEADER_SIZE) return std::nullopt;
-  const auto overturn = FieldOf(header, "[overturn="), offset = FieldOf(header, "[  offset=");
-  const auto otherOffset = offset ? offset : FieldOf(header, "[offset=");
-  if (!overturn || !otherOffset) return std::nullopt;
-  const auto at = static_cast<size_t>(*otherOffset);
-  if (at < ZOR_MLOG_FILE_HEADER_SIZE || at > bytes.size()) return std::nullopt;
-  return MlogImage{std::move(bytes), *overturn, at};
+  const auto header = ReadMlogHeader(bytes);
+  if (!header || header->offset > bytes.size()) return std::nullopt;
+  return MlogImage{std::move(bytes), *header};
 }
 
 std::string_view MlogImage::Front() const {
-  return std::string_view(bytes).substr(ZOR_MLOG_FILE_HEADER_SIZE, offset - ZOR_MLOG_FILE_HEADER_SIZE);
+  return std::string_view(bytes).substr(ZOR_MLOG_FILE_HEADER_SIZE, header.offset - ZOR_MLOG_FILE_HEADER_SIZE);
 }
 
 std::vector<std::string> MlogImage::Lines() const {
@@ -76,10 +59,11 @@ std::vector<std::string> MlogImage::Lines() const {
 
 MlogImage::News MlogImage::Since(const MlogImage &before) const {
   News news;
-  if (overturn == before.overturn && offset >= before.offset) {
-    AppendLines(news.lines, std::string_view(bytes).substr(before.offset, offset - before.offset));
-  } else if (overturn == before.overturn + 1 && offset <= before.offset && bytes.size() >= before.offset) {
-    AppendLines(news.lines, Changed(before.Remnant(), std::string_view(bytes).substr(before.offset)));
+  const MlogHeader &now = header, &then = before.header;
+  if (now.overturn == then.overturn && now.offset >= then.offset) {
+    AppendLines(news.lines, std::string_view(bytes).substr(then.offset, now.offset - then.offset));
+  } else if (now.overturn == then.overturn + 1 && now.offset <= then.offset && bytes.size() >= then.offset) {
+    AppendLines(news.lines, Changed(before.Remnant(), std::string_view(bytes).substr(then.offset)));
     AppendLines(news.lines, Front());
   } else {
     news = {Lines(), true};

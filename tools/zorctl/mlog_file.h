@@ -9,13 +9,14 @@
 #include <string_view>
 #include <vector>
 
+#include "programs/mlog_header.h"
+
 namespace zor::ctl {
 
 // The contents of the file at one moment.
 struct MlogImage {
   std::string bytes;  // header included
-  long overturn = 0;  // how often writing has begun at the front again
-  size_t offset = 0;  // behind the newest line
+  MlogHeader header;  // its offset is within them
 
   // No value if the bytes are no such file.
   static std::optional<MlogImage> Of(std::string bytes);
@@ -31,7 +32,7 @@ struct MlogImage {
 
  private:
   // What the round before this one has left behind the newest line.
-  std::string_view Remnant() const { return std::string_view(bytes).substr(offset); }
+  std::string_view Remnant() const { return std::string_view(bytes).substr(header.offset); }
   std::string_view Front() const;
 };
 
