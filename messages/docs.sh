@@ -8,7 +8,7 @@ made=$(mktemp)
 trap 'rm -f "$made"' EXIT
 {
   sed '/^<!-- message types:/q' "$page"
-  LC_ALL=C awk -f messages.awk -f table_md.awk messages.tsv
+  LC_ALL=C awk -f messages.awk -f table_md.awk <(jq -r -f types_tsv.jq types.d/zor.json)
   sed -n '/^<!-- end of message types -->/,$p' "$page"
 } >"$made"
 if [ "${1:-}" = --check ]; then

@@ -1,11 +1,11 @@
-# Reads messages.tsv for the generators, which come after this file on the command line of awk: count, and for each row
+# Reads the table of types_tsv.jq for the generators, which come after this file on the command line of awk: count, and for each row
 # from 1 its first and last (as they are written), name, to, kind, request, reply and meaning. Rejects what a generator
 # could not use.
 BEGIN { FS = "\t" }
 /^#/ { next }
 
 function reject(why) {
-  printf "messages.tsv:%d: %s\n", NR, why > "/dev/stderr"
+  printf "zor.json: type %d, %s: %s\n", NR, $2, why > "/dev/stderr"
   failed = 1
   exit 1
 }

@@ -1,4 +1,4 @@
-// Which message types are requests, from messages/messages.tsv.
+// Which message types are requests, from messages/types.d/zor.json.
 #ifndef PROGRAMS_MESSAGE_KIND_H
 #define PROGRAMS_MESSAGE_KIND_H
 

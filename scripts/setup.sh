@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libmosquitto-dev libmicrohttpd-dev
-  libpam0g-dev libcli11-dev libncurses-dev nlohmann-json3-dev)
+  libpam0g-dev libcli11-dev libncurses-dev nlohmann-json3-dev jq)
 # Tests and demo start a broker of their own.
 broker=(mosquitto mosquitto-clients)
 tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt

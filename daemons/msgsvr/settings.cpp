@@ -50,7 +50,7 @@ struct DefaultRoute {
   const char *daemon;
 };
 
-// Made from messages.tsv, except that cms gets all types between those of the device list.
+// Made from messages/types.d/zor.json, except that cms gets all types between those of the device list.
 constexpr auto kDefaultRoutes = std::to_array<DefaultRoute>({
 #include "msgsvr/default_routes.inc"
     {ZOR_MSG_KIVA_ADD, ZOR_MSG_KIVA_REMOVE_SYNC, ZOR_KIVA_DAEMON_NAME},

@@ -1,5 +1,5 @@
 // Message bodies by their shape: built from texts of the command line, and decoded for users and scripts. Shapes
-// come from messages.tsv: consecutive fields without padding.
+// come from types.d/zor.json: consecutive fields without padding.
 #ifndef PROGRAMS_MESSAGES_BODY_H
 #define PROGRAMS_MESSAGES_BODY_H
 

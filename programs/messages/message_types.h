@@ -1,4 +1,4 @@
-// Known message types: their names and shapes, from messages/messages.tsv.
+// Known message types: their names and shapes, from messages/types.d/zor.json.
 #ifndef PROGRAMS_MESSAGES_MESSAGE_TYPES_H
 #define PROGRAMS_MESSAGES_MESSAGE_TYPES_H
 

@@ -1,4 +1,4 @@
-// The shape of a message, as in messages.tsv, and as a list of fields.
+// The shape of a message, as in the table of message types, and as a list of fields.
 #ifndef PROGRAMS_MESSAGES_SHAPE_H
 #define PROGRAMS_MESSAGES_SHAPE_H
 
