@@ -18,6 +18,9 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime platform development servers web tool documentation)
+if(ZOR_LUA_VERSIONS)
+  list(APPEND CPACK_COMPONENTS_ALL lua)
+endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -37,6 +40,7 @@ set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime platform)
 set(CPACK_COMPONENT_SERVERS_DEPENDS runtime platform)
 set(CPACK_COMPONENT_WEB_DEPENDS runtime platform servers)
 set(CPACK_COMPONENT_TOOL_DEPENDS runtime platform)
+set(CPACK_COMPONENT_LUA_DEPENDS runtime platform)
 
 # zor_package(COMPONENT name SECTION section SUMMARY text DESCRIPTION text [CONTROL files...]): one package.
 macro(zor_package component name section summary description)
@@ -77,10 +81,14 @@ lost, and serves measurements for collectors."
 zor_package(tool zorctl utils "message bus of a home gateway - operator's tool"
   "${about}This tool shows who is on the bus and what moves there, sends and calls,\n\
 and finds what is stuck.")
+zor_package(lua lua-zor interpreters "message bus of a home gateway - module for Lua"
+  "${about}With this module, for Lua 5.4 and 5.1, a script is a daemon on the bus: it\n\
+serves, calls, publishes and subscribes.")
 zor_package(documentation libmsgapi-doc doc "messaging and utility library of a home gateway - documentation"
   "${about}These are the manual pages of the functions and of the system, and how the\n\
 library and the servers work, what is on the wire, what a device provides.")
 
+set(CPACK_DEBIAN_LUA_PACKAGE_RECOMMENDS "lua5.4 | lua5.1")
 # Loaded when the configuration store is first used, so it is not among those that are linked.
 set(CPACK_DEBIAN_PLATFORM_PACKAGE_DEPENDS "libsqlite3-0 (>= 3.37)")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libcjson-dev, libmsgapi-doc, pkgconf | pkg-config")

@@ -56,6 +56,12 @@ install(FILES tools/zorctl/completion/zorctl.bash DESTINATION ${CMAKE_INSTALL_DA
 install(FILES tools/zorctl/completion/_zorctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
   COMPONENT tool)
 
+# The module for Lua, where Debian's interpreters look for it.
+foreach(version IN LISTS ZOR_LUA_VERSIONS)
+  string(REPLACE . "" suffix ${version})
+  install(TARGETS lua_zor${suffix} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/lua/${version} COMPONENT lua)
+endforeach()
+
 file(GLOB pages CONFIGURE_DEPENDS docs/*.md)
 install(FILES README.md ${pages} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmsgapi-doc COMPONENT documentation)
 install(DIRECTORY docs/images DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmsgapi-doc COMPONENT documentation)

@@ -6,18 +6,20 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-dev libmosquitto-dev libmicrohttpd-dev
   libpam0g-dev libcli11-dev libncurses-dev nlohmann-json3-dev jq)
+# The module for Lua is left out where these are missing.
+lua=(liblua5.4-dev liblua5.1-0-dev)
 # Tests and demo start a broker of their own.
 broker=(mosquitto mosquitto-clients)
 tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt
-  python3-prometheus-client openssl chromium chromium-driver python3-selenium "${broker[@]}")
+  python3-prometheus-client openssl chromium chromium-driver python3-selenium "${lua[@]}" lua5.4 lua5.1 "${broker[@]}")
 case ${1:-demo} in
   demo) packages+=("${broker[@]}") ;;
   tests) packages+=("${tests[@]}") ;;
   any-day) packages+=("${tests[@]}" faketime util-linux hostname tzdata) ;;
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
-  bench) packages+=(libc-ares-dev libcurl4-openssl-dev openssl "${broker[@]}") ;;
+  bench) packages+=(libc-ares-dev libcurl4-openssl-dev openssl "${lua[@]}" lua5.4 lua5.1 "${broker[@]}") ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
-  package) packages+=(dpkg-dev file lintian abigail-tools debootstrap procps) ;;
+  package) packages+=(dpkg-dev file lintian abigail-tools debootstrap procps "${lua[@]}") ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user "${broker[@]}") ;;
   *)
     echo "usage: setup.sh [demo | tests | any-day | lint | bench | fuzz | armhf | package]" >&2

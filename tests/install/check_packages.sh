@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 chmod 755 /root . ./*  # for the users of the daemons
 
-ours=(libmsgapi1 libzorplatform1 libmsgapi-dev msgapi-servers zorweb zorctl libmsgapi-doc)
+ours=(libmsgapi1 libzorplatform1 libmsgapi-dev msgapi-servers zorweb zorctl lua-zor libmsgapi-doc)
 servers=(msgsvr notifyserver mlogserver cms syslogd)
 export DEBIAN_FRONTEND=noninteractive
 declare -A pids=()
@@ -145,6 +145,16 @@ expect 'it may list the daemons' bash -c 'exec 3<>/dev/tcp/127.0.0.1/8780
   printf "GET /metrics HTTP/1.0\r\nHost: localhost\r\nAuthorization: Bearer %s\r\n\r\n" "$(cat /var/lib/zor-web/token)" >&3
   grep -q "daemon=.syslog." <&3'
 expect 'and no more' sh -c '! zorctl access explain user:_zor-web send CLEAN_CFG to cms && ! zorctl access explain user:_zor-web own web'
+
+say 'scripts in Lua'
+quietly apt-get -qq install -y --no-install-recommends lua5.4 lua5.1
+for version in 5.4 5.1; do
+  expect "a daemon in Lua $version answers" timeout 60 bash -c '
+    "$1" -e "bus = require([[zor]]).open([[script]]) bus:serve(0x6101, function() return {ok = true} end) bus:run()" &
+    zorctl wait --timeout 10 script && zorctl call 0x6101 script | grep -F "{\"ok\":true}" && zorctl send SAFE_EXIT script
+    wait' bash "lua$version"
+done
+quietly apt-get -qq purge -y --autoremove lua5.4 lua5.1
 
 attack_all
 
