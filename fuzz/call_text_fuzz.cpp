@@ -9,7 +9,7 @@
 
 #include "fuzz.h"
 #include "programs/fleet_wire.h"
-#include "programs/messages/message_types.h"
+#include "programs/types/own_types.h"
 #include "zorbridge/call_text.h"
 #include "zorbridge/event_text.h"
 
@@ -21,7 +21,7 @@ namespace fleet = zor::fleet;
 
 // The input's type, or one that the table knows.
 uint32_t TypeOf(uint32_t number) {
-  const auto known = zor::messages::MessageTypes();
+  const auto &known = zor::types::OwnTypes();
   return number >> 31 != 0 ? known[number % known.size()].first : number & 0xfffff;
 }
 

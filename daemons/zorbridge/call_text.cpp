@@ -15,15 +15,15 @@
 #include "programs/messages/invalid.h"
 #include "programs/messages/json_text.h"
 #include "programs/messages/message_types.h"
-#include "programs/messages/shape.h"
 #include "programs/messages/text.h"
 
 namespace zor::bridge {
 namespace {
 
-using messages::Field;
 using messages::Invalid;
 using messages::Values;
+using types::Field;
+using types::FieldKind;
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kMostReasonBytes = 256;
@@ -60,19 +60,6 @@ const std::string &TextOf(const Json &value, std::string_view name) {
   return text;
 }
 
-// A value as the builder of bodies takes it.
-std::string ValueOf(const Field &field, const Json &value) {
-  switch (field.kind) {
-    case Field::Kind::kJson:
-      return messages::JsonText(value);
-    case Field::Kind::kData:
-    case Field::Kind::kNumber:
-      return value.is_string() ? TextOf(value, field.name) : std::to_string(NumberOf(value, field.name));
-    default:
-      return TextOf(value, field.name);
-  }
-}
-
 Values ItemsOf(const Json &list) {
   static constexpr std::string_view kMembers[] = {"name", "value"};
   if (!list.is_array()) throw Wrong("\"items\" is not a list");
@@ -94,25 +81,25 @@ std::string BodyOfItems(const Json &value) {
                                NumberOf(value.value("sub_type", Json(0u)), "sub_type"));
 }
 
+// The values of a management message are a body of their own.
 void SetFields(const Json &fields, Call &call) {
-  const messages::MessageType *known = messages::FindType(call.type);
+  const types::Type *known = messages::FindType(call.type);
   if (known == nullptr) throw Wrong("type " + daemon::HexText(call.type) + " has no known fields");
   if (!fields.is_object()) throw Wrong("\"fields\" is not an object");
-  const std::vector<Field> shape = messages::ParseShape(known->request);
-  Values values;
-  for (const auto &member : fields.items()) {
-    const auto field =
-        std::find_if(shape.begin(), shape.end(), [&](const Field &each) { return each.name == member.key(); });
-    if (field == shape.end()) {
-      throw Wrong("no field " + Named(member.key()) + "; the type has: " + messages::FieldNames(shape));
+  const types::Shape shape = known->requestShape();
+  Json values = Json::object();
+  for (const auto &[name, value] : fields.items()) {
+    const Field *field = messages::FindField(shape, name);
+    if (field == nullptr && shape.encoding == types::Encoding::kRecord) {
+      throw Wrong("no field " + Named(name) + "; the type has: " + messages::FieldNames(shape));
     }
-    if (field->kind == Field::Kind::kItems) {
-      call.body = BodyOfItems(member.value());
+    if (field != nullptr && field->kind == FieldKind::kItems) {
+      call.body = BodyOfItems(value);
     } else {
-      values.emplace_back(member.key(), ValueOf(*field, member.value()));
+      values[name] = field != nullptr && field->kind == FieldKind::kJson ? Json(messages::JsonText(value)) : value;
     }
   }
-  messages::Content content = messages::Encode(known->request, values);
+  messages::Content content = messages::EncodeJson(shape, values);
   call.data = content.data;
   if (!content.body.empty()) call.body = std::move(content.body);
 }
@@ -154,9 +141,9 @@ auto Try(const Make &make, std::string *problem) -> std::optional<decltype(make(
 // The reply's contents, with their member's name.
 std::string ContentMember(uint32_t type, uint32_t data, std::string_view body) {
   if (body.size() > fleet::kMostContentBytes) return {};
-  const messages::MessageType *known = messages::FindType(type);
-  if (known != nullptr && known->reply != "-") {
-    return "\"fields\":" + messages::JsonText(messages::Decode(known->reply, data, body));
+  const types::Type *known = messages::FindType(type);
+  if (known != nullptr && !known->reply.empty()) {
+    return "\"fields\":" + messages::JsonText(messages::Decode(known->replyShape(), data, body));
   }
   const Json plain = messages::DecodeUnknown(body);
   if (plain.contains("hex")) return "\"base64\":\"" + messages::ToBase64(body) + "\"";

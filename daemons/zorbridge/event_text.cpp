@@ -106,8 +106,8 @@ std::string ContentMembers(const Content &content, uint32_t data, std::string_vi
 }  // namespace
 
 std::string EventModule(uint32_t type) {
-  const char *module = ZOR_EVT_GetEventModuleNameByEventType(type);
-  return module == nullptr ? daemon::HexText(type) : module;
+  std::string module = messages::EventModuleOf(type);
+  return module.empty() ? daemon::HexText(type) : module;
 }
 
 EventRecord TextOfEvent(uint32_t type, uint32_t data, std::string_view body) {

@@ -1,6 +1,7 @@
 #include <zor/status.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <nlohmann/json.hpp>
 
@@ -8,14 +9,16 @@
 #include "programs/messages/hex.h"
 #include "programs/messages/item_block.h"
 #include "programs/messages/json_text.h"
-#include "programs/messages/shape.h"
 #include "programs/messages/text.h"
 
 namespace zor::messages {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using Kind = Field::Kind;
+using types::Encoding;
+using types::Field;
+using types::FieldKind;
+using types::Shape;
 
 // Removes a field's bytes from the front of the body; all that is left if it is shorter.
 std::string_view Take(std::string_view &body, size_t size) {
@@ -24,14 +27,27 @@ std::string_view Take(std::string_view &body, size_t size) {
   return taken;
 }
 
-Json DecodeNumber(std::string_view bytes, size_t size) {
-  if (bytes.size() < size) return ToHex(bytes);
-  uint16_t narrow = 0;
-  uint32_t word = 0;
-  uint64_t wide = 0;
-  if (size == 2) return std::memcpy(&narrow, bytes.data(), size), narrow;
-  if (size == 4) return std::memcpy(&word, bytes.data(), size), word;
-  return std::memcpy(&wide, bytes.data(), size), wide;
+// A number of that size; the number's own type is the widest of its kind.
+template <class Wide, class... Sizes>
+Json DecodeInteger(std::string_view bytes) {
+  Wide wide = 0;
+  const auto take = [&](auto number) {
+    if (sizeof number != bytes.size()) return;
+    std::memcpy(&number, bytes.data(), sizeof number);
+    wide = number;
+  };
+  (take(Sizes{}), ...);
+  return wide;
+}
+
+Json DecodeNumber(const Field &field, std::string_view bytes) {
+  if (bytes.size() < field.size) return ToHex(bytes);
+  if (field.kind == FieldKind::kBool) return bytes[0] != '\0';
+  if (field.kind == FieldKind::kSigned) return DecodeInteger<int64_t, int8_t, int16_t, int32_t, int64_t>(bytes);
+  if (field.kind == FieldKind::kUnsigned) return DecodeInteger<uint64_t, uint8_t, uint16_t, uint32_t, uint64_t>(bytes);
+  double real = 0;
+  std::memcpy(&real, bytes.data(), sizeof real);
+  return std::isfinite(real) ? Json(real) : Json(std::isnan(real) ? "nan" : real > 0 ? "inf" : "-inf");
 }
 
 Json DecodeText(std::string_view &body, size_t size) {
@@ -79,16 +95,55 @@ Json DecodeJson(std::string_view text) {
 Json DecodeField(const Field &field, std::string_view &body) {
   const size_t size = field.size == 0 ? body.size() : field.size;
   switch (field.kind) {
-    case Kind::kNumber:
-      return DecodeNumber(Take(body, size), size);
-    case Kind::kText:
+    case FieldKind::kText:
       return DecodeText(body, field.size);
-    case Kind::kItems:
+    case FieldKind::kBytes:
+      return ToHex(Take(body, size));
+    case FieldKind::kItems:
       return DecodeItems(Take(body, size));
-    case Kind::kJson:
+    case FieldKind::kJson:
       return DecodeJson(Take(body, size));
     default:
-      return ToHex(Take(body, size));
+      return DecodeNumber(field, Take(body, size));
+  }
+}
+
+Json DecodeData(const Field &field, uint32_t data) {
+  if (field.kind == FieldKind::kBool) return data != 0;
+  return field.kind == FieldKind::kSigned ? Json(static_cast<int32_t>(data)) : Json(data);
+}
+
+void AddDefault(const Field &field, Json &result) {
+  if (!field.defaultValue.empty()) result[field.name] = ParseJson(field.defaultValue);
+}
+
+void DecodeRecord(Shape shape, std::string_view body, uint32_t data, Json &result) {
+  for (const Field &field : shape.fields) {
+    if (field.inData) {
+      result[field.name] = DecodeData(field, data);
+    } else if (!body.empty()) {
+      result[field.name] = DecodeField(field, body);
+    } else {
+      AddDefault(field, result);
+    }
+  }
+  if (!body.empty()) result["rest"] = ToHex(body);
+}
+
+// The described members first, in their order.
+void DecodeObject(Shape shape, const Json &object, uint32_t data, Json &result) {
+  for (const Field &field : shape.fields) {
+    const auto member = object.find(field.name);
+    if (field.inData) {
+      result[field.name] = DecodeData(field, data);
+    } else if (member != object.end()) {
+      result[field.name] = *member;
+    } else {
+      AddDefault(field, result);
+    }
+  }
+  for (const auto &[name, value] : object.items()) {
+    if (FindField(shape, name) == nullptr) result[name] = value;
   }
 }
 
@@ -99,16 +154,15 @@ bool IsLineText(std::string text) {
 
 }  // namespace
 
-Json Decode(std::string_view shape, uint32_t data, std::string_view body) {
+Json Decode(Shape shape, uint32_t data, std::string_view body) {
   Json result = Json::object();
-  for (const Field &field : ParseShape(shape)) {
-    if (field.kind == Kind::kData) {
-      result[std::string(field.name)] = data;
-    } else if (!body.empty()) {
-      result[std::string(field.name)] = DecodeField(field, body);
-    }
+  if (shape.encoding == Encoding::kRecord) {
+    DecodeRecord(shape, body, data, result);
+    return result;
   }
-  if (!body.empty()) result["rest"] = ToHex(body);
+  const Json object = ParseJson(body.substr(0, body.find('\0')));
+  DecodeObject(shape, object.is_object() ? object : Json::object(), data, result);
+  if (!object.is_object() && !body.empty()) result.update(DecodeUnknown(body));
   return result;
 }
 

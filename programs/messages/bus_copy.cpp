@@ -31,7 +31,7 @@ std::string UtcTimestamp(uint64_t timeUs) {
 
 // Whether the daemon that receives requests of this type sent it: then it replies to a request that was not captured.
 bool IsFromReceiverOfRequests(const BusCopy &copy) {
-  const MessageType *type = FindType(copy.type());
+  const types::Type *type = FindType(copy.type());
   if (type == nullptr || type->to == "any" || copy.destination().empty()) return false;
   return type->to == "server" ? copy.source().empty() : copy.source() == type->to;
 }
@@ -73,9 +73,9 @@ bool Conversations::IsReply(const BusCopy &copy) {
 
 Json CopyBody(const BusCopy &copy, bool isReply) {
   if (copy.inFile()) return {{"file", FieldText(copy.body.data(), copy.body.size())}};
-  const MessageType *type = FindType(copy.type());
+  const types::Type *type = FindType(copy.type());
   if (type == nullptr) return DecodeUnknown(copy.body);
-  return Decode(isReply ? type->reply : type->request, copy.head.data, copy.body);
+  return Decode(isReply ? type->replyShape() : type->requestShape(), copy.head.data, copy.body);
 }
 
 Json CopyJson(const BusCopy &copy, bool isReply) {

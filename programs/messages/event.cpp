@@ -14,6 +14,7 @@
 #include "programs/messages/json_text.h"
 #include "programs/messages/number.h"
 #include "programs/messages/text.h"
+#include "programs/types/book.h"
 
 namespace zor::messages {
 namespace {
@@ -45,6 +46,11 @@ std::vector<std::string> EventModules() {
   for (uint32_t type = ZOR_EVT_ALL + 1; type <= ZOR_MSG_EVENT_LAST; ++type) {
     if (const char *module = ZOR_EVT_GetEventModuleNameByEventType(type)) modules.emplace_back(module);
   }
+  for (const types::TypeFile &file : types::TypeBook::Installed().Files()) {
+    for (const types::Module &module : file.modules) {
+      if (ZOR_EVT_GetEventModuleNameByEventType(module.type) == nullptr) modules.push_back(module.name);
+    }
+  }
   return modules;
 }
 
@@ -56,10 +62,17 @@ bool IsJsonEvent(uint32_t type) {
   return type >= ZOR_EVT_JSON_FIRST && type <= ZOR_EVT_JSON_LAST;
 }
 
+std::string EventModuleOf(uint32_t type) {
+  if (const char *module = ZOR_EVT_GetEventModuleNameByEventType(type)) return module;
+  const types::Module *described = types::TypeBook::Installed().FindModule(type);
+  return described == nullptr ? "" : described->name;
+}
+
 uint32_t EventTypeOf(const std::string &module) {
   const uint32_t type = ZOR_EVT_GetMsgTypeByEventModuleName(module.c_str());
   if (type != ZOR_EVT_ALL) return type;
   if (const auto number = ParseUint32(module); number && IsEvent(*number)) return *number;
+  if (const types::Module *described = types::TypeBook::Installed().FindModule(module)) return described->type;
   throw UnknownName("unknown event module " + Escape(module), "known ones: " + Join(EventModules(), ", "));
 }
 
@@ -77,8 +90,8 @@ nlohmann::ordered_json EventJson(uint32_t type, std::string_view body) {
   const std::string text = EventText(type, body);
   const Json value = ParsePayload(text);
   if (!value.is_discarded()) return value;
-  const char *module = ZOR_EVT_GetEventModuleNameByEventType(type);
-  return {{"Module", module == nullptr ? Json() : Json(module)}, {"Type", type}, {"Text", text}};
+  const std::string module = EventModuleOf(type);
+  return {{"Module", module.empty() ? Json() : Json(module)}, {"Type", type}, {"Text", text}};
 }
 
 }  // namespace zor::messages

@@ -10,12 +10,15 @@
 
 namespace zor::messages {
 
-// The names of all modules with events.
+// The names of all modules with events: the library's, and those of installed type files.
 std::vector<std::string> EventModules();
 
 bool IsEvent(uint32_t type);
 // Whether events of this type are JSON texts; others consist of items.
 bool IsJsonEvent(uint32_t type);
+
+// The module of an event type; empty if it is unknown.
+std::string EventModuleOf(uint32_t type);
 
 // The event type of a module, by its name or by the type's number. UnknownName for anything else.
 uint32_t EventTypeOf(const std::string &module);

@@ -1,35 +1,27 @@
-// Known message types: their names and shapes, from messages/types.d/zor.json.
+// Message types by their numbers and names: ours, and those of installed type files, which are read only when a number
+// or a name is not ours.
 #ifndef PROGRAMS_MESSAGES_MESSAGE_TYPES_H
 #define PROGRAMS_MESSAGES_MESSAGE_TYPES_H
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 
+#include "programs/types/type.h"
+
 namespace zor::messages {
 
-// The columns of the table, which explains them.
-struct MessageType {
-  uint32_t first;
-  uint32_t last;
-  std::string_view name;
-  std::string_view to;
-  std::string_view kind;
-  std::string_view request;
-  std::string_view reply;
-  std::string_view meaning;
-};
+// How messages of the number look; null for an unknown type. All events of one range have one form.
+const types::Type *FindType(uint32_t type);
 
-std::span<const MessageType> MessageTypes();
-
-// Null for an unknown type.
-const MessageType *FindType(uint32_t type);
-
-// The name without "ZOR_MSG_" or "ZOR_"; a number if it has no name.
+// The name as ParseType takes it: of ours without "ZOR_MSG_" or "ZOR_", of others with their namespace, of a vendor's
+// events that of their module. A number if it has no name.
 std::string TypeText(uint32_t type);
+// The same for a described type.
+std::string TypeText(const types::Type &type);
 
-// A number, or a name with or without "ZOR_MSG_" or "ZOR_", in any case. UnknownName for anything else.
+// A number, or a name in any case: of ours also without "ZOR_MSG_" or "ZOR_", of others also without the namespace if
+// that is not ambiguous; or a vendor's module. UnknownName for anything else.
 uint32_t ParseType(std::string_view text);
 
 }  // namespace zor::messages

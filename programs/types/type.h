@@ -30,6 +30,14 @@ struct Field {
 enum class Kind { kRequest, kOneway, kEvent, kNotice };
 enum class Encoding { kRecord, kJson };
 
+// How one message of a type looks.
+struct Shape {
+  const std::vector<Field> &fields;
+  Encoding encoding;
+
+  bool empty() const { return fields.empty(); }
+};
+
 struct Type {
   uint32_t first = 0;
   uint32_t last = 0;
@@ -46,6 +54,8 @@ struct Type {
   std::vector<Field> reply;
 
   bool isRange() const { return first != last; }
+  Shape requestShape() const { return {request, encoding}; }
+  Shape replyShape() const { return {reply, encoding}; }
   // "thermo.GetState".
   std::string fullName() const { return nameSpace.empty() ? name : nameSpace + "." + name; }
 };

@@ -1,5 +1,6 @@
 #include "programs/types/type_reader.h"
 
+#include <zor/event.h>
 #include <zor/msg_wire.h>
 
 #include <algorithm>
@@ -65,6 +66,10 @@ void ReadEvent(const Node &node, const TypeFile &file, Type &type) {
   }
   const auto module = std::find_if(file.modules.begin(), file.modules.end(),
                                    [&](const Module &each) { return each.name == type.module; });
+  const bool isJson = type.first >= ZOR_EVT_JSON_FIRST && type.first <= ZOR_EVT_JSON_LAST;
+  if (isJson && !type.event.empty() && type.encoding != Encoding::kJson) {
+    node.Report("events of a type from 0x2DA01 to 0x2DA63 have \"encoding\": \"json\"");
+  }
   if (module != file.modules.end() && (module->type != type.first || type.isRange())) {
     node.Report("not the type of its module \"" + type.module + "\"");
   }

@@ -28,7 +28,8 @@ constexpr char kThermo[] = R"({
                {"name": "label", "type": "text8", "default": "hall"}, {"name": "more", "type": "json", "default": {}}]},
     {"type": "0x2DA20", "name": "Reached", "kind": "event", "module": "thermo", "event": "reached", "encoding": "json",
      "message": [{"name": "actual", "type": "f64"}]},
-    {"type": 186912, "name": "Lost", "kind": "event", "module": "thermo", "event": "lost"},
+    {"type": 186912, "name": "Lost", "kind": "event", "module": "thermo", "event": "lost",
+     "encoding": "json"},
     {"type": "0x6200-0x62FF", "name": "Raw", "kind": "oneway", "request": [{"name": "raw", "type": "bytes"}]}]})";
 
 std::vector<std::string> ProblemsOf(std::string_view text, UnknownMembers unknown = UnknownMembers::kReport) {
@@ -79,6 +80,7 @@ TEST(TypeFiles, EveryMistakeIsReportedAtItsPlace) {
       {"/types/3/type", "\"0x6000-0x62FF\"", "/types/3: has a number of \"GetState\", 0x6101"},
       {"/types/2/event", "\"reached\"", "/types/2: has a number of \"Reached\", 0x2DA20"},
       {"/types/1/type", "\"0x2DA21\"", "/types/1: not the type of its module"},
+      {"/types/1/encoding", "\"record\"", "/types/1: events of a type from 0x2DA01"},
       {"/types/3/name", "\"GetState\"", "/types/3: a second type \"GetState\""},
       {"/types/0/name", "\"Get State\"", "/types/0/name: not 1 to 64 letters"},
       {"/types/0/kind", "\"call\"", "/types/0/kind: not one of request, oneway, event, notice"},

@@ -16,6 +16,7 @@
 #include "programs/messages/message_types.h"
 #include "programs/messages/nearest.h"
 #include "programs/messages/status_text.h"
+#include "programs/types/own_types.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 
@@ -25,13 +26,21 @@ namespace {
 using namespace std::string_literals;
 using testing::ElementsAre;
 
-std::string_view RequestOf(uint32_t type) {
-  return messages::FindType(type)->request;
+types::Shape RequestOf(uint32_t type) {
+  return messages::FindType(type)->requestShape();
 }
 
-std::string_view ReplyOf(uint32_t type) {
-  return messages::FindType(type)->reply;
+types::Shape ReplyOf(uint32_t type) {
+  return messages::FindType(type)->replyShape();
 }
+
+// The shape of fields in the notation of the generated table.
+struct Record {
+  explicit Record(std::string_view shape) : fields(types::ParseShape(shape)) {}
+  operator types::Shape() const { return {fields, types::Encoding::kRecord}; }
+
+  std::vector<types::Field> fields;
+};
 
 TEST(Text, IsEscapedWhereItWouldNotStayInItsPlace) {
   EXPECT_EQ(Escape("a\\b \u4e2d\u00e9"), "a\\\\b \u4e2d\u00e9");
@@ -69,7 +78,7 @@ TEST(Table, LeavesOutWhatIsNeededLeastBeforeItCuts) {
 }
 
 TEST(Body, HasTheSizeOfTheRecordThatItStandsFor) {
-  const auto sizeOf = [](std::string_view shape, const char *field) {
+  const auto sizeOf = [](types::Shape shape, const char *field) {
     return messages::Encode(shape, {{field, ""}}).body.size();
   };
   EXPECT_EQ(sizeOf(RequestOf(ZOR_LOG_MSG_RECORD), "parameters"), sizeof(ZOR_LOG_RECORD));
@@ -82,13 +91,13 @@ TEST(Body, HasTheSizeOfTheRecordThatItStandsFor) {
 
 TEST(Body, IsBuiltFromFieldsAndTakenApartAgain) {
   const messages::Content content =
-      messages::Encode("data:user u16:port u32:mode text8:name bytes2:key text:path",
+      messages::Encode(Record("data:user u16:port u32:mode text8:name bytes2:key text:path"),
                        {{"path", "/x"}, {"user", "0x10"}, {"port", "513"}, {"name", "abc"}, {"key", "ff"}});
   EXPECT_EQ(content.data, 16u);
   EXPECT_EQ(content.body, "\x01\x02\0\0\0\0abc\0\0\0\0\0\xff\0/x\0"s);
-  EXPECT_EQ(messages::Decode("u16:port u32:mode text8:name bytes2:key text:path", 0, content.body).dump(),
+  EXPECT_EQ(messages::Decode(Record("u16:port u32:mode text8:name bytes2:key text:path"), 0, content.body).dump(),
             R"({"port":513,"mode":0,"name":"abc","key":"ff00","path":"/x"})");
-  EXPECT_EQ(messages::Encode("data:user u32:mode", {{"user", "1"}}).body, "") << "nothing is said of the body";
+  EXPECT_EQ(messages::Encode(Record("data:user u32:mode"), {{"user", "1"}}).body, "") << "nothing is said of the body";
 }
 
 TEST(Body, IsRefusedWhenAValueDoesNotFit) {
@@ -98,17 +107,18 @@ TEST(Body, IsRefusedWhenAValueDoesNotFit) {
                                      {"key", "010203"},
                                      {"key", "0g"},
                                      {"nothing", ""}}) {
-    EXPECT_THROW(messages::Encode("u16:port u32:mode text8:name bytes2:key", {{field, value}}), messages::Invalid)
+    EXPECT_THROW(messages::Encode(Record("u16:port u32:mode text8:name bytes2:key"), {{field, value}}),
+                 messages::Invalid)
         << field << value;
   }
 }
 
 TEST(Body, IsTakenApartAsFarAsItGoes) {
   EXPECT_EQ(messages::Decode(ReplyOf(ZOR_MSG_GET_PROCESS_NUM), 3, "").dump(), R"({"count":3})");
-  EXPECT_EQ(messages::Decode("u32:a u32:b", 0, "\x01\0\0\0\x02"s).dump(), R"({"a":1,"b":"02"})");
-  EXPECT_EQ(messages::Decode("u16:a", 0, "\x01\0more"s).dump(), R"({"a":1,"rest":"6d6f7265"})");
-  EXPECT_EQ(messages::Decode("json:j", 0, "{\"x\":").dump(), R"({"j":"{\"x\":"})") << "not JSON after all";
-  EXPECT_EQ(messages::Decode("items:i", 0, "no items").dump(), R"({"i":{"text":"no items"}})");
+  EXPECT_EQ(messages::Decode(Record("u32:a u32:b"), 0, "\x01\0\0\0\x02"s).dump(), R"({"a":1,"b":"02"})");
+  EXPECT_EQ(messages::Decode(Record("u16:a"), 0, "\x01\0more"s).dump(), R"({"a":1,"rest":"6d6f7265"})");
+  EXPECT_EQ(messages::Decode(Record("json:j"), 0, "{\"x\":").dump(), R"({"j":"{\"x\":"})") << "not JSON after all";
+  EXPECT_EQ(messages::Decode(Record("items:i"), 0, "no items").dump(), R"({"i":{"text":"no items"}})");
   EXPECT_EQ(messages::DecodeUnknown("lines\nof text\0"s).dump(), R"({"text":"lines\nof text"})");
   EXPECT_EQ(messages::DecodeUnknown("\x1b[1m").dump(), R"({"hex":"1b5b316d"})");
 }

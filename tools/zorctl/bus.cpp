@@ -98,7 +98,7 @@ bool IsNoticeOf(const Message &message, uint32_t type, uint32_t sequence) {
 bool IsReplyTo(const Message &message, const Outgoing &request) {
   if (message.type != request.type) return false;
   if (!request.destination.empty()) return message.source == request.destination;
-  const messages::MessageType *known = messages::FindType(request.type);
+  const types::Type *known = messages::FindType(request.type);
   return known == nullptr || known->to != "server" || message.fromServer();
 }
 
@@ -237,12 +237,12 @@ uint32_t Bus::CountProcesses(std::string_view name, const Deadline &deadline) {
 
 Failure Bus::Undelivered(const Outgoing &request) {
   if (request.destination.empty()) {
-    const messages::MessageType *known = messages::FindType(request.type);
+    const types::Type *known = messages::FindType(request.type);
     const bool isForOne = known != nullptr && known->to != "server" && known->to != "any";
     return {kExitNotFound,
             "no daemon on the bus receives messages of type " + HexText(request.type) + " without a destination",
-            "name the daemon" + (isForOne ? ", " + std::string(known->to) : "") + ", or set route." +
-                HexText(request.type) + " in the server's settings"};
+            "name the daemon" + (isForOne ? ", " + known->to : "") + ", or set route." + HexText(request.type) +
+                " in the server's settings"};
   }
   return NoSuchDaemon(request.destination);
 }

@@ -2,10 +2,12 @@
 #ifndef ZORCTL_MESSAGE_OPTIONS_H
 #define ZORCTL_MESSAGE_OPTIONS_H
 
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "programs/messages/body.h"
 #include "zorctl/bus.h"
 #include "zorctl/options.h"
 
@@ -27,13 +29,22 @@ class MessageOptions {
   Outgoing Build() const;
 
  private:
-  // A destination, if the first word is one, and the rest as names with values.
-  void SortWords(Outgoing &message, std::vector<std::pair<std::string, std::string>> &fields) const;
+  // What the words say: a destination, if the first one is a name, then the fields, or a JSON object.
+  struct Sorted {
+    std::string destination;
+    messages::Values fields;
+    std::optional<std::string> object;
+  };
+  Sorted SortWords() const;
+  // The data word and body that the words make up.
+  messages::Content ContentOf(const Sorted &words, uint32_t type) const;
 
   FleetCall BuildForBridge() const;
+  // Of all fields of a message those that were given.
+  static nlohmann::ordered_json FieldsGiven(const Sorted &words, const nlohmann::ordered_json &all);
 
   std::string type_;
-  std::vector<std::string> words_;  // [NAME] [FIELD=VALUE...]
+  std::vector<std::string> words_;  // [NAME] [FIELD=VALUE...], or [NAME] OBJECT
   std::optional<std::string> data_;
   std::optional<std::string> text_;
   std::optional<std::string> hex_;

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "programs/messages/event.h"
 #include "programs/messages/message_types.h"
 #include "zorctl/format.h"
 #include "zorctl/quantity.h"
@@ -112,8 +113,8 @@ class Detail {
     if (client_.events.empty() && client_.patterns.empty()) return;
     Add("SUBSCRIPTIONS", Style::kTitle);
     for (const uint32_t event : client_.events) {
-      const char *module = ZOR_EVT_GetEventModuleNameByEventType(event);
-      Add("  " + (event == ZOR_EVT_ALL ? "all events" : module == nullptr ? HexText(event) : Escape(module)));
+      const std::string module = messages::EventModuleOf(event);
+      Add("  " + (event == ZOR_EVT_ALL ? "all events" : module.empty() ? HexText(event) : Escape(module)));
     }
     for (const std::string &pattern : client_.patterns) Add("  " + Escape(pattern));
   }

@@ -19,8 +19,8 @@ using Json = nlohmann::ordered_json;
 
 // The reply's fields if its type is known, otherwise its data word and body.
 Json Explain(const Message &reply) {
-  const messages::MessageType *known = messages::FindType(reply.type);
-  if (known != nullptr && known->reply != "-") return messages::Decode(known->reply, reply.data, reply.body);
+  const types::Type *known = messages::FindType(reply.type);
+  if (known != nullptr && !known->reply.empty()) return messages::Decode(known->replyShape(), reply.data, reply.body);
   Json fields = {{"data", reply.data}};
   fields.update(messages::DecodeUnknown(reply.body));
   return fields;

@@ -8,6 +8,7 @@
 #include "programs/messages/event.h"
 #include "programs/messages/log_names.h"
 #include "programs/messages/message_types.h"
+#include "programs/types/book.h"
 #include "zorctl/bus.h"
 #include "zorctl/command_line.h"
 #include "zorctl/options.h"
@@ -36,8 +37,8 @@ Words Names() {
 
 Words Types() {
   Words words;
-  for (const messages::MessageType &type : messages::MessageTypes()) {
-    if (type.first == type.last) words.push_back(messages::TypeText(type.first));
+  for (const types::Type *type : types::TypeBook::Installed().All()) {
+    if (!type->isRange()) words.push_back(messages::TypeText(*type));
   }
   return words;
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "programs/messages/event.h"
 #include "zorctl/bus.h"
 #include "zorctl/fleet_report.h"
 #include "zorctl/format.h"
@@ -48,8 +49,8 @@ std::string HeldText(const Json &client) {
 
 std::string EventText(uint32_t type) {
   if (type == ZOR_EVT_ALL) return "all";
-  const char *module = ZOR_EVT_GetEventModuleNameByEventType(type);
-  return module == nullptr ? HexText(type) : module;
+  std::string module = messages::EventModuleOf(type);
+  return module.empty() ? HexText(type) : module;
 }
 
 std::string EventsText(const Json &client) {

@@ -59,9 +59,9 @@ class PublishVerb : public Verb {
     Json payload = Json::object();
     for (const auto &[name, value] : ParsePairs(items_)) payload[name] = value;
     if (!payload_.empty()) payload = PayloadOf(payload_);
-    const char *module = ZOR_EVT_GetEventModuleNameByEventType(type);
+    const std::string module = messages::EventModuleOf(type);
     const Json event = {{"Method", "notify"},
-                        {"Module", module == nullptr ? module_ : module},
+                        {"Module", module.empty() ? module_ : module},
                         {"EventType", event_},
                         {"Timestamp", ZOR_UTIL_GetCurrUTCTimeStamp()},
                         {"Payload", payload}};

@@ -152,8 +152,8 @@ class ServeVerb : public Verb {
   }
 
   void Answer(Bus &bus, const Message &request, uint32_t status, const std::string &body, uint64_t ms) const {
-    const messages::MessageType *known = messages::FindType(request.type);
-    const bool wantsReply = known == nullptr || known->kind == "request";
+    const types::Type *known = messages::FindType(request.type);
+    const bool wantsReply = known == nullptr || known->kind == types::Kind::kRequest;
     if (wantsReply) bus.Reply(request, status, body, Deadline(kSetUpTime));
     if (json_) {
       PrintJson({{"source", request.source}, {"sequence", request.sequence}, {"status", status}, {"ms", ms}});
