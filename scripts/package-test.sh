@@ -38,6 +38,7 @@ mkdir "$root/root/test"
 cp $packages/*.deb README.md tests/install/check_{packages,consumers,systemd}.sh tests/install/attack{s.sh,.pl} \
   build/package/examples/{provider,consumer,services,login_keeper} "$root/root/test/"
 cp -r tests/install/consumer "$root/root/test/project"
+cp -r docs/tutorial tests/faces/follow_page.py "$root/root/test/"
 in_folder() { env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 chroot "$root" "$@"; }
 in_folder /root/test/check_packages.sh
 

@@ -1,4 +1,6 @@
-"""Does what a page tells its reader to do, and compares what the reader would see: follow_page.py PAGE BUILD LIBDIR
+"""Does what a page tells its reader to do, and compares what the reader would see: follow_page.py PAGE [BUILD LIBDIR]
+
+Without a build folder the packages must be installed.
 
 A fenced block whose info string has file=NAME is written to that file; one of `sh` is run, all in one shell; one of
 `text` is what has come since, in which "..." stands for anything within a line, and on a line of its own for any lines.
@@ -86,12 +88,13 @@ def environment(build, work, libdir):
 
 
 def main():
-    page, build, libdir = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]), sys.argv[3]
+    page = pathlib.Path(sys.argv[1])
     work = pathlib.Path(tempfile.mkdtemp(prefix="page."))
     shell = None
     try:
         (work / "home").mkdir()
-        shell = Shell(work / "home", environment(build, work, libdir))
+        built = environment(pathlib.Path(sys.argv[2]), work, sys.argv[3]) if len(sys.argv) > 2 else dict(os.environ)
+        shell = Shell(work / "home", built)
         said = ""
         for language, name, text in BLOCK.findall(page.read_text(encoding="utf-8")):
             if name:

@@ -65,7 +65,7 @@ say 'what the packages need'
 quietly apt-get -qq update
 needed=$(for package in *.deb; do dpkg-deb -f "$package" Depends; done | tr ',' '\n' |
   sed 's/^ *//; /^libmsgapi1 /d; /^libzorplatform1 /d; /^$/d' | sort -u | paste -sd ,)
-quietly apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config
+quietly apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config python3 libcjson-dev lua5.4 lua5.1 jq
 quietly apt-get -qq satisfy -y --no-install-recommends "$needed"
 list_files >/tmp/before
 echo 'ok it is installed'
@@ -122,6 +122,11 @@ rm /etc/zor/access.d/10-test.conf
 expect 'the packaged rules are alone again' sh -c 'zorctl access reload && kill -HUP "$1"' sh "${pids[notifyserver]}"
 mkdir built
 ./check_consumers.sh README.md project built "${as_first[@]}" || fail 'the consumers'
+
+say 'the tutorials, as their readers would'
+for page in tutorial/*.md; do
+  expect "$page" python3 -B follow_page.py "$page"
+done
 
 say "the system's own daemons serve a third one"
 start cms 'on the bus as cms'
