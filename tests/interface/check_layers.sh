@@ -38,7 +38,7 @@ wrong=$(
   check_alone include/zor/platform '<' 'zor/(platform/.*|export.h)|std[a-z]+.h'
   check_alone platform '<' 'zor/platform/.*|[^z].*'
   check_alone platform '"' 'common/[^/]*|[^/]*'
-  check_alone programs '"' '(common|programs|programs/(access|bus_view|journal|messages|metrics|recorder|tls))/[^/]*'
+  check_alone programs '"' '(common|programs|programs/(access|bus_view|journal|messages|metrics|recorder|tls|types))/[^/]*'
   check_alone common '"' 'common/[^/]*'
   check_alone common '<' '[^z].*'
 )
