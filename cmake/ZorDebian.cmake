@@ -69,7 +69,7 @@ files, bounded strings, processes and the configuration store. A device's\nvendo
 zor_package(development libmsgapi-dev libdevel
   "messaging and utility library of a home gateway - development files"
   "${about}These are the headers, the pkg-config file and the CMake package that a\n\
-daemon is built with.")
+daemon is built with, and zorgen, which makes code from files of message\ntypes.")
 zor_package(servers msgapi-servers net "message bus of a home gateway - servers"
   "${about}These are its servers: messages, notifications, log lines, the\n\
 configuration, the user-visible log, a tunnel to other boards, and a bridge\nto an MQTT broker."
@@ -104,7 +104,6 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS msgapi-servers)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS zstd)  # for bundles that end in .tar.zst
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 
 install(DIRECTORY DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/zor COMPONENT servers)
 install(FILES packaging/access/90-default.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/zor/access.d

@@ -21,6 +21,10 @@ install(FILES ${PROJECT_BINARY_DIR}/msgapi-config.cmake ${PROJECT_BINARY_DIR}/ms
 configure_file(cmake/msgapi.pc.in msgapi.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/msgapi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+# The code generator, and its function for CMake.
+install(TARGETS zorgen RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
+install(FILES cmake/ZorTypes.cmake DESTINATION ${cmake_dir} COMPONENT development)
+
 # The servers with their units, users and directories.
 file(READ packaging/systemd/hardening.conf hardening)
 string(STRIP "${hardening}" hardening)

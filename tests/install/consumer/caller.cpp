@@ -2,12 +2,16 @@
 #include <zor/msg.h>
 #include <zor/uv.h>
 
+#include "greeter.hpp"
+
 namespace {
 
-uint32_t reply;
+using greeter::Next;
+
+Next::Reply reply;
 
 void OnReply(ZOR_MSG_HEAD *msg) {
-  reply = msg->data;
+  Next::Reply::decode({}, msg->data, reply);
   ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
 }
 
@@ -16,7 +20,8 @@ void OnReply(ZOR_MSG_HEAD *msg) {
 int main() {
   if (ZOR_MSG_Init("caller") != ZOR_OK) return 1;
   ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
-  ZOR_MSG_RegMsgProc(0x4001, OnReply, 0, nullptr);
-  if (ZOR_MSG_SendSimpleMsg("greeter", 0x4001, 41) != ZOR_OK || ZOR_MSG_GetAndDispatch() != ZOR_OK) return 1;
-  return reply == 42 ? 0 : 1;
+  ZOR_MSG_RegMsgProc(Next::kType, OnReply, 0, nullptr);
+  if (ZOR_MSG_SendSimpleMsg(Next::kTo, Next::kType, Next::Request().data_word()) != ZOR_OK) return 1;
+  if (ZOR_MSG_GetAndDispatch() != ZOR_OK) return 1;
+  return reply.number == 42 ? 0 : 1;
 }
