@@ -30,6 +30,8 @@ echo
 echo
 "$build/bench/codec_bench"
 echo
+"$build/bench/zorgen_bench"
+echo
 echo "sizes, stripped (bytes)"
 for file in "$build"/libraries/private/msg/libmsgapi.so "$build"/platform/libzorplatform.so "$build"/daemons/*/*svr \
   "$build"/daemons/*/*server; do
