@@ -124,7 +124,10 @@ static inline bool zor_json_whole(struct zor_gen_view text, bool *negative, uint
   uint64_t value = 0;
   *negative = *at == '-';
   if (*negative) ++at;
-  for (; at != end; ++at) {
+  if (end - at > 20) return false;
+  /* Up to 19 digits fit in any case. */
+  for (; at != end && end - at > 1; ++at) value = value * 10u + (uint64_t)(*at - '0');
+  if (at != end) {
     const uint64_t digit = (uint64_t)(*at - '0');
     if (value > (UINT64_MAX - digit) / 10u) return false;
     value = value * 10u + digit;

@@ -74,7 +74,7 @@ static inline bool zor_json_next(struct zor_json_reader *reader) {
   return zor_json_name(scan, &reader->name);
 }
 
-static inline bool zor_json_is(const struct zor_json_reader *reader, const char *name, size_t length) {
+ZOR_GEN_INLINE bool zor_json_is(const struct zor_json_reader *reader, const char *name, size_t length) {
   if (reader->name.form == ZOR_GEN_PLAIN) {
     return reader->name.length == length && memcmp(reader->name.data, name, length) == 0;
   }
@@ -90,7 +90,7 @@ static inline void zor_json_keep(struct zor_json_reader *reader, struct zor_gen_
 }
 
 /* A value keeps its default when it is null. */
-static inline bool zor_json_get_null(struct zor_json_reader *reader) {
+ZOR_GEN_INLINE bool zor_json_get_null(struct zor_json_reader *reader) {
   return zor_json_peek(&reader->scan) == 'n' && (zor_json_skip_scalar(&reader->scan), true);
 }
 

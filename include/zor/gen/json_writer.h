@@ -53,7 +53,7 @@ static inline void zor_json_put_text(struct zor_gen_writer *writer, struct zor_g
   zor_gen_put(writer, "\"", 1);
   while (view.form == ZOR_GEN_PLAIN && at != end && !writer->failed) {
     start = at;
-    while (at != end && zor_json_is_plain(*at)) ++at;
+    at = zor_json_run(at, end);
     zor_gen_put(writer, start, (size_t)(at - start));
     if (at != end) {
       const size_t length = zor_json_put_special(writer, at, end);

@@ -26,12 +26,12 @@ static inline struct zor_gen_reader zor_gen_reader_of(const void *body, size_t l
   return reader;
 }
 
-static inline size_t zor_gen_left(const struct zor_gen_reader *reader) {
+ZOR_GEN_INLINE size_t zor_gen_left(const struct zor_gen_reader *reader) {
   return (size_t)(reader->end - reader->at);
 }
 
 /* A number of so many bytes. */
-static inline void zor_gen_get(struct zor_gen_reader *reader, void *number, size_t size) {
+ZOR_GEN_INLINE void zor_gen_get(struct zor_gen_reader *reader, void *number, size_t size) {
   const size_t left = zor_gen_left(reader);
   if (left >= size) {
     memcpy(number, reader->at, size);

@@ -16,6 +16,14 @@
 extern "C" {
 #endif
 
+/* Short functions that generated code calls for every field: with a size that is known a copy is a single instruction,
+   but only where it is inlined, which compilers do not do by themselves for so many calls. */
+#ifdef __GNUC__
+#define ZOR_GEN_INLINE static inline __attribute__((always_inline))
+#else
+#define ZOR_GEN_INLINE static inline
+#endif
+
 enum zor_gen_form {
   ZOR_GEN_PLAIN,   /* the content itself */
   ZOR_GEN_ESCAPED, /* the inside of a JSON string that has escapes */

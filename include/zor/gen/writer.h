@@ -40,23 +40,27 @@ static inline size_t zor_gen_written(const struct zor_gen_writer *writer) {
   return (size_t)(writer->at - writer->start);
 }
 
-/* That many bytes to be filled; null if there is no room for them, which is noted. */
-static inline char *zor_gen_room(struct zor_gen_writer *writer, size_t count) {
-  char *room;
-  if ((size_t)(writer->end - writer->at) < count) {
-    if (writer->grow == NULL) {
-      writer->missing += count;
-      return NULL;
-    }
-    writer->grow(writer, count);
+/* Makes room if that is possible. */
+static inline bool zor_gen_grow(struct zor_gen_writer *writer, size_t count) {
+  if (writer->grow == NULL) {
+    writer->missing += count;
+    return false;
   }
+  writer->grow(writer, count);
+  return true;
+}
+
+/* That many bytes to be filled; null if there is no room for them, which is noted. */
+ZOR_GEN_INLINE char *zor_gen_room(struct zor_gen_writer *writer, size_t count) {
+  char *room;
+  if ((size_t)(writer->end - writer->at) < count && !zor_gen_grow(writer, count)) return NULL;
   room = writer->at;
   writer->at += count;
   return room;
 }
 
 /* Bytes as they are. */
-static inline void zor_gen_put(struct zor_gen_writer *writer, const void *bytes, size_t count) {
+ZOR_GEN_INLINE void zor_gen_put(struct zor_gen_writer *writer, const void *bytes, size_t count) {
   char *room;
   if (count == 0) return;
   room = zor_gen_room(writer, count);
