@@ -1,5 +1,5 @@
-// What generated code takes to encode and decode a message of ten fields: six integers, two reals, a bool in between,
-// two texts. As a record beside a copy of its bytes, as JSON beside a common library for JSON.
+// What generated code takes to encode and decode a message of ten fields: five integers, two reals, a bool, two texts.
+// As a record beside a copy of its bytes, as JSON beside a common library for JSON.
 #include <cjson/cJSON.h>
 
 #include <cstdio>

@@ -106,33 +106,53 @@ static inline void zor_json_get_bool(struct zor_json_reader *reader, bool *value
 }
 
 static inline void zor_json_get_f64(struct zor_json_reader *reader, double *value) {
+  const char *start = reader->scan.at;
+  struct zor_json_short number;
   struct zor_gen_view text;
   bool whole;
+  if (zor_json_short_number(&reader->scan, &number)) {
+    if ((double)number.digits <= ZOR_JSON_EXACT) {
+      const double size = (double)number.digits / zor_json_power(number.decimals);
+      /* -0 is a whole number, without a sign. */
+      *value = number.negative && (number.digits > 0 || number.decimals > 0) ? -size : size;
+      return;
+    }
+    reader->scan.at = start;
+  }
   if (zor_json_get_null(reader) || !zor_json_number(&reader->scan, &text, &whole)) return;
   if (!zor_json_to_double(text, value)) zor_json_fail(&reader->scan);
-  if (whole && *value == 0) *value = 0; /* -0 is a whole number, without a sign */
+  if (whole && *value == 0) *value = 0;
+}
+
+/* True with a whole number of at most 64 bits; false at null. */
+static inline bool zor_json_integer(struct zor_json_reader *reader, bool *negative, uint64_t *magnitude) {
+  const char *start = reader->scan.at;
+  struct zor_json_short number;
+  struct zor_gen_view text;
+  bool whole;
+  if (zor_json_short_number(&reader->scan, &number)) {
+    *negative = number.negative;
+    *magnitude = number.digits;
+    if (number.decimals == 0) return true;
+    reader->scan.at = start;
+  }
+  if (zor_json_get_null(reader) || !zor_json_number(&reader->scan, &text, &whole)) return false;
+  return zor_json_to_integer(text, whole, negative, magnitude) || zor_json_fail(&reader->scan);
 }
 
 /* True with a number from 0 to most; a number beyond that makes the body invalid. */
 static inline bool zor_json_unsigned(struct zor_json_reader *reader, uint64_t most, uint64_t *value) {
-  struct zor_gen_view text;
-  bool whole, negative;
-  if (zor_json_get_null(reader) || !zor_json_number(&reader->scan, &text, &whole)) return false;
-  if (!zor_json_to_integer(text, whole, &negative, value) || (negative && *value != 0) || *value > most) {
-    return zor_json_fail(&reader->scan);
-  }
-  return true;
+  bool negative;
+  if (!zor_json_integer(reader, &negative, value)) return false;
+  return (*value <= most && !(negative && *value != 0)) || zor_json_fail(&reader->scan);
 }
 
 /* True with a number from -most-1 to most; a number beyond that makes the body invalid. */
 static inline bool zor_json_signed(struct zor_json_reader *reader, uint64_t most, int64_t *value) {
-  struct zor_gen_view text;
   uint64_t magnitude;
-  bool whole, negative;
-  if (zor_json_get_null(reader) || !zor_json_number(&reader->scan, &text, &whole)) return false;
-  if (!zor_json_to_integer(text, whole, &negative, &magnitude) || magnitude > most + (negative ? 1u : 0u)) {
-    return zor_json_fail(&reader->scan);
-  }
+  bool negative;
+  if (!zor_json_integer(reader, &negative, &magnitude)) return false;
+  if (magnitude > most + (negative ? 1u : 0u)) return zor_json_fail(&reader->scan);
   /* The lowest number has no positive counterpart. */
   *value = negative && magnitude > 0 ? -(int64_t)(magnitude - 1u) - 1 : (int64_t)magnitude;
   return true;

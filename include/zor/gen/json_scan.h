@@ -146,6 +146,40 @@ static inline bool zor_json_number(struct zor_json_scan *scan, struct zor_gen_vi
   return true;
 }
 
+/* Most numbers: at most 18 digits in a row, perhaps with a point among them, and the end of the value behind them. */
+struct zor_json_short {
+  uint64_t digits;
+  int decimals;
+  bool negative;
+};
+
+/* Reads such a number at once. False, and nothing is read, for any other value, valid or not. */
+static inline bool zor_json_short_number(struct zor_json_scan *scan, struct zor_json_short *number) {
+  const char *at = (zor_json_peek(scan), scan->at), *end = scan->end, *start, *point = NULL;
+  uint64_t digits = 0;
+  number->negative = at != end && *at == '-';
+  if (number->negative) ++at;
+  start = at;
+  for (; at != end; ++at) {
+    const unsigned digit = (unsigned)(unsigned char)*at - '0';
+    if (digit <= 9u) {
+      digits = digits * 10u + digit;
+    } else if (*at == '.' && point == NULL) {
+      point = at;
+    } else {
+      break;
+    }
+    if (at - start >= 18) return false;
+  }
+  if (at == end || (*at != ',' && *at != '}') || at == start) return false;
+  if (point == start || (point != NULL && point + 1 == at)) return false;
+  if (*start == '0' && (point == NULL ? start + 1 != at : start + 1 != point)) return false;
+  number->digits = digits;
+  number->decimals = point == NULL ? 0 : (int)(at - point - 1);
+  scan->at = at;
+  return true;
+}
+
 /* Moves behind the word, if it is next. */
 static inline bool zor_json_word(struct zor_json_scan *scan, const char *word, size_t length) {
   zor_json_space(scan);

@@ -143,6 +143,11 @@ static inline size_t zor_gen_copy(struct zor_gen_view view, void *buffer, size_t
   const char *at = view.data, *piece;
   char room[4];
   size_t total = 0, length;
+  if (view.form == ZOR_GEN_PLAIN) {
+    length = view.length < capacity ? view.length : capacity;
+    if (length > 0) memcpy(buffer, view.data, length);
+    return view.length;
+  }
   if (view.length == 0) return 0;
   while ((length = zor_gen_piece(&view, &at, &piece, room)) > 0) {
     if (total < capacity) memcpy((char *)buffer + total, piece, length < capacity - total ? length : capacity - total);
