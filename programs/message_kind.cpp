@@ -17,12 +17,19 @@ constexpr auto kKinds = std::to_array<Kind>({
 #include "programs/message_kinds.inc"
 });
 
+KindSource otherSource = nullptr;
+
 }  // namespace
+
+void SetKindSource(KindSource source) {
+  otherSource = source;
+}
 
 MessageKind KindOf(uint32_t type) {
   const auto *found =
       std::partition_point(kKinds.begin(), kKinds.end(), [=](const Kind &each) { return each.last < type; });
-  return found == kKinds.end() || type < found->first ? MessageKind::kUnknown : found->kind;
+  if (found != kKinds.end() && type >= found->first) return found->kind;
+  return otherSource == nullptr ? MessageKind::kUnknown : otherSource(type);
 }
 
 }  // namespace zor::daemon

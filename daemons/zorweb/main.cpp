@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "programs/messages/message_types.h"
 #include "programs/paths.h"
 #include "programs/server_main.h"
 #include "programs/stop_signal.h"
@@ -71,5 +72,6 @@ int Run(const WebSettings &settings, daemon::ProblemLog &log, bool) {
 
 int main(int count, char **arguments) {
   using namespace zor::web;  // NOLINT(google-build-using-namespace): the program's own names
+  zor::messages::UseInstalledKinds();
   return zor::daemon::ServerMain(kProgram, count, arguments, ReadSettings, Run);
 }

@@ -7,6 +7,7 @@
 
 #include "common/ascii.h"
 #include "programs/format_number.h"
+#include "programs/message_kind.h"
 #include "programs/messages/invalid.h"
 #include "programs/messages/nearest.h"
 #include "programs/messages/number.h"
@@ -67,6 +68,14 @@ std::string TypeText(uint32_t type) {
   const bool mayBeEvent = type > ZOR_MSG_EVENT_FIRST && type <= ZOR_MSG_EVENT_LAST;
   const types::Module *module = mayBeEvent ? TypeBook::Installed().FindModule(type) : nullptr;
   return module == nullptr ? daemon::HexText(type) : module->name;
+}
+
+void UseInstalledKinds() {
+  daemon::SetKindSource([](uint32_t type) {
+    const Type *known = FindType(type);
+    if (known == nullptr) return daemon::MessageKind::kUnknown;
+    return known->kind == types::Kind::kRequest ? daemon::MessageKind::kRequest : daemon::MessageKind::kNoRequest;
+  });
 }
 
 uint32_t ParseType(std::string_view text) {

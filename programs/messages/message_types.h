@@ -24,6 +24,9 @@ std::string TypeText(const types::Type &type);
 // that is not ambiguous; or a vendor's module. UnknownName for anything else.
 uint32_t ParseType(std::string_view text);
 
+// From now on daemon::KindOf knows the types of installed files too, so that who waits for a reply is certain.
+void UseInstalledKinds();
+
 }  // namespace zor::messages
 
 #endif

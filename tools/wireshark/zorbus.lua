@@ -11,6 +11,13 @@
 -- { first, last, name, to, kind, shape of the request, of the reply }; the build puts the table of messages here
 local message_types = {}
 
+-- The same of vendors: what `zorctl types dissector` has printed into a file that Wireshark loads too. It may do so after
+-- this one.
+local function vendor_types()
+  local types = rawget(_G, "zorbus_types")
+  return type(types) == "table" and types or {}
+end
+
 local zorbus = Proto("zorbus", "Message bus")
 
 local OUTCOMES = { [0] = "delivered", [1] = "undelivered" }
@@ -41,6 +48,12 @@ f.body_path = ProtoField.string("zorbus.body_path", "Body file")
 f.field_name = ProtoField.string("zorbus.field.name", "Name")
 f.field_text = ProtoField.string("zorbus.field.text", "Text")
 f.field_bytes = ProtoField.bytes("zorbus.field.bytes", "Bytes")
+f.field_u8 = ProtoField.uint8("zorbus.field.u8", "8 bits", base.DEC_HEX)
+f.field_i8 = ProtoField.int8("zorbus.field.i8", "8 bits")
+f.field_i16 = ProtoField.int16("zorbus.field.i16", "16 bits")
+f.field_i32 = ProtoField.int32("zorbus.field.i32", "32 bits")
+f.field_i64 = ProtoField.int64("zorbus.field.i64", "64 bits")
+f.field_f64 = ProtoField.double("zorbus.field.f64", "Real")
 f.field_u16 = ProtoField.uint16("zorbus.field.u16", "16 bits", base.DEC_HEX)
 f.field_u32 = ProtoField.uint32("zorbus.field.u32", "32 bits", base.DEC_HEX)
 f.field_u64 = ProtoField.uint64("zorbus.field.u64", "64 bits", base.DEC_HEX)
@@ -129,9 +142,11 @@ end
 
 -- The entry of a message type in the table; nil for an unknown type.
 local function describe(message_type)
-  for _, entry in ipairs(message_types) do
-    if message_type >= entry[1] and message_type <= entry[2] then
-      return { name = entry[3], to = entry[4], request = entry[6], reply = entry[7] }
+  for _, list in ipairs({ message_types, vendor_types() }) do
+    for _, entry in ipairs(list) do
+      if message_type >= entry[1] and message_type <= entry[2] then
+        return { name = entry[3], to = entry[4], request = entry[6], reply = entry[7] }
+      end
     end
   end
 end
@@ -218,7 +233,11 @@ local function add_items(reader, tree)
   end
 end
 
-local NUMBERS = { u16 = { f.field_u16, 2 }, u32 = { f.field_u32, 4 }, u64 = { f.field_u64, 8 } }
+local NUMBERS = {
+  u8 = { f.field_u8, 1 }, u16 = { f.field_u16, 2 }, u32 = { f.field_u32, 4 }, u64 = { f.field_u64, 8 },
+  i8 = { f.field_i8, 1 }, i16 = { f.field_i16, 2 }, i32 = { f.field_i32, 4 }, i64 = { f.field_i64, 8 },
+  f64 = { f.field_f64, 8 }, bool = { f.field_u8, 1 },
+}
 
 -- Adds one field of a shape, such as "u32:mode" or "text64:prefix": its tree item.
 local function add_field(reader, tree, kind)

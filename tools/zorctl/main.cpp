@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "programs/messages/invalid.h"
+#include "programs/messages/message_types.h"
 #include "programs/messages/nearest.h"
 #include "zorctl/command_line.h"
 #include "zorctl/output.h"
@@ -119,6 +120,7 @@ void AskForHelp(std::vector<std::string> &words) {
 
 int Main(int count, char **arguments) {
   TakeOutput();
+  messages::UseInstalledKinds();
   std::vector<std::string> words = VerbFirst(count, arguments);
   AskForHelp(words);
   const VerbRow *row = words.empty() ? nullptr : FindVerb(words.front());

@@ -1,8 +1,10 @@
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "programs/messages/base64.h"
 #include "programs/messages/body.h"
+#include "programs/messages/json_text.h"
 #include "programs/messages/message_types.h"
 #include "zorctl/fleet_report.h"
 #include "zorctl/fleet_requests.h"
@@ -17,8 +19,20 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+// An error reply of a daemon that is written with one of the faces: a status, and a text that says more.
+std::optional<Json> ExplainError(const Message &reply) {
+  constexpr uint32_t kFirst = 0x10000, kLast = 0x1FFFF;
+  if (reply.data < kFirst || reply.data > kLast) return std::nullopt;
+  const Json body = messages::ParseJson(reply.body.substr(0, reply.body.find('\0')));
+  if (!MemberOf(body, "error").is_string()) return std::nullopt;
+  Json fields = {{"data", reply.data}};
+  fields.update(body);
+  return fields;
+}
+
 // The reply's fields if its type is known, otherwise its data word and body.
 Json Explain(const Message &reply) {
+  if (const auto error = ExplainError(reply)) return *error;
   const types::Type *known = messages::FindType(reply.type);
   if (known != nullptr && !known->reply.empty()) return messages::Decode(known->replyShape(), reply.data, reply.body);
   Json fields = {{"data", reply.data}};
@@ -44,7 +58,7 @@ class CallVerb : public Verb {
     } else {
       PrintFields(fields);
     }
-    return IsError(fields) ? kExitRefused : kExitOk;
+    return IsError(fields) || ExplainError(reply) ? kExitRefused : kExitOk;
   }
 
   ExitCode RunFleet(Fleet &fleet, const Common &common) override {

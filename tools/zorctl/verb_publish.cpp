@@ -7,6 +7,7 @@
 
 #include "programs/messages/body.h"
 #include "programs/messages/event.h"
+#include "programs/types/book.h"
 #include "zorctl/bus.h"
 #include "zorctl/options.h"
 #include "zorctl/output.h"
@@ -36,15 +37,20 @@ class PublishVerb : public Verb {
     options.Add("MODULE", module_, "The module that the event belongs to, or the event's message type")
         .Required()
         .Type("");
-    options.Add("EVENT", event_, "The event's name (EventType)").Required().Type("");
-    Option items = options.Add("NAME=VALUE", items_, "The event's payload, as texts").Type("");
+    options.Add("EVENT", event_, "The event's name (EventType); not with the name of a described event as MODULE")
+        .Type("");
+    Option items = options
+                       .Add("NAME=VALUE", items_,
+                            "The event's payload: of a described event as its fields, "
+                            "otherwise as texts; or one JSON object")
+                       .Type("");
     options.Add("--json-payload", payload_, "The event's payload, as JSON; @FILE takes it from a file")
         .Excludes(items)
         .Type("TEXT");
   }
 
   ExitCode Run(const Common &common) override {
-    const uint32_t type = messages::EventTypeOf(module_);
+    const uint32_t type = TakeWords();
     const Outgoing event = messages::IsJsonEvent(type) ? JsonEvent(type) : ItemEvent(type);
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
@@ -55,10 +61,50 @@ class PublishVerb : public Verb {
   }
 
  private:
-  Outgoing JsonEvent(uint32_t type) const {
+  // The event's type. The name of a described event stands for its module and its name.
+  uint32_t TakeWords() {
+    types::TypeBook &book = types::TypeBook::Installed();
+    const std::vector<const types::Type *> named = FindDescribed();
+    if (!named.empty()) {
+      described_ = named.front();
+      if (!event_.empty()) items_.insert(items_.begin(), event_);
+      event_ = described_->event;
+      if (!described_->module.empty()) module_ = described_->module;
+      return described_->first;
+    }
+    if (event_.empty()) throw Failure(kExitUsage, "EVENT is required", "zorctl publish --help explains it");
+    const uint32_t type = messages::EventTypeOf(module_);
+    described_ = book.FindEvent(type, event_);
+    return type;
+  }
+
+  // The library's modules come first.
+  std::vector<const types::Type *> FindDescribed() const {
+    if (ZOR_EVT_GetMsgTypeByEventModuleName(module_.c_str()) != ZOR_EVT_ALL) return {};
+    std::vector<const types::Type *> named = types::TypeBook::Installed().Named(module_);
+    std::erase_if(named, [](const types::Type *each) { return each->event.empty(); });
+    return named;
+  }
+
+  Json Payload() const {
+    if (!payload_.empty()) return PayloadOf(payload_);
+    const bool isObject = items_.size() == 1 && items_.front().starts_with('{');
+    if (isObject) return PayloadOf(items_.front());
     Json payload = Json::object();
-    for (const auto &[name, value] : ParsePairs(items_)) payload[name] = value;
-    if (!payload_.empty()) payload = PayloadOf(payload_);
+    if (described_ == nullptr) {
+      for (const auto &[name, value] : ParsePairs(items_)) payload[name] = value;
+      return payload;
+    }
+    const messages::Content content = messages::Encode(described_->requestShape(), ParsePairs(items_));
+    return content.body.empty() ? payload : messages::ParsePayload(content.body);
+  }
+
+  Outgoing JsonEvent(uint32_t type) const {
+    Json payload = Payload();
+    if (described_ != nullptr && payload.is_object()) {
+      payload = messages::ParsePayload(messages::EncodeJson(described_->requestShape(), payload).body);
+      if (payload.is_discarded()) payload = Json::object();
+    }
     const std::string module = messages::EventModuleOf(type);
     const Json event = {{"Method", "notify"},
                         {"Module", module.empty() ? module_ : module},
@@ -80,6 +126,7 @@ class PublishVerb : public Verb {
     return {type, kItemBroker, 0, messages::EncodeItems(items, 0)};
   }
 
+  const types::Type *described_ = nullptr;
   std::string module_;
   std::string event_;
   std::vector<std::string> items_;

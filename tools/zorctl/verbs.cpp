@@ -31,6 +31,14 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl why web\n"
      "  zorctl why --all --json | jq -r '.chains[].verdict'\n",
      MakeWhyVerb, kDefaultTimeoutSeconds, "names", Reach::kBoth},
+    {"introspect", "List what a daemon handles: from itself, from the type files and from the message server",
+     "  zorctl introspect web\n"
+     "  zorctl introspect web --json | jq '.handles[].name'\n",
+     MakeIntrospectVerb, kDefaultTimeoutSeconds, "names nothing"},
+    {"types", "Check, list and explain the files that describe message types",
+     "  zorctl types lint acme.json\n"
+     "  zorctl types show DB_SAVE\n",
+     MakeTypesVerb, kDefaultTimeoutSeconds, "lint|list|show|dissector types", Reach::kNeither},
     {"top", "Show the bus live: the busiest daemons, who talks to whom, and who waits",
      "  zorctl top\n"
      "  zorctl top --batch --count 1 --sort waiting\n",

@@ -15,6 +15,7 @@ std::unique_ptr<Verb> MakeExitVerb();
 std::unique_ptr<Verb> MakeGatewaysVerb();
 std::unique_ptr<Verb> MakeGraphVerb();
 std::unique_ptr<Verb> MakeHelpVerb();
+std::unique_ptr<Verb> MakeIntrospectVerb();
 std::unique_ptr<Verb> MakeListVerb();
 std::unique_ptr<Verb> MakeListenVerb();
 std::unique_ptr<Verb> MakeLogVerb();
@@ -31,6 +32,7 @@ std::unique_ptr<Verb> MakeServeVerb();
 std::unique_ptr<Verb> MakeServerVerb();
 std::unique_ptr<Verb> MakeTopVerb();
 std::unique_ptr<Verb> MakeTraceVerb();
+std::unique_ptr<Verb> MakeTypesVerb();
 std::unique_ptr<Verb> MakeWaitVerb();
 std::unique_ptr<Verb> MakeWhyVerb();
 
