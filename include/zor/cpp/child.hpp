@@ -63,10 +63,6 @@ struct ChildEntry final : Entry {
     if (command.on_errors) options.flags |= UV_PROCESS_STDERR;
     return ZOR_UV_ProcessSpawn(nullptr, &process, &options);
   }
-  void Leave(Core &core) override {
-    Release();
-    core.Disown(*this);
-  }
   // The child goes on; nobody listens to it.
   void Release() override {
     if (process != nullptr) std::exchange(process, nullptr)->header.data = nullptr;

@@ -88,7 +88,6 @@ struct Timer final : Entry {
     timer = ZOR_UTIL_TimerAdd(static_cast<std::uint32_t>(ms), once ? 1 : 0, OnTimer, this);
     return timer == nullptr ? ZOR_E_NO_MEMORY : ZOR_OK;
   }
-  void Leave(Core &core) override;
   void Release() override { ZOR_UTIL_TimerDel(std::exchange(timer, nullptr)); }
 
  private:
@@ -110,7 +109,6 @@ struct Watch final : Entry {
     io->header.data = this;
     return ZOR_UV_IOStart(io, events);
   }
-  void Leave(Core &core) override;
   // Not ZOR_UV_IODelete, which closes the descriptor.
   void Release() override {
     UvIO *const watcher = std::exchange(io, nullptr);

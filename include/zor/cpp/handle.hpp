@@ -2,6 +2,8 @@
 #ifndef ZOR_CPP_HANDLE_HPP
 #define ZOR_CPP_HANDLE_HPP
 
+#include <zor/cpp/link.hpp>
+
 #include <memory>
 #include <utility>
 
@@ -13,7 +15,7 @@ namespace detail {
 class Core;
 
 /// Something registered with the bus, which owns it. A callback that runs holds a share too, so that it may end itself.
-class Entry : public std::enable_shared_from_this<Entry> {
+class Entry : public std::enable_shared_from_this<Entry>, public Link {
  public:
   Entry() = default;
   Entry(const Entry &) = delete;
@@ -22,25 +24,35 @@ class Entry : public std::enable_shared_from_this<Entry> {
 
   bool live() const noexcept { return core_ != nullptr; }
   Core *core() const noexcept { return core_; }
-  void Begin(Core &core) noexcept { core_ = &core; }
+  /// Joins the ring of what the bus owns.
+  void Begin(Core &core, Link &ring) {
+    core_ = &core;
+    self_ = shared_from_this();
+    ring.InsertBefore(*this);
+  }
   /// May be repeated, and called while the callback runs.
   void End() {
+    const auto keep = std::move(self_);
+    Unlink();
     if (Core *core = std::exchange(core_, nullptr)) Leave(*core);
   }
   /// The bus goes: nothing must be taken from its tables any more.
   void Abandon() {
+    const auto keep = std::move(self_);
+    Unlink();
     core_ = nullptr;
     Release();
   }
 
  protected:
-  /// Takes the entry out of the bus's tables; releases what it holds.
-  virtual void Leave(Core &core) = 0;
+  /// Takes the entry out of the bus's tables, if it is in one.
+  virtual void Leave(Core &) { Release(); }
   /// Gives back to the loop what belongs to it.
   virtual void Release() {}
 
  private:
   Core *core_ = nullptr;
+  std::shared_ptr<Entry> self_;  // while the bus owns it
 };
 
 }  // namespace detail
@@ -67,7 +79,7 @@ class Handle {
   std::weak_ptr<detail::Entry> entry_;
 };
 
-/// Ends a registration with its owner: `zor::Scoped lan = bus.events("lan", ...)`.
+/// Ends a registration with its owner: "Scoped lan = bus.events(...)".
 class Scoped {
  public:
   Scoped() noexcept = default;

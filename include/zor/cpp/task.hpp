@@ -81,14 +81,14 @@ class Promise<void> : public PromiseBase {
 
 /// A coroutine that nothing waits for; the bus destroys it if it goes first.
 struct Root {
-  struct promise_type {
+  struct promise_type : TaskLink {
     Root get_return_object() noexcept { return {std::coroutine_handle<promise_type>::from_promise(*this)}; }
     std::suspend_always initial_suspend() const noexcept { return {}; }
     std::suspend_never final_suspend() const noexcept { return {}; }
     void return_void() noexcept {}
     void unhandled_exception() noexcept { std::terminate(); }  // they catch what their tasks throw
   };
-  std::coroutine_handle<> handle;
+  std::coroutine_handle<promise_type> handle;
 };
 
 }  // namespace detail
@@ -141,26 +141,17 @@ inline Task<void> Promise<void>::get_return_object() noexcept {
   return Task<void>(std::coroutine_handle<Promise>::from_promise(*this));
 }
 
-/// Gives a coroutine its own address.
-struct OwnFrame {
-  bool await_ready() const noexcept { return false; }
-  bool await_suspend(std::coroutine_handle<> self) noexcept {
-    frame = self.address();
-    return false;
-  }
-  void *await_resume() const noexcept { return frame; }
-  void *frame = nullptr;
-};
-
 inline void Start(Core &core, Root root) {
-  core.OwnTask(root.handle.address(), [](void *frame) { std::coroutine_handle<>::from_address(frame).destroy(); });
+  root.handle.promise().destroy = [](TaskLink &link) {
+    std::coroutine_handle<Root::promise_type>::from_promise(static_cast<Root::promise_type &>(link)).destroy();
+  };
+  core.Own(root.handle.promise());
   root.handle.resume();
 }
 
 inline Root RunDetached(Core &core, Task<void> task) {
   co_await Task<void>::End{task};
   if (const auto error = Guard([&] { task.await_resume(); })) core.Report(*error);
-  core.DisownTask(co_await OwnFrame{});
 }
 
 /// What a handler that is a coroutine needs until its end. If the bus goes before, its client is not left waiting.
@@ -194,7 +185,6 @@ Root RunHandler(std::shared_ptr<Running> running, std::shared_ptr<Invoke> keep, 
     }
   });
   if (error) core.Settle(exchange, *error);
-  core.DisownTask(co_await OwnFrame{});
 }
 
 template <typename Invoke>
