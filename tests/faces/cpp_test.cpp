@@ -416,42 +416,5 @@ TEST_F(CppFaceTest, CoroutinesThatWaitEndWithTheBus) {
 }
 #endif
 
-TEST(CppJsonTest, TextsAreReadAndWritten) {
-  const struct {
-    const char *text;
-    const char *compact;  // null: malformed
-  } cases[] = {
-      {R"( {"a" : [1, -2.5e3, true, null, "x"], "b": {}} )", R"({"a":[1,-2500,true,null,"x"],"b":{}})"},
-      {R"("\u00e9\ud83d\ude00\n\"\\\/\u0001")", "\"\u00e9\U0001F600\\n\\\"\\\\/\\u0001\""},
-      {R"("\ud800x")", "\"\uFFFDx\""},
-      {"9223372036854775807", "9223372036854775807"},
-      {"-9223372036854775808", "-9223372036854775808"},
-      {"9223372036854775808", "9.223372036854776e+18"},
-      {"0.1", "0.1"},
-      {"01", nullptr},
-      {"1.", nullptr},
-      {"[1,]", nullptr},
-      {"{\"a\":1", nullptr},
-      {"{a:1}", nullptr},
-      {"\"\n\"", nullptr},
-      {"\"\\x\"", nullptr},
-      {"tru", nullptr},
-      {"1 2", nullptr},
-      {"", nullptr},
-  };
-  for (const auto &each : cases) {
-    const Result<Json> json = Json::try_parse(each.text);
-    ASSERT_EQ(json.has_value(), each.compact != nullptr) << each.text;
-    if (json) {
-      EXPECT_EQ(json->dump(), each.compact) << each.text;
-    }
-  }
-  EXPECT_FALSE(Json::try_parse(std::string(100000, '['))) << "too deep";
-  Json json;
-  json.set("a", Json().push(1)).set("a", 2);
-  EXPECT_EQ(json.dump(), R"({"a":2})");
-  EXPECT_EQ(json["b"]["c"].at(3).text("none"), "none");
-}
-
 }  // namespace
 }  // namespace zor
