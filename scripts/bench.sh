@@ -11,6 +11,8 @@ msgsvr=$build/daemons/msgsvr/msgsvr
 
 TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/bus_bench" "$msgsvr"
 echo
+TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/face_bench" "$msgsvr"
+echo
 TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/neighbours_bench" "$msgsvr"
 echo
 "$build/bench/loop_bench"
