@@ -23,6 +23,15 @@ std::string CppDefault(const Field &field) {
   return " = std::string(" + CLiteral(text) + ", " + std::to_string(text.size()) + ")";
 }
 
+// Names that are macros in C begin with their namespace, which C++ has already: MSG_DM, not ZOR_MSG_DM, which would be
+// 0x209 behind the header that defines it.
+std::string CppName(const types::Type &type) {
+  const std::string prefix = Upper(type.nameSpace) + "_";
+  if (!type.name.starts_with(prefix)) return type.name;
+  const std::string rest = type.name.substr(prefix.size());
+  return Identifier(rest) == rest ? rest : type.name;
+}
+
 class CppWriter {
  public:
   explicit CppWriter(const Source &source) : source_(source), names_(ReservedInC()) {}
@@ -58,12 +67,12 @@ class CppWriter {
 
   // The type's own name is taken first, so that its messages give way.
   void WriteType(const types::Type &type) {
-    const std::string name = names_.Take(type.name);
+    const std::string name = names_.Take(CppName(type));
     std::string uses;
     for (const Message &message : MessagesOf(type)) {
       std::string part(message.part);
       part.front() = Upper(part).front();
-      name_ = names_.Take(type.name + part);
+      name_ = names_.Take(CppName(type) + part);
       WriteMessage(message);
       uses += "  using " + part + " = " + name_ + ";\n";
     }
