@@ -7,6 +7,7 @@
 
 #include "programs/limits.h"
 #include "programs/metrics/bus_metrics.h"
+#include "programs/metrics/handler_metrics.h"
 #include "programs/paths.h"
 #include "zorweb/assets.h"
 #include "zorweb/bus_feed.h"
@@ -105,6 +106,7 @@ void PageSite::ServeMetrics(const Shared &exchange) {
     }
     metrics::Metrics metrics;
     metrics::AddBusMetrics(parsed, metrics);
+    metrics::AddHandlerMetrics(parsed, metrics);
     exchange->Answer(Reply{MHD_HTTP_OK, kMetricsType, metrics.Text(), {}});
   });
 }

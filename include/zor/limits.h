@@ -44,6 +44,15 @@
 /* [text] All of them for one prefix: what does not fit is left out. */
 #define ZOR_MSG_RESTFUL_PATTERNS_SIZE 4096
 
+/* Slow handlers. */
+
+/* [us] Time of a callback, unless set otherwise: it is slow. */
+#define ZOR_UV_LAG_THRESHOLD_US 100000u
+/* [callbacks] Callbacks that are measured one by one: those with the longest calls stay. */
+#define ZOR_UV_LAG_CALLBACKS 32
+/* [text] Name of such a callback: cut. */
+#define ZOR_UV_LAG_NAME_SIZE 64
+
 /* Trace. */
 
 /* [text] Head of a line: cut. */

@@ -5,6 +5,7 @@
 #define ZOR_PATH_MSGSVR "/var/msgsvr"
 #define ZOR_PATH_MSG_FILE_DIR "/var/run/msg/"
 #define ZOR_PATH_MSG_FILE_FORMAT "/var/run/msg/msg_file_%u"
+#define ZOR_PATH_LAG_FORMAT "/var/run/msg/lag_%u" /* of a process ID; "Handler times" in docs/protocol.md */
 #define ZOR_PATH_NOTIFY_DIR "/var/run/notify"
 #define ZOR_PATH_NOTIFY_SERVER "/var/run/notify/notifyserver"
 #define ZOR_PATH_MLOG_DIR "/var/mlog/"

@@ -4,6 +4,7 @@
 
 #include <zor/status.h>
 #include <zor/uv_io.h>
+#include <zor/uv_lag.h>
 #include <zor/uv_loop.h>
 #include <zor/uv_process.h>
 #include <zor/uv_timer.h>

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "programs/metrics/bus_metrics.h"
+#include "programs/metrics/handler_metrics.h"
 #include "zorctl/bus.h"
 #include "zorctl/fleet_report.h"
 #include "zorctl/gateway_metrics.h"
@@ -24,7 +25,9 @@ class MetricsVerb : public Verb {
     const Deadline deadline = common.deadline();
     Bus bus(deadline);
     Metrics all;
-    metrics::AddBusMetrics(bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline), all);
+    const auto list = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
+    metrics::AddBusMetrics(list, all);
+    metrics::AddHandlerMetrics(list, all);
     Write(all, common);
     return kExitOk;
   }

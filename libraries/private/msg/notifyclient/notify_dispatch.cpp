@@ -13,6 +13,7 @@
 #include "notifyclient/notify_rejoin.h"
 #include "notifyclient/notify_state.h"
 #include "notifyclient/notify_transfer.h"
+#include "sdk/loop/lag/lag.h"
 #include "trace/trace_line.h"
 
 namespace zor::notify {
@@ -31,9 +32,13 @@ void *SecondPart(ZOR_NOTIFY_MSG &msg) {
 std::uint32_t CallSyncHandler(ZOR_NOTIFY_MSG &msg, void **reply, std::uint32_t *replyLength) {
   const Handler *handler = FindHandler(msg.msg_type);
   if (const auto proc = handler == nullptr ? nullptr : handler->syncProc) {
+    const lag::Span span(ZOR_UV_LAG_NOTIFICATION, proc);
     return proc(DataOrNull(msg), reply, replyLength);
   }
-  if (const auto proc = g_stClient.defaultSync) return proc(msg.msg_type, DataOrNull(msg), reply, replyLength);
+  if (const auto proc = g_stClient.defaultSync) {
+    const lag::Span span(ZOR_UV_LAG_NOTIFICATION, proc);
+    return proc(msg.msg_type, DataOrNull(msg), reply, replyLength);
+  }
   return ZOR_NOTIFY_OK;
 }
 
@@ -60,9 +65,13 @@ std::uint32_t DispatchRequest(ZOR_NOTIFY_MSG &msg) {
 std::uint32_t DispatchAsync(ZOR_NOTIFY_MSG &msg) {
   const Handler *handler = FindHandler(msg.msg_type);
   if (const auto proc = handler == nullptr ? nullptr : handler->asyncProc) {
+    const lag::Span span(ZOR_UV_LAG_NOTIFICATION, proc);
     return proc(DataOrNull(msg), SecondPart(msg));
   }
-  if (const auto proc = g_stClient.defaultAsync) proc(msg.msg_type, DataOrNull(msg), SecondPart(msg), &g_stClient);
+  if (const auto proc = g_stClient.defaultAsync) {
+    const lag::Span span(ZOR_UV_LAG_NOTIFICATION, proc);
+    proc(msg.msg_type, DataOrNull(msg), SecondPart(msg), &g_stClient);
+  }
   return ZOR_NOTIFY_OK;
 }
 

@@ -14,6 +14,7 @@
 #include "notifyclient/notify_transfer.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/lag/lag.h"
 #include "sdk/loop/timer/retry_pauses.h"
 #include "sdk/loop/timer/timer.h"
 #include "trace/trace_line.h"
@@ -45,8 +46,14 @@ bool IsAsked() {
   return notifyLink.owner == ::getpid() && HasTimer();
 }
 
+void Call(const Link &link, std::uint32_t event) {
+  if (link.proc == nullptr) return;
+  const lag::Span span(ZOR_UV_LAG_NOTIFICATION, link.proc);
+  link.proc(event, link.procData);
+}
+
 void Tell(std::uint32_t event) {
-  if (notifyLink.proc != nullptr) notifyLink.proc(event, notifyLink.procData);
+  Call(notifyLink, event);
 }
 
 void Pause() {
@@ -66,7 +73,7 @@ void TellOfEnd() {
   if (!notifyLink.rejoins) {
     const Link ended = notifyLink;
     StopRejoin();
-    if (ended.proc != nullptr) ended.proc(ZOR_NOTIFYCLT_LINK_LOST, ended.procData);
+    Call(ended, ZOR_NOTIFYCLT_LINK_LOST);
     return;
   }
   if (g_stClient.lost) Pause();

@@ -7,6 +7,7 @@
 
 #include "base/alloc.h"
 #include "base/list.h"
+#include "sdk/loop/lag/lag.h"
 #include "sdk/msgapi/event_hook.h"
 
 namespace zor {
@@ -21,18 +22,24 @@ struct Subscription {
 Subscription *subscriptions = nullptr;
 ZOR_EVT_CALLBACK allEventsCallback = nullptr;
 
-void Call(ZOR_EVT_CALLBACK callback, std::uint32_t type, const char *body, std::uint32_t bodyLength) {
-  const std::uint32_t status = callback(type, body, bodyLength);
+std::uint32_t Run(ZOR_EVT_CALLBACK callback, const ZOR_MSG_HEAD &event, const char *body, std::uint32_t bodyLength) {
+  const lag::Span span(ZOR_UV_LAG_HANDLER, callback, &event);
+  return callback(event.type, body, bodyLength);
+}
+
+void Call(ZOR_EVT_CALLBACK callback, const ZOR_MSG_HEAD &event, const char *body, std::uint32_t bodyLength) {
+  const std::uint32_t status = Run(callback, event, body, bodyLength);
   if (status != ZOR_OK) std::printf("Do Event CallBack Error %x", status);
 }
 
-void RunCallbacks(std::uint32_t type, const char *body, std::uint32_t bodyLength) {
+// The header as it was received: callbacks may change the message.
+void RunCallbacks(const ZOR_MSG_HEAD event, const char *body, std::uint32_t bodyLength) {
   // Entries are only ever appended: counting first leaves out those that the callbacks add.
   std::uint32_t left = ZOR_UTIL_ListGetCount(&subscriptions);
   for (const Subscription *entry = subscriptions; left != 0; --left, entry = entry->next) {
-    if (entry->type == type) Call(entry->callback, type, body, bodyLength);
+    if (entry->type == event.type) Call(entry->callback, event, body, bodyLength);
   }
-  if (allEventsCallback != nullptr) Call(allEventsCallback, type, body, bodyLength);
+  if (allEventsCallback != nullptr) Call(allEventsCallback, event, body, bodyLength);
 }
 
 bool IsJsonType(std::uint32_t type) {
@@ -67,11 +74,11 @@ void ZOR_Evt_SubMsgProc(ZOR_MSG_HEAD *msg) {
   if (zor::IsJsonType(msg->type)) {
     void *body;
     ZOR_EVT_GetEventBody(msg, &body);
-    return zor::RunCallbacks(msg->type, static_cast<const char *>(body), msg->bodyLength);
+    return zor::RunCallbacks(*msg, static_cast<const char *>(body), msg->bodyLength);
   }
   char *text = nullptr;
   uint32_t length = 0;
   if (ZOR_EVT_GetEventContent(msg, &text, &length) != ZOR_OK) return;
   const zor::MallocPtr<char> owner(text);
-  zor::RunCallbacks(msg->type, text, length);
+  zor::RunCallbacks(*msg, text, length);
 }

@@ -13,6 +13,7 @@
 
 #include "base/text.h"
 #include "message/context.h"
+#include "sdk/loop/lag/lag.h"
 #include "sdk/msgapi/event_hook.h"
 #include "sdk/msgapi/handler_table.h"
 #include "sdk/msgapi/safe_exit.h"
@@ -70,6 +71,12 @@ void SendReply(ZOR_MSG_HEAD *reply, const ZOR_MSG_HEAD *msg, const ZOR_MSG_HEAD 
   ZOR_MSG_Send(reply);
 }
 
+template <class Handler>
+auto Call(Handler handler, ZOR_MSG_HEAD *msg, const ZOR_MSG_HEAD &request) {
+  const lag::Span span(ZOR_UV_LAG_HANDLER, handler, &request);
+  return handler(msg);
+}
+
 // True when at least one handler of the message's type ran. The request is the header as it was before the first.
 bool RunHandlers(ZOR_MSG_HEAD *msg, const ZOR_MSG_HEAD &request) {
   bool handled = false;
@@ -78,8 +85,8 @@ bool RunHandlers(ZOR_MSG_HEAD *msg, const ZOR_MSG_HEAD &request) {
     if (entry->dead || entry->type != request.type) continue;
     if (entry->proc == nullptr && entry->syncProc == nullptr) continue;
     TraceMatch(*entry, request);
-    if (entry->proc != nullptr) entry->proc(msg);
-    if (entry->syncProc != nullptr && !entry->dead) SendReply(entry->syncProc(msg), msg, request);
+    if (entry->proc != nullptr) Call(entry->proc, msg, request);
+    if (entry->syncProc != nullptr && !entry->dead) SendReply(Call(entry->syncProc, msg, request), msg, request);
     handled = true;
   }
   return handled;
@@ -105,7 +112,10 @@ void ZOR_MSG_MsgFilterProc(ZOR_MSG_HEAD *msg, uint32_t) {
     std::printf("[msg] error msg datalen = %d \r\n", static_cast<int>(msg->bodyLength));
     return;
   }
-  if (g_stMsgCtx.messageProc != nullptr) g_stMsgCtx.messageProc(msg, msg->bodyLength);
+  if (const ZOR_MSG_PROC proc = g_stMsgCtx.messageProc; proc != nullptr) {
+    const zor::lag::Span span(ZOR_UV_LAG_PROCEDURE, proc, msg);
+    proc(msg, msg->bodyLength);
+  }
   track.End();
 }
 

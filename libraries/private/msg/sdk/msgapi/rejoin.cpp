@@ -17,6 +17,7 @@
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/idle/idle.h"
+#include "sdk/loop/lag/lag.h"
 #include "sdk/loop/message/msg_watcher.h"
 #include "sdk/loop/timer/retry_pauses.h"
 #include "sdk/loop/timer/timer.h"
@@ -52,7 +53,9 @@ bool IsRejoinEnabled() {
 }
 
 void Tell(std::uint32_t event) {
-  if (IsOurs() && busLink.proc != nullptr) busLink.proc(event, busLink.procData);
+  if (!IsOurs() || busLink.proc == nullptr) return;
+  const lag::Span span(ZOR_UV_LAG_NOTIFICATION, busLink.proc);
+  busLink.proc(event, busLink.procData);
 }
 
 // Null when the loop does not watch the connection.

@@ -14,6 +14,7 @@
 #include "base/list.h"
 #include "base/text.h"
 #include "message/header.h"
+#include "sdk/loop/lag/lag.h"
 
 namespace zor {
 namespace {
@@ -74,7 +75,11 @@ void DispatchRestful(ZOR_MSG_HEAD *msg) {
 
   const ZOR_MSG_HEAD request = *msg;
   char *text = nullptr;
-  const std::uint32_t status = proc(body, &text);
+  std::uint32_t status = ZOR_OK;
+  {
+    const lag::Span span(ZOR_UV_LAG_HANDLER, proc, msg);
+    status = proc(body, &text);
+  }
   const MallocPtr<char> owner(text);
   if (status != ZOR_OK) {
     mlog_print("msg", ZOR_MLOG_FATAL, "restful proc error %x.\n", status);

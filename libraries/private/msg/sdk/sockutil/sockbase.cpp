@@ -5,6 +5,7 @@
 
 #include "base/alloc.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/lag/lag.h"
 
 namespace zor {
 namespace {
@@ -13,7 +14,9 @@ constexpr std::uint32_t kAllEvents = UV_READABLE | UV_WRITABLE | UV_EXCEPTIONAL;
 
 void Dispatch(UvIO *watcher, std::uint32_t event) {
   auto *sockBase = &RecordOf<SockBase>(&watcher->header);
-  if (sockBase->eventProc != nullptr) sockBase->eventProc(sockBase, event);
+  if (sockBase->eventProc == nullptr) return;
+  const lag::Span span(ZOR_UV_LAG_DESCRIPTOR, sockBase->eventProc);
+  sockBase->eventProc(sockBase, event);
 }
 
 UvIO *IoOf(SockBase *sockBase) {

@@ -15,6 +15,7 @@
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/process_watcher.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/lag/lag.h"
 #include "trace/trace_line.h"
 
 namespace zor {
@@ -77,6 +78,7 @@ void Drain(UvIO *const &slot, const CallFrame &process) {
       ended = true;
     }
     const CallFrame frame(&slot->header);
+    const lag::Span span(ZOR_UV_LAG_DESCRIPTOR, slot->ioCallback);
     slot->ioCallback(slot, UV_READABLE);
   }
 }
@@ -104,7 +106,10 @@ void Finish(UvProcess &process) {
   Drain(process.stdio[2], frame);
   if (frame.freed()) return;
   DeleteStreams(process);
-  if (callback != nullptr) callback(&process, pid, code, signal);
+  if (callback != nullptr) {
+    const lag::Span span(ZOR_UV_LAG_CHILD, callback);
+    callback(&process, pid, code, signal);
+  }
   if (IsTraced()) {  // "start" again: log readers know the end by its shorter form
     Trace("track", ZOR_TRACE_INFO, "[start exit-proc %lld:%d:%s] %p", iteration(), pid, process.cmdLine,
           reinterpret_cast<void *>(callback));

@@ -8,6 +8,7 @@
 #include "base/alloc.h"
 #include "sdk/loop/child/process.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/lag/lag.h"
 
 namespace zor {
 namespace {
@@ -38,6 +39,7 @@ void OnWritable(UvIO *stream, std::uint32_t event) {
   auto *process = static_cast<UvProcess *>(stream->header.data);
   if (process == nullptr || event != UV_WRITABLE || process->inputCallback == nullptr) return;
   const CallFrame frame(&process->header);
+  const lag::Span span(ZOR_UV_LAG_DESCRIPTOR, process->inputCallback);
   process->inputCallback(process, stream);
 }
 
@@ -46,6 +48,7 @@ void OnReadable(UvIO *stream, std::uint32_t event) {
   auto *process = static_cast<UvProcess *>(stream->header.data);
   if (process == nullptr || event != UV_READABLE || process->outputCallback == nullptr) return;
   const CallFrame frame(&process->header);
+  const lag::Span span(ZOR_UV_LAG_DESCRIPTOR, process->outputCallback);
   process->outputCallback(process, stream, streamId);
 }
 

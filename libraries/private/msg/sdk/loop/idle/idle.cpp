@@ -7,6 +7,7 @@
 #include "base/list.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/lag/lag.h"
 
 namespace zor {
 
@@ -17,6 +18,7 @@ void RunIdleHooks(UvLoop &loop) noexcept {
     auto &hook = RecordOf<UvIdle>(watcher);
     if (hook.idleCallback == nullptr) continue;
     const CallFrame frame(watcher);
+    const lag::Span span(ZOR_UV_LAG_IDLE, hook.idleCallback);
     hook.idleCallback(&hook, watcher->flags);
   }
 }

@@ -6,6 +6,7 @@
 #include "base/alloc.h"
 #include "base/list.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/lag/lag.h"
 #include "trace/trace_line.h"
 
 namespace zor {
@@ -27,6 +28,7 @@ bool Deliver(const UvForcedEvent &event) {
         watcher.fd, reinterpret_cast<void *>(watcher.ioCallback));
   if (watcher.ioCallback == nullptr) return false;
   const CallFrame frame(&watcher.header);
+  const lag::Span span(ZOR_UV_LAG_DESCRIPTOR, watcher.ioCallback);
   watcher.ioCallback(&watcher, event.events);
   return true;
 }

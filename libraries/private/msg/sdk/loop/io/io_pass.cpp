@@ -9,6 +9,7 @@
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/io/descriptor_set.h"
 #include "sdk/loop/io/forced.h"
+#include "sdk/loop/lag/lag.h"
 #include "trace/trace_line.h"
 
 namespace zor {
@@ -61,7 +62,10 @@ void DescriptorPasses::Call(UvIO &watcher, std::uint32_t event) noexcept {
   proved_ = false;
   Trace("track", ZOR_TRACE_INFO, "[start io %lld:%d:%d] proc %p", static_cast<long long>(loop_.iteration),
         static_cast<int>(event), fd, reinterpret_cast<void *>(callback));
-  callback(&watcher, event);
+  {
+    const lag::Span span(ZOR_UV_LAG_DESCRIPTOR, callback);
+    callback(&watcher, event);
+  }
   Trace("track", ZOR_TRACE_INFO, "[end io %lld:%d:%d] proc %p", static_cast<long long>(loop_.iteration),
         static_cast<int>(event), fd, reinterpret_cast<void *>(callback));
 }

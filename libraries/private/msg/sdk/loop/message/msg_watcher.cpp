@@ -10,6 +10,7 @@
 #include "base/stream_read.h"
 #include "message/reader.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/lag/lag.h"
 #include "sdk/loop/timer/timer.h"
 #include "trace/message_track.h"
 
@@ -74,7 +75,11 @@ void DeliverReply(UvPendingReply *waiting, const Received &received) {
   if (record->replyCallback == nullptr) return;
   const MessageTrack track(*received.message, ZOR_UV_LoopGetCurIdx(nullptr), static_cast<std::size_t>(received.length));
   track.Start();
-  record->replyCallback(received.message.get(), ZOR_OK, record->replyData);
+  const bool whole = received.length >= sizeof(ZOR_MSG_HEAD);
+  {
+    const lag::Span span(ZOR_UV_LAG_REPLY, record->replyCallback, whole ? received.message.get() : nullptr);
+    record->replyCallback(received.message.get(), ZOR_OK, record->replyData);
+  }
   track.End();
 }
 
@@ -98,7 +103,9 @@ void OnReadable(UvIO *watcher, std::uint32_t) {
 
 void EndRequest(UvPendingReply *waiting, std::uint32_t status) {
   const MallocPtr<UvPendingReply> record = TakeOff(waiting);
-  if (record->replyCallback != nullptr) record->replyCallback(nullptr, status, record->replyData);
+  if (record->replyCallback == nullptr) return;
+  const lag::Span span(ZOR_UV_LAG_REPLY, record->replyCallback);
+  record->replyCallback(nullptr, status, record->replyData);
 }
 
 void OnNoReply(void *data) {

@@ -9,6 +9,7 @@
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
 #include "sdk/loop/idle/idle.h"
+#include "sdk/loop/lag/lag.h"
 #include "sdk/loop/timer/timer.h"
 
 namespace zor {
@@ -65,6 +66,7 @@ uint32_t ZOR_UV_LoopRun(UvLoop *loop, uint32_t idleTimeMs) {
   running->iteration = 0;
   uint32_t status = ZOR_OK;
   zor::Run run(*running);
+  zor::lag::OnRun();
   const auto mustLeave = [&] { return run.ended() || (running->flags & UV_LOOP_STOP) != 0; };
   while (!mustLeave()) {
     run.BeginTurn();
@@ -78,6 +80,7 @@ uint32_t ZOR_UV_LoopRun(UvLoop *loop, uint32_t idleTimeMs) {
     if (status != ZOR_OK) running->flags |= UV_LOOP_STOP;
     ++running->iteration;
   }
+  zor::lag::OnRunEnd();
   running->flags &= ~UV_LOOP_STOP;
   // A synchronous spawn waits as long as its caller said, whatever its callbacks run.
   if (running == zor::defaultLoopOverride && run.IsNested()) running->idleTimeMs = outerIdleTimeMs;

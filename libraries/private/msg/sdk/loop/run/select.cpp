@@ -18,6 +18,7 @@
 #include "sdk/loop/io/descriptor_set.h"
 #include "sdk/loop/io/forced.h"
 #include "sdk/loop/io/io_pass.h"
+#include "sdk/loop/lag/lag.h"
 #include "sdk/loop/run/run.h"
 #include "trace/trace_line.h"
 
@@ -63,6 +64,7 @@ bool MayHaveChildren(const UvLoop &loop, const Survey &survey) {
 }
 
 int Wait(const UvLoop &loop, const Survey &survey, UvTime timeout, ReadySets &ready) {
+  const lag::Pause pause(loop);
   return MayHaveChildren(loop, survey) ? SelectBesideChildren(loop, timeout, ready) : Select(loop, timeout, ready);
 }
 

@@ -11,6 +11,7 @@
 #include "sdk/loop/core/clock.h"
 #include "sdk/loop/core/loop.h"
 #include "sdk/loop/core/watcher.h"
+#include "sdk/loop/lag/lag.h"
 #include "trace/trace_line.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(UvTimer) == 36);
@@ -44,7 +45,10 @@ void Call(const UvLoop &loop, const UvTimer &timer) {
   const UV_TIMER_CALLBACK callback = timer.callback;
   Trace("track", ZOR_TRACE_INFO, "[start timer %lld:%p:%p]", static_cast<long long>(loop.iteration), data,
         reinterpret_cast<void *>(callback));
-  callback(data);
+  {
+    const lag::Span span(ZOR_UV_LAG_TIMER, callback);
+    callback(data);
+  }
   Trace("track", ZOR_TRACE_INFO, "[end timer %lld:%p:%p]", static_cast<long long>(loop.iteration), data,
         reinterpret_cast<void *>(callback));
 }
