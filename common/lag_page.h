@@ -1,8 +1,8 @@
 // Handler times as a process keeps them: in memory that may be a file, which other processes read while it is written.
 // Only plain numbers and texts, no pointers: readers may be of another version, and must not learn addresses.
 //
-// The owner makes the sequence odd, writes, and makes it even again. A reader takes a copy and keeps it when the sequence
-// was the same even number before and after.
+// The owner makes the sequence odd, writes, and makes it even again. A reader takes a copy and keeps it when the
+// sequence was the same even number before and after.
 #ifndef COMMON_LAG_PAGE_H
 #define COMMON_LAG_PAGE_H
 
@@ -25,8 +25,8 @@ inline constexpr std::size_t kCallbacks = 32;
 inline constexpr std::size_t kNameSize = 64;
 inline constexpr std::size_t kSourceSize = 12;
 
-// Buckets of a logarithmic scale, each octave cut into eight equal parts: bucket 0 holds times of 0 us, bucket 7 those of
-// 7 us, bucket 8 those of 8 us, bucket 16 those of 16 and 17 us, the last one those up to 2^32 - 1 us.
+// Buckets of a logarithmic scale, each octave cut into eight equal parts: bucket 0 holds times of 0 us, bucket 7 those
+// of 7 us, bucket 8 those of 8 us, bucket 16 those of 16 and 17 us, the last one those up to 2^32 - 1 us.
 inline constexpr std::uint32_t kPartBits = 3;
 inline constexpr std::uint32_t kParts = 1U << kPartBits;
 inline constexpr std::size_t kBuckets = (32 - kPartBits + 1) * kParts;

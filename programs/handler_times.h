@@ -16,8 +16,8 @@ namespace zor::daemon {
 // A copy that is sound: of that process, whole, its texts ended, its kinds known. Null if it is not.
 std::unique_ptr<const lag::Page> CheckHandlerTimes(std::span<const std::byte> bytes, pid_t pid);
 
-// Those that the process offers. Null if it offers none, and when they cannot be read or are not its own: left behind by
-// another process that had its ID, or of another user.
+// Those that the process offers. Null if it offers none, and when they cannot be read or are not its own: left behind
+// by another process that had its ID, or of another user.
 std::unique_ptr<const lag::Page> HandlerTimesOf(pid_t pid, uid_t user);
 
 }  // namespace zor::daemon

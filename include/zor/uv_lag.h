@@ -4,8 +4,8 @@
  * 1. Nothing is measured until ZOR_UV_LagStart, or until a loop runs in a process with ZOR_LAG_US in its environment: a
  *    number of microseconds, the threshold; the figures are then offered to operators' tools if they can be. Processes
  *    with raised privileges ignore the variable.
- * 2. Measured are the loops of the thread that made the call; one thread of a process at a time. A forked child measures
- *    nothing unless it makes the call itself.
+ * 2. Measured are the loops of the thread that made the call; one thread of a process at a time. A forked child
+ * measures nothing unless it makes the call itself.
  * 3. The time of a callback is its own: what it spends in callbacks that it causes counts for those, and a wait of the
  *    same loop that it runs again counts for nobody. Waits of any other kind are its own time: sleeps, synchronous
  *    requests, a synchronous spawn.
@@ -23,7 +23,8 @@
 ZOR_BEGIN_DECLS
 
 /* What is measured. A turn lasts from the end of one wait of the loop to the beginning of the next, or to the
-   end of the run, with all that runs in between; it is not a callback. Used with ZOR_UV_LagRead, ZOR_UV_LAG, ZOR_UV_LAG_CALLBACK and ZOR_UV_LAG_PROC. */
+   end of the run, with all that runs in between; it is not a callback. Used with ZOR_UV_LagRead, ZOR_UV_LAG,
+   ZOR_UV_LAG_CALLBACK and ZOR_UV_LAG_PROC. */
 #define ZOR_UV_LAG_TURN UINT32_C(0)
 #define ZOR_UV_LAG_TIMER UINT32_C(1)
 #define ZOR_UV_LAG_IDLE UINT32_C(2)
@@ -41,10 +42,10 @@ ZOR_BEGIN_DECLS
 
 /* The calls of one callback since it is in the table; of handlers and reply callbacks, those with one message type. */
 typedef struct ZOR_UV_LAG_CALLBACK {
-  char name[ZOR_UV_LAG_NAME_SIZE];  /* its symbol; without one "FILE+0xOFFSET", as in "greeter+0x11c9" */
-  uint32_t kind;                    /* ZOR_UV_LAG_TIMER, ... */
-  uint32_t type;                    /* of the message; 0: none */
-  char source[ZOR_MSG_NAME_SIZE];   /* who sent the message of the longest call; "" for none */
+  char name[ZOR_UV_LAG_NAME_SIZE]; /* its symbol; without one "FILE+0xOFFSET", as in "greeter+0x11c9" */
+  uint32_t kind;                   /* ZOR_UV_LAG_TIMER, ... */
+  uint32_t type;                   /* of the message; 0: none */
+  char source[ZOR_MSG_NAME_SIZE];  /* who sent the message of the longest call; "" for none */
   uint32_t longestUs;
   uint64_t count;
   uint64_t slowCount; /* calls that took the threshold or longer */
@@ -64,9 +65,9 @@ typedef struct ZOR_UV_LAG_TIMES {
 
 typedef struct ZOR_UV_LAG {
   uint32_t thresholdUs;
-  uint32_t callbackCount;                                /* of those in the table */
-  ZOR_UV_LAG_TIMES times[ZOR_UV_LAG_KINDS];              /* by kind */
-  ZOR_UV_LAG_CALLBACK callbacks[ZOR_UV_LAG_CALLBACKS];   /* the one with the longest call first */
+  uint32_t callbackCount;                              /* of those in the table */
+  ZOR_UV_LAG_TIMES times[ZOR_UV_LAG_KINDS];            /* by kind */
+  ZOR_UV_LAG_CALLBACK callbacks[ZOR_UV_LAG_CALLBACKS]; /* the one with the longest call first */
 } ZOR_UV_LAG;
 
 /* Hears of a call that took the threshold or longer, once the callback has returned and as if the callback itself made

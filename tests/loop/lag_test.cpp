@@ -218,7 +218,8 @@ TEST_F(Lag, WaitsOfTheSameLoopCountForNobody) {
     RunOnce([&] {
       auto *timer = NewRecord<UvTimer>();
       ZOR_UV_TimerInit(inner, timer);
-      ZOR_UV_TimerStart(timer, kWaitMs, 1, [](void *data) { ZOR_UV_LoopStop(static_cast<UvLoop *>(data)); }, inner);
+      ZOR_UV_TimerStart(
+          timer, kWaitMs, 1, [](void *data) { ZOR_UV_LoopStop(static_cast<UvLoop *>(data)); }, inner);
       ZOR_UV_LoopRun(inner, 0);
     });
     return Read().callbacks[0].longestUs;

@@ -43,8 +43,9 @@ Callback *CallbackTable::EntryFor(Page &page, const CallbackKey &key, std::uint3
   if (page.callbackCount < kCallbacks) {
     entry = &page.callbacks[page.callbackCount++];
   } else {
-    entry = std::min_element(page.callbacks.begin(), page.callbacks.end(),
-                             [](const Callback &one, const Callback &other) { return one.longestUs < other.longestUs; });
+    entry =
+        std::min_element(page.callbacks.begin(), page.callbacks.end(),
+                         [](const Callback &one, const Callback &other) { return one.longestUs < other.longestUs; });
     if (entry->longestUs >= us) return nullptr;
   }
   *entry = NewEntry(key);

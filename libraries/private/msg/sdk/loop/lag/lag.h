@@ -25,10 +25,12 @@ class Span {
   template <class Result, class... Arguments>
   Span(std::uint32_t kind, Result (*function)(Arguments...), const ZOR_MSG_HEAD *msg = nullptr) noexcept
       : meter_(meter) {
-    if (meter_ != nullptr) [[unlikely]] Begin(kind, reinterpret_cast<const void *>(function), msg);
+    if (meter_ != nullptr) [[unlikely]]
+      Begin(kind, reinterpret_cast<const void *>(function), msg);
   }
   ~Span() {
-    if (meter_ != nullptr) [[unlikely]] End();
+    if (meter_ != nullptr) [[unlikely]]
+      End();
   }
   Span(const Span &) = delete;
   Span &operator=(const Span &) = delete;
@@ -51,15 +53,17 @@ class Span {
   std::uint64_t othersNs_;  // what belongs to spans inside this one, and to waits
 };
 
-// The loop waits: a turn ends, and the next one begins after it. A loop that a callback runs besides the one that called
-// it is no turn of that one, which hangs meanwhile.
+// The loop waits: a turn ends, and the next one begins after it. A loop that a callback runs besides the one that
+// called it is no turn of that one, which hangs meanwhile.
 class Pause {
  public:
   explicit Pause(const UvLoop &loop) noexcept : meter_(meter) {
-    if (meter_ != nullptr) [[unlikely]] Begin(loop);
+    if (meter_ != nullptr) [[unlikely]]
+      Begin(loop);
   }
   ~Pause() {
-    if (meter_ != nullptr) [[unlikely]] End();
+    if (meter_ != nullptr) [[unlikely]]
+      End();
   }
   Pause(const Pause &) = delete;
   Pause &operator=(const Pause &) = delete;

@@ -65,7 +65,9 @@ void CountKind(Times &times, std::uint64_t ns, bool slow) {
 
 ZOR_UV_LAG_TIMES Shown(const Times &times) {
   const std::span<const std::uint32_t, kBuckets> buckets = times.buckets;
-  const auto percentile = [&](std::uint32_t percent) { return std::min(PercentileOf(buckets, percent), times.longestUs); };
+  const auto percentile = [&](std::uint32_t percent) {
+    return std::min(PercentileOf(buckets, percent), times.longestUs);
+  };
   return {times.count,    times.slowCount, times.totalNs / kNsPerUs, percentile(50),
           percentile(90), percentile(99),  times.longestUs};
 }

@@ -45,8 +45,8 @@ class Meter {
   Span *innermost_ = nullptr;
   const UvLoop *loop_ = nullptr;  // whose turns are measured
   std::uint64_t turnStartNs_ = 0;
-  // Changes at each start and stop: spans that began before do not count. Atomic because such a span may end on a thread
-  // that has stopped measuring.
+  // Changes at each start and stop: spans that began before do not count. Atomic because such a span may end on a
+  // thread that has stopped measuring.
   std::atomic<std::uint32_t> generation_ = 0;
 };
 
