@@ -17,6 +17,8 @@ TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/neighbours_bench" "$msgsvr"
 echo
 "$build/bench/loop_bench"
 echo
+"$build/bench/lag_bench" "$build/libraries/private/msg/libmsgapi.so"
+echo
 "$build/bench/trace_bench" 2>&1
 echo
 TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/tunnel_bench" "$msgsvr" "$build/daemons/zortunnel/zortunnel"
