@@ -11,7 +11,7 @@ using namespace zor;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   lag::Page page = {};
-  std::memcpy(&page, data, std::min(size, sizeof page));
+  if (size != 0) std::memcpy(&page, data, std::min(size, sizeof page));
   const auto bytes = std::as_bytes(std::span(&page, 1));
   const auto pid = static_cast<pid_t>(page.pid);
   fuzz::Require(daemon::CheckHandlerTimes(bytes, pid + 1) == nullptr, "another process's is refused");
