@@ -41,6 +41,10 @@ set(CPACK_COMPONENT_SERVERS_DEPENDS runtime platform)
 set(CPACK_COMPONENT_WEB_DEPENDS runtime platform servers)
 set(CPACK_COMPONENT_TOOL_DEPENDS runtime platform)
 set(CPACK_COMPONENT_LUA_DEPENDS runtime platform)
+set(CPACK_COMPONENT_PYTHON_DEPENDS runtime platform)
+if(ZOR_PYTHON_MODULE_DIR)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 
 # zor_package(COMPONENT name SECTION section SUMMARY text DESCRIPTION text [CONTROL files...]): one package.
 macro(zor_package component name section summary description)
@@ -84,6 +88,12 @@ and finds what is stuck.")
 zor_package(lua lua-zor interpreters "message bus of a home gateway - module for Lua"
   "${about}With this module, for Lua 5.4 and 5.1, a script is a daemon on the bus: it\n\
 serves, calls, publishes and subscribes.")
+if(ZOR_PYTHON_MODULE_DIR)
+  zor_package(python python3-zor python "message bus of a home gateway - Python module"
+    "${about}With this module daemons are written in Python: they serve and call\n\
+requests, publish and receive events, blocking or with asyncio."
+    ${debian}/python/postinst ${debian}/python/prerm)
+endif()
 zor_package(documentation libmsgapi-doc doc "messaging and utility library of a home gateway - documentation"
   "${about}These are the manual pages of the functions and of the system, and how the\n\
 library and the servers work, what is on the wire, what a device provides.")
@@ -102,6 +112,7 @@ set(CPACK_DEBIAN_WEB_PACKAGE_DEPENDS libpam-runtime)
 set(CPACK_DEBIAN_SERVERS_PACKAGE_CONFLICTS "busybox-syslogd, inetutils-syslogd")
 set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS msgapi-servers)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS zstd)  # for bundles that end in .tar.zst
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11), python3-cffi-backend")
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SHLIBDEPS OFF)
 

@@ -10,16 +10,19 @@ packages=(cmake ninja-build g++ libsqlite3-dev libcjson-dev libtirpc-dev libssl-
 lua=(liblua5.4-dev liblua5.1-0-dev)
 # Tests and demo start a broker of their own.
 broker=(mosquitto mosquitto-clients)
+# The Python module is made where these are.
+python=(python3-cffi python3-dev)
 tests=(libgtest-dev libgmock-dev clang-format-14 mandoc pkg-config tshark python3-paho-mqtt
-  python3-prometheus-client openssl chromium chromium-driver python3-selenium "${lua[@]}" lua5.4 lua5.1 "${broker[@]}")
+  python3-prometheus-client openssl chromium chromium-driver python3-selenium python3-pytest "${python[@]}"
+  "${lua[@]}" lua5.4 lua5.1 "${broker[@]}")
 case ${1:-demo} in
   demo) packages+=("${broker[@]}") ;;
   tests) packages+=("${tests[@]}") ;;
   any-day) packages+=("${tests[@]}" faketime util-linux hostname tzdata) ;;
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
-  bench) packages+=(libc-ares-dev libcurl4-openssl-dev openssl "${lua[@]}" lua5.4 lua5.1 "${broker[@]}") ;;
+  bench) packages+=(libc-ares-dev libcurl4-openssl-dev openssl "${python[@]}" "${lua[@]}" lua5.4 lua5.1 "${broker[@]}") ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
-  package) packages+=(dpkg-dev file lintian abigail-tools debootstrap procps "${lua[@]}") ;;
+  package) packages+=(dpkg-dev file lintian abigail-tools debootstrap procps "${python[@]}" "${lua[@]}") ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user "${broker[@]}") ;;
   *)
     echo "usage: setup.sh [demo | tests | any-day | lint | bench | fuzz | armhf | package]" >&2

@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 chmod 755 /root . ./*  # for the users of the daemons
 
-ours=(libmsgapi1 libzorplatform1 libmsgapi-dev msgapi-servers zorweb zorctl lua-zor libmsgapi-doc)
+ours=(libmsgapi1 libzorplatform1 libmsgapi-dev msgapi-servers zorweb zorctl lua-zor python3-zor libmsgapi-doc)
 servers=(msgsvr notifyserver mlogserver cms syslogd)
 export DEBIAN_FRONTEND=noninteractive
 declare -A pids=()
