@@ -29,10 +29,21 @@ void AppendHex(std::string_view bytes, std::string &out) {
   for (const char &each : bytes) out.append("\\x").append(ToHex({&each, 1}));
 }
 
-// Visits the bytes of each character, and whether it is valid and printable.
+// ASCII that is shown as it is.
+bool IsPlain(char each) {
+  return each >= ' ' && each <= '~' && each != '\\';
+}
+
+// Visits the bytes of each character, and whether it is valid and printable. Plain text comes in runs: most text is.
 template <class Visit>
 void ForEachCharacter(std::string_view text, const Visit &visit) {
   while (!text.empty()) {
+    const auto run = static_cast<size_t>(std::find_if_not(text.begin(), text.end(), IsPlain) - text.begin());
+    if (run > 0) {
+      visit(text.substr(0, run), true);
+      text.remove_prefix(run);
+      continue;
+    }
     const Utf8Sequence next = FirstUtf8Character(text);
     const std::string_view bytes = text.substr(0, std::max<size_t>(next.length, 1));
     visit(bytes, next.length != 0 && !IsUnprintable(next.value));
@@ -89,10 +100,14 @@ std::string_view CutText(std::string_view text, size_t bytes) {
 std::string EscapeJson(std::string_view json) {
   std::string out;
   ForEachCharacter(json, [&out](std::string_view bytes, bool printable) {
+    if (printable) {
+      out.append(bytes);
+      return;
+    }
     std::array<char, 8> escaped{};
     std::snprintf(escaped.data(), escaped.size(), "\\u%04x",
                   static_cast<unsigned>(FirstUtf8Character(bytes).value) & 0xffff);
-    out.append(printable ? bytes : escaped.data());
+    out.append(escaped.data());
   });
   return out;
 }
