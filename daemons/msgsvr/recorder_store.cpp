@@ -1,10 +1,10 @@
 #include "msgsvr/recorder_store.h"
 
-#include <cstdio>
 #include <string>
 
 #include "programs/limits.h"
 #include "programs/paths.h"
+#include "programs/recorder/saved.h"
 #include "programs/service_manager.h"
 
 namespace zor::msgsvr {
@@ -20,17 +20,9 @@ std::optional<Recording> RecordingIn(const UniqueFd &former, daemon::ProblemLog 
   return recording;
 }
 
-// The latest is the first.
-std::string FileAt(const std::string &path, int place) {
-  return path + "." + std::to_string(place);
-}
-
 void Save(const Recording &recording, const std::string &path, daemon::ProblemLog &log) {
-  for (int place = limits::msgsvr::kRecorderFiles - 1; place > 0; --place) {
-    std::rename(FileAt(path, place).c_str(), FileAt(path, place + 1).c_str());
-  }
-  const std::string file = FileAt(path, 1);
-  if (recorder::WriteRecording(recording, file)) {
+  const std::string file = recorder::SavedFile(path, 1);
+  if (recorder::SaveRecording(recording, path, limits::msgsvr::kRecorderFiles)) {
     log.Print("the latest %zu frames before the crash are in %s", recording.slots.size(), file.c_str());
   } else {
     log.PrintErrno("%s: the frames before the crash cannot be saved", file.c_str());

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "programs/limits.h"
+#include "programs/recorder/saved.h"
 #include "programs/tcp_listener.h"
 
 namespace zor::msgsvr {
@@ -223,7 +224,7 @@ BusSettings ReadSettings(daemon::Settings &settings) {
   result.traceOverridesFile = settings.Path("kept_file", "/var/lib/zor/msgsvr.trace");
   result.recorderFrames = static_cast<uint32_t>(
       settings.Number("recorder_frames", limits::msgsvr::kRecorderFrames, 0, limits::msgsvr::kMostRecorderFrames));
-  result.recorderFile = settings.Path("recorder_file", "/var/lib/zor/msgsvr.recorder");
+  result.recorderFile = settings.Path("recorder_file", recorder::kSavedPath);
   ReadWatch(settings, result);
   ReadRoutes(settings, result);
   ReadPerDaemon(settings, "report.", result.reportSeconds, ParseSeconds);

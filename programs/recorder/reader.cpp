@@ -6,11 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-
-#include "common/replacement.h"
-#include "common/write_all.h"
 
 namespace zor::recorder {
 namespace {
@@ -27,11 +23,6 @@ bool IsSound(const Slot &slot) {
   return slot.number != 0 && slot.number <= kMostNumber && slot.bytes >= ZOR_MSG_HEAD_SIZE &&
          slot.bytes <= slot.frame.size() && slot.receiver.back() == '\0' && slot.outcome <= ZOR_CONTROL_UNDELIVERED &&
          slot.bytes - ZOR_MSG_HEAD_SIZE <= BodyLengthOf(slot);
-}
-
-template <typename Record>
-std::span<const std::byte> BytesOf(const Record &record) {
-  return std::as_bytes(std::span(&record, 1));
 }
 
 }  // namespace
@@ -79,20 +70,6 @@ std::optional<Recording> ReadRecording(int fd, std::string &problem) {
     length += static_cast<size_t>(count);
   }
   return ReadRecording(std::span(bytes).first(length), problem);
-}
-
-// Not synchronised with the disk: clients wait.
-bool WriteRecording(const Recording &recording, const std::string &path) {
-  Head head{};
-  head.magic = kMagic;
-  head.layout = kLayout;
-  head.slotBytes = sizeof(Slot);
-  head.clockOffsetUs = recording.clockOffsetUs;
-  const Replacement replacement(path.c_str());
-  const UniqueFd file = replacement.Create(0600);
-  return file.valid() && WriteAll(file.get(), BytesOf(head)) &&
-         WriteAll(file.get(), std::as_bytes(std::span(recording.slots))) &&
-         ::rename(replacement.building(), path.c_str()) == 0;
 }
 
 std::string CopyOf(const Slot &slot, uint64_t clockOffsetUs, uint32_t missed) {

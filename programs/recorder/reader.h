@@ -24,9 +24,6 @@ std::optional<Recording> ReadRecording(std::span<const std::byte> bytes, std::st
 // The same from a descriptor, as much as the longest one has.
 std::optional<Recording> ReadRecording(int fd, std::string &problem);
 
-// Replaces a file by the recording, for its owner only. False, with errno, if that failed.
-bool WriteRecording(const Recording &recording, const std::string &path);
-
 // The frame as the server sends it to monitors: a ZOR_CONTROL_COPY, the header and the recorded start of the body.
 // `missed` frames were recorded before it that are lost.
 std::string CopyOf(const Slot &slot, uint64_t clockOffsetUs, uint32_t missed);

@@ -1,14 +1,18 @@
 // The flight recorder's ring, and what is read of one that is not sound.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <zor/control_wire.h>
 
+#include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 
 #include "programs/recorder/reader.h"
 #include "programs/recorder/recorder.h"
+#include "programs/recorder/saved.h"
 #include "support/temp_root.h"
 
 namespace zor::recorder {
@@ -115,6 +119,33 @@ TEST(Recorder, IsReadAsFarAsItIsSound) {
     EXPECT_FALSE(ReadRecording(BytesOf(bytes), problem));
     EXPECT_FALSE(problem.empty());
   }
+}
+
+TEST(Recorder, SavesTheLatestFirstAndKeepsWhatIsThereWhenTheDiskIsFull) {
+  Recorder recorder;
+  ASSERT_TRUE(recorder.Start(kSlots, {}));
+  const test::TempRoot root;
+  const std::string directory = root.Path("/saved"), path = directory + "/recorder";
+  ASSERT_TRUE(std::filesystem::create_directory(directory));
+  const auto numberIn = [&](int place) {
+    const std::string file = SavedFile(path, place);
+    return std::filesystem::exists(file) ? Read(test::ContentOf(file)).slots.back().number : 0;
+  };
+  const auto expect = [&](std::initializer_list<uint64_t> numbers) {
+    int place = 0;
+    for (const uint64_t number : numbers) EXPECT_EQ(numberIn(++place), number) << place;
+  };
+  for (uint32_t number = 1; number <= 4; ++number) {
+    Record(recorder, number, number);
+    ASSERT_TRUE(SaveRecording(Read(recorder.Content()), path, 3));
+  }
+  expect({4, 3, 2, 0});
+  std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit small{300, 300};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  EXPECT_FALSE(SaveRecording(Read(recorder.Content()), path, 3));
+  expect({4, 3, 2, 0});
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 3);
 }
 
 }  // namespace
