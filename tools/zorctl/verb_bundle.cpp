@@ -69,17 +69,18 @@ class BundleVerb : public Verb {
       const PieceResult clean =
           RunPiece([&] { Print(Masked(WithoutSecrets(WholeLines(raw, made.cutBytes)), archive.scratch())); },
                    Deadline(kPieceTime), left);
-      made.text = clean.problem.empty() ? clean.text : "";
-      if (!clean.problem.empty()) made.problem = clean.problem;
+      made.text = clean.failed ? "" : clean.text;
+      if (clean.failed) made.problem = clean.problem;
     } else if (made.cutBytes > 0) {
-      made = {"", 0, "no room within --limit"};  // half of it is of no use
+      made = {"", 0, true, "no room within --limit"};  // half of it is of no use
     }
     if (made.text.empty()) return LeaveOut(piece, made.problem.empty() ? "empty" : made.problem);
     archive.Add(piece.name, made.text);
     left -= std::min(left, made.text.size());
     included_ += piece.name + "  " + std::to_string(made.text.size()) + " bytes";
     if (made.cutBytes > 0) included_ += ", without the first " + std::to_string(made.cutBytes);
-    if (!made.problem.empty()) included_ += ", incomplete: " + WithoutSecrets(made.problem);
+    if (made.failed) included_ += ", incomplete";
+    if (!made.problem.empty()) included_ += ": " + WithoutSecrets(made.problem);
     included_ += "\n";
     ++count_;
   }

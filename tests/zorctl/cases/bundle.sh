@@ -27,6 +27,13 @@ mkdir -p "$ZOR_ROOT/online/log"
   echo 'the last line of lamp, {"password":"hunter2","port":1}'
 } >"$ZOR_ROOT/online/log/mlog.log"
 
+ln -s "$etc/bridge/login" "$ZOR_ROOT/online/log/webapp.log"
+mkdir -p "$ZOR_ROOT/saved"
+saved=$(dirname "$case_file")/../../../fuzz/corpus/recorder_fuzz/three
+echo 'recorder_file = /saved/bus' >>"$etc/msgsvr.conf"
+cp "$saved" "$ZOR_ROOT/saved/bus.1"
+head -c 10 "$saved" >"$ZOR_ROOT/saved/bus.3"
+
 start msgsvr
 peer lamp idle
 spawn evil "$build/tests/zorctl/peer" idle evil
@@ -41,7 +48,9 @@ member settings.txt | sed "s|$ZOR_ROOT||"
 member access-refused-msgsvr.txt | grep -c 'own evil'
 member why.txt | sed -n 1,2p
 member mlog.txt | tail -n 1
-member MANIFEST | grep -E '^(log.txt|config-store.txt|values)'
+member MANIFEST | grep -E '^(log.txt|config-store.txt|trace-lines.txt|values)'
+member MANIFEST | grep -E '^recorder' | sed -E 's/[0-9]+ (bytes|messages)/N \1/g; s/from .* to .*/from T to T/'
+member recorder-crash-1.pcapng | grep -ao 'lease of [*.]*'
 tar -xzf "$work/ticket.tar.gz" -C "$work"
 grep -rl -e hunter2 -e 192.168.77.9 -e '1b:2C' "$work/zor-bundle" || true
 

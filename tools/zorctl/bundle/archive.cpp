@@ -82,7 +82,7 @@ void Archive::Finish(const Deadline &deadline) {
         throw Failure(kExitFailure, std::string("tar: ") + std::strerror(errno), "");
       },
       deadline, 4096);
-  if (!result.problem.empty()) Fail(result.problem);
+  if (result.failed) Fail(result.problem);
   const UniqueFd file(::open(packed.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file.valid() || ::fsync(file.get()) != 0 || ::rename(packed.c_str(), path_.c_str()) != 0) {
     Fail(std::strerror(errno));

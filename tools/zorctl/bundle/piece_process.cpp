@@ -83,6 +83,7 @@ PieceResult RunPiece(const std::function<void()> &make, const Deadline &deadline
   const pid_t child = output.Open() && errors.Open() ? ::fork() : -1;
   if (child == 0) RunChild(make, output.writer.get(), errors.writer.get());
   if (child < 0) {
+    result.failed = true;
     result.problem = std::string("cannot start a process: ") + std::strerror(errno);
     return result;
   }
@@ -110,6 +111,7 @@ PieceResult RunPiece(const std::function<void()> &make, const Deadline &deadline
     result.text.erase(0, result.text.size() - mostBytes);
   }
   result.problem = OneLine(result.problem);
+  result.failed = !ended || !WIFEXITED(state) || WEXITSTATUS(state) != 0;
   if (!ended) result.problem = "took too long";
   if (WIFSIGNALED(state) && ended) result.problem = std::string("crashed: ") + ::strsignal(WTERMSIG(state));
   return result;

@@ -13,7 +13,8 @@ namespace zor::ctl {
 struct PieceResult {
   std::string text;     // what it printed; its last part if that was too long
   size_t cutBytes = 0;  // missing at the beginning
-  std::string problem;  // why it is incomplete or missing; empty if it is neither
+  bool failed = false;  // it is incomplete or missing
+  std::string problem;  // why it has failed; otherwise what it had to say besides
 };
 
 // Calls make in a child, whose output is collected until it ends or the deadline is over. A Failure is its problem.

@@ -1,6 +1,7 @@
 #include "zorctl/bundle/pieces.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -15,7 +16,10 @@
 #include <nlohmann/json.hpp>
 
 #include "common/unique_fd.h"
+#include "programs/limits.h"
 #include "programs/paths.h"
+#include "programs/recorder/saved.h"
+#include "programs/settings.h"
 #include "programs/version.h"
 #include "zorctl/bundle/settings_files.h"
 #include "zorctl/bus.h"
@@ -128,15 +132,42 @@ std::function<void()> ByProgram(Words words) {
   };
 }
 
+// No link: the user of a daemon that writes a log must not lead root to another file.
+void PrintLog(const std::string &path) {
+  const UniqueFd file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file.valid() || ::fstat(file.get(), &status) != 0) {
+    throw Failure(kExitFailure, Escape(path) + ": " + std::strerror(errno), "");
+  }
+  if (!S_ISREG(status.st_mode)) throw Failure(kExitFailure, Escape(path) + ": not a file", "");
+  std::array<char, 65536> bytes;
+  for (;;) {
+    const ssize_t count = ::read(file.get(), bytes.data(), bytes.size());
+    if (count < 0) throw Failure(kExitFailure, Escape(path) + ": " + std::strerror(errno), "");
+    if (count == 0) return;
+    Print({bytes.data(), static_cast<size_t>(count)});
+  }
+}
+
 std::function<void()> ByFile(const std::string &fixedPath) {
-  return [path = daemon::FixedPath(fixedPath)] {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw Failure(kExitFailure, Escape(path) + ": " + std::strerror(errno), "");
-    std::array<char, 65536> bytes;
-    while (file.read(bytes.data(), bytes.size()) || file.gcount() > 0) {
-      Print({bytes.data(), static_cast<size_t>(file.gcount())});
-    }
-  };
+  return [path = daemon::FixedPath(fixedPath)] { PrintLog(path); };
+}
+
+// Where msgsvr saves what it has recorded before a crash; its settings are those that it reads by default.
+std::string RecorderFile() {
+  auto settings = daemon::Settings::FromFile(daemon::FixedPath("/etc/zor/msgsvr.conf"), false);
+  return daemon::FixedPath(settings.Path("recorder_file", recorder::kSavedPath).c_str());
+}
+
+// The latest crash first. Nothing for what was not saved, but what cannot be looked at is a piece that fails.
+void AddSavedRecordings(std::vector<Piece> &pieces) {
+  const std::string path = RecorderFile();
+  for (int place = 1; place <= limits::msgsvr::kRecorderFiles; ++place) {
+    const std::string file = recorder::SavedFile(path, place);
+    if (::access(file.c_str(), F_OK) != 0 && errno == ENOENT) continue;
+    pieces.push_back(
+        {"recorder-crash-" + std::to_string(place) + ".pcapng", ByVerb({"recorder", file, "--pcapng", "-"}), true});
+  }
 }
 
 }  // namespace
@@ -168,6 +199,7 @@ std::vector<Piece> BundlePieces() {
       {"kernel-log.txt", PrintKernelLog},
       {"config-store.txt", ByVerb({"config", "list"})},
   };
+  AddSavedRecordings(pieces);
   return pieces;
 }
 
