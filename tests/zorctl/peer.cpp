@@ -7,11 +7,13 @@
 //   peer stat NAME STATISTIC VALUE   stores a statistic in the logging daemon
 //   peer talk NAME OTHER TYPE MS  waits until OTHER is there, and sends it a one-way message of the type every MS
 //                                 milliseconds
-//   peer flood NAME OTHER COUNT [BYTES]   sends it that many messages, then prints "done" and reads messages
+//   peer pass NAME OTHER          waits until OTHER is there, sends it a message, a descriptor and a message of type
+//   0x4001 peer flood NAME OTHER COUNT [BYTES]   sends it that many messages, then prints "done" and reads messages
 #include <unistd.h>
 #include <zor/event.h>
 #include <zor/mlog.h>
 #include <zor/msg.h>
+#include <zor/msg_build.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -43,6 +45,13 @@ int Tell(const char *other, const char *type) {
   if (ZOR_MSG_SendSimpleMsg(other, number, 0) != ZOR_OK) return 1;
   std::puts("told");
   return 0;
+}
+
+int Pass(const char *other) {
+  Await(other);
+  const bool passed = ZOR_MSG_SendSimpleMsg(other, kType, 0) == ZOR_OK && ZOR_MSG_SendFd(STDERR_FILENO) == ZOR_OK &&
+                      ZOR_MSG_SendSimpleMsg(other, kType + 1, 0) == ZOR_OK;
+  return passed ? 0 : 1;
 }
 
 int Talk(const char *other, const char *type, const char *pauseMs) {
@@ -85,6 +94,7 @@ int main(int count, char **arguments) {
   std::puts("ready");
   if (count > 3 && std::strcmp(arguments[1], "ask") == 0) status = Ask(arguments[2], arguments[3]);
   if (count > 4 && std::strcmp(arguments[1], "tell") == 0) status = Tell(arguments[3], arguments[4]);
+  if (count > 3 && std::strcmp(arguments[1], "pass") == 0) status = Pass(arguments[3]);
   if (count > 5 && std::strcmp(arguments[1], "talk") == 0) status = Talk(arguments[3], arguments[4], arguments[5]);
   if (count > 4 && std::strcmp(arguments[1], "flood") == 0)
     status = Flood(arguments[3], std::atol(arguments[4]), arguments[5]);

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <zor/msg.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -12,6 +13,9 @@ namespace {
 // More than the kernel keeps for a socket, so that one call empties it.
 constexpr size_t kBufferSize = size_t{512} * 1024;
 static_assert(kBufferSize > ZOR_MSG_HEAD_SIZE + ZOR_MSG_INLINE_BODY_MAX);
+
+// Of the frame that carries a descriptor. Any daemon may send one to a monitor, which has no use for it.
+constexpr size_t kDescriptorFrameSize = 2;
 
 }  // namespace
 
@@ -41,10 +45,15 @@ void CopyStream::Fill() {
   std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
   end_ -= begin_;
   begin_ = 0;
-  const ssize_t count =
-      ::recv(g_stMsgCtx.socketFd, buffer_.data() + end_, buffer_.size() - end_, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+  iovec room = {buffer_.data() + end_, buffer_.size() - end_};
+  msghdr received = {};
+  received.msg_iov = &room;
+  received.msg_iovlen = 1;
+  const ssize_t count = ::recvmsg(g_stMsgCtx.socketFd, &received, MSG_DONTWAIT);
   if (count > 0) {
     end_ += static_cast<size_t>(count);
+    // No room was given for a descriptor, so the kernel has closed it; it ends a read behind its frame.
+    if ((received.msg_flags & MSG_CTRUNC) != 0) end_ -= std::min(end_, kDescriptorFrameSize);
   } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
     throw ServerGone();
   }

@@ -47,6 +47,14 @@ kill -INT "$(running file)"
 await gone file
 sed 's/[0-9]* copied/N copied/' "$ZOR_ROOT/file.err"
 
+# A descriptor that somebody sends to a monitor is left out, and what follows it is read.
+background passed monitor --type 0x4000-0x4FFF --limit 3
+await grep -q TIME "$ZOR_ROOT/passed.out"
+peer passer pass "ctl$(running passed)"
+peer last tell passer 0x4002
+await gone passed
+output passed
+
 background orphan monitor --name nobody
 await grep -q TIME "$ZOR_ROOT/orphan.out"
 stop msgsvr
