@@ -100,7 +100,7 @@ class RecorderVerb : public Verb {
     if (!json) Print(Bold(Cut(CopyTitles(), OutputWidth())) + "\n");
     ForEach(recording, [&](const std::string &, const BusCopy &copy) {
       const bool isReply = conversations.IsReply(copy);
-      if (json) return PrintJson(messages::CopyJson(copy, isReply));
+      if (json) return Print(CopyJsonLine(copy, isReply));
       if (copy.copy.missed > 0) Print("... " + std::to_string(copy.copy.missed) + " missed\n");
       Print(Cut(CopyLine(copy, isReply), OutputWidth()) + "\n");
     });
