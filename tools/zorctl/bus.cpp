@@ -177,8 +177,8 @@ std::optional<Message> Bus::Read(const Deadline &deadline) {
   const MallocPtr<ZOR_MSG_HEAD> head(received);
   if (status == ZOR_E_PEER_GONE || (status == ZOR_E_IO && HasHungUp(g_stMsgCtx.socketFd))) throw ServerGone();
   if (status != ZOR_OK) {
-    throw Failure(kExitFailure, "cannot read a message: " + StatusOf(status),
-                  "a body file may be missing or unreadable in " + daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR));
+    throw Unreadable(kExitFailure, "cannot read a message: " + StatusOf(status),
+                     "a body file may be missing or unreadable in " + daemon::FixedPath(ZOR_PATH_MSG_FILE_DIR));
   }
   return Unpack(head.get());
 }

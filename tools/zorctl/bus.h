@@ -43,6 +43,12 @@ struct Outgoing {
 // Receiving libraries do not dispatch longer bodies.
 constexpr size_t kMaxBody = ZOR_MSG_DISPATCH_BODY_MAX;
 
+// A message has arrived that cannot be read; those behind it can, unless the connection has broken.
+class Unreadable : public Failure {
+ public:
+  using Failure::Failure;
+};
+
 class Bus {
  public:
   // Under the name, or as "ctl<pid>".

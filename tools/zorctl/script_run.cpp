@@ -84,9 +84,17 @@ ScriptRun::ScriptRun(const std::string &path, const Environment &environment, Me
 }
 
 ScriptRun::~ScriptRun() {
-  if (pid_ < 0) return;
+  if (pid_ >= 0) Kill();
+}
+
+// With its group; itself also if it has left that. Returns how it ended.
+int ScriptRun::Kill() {
+  int state = 0;
   ::kill(-pid_, SIGKILL);
-  ::waitpid(pid_, nullptr, 0);
+  ::kill(pid_, SIGKILL);
+  ::waitpid(pid_, &state, 0);
+  pid_ = -1;
+  return state;
 }
 
 void ScriptRun::Read() {
@@ -109,15 +117,12 @@ void ScriptRun::Read() {
 // What the script leaves running in its group ends with it: nobody would bound that.
 bool ScriptRun::Ended() {
   if (pid_ < 0) return true;
-  int state = 0;
   siginfo_t info{};
   const bool exited =
       ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0;
   if (!exited && !deadline_.over() && !tooLong_) return false;
   if (exited) Read();
-  ::kill(-pid_, SIGKILL);
-  ::waitpid(pid_, &state, 0);
-  pid_ = -1;
+  const int state = Kill();
   output_.reset();
   if (tooLong_) {
     End(ZOR_E_NO_MEMORY);

@@ -46,6 +46,7 @@ class ScriptRun {
   uint64_t AgeMs() const;
 
  private:
+  int Kill();
   void End(uint32_t status);
 
   Message request_;

@@ -31,6 +31,7 @@ namespace {
 
 constexpr Milliseconds kSetUpTime{5000};
 constexpr size_t kMaxWaiting = 64;  // requests that wait for a script to end; more are refused as busy
+constexpr size_t kMaxInTurn = 64;
 constexpr uint32_t kAtOnce = 4;
 
 class ServeVerb : public Verb {
@@ -79,11 +80,7 @@ class ServeVerb : public Verb {
     while (const int signal = signals.Take()) {
       if (signal != SIGCHLD) Stop();
     }
-    while (!leaving()) {
-      const std::optional<Message> message = bus.Receive(Deadline(Milliseconds(0)));
-      if (!message) break;
-      Take(bus, *message);
-    }
+    const bool hasMore = TakeAll(bus, signals);
     for (ScriptRun &run : runs_) run.Read();
     for (auto run = runs_.begin(); run != runs_.end();) {
       if (!run->Ended()) {
@@ -93,12 +90,32 @@ class ServeVerb : public Verb {
       Answer(bus, run->request(), run->status(), run->reply(), run->AgeMs());
       run = runs_.erase(run);
     }
+    StartWaiting(signals);
+    Flush();
+    if (!done() && !hasMore) Wait(signals);
+  }
+
+  // Whoever sends faster than this reads must not keep it from scripts and signals. True if there may be more.
+  bool TakeAll(Bus &bus, const daemon::BlockedSignals &signals) {
+    for (size_t taken = 0; !leaving(); ++taken) {
+      if (taken == kMaxInTurn) return true;
+      try {
+        const std::optional<Message> message = bus.Receive(Deadline(Milliseconds(0)));
+        if (!message) return false;
+        Take(bus, *message);
+        StartWaiting(signals);
+      } catch (const Unreadable &lost) {  // its sender has removed its body, which is no reason to leave all others
+        std::fprintf(stderr, "zorctl serve: %s\n", lost.what());
+      }
+    }
+    return false;
+  }
+
+  void StartWaiting(const daemon::BlockedSignals &signals) {
     while (!waiting_.empty() && runs_.size() < atOnce_) {
       Start(signals, std::move(waiting_.front()));
       waiting_.pop_front();
     }
-    Flush();
-    if (!done()) Wait(signals);
   }
 
   // A second signal does not wait for scripts either.

@@ -10,6 +10,7 @@ case $ZOR_REQUEST_DATA in
   3) kill -KILL $$ ;;
   4) exec head -c 3000000 /dev/zero ;;
   5) exec wc -c ;;
+  6) exec perl -e 'setpgrp(0, getpgrp(getppid())); sleep 60' ;;
 esac
 END
 chmod +x "$work/script"
@@ -33,6 +34,7 @@ run call 0x4001 lamp --data 4 --timeout 60
 head -c 300000 /dev/zero >"$work/long"
 run call 0x4001 lamp --data 5 --file "$work/long"
 run call 0x4001 slow --data 2
+run call 0x4001 slow --data 6
 run call 0x4001 broken
 run send 0x4002 lamp
 run call 0x4001 lamp --json
@@ -44,3 +46,36 @@ output slow
 kill -TERM "$(running broken)"
 await gone broken
 output broken
+
+# One at a time: 64 requests wait, and others are refused at once.
+printf '#!/bin/sh\nuntil [ -e "%s/go" ]; do sleep 0.02; done\n' "$work" >"$work/wait"
+chmod +x "$work/wait"
+background one serve 0x4000 one --exec "$work/wait" --at-once 1 --limit 70 --timeout 600
+await grep -q serves "$ZOR_ROOT/one.err"
+peer many flood one 70
+busy() { [ "$(grep -c busy "$ZOR_ROOT/one.out")" -eq 5 ]; }
+await busy
+touch "$work/go"
+await gone one
+sed 's/, .*//' "$ZOR_ROOT/one.out" | sort | uniq -c
+
+# A request whose body has gone costs only itself.
+background lossy serve 0x4000 lossy --exec "$work/wait" --limit 1 --timeout 600
+await grep -q serves "$ZOR_ROOT/lossy.err"
+kill -STOP "$(running lossy)"
+peer fickle flood lossy 1 5000
+await grep -q done "$ZOR_ROOT/fickle.out"
+rm "$ZOR_ROOT"/var/run/msg/*
+kill -CONT "$(running lossy)"
+await grep -q 'cannot read' "$ZOR_ROOT/lossy.err"
+peer honest flood lossy 1
+await gone lossy
+output lossy
+
+# Somebody who never stops sending keeps it neither from scripts nor from a signal.
+background flooded serve 0x4000 flooded --exec "$work/wait" --timeout 600
+await grep -q serves "$ZOR_ROOT/flooded.err"
+peer endless flood flooded 1000000000
+await grep -q 'status 0' "$ZOR_ROOT/flooded.out"
+kill -TERM "$(running flooded)"
+await gone flooded
