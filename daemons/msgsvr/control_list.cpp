@@ -130,6 +130,7 @@ std::string ServerText(const Bus &bus) {
   AddNumber(server.get(), "user_clients", bus.settings.userClients);
   AddNumber(server.get(), "user_bytes", bus.settings.userBytes);
   AddNumber(server.get(), "memory_bytes", bus.settings.memoryBytes);
+  AddNumber(server.get(), "storm_rate", bus.settings.stormRate);
   AddNumber(server.get(), "held", bus.accounts.bytes());
   AddCounters(server.get(), bus.counters);
   AddAccess(server.get(), bus.guard);

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "programs/bus_view/list.h"
+#include "programs/limits.h"
 
 namespace zor::busview {
 namespace {
@@ -130,6 +131,8 @@ Server ServerOf(const Json &object, const ProcessReader &read) {
   server.maxClients = NumberOf(object, "max_clients");
   server.heldBytes = NumberOf(object, "held");
   server.memoryBytes = NumberOf(object, "memory_bytes");
+  server.stormRate =
+      MemberOf(object, "storm_rate").is_null() ? limits::msgsvr::kStormRate : NumberOf(object, "storm_rate");
   server.traffic = TrafficOf(object);
   return server;
 }

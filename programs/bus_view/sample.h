@@ -66,6 +66,7 @@ struct Server {
   uint64_t maxClients = 0;
   uint64_t heldBytes = 0;
   uint64_t memoryBytes = 0;  // that its clients may take up
+  uint64_t stormRate = 0;    // messages a second, each way between two daemons; 0: no rate is a storm
   Traffic traffic;
 };
 

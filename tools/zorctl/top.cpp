@@ -25,7 +25,7 @@ constexpr std::array kHelp = {
     "WAITING  messages that it has not read; OLDEST: the age of the first",
     "DROPPED  messages that were refused because its queue was full, or lost with a connection",
     "CPU%     of one processor",
-    "storm    two daemons that send each other more than 1000 messages a second",
+    "storm    two daemons that send each other more messages a second than storm_rate",
 };
 
 // At most as many lines as fit, each truncated.

@@ -115,9 +115,9 @@ std::string StateTextOf(const TopRow &row) {
   return "waits " + other + (row.wait->inCycle ? ", a cycle" : !row.wait->to ? ", absent" : "");
 }
 
-bool IsStorm(const busview::Pair &pair) {
-  constexpr double kStormRate = 1000;
-  return pair.there >= kStormRate && pair.back >= kStormRate;
+bool IsStorm(const busview::Pair &pair, const busview::Server &server) {
+  const auto rate = static_cast<double>(server.stormRate);
+  return rate > 0 && pair.there >= rate && pair.back >= rate;
 }
 
 std::string PairText(const busview::Pair &pair, const busview::Server &server) {

@@ -61,7 +61,7 @@ std::vector<TopRow> RowsOf(const TopData &data, SortKey key, const std::string &
 std::string StateTextOf(const TopRow &row);
 
 // Whether the two keep each other busy, by the measure of the server's own warning.
-bool IsStorm(const busview::Pair &pair);
+bool IsStorm(const busview::Pair &pair, const busview::Server &server);
 // "a <-> b 145000/s", or "->" if only one of them sends.
 std::string PairText(const busview::Pair &pair, const busview::Server &server);
 

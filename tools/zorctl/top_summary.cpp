@@ -34,7 +34,7 @@ Line BusLine(const TopData &data, size_t columns) {
 Line PairsLine(const TopData &data, size_t columns) {
   std::vector<std::string> storms, others;
   for (const busview::Pair &pair : data.view.pairs) {
-    (IsStorm(pair) ? storms : others).push_back(PairText(pair, data.sample.server));
+    (IsStorm(pair, data.sample.server) ? storms : others).push_back(PairText(pair, data.sample.server));
   }
   Line line;
   if (!storms.empty()) line.push_back({"storm: " + JoinFitting(storms, ", ", columns), Style::kAlarm});
