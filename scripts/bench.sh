@@ -15,6 +15,8 @@ TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/face_bench" "$msgsvr"
 echo
 TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/neighbours_bench" "$msgsvr"
 echo
+TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/monitor_bench" "$msgsvr" "$build/tools/zorctl/zorctl"
+echo
 "$build/bench/loop_bench"
 echo
 "$build/bench/lag_bench" "$build/libraries/private/msg/libmsgapi.so"
