@@ -323,7 +323,7 @@ inline constexpr std::size_t kLoginChecks = 4;
 // [s] Time for the system to check a password: the login fails.
 inline constexpr std::chrono::seconds kLoginTime{30};
 inline constexpr std::size_t kMostPassword = 512;
-inline constexpr std::size_t kLeastToken = 16;
+inline constexpr std::size_t kLeastToken = 32;  // nobody guesses it, however often
 inline constexpr std::uint32_t kIdleSeconds = 10;
 inline constexpr std::uint32_t kMostIdleSeconds = 3600;
 inline constexpr std::int64_t kHistorySeconds = 600;

@@ -9,9 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "common/write_all.h"
+#include "programs/paths.h"
 
 namespace {
 
@@ -54,7 +56,10 @@ int Converse(int count, const pam_message **messages, pam_response **responses, 
 bool IsRight(const char *user, char *password) {
   const pam_conv conversation = {Converse, password};
   pam_handle_t *pam = nullptr;
-  int status = ::pam_start(kService, user, &conversation, &pam);
+  // The system's own directory, or that of a system in a directory.
+  const std::string services = zor::daemon::FixedPath("/etc/pam.d");
+  int status = services == "/etc/pam.d" ? ::pam_start(kService, user, &conversation, &pam)
+                                        : ::pam_start_confdir(kService, user, &conversation, services.c_str(), &pam);
   if (status != PAM_SUCCESS) return false;
   status = ::pam_authenticate(pam, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
   if (status == PAM_SUCCESS) status = ::pam_acct_mgmt(pam, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);

@@ -17,7 +17,7 @@ std::string MakeSecret();
 bool IsSame(std::string_view secret, std::string_view text);
 
 // The token in a file, by its real path. A file that is missing is made, for its owner and group to read. Nothing, with
-// a line, for one that others may read, or that holds no token of at least 16 characters.
+// a line, for one that others may read, or that holds no token of at least 32 characters.
 std::optional<std::string> ReadToken(const std::string &path, daemon::ProblemLog &log);
 
 }  // namespace zor::web

@@ -126,9 +126,10 @@ bool PageSite::Admits(const std::string &session) const {
 // For programs, which have no use for a form.
 bool PageSite::HasToken(const Exchange &exchange) {
   const std::string header = exchange.Header(MHD_HTTP_HEADER_AUTHORIZATION);
-  const auto now = Attempts::Clock::now();
-  if (token_.empty() || !header.starts_with(kBearer) || !attempts_.MayTry(exchange.peer(), now)) return false;
+  if (token_.empty() || !header.starts_with(kBearer)) return false;
   if (IsSame(token_, std::string_view(header).substr(sizeof kBearer - 1))) return true;
+  const auto now = Attempts::Clock::now();
+  if (!attempts_.MayTry(exchange.peer(), now)) return false;
   attempts_.OnFailure(exchange.peer(), now);
   log_.Print("a wrong token was sent");
   return false;
@@ -143,12 +144,14 @@ void PageSite::ServeLogin(const Shared &exchange) {
   if (!exchange->Header(MHD_HTTP_HEADER_CONTENT_TYPE).starts_with(MHD_HTTP_POST_ENCODING_FORM_URLENCODED)) {
     return exchange->Answer(PlainReply(MHD_HTTP_UNSUPPORTED_MEDIA_TYPE, "Not a form."));
   }
+  const bool byToken = settings_.login == Login::kToken;
+  if (byToken && IsSame(token_, FormField(exchange->body(), "token"))) {
+    return FinishLogin(exchange, LoginCheck::Result::kRight);
+  }
   if (!attempts_.MayTry(exchange->peer(), Attempts::Clock::now())) {
     return exchange->Answer(Redirect("/login#often"));
   }
-  if (settings_.login == Login::kPam) return CheckPassword(exchange);
-  const bool right = IsSame(token_, FormField(exchange->body(), "token"));
-  FinishLogin(exchange, right ? LoginCheck::Result::kRight : LoginCheck::Result::kWrong);
+  byToken ? FinishLogin(exchange, LoginCheck::Result::kWrong) : CheckPassword(exchange);
 }
 
 void PageSite::CheckPassword(const Shared &exchange) {

@@ -25,6 +25,7 @@ class Bus:
     """Programs are given by their paths: msgsvr, zorweb, peer."""
 
     def __init__(self, programs, settings=""):
+        self.tls = None  # the clients' context where the settings have a certificate
         self.programs = programs
         self.root = tempfile.mkdtemp(prefix="zorweb.")
         self.environment = {**os.environ, "ZOR_ROOT": self.root}
@@ -70,7 +71,9 @@ class Bus:
         shutil.rmtree(self.root)
 
     def ask(self, path, method="GET", body=None, source="127.0.0.1", **headers):
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=PATIENCE, source_address=(source, 0))
+        options = {"timeout": PATIENCE, "source_address": (source, 0)}
+        connection = (http.client.HTTPSConnection("127.0.0.1", self.port, context=self.tls, **options) if self.tls
+                      else http.client.HTTPConnection("127.0.0.1", self.port, **options))
         connection.request(method, path, body, {name.replace("_", "-"): value for name, value in headers.items()})
         reply = connection.getresponse()
         reply.text = reply.read().decode() if reply.getheader("Content-Type") != "text/event-stream" else ""
@@ -87,6 +90,7 @@ class Events:
         self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=PATIENCE)
         self.connection.request("GET", "/events" + query, headers=headers)
         self.reply = self.connection.getresponse()
+        self.troubles = []
 
     def next(self, name, condition=lambda data: True):
         end = time.monotonic() + PATIENCE
@@ -97,6 +101,8 @@ class Events:
                 raise AssertionError(f"the stream ended before {name}")
             if line.startswith("event: "):
                 found = line[7:-1]
+            if line.startswith("data: ") and found == "state" and json.loads(line[6:])["trouble"]:
+                self.troubles.append(line[6:-1])
             if line.startswith("data: ") and found == name and condition(json.loads(line[6:])):
                 return json.loads(line[6:])
         raise AssertionError(f"no such event: {name}")

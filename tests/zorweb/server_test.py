@@ -2,9 +2,12 @@
 
 Usage: server_test.py MSGSVR ZORWEB PEER
 """
+import http.client
 import os
 import signal
 import socket
+import ssl
+import subprocess
 import sys
 import unittest
 
@@ -44,9 +47,12 @@ class Admission(unittest.TestCase):
     def test_guessing_is_slowed_down(self):
         for attempt in range(5):
             self.assertEqual(self.login("wrong").getheader("Location"), "/login#wrong", attempt)
-        self.assertEqual(self.login(self.token).getheader("Location"), "/login#often")
         # Every process of this machine has all of these addresses.
-        self.assertEqual(self.login(self.token, "127.0.0.2").getheader("Location"), "/login#often")
+        for source in ("127.0.0.1", "127.0.0.2"):
+            self.assertEqual(self.login("wrong", source).getheader("Location"), "/login#often")
+        # It must not keep out the administrator, who has the token.
+        self.assertEqual(self.bus.ask("/metrics", Authorization="Bearer " + self.token).status, 200)
+        self.assertEqual(self.login(self.token).getheader("Location"), "/")
 
     def test_refuses_what_other_sites_and_tools_send(self):
         bearer = {"Authorization": "Bearer " + self.token}
@@ -75,6 +81,48 @@ class Admission(unittest.TestCase):
             self.assertEqual(self.bus.ask("/", method, **bearer).status, 405, method)
         self.assertEqual(self.bus.ask("/login", "POST", "x" * 5000, Content_Type=FORM).status, 413)
         self.assertIn(self.bus.ask("/" + "x" * 40000).status, (400, 414, 431))
+
+    def test_serves_tls_only_with_a_certificate(self):
+        bus = self.bus
+        certificate, key = f"{bus.root}/certificate", f"{bus.root}/key"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=gateway",
+                        "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", certificate],
+                       check=True, capture_output=True)
+        for file in (certificate, key):
+            os.chmod(file, 0o600)
+        bus.end("zorweb")
+        self.assertIn("https://", bus.web("certificate = /certificate\nkey = /key\n"))
+        bus.tls = ssl.create_default_context(cafile=certificate)
+        token = self.token
+        self.assertEqual(bus.ask("/").getheader("Location"), "/login")
+        self.assertEqual(bus.ask("/metrics", Authorization="Bearer " + token[:-1]).status, 401)
+        self.assertEqual(bus.ask("/metrics", Authorization="Bearer " + token).status, 200)
+        cookie = bus.ask("/login", "POST", f"token={token}", Content_Type=FORM).getheader("Set-Cookie")
+        self.assertRegex(cookie, r"^__Host-zorweb=[0-9a-f]{64}; Secure; Path=/; HttpOnly; SameSite=Strict$")
+        session = cookie.split(";")[0]
+        self.assertEqual(bus.ask("/", Cookie=session).status, 200)
+        self.assertEqual(bus.ask("/", Cookie=session, Origin=f"http://127.0.0.1:{bus.port}").status, 403)
+        bus.tls = None
+        with self.assertRaises((OSError, http.client.HTTPException)):
+            bus.ask("/login")
+
+    def test_asks_the_systems_authentication_for_passwords(self):
+        services = f"{self.bus.root}/etc/pam.d"
+        os.makedirs(services)
+        check = f"{self.bus.root}/check"
+        with open(check, "w", encoding="utf-8") as file:
+            file.write("#!/bin/sh\n[ \"$PAM_USER:$(tr -d '\\0')\" = 'admin:open & sesame' ]\n")
+        os.chmod(check, 0o755)
+        with open(f"{services}/zorweb", "w", encoding="utf-8") as file:
+            file.write(f"auth required pam_exec.so quiet expose_authtok {check}\naccount required pam_permit.so\n")
+        self.bus.end("zorweb")
+        self.bus.web("login = pam\n")
+        login = lambda body: self.bus.ask("/login", "POST", body, Content_Type=FORM).getheader("Location")
+        self.assertEqual(login("user=admin&password=open+%26+sesame"), "/")
+        for body in ("user=admin&password=open", "user=root&password=open+%26+sesame", "user=admin&password=",
+                     "user=admin%00&password=open+%26+sesame"):
+            self.assertEqual(login(body), "/login#wrong", body)
+        self.assertEqual(self.bus.ask("/metrics", Authorization="Bearer ").status, 401)
 
     def test_does_not_start_where_everybody_could_look(self):
         self.bus.end("zorweb")
@@ -156,6 +204,20 @@ class Pages(unittest.TestCase):
         for page in [self.bus.events() for _ in range(8)]:
             page.close()
         until("the pages that have gone are closed", lambda: descriptors() <= before)
+
+    def test_stays_on_the_bus_while_the_message_server_is_replaced(self):
+        self.bus.peer("sink", "idle")
+        events = self.bus.events("?traffic=1")
+        events.next("view")
+        for number in range(3):
+            self.bus.running["msgsvr"].send_signal(signal.SIGHUP)
+            until("a successor serves", lambda: self.bus.said("msgsvr").count("took over from") > number)
+            self.bus.peer(f"peer{number}", "talk", "sink", "0x4062", "100")
+            events.next("view", lambda view: any(each["name"] == f"peer{number}" for each in view["daemons"]))
+            events.next("traffic", lambda data: any(each["from"] == f"peer{number}" for each in data["messages"]))
+        self.assertEqual(events.troubles, [])
+        self.assertEqual(self.bus.ask("/metrics").status, 200)
+        events.close()
 
     def test_resumes_after_the_message_server_was_killed(self):
         self.bus.peer("lan", "idle")
