@@ -1,6 +1,9 @@
 #include "zorctl/options.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
+#include <string>
 #include <utility>
 
 namespace zor::ctl {
@@ -32,6 +35,9 @@ Option &Option::OneOf(std::vector<std::string> values) {
 
 Option &Option::Between(double least, double most) {
   option_->check(CLI::Range(least, most));
+  option_->check([](const std::string &text) {  // which is in every range
+    return std::isnan(std::strtod(text.c_str(), nullptr)) ? "not a number: " + text : "";
+  });
   return *this;
 }
 

@@ -22,6 +22,7 @@ await gone seen
 output seen
 run replay "$work/bus.pcapng" --type 0x4321 --speed 1000 --json
 run replay "$work/bus.pcapng" --type 0x4FFF
+run replay "$work/bus.pcapng" --type 0x4000 --speed nan
 head -c -10 "$work/bus.pcapng" >"$work/short.pcapng"
 run replay "$work/short.pcapng" --type 0x4000 --fast
 run replay "$work/bus.pcapng"
