@@ -42,8 +42,8 @@ class BundleVerb : public Verb {
     Archive archive(path_);
     size_t left = limit_ - kManifestRoom;
     for (const Piece &piece : BundlePieces()) {
+      Add(archive, piece, deadline, left, stop.fd());
       if (stop.Take()) throw Failure(kExitFailure, "interrupted", "nothing is left of the archive");
-      Add(archive, piece, deadline, left);
     }
     archive.Add("MANIFEST", Manifest());
     ShowProgress("");
@@ -58,17 +58,17 @@ class BundleVerb : public Verb {
     return "zor-bundle-" + daemon::FormatTime(std::time(nullptr), "%Y%m%d-%H%M%S", ::localtime_r) + ".tar.gz";
   }
 
-  void Add(Archive &archive, const Piece &piece, const Deadline &deadline, size_t &left) {
+  void Add(Archive &archive, const Piece &piece, const Deadline &deadline, size_t &left, int stop) {
     ShowProgress(piece.name);
     if (left < kWorthKeeping) return LeaveOut(piece, "no room within --limit");
     if (deadline.over()) return LeaveOut(piece, "no time was left");
-    PieceResult made = RunPiece(piece.make, deadline.Within(kPieceTime), left);
+    PieceResult made = RunPiece(piece.make, deadline.Within(kPieceTime), left, stop);
     if (!piece.isBinary) {
       // In a process as well: a text is whatever daemons wrote.
       const std::string raw = std::move(made.text);
       const PieceResult clean =
           RunPiece([&] { Print(Masked(WithoutSecrets(WholeLines(raw, made.cutBytes)), archive.scratch())); },
-                   Deadline(kPieceTime), left);
+                   Deadline(kPieceTime), left, stop);
       made.text = clean.failed ? "" : clean.text;
       if (clean.failed) made.problem = clean.problem;
     } else if (made.cutBytes > 0) {

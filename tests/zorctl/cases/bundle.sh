@@ -57,6 +57,17 @@ grep -rl -e hunter2 -e 192.168.77.9 -e '1b:2C' "$work/zor-bundle" || true
 # Within a limit the end of a log is left; without a server all else is there.
 run bundle "$work/ticket.tar.gz" --limit 65536 | sed -n 1,2p
 [ "$(tar -xOzf "$work/ticket.tar.gz" | wc -c)" -le 65536 ] && echo 'not too large'
+# One that is interrupted leaves nothing, while a server hangs too.
+kill -STOP "$(running msgsvr)"
+mkdir "$work/interrupted"
+background interrupted bundle "$work/interrupted/ticket.tar.gz" --timeout 3600
+begun() { ls "$work"/interrupted/*/zor-bundle; }
+await begun
+kill -INT "$(running interrupted)"
+await gone interrupted
+output interrupted
+ls -A "$work/interrupted"
+kill -CONT "$(running msgsvr)"
 stop msgsvr
 run bundle "$work/ticket.tar.gz" --json | sed 's/:[0-9][0-9]*/:N/g'
 member MANIFEST | grep '^list.txt'

@@ -76,7 +76,7 @@ std::string OneLine(std::string text) {
 
 }  // namespace
 
-PieceResult RunPiece(const std::function<void()> &make, const Deadline &deadline, size_t mostBytes) {
+PieceResult RunPiece(const std::function<void()> &make, const Deadline &deadline, size_t mostBytes, int stop) {
   Flush();
   PieceResult result;
   Pipe output, errors;
@@ -92,8 +92,10 @@ PieceResult RunPiece(const std::function<void()> &make, const Deadline &deadline
   errors.writer.reset();
   size_t ignored = 0;
   while (!deadline.over() && (output.reader.valid() || errors.reader.valid())) {
-    std::array<pollfd, 2> watched{{{output.reader.get(), POLLIN, 0}, {errors.reader.get(), POLLIN, 0}}};
+    std::array<pollfd, 3> watched{
+        {{output.reader.get(), POLLIN, 0}, {errors.reader.get(), POLLIN, 0}, {stop, POLLIN, 0}}};
     if (::poll(watched.data(), watched.size(), deadline.pollTimeout()) < 0 && errno != EINTR) break;
+    if (watched[2].revents != 0) break;
     if (watched[0].revents != 0 && !ReadInto(output.reader.get(), result.text, mostBytes, result.cutBytes)) {
       output.reader.reset();
     }

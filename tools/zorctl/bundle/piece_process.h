@@ -17,8 +17,9 @@ struct PieceResult {
   std::string problem;  // why it has failed; otherwise what it had to say besides
 };
 
-// Calls make in a child, whose output is collected until it ends or the deadline is over. A Failure is its problem.
-PieceResult RunPiece(const std::function<void()> &make, const Deadline &deadline, size_t mostBytes);
+// Calls make in a child, whose output is collected until it ends or the deadline is over. A Failure is its problem. It
+// takes no longer either when `stop` becomes readable.
+PieceResult RunPiece(const std::function<void()> &make, const Deadline &deadline, size_t mostBytes, int stop = -1);
 
 }  // namespace zor::ctl
 
