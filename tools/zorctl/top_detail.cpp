@@ -88,7 +88,8 @@ class Detail {
     for (const busview::Pair &pair : data_.view.pairs) {
       if (pair.first != row_.name() && pair.second != row_.name()) continue;
       if (!std::exchange(any, true)) Add("PEERS", Style::kTitle);
-      Add("  " + PairText(pair, data_.sample.server), IsStorm(pair, data_.sample.server) ? Style::kAlarm : Style::kBold);
+      Add("  " + PairText(pair, data_.sample.server),
+          IsStorm(pair, data_.sample.server) ? Style::kAlarm : Style::kBold);
       for (const busview::Edge &edge : data_.view.edges) {
         const bool there = edge.from == pair.first && edge.to == pair.second;
         if (!there && (edge.from != pair.second || edge.to != pair.first)) continue;
