@@ -34,8 +34,8 @@ class Sessions {
 };
 
 // Failed logins: a few at once from an address, then one in a while. A right password is not tried either then, but a
-// right token is always taken: nobody guesses one, and processes of this machine share the address of its administrator.
-// All loopback addresses are one: a process of this machine may choose among millions of them.
+// right token is always taken: nobody guesses one, and processes of this machine share the address of its
+// administrator. All loopback addresses are one: a process of this machine may choose among millions of them.
 class Attempts {
  public:
   using Clock = std::chrono::steady_clock;
