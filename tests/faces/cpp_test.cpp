@@ -323,6 +323,23 @@ TEST_F(CppFaceTest, AHandlerMayDestroyTheBus) {
   EXPECT_FALSE(bus_.has_value());
 }
 
+TEST_F(CppFaceTest, AForkedChildLeavesTheConnectionToItsParent) {
+  Bus &bus = Join();
+  bus.serve(0x6301, [&](Request request) {
+    bus.after(1ms, [reply = request.defer()]() mutable { reply.reply(7); });
+    Child child = Child::Function([this] {
+      bus_.reset();  // and with it the reply that is owed
+      return 0;
+    });
+    EXPECT_EQ(child.Wait(), 0);
+  });
+  bus.call_async("tester", 0x6301, {}, kPatience, [&](Result<Reply> reply) {
+    EXPECT_EQ(reply ? reply->word() : 0, 7u) << ErrorOf(reply).text();
+    bus.stop();
+  });
+  Run();
+}
+
 TEST_F(CppFaceTest, ALostConnectionEndsCallsAndComesBack) {
   Provide([](Bus &bus) { bus.on(0x6301, [] {}); });
   Bus &bus = Join();

@@ -87,6 +87,7 @@ class Core final : public std::enable_shared_from_this<Core> {
     if (const std::uint32_t status = ZOR_MSG_Init(name.c_str()); status != ZOR_OK) return status;
     if (g_stMsgCtx.socketFd < 0) return ZOR_E_REFUSED;
     Current() = this;
+    owner_ = ::getpid();
     name_ = NameOf(g_stMsgCtx.appName);
     ZOR_MSG_RegisterMsgProc(OnMessage);
     AddBuiltIns();
@@ -98,6 +99,7 @@ class Core final : public std::enable_shared_from_this<Core> {
   /// Ends everything and leaves the bus. No callback is called any more.
   void Leave() {
     if (Current() != this) return;
+    if (::getpid() != owner_) ZOR_MSG_Destroy();  // a forked child says nothing on its parent's connection
     errorHandler_.reset();
     if (depth_ == 0) DropTasks();  // while their clients can still be told
     Current() = nullptr;
@@ -257,6 +259,14 @@ class Core final : public std::enable_shared_from_this<Core> {
   void Cancel(std::uint32_t sequence) { calls_.Cancel(sequence); }
 
  private:
+  /// What the C functions call comes in through here, and nothing that is thrown gets out. The bus may go meanwhile.
+  template <typename F>
+  static void Enter(F &&body) noexcept {
+    if (Current() == nullptr) return;
+    const auto keep = Current()->shared_from_this();
+    if (const auto error = Guard([&] { body(*keep); })) keep->Report(*error);
+  }
+
   static Core *&Current() noexcept {
     static Core *current = nullptr;
     return current;
@@ -317,11 +327,10 @@ class Core final : public std::enable_shared_from_this<Core> {
 
   // Replies that have been received are in time.
   static void OnCallTimer(void *) {
-    Core *const core = Current();
-    if (core == nullptr) return;
-    const auto keep = core->shared_from_this();
-    core->Drain();
-    core->ExpireCalls();
+    Enter([](Core &core) {
+      core.Drain();
+      core.ExpireCalls();
+    });
   }
 
   void ExpireCalls() {
@@ -346,9 +355,7 @@ class Core final : public std::enable_shared_from_this<Core> {
     ZOR_UV_LoopUpdateSelectTimeout(nullptr, &atOnce);
   }
   static void OnTurn(UvIdle *, std::uint32_t) {
-    if (Current() == nullptr || Current()->backlog_.empty()) return;
-    const auto keep = Current()->shared_from_this();
-    keep->Drain();
+    if (Current() != nullptr && !Current()->backlog_.empty()) Enter([](Core &core) { core.Drain(); });
   }
   void Drain() {
     while (!backlog_.empty()) {
@@ -360,10 +367,10 @@ class Core final : public std::enable_shared_from_this<Core> {
   // --- dispatch ---
 
   static void OnMessage(ZOR_MSG_HEAD *message, std::uint32_t) {
-    if (Current() == nullptr) return;
-    const auto keep = Current()->shared_from_this();
-    keep->Drain();
-    keep->Dispatch(*message, false);
+    Enter([message](Core &core) {
+      core.Drain();
+      core.Dispatch(*message, false);
+    });
   }
 
   void Dispatch(ZOR_MSG_HEAD &head, bool isOwnRequest);
@@ -423,9 +430,7 @@ class Core final : public std::enable_shared_from_this<Core> {
   // --- the connection ---
 
   static void OnLink(std::uint32_t event, void *) {
-    if (Current() == nullptr) return;
-    const auto keep = Current()->shared_from_this();
-    keep->OnLinkEvent(event);
+    Enter([event](Core &core) { core.OnLinkEvent(event); });
   }
 
   void OnLinkEvent(std::uint32_t event);
@@ -439,6 +444,7 @@ class Core final : public std::enable_shared_from_this<Core> {
 
   Options options_;
   std::string name_;
+  int owner_ = 0;  // the process that joined
   int exitStatus_ = 0;
   int depth_ = 0;         // callbacks that are running
   Link entries_, tasks_;  // the rings of what the bus owns

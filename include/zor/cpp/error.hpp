@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -129,6 +130,8 @@ std::optional<Error> Guard(F &&body) noexcept {
     body();
   } catch (const Error &error) {
     return error;
+  } catch (const std::bad_alloc &) {
+    return Error(ZOR_E_NO_MEMORY);
   } catch (const std::exception &error) {
     return Error(ZOR_E_IO, error.what());
   } catch (...) {
