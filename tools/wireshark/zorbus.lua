@@ -11,12 +11,21 @@
 -- { first, last, name, to, kind, shape of the request, of the reply }; the build puts the table of messages here
 local message_types = {}
 
--- The same of vendors: what `zorctl types dissector` has printed into a file that Wireshark loads too. It may do so after
--- this one.
-local function vendor_types()
-  local types = rawget(_G, "zorbus_types")
-  return type(types) == "table" and types or {}
+-- The same of vendors: what `zorctl types dissector` has printed into zorbus_types.lua beside this file, or into the file
+-- that the environment names. Scripts of Wireshark do not see each other's variables, so it is loaded here; it gets
+-- nothing to call.
+local function load_vendor_types()
+  local folder = debug.getinfo(1, "S").source:match("^@(.*[/\\])") or ""
+  local names = {}
+  local file = io.open(os.getenv("ZOR_DISSECTOR_TYPES") or folder .. "zorbus_types.lua")
+  if not file then return {} end
+  -- Wireshark has a loadfile of its own, which takes no environment.
+  local chunk = load(file:read("*a"), "zorbus_types.lua", "t", names)
+  file:close()
+  if chunk and pcall(chunk) and type(names.zorbus_types) == "table" then return names.zorbus_types end
+  return {}
 end
+local vendor_types = load_vendor_types()
 
 local zorbus = Proto("zorbus", "Message bus")
 
@@ -142,7 +151,7 @@ end
 
 -- The entry of a message type in the table; nil for an unknown type.
 local function describe(message_type)
-  for _, list in ipairs({ message_types, vendor_types() }) do
+  for _, list in ipairs({ message_types, vendor_types }) do
     for _, entry in ipairs(list) do
       if message_type >= entry[1] and message_type <= entry[2] then
         return { name = entry[3], to = entry[4], request = entry[6], reply = entry[7] }
