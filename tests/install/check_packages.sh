@@ -63,8 +63,8 @@ stopped() { # NAME: it ends with exit status 0
 
 say 'what the packages need'
 quietly apt-get -qq update
-needed=$(for package in *.deb; do dpkg-deb -f "$package" Depends; done | tr ',' '\n' |
-  sed 's/^ *//; /^libmsgapi1 /d; /^libzorplatform1 /d; /^$/d' | sort -u | paste -sd ,)
+needed=$(for package in *.deb; do dpkg-deb -f "$package" Depends; done | tr ',' '\n' | sed 's/^ *//; /^$/d' | sort -u |
+  grep -vE "^($(IFS='|'; echo "${ours[*]}"))( |$)" | paste -sd ,)
 quietly apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config python3 libcjson-dev lua5.4 lua5.1 jq
 quietly apt-get -qq satisfy -y --no-install-recommends "$needed"
 list_files >/tmp/before
