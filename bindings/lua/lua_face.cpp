@@ -6,7 +6,7 @@ namespace {
 constexpr char kOwned[] = "zor.owned";
 
 int CollectOwned(lua_State *L) {
-  Release(*static_cast<Owned *>(lua_touserdata(L, 1)));
+  Release(*static_cast<Owned *>(luaL_checkudata(L, 1, kOwned)));
   return 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -30,6 +31,15 @@ bool IsUtf8(std::string_view text) {
     text.remove_prefix(length);
   }
   return true;
+}
+
+// In as few digits as give the same number again; cJSON gives up the last ones. A locale's comma is no JSON.
+void PrintDouble(double number, char *digits, std::size_t size) {
+  for (int precision = 15; precision <= 17; ++precision) {
+    std::snprintf(digits, size, "%.*g", precision, number);
+    if (std::strtod(digits, nullptr) == number) break;
+  }
+  if (char *comma = std::strchr(digits, ','); comma != nullptr) *comma = '.';
 }
 
 // Builds a tree from a Lua value. Each item is in the tree before its own items are made, so that the tree's owner
@@ -77,14 +87,15 @@ class Builder {
   const char *AddNumber(int index, cJSON *parent, const char *key) {
     const auto number = static_cast<double>(lua_tonumber(L_, index));
     if (!std::isfinite(number)) return "a number that is not finite";
+    char digits[32];
 #if LUA_VERSION_NUM > 501
     if (lua_isinteger(L_, index) != 0) {
-      char digits[32];
       std::snprintf(digits, sizeof digits, LUA_INTEGER_FMT, lua_tointeger(L_, index));
       return Attach(cJSON_CreateRaw(digits), parent, key);
     }
 #endif
-    return Attach(cJSON_CreateNumber(number), parent, key);
+    PrintDouble(number, digits, sizeof digits);
+    return Attach(cJSON_CreateRaw(digits), parent, key);
   }
 
   const char *AddText(int index, cJSON *parent, const char *key) {

@@ -137,7 +137,7 @@ void Leave(lua_State *L) {
 }
 
 int CollectSession(lua_State *L) {
-  if (*static_cast<std::uint32_t *>(lua_touserdata(L, 1)) == face.session) Leave(L);
+  if (*static_cast<std::uint32_t *>(luaL_checkudata(L, 1, kSession)) == face.session) Leave(L);
   return 0;
 }
 

@@ -693,8 +693,12 @@ function zor.open(name, options)
   if kind_of(options) ~= "table" then raise("options are a table: {rejoin = ..., safe_exit = ...}") end
   name = check_name(name)
   if name == "" then return nil, argument_error("a daemon has a name") end
-  if not live.bus then collectgarbage() end  -- of one that nobody has any more
-  local status, granted, session = core.join(name, options.rejoin ~= false, on_message, on_timer, on_link)
+  local rejoin = options.rejoin ~= false
+  local status, granted, session = core.join(name, rejoin, on_message, on_timer, on_link)
+  if not status then
+    collectgarbage()  -- of a bus that nobody has any more
+    status, granted, session = core.join(name, rejoin, on_message, on_timer, on_link)
+  end
   if not status then return nil, argument_error("this process is on the bus already") end
   if status ~= 0 then return nil, new_error(status) end
   live.bus = setmetatable({
