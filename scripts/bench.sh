@@ -17,6 +17,10 @@ TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/neighbours_bench" "$msgsvr"
 echo
 TMPDIR=${TMPDIR:-/dev/shm} "$build/bench/monitor_bench" "$msgsvr" "$build/tools/zorctl/zorctl"
 echo
+for version in 5.4 5.1; do
+  TMPDIR=${TMPDIR:-/dev/shm} LUA_CPATH="$build/bindings/lua/$version/?.so" "$build/bench/lua_bench" "$msgsvr" lua$version
+  echo
+done
 "$build/bench/loop_bench"
 echo
 "$build/bench/lag_bench" "$build/libraries/private/msg/libmsgapi.so"

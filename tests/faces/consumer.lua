@@ -111,22 +111,28 @@ conversation("descriptor", function()
   reader:close()
 end)
 
+-- A gap is told before the next event, so notes are sent until the account balances: they may be missed, too.
 conversation("gap", function()
-  local count, got, missed = 30000, 0, 0
+  local sent, got, missed = 0, 0, 0
+  local function send(type, word, events)
+    zor.check(bus:send(provider, type, { word = word }))
+    sent = sent + events
+  end
   zor.check(bus:on_gap(function(_, events) missed = missed + events end))
-  local burst = zor.check(bus:on("network", "burst", function() got = got + 1 end))
+  local all = zor.check(bus:on("network", function() got = got + 1 end))
   local seconds = 1
   while missed == 0 and seconds <= 16 do
-    got = 0
-    zor.check(bus:send(provider, 0x6109, { word = count }))
+    send(0x6109, 30000, 30000)
     os.execute("sleep " .. seconds)
-    zor.check(bus:send(provider, 0x6107, { word = 1 }))  -- a gap is told before the next event
-    run_until(function() return got + missed >= count end, 120, "all events and gaps")
-    equal(got + missed, count, "the sum of events and gaps")
+    send(0x6107, 1, 1)
+    local notes = bus:every(1, function() send(0x6107, 1, 1) end)
+    run_until(function() return got + missed >= sent end, 120, "all events and gaps")
+    notes:close()
+    equal(got + missed, sent, "the sum of events and gaps")
     seconds = seconds * 2
   end
   if missed == 0 then error("nothing was missed", 0) end
-  burst:close()
+  all:close()
 end)
 
 conversation("lost", function()

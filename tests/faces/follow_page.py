@@ -69,6 +69,13 @@ def compiler(path, variable, flags):
     path.chmod(0o755)
 
 
+def interpreter(path, build):
+    """With the build's own module, and the sanitizers that this needs."""
+    path.write_text(f'#!/bin/sh\nexec env ${{LUA_SETTINGS:-}} LUA_CPATH="{build}/bindings/lua/5.4/?.so" '
+                    f'/usr/bin/lua5.4 "$@"\n')
+    path.chmod(0o755)
+
+
 def environment(build, work, libdir):
     """That of a reader who has installed the packages."""
     prefix = work / "prefix"
@@ -80,6 +87,7 @@ def environment(build, work, libdir):
     programs = [work / "bin", *build.glob("daemons/*"), *build.glob("tools/*")]
     compiler(work / "bin" / "cc", "CC", "CFLAGS")
     compiler(work / "bin" / "c++", "CXX", "CXXFLAGS")
+    interpreter(work / "bin" / "lua5.4", build)
     return {**os.environ,
             "PATH": ":".join(map(str, [*filter(pathlib.Path.is_dir, programs), os.environ["PATH"]])),
             "PKG_CONFIG_PATH": str(prefix / libdir / "pkgconfig"),

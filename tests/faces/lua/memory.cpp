@@ -18,7 +18,13 @@ constexpr char kScript[] = R"(
   bus:on_error(function() reported = true end)
   bus:on_gap(function() end)
   bus:on("device", function(event) heard = heard + #event.payload.list end)
-  bus:serve(0x6301, function(request) bus:sleep(0.001) heard = heard + 1 return request.json end)
+  local served
+  served = bus:serve(0x6301, function(request)
+    served:close()  -- its reply comes here, too
+    bus:sleep(0.001)
+    heard = heard + 1
+    return request.json
+  end)
   bus:spawn(function() bus:call("nobody", 0x6201) heard = heard + 1 end)
   bus:call("nobody", 0x6201)
   bus:publish("device", "made", { list = { 1, 2 } })
