@@ -188,6 +188,15 @@ static bool Descriptor(void) {
 
 enum { BURST = 30000 };
 
+static uint32_t notes;
+
+/* A gap is told before the next event, so there have to be some behind the last one. */
+static void AskForNote(void *data) {
+  (void)data;
+  ZOR_MSG_SendSimpleMsg(provider, TALK_NOTE, 17);
+  ++notes;
+}
+
 static bool AllCounted(void) {
   return bursts + missed >= BURST;
 }
@@ -200,11 +209,14 @@ static bool Gap(void) {
     return Fails("gap", "refused");
   }
   for (unsigned seconds = 1; gaps == 0 && seconds <= 16; seconds *= 2) {
-    bursts = missed = 0;
+    bursts = missed = notes = 0;
     ZOR_MSG_SendSimpleMsg(provider, TALK_BURST, BURST);
     sleep(seconds);
-    ZOR_MSG_SendSimpleMsg(provider, TALK_NOTE, 17); /* a gap is told before the next event */
-    if (!RunUntil(AllCounted) || bursts + missed != BURST) return Fails("gap", "events and gaps do not add up");
+    UvTimer *timer = ZOR_UTIL_TimerAdd(200, 0, AskForNote, NULL);
+    const bool counted = RunUntil(AllCounted);
+    ZOR_UTIL_TimerDel(timer);
+    /* a note may be among what was missed */
+    if (!counted || bursts + missed > BURST + notes) return Fails("gap", "events and gaps do not add up");
   }
   return gaps > 0 || Fails("gap", "nothing was missed");
 }
