@@ -88,6 +88,9 @@ def environment(build, work, libdir):
     compiler(work / "bin" / "cc", "CC", "CFLAGS")
     compiler(work / "bin" / "c++", "CXX", "CXXFLAGS")
     interpreter(work / "bin" / "lua5.4", build)
+    python = work / "bin" / "python3"
+    python.write_text(f'#!/bin/sh\nexec {os.environ.get("PYTHON", "/usr/bin/python3")} "$@"\n')
+    python.chmod(0o755)
     return {**os.environ,
             "PATH": ":".join(map(str, [*filter(pathlib.Path.is_dir, programs), os.environ["PATH"]])),
             "PKG_CONFIG_PATH": str(prefix / libdir / "pkgconfig"),
