@@ -165,7 +165,8 @@ uint32_t zor_py_open(const char *name, int rejoin) {
   if (status != ZOR_OK) return status;
   if (g_stMsgCtx.socketFd < 0 || std::strcmp(g_stMsgCtx.appName, name) != 0) return ZOR_E_REFUSED;
   // Numbers that no earlier process of the name, and hardly a peer that asks this one, uses at the same time.
-  static_cast<void>(::getrandom(&g_stMsgCtx.sequence, sizeof g_stMsgCtx.sequence, 0));
+  uint32_t first = 0;
+  if (::getrandom(&first, sizeof first, 0) == static_cast<ssize_t>(sizeof first)) g_stMsgCtx.sequence = first;
   ZOR_MSG_RegisterMsgProc(OnMessage);
   ZOR_MSG_SetLinkProc(OnLink, nullptr);
   return rejoin != 0 ? ZOR_MSG_EnableRejoin(nullptr) : ZOR_OK;
