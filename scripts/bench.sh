@@ -40,6 +40,8 @@ echo
 echo
 "$build/bench/codec_bench"
 echo
+PYTHONPATH=$build/bindings/python timeout 900 /usr/bin/python3 -B bench/python_bench.py "$msgsvr" "$build/bench/python_peers"
+echo
 "$build/bench/zorgen_bench"
 echo
 echo "sizes, stripped (bytes)"

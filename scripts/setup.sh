@@ -20,7 +20,7 @@ case ${1:-demo} in
   tests) packages+=("${tests[@]}") ;;
   any-day) packages+=("${tests[@]}" faketime util-linux hostname tzdata) ;;
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
-  bench) packages+=(libc-ares-dev libcurl4-openssl-dev openssl "${python[@]}" "${lua[@]}" lua5.4 lua5.1 "${broker[@]}") ;;
+  bench) packages+=(libc-ares-dev libcurl4-openssl-dev openssl "${python[@]}" dbus python3-dbus-fast python3-dbus python3-gi "${lua[@]}" lua5.4 lua5.1 "${broker[@]}") ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
   package) packages+=(dpkg-dev file lintian abigail-tools debootstrap procps "${python[@]}" "${lua[@]}") ;;
   armhf) packages+=(g++-arm-linux-gnueabihf qemu-user "${broker[@]}") ;;
