@@ -1,6 +1,7 @@
 #include "programs/types/json_walk.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace zor::types {
 namespace {
@@ -16,12 +17,16 @@ std::string StepText(const std::string &name) {
   return text;
 }
 
-bool HasControls(std::string_view text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char each) { return static_cast<unsigned char>(each) < ' ' || each == '\x7f'; });
-}
-
 }  // namespace
+
+bool HasControls(std::string_view text) {
+  char before = 0;
+  return std::any_of(text.begin(), text.end(), [&before](char each) {
+    const auto byte = static_cast<unsigned char>(each);
+    const bool ofTwoBytes = std::exchange(before, each) == '\xc2' && byte < 0xa0;  // U+0080 to U+009F
+    return byte < ' ' || byte == 0x7f || ofTwoBytes;
+  });
+}
 
 std::string Problem::Text() const {
   return path + ":" + (pointer.empty() ? "" : pointer + ":") + " " + what;

@@ -21,6 +21,9 @@ struct Walk {
   std::vector<Problem> &problems;
 };
 
+// Whether the text, which is UTF-8, has characters that a terminal would obey.
+bool HasControls(std::string_view text);
+
 class Node {
  public:
   Node(Walk &walk, const nlohmann::json &value, std::string pointer)

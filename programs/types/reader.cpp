@@ -42,7 +42,7 @@ class Bounds {
     if (event == Json::parse_event_t::key && !tooDeep) {
       const auto &name = parsed.get_ref<const std::string &>();
       auto &names = names_[level];
-      if (!names.emplace(name, true).second && twice.empty()) twice = name;
+      if (!names.emplace(name, true).second && twice.empty()) twice = HasControls(name) ? "?" : name;
     }
     return !tooDeep;
   }

@@ -87,6 +87,7 @@ TEST(TypeFiles, EveryMistakeIsReportedAtItsPlace) {
       {"/types/0/to", "\"abcdefghijkl\"", "/types/0/to: longer than 11"},
       {"/types/0/since", "1.0", "/types/0/since: not a text"},
       {"/types/0/meaning", "\"a\\u001b[2Jb\"", "/types/0/meaning: contains a control character"},
+      {"/types/0/to", "\"\\u009b2J\"", "/types/0/to: contains a control character"},
       {"/types/0/message", "[]", "/types/0/message: a request has"},
       {"/types/3/reply", "[]", "/types/3/reply: only a request"},
       {"/types/0/event", "\"e\"", "/types/0: \"module\" and \"event\" are for events"},
@@ -131,6 +132,7 @@ TEST(TypeFiles, HostileTextsAreRefused) {
   EXPECT_THAT(ProblemsOf(std::string(kMaxFileBytes + 1, ' ')), ElementsAre(HasSubstr("larger than")));
   EXPECT_THAT(ProblemsOf(R"({"schema":1,"schema":1,"vendor":"a","namespace":"a"})"),
               ElementsAre(EndsWith("a member given twice: \"schema\"")));
+  EXPECT_THAT(ProblemsOf(R"({"\u001b[2J":1,"\u001b[2J":1})"), ElementsAre(EndsWith("a member given twice: \"?\"")));
 }
 
 // A tool that reads what is installed must not wait for a pipe, and not fill its memory from a device.

@@ -63,10 +63,10 @@ std::string HeadText(const Type &type) {
   return text + (type.since.empty() ? "" : ", since " + type.since);
 }
 
-// Text in a cell of a Markdown table, or in a paragraph.
+// Text in a cell of a Markdown table, or in a paragraph; printable, since it may go to a terminal.
 std::string Literal(std::string_view text) {
   std::string literal;
-  for (const char each : text) {
+  for (const char each : EscapeLines(text)) {
     if (std::string_view("\\`*_{}[]<>#|&").find(each) != std::string_view::npos) literal += '\\';
     literal += each;
   }

@@ -13,6 +13,11 @@ constexpr std::string_view kRuntime =
 #include "zorgen/python_runtime.inc"
     ;
 
+// What the module's code calls; a class of that name would hide it. Fields may have these names.
+constexpr const char *kBuiltIns[] = {"OverflowError", "RecursionError", "ValueError", "abs",
+                                     "dict",          "getattr",        "isinstance", "len",
+                                     "list",          "setattr",        "tuple"};
+
 struct KindRow {
   const char *annotation;
   const char *zero;
@@ -54,7 +59,9 @@ std::string Row(const Field &field, const std::string &attribute) {
 
 class PythonWriter {
  public:
-  explicit PythonWriter(const Source &source) : source_(source), names_(ReservedInPython()) {}
+  explicit PythonWriter(const Source &source) : source_(source), names_(ReservedInPython()) {
+    for (const char *name : kBuiltIns) names_.Take(name);
+  }
 
   std::string Write() {
     const types::TypeFile &file = *source_.file;

@@ -69,8 +69,10 @@ std::string CommentText(std::string_view text) {
   Replace(line, "*/", "* /");
   Replace(line, "/*", "/ *");
   Replace(line, "??", "? ?");
-  // A line that ends in a backslash would take the next one into its comment.
-  if (line.ends_with('\\')) line += '.';
+  Replace(line, "??", "? ?");  // of "???" the last two are left
+  // A line that ends in a backslash, even with blanks behind it, would take the next one into its comment.
+  const size_t end = line.find_last_not_of(' ') + 1;
+  if (end > 0 && line[end - 1] == '\\') line.replace(end, line.npos, ".");
   return line;
 }
 

@@ -10,7 +10,7 @@ cat >"$ZOR_ROOT/usr/share/zor/types.d/acme.json" <<'TYPES'
  "types": [
   {"type": "0x6101", "name": "GetState", "kind": "request", "to": "thermo", "since": "1.0", "meaning": "The state now",
    "request": [{"name": "zone", "type": "u32", "in": "data"}],
-   "reply": [{"name": "actual", "type": "f64", "unit": "K", "meaning": "By the *hall* sensor"},
+   "reply": [{"name": "actual", "type": "f64", "unit": "K", "meaning": "By the *hall* sensor\u202e"},
              {"name": "label", "type": "text", "since": "1.1", "default": "hall"}]},
   {"type": "0x6102", "name": "Describe", "kind": "request", "to": "thermo", "encoding": "json",
    "request": [{"name": "zone", "type": "u8"}], "reply": [{"name": "label", "type": "text"}]},
@@ -20,7 +20,7 @@ cat >"$ZOR_ROOT/usr/share/zor/types.d/acme.json" <<'TYPES'
    "message": [{"name": "actual", "type": "f64"}]}]}
 TYPES
 
-zorctl types list --json | jq -c '.[] | select(.type == 24833)'
+zorctl types list --json | jq -ac '.[] | select(.type == 24833)'
 zorctl types list | grep thermo
 run types show thermo.getstate
 run types show 0x2DA20 thermo.Set
