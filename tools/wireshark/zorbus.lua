@@ -270,7 +270,7 @@ end
 local function add_body(reader, tree, shape, data_item)
   for kind, label in (shape or ""):gmatch("(%w+):?([%w_]*)") do
     local item = data_item
-    if kind ~= "data" then item = add_field(reader, tree, kind) end
+    if kind ~= "data" then item = reader:left() > 0 and add_field(reader, tree, kind) end  -- a body may end early
     if item and label ~= "" then item:append_text(" (" .. label .. ")") end
   end
   local rest = reader:take(reader:left())
