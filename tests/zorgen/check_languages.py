@@ -51,6 +51,7 @@ JSON_BODIES = [
     (b'{"actual":1e400}', False), (b'{"actual":-1e-400}', True), (b'{"actual":"1"}', False), (b'{"actual":true}', False),
     (b'{"actual":' + b"9" * 308 + b"." + b"9" * 900 + b"}", True), (b'{"actual":' + b"9" * 309 + b"}", False),
     (b'{"actual":0.' + b"0" * 400 + b'1}', True), (b'{"actual":0.5e-' + b"9" * 30 + b"}", True),
+    (b'{"a":' + b"9" * 5000 + b"}", True), (b'{"actual":-' + b"9" * 5000 + b"}", False),
     (b'{"humidity":255}', True), (b'{"humidity":256}', False), (b'{"humidity":-1}', False), (b'{"humidity":-0}', True),
     (b'{"humidity":21.0}', True), (b'{"humidity":2.1e1}', True), (b'{"humidity":2.5}', False), (b'{"humidity":[1]}', False),
     (b'{"serial":18446744073709551615}', True), (b'{"serial":18446744073709551616}', False),

@@ -31,7 +31,12 @@ def _no_constant(text: str) -> _typing.Any:
     raise ValueError(f"{text} is not JSON")
 
 
-_decoder = _json.JSONDecoder(parse_constant=_no_constant)
+def _integer(text: str) -> _typing.Any:
+    """As Python refuses integers of many digits, or takes long over them: those are beyond each type's range anyway."""
+    return int(text) if len(text) <= 640 else float(text)
+
+
+_decoder = _json.JSONDecoder(parse_constant=_no_constant, parse_int=_integer)
 
 
 def _check(value: _typing.Any, depth: int) -> None:
