@@ -171,12 +171,15 @@ class ServeVerb : public Verb {
   void Answer(Bus &bus, const Message &request, uint32_t status, const std::string &body, uint64_t ms) const {
     const types::Type *known = messages::FindType(request.type);
     const bool wantsReply = known == nullptr || known->kind == types::Kind::kRequest;
-    if (wantsReply) bus.Reply(request, status, body, Deadline(kSetUpTime));
+    const std::string_view text = messages::StatusText(status);
+    // Beyond what a script can end with: an error reply, which callers in each language take for a failure.
+    const bool isError = status >= ZOR_E_CONNECT;
+    const std::string reply = isError ? nlohmann::json{{"error", text}}.dump() : body;
+    if (wantsReply) bus.Reply(request, status, reply, Deadline(kSetUpTime));
     if (json_) {
       PrintJson({{"source", request.source}, {"sequence", request.sequence}, {"status", status}, {"ms", ms}});
       return;
     }
-    const std::string_view text = messages::StatusText(status);
     Print(Escape(request.source) + ": status " + std::to_string(status) +
           (text.empty() ? "" : std::string(" (").append(text).append(")")) + ", " + std::to_string(ms) + " ms\n");
   }
