@@ -197,8 +197,11 @@ Message Bus::Request(const Outgoing &request, const Deadline &deadline) {
     if (IsReplyTo(*message, request)) return std::move(*message);
     setAside_.push_back(std::move(*message));
   }
-  throw TimeOver(request.destination.empty() ? "no reply in time"
-                                             : Escape(request.destination) + " has not replied in time");
+  const std::string what =
+      request.destination.empty() ? "no reply in time" : Escape(request.destination) + " has not replied in time";
+  const types::Type *known = messages::FindType(request.type);
+  if (known == nullptr || known->kind != types::Kind::kOneway) throw TimeOver(what);
+  throw Failure(kExitTimeOver, what, messages::TypeText(*known) + " is one-way, so zorctl send sends it");
 }
 
 std::string Bus::Control(uint32_t type, std::string_view body, const Deadline &deadline) try {

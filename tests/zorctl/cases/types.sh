@@ -65,6 +65,7 @@ run call GetState thermo '{"zone":-1}'
 run call GetState thermo '{"zones":2}'
 run call GetState thermo '{"zone":2' --json
 run introspect thermo
+run call thermo.Set thermo offset=1 --timeout 1
 stop thermo
 background thermo serve thermo.Describe thermo --exec ./describe
 zorctl wait thermo >/dev/null
