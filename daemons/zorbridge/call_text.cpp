@@ -87,16 +87,19 @@ void SetFields(const Json &fields, Call &call) {
   if (known == nullptr) throw Wrong("type " + daemon::HexText(call.type) + " has no known fields");
   if (!fields.is_object()) throw Wrong("\"fields\" is not an object");
   const types::Shape shape = known->requestShape();
+  const bool isObject = shape.encoding == types::Encoding::kJson;
   Json values = Json::object();
   for (const auto &[name, value] : fields.items()) {
     const Field *field = messages::FindField(shape, name);
-    if (field == nullptr && shape.encoding == types::Encoding::kRecord) {
+    if (field == nullptr && !isObject) {
       throw Wrong("no field " + Named(name) + "; the type has: " + messages::FieldNames(shape));
     }
     if (field != nullptr && field->kind == FieldKind::kItems) {
       call.body = BodyOfItems(value);
     } else {
-      values[name] = field != nullptr && field->kind == FieldKind::kJson ? Json(messages::JsonText(value)) : value;
+      // In a record the text would stand for the JSON that it contains.
+      const bool isText = field != nullptr && field->kind == FieldKind::kJson && !isObject;
+      values[name] = isText ? Json(messages::JsonText(value)) : value;
     }
   }
   messages::Content content = messages::EncodeJson(shape, values);

@@ -190,8 +190,11 @@ Json MemberOf(const Field &field, const Json &value) {
       return static_cast<int64_t>(IntegerOf(field, value));
     case FieldKind::kBool:
       return IntegerOf(field, value) != 0;
-    case FieldKind::kReal:
-      return RealOf(field, value);
+    case FieldKind::kReal: {
+      const double number = RealOf(field, value);
+      if (!std::isfinite(number)) throw DoesNotFit(field, "is not finite, which JSON has no number for");
+      return number;
+    }
     case FieldKind::kText:
       EncodeText(field, TextOf(field, value));
       return value;

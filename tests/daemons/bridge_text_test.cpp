@@ -11,6 +11,7 @@
 #include "programs/fleet_wire.h"
 #include "programs/messages/base64.h"
 #include "programs/messages/body.h"
+#include "programs/types/book.h"
 #include "zorbridge/call_text.h"
 #include "zorbridge/event_text.h"
 #include "zorbridge/log_text.h"
@@ -135,12 +136,21 @@ TEST(CallText, BecomesAMessage) {
   EXPECT_FALSE(ParseCallType("a\n", &problem));
   EXPECT_EQ(problem, "unknown message type a\\x0a");
 
+  std::vector<types::Problem> problems;
+  auto described = types::ParseTypeFile("f", R"({"schema": 1, "vendor": "v", "namespace": "n", "types": [
+    {"type": "0x6901", "name": "A", "kind": "oneway", "encoding": "json", "message": [{"name": "any", "type": "json"}]},
+    {"type": "0x6902", "name": "B", "kind": "oneway", "message": [{"name": "any", "type": "json"}]}]})",
+                                        types::UnknownMembers::kReport, problems);
+  ASSERT_TRUE(described);
+  types::TypeBook::Installed().Add(std::move(*described));
   const struct {
     uint32_t type;
     std::string payload;
     uint32_t data;
     std::string body;
   } good[] = {
+      {0x6901, R"({"fields":{"any":{"a":["b"]}}})", 0, R"({"any":{"a":["b"]}})"},
+      {0x6902, R"({"fields":{"any":"text"}})", 0, "\"text\""},
       {1, "", 0, ""},
       {1, "{}", 0, ""},
       {1, R"({"data":4294967295})", 0xffffffff, ""},

@@ -135,6 +135,8 @@ TEST(Fields, OfEveryKindAreEncodedAndTakenApartAgain) {
   for (const auto &[name, value] : bad) {
     EXPECT_THROW(messages::EncodeJson(type.requestShape(), {{name, value}}), messages::Invalid) << name << value;
   }
+  const types::Shape object{type.request, Encoding::kJson};
+  EXPECT_THROW(messages::EncodeJson(object, {{"c", "inf"}}), messages::Invalid) << "JSON has no such number";
 }
 
 }  // namespace
