@@ -1,5 +1,5 @@
-/* The C side of python_bench.py. Without arguments it replies to 0x4001 as "cprovider"; with a name and a number it asks
-   that name so often and prints how many microseconds a request takes. */
+/* The C side of python_bench.py. Without arguments it replies to 0x4001 as "cprovider"; with a name and a number it
+   asks that name so often and prints how many microseconds a request takes. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <time.h>
