@@ -1,5 +1,6 @@
 // Sending, waiting for a reply, events and what the library knows of them.
 #include <glob.h>
+#include <poll.h>
 #include <unistd.h>
 #include <zor/control_wire.h>
 #include <zor/event.h>
@@ -68,13 +69,28 @@ bool IsReplyTo(const ZOR_MSG_HEAD &message, const ZOR_MSG_HEAD &request) {
          (request.destination[0] == '\0' || std::strncmp(message.source, request.destination, ZOR_MSG_NAME_SIZE) == 0);
 }
 
+// How long a wait lasts before it looks whether the interpreter is to break off the script.
+constexpr std::int64_t kSliceMs = 250;
+
+// False when the time is up, or the script interrupted: the interpreter's hook raises the error then.
+bool AwaitInput(lua_State *L, lua_Hook hook, std::int64_t deadline) {
+  pollfd wait = {g_stMsgCtx.socketFd, POLLIN, 0};
+  while (lua_gethook(L) == hook) {
+    const std::int64_t remaining = deadline - NowMs();
+    if (remaining <= 0) return false;
+    if (::poll(&wait, 1, static_cast<int>(std::min(remaining, kSliceMs))) > 0) return true;
+  }
+  return false;
+}
+
 // Unlike the library's own wait, this one compares numbers: neither a late reply nor a notice of another message of the
 // type ends it. All else is set aside in the library's queue.
-std::uint32_t AwaitReply(const ZOR_MSG_HEAD &request, std::uint32_t timeoutMs, MessagePtr &reply) {
+std::uint32_t AwaitReply(lua_State *L, const ZOR_MSG_HEAD &request, std::uint32_t timeoutMs, MessagePtr &reply) {
+  const lua_Hook hook = lua_gethook(L);
   const std::int64_t deadline = NowMs() + timeoutMs;
   for (std::uint32_t setAside = 0; setAside < ZOR_MSG_SET_ASIDE_MAX;) {
-    const std::int64_t remaining = deadline - NowMs();
-    if (remaining <= 0) return ZOR_E_TIMEOUT;
+    if (!AwaitInput(L, hook, deadline)) return ZOR_E_TIMEOUT;
+    const std::int64_t remaining = std::max<std::int64_t>(1, deadline - NowMs());
     ZOR_MSG_HEAD *received = nullptr;
     const std::uint32_t status = ZOR_MSG_Recv(g_stMsgCtx.socketFd, &received, static_cast<std::uint32_t>(remaining));
     if (status != ZOR_OK) return status;
@@ -91,11 +107,10 @@ std::uint32_t AwaitReply(const ZOR_MSG_HEAD &request, std::uint32_t timeoutMs, M
   return ZOR_E_TIMEOUT;
 }
 
-std::uint32_t Ask(const Outgoing &out, std::uint32_t timeoutMs, Owned &reply) {
-  ZOR_MSG_HEAD request;
+std::uint32_t Ask(lua_State *L, const Outgoing &out, std::uint32_t timeoutMs, ZOR_MSG_HEAD &request, Owned &reply) {
   std::uint32_t status = Send(out, nullptr, request);
   MessagePtr message;
-  if (status == ZOR_OK) status = AwaitReply(request, timeoutMs, message);
+  if (status == ZOR_OK) status = AwaitReply(L, request, timeoutMs, message);
   reply.block = message.release();
   return status;
 }
@@ -114,14 +129,18 @@ int SendMessage(lua_State *L) {
   return 2;
 }
 
-// call(to, type, word, body or nil, milliseconds) -> status, word, body, source
+// call(to, type, word, body or nil, milliseconds) -> status, word, body, source; or status, sequence
 int CallAndWait(lua_State *L) {
   const Outgoing out = CheckOutgoing(L);
   const std::uint32_t timeoutMs = CheckWord(L, 5);
   Owned *owned = PushOwned(L, std::free);
-  const std::uint32_t status = Ask(out, timeoutMs, *owned);
+  ZOR_MSG_HEAD request;
+  const std::uint32_t status = Ask(L, out, timeoutMs, request, *owned);
   PushWord(L, status);
-  if (status != ZOR_OK) return 1;
+  if (status != ZOR_OK) {
+    PushWord(L, request.sequence);
+    return 2;
+  }
   auto *reply = static_cast<ZOR_MSG_HEAD *>(owned->block);
   PushWord(L, reply->data);
   lua_pushlstring(L, reply->bodyLength == 0 ? "" : static_cast<char *>(ZOR_MSG_GetMsgByHead(reply)), reply->bodyLength);

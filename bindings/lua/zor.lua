@@ -374,6 +374,7 @@ function Bus:call(to, type, options)
   local task = waiting_task()
   if task then return call_in_task(self, task, to, type, word, body, timeout) end
   local status, reply_word, reply_body, source = core.call(to, type, word, body, timeout)
+  if status == STATUS.TIMEOUT then remember_late(self, reply_word, { type = type, to = to }) end
   if status ~= 0 then return nil, new_error(status) end
   return reply_outcome(type, reply_word, reply_body, source)
 end

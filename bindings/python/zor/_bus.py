@@ -8,7 +8,7 @@ from typing import Any, Callable, Dict, List, NamedTuple, Optional, Tuple, Type,
 from . import _events, _types
 from ._errors import E_ARGUMENT, Argument, Error, Failed, PeerGone, Timeout, error_of
 from ._events import Event, Feed, Subscription
-from ._loop import Loop, Timer, seconds_to_slices
+from ._loop import Loop, Timer, _get_ident, seconds_to_slices
 from ._native import ffi, lib
 from ._values import Described, Reply, Request, decode, encode, error_reply, failure_of, name_bytes, to_json
 
@@ -224,6 +224,17 @@ class Bus(Loop):
                 self._answer(request, error_reply(error))
             except Error as second:
                 self._report(second, "handler")
+
+    def _drop(self, request: Request) -> None:
+        """For a deferred reply that nobody has any more, in whatever thread the last reference ended."""
+        if self._state != "open":
+            return
+        failure = Failed("the request was dropped without a reply")
+        if _get_ident() == self._thread:
+            self._report(failure, "deferred reply")
+            self._fail(request, failure)
+        else:
+            self.call_soon_threadsafe(lambda: self._drop(request))
 
     # Sending and calling
 
@@ -554,7 +565,9 @@ class Bus(Loop):
 
 
 def _number_of(type: _Target) -> Tuple[int, Any]:
-    number, described = (type, None) if isinstance(type, int) else (type.TYPE, type)
+    number, described = (type, None) if isinstance(type, int) else (getattr(type, "TYPE", None), type)
+    if number is None:
+        raise Argument(f"{type!r} is no message type: it is a number, or a class that zorgen made")
     if not 0 < number <= _TYPE_MASK:
         raise Argument(f"{number:#x} is no message type")
     return number, described

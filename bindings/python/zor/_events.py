@@ -39,7 +39,7 @@ class Event:
 def _json_of(body: bytes) -> Optional[Dict[str, Any]]:
     try:
         value = json.loads(body.rstrip(b"\0"))
-    except ValueError:
+    except (ValueError, RecursionError):
         return None
     return value if isinstance(value, dict) else None
 

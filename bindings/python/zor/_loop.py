@@ -28,9 +28,9 @@ class Timer:
     """A call that is due, once or again and again."""
 
     def __init__(self, loop: "Loop", seconds: float, repeat: bool, function: Callable[[], Any]) -> None:
+        if not isinstance(seconds, (int, float)) or not 0 <= seconds <= 0x7FFFFFFF / 1000:
+            raise Argument(f"{seconds!r} is no time that a timer can wait: seconds come first, then the function")
         milliseconds = max(1, round(seconds * 1000))
-        if not 0 <= seconds or milliseconds > 0x7FFFFFFF:
-            raise Argument(f"{seconds} s is no time that a timer can wait")
         self._loop = loop
         self._function = function
         self._is_async = loop._admit(function)
@@ -110,7 +110,7 @@ class Loop:
             except BaseException as fatal:
                 self._interrupt(fatal)
                 return
-        print(f"zor: exception in a {what}:", file=sys.stderr)
+        print(f"zor: exception in the {what}:", file=sys.stderr)
         traceback.print_exception(error)
 
     def _interrupt(self, error: BaseException) -> None:

@@ -18,7 +18,7 @@ class Described(Protocol):
 
 def to_json(value: Any) -> bytes:
     try:
-        return json.dumps(value, ensure_ascii=False, separators=(",", ":")).encode()
+        return json.dumps(value, ensure_ascii=False, separators=(",", ":"), allow_nan=False).encode()
     except (TypeError, ValueError) as error:
         raise Argument(f"cannot be sent: {error}") from error
 
@@ -57,6 +57,8 @@ def decode(message: Any, word: int, body: bytes) -> Any:
 
 
 def name_bytes(name: str, what: str) -> bytes:
+    if not isinstance(name, str):
+        raise Argument(f"{what} {name!r}: a text is expected")
     encoded = name.encode()
     if len(encoded) > 11 or b"\0" in encoded:
         raise Argument(f"{what} {name!r}: at most 11 bytes")
@@ -81,7 +83,7 @@ class Reply:
     def json(self) -> Any:
         try:
             return json.loads(self.text)
-        except ValueError as error:
+        except (ValueError, RecursionError) as error:
             raise Argument(f"the body from {self.source!r} is not JSON: {error}") from error
 
     def __repr__(self) -> str:
@@ -93,8 +95,8 @@ def failure_of(word: int, body: bytes) -> Optional[Failed]:
     if word not in ERROR_WORDS or not body.startswith(b"{"):
         return None
     try:
-        value = json.loads(body.rstrip(b"\0"))
-    except ValueError:
+        value = json.loads(body.rstrip(b"\0").decode(errors="replace"))
+    except (ValueError, RecursionError):
         return None
     if not isinstance(value, dict) or not isinstance(value.get("error"), str):
         return None
@@ -106,7 +108,12 @@ def error_reply(error: BaseException) -> Tuple[int, bytes]:
     status = getattr(error, "status", E_IO)
     if not isinstance(status, int) or status not in ERROR_WORDS:
         status = E_IO
-    return status, to_json({"error": str(error) or type(error).__name__})
+    try:
+        text = str(error)
+    except Exception:  # of the exception's own class, whose name has to do
+        text = ""
+    text = text.encode(errors="backslashreplace").decode()
+    return status, to_json({"error": text or type(error).__name__})
 
 
 class Request(Reply):
@@ -127,8 +134,8 @@ class Request(Reply):
 
     def defer(self) -> "Deferred":
         """For a reply later: the handler's result is ignored from now on."""
-        if not self._open:
-            raise Argument("a one-way message, or replied to already")
+        if not self._open or self._deferred:
+            raise Argument("a one-way message, or replied to or deferred already")
         self._deferred = True
         return Deferred(self)
 
@@ -139,12 +146,17 @@ class Request(Reply):
 
 
 class Deferred:
-    """A reply that is still owed. One reply or failure is sent; a second one raises Argument."""
+    """A reply that is still owed. One reply or failure is sent; a second one raises Argument. Dropped unused, it sends a
+    failure, so that nobody waits in vain."""
 
     __slots__ = ("request",)
 
     def __init__(self, request: Request) -> None:
         self.request = request
+
+    def __del__(self) -> None:
+        if self.request._open:
+            self.request._bus._drop(self.request)
 
     def reply(self, value: Any = None) -> None:
         self.request._bus._answer(self.request, value)

@@ -22,7 +22,8 @@ from conftest import PATIENCE, until
 def test_interrupt_ends_every_wait(bench, wait):
     bench.daemon("""
         bus = zor.Bus("other")
-        silent = bus.serve(0x6601, lambda request: request.defer() and None)
+        kept = []
+        bus.serve(0x6601, lambda request: kept.append(request.defer()))
         bus.serve(0x6602, lambda request: bus.send(request.source, 0x6600), oneway=True)
         print("ready")
         bus.run()
@@ -208,7 +209,8 @@ def test_lost_server_fails_what_waits_and_is_joined_again(empty_bench):
         async with zor.Bus("keeper") as bus:
             bus.on_lost(lambda: seen.append("lost"))
             bus.on_rejoined(bus.stop)
-            bus.serve(0x6600, lambda request: request.defer() and None)
+            kept = []
+            bus.serve(0x6600, lambda request: kept.append(request.defer()))
             waiting = asyncio.ensure_future(bus.acall("keeper", 0x6600, timeout=PATIENCE))
             events = bus.events("network")
             await asyncio.sleep(0.05)

@@ -61,6 +61,10 @@ def test_result_becomes_the_reply(oracle, bus, result, word, body):
     ("fail(zor.Timeout('late'))", 0x10005, "late", True),
     ("-1", 0x10001, "-1 does not fit a data word", True),
     ("object()", 0x10001, "not JSON serializable", True),
+    ("{'a': float('nan')}", 0x10001, "not JSON compliant", True),
+    ("fail(type('Mute', (Exception,), {'__str__': lambda self: 1 / 0})())", 0x10007, "Mute", True),
+    ("fail(OSError('\\udcff'))", 0x10007, "udcff", True),
+    ("request.defer() and None", 0x10007, "dropped without a reply", False),
     ("request.defer().fail('soon', 0x10001)", 0x10001, "soon", False),
 ])
 def test_exception_becomes_an_error_reply(oracle, bus, expression, status, text, traced):
@@ -77,7 +81,7 @@ def test_call_errors_are_told_apart(oracle, bus):
         bus.call("nobody", 0x6200, timeout=PATIENCE)
     with pytest.raises(zor.Timeout):
         bus.call("oracle", 0x6201, word=600000, timeout=0.1)
-    for wrong in [("a name that is long", 1), ("oracle", 0), ("oracle", 0x100000), ("keeper", 1)]:
+    for wrong in [("a name that is long", 1), ("oracle", 0), ("oracle", 0x100000), ("keeper", 1), (1, "oracle")]:
         with pytest.raises(zor.Argument):
             bus.call(*wrong)
     with pytest.raises(zor.NoMemory):
