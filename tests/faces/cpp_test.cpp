@@ -113,6 +113,7 @@ TEST_F(CppFaceTest, WhatAHandlerReturnsOrThrowsIsItsReply) {
     bus.serve(0x6309, []() -> int { throw std::runtime_error("broken"); });
     bus.serve(0x630a, []() -> int { throw Failed("no such room", 0x10042); });
     bus.serve(0x630b, []() -> int { throw 5; });
+    bus.serve(0x630d, [](Request request) -> int { throw Failed(std::string(request.text())); });
     bus.serve(0x630c, [](Request request) { request.defer(); });
   });
   Bus &bus = Join();
@@ -136,6 +137,8 @@ TEST_F(CppFaceTest, WhatAHandlerReturnsOrThrowsIsItsReply) {
       {0x6309, {}, ZOR_E_IO, "broken"},
       {0x630a, {}, 0x10042, "no such room"},
       {0x630b, {}, ZOR_E_IO, "unknown exception"},
+      {0x630d, "\xC3\xBC \xF0\x9F\x98\x80 \xFF \xED\xA0\x80 \xE2\x82", ZOR_E_IO,
+       "\xC3\xBC \xF0\x9F\x98\x80 \xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD"},
       {0x630c, {}, ZOR_E_IO, "the request was dropped without a reply"},
   };
   for (const auto &each : cases) {
@@ -314,8 +317,7 @@ TEST_F(CppFaceTest, AHandlerMayDestroyTheBus) {
   Join();
   bus_->serve(0x6301, [this](Request request) {
     const Deferred owed = request.defer();
-    bus_.reset();
-    ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
+    bus_.reset();  // which ends the loop
   });
   bus_->every(1ms, [] {});
   bus_->call_async("tester", 0x6301, {}, kPatience, [](Result<Reply>) { FAIL() << "nothing is called any more"; });

@@ -247,7 +247,7 @@ class Bus {
     return Child(entry);
   }
 
-  /// Runs the loop until stop(); returns the exit status given there.
+  /// Runs the loop until stop(), and returns the exit status given there, or until a handler destroys the bus.
   int run() {
     const auto keep = core_;
     return keep->Run();

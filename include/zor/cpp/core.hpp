@@ -113,6 +113,7 @@ class Core final : public std::enable_shared_from_this<Core> {
     ZOR_UTIL_TimerDel(std::exchange(callTimer_, nullptr));
     if (UvIdle *const hook = std::exchange(drainHook_, nullptr)) ZOR_UV_IdleStop(hook);
     ZOR_MSG_Destroy();
+    if (runs_ > 0) ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());  // nothing is left that could
   }
 
   const Options &options() const noexcept { return options_; }
@@ -407,7 +408,10 @@ class Core final : public std::enable_shared_from_this<Core> {
 
   int Run() {
     exitStatus_ = 0;
-    Check(ZOR_UV_LoopRun(nullptr, 0), "the loop");
+    ++runs_;
+    const std::uint32_t status = ZOR_UV_LoopRun(nullptr, 0);
+    --runs_;
+    Check(status, "the loop");
     return exitStatus_;
   }
 
@@ -447,6 +451,7 @@ class Core final : public std::enable_shared_from_this<Core> {
   int owner_ = 0;  // the process that joined
   int exitStatus_ = 0;
   int depth_ = 0;         // callbacks that are running
+  int runs_ = 0;          // runs of the loop, one within the other
   Link entries_, tasks_;  // the rings of what the bus owns
   TypeTable handlers_;
   TypeTable subscriptions_;

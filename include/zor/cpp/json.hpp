@@ -101,7 +101,7 @@ class Json {
   /// Appends to an array, which the null value becomes. Raises Argument for other kinds.
   Json &push(Json value);
 
-  /// The compact text. Numbers that JSON does not have become null.
+  /// The compact text. Numbers that JSON does not have become null, bytes that are not UTF-8 U+FFFD.
   std::string dump() const {
     std::string out;
     AppendTo(out);
@@ -116,6 +116,7 @@ class Json {
 
  private:
   friend class JsonReader;
+  static std::size_t Utf8Length(std::string_view text) noexcept;
   static constexpr std::uint64_t kIntegerMax = 0x7fffffffffffffff;
   static const Json &Null() noexcept;
   void AppendTo(std::string &out) const;
@@ -204,16 +205,39 @@ inline Json &Json::push(Json value) {
   return *this;
 }
 
+// The length of the character that the text begins with; 0 for bytes that are none in UTF-8.
+inline std::size_t Json::Utf8Length(std::string_view text) noexcept {
+  const auto byte = [text](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
+  const unsigned first = byte(0), second = byte(1);
+  const std::size_t length = first < 0x80 ? 1 : first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  const bool isOverlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+  const bool isSurrogate = first == 0xED && second >= 0xA0;
+  const bool isBeyond = first > 0xF4 || (first == 0xF4 && second >= 0x90);
+  return isOverlong || isSurrogate || isBeyond ? 0 : length;
+}
+
+// Bytes that are no text become the replacement character, so that whoever reads this finds JSON.
 inline void Json::append_quoted(std::string &out, std::string_view text) {
   out += '"';
   std::size_t plain = 0;  // from here on nothing needs an escape
   for (std::size_t i = 0; i < text.size(); ++i) {
     const auto byte = static_cast<unsigned char>(text[i]);
-    if (byte >= 0x20 && byte != '"' && byte != '\\') continue;
+    if (byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\') continue;
+    if (const std::size_t length = byte < 0x80 ? 0 : Utf8Length(text.substr(i)); length != 0) {
+      i += length - 1;
+      continue;
+    }
     out.append(text, plain, i - plain);
     plain = i + 1;
     char escape[8];
-    const char *const pair = byte == '"' ? "\\\"" : byte == '\\' ? "\\\\" : byte == '\n' ? "\\n" : nullptr;
+    const char *const pair = byte == '"'    ? "\\\""
+                             : byte == '\\' ? "\\\\"
+                             : byte == '\n' ? "\\n"
+                             : byte >= 0x80 ? "\xEF\xBF\xBD"
+                                            : nullptr;
     if (pair == nullptr) std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(byte));
     out += pair != nullptr ? pair : escape;
   }
