@@ -423,7 +423,7 @@ local function installed_modules(bus)
     local modules = kind_of(content) == "table" and content.modules
     for _, module in ipairs(kind_of(modules) == "table" and modules or {}) do
       if kind_of(module) == "table" and kind_of(module.name) == "string" then
-        bus.installed[module.name] = tonumber(module.type)
+        bus.installed[module.name] = bus.installed[module.name] or tonumber(module.type)  -- the first file counts
       end
     end
   end

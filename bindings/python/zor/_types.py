@@ -7,8 +7,7 @@ from typing import Dict, List, Tuple
 
 def directories() -> List[str]:
     own = [directory for directory in os.environ.get("ZOR_TYPES", "").split(":") if directory]
-    root = os.environ.get("ZOR_ROOT")
-    return own + ([f"{root}/usr/share/zor/types.d"] if root else []) + ["/usr/share/zor/types.d"]
+    return [os.environ.get("ZOR_ROOT", "") + "/usr/share/zor/types.d"] + own
 
 
 def modules() -> Tuple[Dict[str, int], List[str]]:
@@ -22,6 +21,6 @@ def modules() -> Tuple[Dict[str, int], List[str]]:
                     for module in json.load(file).get("modules", []):
                         number = module["type"]
                         found.setdefault(module["name"], int(number, 0) if isinstance(number, str) else int(number))
-            except (OSError, ValueError, KeyError, TypeError, AttributeError) as error:
+            except (OSError, ValueError, KeyError, TypeError, AttributeError, RecursionError) as error:
                 problems.append(f"{path}: {error}")
     return found, problems

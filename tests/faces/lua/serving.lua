@@ -3,11 +3,13 @@ local zor = require "zor"
 package.path = arg[0]:match("^.*/") .. "?.lua"
 local check = require "check"
 
--- An installed file that names a module.
+-- Installed files that name a module: the first one counts.
 assert(os.execute("mkdir -p $ZOR_ROOT/usr/share/zor/types.d"))
-local file = assert(io.open(os.getenv("ZOR_ROOT") .. "/usr/share/zor/types.d/acme.json", "w"))
-file:write('{"schema":1,"modules":[{"name":"acme-lamps","type":"0x2DA30"}]}')
-file:close()
+for name, number in pairs { acme = "0x2DA30", later = "0x2DA31" } do
+  local file = assert(io.open(os.getenv("ZOR_ROOT") .. "/usr/share/zor/types.d/" .. name .. ".json", "w"))
+  file:write('{"schema":1,"modules":[{"name":"acme-lamps","type":"' .. number .. '"}]}')
+  file:close()
+end
 
 local bus = zor.check(zor.open("tester"))
 local peer = check.start_peer()

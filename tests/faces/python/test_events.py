@@ -109,8 +109,9 @@ def test_iteration_ends_with_its_subscription(publisher, bus):
 
 def test_modules_come_from_the_library_a_file_or_a_declaration(bus, tmp_path, monkeypatch):
     monkeypatch.setenv("ZOR_TYPES", f"{tmp_path}/own:{tmp_path}/broken")
-    for name, text in ("own", '{"schema": 1, "modules": [{"name": "tank", "type": "0x2DA20"}]}'), ("broken", "{"):
-        (tmp_path / name).mkdir()
+    tank = '{"schema": 1, "modules": [{"name": "tank", "type": "0x2DA2%d"}]}'
+    for name, text in ("usr/share/zor/types.d", tank % 0), ("own", tank % 1), ("broken", "[" * 100000):
+        (tmp_path / name).mkdir(parents=True)
         (tmp_path / name / "types.json").write_text(text)
     bus.module("attic", 0x2DA22)
     for module, type in ("network", 0x2DA07), ("tank", 0x2DA20), ("attic", 0x2DA22):
