@@ -56,9 +56,8 @@ class Shell:
 
 def pattern(text):
     """A page's output as a regular expression."""
-    any_lines = re.escape("...\n")
-    expression = re.sub(rf"(?m)^{any_lines}", "(?:.*\n)*", re.escape(text))
-    return expression.replace(re.escape("..."), ".*")
+    lines = text.splitlines(keepends=True)
+    return "".join("(?:.*\n)*" if line == "...\n" else ".*".join(map(re.escape, line.split("..."))) for line in lines)
 
 
 def compiler(path, variable, flags):
