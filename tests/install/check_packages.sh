@@ -152,14 +152,12 @@ expect 'it may list the daemons' bash -c 'exec 3<>/dev/tcp/127.0.0.1/8780
 expect 'and no more' sh -c '! zorctl access explain user:_zor-web send CLEAN_CFG to cms && ! zorctl access explain user:_zor-web own web'
 
 say 'scripts in Lua'
-quietly apt-get -qq install -y --no-install-recommends lua5.4 lua5.1
 for version in 5.4 5.1; do
   expect "a daemon in Lua $version answers" timeout 60 bash -c '
     "$1" -e "bus = require([[zor]]).open([[script]]) bus:serve(0x6101, function() return {ok = true} end) bus:run()" &
     zorctl wait --timeout 10 script && zorctl call 0x6101 script | grep -F "{\"ok\":true}" && zorctl send SAFE_EXIT script
     wait' bash "lua$version"
 done
-quietly apt-get -qq purge -y --autoremove lua5.4 lua5.1
 
 attack_all
 
