@@ -15,10 +15,12 @@
 #include <system_error>
 #include <vector>
 
+#include "programs/messages/json_text.h"
 #include "programs/messages/message_types.h"
 #include "programs/messages/status_text.h"
 #include "programs/stop_signal.h"
 #include "zorctl/bus.h"
+#include "zorctl/foreign_json.h"
 #include "zorctl/number_option.h"
 #include "zorctl/options.h"
 #include "zorctl/output.h"
@@ -168,12 +170,19 @@ class ServeVerb : public Verb {
     runs_.emplace_back(script_, environment, std::move(request), timeLimit_, signals.before());
   }
 
-  void Answer(Bus &bus, const Message &request, uint32_t status, const std::string &body, uint64_t ms) const {
+  // A script refuses by ending with another status than 0 and printing {"error":"why"}.
+  static bool IsRefusal(uint32_t status, const std::string &body) {
+    if (status == 0 || status >= ZOR_E_CONNECT) return false;
+    return MemberOf(messages::ParseJson(body), "error").is_string();
+  }
+
+  void Answer(Bus &bus, const Message &request, uint32_t ended, const std::string &body, uint64_t ms) const {
     const types::Type *known = messages::FindType(request.type);
     const bool wantsReply = known == nullptr || known->kind == types::Kind::kRequest;
-    const std::string_view text = messages::StatusText(status);
     // Beyond what a script can end with: an error reply, which callers in each language take for a failure.
-    const bool isError = status >= ZOR_E_CONNECT;
+    const bool isRefusal = IsRefusal(ended, body), isError = ended >= ZOR_E_CONNECT;
+    const uint32_t status = isRefusal ? ZOR_E_IO : ended;
+    const std::string_view text = messages::StatusText(status);
     const std::string reply = isError ? nlohmann::json{{"error", text}}.dump() : body;
     if (wantsReply) bus.Reply(request, status, reply, Deadline(kSetUpTime));
     if (json_) {

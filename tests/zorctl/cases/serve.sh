@@ -10,6 +10,7 @@ case $ZOR_REQUEST_DATA in
   3) kill -KILL $$ ;;
   4) exec head -c 3000000 /dev/zero ;;
   5) exec wc -c ;;
+  7) printf '{"error":"too dark"}' && exit 1 ;;
   6) exec perl -e 'setpgrp(0, getpgrp(getppid())); sleep 60' ;;
 esac
 END
@@ -19,7 +20,7 @@ chmod +x "$work/text"
 
 run serve 0x4001 lamp --exec "$work/script"
 start msgsvr
-background lamp serve 0x4001 lamp --exec "$work/script" --limit 6
+background lamp serve 0x4001 lamp --exec "$work/script" --limit 7
 background slow serve 0x4001 slow --exec "$work/script" --timeout 0.2 --json
 background broken serve 0x4001 broken --exec "$work/text"
 for name in lamp slow broken; do await grep -q serves "$ZOR_ROOT/$name.err"; done
@@ -29,6 +30,7 @@ run serve 0x4001 other --exec script
 
 run call 0x4001 lamp --text 'x; $(reboot) `id`'
 run call 0x4001 lamp --data 1
+run call 0x4001 lamp --data 7
 run call 0x4001 lamp --data 3 --timeout 60
 run call 0x4001 lamp --data 4 --timeout 60
 head -c 300000 /dev/zero >"$work/long"
