@@ -54,7 +54,14 @@ class NoMemory(Error):
 
 
 class Failed(Error):
-    """An error reply: its text and status. A handler that raises it sends one, without a traceback."""
+    """An error reply: its text and status. A handler that raises it sends one, without a traceback.
+
+    A status of its own must be 0x10000 to 0x1FFFF; any other becomes 0x10007.
+    """
+
+    @property
+    def text(self) -> str:
+        return str(self)
 
 
 _BY_STATUS: Dict[int, Tuple[Type[Error], str]] = {
