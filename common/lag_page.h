@@ -29,7 +29,7 @@ inline constexpr std::size_t kSourceSize = 12;
 // of 7 us, bucket 8 those of 8 us, bucket 16 those of 16 and 17 us, the last one those up to 2^32 - 1 us.
 inline constexpr std::uint32_t kPartBits = 3;
 inline constexpr std::uint32_t kParts = 1U << kPartBits;
-inline constexpr std::size_t kBuckets = (32 - kPartBits + 1) * kParts;
+inline constexpr std::size_t kBuckets = std::size_t{32 - kPartBits + 1} * kParts;
 
 constexpr std::size_t BucketOf(std::uint32_t us) noexcept {
   if (us < kParts) return us;

@@ -123,7 +123,7 @@ void PushName(lua_State *L, const char *name) {
 int SendMessage(lua_State *L) {
   const Outgoing out = CheckOutgoing(L);
   const std::uint32_t sequence = lua_isnoneornil(L, 5) ? 0 : CheckWord(L, 5);
-  ZOR_MSG_HEAD head;
+  ZOR_MSG_HEAD head = {};
   PushWord(L, Send(out, lua_isnoneornil(L, 5) ? nullptr : &sequence, head));
   PushWord(L, head.sequence);
   return 2;

@@ -36,10 +36,10 @@ const Type *FindOwn(uint32_t first, uint32_t last) {
 
 bool IsNamed(const Type &type, std::string_view name) {
   if (EqualIgnoringCase(type.name, name) || EqualIgnoringCase(type.fullName(), name)) return true;
+  const std::string_view own = type.name;
   return type.nameSpace == kOwnNamespace &&
          std::any_of(std::begin(kPrefixes), std::end(kPrefixes), [&](std::string_view prefix) {
-           return type.name.starts_with(prefix) &&
-                  EqualIgnoringCase(std::string_view(type.name).substr(prefix.size()), name);
+           return own.starts_with(prefix) && EqualIgnoringCase(own.substr(prefix.size()), name);
          });
 }
 
@@ -90,7 +90,8 @@ void TypeBook::AddFolder(const std::string &path) {
     names.resize(kMaxFiles);
   }
   for (const std::string &name : names) {
-    if (auto file = ReadTypeFile(path + "/" + name, UnknownMembers::kSkip, problems_)) Add(std::move(*file));
+    if (auto file = ReadTypeFile(std::string(path).append("/").append(name), UnknownMembers::kSkip, problems_))
+      Add(std::move(*file));
   }
 }
 

@@ -7,20 +7,20 @@ namespace {
 
 struct KindRow {
   std::string_view name;
-  FieldKind kind;
   size_t size;
+  FieldKind kind;
   bool takesSize;
 };
 
 constexpr KindRow kKinds[] = {
-    {"u8", FieldKind::kUnsigned, 1, false},  {"u16", FieldKind::kUnsigned, 2, false},
-    {"u32", FieldKind::kUnsigned, 4, false}, {"u64", FieldKind::kUnsigned, 8, false},
-    {"i8", FieldKind::kSigned, 1, false},    {"i16", FieldKind::kSigned, 2, false},
-    {"i32", FieldKind::kSigned, 4, false},   {"i64", FieldKind::kSigned, 8, false},
-    {"f64", FieldKind::kReal, 8, false},     {"bool", FieldKind::kBool, 1, false},
-    {"name", FieldKind::kText, 12, false},   {"text", FieldKind::kText, 0, true},
-    {"bytes", FieldKind::kBytes, 0, true},   {"items", FieldKind::kItems, 0, false},
-    {"json", FieldKind::kJson, 0, false},
+    {"u8", 1, FieldKind::kUnsigned, false},  {"u16", 2, FieldKind::kUnsigned, false},
+    {"u32", 4, FieldKind::kUnsigned, false}, {"u64", 8, FieldKind::kUnsigned, false},
+    {"i8", 1, FieldKind::kSigned, false},    {"i16", 2, FieldKind::kSigned, false},
+    {"i32", 4, FieldKind::kSigned, false},   {"i64", 8, FieldKind::kSigned, false},
+    {"f64", 8, FieldKind::kReal, false},     {"bool", 1, FieldKind::kBool, false},
+    {"name", 12, FieldKind::kText, false},   {"text", 0, FieldKind::kText, true},
+    {"bytes", 0, FieldKind::kBytes, true},   {"items", 0, FieldKind::kItems, false},
+    {"json", 0, FieldKind::kJson, false},
 };
 
 // More than any message holds.

@@ -30,9 +30,10 @@ void ReadRange(const Node &node, Type &type) {
     return;
   }
   const std::string text = member->Text().value_or("");
-  const size_t hyphen = std::min(text.find('-'), text.size());
-  const auto first = NumberIn(std::string_view(text).substr(0, hyphen));
-  const auto last = hyphen == text.size() ? first : NumberIn(std::string_view(text).substr(hyphen + 1));
+  const std::string_view numbers = text;
+  const size_t hyphen = std::min(numbers.find('-'), numbers.size());
+  const auto first = NumberIn(numbers.substr(0, hyphen));
+  const auto last = hyphen == numbers.size() ? first : NumberIn(numbers.substr(hyphen + 1));
   if (!first || !last || *first > *last) return member->Report("not a type from 0 to 0xFFFFF, or \"0xA-0xB\"");
   type.first = *first;
   type.last = *last;
