@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "bare_relay.h"
+#include "echo_provider.h"
 #include "harness.h"
 
 namespace {
@@ -25,10 +26,6 @@ constexpr std::uint32_t kEcho = 0x4001;
 constexpr std::uint32_t kCount = 0x4002;
 constexpr std::uint32_t kAsk = 0x4003;
 constexpr std::uint32_t kTimeoutMs = 10000;
-
-ZOR_MSG_HEAD *Echo(ZOR_MSG_HEAD *msg) {
-  return ZOR_MSG_MsgResponseBuilder(msg, 0, ZOR_MSG_GetMsgByHead(msg), msg->bodyLength);
-}
 
 void Ignore(ZOR_MSG_HEAD *) {}
 

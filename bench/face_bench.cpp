@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "echo_provider.h"
 #include "harness.h"
 
 namespace {
@@ -19,17 +20,6 @@ constexpr std::uint32_t kEcho = 0x4001;
 constexpr std::uint32_t kTimeoutMs = 10000;
 constexpr int kTurns = 40;
 constexpr std::size_t kTrips = 2000;
-
-ZOR_MSG_HEAD *Echo(ZOR_MSG_HEAD *msg) {
-  return ZOR_MSG_MsgResponseBuilder(msg, 0, ZOR_MSG_GetMsgByHead(msg), msg->bodyLength);
-}
-
-void ProvideInC() {
-  Require(ZOR_MSG_Init("plain") == ZOR_OK, "the provider joins the bus");
-  ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
-  ZOR_MSG_RegSyncMsgProc(kEcho, Echo, 0, nullptr);
-  ZOR_MSG_GetAndDispatch();
-}
 
 void ProvideInCpp() {
   zor::Bus bus("face");
@@ -80,7 +70,7 @@ int main(int argc, char **argv) {
   Require(argc == 2, "usage: face_bench MSGSVR");
   PinToOneProcessor();
   const System system(argv[1]);
-  const Process plain(ProvideInC), face(ProvideInCpp);
+  const Process plain([] { ProvideEcho("plain", kEcho); }), face(ProvideInCpp);
   zor::Bus bus("bench");
   while (ZOR_MSG_GetNumOfProcesses("plain") == 0 || ZOR_MSG_GetNumOfProcesses("face") == 0) {
   }

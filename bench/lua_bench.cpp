@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "echo_provider.h"
 #include "harness.h"
 
 namespace {
@@ -27,17 +28,6 @@ constexpr char kConsumer[] =
     "local bus = require('zor').open('luaconsumer') local options = {payload = ('x'):rep(64), timeout = 10} "
     "local function trips(count) for _ = 1, count do assert(bus:call('luaprovider', 0x6001, options)) end end "
     "trips(400) print('begin') io.stdout:flush() trips(4000) print('end')";
-
-ZOR_MSG_HEAD *Echo(ZOR_MSG_HEAD *msg) {
-  return ZOR_MSG_MsgResponseBuilder(msg, 0, ZOR_MSG_GetMsgByHead(msg), msg->bodyLength);
-}
-
-void Provide() {
-  Require(ZOR_MSG_Init("provider") == ZOR_OK, "the provider joins the bus");
-  ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
-  ZOR_MSG_RegSyncMsgProc(kEcho, Echo, 0, nullptr);
-  ZOR_MSG_GetAndDispatch();
-}
 
 // As a daemon does: a message is built for each request.
 void Call() {
@@ -70,7 +60,7 @@ int main(int argc, char **argv) {
   const std::string lua = argv[2];
   PinToOneProcessor();
   const System system(argv[1]);
-  const Process provider(Provide);
+  const Process provider([] { ProvideEcho("provider", kEcho); });
   const Process script([&] { ::execlp(lua.c_str(), lua.c_str(), "-e", kProvider, nullptr); });
   Require(ZOR_MSG_Init("consumer") == ZOR_OK, "the consumer joins the bus");
   for (const char *name : {"provider", "luaprovider"}) {

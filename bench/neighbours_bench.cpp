@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "echo_provider.h"
 #include "harness.h"
 
 namespace {
@@ -120,17 +121,6 @@ std::vector<Load> Loads() {
   return loads;
 }
 
-ZOR_MSG_HEAD *Echo(ZOR_MSG_HEAD *msg) {
-  return ZOR_MSG_MsgResponseBuilder(msg, 0, ZOR_MSG_GetMsgByHead(msg), msg->bodyLength);
-}
-
-void Provide() {
-  Require(ZOR_MSG_Init("provider") == ZOR_OK, "the provider joins the bus");
-  ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
-  ZOR_MSG_RegSyncMsgProc(kEcho, Echo, 0, nullptr);
-  ZOR_MSG_GetAndDispatch();
-}
-
 void Call() {
   static ZOR_MSG_HEAD *const request = [] {
     void *body = ZOR_MSG_GetMsgBlock(0);
@@ -208,7 +198,7 @@ int main(int argc, char **argv) {
   }
   PinToOneProcessor();
   const System system(argv[1], "max_clients = 1000\nuser_clients = 1000\n");
-  const Process provider(Provide);
+  const Process provider([] { ProvideEcho("provider", kEcho); });
   Require(ZOR_MSG_Init("consumer") == ZOR_OK, "the consumer joins the bus");
   while (ZOR_MSG_GetNumOfProcesses("provider") == 0) ::usleep(1000);
   TimeEach(kCalls, Call);
