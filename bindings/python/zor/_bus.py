@@ -2,31 +2,25 @@
 import asyncio
 import os
 import struct
-from collections import OrderedDict
-from typing import Any, Callable, Dict, List, NamedTuple, Optional, Tuple, Type, TypeVar, Union, overload
+from typing import Any, Callable, Dict, List, NamedTuple, Optional, Tuple, TypeVar, overload
 
-from . import _events, _types
-from ._errors import E_ARGUMENT, Argument, Error, Failed, PeerGone, Timeout, error_of
-from ._events import Event, Feed, Subscription
-from ._loop import Loop, Timer, _get_ident, seconds_to_slices
+from . import _events
+from ._calls import Target, number_of
+from ._errors import Argument, Error, Failed, error_of
+from ._feeds import Feeds
+from ._loop import Timer, _get_ident
 from ._native import ffi, lib
-from ._values import Described, Reply, Request, decode, encode, error_reply, failure_of, name_bytes, to_json
+from ._values import Request, decode, encode, error_reply, name_bytes
 
 __all__ = ["Bus", "Timer"]
 
-_SEND_FAILED = 0x108
 _INTROSPECT = 0x110
 _SAFE_EXIT = 0x706
 _GAPS = 0xFF010
 _GAP = 0xFF011
-_TYPE_MASK = 0xFFFFF
-_AGAIN = 2
-_FLOODED = 3
 _LINK_LOST = 1
 _LINK_REJOINED = 2
-_LATE_MAX = 1024
 
-_Target = Union[int, Type[Described]]
 _F = TypeVar("_F", bound=Callable[..., Any])
 _current: Optional["Bus"] = None
 
@@ -38,18 +32,7 @@ class _Handler(NamedTuple):
     described: Any
 
 
-class _Waiting:
-    """A request of acall(). One to oneself looks on the wire like its reply, before which it comes back."""
-
-    __slots__ = ("name", "future", "comes_back")
-
-    def __init__(self, name: bytes, future: "asyncio.Future[Reply]", comes_back: bool) -> None:
-        self.name = name
-        self.future = future
-        self.comes_back = comes_back
-
-
-class Bus(Loop):
+class Bus(Feeds):
     """Membership of the message bus under a name of at most 11 bytes; one per process at a time. Belongs to the thread
     that makes it. Use it with "with", or "async with" inside asyncio.
 
@@ -63,23 +46,17 @@ class Bus(Loop):
         global _current
         if _current is not None:
             raise Error(f"this process is on the bus already, as {_current.name!r}")
-        self._own_name = name_bytes(name, "name")
-        if not self._own_name:
+        own_name = name_bytes(name, "name")
+        if not own_name:
             raise Argument("a name is needed")
-        self.name = name
-        status = lib.zor_py_open(self._own_name, int(rejoin))
+        status = lib.zor_py_open(own_name, int(rejoin))
         if status != 0:
             lib.zor_py_close()
             raise error_of(status, f"joining as {name!r}")
-        super().__init__()
+        super().__init__(name, own_name)
         self._handlers: Dict[int, _Handler] = {}
-        self._waiting: Dict[Tuple[int, int], _Waiting] = {}
-        self._late: "OrderedDict[Tuple[int, int], None]" = OrderedDict()
-        self._feeds: Dict[int, List[Feed]] = {}
-        self._modules: Dict[str, int] = {}
         self._link_handlers: Dict[int, List[Tuple[Callable[[], Any], bool]]] = {_LINK_LOST: [], _LINK_REJOINED: []}
         self._gap_handlers: List[Tuple[Callable[[int, int], Any], bool]] = []
-        self._status = ffi.new("uint32_t *")
         self._builtin: Dict[int, Callable[[Request], Any]] = {}
         if safe_exit:
             self._builtin[_SAFE_EXIT] = self._exit_safely
@@ -124,12 +101,12 @@ class Bus(Loop):
     # Serving
 
     @overload
-    def serve(self, type: _Target, function: None = None, *, oneway: bool = False) -> Callable[[_F], _F]: ...
+    def serve(self, type: Target, function: None = None, *, oneway: bool = False) -> Callable[[_F], _F]: ...
 
     @overload
-    def serve(self, type: _Target, function: _F, *, oneway: bool = False) -> _F: ...
+    def serve(self, type: Target, function: _F, *, oneway: bool = False) -> _F: ...
 
-    def serve(self, type: _Target, function: Any = None, *, oneway: bool = False) -> Any:
+    def serve(self, type: Target, function: Any = None, *, oneway: bool = False) -> Any:
         """Handles the messages of a type: a number, or a class that zorgen made. A decorator, or called with the function.
 
         The function gets a Request, and its result becomes the reply: nothing an empty one; an integer the data word;
@@ -138,7 +115,7 @@ class Bus(Loop):
         a described type says by itself. Serving a type again replaces its handler.
         """
         self._check()
-        number, described = _number_of(type)
+        number, described = number_of(type)
         silent = oneway or getattr(described, "KIND", "") in ("oneway", "notice")
 
         def register(function: _F) -> _F:
@@ -236,285 +213,6 @@ class Bus(Loop):
         else:
             self.call_soon_threadsafe(lambda: self._drop(request))
 
-    # Sending and calling
-
-    def _send(self, destination: bytes, type: int, word: int, sequence: int, body: bytes, to: str) -> None:
-        status = lib.zor_py_send(destination, type, word, sequence, body, len(body))
-        if status != 0:
-            raise error_of(status, f"sending {type:#x} to {to!r}")
-
-    def send(self, destination: str, type: _Target, payload: Any = None, word: int = 0) -> None:
-        """Sends a message without waiting for anything. An empty destination is the message server. The payload is as the
-        result of a handler; word holds unless the payload has one."""
-        self._begin(destination, type, payload, word)
-
-    def _begin(self, destination: str, type: _Target, payload: Any, word: int) -> Tuple[int, int, bytes, Any]:
-        self._check()
-        number, described = _number_of(type)
-        name = name_bytes(destination, "destination")
-        own_word, body = encode(payload)
-        sequence = lib.zor_py_next()
-        self._send(name, number, own_word or encode(word)[0], sequence, body, destination)
-        return number, sequence, name, described
-
-    def call(self, destination: str, type: _Target, payload: Any = None, word: int = 0, *,
-             timeout: Optional[float] = 5.0) -> Any:
-        """Sends a request and returns its Reply, or that of a described type as its instance. Raises PeerGone when nobody
-        has the name, Timeout, and Failed for an error reply. Messages that come meanwhile are handled later, so calling
-        oneself does not work; None waits without limit."""
-        if destination == self.name:
-            raise Argument("a daemon that waits for itself would wait for ever: await acall()")
-        number, sequence, name, described = self._begin(destination, type, payload, word)
-        left = seconds_to_slices(timeout)
-        status = self._status
-        milliseconds = left()
-        try:
-            while True:
-                message = lib.zor_py_await(name, number, sequence, milliseconds, status)
-                if message != ffi.NULL:
-                    break
-                if status[0] == _AGAIN:
-                    milliseconds = left()
-                    if milliseconds > 0:
-                        continue
-                raise self._no_reply(number, sequence, destination, status[0])
-        except KeyboardInterrupt:
-            self._expect_late(number, sequence)
-            raise
-        finally:
-            self._sync()
-        reply = Reply(message.data, ffi.buffer(message + 1, message.bodyLength)[:], _text(message.source))
-        lib.free(message)
-        return _result(reply, described, destination)
-
-    def _no_reply(self, type: int, sequence: int, destination: str, status: int) -> Error:
-        self._expect_late(type, sequence)
-        what = f"request {type:#x} to {destination!r}"
-        if status == _FLOODED:
-            return Timeout(f"{what}: too many other messages came first")
-        return Timeout(f"{what}: no reply in time") if status == _AGAIN else error_of(status, what)
-
-    def _expect_late(self, type: int, sequence: int) -> None:
-        """A reply to this number is dropped: nobody may take it for a request."""
-        self._late[type, sequence] = None
-        if len(self._late) > _LATE_MAX:
-            self._late.popitem(last=False)
-
-    async def acall(self, destination: str, type: _Target, payload: Any = None, word: int = 0, *,
-                    timeout: Optional[float] = 5.0) -> Any:
-        """call() inside asyncio: other coroutines and handlers run meanwhile. Replies of more than 2 MiB do not come."""
-        loop = self._attach()
-        number, sequence, name, described = self._begin(destination, type, payload, word)
-        key = number, sequence
-        future: "asyncio.Future[Reply]" = loop.create_future()
-        self._waiting[key] = _Waiting(name, future, name == self._own_name)
-        try:
-            reply = await asyncio.wait_for(future, timeout)
-        except asyncio.TimeoutError:
-            raise Timeout(f"request {number:#x} to {destination!r}: no reply in time") from None
-        finally:
-            if self._waiting.pop(key, None) is not None and not future.done() or future.cancelled():
-                self._expect_late(number, sequence)
-        return _result(reply, described, destination)
-
-    def _take_reply(self, type: int, sequence: int, word: int, source: str, body: bytes) -> bool:
-        key = (word & _TYPE_MASK, sequence) if type == _SEND_FAILED else (type, sequence)
-        if key in self._late:
-            del self._late[key]
-            return True
-        waiting = self._waiting.get(key)
-        if waiting is None:
-            return False
-        name, future = waiting.name, waiting.future
-        if type != _SEND_FAILED and (name and name != source.encode() or waiting.comes_back):
-            waiting.comes_back = False
-            return False
-        del self._waiting[key]
-        if future.done():
-            return True
-        if type == _SEND_FAILED:
-            future.set_exception(PeerGone(f"request {key[0]:#x} to {name.decode()!r}: not on the bus"))
-        else:
-            future.set_result(Reply(word, body, source))
-        return True
-
-    def _fail_waiting(self, why: str) -> None:
-        waiting, self._waiting = self._waiting, {}
-        for (type, _), call in waiting.items():
-            if not call.future.done():
-                call.future.set_exception(PeerGone(f"request {type:#x} to {call.name.decode()!r}: {why}"))
-
-    # Descriptors
-
-    def send_fd(self, destination: str, type: _Target, fd: int, payload: Any = None, word: int = 0) -> None:
-        """Sends a message and a descriptor behind it, which stays open here."""
-        self.send(destination, type, payload, word)
-        status = lib.ZOR_MSG_SendFd(fd)
-        if status != 0:
-            raise error_of(status, f"passing descriptor {fd} to {destination!r}")
-
-    def _receive_fd(self, timeout: Optional[float]) -> int:
-        self._check()
-        left = seconds_to_slices(timeout)
-        try:
-            while True:
-                milliseconds = left()
-                fd = lib.zor_py_receive_fd(milliseconds, self._status)
-                if fd >= 0:
-                    return fd
-                if self._status[0] != _AGAIN:
-                    raise error_of(self._status[0], "receiving a descriptor")
-                if milliseconds == 0:
-                    raise Timeout("no descriptor in time")
-        finally:
-            self._sync()
-
-    # Events
-
-    def module(self, name: str, type: int) -> None:
-        """Declares the type of a module's events, for modules that neither the library nor a type file knows."""
-        if not _events.FIRST < type <= _events.LAST:
-            raise Argument(f"{type:#x} is no type of an event")
-        self._modules[name] = type
-
-    def _module_type(self, name: str) -> int:
-        if name not in self._modules:
-            number = lib.ZOR_EVT_GetMsgTypeByEventModuleName(name.encode())
-            problems: List[str] = []
-            if number == _events.FIRST:
-                found, problems = _types.modules()
-                number = found.get(name, 0)
-            if number == 0:
-                raise Argument("; ".join([f"no type is known for module {name!r}: declare it with module()", *problems]))
-            self.module(name, number)
-        return self._modules[name]
-
-    def _event_target(self, target: Union[str, _Target]) -> Tuple[int, Any]:
-        number, described = (self._module_type(target), None) if isinstance(target, str) else _number_of(target)
-        if not _events.FIRST <= number <= _events.LAST:
-            raise Argument(f"{number:#x} is no type of an event")
-        return number, described
-
-    def publish(self, target: Union[str, _Target], *arguments: Any) -> None:
-        """publish(module or type, name, payload), or publish(class, message) for a described event."""
-        self._check()
-        number, described = self._event_target(target)
-        if number == _events.FIRST:
-            raise Argument("this type stands for all events")
-        if described is not None:
-            if len(arguments) != 1:
-                raise Argument("publish(class, message)")
-            message = arguments[0] if not isinstance(arguments[0], dict) else described.Message(**arguments[0])
-            self._publish_described(number, described, message)
-            return
-        if not 1 <= len(arguments) <= 2:
-            raise Argument("publish(module or type, name, payload)")
-        module = target if isinstance(target, str) else self._module_of(number)
-        payload = arguments[1] if len(arguments) == 2 else {}
-        self._publish(number, module, str(arguments[0]), {} if payload is None else payload)
-
-    def _module_of(self, number: int) -> str:
-        text = lib.ZOR_EVT_GetEventModuleNameByEventType(number)
-        if text != ffi.NULL:
-            return ffi.string(text).decode()
-        known = {**_types.modules()[0], **self._modules}
-        return next((name for name, type in known.items() if type == number), "")
-
-    def _publish(self, number: int, module: str, name: str, payload: Any) -> None:
-        if number > _events.JSON_LAST and isinstance(payload, dict) and payload:
-            texts, count = _events.items(payload)
-            status = lib.zor_py_publish_items(number, name.encode(), texts, count)
-            if status != 0:
-                raise error_of(status, f"publishing {name!r}")
-            return
-        self._send(b"", number, 0, lib.zor_py_next(), _events.envelope(module, name, payload), "")
-
-    def _publish_described(self, number: int, described: Any, message: Any) -> None:
-        word, body = message.encode()
-        payload = _events._json_of(body) if body[:1] == b"{" else None
-        if payload is None:
-            self._send(b"", number, word, lib.zor_py_next(), body, "")
-        else:
-            self._publish(number, described.MODULE, described.EVENT, payload)
-
-    def events(self, target: Union[str, _Target], name: Optional[str] = None) -> Subscription:
-        """Events of a module or type, with that name only if one is given, to iterate over: with for, in which handlers
-        run while it waits, or with async for."""
-        return self._subscribe(target, name, None)
-
-    def on(self, target: Union[str, _Target], function: Optional[Callable[[Event], Any]] = None, *,
-           name: Optional[str] = None) -> Any:
-        """Calls the function with each such event until the Subscription that it returns is closed. A decorator without a
-        function."""
-        if function is not None:
-            return self._subscribe(target, name, function)
-
-        def decorate(function: _F) -> _F:
-            self._subscribe(target, name, function)
-            return function
-
-        return decorate
-
-    def _subscribe(self, target: Union[str, _Target], name: Optional[str],
-                   callback: Optional[Callable[[Event], Any]]) -> Subscription:
-        self._check()
-        number, described = self._event_target(target)
-        if described is not None and name is None:
-            name = getattr(described, "EVENT", None) or None
-        if callback is not None and self._admit(callback):
-            callback = self._as_task(callback)
-        feed = Feed(number, name, getattr(described, "Message", None), callback)
-        feeds = self._feeds.setdefault(number, [])
-        feeds.append(feed)
-        if len(feeds) == 1:
-            status = lib.ZOR_MSG_SubscribeEventForOtherApp(number, self._own_name)
-            if status != 0:
-                del self._feeds[number]
-                raise error_of(status, f"subscribing to {number:#x}")
-        return Subscription(self, feed)
-
-    def _as_task(self, function: Callable[[Event], Any]) -> Callable[[Event], Any]:
-        return lambda event: self._spawn(function(event), "event handler")
-
-    def _unsubscribe(self, feed: Feed) -> None:
-        self._check()
-        feed.open = False
-        feed.wake()
-        feeds = self._feeds.get(feed.type, [])
-        feeds.remove(feed)
-        if feeds:
-            return
-        del self._feeds[feed.type]
-        status = lib.ZOR_MSG_UnSubscribeEventForOtherApp(feed.type, self._own_name)
-        if status not in (0, PeerGone.status):  # a server that has gone has forgotten it
-            raise error_of(status, f"unsubscribing from {feed.type:#x}")
-
-    def _abandon(self, feed: Feed) -> None:
-        """For a subscription that nobody has any more, in whatever thread the last reference ended."""
-        if self._state != "open":
-            return
-        try:
-            self._unsubscribe(feed)
-        except Error:
-            self.call_soon_threadsafe(lambda: self._unsubscribe(feed) if feed.open else None)
-
-    def _on_event(self, type: int, word: int, source: str, body: bytes, pointer: Any) -> None:
-        feeds = self._feeds.get(type, []) + self._feeds.get(_events.FIRST, [])
-        if not feeds:
-            return
-        event = _events.parse(type, word, source, body, pointer)
-        for feed in feeds:
-            if not feed.wants(event):
-                continue
-            try:
-                wanted = event if feed.message is None else _events.described(event, feed.message)
-                if feed.callback is None:
-                    feed.put(wanted)
-                else:
-                    feed.callback(wanted)
-            except BaseException as error:
-                self._report(error, "event handler")
-
     # The connection
 
     def on_lost(self, function: _F) -> _F:
@@ -564,28 +262,8 @@ class Bus(Loop):
             self._invoke(function, is_async, "connection handler")
 
 
-def _number_of(type: _Target) -> Tuple[int, Any]:
-    number, described = (type, None) if isinstance(type, int) else (getattr(type, "TYPE", None), type)
-    if number is None:
-        raise Argument(f"{type!r} is no message type: it is a number, or a class that zorgen made")
-    if not 0 < number <= _TYPE_MASK:
-        raise Argument(f"{number:#x} is no message type")
-    return number, described
-
-
 def _message_of(described: Any) -> Any:
     return described.Request if hasattr(described, "Request") else described.Message
-
-
-def _text(field: Any) -> str:
-    return ffi.string(field, 12).decode(errors="replace")
-
-
-def _result(reply: Reply, described: Any, destination: str) -> Any:
-    failure = failure_of(reply.word, reply.body) if reply.word >= 0x10000 else None
-    if failure is not None:
-        raise failure
-    return reply if described is None else decode(described.Reply, reply.word, reply.body)
 
 
 def _on_escape(kind: Any, error: BaseException, trace: Any) -> None:

@@ -9,7 +9,7 @@ from ._native import ffi, lib
 from ._values import decode, to_json
 
 if TYPE_CHECKING:
-    from ._bus import Bus
+    from ._feeds import Feeds
 
 FIRST = 0x2DA00  # stands for all events
 JSON_LAST = 0x2DA63
@@ -116,7 +116,7 @@ class Subscription:
     """Events to iterate over, with for or async for. It ends when it is closed or no longer referenced, when the bus is
     closed, and, in a for loop, when the bus is told to stop."""
 
-    def __init__(self, bus: "Bus", feed: Feed) -> None:
+    def __init__(self, bus: "Feeds", feed: Feed) -> None:
         self._bus = bus
         self._feed = feed
 
