@@ -120,6 +120,7 @@ struct Client {
   uint32_t readSize = UINT32_MAX;  // as much of its input as is its due in a turn
   bool backlog : 1 = false;        // the input holds more than was its due; `halfDescriptor` belongs to its end
   bool recordChanged : 1 = false;  // the standing record is out of date
+  bool otherOrder : 1 = false;     // its machine has the other byte order: it converts all headers
   bool leaving : 1 = false;        // another daemon has asked it to exit for good
   bool reportMissed : 1 = false;
   bool ended : 1 = false;     // no longer on the bus; released at the end of the turn

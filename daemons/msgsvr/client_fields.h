@@ -67,6 +67,7 @@ void Describe(Fields &fields, Record &record) {
   fields(20, record.throughTunnel, daemon::kOmitEmpty);
   fields(21, record.board, daemon::kOmitEmpty);
   fields(22, record.boardAddress, daemon::kOmitEmpty);
+  fields(23, record.otherOrder, daemon::kOmitEmpty);
 }
 
 template <typename Fields, daemon::OneOf<QueuedRecord> Record>

@@ -83,6 +83,7 @@ StandingRecord StandingRecordOf(const Bus &bus, const Client &client) {
   record.since = client.since;
   record.events = BitsOf(client.events);
   record.leaving = client.leaving;
+  record.otherOrder = client.otherOrder;
   record.reportSeconds = client.reportPeriod.count();
   record.lastReport = Nanoseconds(client.lastReport);
   record.reportMissed = client.reportMissed;

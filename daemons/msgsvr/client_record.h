@@ -55,6 +55,7 @@ struct StandingRecord {
   bool throughTunnel = false;
   std::string board = {};  // its name; empty: not yet known, or not through the tunnel
   uint32_t boardAddress = 0;
+  bool otherOrder = false;
 };
 
 struct QueuedRecord {

@@ -131,12 +131,16 @@ void Delivery::TakeBack(Client &to, std::span<const std::byte> frames) {
 }
 
 bool Delivery::Send(Client &to, std::span<const std::byte> frame) {
-  const bool sent = TrySend(to, frame) || Refused(to, frame);
+  const bool sent = TrySend(to, frame, frame) || Refused(to, frame);
   if (bus_.journal.turn().reader == daemon::journal::kNone) FlushPosted();
   return sent;
 }
 
-bool Delivery::TrySend(Client &to, std::span<const std::byte> frame) {
+void Delivery::SendInOtherOrder(Client &to, std::span<const std::byte> frame) {
+  if (!TrySend(to, frame, InOtherOrder(frame))) Refused(to, frame);
+}
+
+bool Delivery::TrySend(Client &to, std::span<const std::byte> frame, std::span<const std::byte> onWire) {
   FlushRun();
   const ZOR_MSG_HEAD head = HeadOf(frame);
   const bool bodyInFile = (head.type & ZOR_MSG_BODY_IN_FILE) != 0;
@@ -144,7 +148,7 @@ bool Delivery::TrySend(Client &to, std::span<const std::byte> frame) {
   std::string file;
   if (bodyInFile) file = BodyFiles::NameIn(frame);
   to.ReserveDelivery(bodyInFile);
-  if ((IsAtWork(frame) ? Write(to, frame, to.receiver()) : Post(to, frame)) < frame.size()) return false;
+  if ((IsAtWork(frame) ? Write(to, onWire, to.receiver()) : Post(to, onWire)) < frame.size()) return false;
   if (bodyInFile) to.deliveries.AddFile(std::move(file));
   bus_.CountDelivery(to, head, 0);
   Copy(frame, to.name, ZOR_CONTROL_DELIVERED);
@@ -162,7 +166,7 @@ bool Delivery::Refused(Client &to, std::span<const std::byte> frame) {
 // The notice and the event go together or not at all: an event that overtakes the notice would hide the gap.
 bool Delivery::SendEvent(Client &to, std::span<const std::byte> event) {
   bool sent = false;
-  bus_.Try([&] { sent = TellGap(to, event) && TrySend(to, event); });
+  bus_.Try([&] { sent = TellGap(to, event) && TrySend(to, event, event); });
   if (!sent && to.gap.wanted()) {
     to.gap.Add(HeadOf(event).type & ZOR_MSG_TYPE_MASK);
     bus_.Changed(to);
@@ -177,7 +181,7 @@ bool Delivery::SendEvent(Client &to, std::span<const std::byte> event) {
 bool Delivery::TellGap(Client &to, std::span<const std::byte> event) {
   if (!to.gap.wanted() || to.gap.empty()) return true;
   const auto notice = BuildFrame(ZOR_MSG_CONTROL_GAP, 0, to.name, ZOR_CONTROL_OK, to.gap.Body());
-  if (!to.output.Fits({notice.size(), event.size()}) || !TrySend(to, notice)) return false;
+  if (!to.output.Fits({notice.size(), event.size()}) || !TrySend(to, notice, notice)) return false;
   to.gap.Clear();
   bus_.Changed(to);
   return true;

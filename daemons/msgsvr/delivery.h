@@ -38,6 +38,8 @@ class Delivery {
   // Sends one frame: at once, or with FlushPosted while a client's input is being routed. False if the client cannot
   // take it: the frame is lost, its body file is left alone. Throws std::bad_alloc before anything is sent.
   bool Send(Client &to, std::span<const std::byte> frame);
+  // The same for the reply to a registration in the other byte order, which the frame is converted to.
+  void SendInOtherOrder(Client &to, std::span<const std::byte> frame);
   // Sends the server's reply to a request.
   void Reply(Client &to, const Frame &request, uint32_t data = 0, std::span<const std::byte> body = {});
   // Notifies the sender that the message could not be delivered to that name. Its body file is left alone. Needs no
@@ -77,7 +79,7 @@ class Delivery {
   void Slowed(Client &to);
   bool IsCopied() const { return bus_.recorder.on() || !bus_.monitors.empty(); }
   void Copy(std::span<const std::byte> frame, const AppName &receiver, uint32_t outcome);
-  bool TrySend(Client &to, std::span<const std::byte> frame);
+  bool TrySend(Client &to, std::span<const std::byte> frame, std::span<const std::byte> onWire);
   bool TellGap(Client &to, std::span<const std::byte> event);
   void AddNotice(Client &to, uint32_t type, uint32_t sequence);
   void Commit(std::span<const std::byte> frames, uint64_t lastTarget);

@@ -32,7 +32,23 @@ Parsed ParseFrame(std::span<std::byte> bytes) {
 size_t FrameSize(std::span<const std::byte> bytes) {
   ZOR_MSG_HEAD head;
   std::memcpy(&head, bytes.data(), sizeof head);
-  return ZOR_MSG_HEAD_SIZE + head.bodyLength;
+  // Only the server's own frames have no source.
+  const bool otherOrder = head.type == __builtin_bswap32(ZOR_MSG_REGISTER_APP) && head.source[0] == '\0';
+  return ZOR_MSG_HEAD_SIZE + (otherOrder ? __builtin_bswap32(head.bodyLength) : head.bodyLength);
+}
+
+std::vector<std::byte> InOtherOrder(std::span<const std::byte> frame) {
+  std::vector<std::byte> converted(frame.begin(), frame.end());
+  ZOR_MSG_HEAD head;
+  std::memcpy(&head, converted.data(), sizeof head);
+  head = InOtherOrder(head);
+  std::memcpy(converted.data(), &head, sizeof head);
+  return converted;
+}
+
+ZOR_MSG_HEAD InOtherOrder(ZOR_MSG_HEAD head) {
+  for (uint32_t *word : {&head.type, &head.sequence, &head.data, &head.bodyLength}) *word = __builtin_bswap32(*word);
+  return head;
 }
 
 std::string_view TextOf(std::span<const std::byte> body) {

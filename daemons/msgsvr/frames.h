@@ -40,8 +40,13 @@ struct Parsed {
 // The frame at the start of the bytes.
 Parsed ParseFrame(std::span<std::byte> bytes);
 
-// The size of the whole frame at the start of bytes that ParseFrame has accepted before.
+// The size of the whole frame at the start of bytes that ParseFrame has accepted before, or that are from the server.
+// That of a reply to a registration may be in the other byte order.
 size_t FrameSize(std::span<const std::byte> bytes);
+
+// The same header in the other byte order, and a frame with that header.
+ZOR_MSG_HEAD InOtherOrder(ZOR_MSG_HEAD head);
+std::vector<std::byte> InOtherOrder(std::span<const std::byte> frame);
 
 // The text at the start of a body, up to its first NUL or its end.
 std::string_view TextOf(std::span<const std::byte> body);

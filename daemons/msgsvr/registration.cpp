@@ -37,6 +37,16 @@ ZOR_TRACE_SETTINGS_HEAD TraceHead(uint64_t fileKiB, const std::string &output) {
 
 }  // namespace
 
+bool IsRegistrationInOtherOrder(const Frame &frame) {
+  return (InOtherOrder(frame.head).type & ZOR_MSG_TYPE_MASK) == ZOR_MSG_REGISTER_APP && frame.destination.empty() &&
+         frame.head.bodyLength == 0;
+}
+
+ConvertedRegistration::ConvertedRegistration(const Frame &received)
+    : frame{InOtherOrder(received.head), received.destination, bytes} {
+  std::memcpy(bytes.data(), &frame.head, sizeof frame.head);
+}
+
 TraceSettings TraceSettingsOf(const BusSettings &settings, const TraceOverrides &overrides, const AppName &daemon) {
   TraceMembers members = overrides.Of(daemon);
   const bool overridden = members.output || members.fileKiB || members.levels;
@@ -49,12 +59,19 @@ TraceSettings TraceSettingsOf(const BusSettings &settings, const TraceOverrides 
 }
 
 std::vector<std::byte> RegistrationBody(const BusSettings &settings, const TraceOverrides &overrides,
-                                        const AppName &daemon) {
+                                        const AppName &daemon, bool otherOrder) {
   const uint32_t reportSeconds = settings.reportSeconds.Get(daemon);
-  std::vector<std::byte> body;
-  Append(body, ZOR_MSG_REGISTER_REPLY{reportSeconds != 0 ? 1u : 0u, reportSeconds});
   TraceMembers trace = TraceSettingsOf(settings, overrides, daemon).members;
-  Append(body, TraceHead(*trace.fileKiB, *trace.output));
+  ZOR_MSG_REGISTER_REPLY reports{reportSeconds != 0 ? 1u : 0u, reportSeconds};
+  ZOR_TRACE_SETTINGS_HEAD head = TraceHead(*trace.fileKiB, *trace.output);
+  if (otherOrder) {
+    reports = {__builtin_bswap32(reports.reportSwitch), __builtin_bswap32(reports.reportSeconds)};
+    head.outputIndex = __builtin_bswap32(head.outputIndex);
+    head.fileMaxKiB = __builtin_bswap64(head.fileMaxKiB);
+  }
+  std::vector<std::byte> body;
+  Append(body, reports);
+  Append(body, head);
   // A level for all modules resets the levels that the daemon has read before it.
   std::stable_partition(trace.levels->begin(), trace.levels->end(),
                         [](const TraceLevel &l) { return l.module.text() == "all"; });

@@ -1,11 +1,17 @@
-// The settings that a daemon gets when it registers.
+// How a daemon registers, and the settings that it gets.
+//
+// A daemon on another board may have the other byte order. It registers in its own order, since it cannot know ours;
+// the reply is in its order too and says so, and from then on the daemon converts all headers, so that everything else
+// on the bus is in the order of this server.
 #ifndef MSGSVR_REGISTRATION_H
 #define MSGSVR_REGISTRATION_H
 
+#include <array>
 #include <cstddef>
 #include <string_view>
 #include <vector>
 
+#include "msgsvr/frames.h"
 #include "msgsvr/settings.h"
 #include "msgsvr/trace_overrides.h"
 
@@ -18,9 +24,24 @@ struct TraceSettings {
 };
 TraceSettings TraceSettingsOf(const BusSettings &settings, const TraceOverrides &overrides, const AppName &daemon);
 
-// The body of the registration reply.
+// Whether a daemon registers in the other byte order.
+bool IsRegistrationInOtherOrder(const Frame &frame);
+
+// Such a registration in the order of this server. The frame that it was made from stays as it is: after a crash the
+// next server reads it again.
+struct ConvertedRegistration {
+  explicit ConvertedRegistration(const Frame &received);
+  ConvertedRegistration(const ConvertedRegistration &) = delete;
+  ConvertedRegistration &operator=(const ConvertedRegistration &) = delete;
+
+  std::array<std::byte, ZOR_MSG_HEAD_SIZE> bytes;
+  Frame frame;
+};
+
+// The body of the registration reply. A daemon of the other byte order converts the trace levels in it, and nothing
+// else.
 std::vector<std::byte> RegistrationBody(const BusSettings &settings, const TraceOverrides &overrides,
-                                        const AppName &daemon);
+                                        const AppName &daemon, bool otherOrder);
 
 }  // namespace zor::msgsvr
 

@@ -20,6 +20,19 @@ const Requests::Entry Requests::kEntries[] = {
 };
 
 void Requests::Register(Client &from, const Frame &frame) {
+  Grant(from, frame);
+  const auto body = RegistrationBody(bus_.settings, bus_.traceOverrides, from.name, from.otherOrder);
+  delivery_.Reply(from, frame, from.otherOrder ? 1 : 0, body);
+}
+
+void Requests::RegisterInOtherOrder(Client &from, const Frame &frame) {
+  from.otherOrder = true;
+  Grant(from, frame);
+  const auto body = RegistrationBody(bus_.settings, bus_.traceOverrides, from.name, true);
+  delivery_.SendInOtherOrder(from, BuildFrame(frame.type(), frame.head.sequence, from.name, 1, body));
+}
+
+void Requests::Grant(Client &from, const Frame &frame) {
   const auto wanted = AppName::FromField(frame.head.source);
   delivery_.CopyRequest(frame);
   const bool granted = wanted && wanted->IsGrantable() && permission_.MayOwn(from, *wanted);
@@ -35,7 +48,6 @@ void Requests::Register(Client &from, const Frame &frame) {
   if (bus_.verbose) bus_.log.PrintOf(from.charge.holder(), "%s registered", from.Label().c_str());
   from.reportPeriod = std::chrono::seconds(bus_.settings.reportSeconds.Get(from.name));
   from.lastReport = Clock::now();
-  delivery_.Reply(from, frame, 0, RegistrationBody(bus_.settings, bus_.traceOverrides, from.name));
 }
 
 // A board that has lost its connection and returns gets its name from the old connection: at once if that is silent, or

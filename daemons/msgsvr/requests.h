@@ -17,6 +17,8 @@ class Requests {
 
   // Grants the sender the name that it asks for and replies with its settings.
   void Register(Client &from, const Frame &frame);
+  // The same for a daemon of the other byte order; the frame has been converted.
+  void RegisterInOtherOrder(Client &from, const Frame &frame);
   // Carries out a request of a registered client. False if the server has no request of that type.
   bool Handle(Client &from, const Frame &frame);
 
@@ -39,6 +41,7 @@ class Requests {
   void SyncPost(Client &from, const Frame &frame, Body body);
   void Ignore(Client &from, const Frame &frame, Body body);
 
+  void Grant(Client &from, const Frame &frame);
   void ReplaceSilent(const Client &newcomer);
 
   std::optional<size_t> EventOf(const Client &from, const Frame &frame);

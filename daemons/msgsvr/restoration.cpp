@@ -100,6 +100,7 @@ const char *Restoration::Fill(Client &client, const ClientRecord &record) {
   client.since = standing.since;
   client.events = SetOf(standing.events);
   client.leaving = standing.leaving;
+  client.otherOrder = standing.otherOrder;
   client.reportPeriod = std::chrono::seconds(standing.reportSeconds);
   client.lastReport = TimeOf(standing.lastReport);
   client.reportMissed = standing.reportMissed;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "msgsvr/introduction.h"
+#include "msgsvr/registration.h"
 #include "programs/limits.h"
 
 namespace zor::msgsvr {
@@ -61,6 +62,9 @@ void Router::RouteFrame(Client &from, Frame &frame) {
   from.counters.inBytes += frame.bytes.size();
   bus_.counters.inBytes += frame.bytes.size();
   if (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty()) return requests_.Register(from, frame);
+  if (!from.registered() && IsRegistrationInOtherOrder(frame)) {
+    return requests_.RegisterInOtherOrder(from, ConvertedRegistration(frame).frame);
+  }
   if (!from.registered()) return bus_.CutOff(from, "it sent a message before it registered");
   frame.SetSource(from.name);
   from.lastTarget = 0;

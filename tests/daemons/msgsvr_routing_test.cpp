@@ -1,4 +1,7 @@
 // Names, routing, and the notice for undeliverable messages.
+#include <zor/msg_head.h>
+
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -44,6 +47,36 @@ TEST_F(MsgsvrTest, GrantsNamesThatCanBeBorneAndEndsTheOthersWhenTheySpeak) {
     EXPECT_EQ(client.ClosedByOther(), *granted == '\0') << name;
   }
   EXPECT_TRUE(receiver_.NothingArrived());
+}
+
+// It cannot know our order before it has been told, and converts nothing in the body of the reply but trace levels.
+TEST_F(OwnMsgsvrTest, ADaemonOfTheOtherByteOrderIsGreetedInThatOrderAndThenSpeaksOurs) {
+  Start("report.* = 5\ntrace_output.* = file\ntrace_file_kib.* = 3000\ntrace.* = msg=debug\n");
+  std::string body = Connect().Register("plain").body;
+  for (const auto &[at, size] : {std::pair{0, 4}, {4, 4}, {8, 4}, {16, 8}}) {
+    std::reverse(body.begin() + at, body.begin() + at + size);
+  }
+  const WireClient other = Connect();
+  Message request = MakeMessage(ZOR_MSG_REGISTER_APP, "other", "", 0, "", 77);
+  ZOR_MSG_HeaderEndianSwap(&request.header);
+  other.Send(request);
+  ZOR_MSG_HEAD head{};
+  other.Receive(sizeof head).copy(reinterpret_cast<char *>(&head), sizeof head);
+  ZOR_MSG_HeaderEndianSwap(&head);
+  EXPECT_EQ(head.type, ZOR_MSG_REGISTER_APP);
+  EXPECT_EQ(head.sequence, 77u);
+  EXPECT_NE(head.data, 0u);
+  EXPECT_EQ(NameOf(head.destination), "other");
+  ASSERT_EQ(head.bodyLength, body.size());
+  EXPECT_EQ(other.Receive(body.size()), body);
+
+  other.Send(MakeMessage(kType, "", "receiver", 3, "body", 5));
+  const Message received = receiver_.Next();
+  EXPECT_EQ(received.header.data, 3u);
+  EXPECT_EQ(NameOf(received.header.source), "other");
+  const Message again = other.Register("another");
+  EXPECT_NE(again.header.data, 0u);
+  EXPECT_EQ(again.body, body);
 }
 
 TEST_F(MsgsvrTest, ANameMeansItsOldestProcess) {

@@ -104,6 +104,7 @@ class MsgsvrState : public testing::Test {
     deaf.standing.throughTunnel = true;
     deaf.standing.board = "modem";
     deaf.standing.boardAddress = 18;
+    deaf.standing.otherOrder = true;
     deaf.standing.identity = IdentityOf(TunnelledBoard{"modem", 18});
     for (size_t i = 0; i < state.clients.size(); ++i) state.clients[i].socket = numbers_[i];
     return state;

@@ -68,6 +68,7 @@ void ApplySettings(const ZOR_MSG_HEAD &reply) noexcept {
 }
 
 std::uint32_t Register() noexcept {
+  g_stMsgCtx.flags &= ~ZOR_MSG_FLAG_SWAP;  // that of an earlier connection: no registration is converted
   ZOR_MSG_HEAD request = NewRegistration();
   ZOR_MSG_HEAD *received = nullptr;
   const std::uint32_t status = ZOR_MSG_SendAndRecv(&request, &received, 0);
