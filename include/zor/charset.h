@@ -69,8 +69,8 @@ ZOR_API uint32_t cl_ucs2ToUTF8ByLen(const uint16_t *units, uint32_t count, char 
    zero bits. A bad lead byte gives CL_E_LEAD_BYTE and leaves *count. */
 ZOR_API uint32_t cl_utf8ToUCS2(const char *bytes, uint32_t length, uint16_t *units, uint32_t *count);
 
-/* Swaps the two bytes of each unit; input and output may be the same and need no alignment. *length: room in bytes, at
-   least 2 * count (CL_E_ROOM). */
+/* Writes each unit with its high byte first; input and output may be the same and need no alignment. *length: room in
+   bytes, at least 2 * count (CL_E_ROOM). */
 ZOR_API uint32_t cl_widecharToByteOrder(const void *units, uint32_t count, void *output, uint32_t *length);
 
 /* Big-endian bytes to units of this machine, followed by a zero unit; *count: room in units, at least length / 2 + 1

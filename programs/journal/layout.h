@@ -67,10 +67,10 @@ struct Notes {
 };
 
 struct SlotState {
-  uint64_t stamp;
-  uint64_t owner;  // id of the client; 0: free
-  Chain record;    // in small blocks
-  Chain input;     // in large blocks
+  alignas(8) uint64_t stamp;  // for StampStore: some machines align it to 4
+  uint64_t owner;             // id of the client; 0: free
+  Chain record;               // in small blocks
+  Chain input;                // in large blocks
   Queue output;
   Notes notes;
 };
@@ -84,7 +84,7 @@ inline constexpr uint32_t kSlotBytes = sizeof(Slot);
 
 // The work of the server at this moment.
 struct Turn {
-  uint64_t stamp;
+  alignas(8) uint64_t stamp;
   uint32_t reader;    // slot of the client whose input is in the buffer; kNone: the rest of this has no meaning
   uint32_t kept;      // bytes in the buffer that were there before the read
   uint32_t routed;    // bytes of the buffer whose effects are in the journal or in sockets

@@ -31,7 +31,9 @@ std::optional<Recording> ReadRecording(std::span<const std::byte> bytes, std::st
   Head head{};
   std::ranges::copy(bytes.first(std::min(bytes.size(), sizeof head)),
                     std::as_writable_bytes(std::span(&head, 1)).begin());
-  if (bytes.size() < sizeof head || head.magic != kMagic) {
+  if (bytes.size() >= sizeof head && head.magic == __builtin_bswap64(kMagic)) {
+    problem = "it was recorded on a machine of the other byte order";
+  } else if (bytes.size() < sizeof head || head.magic != kMagic) {
     problem = "it is not a recording";
   } else if (head.layout != kLayout || head.slotBytes != sizeof(Slot)) {
     problem = "it was recorded by another version";

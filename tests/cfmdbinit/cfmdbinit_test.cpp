@@ -12,6 +12,7 @@
 #include <string>
 
 #include "support/capture.h"
+#include "support/in_memory.h"
 #include "support/scripted_server.h"
 
 namespace {
@@ -47,7 +48,7 @@ TEST_F(Requests, ThatAreToldCarryTheCurrentUser) {
   EXPECT_EQ(ZOR_DBSaveFunc() | ZOR_DBSaveToAppFunc() | ZOR_CFM_ExtRestoreDft(1), ZOR_OK);
   ExpectSent(0x5009, 9, "");
   ExpectSent(0x503F, 9, "");
-  ExpectSent(0x500F, 0, std::string("\1\0\0\0\x09\0\0\0", 8));
+  ExpectSent(0x500F, 0, zor::test::InMemory(1u, 9u));
 }
 
 TEST_F(Requests, ThatAskReturnTheWordOfTheReplyOrTheFailure) {

@@ -4,7 +4,10 @@
 #include <sys/stat.h>
 #include <zor/control_wire.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -50,7 +53,8 @@ void Expect(const Recording &recording, uint64_t first, uint64_t last) {
   ASSERT_EQ(recording.slots.size(), last - first + 1);
   for (const Slot &slot : recording.slots) {
     ASSERT_EQ(slot.number, first++);
-    const std::string copy = CopyOf(slot, 5, 0), frame = FrameOf(static_cast<uint32_t>(slot.number), slot.number % 200);
+    const std::string copy = CopyOf(slot, 5, 0),
+                      frame = FrameOf(static_cast<uint32_t>(slot.number), static_cast<size_t>(slot.number % 200));
     ZOR_CONTROL_COPY head;
     std::memcpy(&head, copy.data(), sizeof head);
     ASSERT_EQ(head.timeUs, slot.number + 5);
@@ -88,8 +92,8 @@ TEST(Recorder, IsReadAsFarAsItIsSound) {
   ASSERT_TRUE(recorder.Start(kSlots, {}));
   Record(recorder, 1, 20);
   const std::string sound = recorder.Content();
-  const auto at = [](std::string &bytes, size_t slot, size_t offset) -> char & {
-    return bytes[sizeof(Head) + slot * sizeof(Slot) + offset];
+  const auto put = [](std::string &bytes, size_t offset, auto value) {
+    std::memcpy(&bytes[sizeof(Head) + 3 * sizeof(Slot) + offset], &value, sizeof value);
   };
   const struct {
     const char *what;
@@ -97,14 +101,19 @@ TEST(Recorder, IsReadAsFarAsItIsSound) {
     size_t frames, damaged;
   } cases[] = {
       {"cut within a slot", [](auto &bytes) { bytes.resize(bytes.size() - 1); }, 19, 1},
-      {"a number beyond all", [&](auto &bytes) { at(bytes, 3, 7) = '\xff'; }, 19, 1},
-      {"a number twice", [&](auto &bytes) { at(bytes, 3, 0) = 3; }, 19, 1},
-      {"being written", [&](auto &bytes) { at(bytes, 3, 0) = 0; }, 19, 0},
-      {"an endless name", [&](auto &bytes) { std::memset(&at(bytes, 3, 16), 'x', 12); }, 19, 1},
-      {"no outcome", [&](auto &bytes) { at(bytes, 3, 28) = 2; }, 19, 1},
-      {"more bytes than there are", [&](auto &bytes) { at(bytes, 3, 30) = 127; }, 19, 1},
-      {"less than a head", [&](auto &bytes) { at(bytes, 3, 30) = 39; }, 19, 1},
-      {"more bytes than its body", [&](auto &bytes) { at(bytes, 3, 30) = 50; }, 19, 1},
+      {"a number beyond all", [&](auto &bytes) { put(bytes, offsetof(Slot, number), uint64_t{0xff00000000000004}); },
+       19, 1},
+      {"a number twice", [&](auto &bytes) { put(bytes, offsetof(Slot, number), uint64_t{3}); }, 19, 1},
+      {"being written", [&](auto &bytes) { put(bytes, offsetof(Slot, number), uint64_t{0}); }, 19, 0},
+      {"an endless name",
+       [&](auto &bytes) {
+         put(bytes, offsetof(Slot, receiver), std::array{'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'});
+       },
+       19, 1},
+      {"no outcome", [&](auto &bytes) { put(bytes, offsetof(Slot, outcome), uint16_t{2}); }, 19, 1},
+      {"more bytes than there are", [&](auto &bytes) { put(bytes, offsetof(Slot, bytes), uint16_t{127}); }, 19, 1},
+      {"less than a head", [&](auto &bytes) { put(bytes, offsetof(Slot, bytes), uint16_t{39}); }, 19, 1},
+      {"more bytes than its body", [&](auto &bytes) { put(bytes, offsetof(Slot, bytes), uint16_t{50}); }, 19, 1},
   };
   for (const auto &[what, spoil, frames, damaged] : cases) {
     std::string bytes = sound;
@@ -119,6 +128,10 @@ TEST(Recorder, IsReadAsFarAsItIsSound) {
     EXPECT_FALSE(ReadRecording(BytesOf(bytes), problem));
     EXPECT_FALSE(problem.empty());
   }
+  std::string problem, foreign = sound;
+  std::reverse(foreign.begin(), foreign.begin() + 8);
+  EXPECT_FALSE(ReadRecording(BytesOf(foreign), problem));
+  EXPECT_EQ(problem, "it was recorded on a machine of the other byte order");
 }
 
 TEST(Recorder, SavesTheLatestFirstAndKeepsWhatIsThereWhenTheDiskIsFull) {

@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "kivaapi/device_files.h"
+#include "support/in_memory.h"
 
 namespace zor::test {
 namespace {
@@ -75,7 +76,8 @@ TEST_F(DeviceFiles, OfUpdatesEndWhereTheirRecordDoes) {
   EXPECT_EQ(info->text, std::string(5119, 'f'));
   std::free(info);
   EXPECT_EQ(ZOR_UPG_SaveUpdateInfo(std::string(40, 'm').c_str(), 42, std::string(5119, 't').c_str()), 0u);
-  EXPECT_EQ(Read("/var/current_kiva_" + std::string(35, 'M') + ".xml"), std::string("\x2a\0\0\0", 5)) << "too long";
+  EXPECT_EQ(Read("/var/current_kiva_" + std::string(35, 'M') + ".xml"), InMemory(uint32_t{42}) + std::string(1, '\0'))
+      << "too long";
 }
 
 }  // namespace

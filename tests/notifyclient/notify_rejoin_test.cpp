@@ -13,6 +13,7 @@
 
 #include "support/capture.h"
 #include "support/failing_alloc.h"
+#include "support/in_memory.h"
 #include "support/loop.h"
 #include "support/notify_frame.h"
 
@@ -78,7 +79,7 @@ class NotifyRejoin : public testing::Test {
     const NotifyFrame frame = ReceiveNotify(peer).value_or(NotifyFrame());
     EXPECT_EQ(frame.head.msg_type, ZOR_NOTIFY_TYPE_REGISTER);
     EXPECT_EQ(frame.head.source_id, kMid);
-    EXPECT_EQ(frame.data, std::string({kMid, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(frame.data, InMemory(uint32_t{kMid}, 0u));
     return peer;
   }
   static bool Heard(const char *event) {

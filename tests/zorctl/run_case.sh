@@ -18,9 +18,11 @@
 #   finish                    waits until it ends, and prints what run would have printed
 #   run_unread ARGUMENT...    as run, into a pipe whose reader has exited
 #   await COMMAND...          waits until it succeeds; the case fails after two minutes
+#   number HEX                its bytes, the most significant first in HEX, in the order of the programs' machine
 #   normalise                 a filter that a case may define, for text that differs from run to run
 set -euo pipefail
 
+# shellcheck disable=SC2034  # cases use it
 source=$(cd "$(dirname "$0")/../.." && pwd)
 build=$(cd "$1" && pwd)
 case_file=$2
@@ -153,6 +155,13 @@ run_unread() {
   show_command "$@"
   report unread "$pipe" "$@"
   exec {pipe}>&-
+}
+
+number() {
+  local bytes order=(tac)
+  [ "$(od -An -tu1 -j5 -N1 "$build/daemons/msgsvr/msgsvr")" -eq 1 ] || order=(cat)
+  bytes=$(fold -w2 <<<"$1" | "${order[@]}" | sed 's/^/\\x/' | tr -d '\n')
+  printf '%b' "$bytes"
 }
 
 normalise() { cat; }

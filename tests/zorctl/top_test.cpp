@@ -65,7 +65,7 @@ TEST(Quantity, FitsIntoSevenColumns) {
 }
 
 TEST(TopScreen, NamesTheTwoThatKeepEachOtherBusyAtAnyWidth) {
-  for (const size_t columns : {40, 80, 200}) {
+  for (const size_t columns : {40u, 80u, 200u}) {
     Top top(SortKey::kRate, "");
     top.Show(Storm());
     const Screen screen = top.Draw({24, columns});
@@ -84,7 +84,7 @@ TEST(TopScreen, FitsEverySize) {
   for (const TopData &data : datas) {
     for (const auto &mode : modes) {
       for (size_t rows = 0; rows < 12; ++rows) {
-        for (const size_t columns : {0, 1, 2, 11, 39, 40, 41, 79, 80, 300}) {
+        for (const size_t columns : {0u, 1u, 2u, 11u, 39u, 40u, 41u, 79u, 80u, 300u}) {
           Top top(SortKey::kRate, "");
           if (!data.empty()) top.Show(data);
           top.SetTrouble(rows % 2 == 0 ? "" : "the message server has disconnected");

@@ -17,6 +17,7 @@
 #include "programs/messages/nearest.h"
 #include "programs/messages/status_text.h"
 #include "programs/types/own_types.h"
+#include "support/in_memory.h"
 #include "zorctl/table.h"
 #include "zorctl/text.h"
 
@@ -94,7 +95,7 @@ TEST(Body, IsBuiltFromFieldsAndTakenApartAgain) {
       messages::Encode(Record("data:user u16:port u32:mode text8:name bytes2:key text:path"),
                        {{"path", "/x"}, {"user", "0x10"}, {"port", "513"}, {"name", "abc"}, {"key", "ff"}});
   EXPECT_EQ(content.data, 16u);
-  EXPECT_EQ(content.body, "\x01\x02\0\0\0\0abc\0\0\0\0\0\xff\0/x\0"s);
+  EXPECT_EQ(content.body, test::InMemory(uint16_t{513}) + "\0\0\0\0abc\0\0\0\0\0\xff\0/x\0"s);
   EXPECT_EQ(messages::Decode(Record("u16:port u32:mode text8:name bytes2:key text:path"), 0, content.body).dump(),
             R"({"port":513,"mode":0,"name":"abc","key":"ff00","path":"/x"})");
   EXPECT_EQ(messages::Encode(Record("data:user u32:mode"), {{"user", "1"}}).body, "") << "nothing is said of the body";
@@ -115,8 +116,9 @@ TEST(Body, IsRefusedWhenAValueDoesNotFit) {
 
 TEST(Body, IsTakenApartAsFarAsItGoes) {
   EXPECT_EQ(messages::Decode(ReplyOf(ZOR_MSG_GET_PROCESS_NUM), 3, "").dump(), R"({"count":3})");
-  EXPECT_EQ(messages::Decode(Record("u32:a u32:b"), 0, "\x01\0\0\0\x02"s).dump(), R"({"a":1,"b":"02"})");
-  EXPECT_EQ(messages::Decode(Record("u16:a"), 0, "\x01\0more"s).dump(), R"({"a":1,"rest":"6d6f7265"})");
+  EXPECT_EQ(messages::Decode(Record("u32:a u32:b"), 0, test::InMemory(1u) + "\x02").dump(), R"({"a":1,"b":"02"})");
+  EXPECT_EQ(messages::Decode(Record("u16:a"), 0, test::InMemory(uint16_t{1}) + "more").dump(),
+            R"({"a":1,"rest":"6d6f7265"})");
   EXPECT_EQ(messages::Decode(Record("json:j"), 0, "{\"x\":").dump(), R"({"j":"{\"x\":"})") << "not JSON after all";
   EXPECT_EQ(messages::Decode(Record("items:i"), 0, "no items").dump(), R"({"i":{"text":"no items"}})");
   EXPECT_EQ(messages::DecodeUnknown("lines\nof text\0"s).dump(), R"({"text":"lines\nof text"})");

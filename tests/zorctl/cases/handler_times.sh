@@ -19,21 +19,25 @@ done
 
 folder=$ZOR_ROOT/var/run/msg
 theirs=$folder/lag_$(running slow) lie=$folder/lag_$(running liar)
-pid_bytes() { printf '%08x' "$(running liar)" | sed -E 's/(..)(..)(..)(..)/\\x\4\\x\3\\x\2\\x\1/'; }
-patch() { # OFFSET BYTES: of a copy with the right process in it
+# The daemon goes on writing: while it does, its sequence is odd. Its last byte is the fourth or, little-endian, the first.
+copy_whole() {
   cp "$theirs" "$work/page"
-  printf "$(pid_bytes)" | dd of="$work/page" bs=1 seek=24 conv=notrunc status=none
+  od -An -tu1 -j12 -N4 "$work/page" | awk '{ exit $1 % 2 || $4 % 2 }'
+}
+patch() { # OFFSET BYTES: of a copy with the right process in it
+  await copy_whole
+  number "$(printf '%08x' "$(running liar)")" | dd of="$work/page" bs=1 seek=24 conv=notrunc status=none
   printf "$2" | dd of="$work/page" bs=1 seek="$1" conv=notrunc status=none
   cp "$work/page" "$lie"
 }
 lies() { show 'daemon="liar"' | wc -l; }
-patch 0 'h' # the copy itself is sound
+patch 0 '' # the copy itself is sound
 echo "sound: $([ "$(lies)" -gt 0 ] && echo shown)"
 patch 0 'x'
 echo "another format: $(lies)"
 patch 16 '\0\0\0\0\0\0\0\0'
 echo "older than the process: $(lies)"
-patch 12 '\1'
+patch 12 '\1\1\1\1'
 echo "never whole: $(lies)"
 patch 32 '\377'
 echo "too many callbacks: $(lies)"
@@ -41,7 +45,7 @@ truncate -s 100 "$lie"
 echo "cut short: $(lies)"
 cp "$theirs" "$lie"
 echo "another process: $(lies)"
-patch 0 'h'
+patch 0 ''
 mv "$lie" "$work/elsewhere"
 ln -s "$work/elsewhere" "$lie"
 echo "a link: $(lies)"

@@ -1,6 +1,6 @@
-# A record of the log: TYPE and LEVEL as bits, INDEX of the item (0xfff00000: a kernel line), its parameters. The numbers
-# are little-endian.
-word() { printf '%b' "$(printf '\\x%02x\\x%02x\\x%02x\\x%02x' $(($1 & 255)) $(($1 >> 8 & 255)) $(($1 >> 16 & 255)) $(($1 >> 24 & 255)))"; }
+# A record of the log: TYPE and LEVEL as bits, INDEX of the item (0xfff00000: a kernel line), its parameters.
+word() { number "$(printf '%08x' "$1")"; }
+half() { number "$(printf '%04x' "$1")"; }
 record() { # TYPE LEVEL INDEX TEXT...
   local text room
   {
@@ -15,7 +15,8 @@ record() { # TYPE LEVEL INDEX TEXT...
     word $(($1 << 8 | $2))
     word 0
     word "$3"
-    word $(($# - 3 | room << 16))
+    half $(($# - 3))
+    half "$room"
     cat "$work/slots"
     head -c $((256 - room)) /dev/zero
   } >"$work/record"

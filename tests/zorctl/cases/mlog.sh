@@ -3,9 +3,12 @@ normalise() { sed -E 's/^[0-9]{4}-[0-9-]+ [0-9:]+\.[0-9]{3} /TIME /; s/\[[0-9]+\
   s/"boot_ms":[0-9]+/"boot_ms":N/; s/"(pid|uid)":"[0-9]+"/"\1":"N"/g; s/ZOR_(PID|UID|BOOT_MS)=[0-9]+/ZOR_\1=N/'; }
 # NAME LEVEL TEXT  as a daemon writes its lines
 write() { python3 -c 'import socket, struct, sys, time
+order = sys.argv.pop()
 text = ("[%011d][%s][%s]:%s\n" % (time.clock_gettime(time.CLOCK_BOOTTIME) * 1000, *sys.argv[2:])).encode() + b"\0"
-socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM).sendto(struct.pack("=II", 1, len(text)) + text, sys.argv[1])' \
-  "$ZOR_ROOT/var/mlog/mlogServer" "$@"; }
+socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM).sendto(struct.pack(order + "II", 1, len(text)) + text, sys.argv[1])' \
+  "$ZOR_ROOT/var/mlog/mlogServer" "$@" "$order"; }
+order='<' # of the programs' machine
+[ "$(number 0001 | od -An -tx1)" = ' 01 00' ] || order='>'
 written() { zorctl mlog --count 0 | grep -q "$1"; }
 
 run mlog

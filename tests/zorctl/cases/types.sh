@@ -47,10 +47,12 @@ run types lint
 run types list surplus
 
 # Requests and events take and print JSON by the types.
+number 4035800000000000 >actual # 21.5
+printf 'attic\000more' >>actual
 cat >reply <<'SCRIPT'
 #!/bin/sh
 [ "$ZOR_REQUEST_DATA" = 2 ] || exit 7
-printf '\000\000\000\000\000\200\065\100attic\000more'
+cat actual
 SCRIPT
 cat >describe <<'SCRIPT'
 #!/bin/sh

@@ -3,6 +3,7 @@
 #include <zor/charset.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "common/utf8.h"
 
@@ -89,9 +90,10 @@ uint32_t cl_widecharToByteOrder(const void *units, uint32_t count, void *output,
   const auto *from = static_cast<const unsigned char *>(units);
   auto *to = static_cast<unsigned char *>(output);
   for (std::size_t i = 0; i < std::size_t{count} * 2; i += 2) {
-    const unsigned char first = from[i];
-    to[i] = from[i + 1];
-    to[i + 1] = first;
+    uint16_t unit;
+    std::memcpy(&unit, from + i, sizeof unit);
+    to[i] = static_cast<unsigned char>(unit >> 8);
+    to[i + 1] = static_cast<unsigned char>(unit);
   }
   *length = count * 2;
   return CL_OK;
