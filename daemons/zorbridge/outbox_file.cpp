@@ -39,7 +39,7 @@ constexpr char kSchema[] =
     "PRAGMA user_version = 1;";
 
 // Blobs, since a text in UTF-8 need not be valid to be counted. The table's number follows "record".
-std::string TableSchema(int table) {
+std::string TableSchema(std::size_t table) {
   return "CREATE TABLE IF NOT EXISTS record" + std::to_string(table) +
          " (key INTEGER PRIMARY KEY, time INTEGER NOT NULL, topic BLOB NOT NULL, members BLOB NOT NULL) STRICT;";
 }
@@ -106,7 +106,7 @@ bool OutboxFile::Prepare() {
   }
   if (version == kVersion) return true;
   bool made = Run("BEGIN IMMEDIATE") && Run(kSchema);
-  for (int table = 0; table < kTables; ++table) made = made && Run(TableSchema(table));
+  for (std::size_t table = 0; table < kTables; ++table) made = made && Run(TableSchema(table));
   return made && Run("COMMIT");
 }
 
@@ -120,7 +120,7 @@ bool OutboxFile::ReadContent(Content &content) {
   ring_ = {};
   const std::int64_t firstKey = content.state ? content.state->firstKey : 0;
   content.backlog.firstKey = firstKey;
-  for (int table = 0; table < kTables; ++table) {
+  for (std::size_t table = 0; table < kTables; ++table) {
     if (!ReadTable(table, firstKey, content.backlog)) return false;
     if (ring_.tables[table].endKey > ring_.tables[ring_.newest].endKey) ring_.newest = table;
   }
@@ -128,7 +128,7 @@ bool OutboxFile::ReadContent(Content &content) {
   return true;
 }
 
-bool OutboxFile::ReadTable(int table, std::int64_t firstKey, RecordWindow::Hole &backlog) {
+bool OutboxFile::ReadTable(std::size_t table, std::int64_t firstKey, RecordWindow::Hole &backlog) {
   const std::string from = " FROM record" + std::to_string(table);
   if (!Number("SELECT coalesce(max(key), -1) + 1" + from, ring_.tables[table].endKey)) return false;
   if (ring_.tables[table].endKey <= firstKey) return true;
@@ -174,8 +174,8 @@ bool OutboxFile::ReadState(std::optional<State> &state) {
 
 // From the oldest table, which is the one behind the newest.
 bool OutboxFile::Read(std::int64_t first, std::int64_t end, const std::function<bool(KeptRecord)> &function) {
-  for (int i = 1; i <= kTables; ++i) {
-    const int table = (ring_.newest + i) % kTables;
+  for (std::size_t i = 1; i <= kTables; ++i) {
+    const std::size_t table = (ring_.newest + i) % kTables;
     if (ring_.tables[table].endKey <= first) continue;
     const std::string sql = "SELECT key, time, topic, members FROM record" + std::to_string(table) +
                             " WHERE key >= ? AND key < ? ORDER BY key";
@@ -190,7 +190,7 @@ bool OutboxFile::Read(std::int64_t first, std::int64_t end, const std::function<
   return true;
 }
 
-void OutboxFile::UseTable(int table) {
+void OutboxFile::UseTable(std::size_t table) {
   ring_.newest = table;
   put_.emplace(database_.get(),
                ("INSERT OR REPLACE INTO record" + std::to_string(table) + " VALUES (?, ?, ?, ?)").c_str());
@@ -203,7 +203,7 @@ bool OutboxFile::Begin() {
 
 // A row that replaces another one stays in its table.
 bool OutboxFile::Put(std::int64_t key, std::int64_t timeMs, std::string_view topic, std::string_view members) {
-  const int next = (ring_.newest + 1) % kTables;
+  const std::size_t next = (ring_.newest + 1) % kTables;
   const Table &newest = ring_.tables[ring_.newest];
   if (newest.bytes >= tableBytes_ && key >= newest.endKey && ring_.tables[next].endKey == 0) UseTable(next);
   Table &table = ring_.tables[ring_.newest];
@@ -214,7 +214,7 @@ bool OutboxFile::Put(std::int64_t key, std::int64_t timeMs, std::string_view top
 
 // Without a condition, only the list of unused pages is written.
 bool OutboxFile::RemoveBefore(std::int64_t key) {
-  for (int i = 0; i < kTables; ++i) {
+  for (std::size_t i = 0; i < kTables; ++i) {
     Table &table = ring_.tables[i];
     if (table.endKey == 0 || table.endKey > key) continue;
     if (!Run("DELETE FROM record" + std::to_string(i))) return false;

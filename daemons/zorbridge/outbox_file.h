@@ -78,8 +78,8 @@ class OutboxFile {
 
  private:
   bool Prepare();
-  bool ReadTable(int table, std::int64_t firstKey, RecordWindow::Hole &backlog);
-  void UseTable(int table);
+  bool ReadTable(std::size_t table, std::int64_t firstKey, RecordWindow::Hole &backlog);
+  void UseTable(std::size_t table);
   bool ReadStreams(std::vector<Stream> &streams);
   bool ReadState(std::optional<State> &state);
   bool Run(const std::string &sql);
@@ -87,14 +87,14 @@ class OutboxFile {
   // Notes why the last call failed; false.
   bool Failed();
 
-  static constexpr int kTables = 16;
+  static constexpr std::size_t kTables = 16;
   struct Table {
     std::int64_t endKey = 0;  // the one after its last; 0: it is empty
     std::uint64_t bytes = 0;
   };
   struct Ring {
     std::array<Table, kTables> tables;
-    int newest = 0;
+    std::size_t newest = 0;
   };
 
   daemon::Database database_;  // outlives its statements

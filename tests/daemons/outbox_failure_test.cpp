@@ -147,7 +147,7 @@ TEST_F(OutboxTest, ARecordWithoutMemoryIsGivenUpAndTold) {
     failed = failing.Failed();
     ++given;
   }
-#ifndef __SANITIZE_ADDRESS__  // whose operator new does not call malloc
+#ifndef ZOR_SANITIZED  // whose operator new does not call malloc
   EXPECT_GT(outbox_.figures().givenUp, 0u);
 #endif
   int told = 0;

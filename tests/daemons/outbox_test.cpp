@@ -34,7 +34,7 @@ TEST_F(OutboxTest, WhatIsAcknowledgedInTimeNeverReachesTheDisk) {
                                    std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)")));
     }
     Pass(std::chrono::seconds(1));
-    Drain(outbox_.figures().records - 1);  // never empty, but none is old
+    Drain(static_cast<size_t>(outbox_.figures().records - 1));  // never empty, but none is old
   }
   EXPECT_EQ(outbox_.figures().writtenToday, before);
   Drain();
@@ -182,7 +182,7 @@ TEST_F(OutboxTest, AFullQueueKeepsTheOldestAndTellsOfTheRestInOneRecord) {
   Keep(1, 100);  // would fit, but room is to be had for more than one
   Pass(std::chrono::minutes(1));
   const int kept = static_cast<int>(full.records);
-  const Published before = Drain(full.records - 2).back();
+  const Published before = Drain(static_cast<size_t>(full.records - 2)).back();
   EXPECT_EQ(before.id(), kept - 1);
   Keep();
   const std::vector<Published> rest = Drain();

@@ -23,9 +23,6 @@ constexpr char kResult[] = "/var/syslog/result";
 constexpr uint32_t kUpgrade = 0x1A000000;   // 0x220, one parameter
 constexpr uint32_t kReboot = 0x1E080001;    // 0x220, its sender waits
 constexpr uint32_t kBadImage = 0x1A000026;  // 0x810, one parameter
-constexpr uint32_t kAllTypes = 0xffffff;
-constexpr uint32_t kAllLevels = 0xff;
-char *const kEnd = nullptr;
 
 class Syslogd : public BusDaemonTest {
  protected:
@@ -59,8 +56,8 @@ class Syslogd : public BusDaemonTest {
 TEST_F(Syslogd, KeepsWhatPassesItsFilterAndClearsByType) {
   Start("language = 1\n");
   ZOR_LOG_API_Set_TypeLevel_Filter(ZOR_LOG_USER | ZOR_LOG_KERNEL, ZOR_LOG_NOTICE | ZOR_LOG_WARNING);
-  ZOR_LOG_API_Record_Log(kUpgrade, "kept", kEnd);
-  ZOR_LOG_API_Record_Log(kBadImage, "of another type", kEnd);
+  ZOR_LOG_API_Record_Log(kUpgrade, "kept", nullptr);
+  ZOR_LOG_API_Record_Log(kBadImage, "of another type", nullptr);
   ZOR_LOG_API_Record_KLog(ZOR_LOG_KERNEL, ZOR_LOG_ERROR, 0, "of another level");
   EXPECT_THAT(Everything(), MatchesRegex(".*用户kept开始升级\n")) << "in the daemon's language";
   ZOR_LOG_API_Flush_Log_Async(__LINE__, "test");
@@ -75,14 +72,14 @@ TEST_F(Syslogd, KeepsWhatPassesItsFilterAndClearsByType) {
 
 TEST_F(Syslogd, HasRecordsOnDiskWhenTheirSenderOrAFlushSaysSo) {
   Start("flush_seconds = 3600\n");
-  EXPECT_EQ(ZOR_LOG_API_Record_Log(kReboot, "waiting", kEnd), ZOR_OK);
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(kReboot, "waiting", nullptr), ZOR_OK);
   Restart(SIGKILL);
   EXPECT_THAT(Everything(), HasSubstr("User waiting reboot the device\n"));
-  ZOR_LOG_API_Record_Log(kUpgrade, "flushed", kEnd);
+  ZOR_LOG_API_Record_Log(kUpgrade, "flushed", nullptr);
   EXPECT_EQ(ZOR_LOG_API_Flush_Log(__LINE__, "test"), ZOR_OK);
   Restart(SIGKILL);
   EXPECT_THAT(Everything(), HasSubstr("User flushed upgrading"));
-  ZOR_LOG_API_Record_Log(kUpgrade, "late", kEnd);
+  ZOR_LOG_API_Record_Log(kUpgrade, "late", nullptr);
   EXPECT_THAT(Everything(), HasSubstr("User late upgrading"));
   Restart(SIGTERM);
   EXPECT_THAT(Everything(), HasSubstr("User late upgrading")) << "the end of the daemon is a flush too";
@@ -93,7 +90,7 @@ TEST_F(Syslogd, ForwardsToRemoteServers) {
   const UdpReceiver first;
   const UdpReceiver second;
   ZOR_LOG_API_Set_RtoServer("my gateway", "127.0.0.1", first.port(), "127.0.0.1", second.port(), 0);
-  ZOR_LOG_API_Record_Log(kBadImage, "admin", kEnd);
+  ZOR_LOG_API_Record_Log(kBadImage, "admin", nullptr);
   for (const UdpReceiver *server : {&first, &second}) {
     EXPECT_THAT(server->Next(), MatchesRegex("<28>1 20[0-9-]{8}T[0-9:]{8}Z my_gateway upg - 1A000026 - User admin "
                                              "upgrading download image failed"));
@@ -103,20 +100,20 @@ TEST_F(Syslogd, ForwardsToRemoteServers) {
   EXPECT_THAT(first.Next(), MatchesRegex("<0>1 .*Z my_gateway kernel - - - panic"))
       << "the setting outlives the daemon";
   ZOR_LOG_API_Set_RtoServer("", "log.example", 0, "", 0, 0);
-  ZOR_LOG_API_Record_Log(kUpgrade, "admin", kEnd);
+  ZOR_LOG_API_Record_Log(kUpgrade, "admin", nullptr);
   EXPECT_THAT(Everything(), HasSubstr("admin"));
   EXPECT_THAT(errors_.Text(), HasSubstr("remote server \"log.example\": invalid address"));
 }
 
 TEST_F(Syslogd, SendsCopiesOfWhatItKeepsToADaemon) {
   Start("copy_to = copies\nlanguage = 1\n");
-  ZOR_LOG_API_Record_Log(kUpgrade, "nobody", kEnd);
+  ZOR_LOG_API_Record_Log(kUpgrade, "nobody", nullptr);
   EXPECT_THAT(Everything(), HasSubstr("nobody")) << "an absent daemon changes nothing";
   const WireClient copies = WireClient::Connect(root_.Path("/var/msgsvr"));
   copies.Register("copies");
   ZOR_LOG_API_Set_TypeLevel_Filter(ZOR_LOG_USER, ZOR_LOG_NOTICE);
-  ZOR_LOG_API_Record_Log(kBadImage, "filtered out", kEnd);
-  ZOR_LOG_API_Record_Log(kUpgrade, "kept", kEnd);
+  ZOR_LOG_API_Record_Log(kBadImage, "filtered out", nullptr);
+  ZOR_LOG_API_Record_Log(kUpgrade, "kept", nullptr);
   const auto copy = copies.Next();
   ZOR_LOG_COPY head;
   ASSERT_GT(copy.body.size(), sizeof head);
@@ -176,18 +173,18 @@ TEST_F(Syslogd, SetsADamagedFileAside) {
   Start();
   EXPECT_THAT(errors_.Text(), HasSubstr("set aside as"));
   EXPECT_TRUE(std::filesystem::exists(root_.Path("/online/log/syslog.db.damaged")));
-  ZOR_LOG_API_Record_Log(kUpgrade, "admin", kEnd);
+  ZOR_LOG_API_Record_Log(kUpgrade, "admin", nullptr);
   EXPECT_THAT(Everything(), HasSubstr("admin"));
 }
 
 TEST_F(Syslogd, JoinsTheBusAgainWhenTheServerWasKilled) {
   Start();
-  ZOR_LOG_API_Record_Log(kUpgrade, "before", kEnd);
+  ZOR_LOG_API_Record_Log(kUpgrade, "before", nullptr);
   EXPECT_THAT(Everything(), HasSubstr("before"));
   RestartServer();
   ZOR_MSG_Destroy();
   ASSERT_EQ(ZOR_MSG_Init("tester"), ZOR_OK);
-  ZOR_LOG_API_Record_Log(kUpgrade, "after", kEnd);
+  ZOR_LOG_API_Record_Log(kUpgrade, "after", nullptr);
   EXPECT_THAT(Everything(), AllOf(HasSubstr("before"), HasSubstr("after")));
   ExpectExitStatusThatSaysWhyItEnds();
 }

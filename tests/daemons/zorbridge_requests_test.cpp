@@ -12,7 +12,6 @@ namespace {
 using testing::HasSubstr;
 
 constexpr uint32_t kDouble = 0x4001;  // the worker replies with twice the data word
-constexpr uint32_t kNever = 0x4002;   // it never replies
 constexpr uint32_t kLast = 0x4003;    // it ends instead
 
 // A daemon that serves these in a process of its own.

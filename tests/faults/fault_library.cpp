@@ -76,7 +76,7 @@ struct Watch {
   epoll_event event;
 };
 constexpr int kWatches = 1024;
-constinit Watch g_watches[kWatches];
+constinit Watch g_watches[kWatches] = {};
 
 // What a read has been made to leave is announced again, as if it had arrived a moment later.
 void Announce(int fd) {

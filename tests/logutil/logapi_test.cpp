@@ -64,12 +64,11 @@ TEST_F(LogApi, StoresEachParameterInAPaddedSlotAndWaitsWhenTheItemSaysSo) {
 TEST_F(LogApi, LeavesParametersOutFromTheFirstThatDoesNotFit) {
   const std::string full(255, 'x');
   const std::string half(127, 'h');
-  char *const end = nullptr;
   Capture output;
-  EXPECT_EQ(ZOR_LOG_API_Record_Log(kLogin, full.c_str(), end), ZOR_OK);
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(kLogin, full.c_str(), nullptr), ZOR_OK);
   EXPECT_EQ(Sent(0x4B01).body, Record(0, kLogin, 1, 256, full));
   EXPECT_EQ(output.Text(), "");
-  EXPECT_EQ(ZOR_LOG_API_Record_Log(kLogin, half.c_str(), (half + "h").c_str(), "fits", end), ZOR_OK);
+  EXPECT_EQ(ZOR_LOG_API_Record_Log(kLogin, half.c_str(), (half + "h").c_str(), "fits", nullptr), ZOR_OK);
   EXPECT_EQ(Sent(0x4B01).body, Record(0, kLogin, 1, 128, half));
   EXPECT_EQ(output.Text(), "[Warning] ZOR_LOG_API_Record_Log paras are too long, need at least 260 bytes...\n");
 }

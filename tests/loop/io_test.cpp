@@ -50,7 +50,7 @@ TEST_F(Io, RefusesWhatSelectCannotWaitForAndChangesNothing) {
 }
 
 TEST_F(Io, DeletingClosesAndADeletedWatcherKeepsNoDescriptor) {
-  const SocketPair pair;
+  const LoopSocketPair pair;
   UvIO *watcher = AddWatcher(pair.near, UV_READABLE, [](uint32_t) { FAIL(); });
   pair.MakeReadable();
   EXPECT_EQ(ZOR_UV_IOFindByFd(&loop_, pair.near), watcher);
@@ -70,7 +70,7 @@ TEST_F(Io, CallsForReadingThenExceptionsThenWriting) {
 }
 
 TEST_F(Io, ADeletedWatcherIsFreedByTheNextPassOfTheSameTurn) {
-  const SocketPair pair;
+  const LoopSocketPair pair;
   pair.MakeReadable();
   const UvIO *self = AddWatcher(pair.near, UV_READABLE, [&](uint32_t) {
     ZOR_UV_IODelete(ZOR_UV_IOFindByFd(&loop_, pair.near));
@@ -81,7 +81,7 @@ TEST_F(Io, ADeletedWatcherIsFreedByTheNextPassOfTheSameTurn) {
 }
 
 TEST_F(Io, AWatcherClosedBehindTheLoopIsNotCalledAndThenDisarmed) {
-  const SocketPair one, other;
+  const LoopSocketPair one, other;
   one.MakeReadable();
   other.MakeReadable();
   AddWatcher(one.near, UV_READABLE, [&](uint32_t) { ::close(other.near); });
@@ -93,7 +93,7 @@ TEST_F(Io, AWatcherClosedBehindTheLoopIsNotCalledAndThenDisarmed) {
 }
 
 TEST_F(Io, ABadDescriptorInTheOtherSetsDoesNotSpinTheLoop) {
-  const SocketPair pair;
+  const LoopSocketPair pair;
   AddWatcher(pair.near, UV_WRITABLE | UV_EXCEPTIONAL, [](uint32_t) { FAIL(); });
   ::close(pair.near);
   EXPECT_EQ(Run(20), ZOR_E_TIMEOUT);
@@ -101,7 +101,7 @@ TEST_F(Io, ABadDescriptorInTheOtherSetsDoesNotSpinTheLoop) {
 }
 
 TEST_F(Io, AForcedEventRunsOnceInTheNextTurnAndHoldsBackReadyDescriptors) {
-  const SocketPair pair;
+  const LoopSocketPair pair;
   pair.MakeReadable();
   std::vector<uint64_t> turns;
   AddWatcher(pair.near, UV_READABLE, [&](uint32_t) { turns.push_back(100 + loop_.iteration); });
@@ -115,8 +115,8 @@ TEST_F(Io, AForcedEventRunsOnceInTheNextTurnAndHoldsBackReadyDescriptors) {
 }
 
 TEST_F(Io, ARealEventTakesTheForcedOneAwayAndADeletedWatcherGetsNone) {
-  const SocketPair pairs[3];
-  for (const SocketPair &pair : pairs) pair.MakeReadable();
+  const LoopSocketPair pairs[3];
+  for (const LoopSocketPair &pair : pairs) pair.MakeReadable();
   int calls = 0;
   UvIO *watchers[3] = {};
   watchers[0] = AddWatcher(pairs[0].near, UV_READABLE, [&](uint32_t) {

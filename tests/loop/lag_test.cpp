@@ -102,7 +102,7 @@ struct Held {
 };
 
 void HoldInReply(UvLoop *loop) {
-  static const SocketPair pair;
+  static const LoopSocketPair pair;
   auto *watcher = NewRecord<UvMsgWatcher>();
   watcher->headerLength = ZOR_MSG_HEAD_SIZE;
   watcher->getPayloadLength = [](ZOR_MSG_HEAD *, uint32_t *) { return 0U; };

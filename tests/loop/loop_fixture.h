@@ -45,8 +45,8 @@ class Trace {
 };
 
 // Two connected stream sockets, close-on-exec. Watchers close them.
-struct SocketPair {
-  SocketPair() {
+struct LoopSocketPair {
+  LoopSocketPair() {
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
   }
   void MakeReadable() const {  // a byte for `near`

@@ -16,7 +16,7 @@ TEST_F(LoopRun, AStopIsSeenBeforeTheWaitOrAfterTheIteration) {
   EXPECT_EQ(Run(), ZOR_OK);
   EXPECT_EQ(ZOR_UV_LoopGetCurIdx(&loop_), 0u);
 
-  const SocketPair pair;
+  const LoopSocketPair pair;
   pair.MakeReadable();
   AddWatcher(pair.near, UV_READABLE, [&](uint32_t) { Stop(); });
   EXPECT_EQ(Run(), ZOR_OK);

@@ -39,8 +39,8 @@ TEST_F(Nested, ATimerIsNotCalledAgainWhileItsCallbackRuns) {
 }
 
 TEST_F(Nested, AWalkGoesOnBehindWatchersThatWereSweptMeanwhile) {
-  const SocketPair pairs[3];
-  for (const SocketPair &pair : pairs) pair.MakeReadable();
+  const LoopSocketPair pairs[3];
+  for (const LoopSocketPair &pair : pairs) pair.MakeReadable();
   std::string calls;
   UvIO *watchers[3] = {};
   watchers[0] = AddWatcher(pairs[0].near, UV_READABLE, [&](uint32_t) {
@@ -91,7 +91,7 @@ TEST_F(Nested, DeferredBlocksSurviveRunsInsideTheTurnThatQueuedThem) {
 }
 
 TEST_F(Nested, TheLoopMayBeDestroyedByACallbackOfAnyKind) {
-  const SocketPair pair;
+  const LoopSocketPair pair;
   pair.MakeReadable();
   const auto destroy = [&] {
     ZOR_UV_LoopDestroy(&loop_);

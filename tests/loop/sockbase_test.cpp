@@ -21,7 +21,7 @@ class SockBaseTest : public testing::Test {
     return sockBase;
   }
 
-  const SocketPair pair_;
+  const LoopSocketPair pair_;
 };
 
 TEST_F(SockBaseTest, ModesMeanDifferentThingsAtRegistrationAndLater) {
@@ -60,8 +60,8 @@ TEST_F(SockBaseTest, AProcedureMayDeleteItsOwnSocketBaseWhichEndsThePass) {
     ZOR_UTIL_SockBaseDelete(self);
     EXPECT_EQ(ZOR_UTIL_SockBaseForceLoop(self), ZOR_OK) << "closed: ignored";
   };
-  const SocketPair other;
-  for (const SocketPair *pair : {&pair_, &other}) {
+  const LoopSocketPair other;
+  for (const LoopSocketPair *pair : {&pair_, &other}) {
     Register(pair->near, ZOR_SOCK_MODE_READ, forceAndDelete, &turns);
     pair->MakeReadable();
   }
@@ -82,7 +82,7 @@ TEST_F(SockBaseTest, DeletingByNumberSparesPlainWatchers) {
 TEST_F(SockBaseTest, AWaitForAResponseCallsOnceForItOrForTheTimeOut) {
   std::vector<uint32_t> timedOut;
   for (const bool arrives : {true, false}) {
-    const SocketPair pair;
+    const LoopSocketPair pair;
     if (arrives) pair.MakeReadable();
     ZOR_UTIL_SockbaseWaitSockResponseAsync(
         pair.near, 0, arrives ? 60000 : 20, &timedOut, [](SockBase *sockBase, uint32_t) {

@@ -86,7 +86,7 @@ TEST_F(OneCallSend, PutsTypeNumberDataAndBodyOnTheWire) {
 
 TEST_F(OneCallSend, SendsAMessageThatLiesAtAnyAddress) {
   alignas(ZOR_MSG_HEAD) char room[ZOR_MSG_HEAD_SIZE + 16];
-  for (const size_t offset : {0, 1, 2, 3}) {
+  for (const size_t offset : {0u, 1u, 2u, 3u}) {
     SCOPED_TRACE(offset);
     void *body = ZOR_MSG_GetMsgBlockEx(room + offset, ZOR_MSG_HEAD_SIZE + 8);
     ASSERT_EQ(body, room + offset + ZOR_MSG_HEAD_SIZE);

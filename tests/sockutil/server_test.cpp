@@ -47,7 +47,7 @@ TEST(Server, IsBoundToAnAddressOrADeviceAndToAnyAddressWhenThereIsNoSuchDevice) 
 
 TEST(LocalServer, ReplacesWhatIsAtItsPathUnlessThatIsTooLong) {
   const TempRoot root;
-  for (const size_t length : {107, 108, 109}) {
+  for (const size_t length : {107u, 108u, 109u}) {
     std::string path = root.Path("/");
     path += std::string(length - path.size(), 's');
     std::ofstream(path) << "in the way";

@@ -44,7 +44,7 @@ TEST_F(TraceFile, TakesLinesUntilItIsEmptiedAtItsLimitWhichOnlyGrows) {
   EXPECT_EQ(fs::file_size(path_), 0u);
   ZOR_TRACE_PrintInfoEx("msg", 8, "z");
   EXPECT_EQ(fs::file_size(path_), 1u);
-  for (uint64_t size : {0, 1024, 1025, 5}) ZOR_TRACE_SetFileMaxSize(size);
+  for (uint64_t size : {0u, 1024u, 1025u, 5u}) ZOR_TRACE_SetFileMaxSize(size);
   EXPECT_EQ(ZOR_TRACE_GetFileMaxSize(), 1025u);
 }
 
