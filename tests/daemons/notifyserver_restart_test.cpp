@@ -328,9 +328,9 @@ TEST_F(HostileBytes, InAStateEndNoServerThatTriesOrTakesIt) {
         const int file = ::memfd_create("state", 0);
         if (::write(file, good.data(), good.size()) < 0) return 1;
         if (round > 0) Damage(file);
-        if (round % 7 == 6 && ::ftruncate(file, random_() % good.size()) != 0) return 1;
+        if (round % 7 == 6 && ::ftruncate(file, static_cast<off_t>(random_() % good.size())) != 0) return 1;
         ::dup2(file, 3);
-        ::alarm(1);
+        ::alarm(60);
         ::execl(NOTIFYSERVER, NOTIFYSERVER, trial ? "--check-state" : nullptr, nullptr);
         return 1;
       });
