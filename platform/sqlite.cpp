@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <mutex>
 
+#include "common/loaded_function.h"
+
 namespace zor::platform {
 
 Sqlite sqlite;
@@ -16,26 +18,24 @@ constexpr char kLibrary[] = "libsqlite3.so.0";
 std::mutex loadMutex;
 bool isLoaded = false;
 
-template <typename Function>
-bool Find(void *library, const char *name, Function *&function) {
-  function = reinterpret_cast<Function *>(::dlsym(library, name));
-  return function != nullptr;
-}
-
 bool FindAll(void *library) {
-  return Find(library, "sqlite3_open_v2", sqlite.open) && Find(library, "sqlite3_close", sqlite.close) &&
-         Find(library, "sqlite3_busy_timeout", sqlite.setBusyTimeout) &&
-         Find(library, "sqlite3_exec", sqlite.execute) &&
-         Find(library, "sqlite3_get_autocommit", sqlite.getAutocommit) &&
-         Find(library, "sqlite3_errcode", sqlite.errorOf) && Find(library, "sqlite3_errmsg", sqlite.messageOf) &&
-         Find(library, "sqlite3_errstr", sqlite.textOf) && Find(library, "sqlite3_prepare_v2", sqlite.prepare) &&
-         Find(library, "sqlite3_finalize", sqlite.finalize) && Find(library, "sqlite3_step", sqlite.step) &&
-         Find(library, "sqlite3_reset", sqlite.reset) && Find(library, "sqlite3_bind_int64", sqlite.bindNumber) &&
-         Find(library, "sqlite3_bind_text", sqlite.bindText) &&
-         Find(library, "sqlite3_bind_blob64", sqlite.bindBytes) &&
-         Find(library, "sqlite3_column_int64", sqlite.numberIn) &&
-         Find(library, "sqlite3_column_text", sqlite.textIn) && Find(library, "sqlite3_column_blob", sqlite.bytesIn) &&
-         Find(library, "sqlite3_column_bytes", sqlite.sizeOf);
+  return FindLoaded(library, "sqlite3_open_v2", sqlite.open) && FindLoaded(library, "sqlite3_close", sqlite.close) &&
+         FindLoaded(library, "sqlite3_busy_timeout", sqlite.setBusyTimeout) &&
+         FindLoaded(library, "sqlite3_exec", sqlite.execute) &&
+         FindLoaded(library, "sqlite3_get_autocommit", sqlite.getAutocommit) &&
+         FindLoaded(library, "sqlite3_errcode", sqlite.errorOf) &&
+         FindLoaded(library, "sqlite3_errmsg", sqlite.messageOf) &&
+         FindLoaded(library, "sqlite3_errstr", sqlite.textOf) &&
+         FindLoaded(library, "sqlite3_prepare_v2", sqlite.prepare) &&
+         FindLoaded(library, "sqlite3_finalize", sqlite.finalize) && FindLoaded(library, "sqlite3_step", sqlite.step) &&
+         FindLoaded(library, "sqlite3_reset", sqlite.reset) &&
+         FindLoaded(library, "sqlite3_bind_int64", sqlite.bindNumber) &&
+         FindLoaded(library, "sqlite3_bind_text", sqlite.bindText) &&
+         FindLoaded(library, "sqlite3_bind_blob64", sqlite.bindBytes) &&
+         FindLoaded(library, "sqlite3_column_int64", sqlite.numberIn) &&
+         FindLoaded(library, "sqlite3_column_text", sqlite.textIn) &&
+         FindLoaded(library, "sqlite3_column_blob", sqlite.bytesIn) &&
+         FindLoaded(library, "sqlite3_column_bytes", sqlite.sizeOf);
 }
 
 }  // namespace

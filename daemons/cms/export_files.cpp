@@ -30,6 +30,8 @@ uint32_t StatusOf(Unsealed result) {
       return ZOR_CFG_E_FORMAT;
     case Unsealed::kNotAuthentic:
       return ZOR_CFG_E_NOT_AUTHENTIC;
+    case Unsealed::kNoCrypto:
+      return ZOR_CFG_E_NO_CRYPTO;
     case Unsealed::kNoMemory:
       break;
   }
@@ -71,9 +73,11 @@ uint32_t ExportFiles::Seal(const std::string &target,
   if (!file.valid()) return ZOR_STORE_E_IO;
   if (!file.ReadAll(limits::cms::kExportBytes, &content)) return ZOR_STORE_E_NO_MEMORY;
   const auto head = MakeSealHead(rules_.keyCost);
-  const auto sealed = head ? SealApart(*head, content, passphrase) : std::nullopt;
-  if (!sealed) return ZOR_STORE_E_NO_MEMORY;
-  return daemon::ReplaceFile(target, *sealed) ? ZOR_STORE_OK : ZOR_STORE_E_IO;
+  if (!head) return ZOR_STORE_E_NO_MEMORY;
+  std::vector<std::byte> sealed;
+  if (const Unsealed result = SealApart(*head, content, passphrase, &sealed); result != Unsealed::kGood)
+    return StatusOf(result);
+  return daemon::ReplaceFile(target, sealed) ? ZOR_STORE_OK : ZOR_STORE_E_IO;
 }
 
 uint32_t ExportFiles::Open(const std::string &source,

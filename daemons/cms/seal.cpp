@@ -1,12 +1,11 @@
 #include "cms/seal.h"
 
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <memory>
 
+#include "cms/crypto.h"
 #include "programs/limits.h"
 
 namespace zor::cms {
@@ -14,7 +13,7 @@ namespace {
 
 constexpr size_t kKeySize = 32;
 
-using Cipher = std::unique_ptr<EVP_CIPHER_CTX, decltype([](EVP_CIPHER_CTX *cipher) { EVP_CIPHER_CTX_free(cipher); })>;
+using Cipher = std::unique_ptr<EVP_CIPHER_CTX, decltype([](EVP_CIPHER_CTX *cipher) { crypto.freeCipher(cipher); })>;
 
 unsigned char *Raw(std::byte *bytes) {
   return reinterpret_cast<unsigned char *>(bytes);
@@ -30,13 +29,10 @@ int Length(std::span<const std::byte> bytes) {
 
 // The key; empty without memory.
 Secret KeyOf(const SealHead &head, std::span<const std::byte> passphrase) {
-  // What the system's configuration of the library may add, such as modules to load, has no business here.
-  ::OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
   Secret key(kKeySize);
-  const int made =
-      ::EVP_PBE_scrypt(reinterpret_cast<const char *>(passphrase.data()), passphrase.size(), Raw(head.salt.data()),
-                       head.salt.size(), uint64_t{1} << head.log2Rounds, head.blockSize, head.parallel,
-                       limits::cms::kKeyMemory, Raw(key.data()), key.size());
+  const int made = crypto.makeKey(reinterpret_cast<const char *>(passphrase.data()), passphrase.size(),
+                                  Raw(head.salt.data()), head.salt.size(), uint64_t{1} << head.log2Rounds,
+                                  head.blockSize, head.parallel, limits::cms::kKeyMemory, Raw(key.data()), key.size());
   if (made != 1) key.clear();
   return key;
 }
@@ -53,10 +49,11 @@ std::optional<SealHead> MakeSealHead(uint8_t cost) {
 
 std::optional<std::vector<std::byte>> Seal(SealHead head, std::span<const std::byte> content,
                                            std::span<const std::byte> passphrase) {
+  if (!LoadCrypto()) return std::nullopt;
   head.contentLength = static_cast<uint32_t>(content.size());
   const auto start = WriteSealHead(head);
   const Secret key = KeyOf(head, passphrase);
-  const Cipher cipher(::EVP_CIPHER_CTX_new());
+  const Cipher cipher(crypto.makeCipher());
   if (key.empty() || !cipher) return std::nullopt;
   std::vector<std::byte> file(kSealHeadSize + content.size() + kSealTagSize);
   std::copy(start.begin(), start.end(), file.begin());
@@ -64,11 +61,11 @@ std::optional<std::vector<std::byte>> Seal(SealHead head, std::span<const std::b
   std::byte *const tag = encrypted + content.size();
   int count = 0;
   const bool sealed =
-      ::EVP_EncryptInit_ex(cipher.get(), ::EVP_aes_256_gcm(), nullptr, Raw(key.data()), Raw(head.nonce.data())) == 1 &&
-      ::EVP_EncryptUpdate(cipher.get(), nullptr, &count, Raw(start.data()), Length(start)) == 1 &&
-      ::EVP_EncryptUpdate(cipher.get(), Raw(encrypted), &count, Raw(content.data()), Length(content)) == 1 &&
-      ::EVP_EncryptFinal_ex(cipher.get(), Raw(tag), &count) == 1 &&
-      ::EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_AEAD_GET_TAG, kSealTagSize, tag) == 1;
+      crypto.startEncryption(cipher.get(), crypto.aes256Gcm(), nullptr, Raw(key.data()), Raw(head.nonce.data())) == 1 &&
+      crypto.encrypt(cipher.get(), nullptr, &count, Raw(start.data()), Length(start)) == 1 &&
+      crypto.encrypt(cipher.get(), Raw(encrypted), &count, Raw(content.data()), Length(content)) == 1 &&
+      crypto.endEncryption(cipher.get(), Raw(tag), &count) == 1 &&
+      crypto.control(cipher.get(), EVP_CTRL_AEAD_GET_TAG, kSealTagSize, tag) == 1;
   return sealed ? std::optional(std::move(file)) : std::nullopt;
 }
 
@@ -76,22 +73,24 @@ Unsealed Unseal(std::span<const std::byte> file, std::span<const std::byte> pass
   const std::optional<SealHead> head = ReadSealHead(file);
   if (!head) return Unsealed::kUnknown;
   if (file.size() != kSealHeadSize + head->contentLength + kSealTagSize) return Unsealed::kNotAuthentic;
+  if (!LoadCrypto()) return Unsealed::kNoCrypto;
   const auto encrypted = file.subspan(kSealHeadSize, head->contentLength);
   std::array<std::byte, kSealTagSize> tag;
   std::copy(encrypted.end(), file.end(), tag.begin());
   const Secret key = KeyOf(*head, passphrase);
-  const Cipher cipher(::EVP_CIPHER_CTX_new());
+  const Cipher cipher(crypto.makeCipher());
   if (key.empty() || !cipher) return Unsealed::kNoMemory;
   Secret decrypted(encrypted.size());
   int count = 0;
   const bool ready =
-      ::EVP_DecryptInit_ex(cipher.get(), ::EVP_aes_256_gcm(), nullptr, Raw(key.data()), Raw(head->nonce.data())) == 1 &&
-      ::EVP_DecryptUpdate(cipher.get(), nullptr, &count, Raw(file.data()), kSealHeadSize) == 1 &&
-      ::EVP_DecryptUpdate(cipher.get(), Raw(decrypted.data()), &count, Raw(encrypted.data()), Length(encrypted)) == 1 &&
-      ::EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_AEAD_SET_TAG, kSealTagSize, tag.data()) == 1;
+      crypto.startDecryption(cipher.get(), crypto.aes256Gcm(), nullptr, Raw(key.data()), Raw(head->nonce.data())) ==
+          1 &&
+      crypto.decrypt(cipher.get(), nullptr, &count, Raw(file.data()), kSealHeadSize) == 1 &&
+      crypto.decrypt(cipher.get(), Raw(decrypted.data()), &count, Raw(encrypted.data()), Length(encrypted)) == 1 &&
+      crypto.control(cipher.get(), EVP_CTRL_AEAD_SET_TAG, kSealTagSize, tag.data()) == 1;
   if (!ready) return Unsealed::kNoMemory;
   unsigned char nothing[EVP_MAX_BLOCK_LENGTH];
-  if (::EVP_DecryptFinal_ex(cipher.get(), nothing, &count) != 1) return Unsealed::kNotAuthentic;
+  if (crypto.endDecryption(cipher.get(), nothing, &count) != 1) return Unsealed::kNotAuthentic;
   *content = std::move(decrypted);
   return Unsealed::kGood;
 }

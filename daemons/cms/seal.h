@@ -18,7 +18,7 @@ namespace zor::cms {
 // A head with random salt and nonce, and 2^cost rounds to make the key. None if the system gives no random numbers.
 std::optional<SealHead> MakeSealHead(uint8_t cost);
 
-// The encrypted file; none without memory.
+// The encrypted file; none without memory or without the library of ciphers.
 std::optional<std::vector<std::byte>> Seal(SealHead head, std::span<const std::byte> content,
                                            std::span<const std::byte> passphrase);
 
@@ -27,6 +27,7 @@ enum class Unsealed {
   kUnknown,       // not of this version, or its parameters are out of bounds
   kNotAuthentic,  // not sealed with this passphrase, cut or changed
   kNoMemory,
+  kNoCrypto,  // the library of ciphers is missing
 };
 // Sets the content only when the file is good.
 Unsealed Unseal(std::span<const std::byte> file, std::span<const std::byte> passphrase, Secret *content);

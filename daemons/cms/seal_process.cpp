@@ -13,6 +13,8 @@
 #include <functional>
 #include <new>
 
+#include "cms/crypto.h"
+
 namespace zor::cms {
 namespace {
 
@@ -68,18 +70,20 @@ Unsealed RunApart(const std::function<Unsealed()> &work) {
 
 }  // namespace
 
-std::optional<std::vector<std::byte>> SealApart(const SealHead &head, std::span<const std::byte> content,
-                                                std::span<const std::byte> passphrase) {
+Unsealed SealApart(const SealHead &head, std::span<const std::byte> content, std::span<const std::byte> passphrase,
+                   std::vector<std::byte> *file) {
   const size_t size = kSealHeadSize + content.size() + kSealTagSize;
   const SharedBytes shared(size);
   const auto work = [&] {
-    const auto file = Seal(head, content, passphrase);
-    if (!file) return Unsealed::kNoMemory;
-    std::copy(file->begin(), file->end(), shared.begin());
+    if (!LoadCrypto()) return Unsealed::kNoCrypto;
+    const auto sealed = Seal(head, content, passphrase);
+    if (!sealed) return Unsealed::kNoMemory;
+    std::copy(sealed->begin(), sealed->end(), shared.begin());
     return Unsealed::kGood;
   };
-  if (!shared.valid() || RunApart(work) != Unsealed::kGood) return std::nullopt;
-  return std::vector(shared.begin(), shared.begin() + size);
+  const Unsealed result = shared.valid() ? RunApart(work) : Unsealed::kNoMemory;
+  if (result == Unsealed::kGood) file->assign(shared.begin(), shared.begin() + size);
+  return result;
 }
 
 Unsealed UnsealApart(std::span<const std::byte> file, std::span<const std::byte> passphrase, Secret *content) {

@@ -10,9 +10,10 @@
 
 namespace zor::cms {
 
-// The same as Seal and Unseal. A process that cannot be made, or does not end by itself, counts as a lack of memory.
-std::optional<std::vector<std::byte>> SealApart(const SealHead &head, std::span<const std::byte> content,
-                                                std::span<const std::byte> passphrase);
+// The same as Seal and Unseal, which set the last parameter only when they succeed. A process that cannot be made, or
+// does not end by itself, counts as a lack of memory.
+Unsealed SealApart(const SealHead &head, std::span<const std::byte> content, std::span<const std::byte> passphrase,
+                   std::vector<std::byte> *file);
 Unsealed UnsealApart(std::span<const std::byte> file, std::span<const std::byte> passphrase, Secret *content);
 
 }  // namespace zor::cms

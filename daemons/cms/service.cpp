@@ -54,6 +54,7 @@ constexpr auto kMeanings = std::to_array<Meaning>({
     {ZOR_CFG_E_NOT_AUTHENTIC, ": encrypted with another passphrase, incomplete or changed"},
     {ZOR_CFG_E_FORMAT, ": encrypted in an unknown way"},
     {ZOR_CFG_E_NOT_ENCRYPTED, ": not encrypted, which import_plain does not allow"},
+    {ZOR_CFG_E_NO_CRYPTO, ": the library of ciphers is not installed"},
 });
 
 const char *TextOf(uint32_t result) {

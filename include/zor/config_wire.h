@@ -45,5 +45,6 @@ typedef struct ZOR_CFG_RESTORE {
 #define ZOR_CFG_E_NOT_AUTHENTIC UINT32_C(3) /* encrypted with another passphrase, incomplete or changed */
 #define ZOR_CFG_E_FORMAT UINT32_C(4)        /* encrypted in a later format, or with parameters out of bounds */
 #define ZOR_CFG_E_NOT_ENCRYPTED UINT32_C(5) /* the daemon's settings do not let it import what is not encrypted */
+#define ZOR_CFG_E_NO_CRYPTO UINT32_C(6)     /* the library of ciphers is not installed on the device */
 
 #endif
