@@ -44,11 +44,6 @@ PYTHONPATH=$build/bindings/python timeout 900 /usr/bin/python3 -B bench/python_b
 echo
 "$build/bench/zorgen_bench"
 echo
-echo "sizes, stripped (bytes)"
-for file in "$build"/libraries/private/msg/libmsgapi.so "$build"/platform/libzorplatform.so "$build"/daemons/*/*svr \
-  "$build"/daemons/*/*server; do
-  copy=$(mktemp)
-  strip -o "$copy" "$file"
-  printf '%-20s %8d\n' "$(basename "$file")" "$(stat -c %s "$copy")"
-  rm -f "$copy"
-done
+TMPDIR=${TMPDIR:-/dev/shm} timeout 900 "$build/bench/footprint" "$build"
+echo
+bench/footprint/sizes.sh "$build"

@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/setup.sh lint
-# Without the compiler's precompiled headers, which clang cannot read.
+# Without precompiled headers: clang-tidy does not read those of another version of clang.
 cmake --preset dev -B build/lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
 cmake --build build/lint --target log_item_table # a generated source
 if [ $# -eq 0 ]; then

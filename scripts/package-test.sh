@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Installs the packages in a fresh Debian 12 folder, runs the servers there as their own users, lets daemons built
 # against the installed files talk, removes everything again and looks for leftovers. Then boots that folder's systemd,
-# where this machine allows it, and installs, upgrades, reloads, kills and removes the services. Needs root, Debian 12 and
-# its package mirror; builds the packages first when they are missing.
+# where this machine allows it, and installs, upgrades, reloads, kills and removes the services.
+# Usage: package-test.sh [ARCH]
+# Packages of another machine (armhf, arm64) run in the emulator, with daemons that were built with them, and their
+# libraries are installed beside this machine's. Needs root, Debian 12 and its package mirror; builds the packages first
+# when they are missing or of another source.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,44 +13,67 @@ if [ "$(id -u)" -ne 0 ]; then
   echo 'package-test: only root can make a Debian folder' >&2
   exit 1
 fi
-packages=build/package/packages
-[ -d $packages ] || scripts/package.sh
-scripts/setup.sh package
+here=$(dpkg --print-architecture)
+arch=${1:-$here}
+packages=build/packages/$arch
+for one in "$arch" "$here"; do scripts/package.sh --needed "$one"; done
 
-root=$(mktemp -d)
-chmod 755 "$root"  # unprivileged users have their "/" here
-clean_up() {
-  for mounted in dev proc; do umount -l "$root/$mounted" 2>/dev/null || true; done
-  rm -rf --one-file-system "$root"
-}
+root=$PWD/build/folders/packages-$arch.$$
+clean_up() { rm -rf --one-file-system "$root"; }
 trap clean_up EXIT
-
-# The mirror and the proxy come from this machine's apt.
-mirror=$(apt-get indextargets --format '$(SITE) $(CODENAME) $(COMPONENT)' 'Created-By: Packages' |
-  awk '$2 == "bookworm" && $3 == "main" { print $1; exit }')
-debootstrap --variant=minbase bookworm "$root" ${mirror:+"$mirror"} >"$root.log" || {
-  cat "$root.log" >&2
-  exit 1
+in_folder() { scripts/debian-folder.sh run "$root" --bind "$PWD/$packages/tree" /root/test/tree "$@"; }
+fresh_folder() { # ARCH[,FOREIGN] PACKAGE...: what is in it stays for the next time; this is a copy
+  local kept=$PWD/build/folders/${1/,/-}
+  scripts/debian-folder.sh make "$kept" "$1" "$(IFS=,; echo "${*:2}")"
+  clean_up
+  cp -a "$kept" "$root"
 }
-rm -f "$root.log"
-apt-config dump | grep '^Acquire::.*Proxy' >"$root/etc/apt/apt.conf.d/proxy" || true
-cp /etc/resolv.conf /etc/hosts "$root/etc/"
-for mounted in proc dev; do mount --bind /$mounted "$root/$mounted"; done
+copy_packages() { # ARCH NAME...: all but the debugging symbols
+  local name
+  for name in "${@:2}"; do cp "build/packages/$1/$name"_[0-9]*_*.deb "$root/root/test/"; done
+}
 
+all=(libmsgapi1 libzorplatform1 libmsgapi-dev zorgen msgapi-servers zorweb zorctl lua-zor python3-zor)
+tools=(lua5.4 lua5.1 procps python3 systemd)
+emulated=
+if [ "$arch" = "$here" ]; then
+  all+=(libmsgapi-doc)
+  tools+=(systemd-sysv g++ cmake make pkg-config libcjson-dev jq)
+else
+  emulated=--emulated
+fi
+fresh_folder "$arch" "${tools[@]}"
 mkdir "$root/root/test"
-cp $packages/*.deb README.md tests/install/check_{packages,consumers,systemd}.sh tests/install/attack{s.sh,.pl} \
-  build/package/examples/{provider,consumer,services,login_keeper} "$root/root/test/"
-cp -r tests/install/consumer "$root/root/test/project"
-cp -r docs/tutorial tests/faces/follow_page.py "$root/root/test/"
-in_folder() { env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 chroot "$root" "$@"; }
-in_folder /root/test/check_packages.sh
+copy_packages "$arch" "${all[@]}"
+cp tests/install/check_{packages,systemd}.sh tests/install/check_consumers.sh tests/install/attack{s.sh,.pl} \
+  "$packages"/tree/build/examples/{provider,consumer,services,login_keeper} "$root/root/test/"
+in_folder /root/test/check_packages.sh $emulated
 
-in_folder env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends systemd systemd-sysv procps \
-  >"$root/systemd.log" 2>&1 || {
-  cat "$root/systemd.log" >&2
-  exit 1
-}
-for mounted in dev proc; do umount -l "$root/$mounted"; done
+if [ -n "$emulated" ]; then
+  fresh_folder "$here,$arch"
+  mkdir "$root/root/test"
+  shared=(libmsgapi1 libzorplatform1 libmsgapi-dev lua-zor)
+  for one in $here $arch; do copy_packages "$one" "${shared[@]}"; done
+  copy_packages "$here" zorgen
+  in_folder sh -c 'apt-get -qq update && apt-get -qq install -y --no-install-recommends /root/test/*.deb' >"$root.log" 2>&1 || {
+    cat "$root.log" >&2
+    exit 1
+  }
+  # What differs is printed, and is no failure for dpkg.
+  for one in $here $arch; do
+    differing=$(in_folder dpkg --verify "${shared[@]/%/:$one}")
+    [ -z "$differing" ] || {
+      printf 'package-test: not as in the packages:\n%s\n' "$differing" >&2
+      exit 1
+    }
+  done
+  rm -f "$root.log"
+  printf '\nlibraries: those of %s and %s are installed side by side\n' "$here" "$arch"
+  exit
+fi
+
+tests/install/check_vendor.sh "$root"
+
 status=0
 tests/install/boot_systemd.sh "$root" /root/test/check_systemd.sh || status=$?
 if [ $status -eq 77 ]; then

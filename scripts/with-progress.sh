@@ -7,7 +7,7 @@ log=$1
 
 # `tail` ends with this script, and so does the loop.
 show() {
-  local shown= line
+  local shown='' line
   while ! timeout 5 tail --pid=$$ -f /dev/null >/dev/null 2>&1; do
     line=$(tail -n 1 "$log" | cut -c 1-100)
     if [ "$line" != "$shown" ]; then printf '   %s\n' "$line"; fi

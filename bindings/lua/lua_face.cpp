@@ -23,7 +23,7 @@ std::size_t RawLength(lua_State *L, int index) {
 #if LUA_VERSION_NUM == 501
   return lua_objlen(L, index);
 #else
-  return lua_rawlen(L, index);
+  return static_cast<std::size_t>(lua_rawlen(L, index));
 #endif
 }
 

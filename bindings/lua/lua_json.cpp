@@ -17,8 +17,6 @@ constexpr char kArray[] = "zor.array";
 constexpr char kNoMemory[] = "not enough memory for JSON";
 constexpr char kTooDeep[] = "JSON of more than 100 levels";
 constexpr char kTooMany[] = "JSON of more than 100000 values";
-// A cJSON number is a double, which keeps integers up to here.
-constexpr double kExactMax = 9007199254740992.0;
 
 void DeleteTree(void *tree) {
   cJSON_Delete(static_cast<cJSON *>(tree));
@@ -187,6 +185,7 @@ const char *Survey(std::string_view text) {
 
 void PushNumber(lua_State *L, double number) {
 #if LUA_VERSION_NUM > 501
+  constexpr double kExactMax = 9007199254740992.0;  // a cJSON number is a double, which keeps integers up to here
   if (std::abs(number) <= kExactMax && number == std::floor(number)) {
     return lua_pushinteger(L, static_cast<lua_Integer>(number));
   }

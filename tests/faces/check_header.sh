@@ -8,7 +8,7 @@ trap 'rm -rf "$work"' EXIT
 for header in "$1"/zor/zor.hpp "$1"/zor/cpp/*.hpp; do
   echo "#include <${header#"$1"/}>"
 done >"$work/headers"
-for compiler in g++ clang++; do
+for compiler in g++ clang++-16; do
   command -v $compiler >/dev/null || continue
   for mode in '-std=c++17' '-std=c++20' '-std=c++17 -fno-exceptions -fno-rtti' '-std=c++20 -fno-exceptions'; do
     while read -r line; do

@@ -46,7 +46,6 @@ struct Level {
 // A described event with one member.
 struct Reached {
   static constexpr std::uint32_t kType = 0x2DA20;
-  static constexpr const char *kName = "Reached";
   static constexpr const char *kModule = "thermo";
   static constexpr const char *kEvent = "reached";
   struct Message {

@@ -34,6 +34,7 @@ group=$(awk '$3 == "cgroup2" { print $2; exit }' /proc/mounts)
 [ -z "$group" ] || group=$group/systemd-test.$$
 
 clean_up() {
+  rm -f "${log:-}"
   [ -z "$first" ] || kill -KILL "$first" 2>/dev/null || true
   [ -z "$first" ] || wait "$first" 2>/dev/null || true
   [ -z "$group" ] || for _ in $(seq 50); do

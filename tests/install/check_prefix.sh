@@ -12,7 +12,7 @@ clean_up() {
 }
 trap clean_up EXIT
 
-for component in runtime platform development; do
+for component in runtime platform development generator; do
   cmake --install "$build" --prefix "$work/prefix" --component $component >/dev/null
 done
 mkdir "$work/root"

@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-ours=(libmsgapi1 libzorplatform1 libmsgapi-dev msgapi-servers zorctl libmsgapi-doc)
+ours=(libmsgapi1 libzorplatform1 libmsgapi-dev zorgen msgapi-servers zorctl libmsgapi-doc)
 servers=(msgsvr notifyserver mlogserver cms syslogd)
 socket_units=(notifyserver.socket mlogserver.socket)
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8

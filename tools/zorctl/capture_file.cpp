@@ -14,10 +14,15 @@ constexpr uint32_t kLargestBlock = 16u << 20;
 constexpr size_t kPacketHead = 20;  // interface, time in two words, captured and original length
 constexpr size_t kCapturedLength = 12;
 
-uint32_t Get32(std::string_view bytes, size_t offset) {
-  uint32_t value = 0;
+template <class Integer>
+Integer Get(std::string_view bytes, size_t offset) {
+  Integer value = 0;
   if (bytes.size() >= offset + sizeof value) std::memcpy(&value, bytes.data() + offset, sizeof value);
   return value;
+}
+
+uint32_t Get32(std::string_view bytes, size_t offset) {
+  return Get<uint32_t>(bytes, offset);
 }
 
 }  // namespace
@@ -72,7 +77,7 @@ std::optional<std::string_view> CaptureFile::Next() {
       linkTypes_.clear();
       if (!IsSection()) problem_ = "the capture goes on in another byte order";
     } else if (type == pcapng::kInterface) {
-      linkTypes_.push_back(static_cast<uint16_t>(Get32(body_, 0) & UINT16_MAX));
+      linkTypes_.push_back(Get<uint16_t>(body_, 0));
     } else if (type == pcapng::kEnhancedPacket) {
       if (const auto data = PacketData()) return data;
     }

@@ -6,6 +6,7 @@
 #include <string>
 #include <system_error>
 
+#include "common/loaded_function.h"
 #include "zorctl/exit_code.h"
 #include "zorctl/text.h"
 
@@ -31,8 +32,8 @@ void *LoadModule() {
 }  // namespace
 
 std::unique_ptr<FleetLine> OpenFleetLine(const FleetAccess &access, const Deadline &deadline) {
-  auto *opener = reinterpret_cast<FleetLineOpener *>(::dlsym(LoadModule(), kFleetLineOpener));
-  if (opener == nullptr) {
+  FleetLineOpener *opener = nullptr;
+  if (!FindLoaded(LoadModule(), kFleetLineOpener, opener)) {
     throw Failure(kExitFailure, "the part for fleets is not of this version", "install both from the same package");
   }
   return std::unique_ptr<FleetLine>(opener(access, deadline));

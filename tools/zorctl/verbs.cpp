@@ -1,5 +1,9 @@
 #include "zorctl/verbs.h"
 
+#include <algorithm>
+#include <array>
+#include <string_view>
+
 namespace zor::ctl {
 namespace {
 
@@ -10,7 +14,7 @@ constexpr double kScriptSeconds = 10;
 constexpr double kBundleSeconds = 60;
 
 // In the order of --help.
-constexpr VerbRow kVerbs[] = {
+constexpr VerbRow kAllVerbs[] = {
     {"list", "List the daemons on the bus",
      "  zorctl list -v\n"
      "  zorctl list --json | jq '.clients[].name'\n",
@@ -130,6 +134,23 @@ constexpr VerbRow kVerbs[] = {
      "  zorctl help\n",
      MakeHelpVerb, kDefaultTimeoutSeconds, "verbs nothing", Reach::kNeither},
 };
+
+// Those of a device with little flash: what shows whether it works, and what sets it. Nothing refers to the others
+// there, so they are left out of the program.
+constexpr std::string_view kFewVerbs[] = {"list",   "send", "call",   "wait",    "why",  "monitor",
+                                          "log",    "mlog", "listen", "publish", "rest", "notify",
+                                          "config", "exit", "trace",  "server",  "help"};
+
+constexpr bool IsWanted(const VerbRow &row) {
+  return ZORCTL_ALL_VERBS != 0 ||
+         std::find(std::begin(kFewVerbs), std::end(kFewVerbs), std::string_view(row.name)) != std::end(kFewVerbs);
+}
+
+constexpr auto kVerbs = [] {
+  std::array<VerbRow, std::count_if(std::begin(kAllVerbs), std::end(kAllVerbs), IsWanted)> rows{};
+  std::copy_if(std::begin(kAllVerbs), std::end(kAllVerbs), rows.begin(), IsWanted);
+  return rows;
+}();
 
 }  // namespace
 
