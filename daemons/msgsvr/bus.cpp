@@ -20,13 +20,14 @@ void Bus::End(Client &client) {
   LoseUnread(client);
   TakeOffTables(client);
   client.charge.Release();
+  // A program that has just been started holds all sockets for a moment: closing ours would not end its events.
+  poll.Remove(client.socket.get());
   if (kept) Unstore(client);
   if (verbose && client.registered()) log.PrintOf(client.charge.holder(), "%s disconnected", client.Label().c_str());
 }
 
-// The duplicate would keep the connection open, and its events coming when the client is gone.
+// The duplicate would keep the connection open.
 void Bus::Unstore(Client &client) {
-  poll.Remove(client.socket.get());
   ::shutdown(client.socket.get(), SHUT_RDWR);
   Try([&] { daemon::RemoveStoredDescriptors(StoredName(client.id)); });
 }

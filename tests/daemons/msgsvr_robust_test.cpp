@@ -6,11 +6,15 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <random>
+#include <set>
 
 #include "common/unique_fd.h"
 #include "msgsvr_fixture.h"
@@ -120,6 +124,51 @@ TEST_F(OwnMsgsvrTest, TellsADaemonItsSettingsAndSaysWhenItStopsReporting) {
   EXPECT_EQ(Connect().Register("other").body, bytes(other, 0));
   EXPECT_TRUE(LogHolds("web (pid " + std::to_string(::getpid()) + "): no report for 3 periods of 1 s"));
   EXPECT_EQ(log_.Text().find("sender"), std::string::npos);
+}
+
+std::string DirectoryOf(pid_t process, const char *name) {
+  return "/proc/" + std::to_string(process) + "/" + name;
+}
+
+std::set<int> DescriptorsOf(pid_t process) {
+  std::set<int> descriptors;
+  for (const auto &each : std::filesystem::directory_iterator(DirectoryOf(process, "fd"))) {
+    descriptors.insert(std::stoi(each.path().filename()));
+  }
+  return descriptors;
+}
+
+// A duplicate of a descriptor of the process; invalid where the system gives none.
+UniqueFd DuplicateOf(pid_t process, int descriptor) {
+  const UniqueFd handle(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
+  return UniqueFd(static_cast<int>(::syscall(SYS_pidfd_getfd, handle.get(), descriptor, 0)));
+}
+
+// Whether the process waits for events of the socket.
+bool Watches(pid_t process, const UniqueFd &socket) {
+  struct stat status = {};
+  ::fstat(socket.get(), &status);
+  std::array<char, 32> mark;
+  std::snprintf(mark.data(), mark.size(), " ino:%llx ", static_cast<unsigned long long>(status.st_ino));
+  const std::filesystem::directory_iterator watched(DirectoryOf(process, "fdinfo"));
+  return std::any_of(begin(watched), end(watched),
+                     [&](const auto &each) { return ContentOf(each.path()).find(mark.data()) != std::string::npos; });
+}
+
+// As a program does that the server has just started.
+TEST_F(OwnMsgsvrTest, ForgetsAClientWhoseSocketAnotherProcessHolds) {
+  Start();
+  const std::set<int> before = DescriptorsOf(server_->pid());
+  WireClient client = Client("held");
+  UniqueFd held;
+  for (const int each : DescriptorsOf(server_->pid())) {
+    if (!before.contains(each)) held = DuplicateOf(server_->pid(), each);
+  }
+  if (!held.valid()) GTEST_SKIP() << "this system gives no duplicate of another process's descriptor";
+  EXPECT_TRUE(Watches(server_->pid(), held));
+  client = WireClient();
+  AwaitCount(sender_, "held", 0);
+  EXPECT_FALSE(Watches(server_->pid(), held));
 }
 
 TEST_F(OwnMsgsvrTest, ListensWhereALinkAtItsPathLeads) {
