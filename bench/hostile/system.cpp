@@ -22,10 +22,11 @@ namespace fs = std::filesystem;
 
 constexpr int kPauseMs = 10;
 
-// The sanitizer keeps freed memory for a while, by default more than the servers may take up.
-void BoundSanitizer() {
+// The sanitizer keeps freed memory for a while, by default more than the servers may take up. Its report must end with
+// what was found, not with a legend: the last lines are often all that is kept.
+void SetUpSanitizer() {
   const char *options = std::getenv("ASAN_OPTIONS");
-  const std::string all = std::string(options == nullptr ? "" : options) + ":quarantine_size_mb=16";
+  const std::string all = std::string(options == nullptr ? "" : options) + ":quarantine_size_mb=16:print_legend=0";
   ::setenv("ASAN_OPTIONS", all.c_str(), 1);
 }
 
@@ -51,7 +52,7 @@ System::System(const std::string &rules) {
   root_ = std::string(directory == nullptr ? "/tmp" : directory) + "/zor-hostile.XXXXXX";
   if (::mkdtemp(root_.data()) == nullptr) Fail("no directory");
   ::setenv("ZOR_ROOT", root_.c_str(), 1);
-  BoundSanitizer();
+  SetUpSanitizer();
   for (const char *path :
        {"/etc/zor/access.d", "/var/run/msg", "/var/cfg", "/var/syslog", "/var/mlog", "/online/log"}) {
     fs::create_directories(root_ + path);
