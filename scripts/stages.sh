@@ -32,6 +32,15 @@ list_stages() {
   done
 }
 
+# What the outputs of failed stages say of failures, once more at the very end: often no more than that is kept.
+print_reasons() { # NAME...
+  local name
+  for name in "$@"; do
+    printf '\n== %s:\n' "$name"
+    grep -E 'FAILED|\*\*\*|Sanitizer|: error:|Failure$' "$stage_logs/$name.log" | tail -n 8 || true
+  done
+}
+
 # Appends a line to stage_table. The output is a file that `tail` reads, not a pipe: a process that a stage left behind
 # would hold a pipe open.
 run_stage() { # ROW
@@ -52,6 +61,7 @@ run_stage() { # ROW
   case $status in
     0) ;;
     124) result="FAILED: ended after $stage_minutes minutes" ;;
+    137) result='FAILED: killed' ;;
     *) result="FAILED: exit status $status" ;;
   esac
   if [ "$status" -ne 0 ]; then
@@ -87,6 +97,7 @@ run_stages() { # [--list | NAME...]
   done
   printf '\n%s%-14s %7s  logs: %s\n' "$stage_table" total "$(stage_time $((SECONDS - begin)))" "$stage_logs"
   [ ${#failed[@]} -eq 0 ] || {
+    print_reasons "${failed[@]}"
     echo "FAILED: ${failed[*]}"
     return 1
   }

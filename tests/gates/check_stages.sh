@@ -15,7 +15,7 @@ run() { # STATUS SETTINGS NAMES...: runs a table of stages, its output in $work/
   local status=0
   cat >"$work/runner" <<RUNNER
 set -euo pipefail
-stages=('first | echo one' 'bad | echo "the \$((1 + 1))nd"; false; echo unreached' 'hangs | sleep 1000' 'last | echo four')
+stages=('first | echo one' 'bad | echo "the \$((1 + 1))nd"; echo "*** \$((4 - 1))rd"; false; echo unreached' 'hangs | sleep 1000' 'last | echo four')
 stage_logs='$work/logs' stage_minutes=0.1
 $2
 . '$source/scripts/stages.sh'
@@ -33,7 +33,8 @@ says '^== bad FAILED: exit status 1'
 says '^hangs .* not run$'
 says '^FAILED: bad$'
 expect 'nothing runs after a failure' test ! -e "$work/logs/last.log"
-expect 'a stage ends at its first error' test "$(cat "$work/logs/bad.log")" = 'the 2nd'
+expect 'a stage ends at its first error' test "$(cat "$work/logs/bad.log")" = $'the 2nd\n*** 3rd'
+expect 'the reasons come last' test "$(tail -n 2 "$work/out" | head -n 1)" = '*** 3rd'
 
 run 1 'stage_keep=yes stage_quiet=yes'
 says '^hangs .* FAILED: ended after 0.1 minutes$'
