@@ -8,7 +8,7 @@ namespace zor::access {
 
 std::optional<Rules> LoadRules(std::vector<std::string> &mistakes) {
   const std::string path = daemon::FixedPath(Rules::kDirectory);
-  if (path.empty()) mistakes.emplace_back(std::string(Rules::kDirectory) + ": too long beneath ZOR_ROOT");
+  if (path.empty()) mistakes.push_back(Rules::kDirectory + std::string(": too long beneath ZOR_ROOT"));
   return path.empty() ? std::nullopt : Rules::Load(path, Accounts::OfSystem(), mistakes);
 }
 

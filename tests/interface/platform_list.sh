@@ -13,7 +13,7 @@ for header in "$headers"/*.h; do
   tr '\n' ' ' <"$header" | sed 's,/\*,\n/*,g; s,\*/,*/\n,g' | grep -v '^/\*' | tr ';' '\n' |
     sed -n "s|.*ZOR_API[^(]*[ *]\([A-Za-z_0-9]*\)(.*|\1 $(basename "$header")|p"
 done >"$work/declared"
-"$nm" -D --defined-only "$platform" | sed -n 's/.* \([^ @]*\)@@*ZORPLATFORM_\([0-9.]*\)$/\1 \2/p' >"$work/versions"
+"$nm" -D --defined-only "$platform" | sed -n 's/.* [TtWi] \([^ @]*\)@@*ZORPLATFORM_\([0-9.]*\)$/\1 \2/p' >"$work/versions"
 for binary in "$@"; do
   needer=$(basename "$binary" | sed 's/[.]so.*//')
   "$nm" -D --undefined-only "$binary" | sed -n "s/.* \([^ ]*\)@ZORPLATFORM_.*/\1 $needer/p"
