@@ -35,5 +35,5 @@ echo "$list" | cut -d ' ' -f 2- | tr '\n' '\0' | xargs -0 "$nm" -A -P 2>&1 | {
     end = index($0, ".o: ") + 1
     object = substr($0, 1, end)
     if (object in files) print files[object] substr($0, end + 2)
-    else print "nm: " $0
+    else if (!/: no symbols$/) print "nm: " $0  # one of declarations alone
   }' | awk -f "$here/rooms.awk" -f "$here/symbols.awk" "$here/layers.txt" -
