@@ -80,6 +80,7 @@ void Charge::MoveTo(const Holder &holder) {
 }
 
 bool Charge::MayTake(size_t more) const {
+  if (released_) return false;
   const size_t wanted = bytes_ + more;
   if (wanted <= Accounts::kOwnBytes) return true;
   const size_t ofUser = user_->second.bytes + more;

@@ -133,6 +133,10 @@ void Bus::Sweep() {
   if (std::exchange(someLost_, false)) SweepFiles();
   if (!someEnded_) return;
   someEnded_ = false;
+  // A request that was being served when its sender ended has put the sender back.
+  for (Client &client : clients) {
+    if (client.ended) TakeOffTables(client);
+  }
   std::erase_if(clients, [](const Client &client) { return client.ended; });
 }
 

@@ -104,6 +104,20 @@ TEST_F(OwnMsgsvrTest, CutsOffAReaderThatHasStoppedWhereTheSettingsSaySo) {
   EXPECT_TRUE(LogHolds(" messages lost\n"));
 }
 
+// The end of what it sends to itself is refused when the request behind it is served.
+TEST_F(OwnMsgsvrTest, ForgetsAClientThatItCutsOffInTheMiddleOfARequest) {
+  Start("queue_bytes = 100000\nslow_reader = cut_off\n");
+  for (const Message &request :
+       {MakeRequest(ZOR_MSG_SYNC_WAIT, "barrier"), MakeMessage(ZOR_MSG_REGISTER_APP, "itself", "")}) {
+    const WireClient client = Client("itself");
+    const std::string burst = MakeMessage(kType, "", "itself", 0, kKilobyte).Bytes() + request.Bytes();
+    for (int i = 0; i < 2000; ++i) client.Send(burst);
+    AwaitCount(sender_, "itself", 0);
+    Tell(sender_, MakeRequest(ZOR_MSG_SYNC_POST, "barrier"));
+    EXPECT_TRUE(IsNotice(sender_.Ask(MakeMessage(kType, "", "itself")), kType));
+  }
+}
+
 TEST_F(OwnMsgsvrTest, TellsADaemonItsSettingsAndSaysWhenItStopsReporting) {
   Start(
       "report.* = 60\nreport.web = 1\ntrace_output.web = file\ntrace_file_kib.web = 4096\n"
