@@ -217,7 +217,7 @@ TEST_F(Rejoin, NeitherBlocksTheLoopNorGivesUpWhateverTheServerDoes) {
   Enable(&times);
   server_.Close();
   const std::string reply = MakeRegistrationReply("daemon").Bytes();
-  Message tooLong = MakeRegistrationReply("daemon");
+  Message tooLong = MakeRegistrationReply("daemon", 0, std::string(100000, 'x'));
   tooLong.header.bodyLength = 0xffffffff;
   const Message noFile = MakeMessage(ZOR_MSG_REGISTER_APP | ZOR_MSG_BODY_IN_FILE, "", "daemon", 0, "/etc/passwd");
   for (const std::string &bytes :

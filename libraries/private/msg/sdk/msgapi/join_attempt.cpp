@@ -55,6 +55,7 @@ bool PartialMessage::MakeRoom() {
     ZOR_MSG_CTX context = g_stMsgCtx;
     context.flags &= ~ZOR_MSG_FLAG_SWAP;
     bodyInFile_ = FixUpReceivedHeader(*block_, context) != 0;
+    if (block_->bodyLength > ZOR_MSG_RECV_BODY_MAX) return false;
     room_ += block_->bodyLength;
     if (block_->bodyLength != 0) block_ = GuardedGrow(std::move(block_), have_, room_);
   }
