@@ -137,7 +137,7 @@ void Client::SaveRecord() {
     shared_.record.clear();
     daemon::FieldWriter writer(shared_.record);
     Describe(writer, standing);
-    saved = writer.valid() && slot_.SetRecord(shared_.record);
+    saved = slot_.valid() && writer.valid() && slot_.SetRecord(shared_.record);
   } catch (const std::bad_alloc &) {  // as without room
   }
   if (!saved) End("no memory for its record");

@@ -120,7 +120,7 @@ class Client {
   bool hasQueued() const { return reachable() && !output_.empty(); }
   const char *reason() const { return reason_; }
   // Messages to it that are lost if it ends now.
-  size_t Lost() const { return lost_ + output_.messageCount(); }
+  size_t Lost() const { return lost_ + (slot_.valid() ? output_.messageCount() : 0); }
 
   // Messages that it has not read yet.
   struct Unread {

@@ -33,6 +33,8 @@ void Intake::Read(Client &client) {
 
 // Input that does not fit the buffer begins with a long frame.
 void Intake::Resume(Client &client) {
+  // The server before this one has perhaps not looked at it.
+  if (client.awaited > ZOR_NOTIFY_HEAD_SIZE + MostData(client)) client.End("its frame is oversized");
   while (!client.ended() && client.slot().inputBytes() > shared_.journal.buffer().size()) {
     Begin(client);
     if (!RouteLong(client, {})) return;

@@ -95,6 +95,9 @@ int Run(const Limits &limits, zor::daemon::ProblemLog &log, zor::daemon::Start &
 
 std::string ProblemOf(const zor::notifyserver::ServerState &state, const Limits &limits) {
   if (std::string problem = zor::notifyserver::ProblemOf(state); !problem.empty()) return problem;
+  if (state.clients.size() > zor::notifyserver::MostTakenOver(limits)) {
+    return "max_clients is too small: there are " + std::to_string(state.clients.size()) + " clients";
+  }
   zor::daemon::Holdings holdings;
   for (const zor::notifyserver::ClientRecord &client : state.clients) {
     holdings.AddInput(client.standing.uid, client.input.size());

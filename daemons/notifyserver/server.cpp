@@ -22,10 +22,14 @@ size_t JournalBytes(const Limits &limits) {
 
 }  // namespace
 
+size_t MostTakenOver(const Limits &limits) {
+  constexpr size_t kEnding = 64;  // clients that have made room for others in one turn
+  return limits.maxClients + kEnding;
+}
+
 std::unique_ptr<daemon::Journal> NewJournal(const Limits &limits, daemon::ProblemLog &log) {
   constexpr size_t kBuffer = 65536;
-  constexpr size_t kEnding = 64;  // clients that have made room for others in one turn
-  auto journal = daemon::Journal::Create(log.program(), {limits.maxClients + kEnding, JournalBytes(limits), kBuffer});
+  auto journal = daemon::Journal::Create(log.program(), {MostTakenOver(limits), JournalBytes(limits), kBuffer});
   if (journal == nullptr) log.PrintErrno("cannot start");
   return journal;
 }
@@ -121,8 +125,8 @@ void Server::Admit(UniqueFd socket) {
     log_.PrintErrno("%s refused", client.Label().c_str());
     return client.End();
   }
-  daemon::StoreDescriptor(client.StoredName(), client.socket());
   registrationCheck_ = std::min(registrationCheck_, client.connectedAt() + limits_.registration);
+  daemon::StoreDescriptor(client.StoredName(), client.socket());
 }
 
 Client &Server::Add(std::unique_ptr<Client> client) {

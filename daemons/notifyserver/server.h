@@ -33,6 +33,8 @@
 
 namespace zor::notifyserver {
 
+// How many clients a server can take over.
+size_t MostTakenOver(const Limits &limits);
 // Null, with a line, if there is no memory.
 std::unique_ptr<daemon::Journal> NewJournal(const Limits &limits, daemon::ProblemLog &log);
 

@@ -218,6 +218,20 @@ TEST_F(NotifyServerRestart, EndsClientsWhoseSocketOrRecordIsMissingAndTheirReque
   Settle(web, 26);
 }
 
+TEST_F(NotifyServerRestart, MayHaveFewerClientsThanTheServerBeforeIt) {
+  Launch();
+  std::vector<BusPeer> peers;
+  for (int count = 0; count < 90; ++count) peers.push_back(Register(9));
+  std::filesystem::create_directories(root_.Path("/etc/zor"));
+  std::ofstream(root_.Path("/etc/zor/notifyserver.conf")) << "max_clients = 1\nuser_clients = 1\n";
+  EXPECT_THAT(Ask(peers.back(), ZOR_NOTIFY_CONTROL_RESTART, ZOR_CONTROL_UNCHANGED),
+              HasSubstr("max_clients is too small: there are 90 clients"));
+  manager_.Kill();
+  Launch();
+  EXPECT_TRUE(peers.back().ClosedByOther());
+  Settle(peers.front(), 9);
+}
+
 // The journal of a server that has crashed once more on the first frame that it had read.
 TEST_F(NotifyServerRestart, DropsAFrameThatHasCrashedTheServerTwiceAndRoutesTheNext) {
   const NotifyFrame fatal = MakeRequest(kType, 1, 26, 8, "fatal");
