@@ -77,6 +77,7 @@ void Restoration::RestoreClient(const ClientRecord &record) {
                                              queueBytes, bus_.accounts);
   if (!client.slot.valid()) {
     bus_.log.Print("a client cut off: no memory");
+    bus_.Unstore(client);
     return bus_.clients.pop_back();
   }
   client.name = NameOf(standing.name);

@@ -16,6 +16,10 @@ bool IsEvent(const Frame &frame) {
   return IsEventType(frame.type()) && (frame.destination.empty() || frame.destination == kBroker);
 }
 
+bool IsRegistration(const Frame &frame) {
+  return frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty();
+}
+
 bool IsRestful(uint32_t type) {
   return type == ZOR_MSG_RESTFUL_REQUEST_A || type == ZOR_MSG_RESTFUL_REQUEST || type == ZOR_MSG_RESTFUL_REQUEST_B;
 }
@@ -47,7 +51,7 @@ size_t Router::Route(Client &from, std::span<std::byte> bytes) {
 // There was no memory for it. A client without a name is not told of what it needs.
 void Router::GiveUp(Client &from, const Frame &frame) {
   if (from.ended) return;
-  if (!from.registered() || (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty())) {
+  if (!from.registered() || IsRegistration(frame) || IsRegistrationInOtherOrder(frame)) {
     return bus_.CutOff(from, "no memory to register it");
   }
   bus_.log.PrintOf(from.charge.holder(), "%s: a message of type 0x%x refused: no memory", from.Label().c_str(),
@@ -61,7 +65,7 @@ void Router::RouteFrame(Client &from, Frame &frame) {
   ++bus_.counters.in;
   from.counters.inBytes += frame.bytes.size();
   bus_.counters.inBytes += frame.bytes.size();
-  if (frame.type() == ZOR_MSG_REGISTER_APP && frame.destination.empty()) return requests_.Register(from, frame);
+  if (IsRegistration(frame)) return requests_.Register(from, frame);
   if (!from.registered() && IsRegistrationInOtherOrder(frame)) {
     return requests_.RegisterInOtherOrder(from, ConvertedRegistration(frame).frame);
   }

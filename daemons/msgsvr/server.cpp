@@ -169,12 +169,11 @@ void Server::Admit(UniqueFd socket, Listener::Of kind) {
   access::Admission admission(bus_.guard, peer.throughTunnel ? access::Identity() : access::ReadIdentity(socket.get()));
   Client &client = bus_.clients.emplace_back(std::move(socket), peer, ++bus_.lastId, bus_.journal,
                                              bus_.settings.queueBytes, bus_.accounts);
-  if (!client.slot.valid()) {
+  if (!client.slot.valid() || !bus_.Try([&] { client.Admit(std::move(admission), bus_.guard); })) {
     bus_.log.Print("connection refused: no memory");
     bus_.clients.pop_back();
     return;
   }
-  client.Admit(std::move(admission), bus_.guard);
   bus_.Changed(client);
   bus_.Changed();
   if (!bus_.poll.Add(client.socket.get(), kClientEvents, &client)) return bus_.CutOff(client, std::strerror(errno));
