@@ -29,8 +29,8 @@ void ReadRange(const Node &node, Type &type) {
     type.first = type.last = ReadNumber(*member).value_or(0);
     return;
   }
-  const std::string text = member->Text().value_or("");
-  const std::string_view numbers = text;
+  const std::optional<std::string> text = member->Text();
+  const std::string_view numbers = text ? *text : std::string_view();
   const size_t hyphen = std::min(numbers.find('-'), numbers.size());
   const auto first = NumberIn(numbers.substr(0, hyphen));
   const auto last = hyphen == numbers.size() ? first : NumberIn(numbers.substr(hyphen + 1));
