@@ -124,6 +124,7 @@ executing=(
   NotifyServerRestart.DropsAFrameThatHasCrashedTheServerTwiceAndRoutesTheNext
   NotifyServerRestart.EndsClientsWhoseSocketOrRecordIsMissingAndTheirRequests
   NotifyServerRestart.IsRefusedToAProgramThatCannotTakeOverAndReportedToTheOperator
+  NotifyServerRestart.MayHaveFewerClientsThanTheServerBeforeIt
   zorctl.server
 )
 # They need a recording that was made on a machine of the same byte order.
