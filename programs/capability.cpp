@@ -4,14 +4,46 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 
 namespace zor::daemon {
+namespace {
+
+class Capabilities {
+ public:
+  Capabilities() { valid_ = ::syscall(SYS_capget, &header_, data_.data()) == 0; }
+
+  bool IsEffective(unsigned number) const { return valid_ && (Word(number).effective & CAP_TO_MASK(number)) != 0; }
+  void SetEffective(unsigned number, bool on) {
+    auto &effective = data_[CAP_TO_INDEX(number)].effective;
+    effective = on ? effective | CAP_TO_MASK(number) : effective & ~CAP_TO_MASK(number);
+    if (valid_) ::syscall(SYS_capset, &header_, data_.data());
+  }
+
+ private:
+  const __user_cap_data_struct &Word(unsigned number) const { return data_[CAP_TO_INDEX(number)]; }
+
+  __user_cap_header_struct header_ = {_LINUX_CAPABILITY_VERSION_3, 0};
+  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> data_{};
+  bool valid_;
+};
+
+}  // namespace
 
 bool HasCapability(unsigned number) {
-  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> data{};
-  if (::syscall(SYS_capget, &header, data.data()) != 0) return false;
-  return (data[CAP_TO_INDEX(number)].effective & CAP_TO_MASK(number)) != 0;
+  return Capabilities().IsEffective(number);
+}
+
+LaidDownCapability::LaidDownCapability(unsigned number)
+    : number_(number), isHeld_(::geteuid() != 0 && HasCapability(number)) {
+  Set(false);
+}
+
+// What the caller has failed with stays in errno. Taking up and laying down what is permitted cannot fail.
+void LaidDownCapability::Set(bool on) const {
+  const int error = errno;
+  if (isHeld_) Capabilities().SetEffective(number_, on);
+  errno = error;
 }
 
 }  // namespace zor::daemon

@@ -13,6 +13,7 @@
 #include "mlogserver/circular_log.h"
 #include "mlogserver/server.h"
 #include "mlogserver/stat_table.h"
+#include "programs/capability.h"
 #include "programs/limits.h"
 #include "programs/local_socket.h"
 #include "programs/paths.h"
@@ -99,6 +100,8 @@ bool OpenLog(const std::string &fixedPath, bool muted, CircularLog *log) {
 
 int Run(const ServerSettings &settings, daemon::ProblemLog &problems, daemon::Start &start) {
   ::umask(kUmask);
+  // Else a link in the place of the log, which all daemons may put there, would lead it to any file.
+  const daemon::LaidDownCapability anySocket(CAP_DAC_OVERRIDE);
   daemon::StopSignal stop;
   if (!stop.valid()) {
     problems.PrintErrno("cannot wait for signals");
@@ -119,7 +122,7 @@ int Run(const ServerSettings &settings, daemon::ProblemLog &problems, daemon::St
     return daemon::kExitFailure;
   }
   StatTable stats(settings.maxStatistics, settings.userStatistics);
-  Server server(socket.fd(), settings.rules, log, stats, problems);
+  Server server(socket.fd(), settings.rules, log, stats, anySocket, problems);
   daemon::SayListening(kProgram, kSocketPath);  // nothing that may fail comes after it
   const MutedOutput output(!start.verbose);
   return server.Run(stop);

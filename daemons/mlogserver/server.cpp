@@ -28,20 +28,16 @@ daemon::Holder HolderOf(const Sender &sender) {
   return {sender.user, sender.process};
 }
 
-// Sends to a path, or to what a path of this process's descriptors stands for.
-ssize_t SendTo(int socket, const sockaddr_un &address, const ZOR_MLOG_MSG &reply) {
-  return ::sendto(socket, &reply, ZOR_MLOG_HEAD_SIZE + reply.length, MSG_DONTWAIT | MSG_NOSIGNAL, Generic(&address),
-                  sizeof address);
-}
-
 }  // namespace
 
-Server::Server(int socket, const Rules &rules, CircularLog &log, StatTable &stats, daemon::ProblemLog &problems)
+Server::Server(int socket, const Rules &rules, CircularLog &log, StatTable &stats,
+               const daemon::LaidDownCapability &anySocket, daemon::ProblemLog &problems)
     : socket_(socket),
       namesSenders_(rules.namesSenders),
       rates_(rules.userLines, rules.userRate),
       log_(log),
       stats_(stats),
+      anySocket_(anySocket),
       problems_(problems),
       clientDirectory_(daemon::FixedPath(ZOR_PATH_MLOG_DIR)) {
   constexpr int kOn = 1;
@@ -195,15 +191,23 @@ void Server::Reply(const Datagram &request, const ZOR_MLOG_MSG &reply) {
   }
   if (!client.valid()) return;
   const sockaddr_un address = client.Address();
-  ssize_t sent = SendTo(socket_, address, reply);
+  ssize_t sent = SendTo(address, reply, socket_);
   // Replies that a client leaves unread use up the send buffer of this socket, for all clients alike; a socket for this
   // one reply has a buffer of its own.
   if (sent < 0 && errno == EAGAIN) {
     const UniqueFd own(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sent = SendTo(own.get(), address, reply);
+    sent = SendTo(address, reply, own.get());
   }
   // A client that disconnected meanwhile has given up waiting, which is normal.
   if (sent < 0 && errno != ECONNREFUSED) problems_.PrintErrno("reply to \"%s\" dropped", path.c_str());
+}
+
+// Sends to a path, or to what a path of this process's descriptors stands for.
+ssize_t Server::SendTo(const sockaddr_un &address, const ZOR_MLOG_MSG &reply, int socket) const {
+  return anySocket_.Use([&] {
+    return ::sendto(socket, &reply, ZOR_MLOG_HEAD_SIZE + reply.length, MSG_DONTWAIT | MSG_NOSIGNAL, Generic(&address),
+                    sizeof address);
+  });
 }
 
 void Server::Save() {

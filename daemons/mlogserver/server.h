@@ -14,6 +14,7 @@
 #define MLOGSERVER_SERVER_H
 
 #include <sys/socket.h>
+#include <sys/un.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -24,6 +25,7 @@
 #include "mlogserver/datagram.h"
 #include "mlogserver/line_rates.h"
 #include "mlogserver/stat_table.h"
+#include "programs/capability.h"
 #include "programs/exit_code.h"
 #include "programs/problem_log.h"
 #include "programs/stop_signal.h"
@@ -38,8 +40,10 @@ struct Rules {
 
 class Server {
  public:
-  // The socket is bound and non-blocking; from now on it carries credentials. All arguments must outlive the server.
-  Server(int socket, const Rules &rules, CircularLog &log, StatTable &stats, daemon::ProblemLog &problems);
+  // The socket is bound and non-blocking; from now on it carries credentials. `anySocket` is the right to write to
+  // sockets of other users. All arguments must outlive the server.
+  Server(int socket, const Rules &rules, CircularLog &log, StatTable &stats,
+         const daemon::LaidDownCapability &anySocket, daemon::ProblemLog &problems);
 
   // Serves until a signal arrives, then handles the pending datagrams and saves the file. Returns kExitOk, or
   // kExitFailure if it cannot wait for datagrams.
@@ -58,6 +62,7 @@ class Server {
   // Writes how many lines of each user were left out, if it is time or for `all`.
   void ReportLeftOut(bool all);
   void Reply(const Datagram &request, const ZOR_MLOG_MSG &reply);
+  ssize_t SendTo(const sockaddr_un &address, const ZOR_MLOG_MSG &reply, int socket) const;
   void Save();
 
   int socket_;
@@ -65,6 +70,7 @@ class Server {
   LineRates rates_;
   CircularLog &log_;
   StatTable &stats_;
+  const daemon::LaidDownCapability &anySocket_;
   daemon::ProblemLog &problems_;
   std::string clientDirectory_;
 };
