@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <string_view>
 
 #include "common/loaded_function.h"
 
@@ -35,7 +36,35 @@ bool FindAll(void *library) {
          FindLoaded(library, "sqlite3_column_int64", sqlite.numberIn) &&
          FindLoaded(library, "sqlite3_column_text", sqlite.textIn) &&
          FindLoaded(library, "sqlite3_column_blob", sqlite.bytesIn) &&
-         FindLoaded(library, "sqlite3_column_bytes", sqlite.sizeOf);
+         FindLoaded(library, "sqlite3_column_bytes", sqlite.sizeOf) &&
+         FindLoaded(library, "sqlite3_vfs_find", sqlite.findFileSystem) &&
+         FindLoaded(library, "sqlite3_vfs_register", sqlite.registerFileSystem);
+}
+
+int Access(sqlite3_vfs *system, const char *path, int flags, int *result) {
+  *result = 0;
+  if (std::string_view(path).ends_with("-journal")) return SQLITE_OK;
+  auto *const original = static_cast<sqlite3_vfs *>(system->pAppData);
+  return original->xAccess(original, path, flags, result);
+}
+
+int Open(sqlite3_vfs *system, const char *path, sqlite3_file *file, int flags, int *flagsOut) {
+  auto *const original = static_cast<sqlite3_vfs *>(system->pAppData);
+  return original->xOpen(original, path, file, flags, flagsOut);
+}
+
+bool MakeFileSystem() {
+  static sqlite3_vfs ours = {};
+  if (sqlite.findFileSystem(kFileSystem) != nullptr) return true;
+  sqlite3_vfs *const original = sqlite.findFileSystem(nullptr);
+  if (original == nullptr) return false;
+  ours = *original;
+  ours.pNext = nullptr;
+  ours.zName = kFileSystem;
+  ours.pAppData = original;
+  ours.xOpen = Open;
+  ours.xAccess = Access;
+  return sqlite.registerFileSystem(&ours, 0) == SQLITE_OK;
 }
 
 }  // namespace
@@ -44,9 +73,10 @@ bool LoadSqlite() {
   const std::lock_guard guard(loadMutex);
   if (isLoaded) return true;
   void *const library = ::dlopen(kLibrary, RTLD_NOW | RTLD_LOCAL);
-  isLoaded = library != nullptr && FindAll(library);
+  isLoaded = library != nullptr && FindAll(library) && MakeFileSystem();
   if (isLoaded) return true;
-  std::fprintf(stderr, "configuration store: %s\n", ::dlerror());
+  const char *const problem = ::dlerror();
+  std::fprintf(stderr, "configuration store: %s\n", problem != nullptr ? problem : "SQLite has no file system");
   if (library != nullptr) ::dlclose(library);
   return false;
 }

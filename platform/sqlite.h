@@ -27,7 +27,14 @@ struct Sqlite {
   decltype(&sqlite3_column_text) textIn;
   decltype(&sqlite3_column_blob) bytesIn;
   decltype(&sqlite3_column_bytes) sizeOf;
+  decltype(&sqlite3_vfs_find) findFileSystem;
+  decltype(&sqlite3_vfs_register) registerFileSystem;
 };
+
+// The name of the file system that the store's files are opened in. It shows no journal of changes that were broken
+// off: whoever may write beside a file could plant one, with which SQLite would change the file, and delete any other.
+// The store keeps its own changes in a log, and those of other files are made before these have their names.
+inline constexpr char kFileSystem[] = "zor-store";
 
 // Loads it, once. False if that fails: the next call tries again. Any thread may call it.
 bool LoadSqlite();

@@ -86,6 +86,18 @@ TEST_F(Store, IsOpenedBesideAReaderWithoutBeingChanged) {
   EXPECT_EQ(GetPara(1), "x");
 }
 
+// Whoever may write beside the store could plant one: SQLite would play it back, and delete it and what it names.
+TEST_F(Store, ShowsSqliteNoJournalBesideItOrBesideAnImportedFile) {
+  EXPECT_EQ(Child::Function([] { return SetPara(1, "x") == 0 ? 0 : 1; }).Wait(), 0);
+  EXPECT_EQ(ZOR_STORE_WriteFile(file_.c_str(), ZOR_STORE_ALL), ZOR_STORE_OK);
+  for (const std::string &path : {path_, file_}) std::ofstream(path + "-journal") << std::string(4096, 'j');
+  EXPECT_EQ(Child::Function([] { return GetPara(1) == "x" ? 0 : 1; }).Wait(), 0);
+  EXPECT_EQ(ZOR_STORE_CheckFile(file_.c_str()), ZOR_STORE_OK);
+  EXPECT_EQ(ZOR_STORE_ReadFile(file_.c_str(), ZOR_STORE_ALL), ZOR_STORE_OK);
+  EXPECT_EQ(GetPara(1), "x");
+  for (const std::string &path : {path_, file_}) EXPECT_EQ(std::filesystem::file_size(path + "-journal"), 4096u);
+}
+
 // Each of the processes opens the store 50 times: a fork closes it.
 TEST_F(Store, ProcessesThatOpenAtOnceLoseNothing) {
   constexpr uint32_t kProcesses = 20;
