@@ -32,9 +32,10 @@ bool IsPadding(std::string_view text, size_t digits) {
 }  // namespace
 
 char *ZOR_UTIL_Base64Encode(const void *data, uint32_t length) {
-  if (data == nullptr) return nullptr;
-  const size_t size = (static_cast<size_t>(length) + 2) / 3 * 4 + 1;
-  zor::MallocPtr<char> text(static_cast<char *>(std::malloc(size)));
+  const uint64_t size = (uint64_t{length} + 2) / 3 * 4 + 1;
+  // With 32 bits the size of the longest does not fit.
+  if (data == nullptr || size != static_cast<size_t>(size)) return nullptr;
+  zor::MallocPtr<char> text(static_cast<char *>(std::malloc(static_cast<size_t>(size))));
   if (text == nullptr) return nullptr;
   const auto *const bytes = static_cast<const unsigned char *>(data);
   char *next = text.get();
