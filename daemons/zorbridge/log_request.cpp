@@ -1,27 +1,22 @@
 #include "zorbridge/log_request.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <zor/log_wire.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
 #include <vector>
 
-#include "common/unique_fd.h"
 #include "programs/bus_request.h"
 #include "programs/fleet_wire.h"
 #include "programs/limits.h"
+#include "programs/log_result.h"
 #include "programs/messages/invalid.h"
 #include "programs/messages/json_text.h"
 #include "programs/messages/log_names.h"
-#include "programs/paths.h"
 
 namespace zor::bridge {
 namespace {
@@ -30,49 +25,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr uint32_t kDefaultLines = 50;
 constexpr uint32_t kQueryFailed = 0xffffffff;
-
-// The file of a result, which is removed with the object. The log daemon may still write one that it was too late with:
-// that is removed with one of the next.
-class ResultFile {
- public:
-  explicit ResultFile(const std::string &directory)
-      : fixedPath_(directory + "/zorbridge." + std::to_string(::getpid()) + '.' + std::to_string(++last_)),
-        path_(daemon::FixedPath(fixedPath_)) {}
-  ResultFile(const ResultFile &) = delete;
-  ResultFile &operator=(const ResultFile &) = delete;
-  ~ResultFile() {
-    ::unlink(path_.c_str());
-    std::erase_if(late_, [](const std::string &path) { return ::unlink(path.c_str()) == 0; });
-  }
-
-  const std::string &fixedPath() const { return fixedPath_; }
-  void GiveUp() const {
-    if (late_.size() == kMostLate) late_.pop_front();
-    late_.push_back(path_);
-  }
-  // Others may write into the directory too: what they put there leads to no other file and is not read without end.
-  std::optional<std::string> Text() const {
-    const UniqueFd file(::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat info = {};
-    if (!file.valid() || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > kMostBytes) {
-      return std::nullopt;
-    }
-    std::string text(static_cast<size_t>(info.st_size), '\0');
-    const ssize_t length = ::read(file.get(), text.data(), text.size());
-    if (length < 0) return std::nullopt;
-    text.resize(static_cast<size_t>(length));
-    return text;
-  }
-
- private:
-  static constexpr size_t kMostLate = 64;
-  static constexpr off_t kMostBytes = 4 << 20;  // far more than the lines of one answer
-  static inline uint64_t last_ = 0;
-  static inline std::deque<std::string> late_;
-
-  std::string fixedPath_;
-  std::string path_;
-};
+constexpr size_t kMostBytes = 4 << 20;  // far more than the lines of one answer
 
 // Invalid for a payload that makes no query.
 ZOR_LOG_QUERY QueryOf(const std::string &payload) {
@@ -110,10 +63,8 @@ std::string LinesMember(std::string_view text) {
 }
 
 void Ask(const std::string &directory, ZOR_LOG_QUERY query, const Requests::Own &request) {
-  const auto file = std::make_shared<ResultFile>(directory);
-  if (file->fixedPath().size() >= sizeof query.text)
-    return request.failed(fleet::result::kGone, "log_directory is too long");
-  file->fixedPath().copy(query.text, sizeof query.text - 1);
+  const auto file = std::make_shared<daemon::LogResult>(directory, "zorbridge");
+  if (!file->NameIn(query)) return request.failed(fleet::result::kGone, "log_directory is too long");
   const auto then = [file, done = request.done, failed = request.failed](const ZOR_MSG_HEAD *reply,
                                                                          daemon::NoReply why) {
     if (reply == nullptr && why == daemon::NoReply::kTimeOver) {
@@ -121,7 +72,7 @@ void Ask(const std::string &directory, ZOR_LOG_QUERY query, const Requests::Own 
       return failed(fleet::result::kLate, "the log daemon is slow");
     }
     if (reply == nullptr) return failed(fleet::result::kAbsent, "the log daemon is not there");
-    const auto text = reply->data == kQueryFailed ? std::nullopt : file->Text();
+    const auto text = reply->data == kQueryFailed ? std::nullopt : file->Text(kMostBytes);
     if (!text)
       return failed(fleet::result::kGone, "the log daemon could not write the lines where the bridge can read them");
     done(LinesMember(*text));

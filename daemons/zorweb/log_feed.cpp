@@ -1,6 +1,5 @@
 #include "zorweb/log_feed.h"
 
-#include <unistd.h>
 #include <zor/log_wire.h>
 
 #include <memory>
@@ -10,9 +9,9 @@
 
 #include "programs/bus_request.h"
 #include "programs/limits.h"
+#include "programs/log_result.h"
 #include "programs/messages/log_names.h"
 #include "programs/messages/text.h"
-#include "programs/paths.h"
 #include "zorweb/file_tail.h"
 
 namespace zor::web {
@@ -24,24 +23,6 @@ using Json = nlohmann::ordered_json;
 constexpr std::chrono::milliseconds kLogTime{5000};
 constexpr std::chrono::milliseconds kInterval{1900};  // every second tick
 constexpr uint32_t kQueryFailed = 0xffffffff;
-
-// The file of a result, which is removed with the object.
-class ResultFile {
- public:
-  ResultFile(const std::string &directory, uint64_t number)
-      : fixedPath_(directory + "/zorweb." + std::to_string(::getpid()) + '.' + std::to_string(number)),
-        path_(daemon::FixedPath(fixedPath_)) {}
-  ResultFile(const ResultFile &) = delete;
-  ResultFile &operator=(const ResultFile &) = delete;
-  ~ResultFile() { ::unlink(path_.c_str()); }
-
-  const std::string &fixedPath() const { return fixedPath_; }
-  const std::string &path() const { return path_; }
-
- private:
-  std::string fixedPath_;
-  std::string path_;
-};
 
 // Lines for the page, the newest first.
 std::string LinesJson(std::string_view text, size_t most) {
@@ -79,19 +60,18 @@ void LogFeed::Greet(EventStream &stream) {
 }
 
 void LogFeed::AskLog() {
-  const auto file = std::make_shared<ResultFile>(directory_, ++queries_);
+  const auto file = std::make_shared<daemon::LogResult>(directory_, "zorweb");
   ZOR_LOG_QUERY query = {};
-  if (file->fixedPath().size() >= sizeof query.text)
-    return SetLog(ProblemJson("The setting log_directory is too long."));
+  if (!file->NameIn(query)) return SetLog(ProblemJson("The setting log_directory is too long."));
   query.typeLevel = messages::LogTypes({}) << ZOR_LOG_TYPE_SHIFT | messages::LogLevels("");
   query.count = kLogLines;
-  file->fixedPath().copy(query.text, sizeof query.text - 1);
   asking_ = true;
   const std::string body(reinterpret_cast<const char *>(&query), sizeof query);
   daemon::AskBus(
       {ZOR_LOG_DAEMON_NAME, ZOR_LOG_MSG_QUERY, 0, body}, kLogTime,
       [this, file](const ZOR_MSG_HEAD *reply, daemon::NoReply why) {
         asking_ = false;
+        if (reply == nullptr && why == daemon::NoReply::kTimeOver) file->GiveUp();
         if (reply == nullptr) {
           return SetLog(ProblemJson(why == daemon::NoReply::kTimeOver ? "The log daemon does not answer."
                                                                       : "The log daemon is not on the bus."));

@@ -33,7 +33,6 @@ class LogFeed {
   std::string mlogFile_;
   std::chrono::steady_clock::time_point lookedAt_;
   bool asking_ = false;
-  std::uint64_t queries_ = 0;
   std::string log_;  // events' data
   std::string mlog_;
 };

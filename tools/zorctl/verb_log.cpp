@@ -1,8 +1,6 @@
 // The user-visible log, as the daemon "syslog" renders it. The daemon writes the result of a query to a file; --follow
 // repeats the query and prints the new lines.
-#include <unistd.h>
 #include <zor/log.h>
-#include <zor/platform/file.h>
 
 #include <algorithm>
 #include <bit>
@@ -15,11 +13,10 @@
 #include <utility>
 #include <vector>
 
-#include "common/malloc_ptr.h"
 #include "programs/fleet_wire.h"
+#include "programs/log_result.h"
 #include "programs/messages/invalid.h"
 #include "programs/messages/log_names.h"
-#include "programs/paths.h"
 #include "zorctl/bus.h"
 #include "zorctl/fleet_report.h"
 #include "zorctl/fleet_requests.h"
@@ -49,37 +46,16 @@ bool IsWanted(const ForeignJson &record, uint32_t types, uint32_t levels) try {
   return false;
 }
 
-// A result of our own, directly in the daemon's directory; removed with the object.
-class ResultFile {
- public:
-  explicit ResultFile(const std::string &directory)
-      : fixedPath_(directory + "/zorctl." + std::to_string(::getpid())), path_(daemon::FixedPath(fixedPath_)) {
-    if (fixedPath_.size() < ZOR_LOG_QUERY_TEXT_SIZE) return;
-    throw Failure(kExitUsage, "the directory name " + directory + " is too long", "a query has room for 63 characters");
+std::string ReadResult(const daemon::LogResult &result) {
+  constexpr size_t kMost = 256 << 20;
+  if (auto text = result.Text(kMost)) return std::move(*text);
+  if (errno == EACCES) {
+    throw Failure(kExitRefused, "no permission to read the result in " + result.path(),
+                  "run this as the daemon's user or a member of its group");
   }
-  ResultFile(const ResultFile &) = delete;
-  ResultFile &operator=(const ResultFile &) = delete;
-  ~ResultFile() { ::unlink(path_.c_str()); }
-
-  const std::string &fixedPath() const { return fixedPath_; }
-
-  std::string Text() const {
-    void *buffer = nullptr;
-    uint32_t length = 0;
-    const uint32_t status = ZOR_UTIL_ReadFileToBuf(path_.c_str(), &buffer, &length);
-    const MallocPtr<void> owner(buffer);
-    if (status == ZOR_FILE_OK) return {static_cast<const char *>(buffer), length};
-    if (::access(path_.c_str(), R_OK) != 0 && errno == EACCES) {
-      throw Failure(kExitRefused, "no permission to read the result in " + path_,
-                    "run this as the daemon's user or a member of its group");
-    }
-    throw Failure(kExitFailure, "cannot read the result " + path_, "check whether the daemon runs in this ZOR_ROOT");
-  }
-
- private:
-  std::string fixedPath_;
-  std::string path_;
-};
+  throw Failure(kExitFailure, "cannot read the result " + result.path(),
+                "check whether the daemon runs in this ZOR_ROOT");
+}
 
 class LogVerb : public Verb {
  public:
@@ -183,17 +159,27 @@ class LogVerb : public Verb {
   }
 
   Lines Query(Bus &bus, uint32_t typeLevel, uint32_t count, const Deadline &deadline) const {
-    const ResultFile result(directory_);
+    const daemon::LogResult result(directory_, "zorctl");
     ZOR_LOG_QUERY query = {};
+    if (!result.NameIn(query)) {
+      throw Failure(kExitUsage, "the directory name " + directory_ + " is too long",
+                    "a query has room for 63 characters");
+    }
     query.selector = language_ == "zh" ? ZOR_LOG_SECOND_LANGUAGE : 0;
     query.typeLevel = typeLevel;
     query.count = count;
-    result.fixedPath().copy(query.text, sizeof query.text - 1);
-    const Message reply =
-        bus.Request({ZOR_LOG_MSG_QUERY, ZOR_LOG_DAEMON_NAME, 0, std::string(RecordBytes(query))}, deadline);
-    if (reply.data != kRefused) return SplitLines(result.Text());
+    const Message reply = Ask(bus, query, result, deadline);
+    if (reply.data != kRefused) return SplitLines(ReadResult(result));
     throw Failure(kExitRefused, "the daemon refused the query",
                   "its setting query_directory must be " + directory_ + ", and it must be able to write there");
+  }
+
+  static Message Ask(Bus &bus, const ZOR_LOG_QUERY &query, const daemon::LogResult &result,
+                     const Deadline &deadline) try {
+    return bus.Request({ZOR_LOG_MSG_QUERY, ZOR_LOG_DAEMON_NAME, 0, std::string(RecordBytes(query))}, deadline);
+  } catch (const Failure &failure) {
+    if (failure.code == kExitTimeOver) result.GiveUp();
+    throw;
   }
 
   void Follow(Bus &bus, uint32_t typeLevel, Lines before, const Common &common) {
