@@ -50,9 +50,15 @@ bool OutboxState::Attach() {
 
 bool OutboxState::TryAttach() {
   OutboxFile::Content content;
-  if (file_.Open(options_.path, options_.queueBytes / 8) && file_.ReadContent(content) && Adopt(content)) return true;
-  file_.Close();
-  return false;
+  bool attached = false;
+  try {
+    attached = file_.Open(options_.path, options_.queueBytes / 8) && file_.ReadContent(content) && Adopt(content);
+  } catch (...) {  // no memory: as before the attempt
+    file_.Close();
+    throw;
+  }
+  if (!attached) file_.Close();
+  return attached;
 }
 
 // With its log, which would otherwise be replayed into the new file. Both can still be looked at.
