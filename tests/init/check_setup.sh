@@ -31,8 +31,11 @@ chmod 777 "$ZOR_ROOT/var/cfg"
 "$made/init/zor-setup"
 state | diff "$work/first" - || failed=1
 
-# Its owner could let a directory lead elsewhere, to have that one's mode changed.
+# The owner of a link could let it lead elsewhere later, that of a directory have another one's mode changed.
 if [ "$(id -u)" = 0 ]; then
+  chown -h 1 "$ZOR_ROOT/var/msgsvr"
+  "$made/init/zor-setup"
+  [ "$(stat -c %u "$ZOR_ROOT/var/msgsvr")" = 0 ] || wrong "keeps a link of another user"
   mkdir "$work/elsewhere"
   rmdir "$ZOR_ROOT/var/lib/zor/shared"
   ln -s "$work/elsewhere" "$ZOR_ROOT/var/lib/zor/shared"
