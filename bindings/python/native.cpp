@@ -28,6 +28,7 @@
 namespace {
 
 constexpr std::size_t kDescriptorFrame = 2;
+constexpr std::size_t kDescriptorsMax = 64;
 constexpr std::size_t kSetAsideMax = 10000;
 constexpr std::uint32_t kPassTurnsMax = 32;
 
@@ -120,7 +121,10 @@ Next Look(int fd, int timeoutMs) {
 std::uint32_t KeepDescriptor() {
   int fd = -1;
   const std::uint32_t status = ZOR_MSG_RecvFd(&fd, 0);
-  if (status == ZOR_OK) descriptors.emplace_back(fd);
+  if (status != ZOR_OK) return status;
+  // Nobody has asked for more: whoever sends without end must not use up this process's descriptors.
+  zor::UniqueFd descriptor(fd);
+  if (descriptors.size() < kDescriptorsMax) descriptors.push_back(std::move(descriptor));
   return status;
 }
 

@@ -42,6 +42,9 @@ TEST(CppJsonTest, TextsAreReadAndWritten) {
     }
   }
   EXPECT_FALSE(Json::try_parse(std::string(100000, '['))) << "too deep";
+  std::string zeros = "[0";
+  for (int count = 1; count < 100000; ++count) zeros += ",0";
+  EXPECT_FALSE(Json::try_parse(zeros + "]")) << "more values than a peer may make of few bytes";
   Json json;
   json.set("a", Json().push(1)).set("a", 2);
   EXPECT_EQ(json.dump(), R"({"a":2})");

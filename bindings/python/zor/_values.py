@@ -141,7 +141,8 @@ class Request(Reply):
 
     def receive_fd(self, timeout: Optional[float] = 5.0) -> int:
         """The descriptor that its sender passes behind the message; the caller's to close. Messages that come before it
-        are handled later. An async handler calls this before it first awaits."""
+        are handled later. An async handler calls this before it first awaits. Of descriptors that nobody has asked for
+        yet 64 are kept, later ones closed."""
         return self._bus._receive_fd(timeout)
 
 

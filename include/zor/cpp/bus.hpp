@@ -133,8 +133,8 @@ class Bus {
   // --- calls ---
 
   /// Sends a request and waits for its reply, for which the loop stands still. Raises PeerGone at once when no client
-  /// has the name, Timeout, Failed for an error reply. A time-out of 0 waits without limit. The empty name is the
-  /// message server.
+  /// has the name, Timeout, Failed for an error reply. A time-out of 0 waits without limit. Other messages wait for the
+  /// loop; with the thousandth of them the wait ends as with Timeout. The empty name is the message server.
   Reply call(std::string_view destination, std::uint32_t type, const Content &content = {},
              std::chrono::milliseconds timeout = kDefaultTimeout) {
     return try_call(destination, type, content, timeout).value();

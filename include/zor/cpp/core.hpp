@@ -224,10 +224,12 @@ class Core final : public std::enable_shared_from_this<Core> {
 
   /// Sends a request and waits for its reply. Handlers do not run meanwhile, but for a request to this process itself.
   Result<Reply> Call(std::string_view destination, std::uint32_t type, const Content &content, Milliseconds timeout) {
+    const auto keep = shared_from_this();  // a request to oneself is served here, and may end the bus
     const Awaited awaited(destination, type);
     const Clock::time_point start = Clock::now();
     if (const std::uint32_t status = SendRequest(awaited, content, false); status != ZOR_OK) return Error(status);
     std::uint32_t left = ToWait(timeout);
+    std::uint32_t setAside = 0;
     while (true) {
       ZOR_MSG_HEAD *received = nullptr;
       const std::uint32_t status = ZOR_MSG_Recv(g_stMsgCtx.socketFd, &received, left);
@@ -237,6 +239,7 @@ class Core final : public std::enable_shared_from_this<Core> {
       if (awaited.IsReply(*message)) return Judge(Reply(std::move(message)));
       if (awaited.IsNotice(*message)) return Error(ZOR_E_PEER_GONE);
       SetAside(std::move(message), false);
+      if (++setAside == ZOR_MSG_SET_ASIDE_MAX) return GiveUp(awaited);
       if (left == 0) continue;
       const auto elapsed = std::chrono::duration_cast<Milliseconds>(Clock::now() - start).count();
       if (elapsed >= timeout.count()) return GiveUp(awaited);

@@ -110,7 +110,7 @@ class Json {
   /// Appends a text to another as a JSON string with its quotes.
   static void append_quoted(std::string &out, std::string_view text);
 
-  /// The value of a text, which nothing but white space may follow. At most 64 levels deep.
+  /// The value of a text, which nothing but white space may follow. At most 64 levels deep and 100000 values.
   static Result<Json> try_parse(std::string_view text);
   static Json parse(std::string_view text);
 

@@ -28,6 +28,7 @@ class JsonReader {
 
  private:
   static constexpr int kDepthMax = 64;
+  static constexpr std::size_t kValuesMax = 100000;  // they take many times the memory of their text
 
   void SkipSpace() {
     const std::size_t count = text_.find_first_not_of(" \t\r\n");
@@ -44,7 +45,7 @@ class JsonReader {
   }
 
   bool Value(Json &out, int depth) {
-    if (text_.empty() || depth > kDepthMax) return false;
+    if (text_.empty() || depth > kDepthMax || ++values_ > kValuesMax) return false;
     switch (text_.front()) {
       case '{':
         return Object(out, depth);
@@ -226,6 +227,7 @@ class JsonReader {
   }
 
   std::string_view text_;
+  std::size_t values_ = 0;
 };
 
 inline Result<Json> Json::try_parse(std::string_view text) {
