@@ -96,6 +96,7 @@ void Server::TakeOverCrashed(std::vector<daemon::PassedDescriptor> &passed) {
   daemon::StoreJournal(journal_, passed);
   passed.clear();
   if (content || unknown > 0) log_.Print("took over from a server that crashed: %zu clients", clients_.size());
+  ReleaseEnded();  // before a frame can lead to one that has no place in the journal
   for (const uint64_t id : state.unrouted) {
     for (const auto &[key, client] : clients_) {
       if (client->id() == id) TakeIn(*client, &Intake::Resume);
