@@ -14,10 +14,10 @@ class Capabilities {
   Capabilities() { valid_ = ::syscall(SYS_capget, &header_, data_.data()) == 0; }
 
   bool IsEffective(unsigned number) const { return valid_ && (Word(number).effective & CAP_TO_MASK(number)) != 0; }
-  void SetEffective(unsigned number, bool on) {
+  bool SetEffective(unsigned number, bool on) {
     auto &effective = data_[CAP_TO_INDEX(number)].effective;
     effective = on ? effective | CAP_TO_MASK(number) : effective & ~CAP_TO_MASK(number);
-    if (valid_) ::syscall(SYS_capset, &header_, data_.data());
+    return valid_ && ::syscall(SYS_capset, &header_, data_.data()) == 0;
   }
 
  private:
@@ -36,14 +36,15 @@ bool HasCapability(unsigned number) {
 
 LaidDownCapability::LaidDownCapability(unsigned number)
     : number_(number), isHeld_(::geteuid() != 0 && HasCapability(number)) {
-  Set(false);
+  isSet_ = Set(false);
 }
 
-// What the caller has failed with stays in errno. Taking up and laying down what is permitted cannot fail.
-void LaidDownCapability::Set(bool on) const {
+// What the caller has failed with stays in errno.
+bool LaidDownCapability::Set(bool on) const {
   const int error = errno;
-  if (isHeld_) Capabilities().SetEffective(number_, on);
+  const bool isSet = isHeld_ && Capabilities().SetEffective(number_, on);
   errno = error;
+  return isSet;
 }
 
 }  // namespace zor::daemon

@@ -18,6 +18,8 @@ class LaidDownCapability {
   LaidDownCapability &operator=(const LaidDownCapability &) = delete;
   ~LaidDownCapability() { Set(true); }
 
+  // False when the system did not let it be laid down.
+  bool valid() const { return !isHeld_ || isSet_; }
   // Takes it up for the call.
   template <typename Call>
   auto Use(Call call) const {
@@ -28,10 +30,11 @@ class LaidDownCapability {
   }
 
  private:
-  void Set(bool on) const;
+  bool Set(bool on) const;
 
   unsigned number_;
   bool isHeld_;
+  bool isSet_ = false;  // as asked for at first
 };
 
 }  // namespace zor::daemon

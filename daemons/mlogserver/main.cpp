@@ -102,6 +102,7 @@ int Run(const ServerSettings &settings, daemon::ProblemLog &problems, daemon::St
   ::umask(kUmask);
   // Else a link in the place of the log, which all daemons may put there, would lead it to any file.
   const daemon::LaidDownCapability anySocket(CAP_DAC_OVERRIDE);
+  if (!anySocket.valid()) problems.Print("CAP_DAC_OVERRIDE cannot be laid down, and is in force for all files");
   daemon::StopSignal stop;
   if (!stop.valid()) {
     problems.PrintErrno("cannot wait for signals");
