@@ -25,7 +25,7 @@ case ${1:-demo} in
   lint) packages+=("${tests[@]}" clang-tidy doxygen) ;;
   bench) packages+=(libc-ares-dev libcurl4-openssl-dev openssl "${python[@]}" dbus python3-dbus-fast python3-dbus python3-gi "${lua[@]}" lua5.4 lua5.1 "${broker[@]}") ;;
   fuzz) packages+=("${sanitizers[@]}") ;;
-  package) packages+=(build-essential dpkg-dev debhelper dh-python file lintian abigail-tools mmdebstrap procps qemu-user-static
+  package) packages+=(build-essential dpkg-dev debhelper dh-python file lintian abigail-tools mmdebstrap arch-test procps qemu-user-static
     "${python[@]}" "${lua[@]}") ;;
   machine) packages+=("${tests[@]}" "g++-$2" qemu-user-static util-linux) ;;
   variants) packages+=("${tests[@]}" musl-tools) ;;
