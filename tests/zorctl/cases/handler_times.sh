@@ -5,9 +5,9 @@ show() {
   grep -E '^zor_(loop|handler)_' "$work/metrics" | grep -E "$1" | sort || true
 }
 start msgsvr
+peer liar idle # first: what it shows later as its own must not be older than it
 ZOR_LAG_US=1 peer slow refuse
 ZOR_LAG_US=soon peer quick refuse
-peer liar idle
 zorctl send 0x4001 slow
 zorctl send 0x4001 quick
 await eval "show 'calls_total.*procedure.* [1-9]' | grep -q slow"
