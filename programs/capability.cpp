@@ -36,7 +36,7 @@ bool HasCapability(unsigned number) {
 
 LaidDownCapability::LaidDownCapability(unsigned number)
     : number_(number), isHeld_(::geteuid() != 0 && HasCapability(number)) {
-  isSet_ = Set(false);
+  isDown_ = Set(false);
 }
 
 // What the caller has failed with stays in errno.

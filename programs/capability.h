@@ -19,7 +19,7 @@ class LaidDownCapability {
   ~LaidDownCapability() { Set(true); }
 
   // False when the system did not let it be laid down.
-  bool valid() const { return !isHeld_ || isSet_; }
+  bool valid() const { return !isHeld_ || isDown_; }
   // Takes it up for the call.
   template <typename Call>
   auto Use(Call call) const {
@@ -34,7 +34,7 @@ class LaidDownCapability {
 
   unsigned number_;
   bool isHeld_;
-  bool isSet_ = false;  // as asked for at first
+  bool isDown_ = false;  // at first
 };
 
 }  // namespace zor::daemon
