@@ -13,7 +13,10 @@ case $name in
   clang) compilers=(clang-16 clang++-16) flags='-O2' ;;
   lto) compilers=(gcc g++) flags='-O3 -flto=auto -Werror=odr -Werror=lto-type-mismatch' ;;
   # With these assertions GCC 12 takes the joining of some strings for an overflow.
-  fortify) compilers=(gcc g++) flags='-O2 -D_FORTIFY_SOURCE=3 -D_GLIBCXX_ASSERTIONS -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread' ;;
+  fortify)
+    compilers=(gcc g++) flags='-O2 -D_FORTIFY_SOURCE=3 -D_GLIBCXX_ASSERTIONS'
+    flags+=' -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread'
+    ;;
   musl) ;;
   *)
     sed -n 's/^# Usage: /usage: /p' "$0" >&2
