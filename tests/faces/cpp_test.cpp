@@ -290,6 +290,33 @@ TEST_F(CppFaceTest, ChildrenAreHeardAndReaped) {
   EXPECT_FALSE(sleeping.running());
 }
 
+// That of the spawn is gone when it ends, with all its records.
+TEST_F(CppFaceTest, WhatBeginsWithinASynchronousSpawnBelongsToTheLoopOfTheBus) {
+  struct Begun {
+    Bus &bus;
+    Handle timer;
+    std::uint32_t status;
+  } begun{Join(), {}, ZOR_OK};
+  const char *const arguments[] = {"true", nullptr};
+  UvProcessOptions options = {};
+  options.file = arguments[0];
+  options.args = arguments;
+  options.data = &begun;
+  options.exitCallback = [](UvProcess *process, std::int32_t, std::int32_t, std::int32_t) {
+    auto &[bus, timer, status] = *static_cast<Begun *>(process->header.data);
+    timer = bus.every(1ms, [&bus = bus] { bus.stop(); });
+    try {
+      bus.execute({{"true"}});
+    } catch (const Error &error) {
+      status = error.status();
+    }
+  };
+  EXPECT_EQ(ZOR_UV_ProcessSpawnSync(&options, 0), ZOR_OK);
+  EXPECT_EQ(begun.status, ZOR_E_BUSY);
+  Run();
+  begun.timer.stop();
+}
+
 TEST_F(CppFaceTest, AProcessHasOneBusAtATime) {
   Join();
   try {

@@ -237,13 +237,13 @@ class Bus {
   Handle watch(int fd, Function<void(std::uint32_t)> callback, std::uint32_t events = UV_READABLE) {
     auto entry = std::make_shared<detail::Watch>();
     entry->run = std::move(callback);
-    return Begin(entry, entry->Start(fd, events), "watch");
+    return Begin(entry, entry->Start(core_->loop(), fd, events), "watch");
   }
-  /// Starts a program.
+  /// Starts a program. ZOR_E_BUSY in a callback of ZOR_UV_ProcessSpawnSync().
   Child execute(Command command) {
     auto entry = std::make_shared<detail::ChildEntry>();
     entry->command = std::move(command);
-    static_cast<void>(Begin(entry, entry->Start(), "execute"));
+    static_cast<void>(Begin(entry, entry->Start(core_->loop()), "execute"));
     return Child(entry);
   }
 
@@ -362,7 +362,7 @@ class Bus {
   Handle StartTimer(std::chrono::milliseconds time, bool once, Function<void()> callback) {
     auto timer = std::make_shared<detail::Timer>();
     timer->run = std::move(callback);
-    return Begin(timer, timer->Start(time, once), "timer");
+    return Begin(timer, timer->Start(core_->loop(), time, once), "timer");
   }
 
   template <typename E>

@@ -47,7 +47,9 @@ struct ChildEntry final : Entry {
   Command command;
   UvProcess *process = nullptr;
 
-  std::uint32_t Start() {
+  /// ZOR_E_BUSY from a callback of a synchronous spawn: the end of a child of this loop would not be noticed.
+  std::uint32_t Start(UvLoop *loop) {
+    if (loop != ZOR_UV_LoopGetDefault()) return ZOR_E_BUSY;
     const std::vector<const char *> arguments = Pointers(command.arguments);
     const std::vector<const char *> environment = Pointers(command.environment);
     if (command.arguments.empty()) return ZOR_E_ARGUMENT;
@@ -61,7 +63,7 @@ struct ChildEntry final : Entry {
     options.outputCallback = OnOutput;
     if (command.on_output) options.flags |= UV_PROCESS_STDOUT;
     if (command.on_errors) options.flags |= UV_PROCESS_STDERR;
-    return ZOR_UV_ProcessSpawn(nullptr, &process, &options);
+    return ZOR_UV_ProcessSpawn(loop, &process, &options);
   }
   // The child goes on; nobody listens to it.
   void Release() override {

@@ -87,6 +87,7 @@ class Core final : public std::enable_shared_from_this<Core> {
     if (const std::uint32_t status = ZOR_MSG_Init(name.c_str()); status != ZOR_OK) return status;
     if (g_stMsgCtx.socketFd < 0) return ZOR_E_REFUSED;
     Current() = this;
+    loop_ = ZOR_UV_LoopGetDefault();
     owner_ = ::getpid();
     name_ = NameOf(g_stMsgCtx.appName);
     ZOR_MSG_RegisterMsgProc(OnMessage);
@@ -113,11 +114,12 @@ class Core final : public std::enable_shared_from_this<Core> {
     ZOR_UTIL_TimerDel(std::exchange(callTimer_, nullptr));
     if (UvIdle *const hook = std::exchange(drainHook_, nullptr)) ZOR_UV_IdleStop(hook);
     ZOR_MSG_Destroy();
-    if (runs_ > 0) ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());  // nothing is left that could
+    if (runs_ > 0) ZOR_UV_LoopStop(loop_);  // nothing is left that could
   }
 
   const Options &options() const noexcept { return options_; }
   const std::string &name() const noexcept { return name_; }
+  UvLoop *loop() const noexcept { return loop_; }
 
   // --- errors ---
 
@@ -323,7 +325,7 @@ class Core final : public std::enable_shared_from_this<Core> {
     const auto left = std::chrono::duration_cast<Milliseconds>(deadline - Clock::now()).count() + 1;
     const std::uint32_t ms = ToWait(Milliseconds(left < 1 ? 1 : left));
     if (callTimer_ == nullptr) {
-      callTimer_ = ZOR_UTIL_TimerAdd(ms, 0, OnCallTimer, nullptr);
+      callTimer_ = AddTimer(loop_, ms, false, OnCallTimer, nullptr);
     } else {
       ZOR_UTIL_TimerChgPeriod(callTimer_, ms);
     }
@@ -354,9 +356,9 @@ class Core final : public std::enable_shared_from_this<Core> {
 
   void SetAside(Block message, bool isOwnRequest) {
     backlog_.Put(std::move(message), isOwnRequest);
-    if (drainHook_ == nullptr) drainHook_ = ZOR_UV_IdleStart(nullptr, OnTurn);
+    if (drainHook_ == nullptr) drainHook_ = ZOR_UV_IdleStart(loop_, OnTurn);
     const UvTime atOnce = {0, 0};
-    ZOR_UV_LoopUpdateSelectTimeout(nullptr, &atOnce);
+    ZOR_UV_LoopUpdateSelectTimeout(loop_, &atOnce);
   }
   static void OnTurn(UvIdle *, std::uint32_t) {
     if (Current() != nullptr && !Current()->backlog_.empty()) Enter([](Core &core) { core.Drain(); });
@@ -406,13 +408,13 @@ class Core final : public std::enable_shared_from_this<Core> {
 
   void Stop(int exitStatus) {
     exitStatus_ = exitStatus;
-    ZOR_UV_LoopStop(ZOR_UV_LoopGetDefault());
+    ZOR_UV_LoopStop(loop_);
   }
 
   int Run() {
     exitStatus_ = 0;
     ++runs_;
-    const std::uint32_t status = ZOR_UV_LoopRun(nullptr, 0);
+    const std::uint32_t status = ZOR_UV_LoopRun(loop_, 0);
     --runs_;
     Check(status, "the loop");
     return exitStatus_;
@@ -451,7 +453,8 @@ class Core final : public std::enable_shared_from_this<Core> {
 
   Options options_;
   std::string name_;
-  int owner_ = 0;  // the process that joined
+  UvLoop *loop_ = nullptr;  // not the passing one of a synchronous spawn
+  int owner_ = 0;           // the process that joined
   int exitStatus_ = 0;
   int depth_ = 0;         // callbacks that are running
   int runs_ = 0;          // runs of the loop, one within the other

@@ -75,17 +75,27 @@ struct GapHandler final : Entry {
   void Leave(Core &core) override;
 };
 
-/// The loop owns the record, which is gone after the last firing.
+/// Null when there is no memory. The loop owns the record, which is gone after the last firing.
+inline UvTimer *AddTimer(UvLoop *loop, std::uint32_t ms, bool once, UV_TIMER_CALLBACK callback, void *data) {
+  auto *const timer = static_cast<UvTimer *>(std::calloc(1, sizeof(UvTimer)));
+  if (timer == nullptr || ZOR_UV_TimerInit(loop, timer) != ZOR_OK) {
+    std::free(timer);
+    return nullptr;
+  }
+  ZOR_UV_TimerStart(timer, ms, once ? 1 : 0, callback, data);
+  return timer;
+}
+
 struct Timer final : Entry {
   UvTimer *timer = nullptr;
   bool once = false;
   Function<void()> run;
 
-  std::uint32_t Start(std::chrono::milliseconds interval, bool isOnce) {
+  std::uint32_t Start(UvLoop *loop, std::chrono::milliseconds interval, bool isOnce) {
     constexpr std::int64_t kLongest = 0x7fffffff;
     const std::int64_t ms = interval.count() < 1 ? 1 : interval.count() > kLongest ? kLongest : interval.count();
     once = isOnce;
-    timer = ZOR_UTIL_TimerAdd(static_cast<std::uint32_t>(ms), once ? 1 : 0, OnTimer, this);
+    timer = AddTimer(loop, static_cast<std::uint32_t>(ms), once, OnTimer, this);
     return timer == nullptr ? ZOR_E_NO_MEMORY : ZOR_OK;
   }
   void Release() override { ZOR_UTIL_TimerDel(std::exchange(timer, nullptr)); }
@@ -99,10 +109,10 @@ struct Watch final : Entry {
   UvIO *io = nullptr;
   Function<void(std::uint32_t)> run;
 
-  std::uint32_t Start(int fd, std::uint32_t events) {
+  std::uint32_t Start(UvLoop *loop, int fd, std::uint32_t events) {
     io = static_cast<UvIO *>(std::calloc(1, sizeof(UvIO)));
     if (io == nullptr) return ZOR_E_NO_MEMORY;
-    if (const std::uint32_t status = ZOR_UV_IOInit(nullptr, io, fd, OnReady); status != ZOR_OK) {
+    if (const std::uint32_t status = ZOR_UV_IOInit(loop, io, fd, OnReady); status != ZOR_OK) {
       std::free(std::exchange(io, nullptr));
       return status;
     }

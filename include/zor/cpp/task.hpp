@@ -268,7 +268,7 @@ class [[nodiscard]] Sleep {
   void await_suspend(std::coroutine_handle<> waiter) {
     auto timer = std::make_shared<detail::Timer>();
     timer->run = [waiter] { waiter.resume(); };
-    detail::Check(timer->Start(time_, true), "sleep");
+    detail::Check(timer->Start(core_.loop(), time_, true), "sleep");
     timer_ = core_.Own(timer);
   }
   void await_resume() const noexcept {}
