@@ -15,11 +15,16 @@ namespace {
 constexpr mode_t kFileMode = 0600;
 constexpr size_t kSqlSize = 128;
 
+// For files of others: SQLite neither changes such a file nor looks beside it for a log of changes, which anybody may
+// have put there.
+constexpr char kAsItStands[] = "?mode=ro&immutable=1";
+
 class Attached {
  public:
-  Attached(sqlite3 *db, const char *path) : db_(db) {
+  Attached(sqlite3 *db, const char *path, const char *how) : db_(db) {
+    const SqliteUri uri(path, how);
     Statement attach(db, "ATTACH ? AS file");
-    result_ = attach.Bind(path).Run();
+    result_ = attach.Bind(uri.c_str()).Run();
   }
   Attached(const Attached &) = delete;
   Attached &operator=(const Attached &) = delete;
@@ -92,12 +97,12 @@ int CheckFile(const char *path) {
   Database db;
   result = OpenFile(":memory:", &db);
   if (result != SQLITE_OK) return result;
-  const Attached file(db.get(), path);
+  const Attached file(db.get(), path, kAsItStands);
   return file.result() == SQLITE_OK ? CheckAttached(db.get()) : file.result();
 }
 
 int CopyToFile(sqlite3 *db, const char *path, uint32_t parts) {
-  const Attached file(db, path);
+  const Attached file(db, path, "");
   if (file.result() != SQLITE_OK) return file.result();
   Transaction transaction(db, "BEGIN");
   int result = transaction.result();
@@ -105,9 +110,9 @@ int CopyToFile(sqlite3 *db, const char *path, uint32_t parts) {
   return transaction.End(result);
 }
 
-// The store is written first, so that the transaction locks it for writing, but the file only for reading.
+// The store is written first: the transaction locks it at once.
 int CopyFromFile(sqlite3 *db, const char *path, uint32_t parts) {
-  const Attached file(db, path);
+  const Attached file(db, path, kAsItStands);
   if (file.result() != SQLITE_OK) return file.result();
   Transaction transaction(db, "BEGIN");
   int result = transaction.result();

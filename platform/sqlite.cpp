@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <string_view>
 
@@ -68,6 +69,15 @@ bool MakeFileSystem() {
 }
 
 }  // namespace
+
+SqliteUri::SqliteUri(const char *path, const char *query) {
+  char *end = stpcpy(text_, *path == '/' ? "file://" : "file:");
+  for (const char *from = path; *from != '\0' && from - path < PATH_MAX; ++from) {
+    const bool isPlain = std::strchr("%?#", *from) == nullptr;
+    end += std::sprintf(end, isPlain ? "%c" : "%%%02X", static_cast<unsigned char>(*from));
+  }
+  std::strcpy(end, query);
+}
 
 bool LoadSqlite() {
   const std::lock_guard guard(loadMutex);

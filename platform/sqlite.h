@@ -5,6 +5,8 @@
 
 #include <sqlite3.h>
 
+#include <climits>
+
 namespace zor::platform {
 
 struct Sqlite {
@@ -35,6 +37,17 @@ struct Sqlite {
 // off: whoever may write beside a file could plant one, with which SQLite would change the file, and delete any other.
 // The store keeps its own changes in a log, and those of other files are made before these have their names.
 inline constexpr char kFileSystem[] = "zor-store";
+
+// A path as SQLite takes it where it is told more about the file, such as "?mode=ro". It is cut when it is longer than
+// a path can be.
+class SqliteUri {
+ public:
+  explicit SqliteUri(const char *path, const char *query = "");
+  const char *c_str() const { return text_; }
+
+ private:
+  char text_[3 * PATH_MAX + 64];  // each character may become "%25"
+};
 
 // Loads it, once. False if that fails: the next call tries again. Any thread may call it.
 bool LoadSqlite();

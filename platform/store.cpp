@@ -160,7 +160,8 @@ int CreateStoreFile(const Replacement &file, mode_t mode, const char *then) {
 int OpenFile(const char *path, Database *db) {
   if (!LoadSqlite()) return SQLITE_CANTOPEN;
   sqlite3 *opened = nullptr;
-  const int result = sqlite.open(path, &opened, SQLITE_OPEN_READWRITE, kFileSystem);
+  const int result =
+      sqlite.open(SqliteUri(path).c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_URI, kFileSystem);
   db->reset(opened);
   if (result == SQLITE_OK) sqlite.setBusyTimeout(opened, ZOR_STORE_WAIT_MS);
   return result;

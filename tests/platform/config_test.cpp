@@ -98,6 +98,26 @@ TEST_F(Store, ShowsSqliteNoJournalBesideItOrBesideAnImportedFile) {
   for (const std::string &path : {path_, file_}) EXPECT_EQ(std::filesystem::file_size(path + "-journal"), 4096u);
 }
 
+// Others may put one beside it, too, and SQLite would write it into the file.
+TEST_F(Store, ReadsAnImportedFileAsItStandsWithoutALogBesideIt) {
+  const std::string strange = root_.Path("/50%25 #1?");
+  SetPara(1, "imported");
+  ASSERT_EQ(ZOR_STORE_WriteFile(strange.c_str(), ZOR_STORE_ALL), ZOR_STORE_OK);
+  {
+    Intruder writer(strange);
+    writer.Run("PRAGMA journal_mode = WAL; UPDATE parameters SET value = CAST('planted' AS BLOB)");
+    for (const std::string suffix : {"", "-wal"}) std::filesystem::copy_file(strange + suffix, file_ + suffix);
+  }
+  const std::uintmax_t size = std::filesystem::file_size(file_ + "-wal");
+  SetPara(1, "old");
+  EXPECT_EQ(ZOR_STORE_CheckFile(file_.c_str()), ZOR_STORE_OK);
+  EXPECT_EQ(ZOR_STORE_ReadFile(file_.c_str(), ZOR_STORE_ALL), ZOR_STORE_OK);
+  EXPECT_EQ(GetPara(1), "imported");
+  EXPECT_EQ(std::filesystem::file_size(file_ + "-wal"), size);
+  EXPECT_EQ(ZOR_STORE_ReadFile(strange.c_str(), ZOR_STORE_ALL), ZOR_STORE_OK);
+  EXPECT_EQ(GetPara(1), "planted");
+}
+
 // Each of the processes opens the store 50 times: a fork closes it.
 TEST_F(Store, ProcessesThatOpenAtOnceLoseNothing) {
   constexpr uint32_t kProcesses = 20;
