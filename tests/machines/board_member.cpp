@@ -2,6 +2,7 @@
 // Usage: board_member NAME local|PORT serve          serves until it is asked to end
 //        board_member NAME local|PORT ask PEER       asks PEER, which serves, and checks the replies
 #include <rpc/xdr.h>
+#include <zor/dmmsg.h>
 #include <zor/dns.h>
 #include <zor/event.h>
 #include <zor/kiva.h>
@@ -10,22 +11,26 @@
 #include <zor/trace.h>
 
 #include <array>
-#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
+#include "records.h"
+
 namespace {
+
+using namespace zor::test;
 
 constexpr uint32_t kWaitMs = 60000;
 constexpr uint32_t kWord = 0x01020304;
 constexpr uint32_t kEvent = 0x2DA65;
 // Requests: the order of the server's machine; its body back; a word of the body as the server reads it; a record of
-// XDR with its state and size increased; a list of XDR with each state increased; a query of names as an error; an
-// event; the end.
-enum Request : uint32_t { kOrder = 0x4001, kEcho, kRead, kXdr, kList, kName, kPublish, kEnd };
+// XDR with its state and size increased; a list of XDR with each state increased; a query of names as an error; a
+// record and JSON with each number increased; an event; the end. A management message comes back with each kind
+// increased.
+enum Request : uint32_t { kOrder = 0x4001, kEcho, kRead, kXdr, kList, kName, kRecord, kJson, kPublish, kEnd };
 
 using Block = std::unique_ptr<ZOR_MSG_HEAD, decltype([](ZOR_MSG_HEAD *msg) { std::free(msg); })>;
 
@@ -110,9 +115,10 @@ void Publish() {
 // The data word and the body of the reply.
 std::pair<uint32_t, std::string> Serve(ZOR_MSG_HEAD &msg) {
   const std::string body = BodyOf(msg);
+  const bool isReversed = msg.data != kByteOrder;
   switch (msg.type) {
     case kOrder:
-      return {std::endian::native == std::endian::little ? 1 : 2, ""};
+      return {kByteOrder, ""};
     case kEcho:
       return {msg.data + 1, body};
     case kRead:
@@ -123,6 +129,12 @@ std::pair<uint32_t, std::string> Serve(ZOR_MSG_HEAD &msg) {
       return {0, RaiseList(body)};
     case kName:
       return {0, RefuseName(body)};
+    case kRecord:
+      return {0, AnswerRecord(body, isReversed)};
+    case kJson:
+      return {0, AnswerJson(body)};
+    case ZOR_MSG_DM:
+      return {0, AnswerManagement(body, isReversed)};
     default:
       return {0, ""};
   }
@@ -157,7 +169,7 @@ class Asker {
   explicit Asker(const char *peer) : peer_(peer) {}
 
   void AskAll() {
-    const bool sameOrder = Word(kOrder) == (std::endian::native == std::endian::little ? 1 : 2);
+    const bool sameOrder = Word(kOrder) == kByteOrder;
     std::printf("the two machines have %s byte order\n", sameOrder ? "the same" : "different");
     AskBodies(sameOrder);
     AskFormats();
@@ -218,6 +230,9 @@ class Asker {
     refused[2] = '\x81';
     refused[3] = '\x03';
     Check(BodyOf(*Ask(kName, 0, query)) == refused, "a DNS packet");
+    Check(IsRecordAnswered(BodyOf(*Ask(kRecord, kByteOrder, MakeRecord()))), "a generated record");
+    Check(IsJsonAnswered(BodyOf(*Ask(kJson, 0, MakeJson()))), "generated JSON");
+    Check(IsManagementAnswered(peer_, kWaitMs), "a management message");
   }
 
   void AskList() {
