@@ -77,4 +77,15 @@ while read -r type name id _; do
 done < <(lines sysusers.conf)
 [ -z "$(cut -d : -f 3 "$etc/passwd" | sort | uniq -d)" ] || wrong "two users have one number"
 [ -z "$(cut -d : -f 3 "$etc/group" | sort | uniq -d)" ] || wrong "two groups have one number"
+
+# An image: its own files count, and one without its lists of users is no success.
+image=$work/image
+mkdir -p "$image$made/init"
+cp "$made/init/zor-setup" "$made/init/zor-functions" "$image$made/init/"
+mkdir "$work/none"
+touch "$work/none/passwd" "$work/none/group"
+! "$image$made/init/zor-setup" --users "$work/none" 2>"$work/error" || wrong "an image without lists of users has some"
+grep -q 'zor-setup: missing: ' "$work/error" || wrong "does not say that the lists are missing"
+for kind in systemd zorweb; do install -D "$packaging/$kind/sysusers.conf" "$image$packaging/$kind/sysusers.conf"; done
+"$image$made/init/zor-setup" --users "$work/none" && [ -s "$work/none/passwd" ] || wrong "reads no lists of the image"
 [ $failed = 0 ]
