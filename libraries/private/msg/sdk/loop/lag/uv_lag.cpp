@@ -15,15 +15,18 @@
 namespace zor::lag {
 namespace {
 
+// A word: for some processors GCC takes a library to exchange anything smaller.
+using Flag = std::atomic<std::uint32_t>;
+
 constinit Meter theMeter;
 // A thread measures. The others leave the meter alone.
-constinit std::atomic<bool> taken = false;
+constinit Flag taken = 0;
 
 void OnForkedChild() {
-  if (!taken.load(std::memory_order_relaxed)) return;
+  if (taken.load(std::memory_order_relaxed) == 0) return;
   theMeter.Forget();
   meter = nullptr;
-  taken.store(false, std::memory_order_relaxed);
+  taken.store(0, std::memory_order_relaxed);
 }
 
 // At the end of the process the file goes; the figures stay, since callbacks may still run.
@@ -65,8 +68,8 @@ void StartAsInEnvironment() {
 constinit thread_local Meter *meter = nullptr;
 
 void OnRun() noexcept {
-  static constinit std::atomic<bool> looked = false;
-  if (!looked.load(std::memory_order_relaxed) && !looked.exchange(true)) StartAsInEnvironment();
+  static constinit Flag looked = 0;
+  if (looked.load(std::memory_order_relaxed) == 0 && looked.exchange(1) == 0) StartAsInEnvironment();
   if (meter != nullptr) meter->OnRun();
 }
 
@@ -80,11 +83,11 @@ uint32_t ZOR_UV_LagStart(const ZOR_UV_LAG_OPTIONS *options) {
   using namespace zor::lag;
   const ZOR_UV_LAG_OPTIONS wanted = options == nullptr ? ZOR_UV_LAG_OPTIONS{} : *options;
   if ((wanted.flags & ~ZOR_UV_LAG_OFFER) != 0) return ZOR_E_ARGUMENT;
-  if (meter == nullptr && taken.exchange(true)) return ZOR_E_BUSY;
+  if (meter == nullptr && taken.exchange(1) != 0) return ZOR_E_BUSY;
   PrepareForForkAndEnd();
   const uint32_t status = theMeter.Start(wanted);
   meter = status == ZOR_OK ? &theMeter : nullptr;
-  if (status != ZOR_OK) taken.store(false);
+  if (status != ZOR_OK) taken.store(0);
   return status;
 }
 
@@ -93,7 +96,7 @@ void ZOR_UV_LagStop(void) {
   if (meter == nullptr) return;
   meter->Stop();
   meter = nullptr;
-  taken.store(false);
+  taken.store(0);
 }
 
 uint32_t ZOR_UV_LagRead(ZOR_UV_LAG *figures) {
