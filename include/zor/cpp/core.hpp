@@ -87,7 +87,7 @@ class Core final : public std::enable_shared_from_this<Core> {
     if (const std::uint32_t status = ZOR_MSG_Init(name.c_str()); status != ZOR_OK) return status;
     if (g_stMsgCtx.socketFd < 0) return ZOR_E_REFUSED;
     Current() = this;
-    loop_ = ZOR_UV_LoopGetDefault();
+    loop_ = g_stMsgCtx.watcher->io.header.loop;
     owner_ = ::getpid();
     name_ = NameOf(g_stMsgCtx.appName);
     ZOR_MSG_RegisterMsgProc(OnMessage);
