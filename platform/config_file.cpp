@@ -2,11 +2,17 @@
 #include <zor/platform/config.h>
 #include <zor/platform/config_file.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <zor/platform/file.h>
+#include <zor/platform/limits.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
+#include "common/unique_fd.h"
 #include "store.h"
 
 namespace zor::platform {
@@ -15,9 +21,11 @@ namespace {
 constexpr mode_t kFileMode = 0600;
 constexpr size_t kSqlSize = 128;
 
-// For files of others: SQLite neither changes such a file nor looks beside it for a log of changes, which anybody may
-// have put there.
-constexpr char kAsItStands[] = "?mode=ro&immutable=1";
+// How files are attached. Anybody may have put a log of changes beside one: SQLite would write it into a file that is
+// read, or what is to be written into the log. Nobody else uses the file, so that it needs no locks, and without these
+// there is no log.
+constexpr char kForReading[] = "?immutable=1";
+constexpr char kForWriting[] = "?nolock=1";
 
 class Attached {
  public:
@@ -42,11 +50,30 @@ bool ArePartsValid(uint32_t parts) {
   return parts != 0 && (parts & ~ZOR_STORE_ALL) == 0;
 }
 
+// A process that closes the store's file loses SQLite's locks on it.
+bool IsTheStore(const struct stat &status) {
+  char path[PATH_MAX];
+  struct stat store = {};
+  return ZOR_UTIL_FixedPath(ZOR_STORE_PATH, path, sizeof path) != 0 && ::stat(path, &store) == 0 &&
+         store.st_dev == status.st_dev && store.st_ino == status.st_ino;
+}
+
+// What has a log, such as a copy of the store, may have its last changes only there.
+bool HasLog(const char *path) {
+  constexpr off_t kVersions = 18;  // of the format, for those who write and who read
+  constexpr char kWithLog = 2;
+  char versions[2] = {};
+  const UniqueFd file(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  return ::pread(file.get(), versions, sizeof versions, kVersions) == sizeof versions &&
+         (versions[0] == kWithLog || versions[1] == kWithLog);
+}
+
 // SQLite would open anything, and make what is missing.
 int FindFile(const char *path) {
   struct stat status = {};
   if (::stat(path, &status) != 0) return errno == ENOENT ? kNotFound : SQLITE_CANTOPEN;
-  return S_ISREG(status.st_mode) ? SQLITE_OK : SQLITE_CANTOPEN;
+  if (!S_ISREG(status.st_mode) || IsTheStore(status)) return SQLITE_CANTOPEN;
+  return HasLog(path) ? SQLITE_NOTADB : SQLITE_OK;
 }
 
 // Runs a statement once for each table of the parts; each "%s" of it becomes the table's name.
@@ -97,12 +124,12 @@ int CheckFile(const char *path) {
   Database db;
   result = OpenFile(":memory:", &db);
   if (result != SQLITE_OK) return result;
-  const Attached file(db.get(), path, kAsItStands);
+  const Attached file(db.get(), path, kForReading);
   return file.result() == SQLITE_OK ? CheckAttached(db.get()) : file.result();
 }
 
 int CopyToFile(sqlite3 *db, const char *path, uint32_t parts) {
-  const Attached file(db, path, "");
+  const Attached file(db, path, kForWriting);
   if (file.result() != SQLITE_OK) return file.result();
   Transaction transaction(db, "BEGIN");
   int result = transaction.result();
@@ -112,7 +139,7 @@ int CopyToFile(sqlite3 *db, const char *path, uint32_t parts) {
 
 // The store is written first: the transaction locks it at once.
 int CopyFromFile(sqlite3 *db, const char *path, uint32_t parts) {
-  const Attached file(db, path, kAsItStands);
+  const Attached file(db, path, kForReading);
   if (file.result() != SQLITE_OK) return file.result();
   Transaction transaction(db, "BEGIN");
   int result = transaction.result();

@@ -103,10 +103,12 @@ TEST_F(Store, ReadsAnImportedFileAsItStandsWithoutALogBesideIt) {
   const std::string strange = root_.Path("/50%25 #1?");
   SetPara(1, "imported");
   ASSERT_EQ(ZOR_STORE_WriteFile(strange.c_str(), ZOR_STORE_ALL), ZOR_STORE_OK);
+  std::filesystem::copy_file(strange, file_);
   {
     Intruder writer(strange);
     writer.Run("PRAGMA journal_mode = WAL; UPDATE parameters SET value = CAST('planted' AS BLOB)");
-    for (const std::string suffix : {"", "-wal"}) std::filesystem::copy_file(strange + suffix, file_ + suffix);
+    std::filesystem::copy_file(strange + "-wal", file_ + "-wal");
+    writer.Run("PRAGMA wal_checkpoint; PRAGMA journal_mode = DELETE");
   }
   const std::uintmax_t size = std::filesystem::file_size(file_ + "-wal");
   SetPara(1, "old");
@@ -210,8 +212,9 @@ TEST_F(Store, AForeignOrDamagedFileIsRefusedAndChangesNothing) {
   refuse("text");
   ::mkfifo(file_.c_str(), 0600);
   refuse("pipe");
-  for (const char *change : {"PRAGMA user_version = 2", "CREATE TABLE more (x)", "DROP TABLE app_data",
-                             "CREATE TRIGGER t AFTER DELETE ON objects BEGIN DELETE FROM parameters; END"}) {
+  for (const char *change :
+       {"PRAGMA user_version = 2", "CREATE TABLE more (x)", "DROP TABLE app_data",
+        "CREATE TRIGGER t AFTER DELETE ON objects BEGIN DELETE FROM parameters; END", "PRAGMA journal_mode = WAL"}) {
     ASSERT_EQ(ZOR_STORE_WriteFile(file_.c_str(), ZOR_STORE_ALL), ZOR_STORE_OK);
     Intruder(file_).Run(change);
     refuse(change);
@@ -219,6 +222,8 @@ TEST_F(Store, AForeignOrDamagedFileIsRefusedAndChangesNothing) {
   ASSERT_EQ(ZOR_STORE_WriteFile(file_.c_str(), ZOR_STORE_ALL), ZOR_STORE_OK);
   std::filesystem::resize_file(file_, std::filesystem::file_size(file_) / 2);
   refuse("cut in half");
+  std::filesystem::create_symlink(path_, file_);
+  refuse("the store itself");
 }
 
 }  // namespace

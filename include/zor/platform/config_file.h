@@ -24,7 +24,7 @@ ZOR_API uint32_t ZOR_STORE_WriteFile(const char *path, uint32_t parts);
 ZOR_API uint32_t ZOR_STORE_ReadFile(const char *path, uint32_t parts);
 
 /* Whether the file is whole and can be read. ZOR_STORE_E_NOT_FOUND when there is none; ZOR_STORE_E_IO when it is
-   damaged, no store file or of a later version. */
+   damaged, no store file, of a later version, or the store's own file or a copy of that. */
 ZOR_API uint32_t ZOR_STORE_CheckFile(const char *path);
 
 /* Empties the parts. */
