@@ -37,7 +37,7 @@ make_library $right "$map" -e '/FixedPath\|STORE_List/d' -e 's/\(int ZOR_DBGetPa
 expect 1 library.so <<'END'
 ZOR_DBGetPara is no function (OBJECT), needed by libmsgapi, zorctl
 ZOR_STORE_List is missing (zor/platform/config_list.h), needed by zorctl
-ZOR_UTIL_FixedPath is missing (zor/platform/file.h), needed by libmsgapi, msgsvr, notifyserver, mlogserver, cms, syslogd, zortunnel, zorbridge, zorweb, zorctl
+ZOR_UTIL_FixedPath is missing (zor/platform/file.h), needed by libmsgapi, msgsvr, notifyserver, mlogserver, cms, syslogd, zortunnel, zorbridge, zorweb, zorweb-login, zorctl, lua-zor
 ZOR_UTIL_GetGlobalConfigId is missing (zor/platform/system.h), needed by libmsgapi
 END
 

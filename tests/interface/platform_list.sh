@@ -1,5 +1,5 @@
 #!/bin/sh
-# usage: platform_list.sh NM HEADERS PLATFORM LIBRARY PROGRAM...
+# usage: platform_list.sh NM HEADERS PLATFORM WHO=BINARY...
 # Prints the list of what a platform exports, as platform/interface.list has it: from the headers, which declare the
 # names, our own platform, which has their versions, and the binaries, which import them. A test compares both.
 set -eu
@@ -14,9 +14,8 @@ for header in "$headers"/*.h; do
     sed -n "s|.*ZOR_API[^(]*[ *]\([A-Za-z_0-9]*\)(.*|\1 $(basename "$header")|p"
 done >"$work/declared"
 "$nm" -D --defined-only "$platform" | sed -n 's/.* [TtWi] \([^ @]*\)@@*ZORPLATFORM_\([0-9.]*\)$/\1 \2/p' >"$work/versions"
-for binary in "$@"; do
-  needer=$(basename "$binary" | sed 's/[.]so.*//')
-  "$nm" -D --undefined-only "$binary" | sed -n "s/.* \([^ ]*\)@ZORPLATFORM_.*/\1 $needer/p"
+for each in "$@"; do
+  "$nm" -D --undefined-only "${each#*=}" | sed -n "s/.* \([^ ]*\)@ZORPLATFORM_.*/\1 ${each%%=*}/p"
 done >"$work/needed"
 
 awk '
