@@ -160,7 +160,8 @@ bool IsManagementAnswered(const char *peer, std::uint32_t timeoutMs) {
   const Management reply(received, ZOR_DMMSG_Free);
   const std::vector<Item> items = ItemsIn(reply.get());
   return ZOR_DMMSG_GetSubType(reply.get()) == kSubType + 1 && items.size() == 3 && items[0].kind == kKind + 1 &&
-         items[0].name == name && items[0].value == value && items[1].kind == 3 && items[2].value == value;
+         items[0].name == name && items[0].value == value && items[1].kind == 3 && items[1].name.empty() &&
+         items[1].value.empty() && items[2].kind == 4 && items[2].name.empty() && items[2].value == value;
 }
 
 std::string AnswerRecord(const std::string &request, bool isReversed) {
