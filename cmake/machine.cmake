@@ -19,6 +19,11 @@ set(CMAKE_C_FLAGS_INIT ${flags})
 set(CMAKE_CXX_FLAGS_INIT ${flags})
 
 cmake_path(SET CMAKE_SYSROOT NORMALIZE ${CMAKE_CURRENT_LIST_DIR}/../build/sysroot/${ZOR_MACHINE})
+# The sysroot's standard libraries before the cross compiler's own: other libraries of a newer suite need those.
+foreach(kind EXE SHARED MODULE)
+  set(CMAKE_${kind}_LINKER_FLAGS_INIT
+    "-L${CMAKE_SYSROOT}/usr/lib/${compiler} -L${CMAKE_SYSROOT}/usr/lib/gcc/${compiler}/12")
+endforeach()
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

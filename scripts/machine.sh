@@ -42,6 +42,8 @@ fill_sysroot() {
   apt-get "${private[@]}" update || say 'some package lists are missing'
   apt-get "${private[@]}" install --yes --no-install-recommends --download-only "${packages[@]}"
   for package in "$apt"/cache/archives/*.deb; do dpkg --extract "$package" "$sysroot"; done
+  # A system's link, which no package of a newer suite contains.
+  [ -e "$sysroot/lib" ] || ln -s usr/lib "$sysroot/lib"
   # Absolute links would point to the host's files.
   find "$sysroot" -type l -lname '/*' | while read -r link; do
     ln -sfnr "$sysroot$(readlink "$link")" "$link"
@@ -58,7 +60,10 @@ within=(scripts/run-as.sh "$machine")
 executes=ON
 prefix=()
 "${within[@]}" "$sysroot/usr/bin/lua5.4" -v >/dev/null || {
-  [ "$emulator" != - ] || exit 1
+  [ "$emulator" != - ] || {
+    say "this kernel lets nobody make a namespace, in which programs of $machine find their libraries"
+    exit 1
+  }
   within=()
   executes=OFF
   prefix=("qemu-$emulator-static" -L "$sysroot")

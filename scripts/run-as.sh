@@ -6,7 +6,11 @@
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
-machine=$1
+machine=${1:-}
+[ "$machine" = --inside ] || { [ $# -ge 2 ] && grep -q "^$machine	" "$root/cmake/machines.tsv"; } || {
+  sed -n 's/^# Usage: /usage: /p' "$0" >&2
+  exit 2
+}
 shift
 
 # The second half of this script, in the namespace.
@@ -32,9 +36,9 @@ if [ "$machine" = --inside ]; then
   fi
   sysroot=$root/build/sysroot/$machine
   # The first one wins: the host may have another loader for that machine, which does not look there.
-  libraries=''
-  for directory in "$sysroot/usr/lib" "$sysroot/lib"; do [ ! -d "$directory" ] || libraries+=$directory:; done
-  mount -t overlay -o "lowerdir=$libraries/usr/lib" overlay /usr/lib
+  libraries=$sysroot/usr/lib
+  [ -L "$sysroot/lib" ] || [ ! -d "$sysroot/lib" ] || libraries+=:$sysroot/lib
+  mount -t overlay -o "lowerdir=$libraries:/usr/lib" overlay /usr/lib
   if [ "$uid" = 0 ]; then exec "$@"; fi
   exec unshare --user --map-user="$uid" --map-group="$gid" "$@"
 fi
