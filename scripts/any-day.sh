@@ -75,7 +75,7 @@ export -f build
 # The ordinary user builds in a copy, since the tests write beside the programs.
 make_copy() {
   mkdir -p "$copy" &&
-    git ls-files -z --cached --others --exclude-standard | tar -c --null --files-from=- | tar -x -C "$copy" &&
+    scripts/files.sh | tar -c --null --files-from=- | tar -x -C "$copy" &&
     { [ "$(id -u)" -ne 0 ] || chown -R nobody "$elsewhere"; } &&
     cd "$copy" && as_ordinary_user bash -c build && touch "$elsewhere/built"
 }

@@ -48,7 +48,10 @@ for library in "${libraries[@]}"; do
     }
     continue
   fi
-  if ! git show "${last:-HEAD}:$dump" >"$work/old" 2>/dev/null; then
+  # An unpacked release has the description of that release.
+  if ! git rev-parse --git-dir >/dev/null 2>&1; then
+    cp "$dump" "$work/old"
+  elif ! git show "${last:-HEAD}:$dump" >"$work/old" 2>/dev/null; then
     echo "check-abi: ${last:-HEAD} has no $dump" >&2
     exit 1
   fi

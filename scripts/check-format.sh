@@ -12,4 +12,4 @@ case $("$tool" --version) in
     exit 1
     ;;
 esac
-git ls-files -z '*.c' '*.h' '*.cpp' '*.hpp' | xargs -0 "$tool" --dry-run --Werror
+scripts/files.sh '*.c' '*.h' '*.cpp' '*.hpp' | xargs -0 "$tool" --dry-run --Werror

@@ -8,7 +8,7 @@ scripts/setup.sh lint
 cmake --preset dev -B build/lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
 cmake --build build/lint --target log_item_table # a generated source
 if [ $# -eq 0 ]; then
-  mapfile -t files < <(git ls-files 'platform/*.cpp' 'libraries/*.cpp' 'serviceapi/*.cpp' 'programs/*.cpp' 'daemons/*.cpp' 'tools/*.cpp')
+  mapfile -td '' files < <(scripts/files.sh {platform,libraries,serviceapi,programs,daemons,tools}'/*.cpp')
   set -- "${files[@]}"
 fi
 printf '%s\0' "$@" | xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/lint --quiet

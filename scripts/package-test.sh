@@ -9,12 +9,16 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+here=$(dpkg --print-architecture)
+arch=${1:-$here}
+[[ $# -le 1 && " $here amd64 armhf arm64 " == *" $arch "* ]] || {
+  sed -n 's/^# \(Usage:\)/\1/p' "$0" >&2
+  exit 2
+}
 if [ "$(id -u)" -ne 0 ]; then
   echo 'package-test: only root can make a Debian folder' >&2
   exit 1
 fi
-here=$(dpkg --print-architecture)
-arch=${1:-$here}
 packages=build/packages/$arch
 for one in "$arch" "$here"; do scripts/package.sh --needed "$one"; done
 

@@ -14,16 +14,20 @@ if [[ ${1:-} == --twice || ${1:-} == --needed ]]; then
   mode=$1
   shift
 fi
-scripts/setup.sh package
 here=$(dpkg --print-architecture)
 arch=${1:-$here}
+[[ $# -le 1 && " $here amd64 armhf arm64 " == *" $arch "* ]] || {
+  sed -n 's/^# \(Usage:\|      \)/\1/p' "$0" >&2
+  exit 2
+}
+scripts/setup.sh package
 packages=build/packages
 version=$(dpkg-parsechangelog -S Version)
 # With it, the debugging symbols would have other paths than without a compiler cache.
 unset CCACHE_BASEDIR
 options="parallel=$(nproc) ${DEB_BUILD_OPTIONS:-}"
 
-# The tree as it is, of the files that are under version control or new; all of them where there is no repository.
+# The tree as it is.
 make_source() {
   local work name=libmsgapi-${version%-*}
   local -x SOURCE_DATE_EPOCH
@@ -31,11 +35,7 @@ make_source() {
   rm -rf $packages/source
   mkdir -p $packages/source
   work=$(mktemp -d)
-  if git rev-parse --git-dir >/dev/null 2>&1; then
-    git ls-files -z --cached --others --exclude-standard
-  else
-    find . -path ./build -prune -o ! -type d -printf '%P\0'
-  fi | LC_ALL=C sort -zu | while IFS= read -r -d '' file; do [ ! -e "$file" ] || printf '%s\0' "$file"; done >"$work/files"
+  scripts/files.sh >"$work/files"
   # The same whoever makes it.
   # shellcheck disable=SC2054
   local -a archive=(tar --create --format=gnu --mtime="@$SOURCE_DATE_EPOCH" --owner=0 --group=0 --numeric-owner

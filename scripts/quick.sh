@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh tests
 scripts/check-format.sh
 # Whatever begins as a script of a shell. It says so, too, where one would not run. Variables may come from sourced files.
-git ls-files -z | xargs -0 awk 'FNR == 1 { if (/^#!.*[\/ ](ba|da)?sh$/) print FILENAME; nextfile }' |
+scripts/files.sh | xargs -0 awk 'FNR == 1 { if (/^#!.*[\/ ](ba|da)?sh$/) print FILENAME; nextfile }' |
   xargs shellcheck --severity=warning --exclude=SC2154
 
 cmake --preset dev

@@ -86,7 +86,10 @@ write_notes() { # TESTS
 mode=''
 case ${1:-} in
   --check | --no-tests) mode=$1 && shift ;;
-  -*)
+esac
+case $#${1:-} in
+  0 | 1[!-]*) ;;
+  *)
     sed -n 's/^# \(Usage:\|  \)/\1/p' "$0" >&2
     exit 2
     ;;
@@ -118,11 +121,12 @@ target=build/release-$version
 rm -rf "$target"
 files=$work/files
 mkdir "$files"
+: >"$work/tried"
 here=$(dpkg --print-architecture)
 for arch in "$here" $(printf '%s\n' amd64 armhf arm64 | grep -vx "$here"); do
   scripts/package.sh "$arch"
   [ "$arch" != "$here" ] || scripts/check-abi.sh --recorded "build/packages/$arch/tree/build"
-  [ "$mode" = --no-tests ] || scripts/package-test.sh "$arch"
+  [ "$mode" = --no-tests ] || scripts/package-test.sh "$arch" | tee -a "$work/tried"
   find "build/packages/$arch" -maxdepth 1 -type f \( -name '*.deb' -o -name '*.changes' -o -name '*.buildinfo' \) \
     -exec cp -t "$files" {} +
 done
@@ -130,6 +134,8 @@ find build/packages/source -maxdepth 1 -type f -exec cp -t "$files" {} +
 git archive --format=tar --prefix="libmsgapi-$version/" HEAD | gzip -n -9 >"$files/libmsgapi-$version.tar.gz"
 scripts/sbom.py "$version" "$files"/* >"$work/sbom"
 mv "$work/sbom" "$files/libmsgapi-$version.spdx.json"
+untested=$(sed -n 's/^package-test: NOT TESTED: //p' "$work/tried" | sort -u)
+[ -z "$untested" ] || tests+=" **Not tested there: $untested.**"
 write_notes "$tests" >"$files/NOTES.md"
 (cd "$files" && sha256sum -- *) >"$work/sums"
 mv "$work/sums" "$files/SHA256SUMS"
