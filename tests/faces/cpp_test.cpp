@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -290,31 +291,33 @@ TEST_F(CppFaceTest, ChildrenAreHeardAndReaped) {
   EXPECT_FALSE(sleeping.running());
 }
 
-// That of the spawn is gone when it ends, with all its records.
-TEST_F(CppFaceTest, WhatBeginsWithinASynchronousSpawnBelongsToTheLoopOfTheBus) {
-  struct Begun {
-    Bus &bus;
-    Handle timer;
-    std::uint32_t status;
-  } begun{Join(), {}, ZOR_OK};
+// Runs it in a callback of a synchronous spawn, whose loop is gone afterwards, with all its records.
+void WithinASpawn(std::function<void()> body) {
   const char *const arguments[] = {"true", nullptr};
   UvProcessOptions options = {};
   options.file = arguments[0];
   options.args = arguments;
-  options.data = &begun;
+  options.data = &body;
   options.exitCallback = [](UvProcess *process, std::int32_t, std::int32_t, std::int32_t) {
-    auto &[bus, timer, status] = *static_cast<Begun *>(process->header.data);
-    timer = bus.every(1ms, [&bus = bus] { bus.stop(); });
+    (*static_cast<std::function<void()> *>(process->header.data))();
+  };
+  EXPECT_EQ(ZOR_UV_ProcessSpawnSync(&options, 0), ZOR_OK);
+}
+
+TEST_F(CppFaceTest, WhatBeginsWithinASynchronousSpawnBelongsToTheLoopOfTheBus) {
+  Scoped timer;
+  std::uint32_t status = ZOR_OK;
+  WithinASpawn([&] {
+    Bus &bus = Join();
+    timer = bus.every(1ms, [&bus] { bus.stop(); });
     try {
       bus.execute({{"true"}});
     } catch (const Error &error) {
       status = error.status();
     }
-  };
-  EXPECT_EQ(ZOR_UV_ProcessSpawnSync(&options, 0), ZOR_OK);
-  EXPECT_EQ(begun.status, ZOR_E_BUSY);
+  });
+  EXPECT_EQ(status, ZOR_E_BUSY);
   Run();
-  begun.timer.stop();
 }
 
 TEST_F(CppFaceTest, AProcessHasOneBusAtATime) {
