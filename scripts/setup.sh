@@ -27,11 +27,7 @@ case ${1:-demo} in
   fuzz) packages+=("${sanitizers[@]}") ;;
   package) packages+=(build-essential dpkg-dev debhelper dh-python file lintian abigail-tools mmdebstrap arch-test procps qemu-user-static
     "${python[@]}" "${lua[@]}") ;;
-  machine)
-    packages+=("${tests[@]}" "g++-$2" qemu-user-static util-linux)
-    # GNU's linker of Debian 12 crashes over the archives of Debian 13.
-    [ "$2" != riscv64-linux-gnu ] || packages+=(lld-19)
-    ;;
+  machine) packages+=("${tests[@]}" "g++-$2" qemu-user-static util-linux) ;;
   variants) packages+=("${tests[@]}" musl-tools) ;;
   *)
     echo "usage: setup.sh [demo | tests | any-day | lint | bench | fuzz | machine COMPILER | variants | package]" >&2
