@@ -40,8 +40,8 @@ class PublishVerb : public Verb {
     options.Add("EVENT", event_, "The event's name (EventType); not with the name of a described event as MODULE")
         .Type("");
     Option items = options
-                       .Add("NAME=VALUE", items_,
-                            "The event's payload: of a described event as its fields, "
+                       .Add("FIELD", items_,
+                            "NAME=VALUE ...: the event's payload, of a described event as its fields, "
                             "otherwise as texts; or one JSON object")
                        .Type("");
     options.Add("--json-payload", payload_, "The event's payload, as JSON; @FILE takes it from a file")

@@ -40,9 +40,9 @@ class TraceVerb : public Verb {
         .Type("");
     options.Add("NAME", name_, "The daemon; * means all daemons without settings of their own").Required().Type("");
     options
-        .Add("MODULE=LEVEL", levels_,
-             "With set: replace all levels; the module all means the rest. Levels: none, fatal, error, "
-             "warning, info, debug or a number")
+        .Add("SETTING", levels_,
+             "MODULE=LEVEL ...: with set, replace all levels; the module all means the rest. Levels: none, fatal, "
+             "error, warning, info, debug or a number")
         .Type("");
     output_ = options.Add("--output", outputText_, "With set: stdout, file or ADDRESS:PORT (UDP)").Type("TEXT");
     constexpr auto kLeast = static_cast<uint32_t>(limits::msgsvr::kLeastTraceFileKiB);
