@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 if [ "$(git rev-parse --show-toplevel 2>/dev/null)" = "$(pwd -P)" ]; then
   git ls-files -z --cached --others --exclude-standard
 else
-  find . -path ./build -prune -o ! -type d -printf '%P\0'
+  find . \( -path ./build -o -path ./.git \) -prune -o ! -type d -printf '%P\0'
 fi | LC_ALL=C sort -zu | while IFS= read -r -d '' file; do
   [ -e "$file" ] || [ -L "$file" ] || continue # removed, but not yet for version control
   for pattern in "${@:-*}"; do

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """Prints the bill of materials (SPDX 2.3, JSON) of a release's files: its packages with all that is in them, and what these
 need, in the versions that the .buildinfo files among the arguments name. The same files give the same text on the same
-machine, whose copyright files name the licences of others, at the time SOURCE_DATE_EPOCH. Debian has no tool that makes one from packages.
+machine, whose copyright files name the licences of others, at the time SOURCE_DATE_EPOCH. Debian has no tool that makes
+one from packages.
 Usage: sbom.py VERSION FILE...   (in the source directory: debian/copyright has the licence)"""
 import hashlib
 import io

@@ -84,7 +84,7 @@ std::vector<Item> ItemsIn(const ZOR_DMMSG_HEAD *message) {
   return items;
 }
 
-// What each record of these types holds in the tests, but for the numbers, stays as the type has it by default.
+// With all numbers but one set; the other fields are as the type has them by default.
 template <class Message>
 Message Filled() {
   Message message;
