@@ -76,7 +76,7 @@ SqliteUri::SqliteUri(const char *path, const char *query) {
     const bool isPlain = std::strchr("%?#", *from) == nullptr;
     end += std::sprintf(end, isPlain ? "%c" : "%%%02X", static_cast<unsigned char>(*from));
   }
-  std::strcpy(end, query);
+  std::snprintf(end, static_cast<size_t>(text_ + sizeof text_ - end), "%s", query);
 }
 
 bool LoadSqlite() {

@@ -52,7 +52,7 @@ inline constexpr std::chrono::seconds kMostTime{60};
 
 inline constexpr std::size_t kMostLevelBytes = 128;
 // The JSON text of an event or of a reply's fields; a longer one is left out, with its size in its place.
-inline constexpr std::size_t kMostContentBytes = 256 * 1024;
+inline constexpr std::size_t kMostContentBytes = std::size_t{256} * 1024;
 
 // A name as one level of a topic. Letters, digits, '-', '_', '.' and characters beyond ASCII stay; '%' and two
 // upper-case hexadecimal digits stand for each byte of any other, of control characters and noncharacters beyond ASCII,

@@ -33,8 +33,8 @@ struct KeptRecord {
   std::uint32_t topicLength = 0;
   bool acknowledged = false;  // before an older one
 
-  std::string_view topic() const { return std::string_view(text).substr(0, topicLength); }
-  std::string_view members() const { return std::string_view(text).substr(topicLength); }
+  std::string_view topic() const { return std::string_view{text}.substr(0, topicLength); }
+  std::string_view members() const { return std::string_view{text}.substr(topicLength); }
   std::uint64_t size() const { return text.size() + kRecordOverhead; }
 };
 

@@ -87,7 +87,7 @@ bool OutboxFile::Number(const std::string &sql, std::int64_t &number) {
 bool OutboxFile::Open(const std::string &path, std::uint64_t tableBytes) {
   Close();
   tableBytes_ = tableBytes;
-  UniqueFd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  UniqueFd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR)).reset();
   sqlite3 *opened = nullptr;
   const int result = sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE, CountingFileSystem());
   database_.reset(opened);
@@ -226,7 +226,7 @@ bool OutboxFile::RemoveBefore(std::int64_t key) {
 bool OutboxFile::SaveStream(const Stream &stream) {
   return Statement(database_.get(), "INSERT OR REPLACE INTO stream VALUES (?, ?)")
              .Bind(stream.id)
-             .Bind(std::string_view(stream.name))
+             .Bind(std::string_view{stream.name})
              .Run() ||
          Failed();
 }

@@ -67,7 +67,7 @@ std::optional<std::string_view> CaptureFile::PacketData() const {
   const uint32_t interface = Get32(body_, 0), captured = Get32(body_, kCapturedLength);
   if (body_.size() < kPacketHead || captured > body_.size() - kPacketHead) return std::nullopt;
   if (interface >= linkTypes_.size() || linkTypes_[interface] != kPcapngLinkType) return std::nullopt;
-  return std::string_view(body_).substr(kPacketHead, captured);
+  return std::string_view{body_}.substr(kPacketHead, captured);
 }
 
 std::optional<std::string_view> CaptureFile::Next() {

@@ -25,8 +25,7 @@ constexpr char kItemBroker[] = "mic";  // receives events that consist of items
 // The payload in the option itself, or in the file that it names with "@".
 Json PayloadOf(const std::string &word) {
   const bool isFile = word.starts_with('@');
-  const Json payload =
-      messages::ParsePayload(ParseBytes(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody));
+  Json payload = messages::ParsePayload(ParseBytes(isFile ? word.substr(1) : word, isFile ? "file" : "text", kMaxBody));
   if (!payload.is_discarded()) return payload;
   throw Failure(kExitUsage, "the payload is not JSON", "quote it for the shell: --json-payload '{\"port\":1}'");
 }
