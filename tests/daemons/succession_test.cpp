@@ -70,7 +70,7 @@ TEST_F(SuccessionTest, RefusesWhatFailsItsTrialWithTheReasonAndLeavesNothingBehi
       {"exit 7", 0755, image_.path + ": exit status 7"},
       {"echo oh >&2; kill -SEGV $$", 0755, image_.path + ": oh; signal 11"},
       {"yes | head -c 100000 >&2; exit 1", 0755, image_.path + ": y;y;"},
-      {"exec 2>&-; sleep 1000", 0755, image_.path + ": its trial has not ended within " + limit + " s"},
+      {"exec 2>&-; exec sleep 1000", 0755, image_.path + ": its trial has not ended within " + limit + " s"},
       {"test -z \"$NOTIFY_SOCKET\" || exit 1; exit 3", 0755, image_.path + ": exit status 3"},
       {"exit 0", 0644, image_.path + ": Permission denied"},
       {nullptr, 0, image_.path + ": No such file or directory"},
