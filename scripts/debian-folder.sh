@@ -90,7 +90,7 @@ make_folder() { # ROOT ARCH[,FOREIGN] [PACKAGE,...]
   mkdir -p "$(dirname "$1")"
   rm -rf --one-file-system "$1"
   in_namespaces "${2%%,*}" mmdebstrap --mode=root --variant=minbase --architectures="$2" ${3:+--include="$3"} \
-    ${proxy:+--aptopt="$proxy"} bookworm "$1" "${mirror:-http://deb.debian.org/debian}" >"$1.log" 2>&1 || {
+    ${proxy:+--aptopt="$proxy"} bookworm "$1" ${mirror:+"$mirror"} >"$1.log" 2>&1 || {
     cat "$1.log" >&2
     return 1
   }
