@@ -38,8 +38,8 @@ struct Sqlite {
 // The store keeps its own changes in a log, and those of other files are made before these have their names.
 inline constexpr char kFileSystem[] = "zor-store";
 
-// A path as SQLite takes it where it is told more about the file, such as "?mode=ro". It is cut when it is longer than
-// a path can be.
+// A path as SQLite takes it where it is told more about the file, such as "?immutable=1". It is cut when it is longer
+// than a path can be.
 class SqliteUri {
  public:
   explicit SqliteUri(const char *path, const char *query = "");

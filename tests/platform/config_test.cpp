@@ -120,6 +120,23 @@ TEST_F(Store, ReadsAnImportedFileAsItStandsWithoutALogBesideIt) {
   EXPECT_EQ(GetPara(1), "planted");
 }
 
+// Whoever may write beside a file that is made could have its content written into a log of his.
+TEST_F(Store, WritesNoContentIntoALogThatOthersPut) {
+  const std::string theirs = root_.Path("/theirs");
+  std::ofstream(theirs) << std::string(100, 'x');
+  SetPara(1, "secret");
+  Child planter = Child::Function([&] {
+    const std::string log = file_ + '.' + std::to_string(::getppid()) + "-wal";
+    while (true) static_cast<void>(::link(theirs.c_str(), log.c_str()));
+    return 0;
+  });
+  Capture errors(2);
+  for (int i = 0; i < 10; ++i) ZOR_STORE_WriteFile(file_.c_str(), ZOR_STORE_ALL);
+  planter.Signal(SIGKILL);
+  planter.Wait();
+  EXPECT_EQ(std::filesystem::file_size(theirs), 100u);
+}
+
 // Each of the processes opens the store 50 times: a fork closes it.
 TEST_F(Store, ProcessesThatOpenAtOnceLoseNothing) {
   constexpr uint32_t kProcesses = 20;
