@@ -1,5 +1,5 @@
 #!/bin/sh
-# usage: platform_list.sh NM HEADERS PLATFORM WHO=BINARY...
+# usage: platform_list.sh NM HEADERS PLATFORM WHO=BINARY...   (who has no binary in this build: WHO=)
 # Prints the list of what a platform exports, as platform/interface.list has it: from the headers, which declare the
 # names, our own platform, which has their versions, and the binaries, which import them. A test compares both.
 set -eu
@@ -15,6 +15,7 @@ for header in "$headers"/*.h; do
 done >"$work/declared"
 "$nm" -D --defined-only "$platform" | sed -n 's/.* [TtWi] \([^ @]*\)@@*ZORPLATFORM_\([0-9.]*\)$/\1 \2/p' >"$work/versions"
 for each in "$@"; do
+  [ -n "${each#*=}" ] || continue
   "$nm" -D --undefined-only "${each#*=}" | sed -n "s/.* \([^ ]*\)@ZORPLATFORM_.*/\1 ${each%%=*}/p"
 done >"$work/needed"
 
