@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string_view>
 #include <vector>
 
 #include "thermo.hpp"
@@ -18,8 +17,6 @@ namespace {
 
 constexpr std::uint32_t kSubType = 0x0203;
 constexpr std::uint32_t kKind = 0x01020304;
-constexpr std::string_view kName("one", 4);
-constexpr std::string_view kValue("\x01\x02\x03", 3);
 
 using Management = std::unique_ptr<ZOR_DMMSG_HEAD, decltype(&ZOR_DMMSG_Free)>;
 
@@ -84,7 +81,7 @@ std::vector<Item> ItemsIn(const ZOR_DMMSG_HEAD *message) {
   return items;
 }
 
-// With all numbers but one set; the other fields are as the type has them by default.
+// With all numbers set; the other fields are as the type has them by default.
 template <class Message>
 Message Filled() {
   Message message;
@@ -92,6 +89,7 @@ Message Filled() {
   message.u16 = 0x0102;
   message.u32 = 0x01020304;
   message.u64 = 0x0102030405060708;
+  message.i8 = -7;
   message.i16 = -0x0102;
   message.i32 = -0x01020304;
   message.i64 = -0x0102030405060708;
@@ -152,7 +150,7 @@ std::string AnswerManagement(std::string request, bool isReversed) {
 }
 
 bool IsManagementAnswered(const char *peer, std::uint32_t timeoutMs) {
-  const std::string name(kName.data()), value(kValue);
+  const std::string name = "one", value = "\x01\x02\x03";
   const Management request = MakeManagement(peer, kSubType, {{kKind, name, value}, {2, "", ""}, {3, "", value}});
   ZOR_MSG_GetMsgHead(request.get())->data = kByteOrder;
   ZOR_DMMSG_HEAD *received = nullptr;
