@@ -97,16 +97,9 @@ class MsgsvrTest : public testing::Test {
     return socket.substr(0, socket.size() - std::string(ZOR_PATH_MSGSVR).size()) + fixedPath;
   }
   bool Exists(const std::string &fixedPath) const { return std::filesystem::exists(RealPath(fixedPath)); }
-  // The reply to a request, with its body fetched from its file as the library does.
+  // The reply to a request, with its body fetched if that is in a file.
   Message AskAndFetch(const WireClient &client, const Message &request) const {
-    client.Send(request);
-    Message reply = client.Next();
-    while (reply.header.type == ZOR_MSG_SEND_FAILED_NOTICE) reply = client.Next();
-    if ((reply.header.type & ZOR_MSG_BODY_IN_FILE) == 0) return reply;
-    const std::string path = RealPath(reply.body.c_str());
-    reply.body = ContentOf(path);
-    std::filesystem::remove(path);
-    return reply;
+    return client.AskAndFetch(request, RealPath(""));
   }
   // Writes a text to a message file of this user, replacing an older one; returns its fixed path.
   std::string MakeFile(const std::string &content = "content", const std::string &name = "msg_file_1") const {

@@ -73,7 +73,7 @@ TEST_F(SlowReaderTest, RefusesWhatDoesNotFitAndGoesOnWhenTheReaderReads) {
   SendUntilRefused(sender_, "receiver");
   EXPECT_EQ(CountInLog("does not read"), 1u);
   const WireClient tool = Client("tool");
-  const Message list = tool.Ask(MakeRequest(ZOR_MSG_CONTROL_LIST));
+  const Message list = AskAndFetch(tool, MakeRequest(ZOR_MSG_CONTROL_LIST));
   EXPECT_NE(list.body.find("\"refused\":"), list.body.npos);
 }
 

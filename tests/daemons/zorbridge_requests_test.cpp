@@ -119,7 +119,7 @@ TEST_F(ZorbridgeRequests, AreGoneWithADaemonThatHasNotReadThem) {
   const WireClient client = WireClient::Connect(root_.Path("/var/msgsvr"));
   client.Register("ctl1");
   EXPECT_TRUE(WaitUntil([&] {
-    const std::string list = client.Ask(MakeMessage(0xFF000, "", "", 0, "", 1)).body;
+    const std::string list = client.AskAndFetch(MakeMessage(0xFF000, "", "", 0, "", 1), root_.Path("")).body;
     return list.find(R"("type":16385)") != list.npos;
   })) << "the request waits at the daemon";
   worker_->Signal(SIGKILL);
@@ -195,7 +195,7 @@ class ZorbridgeTrace : public ZorbridgeRequests {
   std::string AskServer(uint32_t type, const std::string &body) const {
     const WireClient client = WireClient::Connect(root_.Path("/var/msgsvr"));
     client.Register("ctl1");
-    return client.Ask(MakeMessage(type, "", "", 0, body, 1)).body;
+    return client.AskAndFetch(MakeMessage(type, "", "", 0, body, 1), root_.Path("")).body;
   }
   Json TraceSettings() const { return Json::parse(AskServer(0xFF003, std::string("traced\0\0\0\0\0\0", 12))); }
   bool AreRestored() const {

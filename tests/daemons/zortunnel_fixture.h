@@ -76,7 +76,7 @@ class TunnelTest : public OwnMsgsvrTest {
     EXPECT_EQ(NameOf(remote.Register(name).header.destination), name) << name;
     return remote;
   }
-  std::string List() const { return sender_.Ask(MakeRequest(ZOR_MSG_CONTROL_LIST)).body; }
+  std::string List() const { return AskAndFetch(sender_, MakeRequest(ZOR_MSG_CONTROL_LIST)).body; }
 
   Authority authority_;
   std::optional<Child> gateway_, board_;

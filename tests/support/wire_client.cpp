@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace zor::test {
 namespace {
@@ -48,6 +49,16 @@ Message WireClient::Register(const std::string &name) const {
 Message WireClient::Ask(const Message &message) const {
   Send(message);
   return Next();
+}
+
+Message WireClient::AskAndFetch(const Message &message, const std::string &root) const {
+  Message reply = Ask(message);
+  while (reply.header.type == ZOR_MSG_SEND_FAILED_NOTICE) reply = Next();
+  if ((reply.header.type & ZOR_MSG_BODY_IN_FILE) == 0) return reply;
+  const std::string path = root + reply.body.c_str();
+  reply.body = ContentOf(path);
+  std::filesystem::remove(path);
+  return reply;
 }
 
 Message WireClient::Next() const {

@@ -23,6 +23,9 @@ class WireClient : public BusPeer {
   Message Register(const std::string &name) const;
   // Sends a message and waits for the next one that arrives.
   Message Ask(const Message &message) const;
+  // The same with the body fetched from its file beneath the server's root, if it is in one: as the library does.
+  // Notices that come before the reply are skipped.
+  Message AskAndFetch(const Message &message, const std::string &root) const;
   // The next message; an empty one and a test failure when none arrives.
   Message Next() const;
 
