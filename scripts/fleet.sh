@@ -125,7 +125,7 @@ CONF
 }
 find_broker() { # on a free port
   for port in $(shuf -i 20000-32000 -n 20); do
-    if accepts "$port"; then continue; fi
+    if accepts "$port" || accepts $((port + 1)); then continue; fi
     cat >"$root/broker.conf" <<CONF
 listener $port 127.0.0.1
 allow_anonymous true
@@ -247,7 +247,7 @@ if [ -z "$calm" ]; then
   say 'all lines of real gateways are frozen for 3 s'
   kill -USR2 "${pids[cutter]}"
   sleep 3
-  kill -USR2 "${pids[cutter]}"
+  kill -HUP "${pids[cutter]}"
   at 50
   say "$killed bridges are killed and started again"
   for ((i = 0; i < killed; ++i)); do

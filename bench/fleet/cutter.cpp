@@ -1,5 +1,5 @@
 // The line between gateways and a broker, which can be cut: passes bytes on, and counts them.
-// SIGUSR1 resets all connections; SIGUSR2 lets nothing through any more, or lets it through again.
+// SIGUSR1 resets all connections; SIGUSR2 lets nothing through any more, SIGHUP lets it through again.
 // Usage: cutter port PORT [listen 0]     prints the port that it listens on, then a line for each second with traffic
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -172,7 +172,8 @@ int main(int argc, char **argv) {
   limit.rlim_cur = limit.rlim_max;
   ::setrlimit(RLIMIT_NOFILE, &limit);
   std::signal(SIGUSR1, [](int) { cut = 1; });
-  std::signal(SIGUSR2, [](int) { frozen = frozen == 0 ? 1 : 0; });
+  std::signal(SIGUSR2, [](int) { frozen = 1; });
+  std::signal(SIGHUP, [](int) { frozen = 0; });
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   Cutter cutter(arguments.Count("port", 0));
   const int port = cutter.Listen(arguments.Count("listen", 0));

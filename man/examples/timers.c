@@ -20,8 +20,8 @@ static void OnTimeout(void *data) {
 int main(void) {
   static char text[] = "once";
   int count = 0;
-  blink = ZOR_UTIL_TimerAdd(200, 0, OnBlink, &count);         /* every 200 ms, without end */
   UvTimer *once = ZOR_UTIL_TimerAdd(100, 1, OnTimeout, text); /* once; the loop frees it */
+  blink = ZOR_UTIL_TimerAdd(200, 0, OnBlink, &count);         /* every 200 ms, without end */
   if (blink == NULL || once == NULL) return 1;
   return (int)ZOR_UV_LoopRun(NULL, 0);
 }

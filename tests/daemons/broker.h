@@ -11,6 +11,7 @@
 #include <csignal>
 #include <fstream>
 #include <optional>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -35,10 +36,15 @@ inline UniqueFd BoundSocket(uint16_t *port) {
   return socket;
 }
 
+// Below the ports that the kernel gives to others, since it is bound only later.
 inline uint16_t FreePort() {
-  uint16_t port = 0;
-  BoundSocket(&port);
-  return port;
+  static std::minstd_rand random(static_cast<unsigned>(::getpid()));
+  while (true) {
+    const auto port = static_cast<uint16_t>(10000 + random() % 10000);
+    const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = Loopback(port);
+    if (::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return port;
+  }
 }
 
 class Broker {

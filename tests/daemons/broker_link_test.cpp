@@ -174,7 +174,7 @@ TEST_F(BrokerLinkTest, NamesWhatIsWrongWithABrokerOnceAndTakesTheNext) {
   };
   for (const auto &[bad, why] : kCases) {
     auto options = To({bad, good.url("mqtts")});
-    options.connectTime = milliseconds(why.starts_with("it does") ? 3000 : 30000);
+    options.connectTime = milliseconds(why.starts_with("it does") ? 10000 : 60000);
     options.tls.authority = Write("authority", authority_.certificate());
     Listener listener;
     BrokerLink link(options, listener, log_);

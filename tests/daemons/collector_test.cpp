@@ -31,7 +31,7 @@ class CollectorTest : public ::testing::Test {
     return child.output();
   }
   bool WaitForReport(const std::string &line) const {
-    return WaitUntil([&] { return Show("--report").find(line + '\n') != std::string::npos; });
+    return WaitUntil([&] { return Show("--report").find(line + '\n') != std::string::npos; }, 4 * kPatience);
   }
 
   // Publishes a payload as one message, or each line of a file as one.

@@ -58,6 +58,10 @@ class MlogServer : public testing::Test {
     return set_mlog_stat_info("alive", "yes") == 0 && get_mlog_stat_info("alive", value, sizeof value) == 0 &&
            std::string(value) == "yes";
   }
+  // Waits until the server has handled what was sent to it before.
+  void Settle() {
+    EXPECT_TRUE(WaitUntil([this] { return IsAlive(); }));
+  }
 
   TempRoot root_;
   Capture errors_{STDERR_FILENO};
@@ -99,6 +103,7 @@ TEST_F(MlogServer, KeepsLinesAndSaysNothingMoreThanWhereItListens) {
   mlog_print("cut", ZOR_MLOG_INFO, "%s", std::string(2000, 'x').c_str());
   for (int i = 0; i < 300; ++i) mlog_print("next", ZOR_MLOG_INFO, "line %d.", i);
   EXPECT_EQ(inform_mlogger_power_off(), 0);
+  Settle();
   EXPECT_THAT(Log(), HasSubstr("[next][INFO]:line 299.\n")) << "all is saved before the reply to the notice";
   EXPECT_THAT(Log(), HasSubstr("x\n[")) << "a line that was cut ends in a newline too";
   server_->Signal(SIGSTOP);
@@ -137,7 +142,7 @@ TEST_F(MlogServer, ReportsMalformedDatagramsAndDoesNotWaitForAClientThatReadsNoR
     });
     EXPECT_EQ(sender.Wait(), 0);
   }
-  EXPECT_TRUE(IsAlive());
+  Settle();
   const std::string errors = errors_.Text();
   EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), std::ssize(cases)) << errors;
   EXPECT_THAT(errors, HasSubstr("mlogserver: malformed datagram of 2008 bytes from "));
@@ -157,6 +162,7 @@ TEST_F(MlogServer, WritesEachDatagramAsOneLineThatBeginsWithItsSender) {
   Serve();
   mlog_print("t", ZOR_MLOG_INFO, "a\n[00000000001][web][FATL]:b\x1b[2J\t\xc2\x9b\x7f \xc3\xa4\\n");
   EXPECT_EQ(inform_mlogger_power_off(), 0);
+  Settle();
   const std::string log = Log().substr(ZOR_MLOG_FILE_HEADER_SIZE);
   EXPECT_THAT(log, testing::StartsWith("[pid=" + std::to_string(::getpid()) + " " + OwnUid() + "][0"));
   EXPECT_THAT(log, testing::EndsWith(R"(][t][INFO]:a\n[00000000001][web][FATL]:b\x1b[2J\t\xc2\x9b\x7f )"
@@ -166,6 +172,7 @@ TEST_F(MlogServer, WritesEachDatagramAsOneLineThatBeginsWithItsSender) {
   Serve({"--settings", WriteSettings("sender_in_line = no\n")});
   mlog_print("t", ZOR_MLOG_INFO, "plain");
   EXPECT_EQ(inform_mlogger_power_off(), 0);
+  Settle();
   EXPECT_THAT(Log(), testing::ContainsRegex("\n\\[[0-9]{11}]\\[t]\\[INFO]:plain\n"));
 }
 
@@ -212,7 +219,7 @@ TEST_F(MlogServer, RepliesNeitherThroughALinkNorToASocketOfAnotherUser) {
   fs::rename(path, path + ".own");
   const auto ask = [&](const char *refusal) {
     EXPECT_EQ(mlog_send_msg(client.fd(), &request, ZOR_MLOG_SERVER_NAME), 0);
-    EXPECT_TRUE(IsAlive());
+    Settle();
     EXPECT_THAT(errors_.Text(), testing::EndsWith(refusal)) << "the server handles requests in order";
     EXPECT_EQ(::recv(victim.fd(), nullptr, 0, MSG_DONTWAIT), -1) << "nothing for the victim";
   };
@@ -240,11 +247,12 @@ TEST_F(MlogServer, LeavesALivingServersSocketAloneAndTakesOverThatOfADeadOne) {
   EXPECT_THAT(errors_.Text(), HasSubstr("/var/mlog/mlogServer: another mlogserver is running\n"));
   mlog_print("t", ZOR_MLOG_INFO, "before");
   EXPECT_EQ(inform_mlogger_power_off(), 0);
+  Settle();
   server_->Signal(SIGKILL);
   EXPECT_EQ(server_->Wait(), 128 + SIGKILL);
   EXPECT_TRUE(fs::exists(root_.Path("/var/mlog/mlogServer")));
   Serve();
-  EXPECT_TRUE(IsAlive());
+  Settle();
   EXPECT_THAT(Log(), HasSubstr(":before\n"));
 }
 

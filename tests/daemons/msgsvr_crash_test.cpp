@@ -339,7 +339,7 @@ TEST_F(CrashTest, CutsOffAndNamesAClientWhoseDescriptorWasHalfSent) {
 }
 
 TEST_F(CrashTest, GivesConnectionsTimeToRegisterOnceMore) {
-  StartKept("register_seconds = 1\n");
+  StartKept("register_seconds = 3\n");
   const WireClient newcomer = Connect();
   Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
   Crash();

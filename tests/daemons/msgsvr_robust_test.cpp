@@ -220,7 +220,7 @@ TEST_F(OwnMsgsvrTest, ServesDaemonsOfOtherBoardsOverTcp) {
 }
 
 TEST_F(OwnMsgsvrTest, EndsAConnectionThatDoesNotRegisterInTime) {
-  Start("register_seconds = 1\n");
+  Start("register_seconds = 3\n");
   const WireClient idle = Connect();
   EXPECT_TRUE(idle.ClosedByOther());
   EXPECT_TRUE(LogHolds("an unregistered client (pid " + std::to_string(::getpid()) +

@@ -83,7 +83,7 @@ TEST_F(SharesTest, SurvivesHavingNoMemory) {
 }
 
 TEST_F(SharesTest, AdmitsOthersWhileOneProcessOpensConnectionAfterConnection) {
-  Start("user_clients = 30\nmax_clients = 40\n");
+  Start("user_clients = 30\nmax_clients = 40\nregister_seconds = 3600\n");
   Child hoarder = Child::Function([&] {
     std::vector<WireClient> held;
     for (int i = 0; i < 33; ++i) {

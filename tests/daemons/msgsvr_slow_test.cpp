@@ -3,11 +3,13 @@
 #include <zor/control_wire.h>
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <set>
 
 #include "msgsvr_fixture.h"
 #include "programs/json.h"
+#include "programs/limits.h"
 
 namespace zor::test {
 namespace {
@@ -49,7 +51,8 @@ class SlowReaderTest : public OwnMsgsvrTest {
 };
 
 TEST_F(SlowReaderTest, RefusesWhatDoesNotFitAndGoesOnWhenTheReaderReads) {
-  Start("queue_bytes = 100000\n");
+  Start("queue_bytes = 100000\nstop_seconds = 1\n");
+  const auto start = std::chrono::steady_clock::now();
   std::set<uint32_t> refused = SendUntilRefused(sender_, "receiver");
   ASSERT_FALSE(refused.empty());
   const std::string path = MakeFile();
@@ -69,9 +72,11 @@ TEST_F(SlowReaderTest, RefusesWhatDoesNotFitAndGoesOnWhenTheReaderReads) {
   EXPECT_TRUE(LogHolds("reads again: " + std::to_string(refused.size() + 1) + " messages to it were refused"));
   sender_.Send(MakeMessage(kType, "", "receiver", 77));
   EXPECT_EQ(receiver_.Next().header.data, 77u);
-  // A second time is counted, but not told again so soon.
+  // A second time is counted, but not told again so soon, unless this took too long.
   SendUntilRefused(sender_, "receiver");
-  EXPECT_EQ(CountInLog("does not read"), 1u);
+  const bool isSoon =
+      std::chrono::steady_clock::now() - start < std::chrono::milliseconds(limits::msgsvr::kRefusalPauseMs);
+  EXPECT_LE(CountInLog("does not read"), isSoon ? 1u : 2u);
   const WireClient tool = Client("tool");
   const Message list = AskAndFetch(tool, MakeRequest(ZOR_MSG_CONTROL_LIST));
   EXPECT_NE(list.body.find("\"refused\":"), list.body.npos);
@@ -143,11 +148,14 @@ TEST_F(SlowReaderTest, DelaysNoPublisherForAStoppedSubscriber) {
   // Past the half of its queue.
   for (int i = 0; i < 800; ++i) sender_.Send(MakeMessage(kEvent, "", "", 0, kKilobyte));
   Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
-  const auto start = std::chrono::steady_clock::now();
   constexpr int kEvents = 100;
-  for (int i = 0; i < kEvents; ++i) Tell(sender_, MakeMessage(kEvent, "", ""));
-  // A pause for each would take 20 s.
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  int delayed = 0;
+  for (int i = 0; i < kEvents; ++i) {
+    const auto start = std::chrono::steady_clock::now();
+    Tell(sender_, MakeMessage(kEvent, "", ""));
+    if (std::chrono::steady_clock::now() - start > limits::msgsvr::kReaderStall) ++delayed;
+  }
+  EXPECT_LT(delayed, kEvents / 2) << "no pause for each of them";
 }
 
 TEST_F(SlowReaderTest, RoutesTheLastWordsOfADaemonThatHasGone) {
@@ -235,7 +243,7 @@ TEST_F(SlowReaderTest, DeliversWhatIsQueuedBeforeItStops) {
     Tell(sender_, MakeRequest(ZOR_MSG_SEND_FAILED_NOTICE));
     server_->Signal(SIGTERM);
   };
-  stopFull("");
+  stopFull("stop_seconds = 60\n");
   for (uint32_t i = 0; i < kMessages; ++i) ASSERT_EQ(receiver_.Next().header.data, i);
   EXPECT_EQ(server_->Wait(), 0);
   EXPECT_EQ(CountInLog("unread"), 0u);

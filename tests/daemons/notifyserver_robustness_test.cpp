@@ -127,7 +127,7 @@ TEST_F(NotifyServerRobustness, HalfSentFramesTakeNoMoreThanTheirShareAndTheLarge
 }
 
 TEST_F(NotifyServerRobustness, ConnectionMustRegisterInTimeUnlessItIsAnOperators) {
-  Start("register_seconds = 1\n");
+  Start("register_seconds = 3\n");
   const BusPeer web = Register(kWeb);
   const BusPeer tool = Connect();
   const NotifyFrame list = MakeRequest(ZOR_NOTIFY_CONTROL_LIST, 1, 0, ZOR_NOTIFY_MID_SERVER);

@@ -25,7 +25,8 @@ class ZorbridgeTest : public BusDaemonTest {
 
   // The settings of a bridge that connects at once.
   std::string Settings(const std::string &more = "", const std::string &gateway = "gw7") const {
-    return "broker = " + broker_.url() + "\ngateway = " + gateway + "\nretry_first_seconds = 1\n" + more;
+    return "broker = " + broker_.url() + "\ngateway = " + gateway +
+           "\nretry_first_seconds = 1\nretry_most_seconds = 2\n" + more;
   }
   // Starts the bridge and waits until it is at the broker.
   void StartBridge(const std::string &more = "") {

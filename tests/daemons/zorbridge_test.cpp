@@ -20,7 +20,8 @@ constexpr char kCounted[] = "zor/gw7/event/network/Counted";
 
 class Zorbridge : public ZorbridgeTest {
  protected:
-  // The events that the subscriber has got: each number once, in their order, from the first to the last.
+  // The events that the subscriber has got: each number once, in their order, from the first to the last. Earlier ones
+  // may come again: the broker had shown but not acknowledged them when it was killed.
   void ExpectEvents(int first, int last) {
     const std::string end = "\"n\":" + std::to_string(last) + "}}}\n";
     ASSERT_TRUE(Shown(end)) << errors_.Text() << broker_.log();
@@ -29,7 +30,7 @@ class Zorbridge : public ZorbridgeTest {
     for (const auto &[topic, record] : Received(kCounted)) {
       const uint64_t number = record["number"];
       if (!known.emplace(record["stream"], number).second) continue;
-      numbers.push_back(record["event"]["Payload"]["n"]);
+      if (const int event = record["event"]["Payload"]["n"]; event >= first) numbers.push_back(event);
     }
     for (int number = first; number <= last; ++number) expected.push_back(number);
     EXPECT_EQ(numbers, expected);
@@ -72,10 +73,13 @@ TEST_F(Zorbridge, PublishesByModuleAndNameWithNumbersInTheirOrder) {
 }
 
 TEST_F(Zorbridge, ComesAndGoesWithAWordToTheBroker) {
-  StartBridge();
-  ASSERT_TRUE(Shown("zor/gw7/status {\"schema\":1"));
-  ASSERT_TRUE(Shown("\n"));
-  const Json status = Received("zor/gw7/status").back().second;
+  StartBridge("status_seconds = 1\n");
+  Json status;  // the server may be too busy for the first of them
+  for (int tries = 0; tries < 30 && (status.is_null() || !status["unwell"].empty()); ++tries) {
+    ASSERT_TRUE(Shown("zor/gw7/status {\"schema\":1"));
+    ASSERT_TRUE(Shown("\n"));
+    status = Received("zor/gw7/status").back().second;
+  }
   EXPECT_THAT(status["unwell"], testing::IsEmpty());
   EXPECT_EQ(status["bus"]["server"]["name"], "msgsvr");
   EXPECT_EQ(status["bus"]["daemons"][0]["name"], "bridge");

@@ -55,11 +55,12 @@ class TunnelTest : public OwnMsgsvrTest {
                                    : static_cast<uint16_t>(std::stoi(tunnel.output().substr(at + line.size())));
   }
   void StartGateway(const std::string &more = "") {
-    gateway_.emplace(Run("gateway", "boards = /boards/socket\n" + more, "127.0.0.1:" + std::to_string(gatewayPort_)));
+    gateway_.emplace(Run("gateway", "boards = /boards/socket\nboard_seconds = 600\n" + more,
+                         "127.0.0.1:" + std::to_string(gatewayPort_)));
     gatewayPort_ = PortOf(*gateway_);
   }
   void StartBoard() {
-    board_.emplace(Run("board", "gateway = 127.0.0.1:" + std::to_string(gatewayPort_) + "\n"));
+    board_.emplace(Run("board", "gateway = 127.0.0.1:" + std::to_string(gatewayPort_) + "\nboard_seconds = 600\n"));
     boardPort_ = PortOf(*board_);
   }
   // The message server, and a tunnel at both ends.

@@ -134,7 +134,7 @@ TEST_F(DmMessages, WaitForTheNextMessageOfTheirTypeAndSetOthersAside) {
     bus_.peer.Send(MakeMessage(ZOR_MSG_DM, "anyone", "tester", 0, body, 99));
     const Dm dm;
     ZOR_DMMSG_HEAD *reply = dm.handle;
-    EXPECT_EQ(ZOR_DMMSG_SyncSend(dm.handle, &reply, 3000), status);
+    EXPECT_EQ(ZOR_DMMSG_SyncSend(dm.handle, &reply, 60000), status);
     EXPECT_EQ(reply != nullptr, status == ZOR_OK);
     ZOR_DMMSG_Free(reply);
   }

@@ -161,13 +161,13 @@ TEST_F(CppFaceTest, EachCallGetsItsOwnReplyAndNoLateOne) {
   Bus &bus = Join();
   std::vector<std::string> order;
   bus.on(0x6301, [&](Request request) { order.push_back("late " + std::to_string(request.word())); });
-  EXPECT_EQ(ErrorOf(bus.try_call("provider", 0x6301, 300, 20ms)).kind(), ErrorKind::kTimeout);
+  EXPECT_EQ(ErrorOf(bus.try_call("provider", 0x6301, 500, 20ms)).kind(), ErrorKind::kTimeout);
   const auto note = [&](Result<Reply> reply) {
     order.push_back(reply ? std::to_string(reply->word()) : reply.error().what());
     if (order.size() == 4) bus.stop();
   };
   bus.call_async("provider", 0x6301, 700, kPatience, note);
-  bus.call_async("provider", 0x6301, 600, 100ms, note);
+  bus.call_async("provider", 0x6301, 5000, 100ms, note);
   bus.call_async("provider", 0x6301, 1, kPatience, note);
   bus.call_async("nobody", 0x6301, 1, 0ms, note);
   // What comes for the others while this one waits is theirs still.

@@ -205,10 +205,11 @@ class ClientFaults : public testing::TestWithParam<Case> {
     return Child::Function([this, nth] {
              ::dup2(::open("/dev/null", O_WRONLY | O_CLOEXEC), 1);
              ArmFault(GetParam().call, nth, GetParam().error);
-             const bool good = Converse(nth == 0);
+             bool good = Converse(nth == 0);
+             if (!good && !FaultHappened()) good = Converse(true);  // a busy machine needs longer
              report_->reached = FaultHappened();
              ArmFault("", 0, 0);
-             if (!good && (nth == 0 || !report_->reached)) return 4;
+             if (!good && !report_->reached) return 4;
              const bool again = Converse(true);
              report_->blocks = LiveBlocks();
              report_->descriptors = CountDescriptors();

@@ -257,7 +257,8 @@ bool ServerFaults::SurvivesCall(long nth) {
     return true;
   }
   bool served = server_.serves(root, nth == 0 || server_.onlyIf != nullptr ? kPatience : kBriefly);
-  if (!served && !fs::exists(reached)) served = server_.serves(root, kPatience);  // a busy machine needs longer
+  // A busy machine needs longer; and a hand-over that is still under way refuses another.
+  if (!served) WaitUntil([&] { return fs::exists(reached) || (served = server_.serves(root, kPatience)); });
   const bool isReached = fs::exists(reached);
   EXPECT_TRUE(served || isReached) << "without a fault";
   if (nth == 0) descriptors_ = DescriptorsAtRest(server.pid());

@@ -16,7 +16,7 @@ run() { # STATUS SETTINGS NAMES...: runs a table of stages, its output in $work/
   cat >"$work/runner" <<RUNNER
 set -euo pipefail
 stages=('first | echo one' 'bad | echo "the \$((1 + 1))nd"; echo "*** \$((4 - 1))rd"; false; echo unreached' 'hangs | sleep 1000' 'last | echo four')
-stage_logs='$work/logs' stage_minutes=0.1
+stage_logs='$work/logs' stage_minutes=10
 $2
 . '$source/scripts/stages.sh'
 run_stages "\$@"
@@ -36,7 +36,7 @@ expect 'nothing runs after a failure' test ! -e "$work/logs/last.log"
 expect 'a stage ends at its first error' test "$(cat "$work/logs/bad.log")" = $'the 2nd\n*** 3rd'
 expect 'the reasons come last' test "$(tail -n 2 "$work/out" | head -n 1)" = '*** 3rd'
 
-run 1 'stage_keep=yes stage_quiet=yes'
+run 1 'stage_keep=yes stage_quiet=yes stage_minutes=0.1'
 says '^hangs .* FAILED: ended after 0.1 minutes$'
 says '^last .* passed$'
 says '^FAILED: bad hangs$'

@@ -43,7 +43,7 @@ connected_since() { zorctl list --json | grep -o '"name":"lctrl"[^}]*"since":[0-
 
 say 'installing under systemd'
 mkdir -p /etc/systemd/system/msgsvr.service.d
-printf '[Service]\nWatchdogSec=5\n' >/etc/systemd/system/msgsvr.service.d/test.conf
+printf '[Service]\nWatchdogSec=30\n' >/etc/systemd/system/msgsvr.service.d/test.conf
 quietly apt-get -qq install -y --no-install-recommends ./*.deb
 await 'the servers are started' systemctl is-active "${servers[@]}" "${socket_units[@]}"
 useradd --no-create-home --gid _zorbus first

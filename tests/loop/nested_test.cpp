@@ -23,14 +23,16 @@ class Nested : public LoopTest {
 TEST_F(Nested, ATimerIsNotCalledAgainWhileItsCallbackRuns) {
   int calls = 0;
   int others = 0;
+  UvTimer *other = nullptr;
   UvTimer *timer = AddTimer(1, 0, [&] {
     ++calls;
     ZOR_UV_TimerDelete(timer);
     RunUntilSwept(timer);
     EXPECT_EQ(timer->intervalMs, 1u) << "the record outlives its callback";
+    other->expirySeconds = 0;
     Stop();
   });
-  UvTimer *other = AddTimer(1, 0, [&] { ++others; });
+  other = AddTimer(1, 0, [&] { ++others; });
   timer->expirySeconds = other->expirySeconds = 0;
   EXPECT_EQ(Run(), ZOR_OK);
   EXPECT_EQ(calls, 1);

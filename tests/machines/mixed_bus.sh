@@ -8,6 +8,7 @@ builds=([1]=$(cd "$1" && pwd) [2]=$(cd "$2" && pwd))
 emulator=("${@:3}")
 work=$(mktemp -d)
 pids=()
+talks=0
 clean_up() {
   [ ${#pids[@]} -eq 0 ] || kill -KILL "${pids[@]}" 2>/dev/null || true
   rm -rf "$work"
@@ -36,7 +37,8 @@ await() { # TEXT NAME: the output of a process has the text
 
 talk() { # SERVER'S-BUILD PROVIDER'S-BUILD PROVIDER'S-PLACE CONSUMER'S-BUILD CONSUMER'S-PLACE
   printf '\n== server of build %s, provider of build %s (%s), consumer of build %s (%s)\n' "$@"
-  export ZOR_ROOT=$work/$RANDOM
+  talks=$((talks + 1))
+  export ZOR_ROOT=$work/$talks
   mkdir -p "$ZOR_ROOT/online/log"
   printf 'tcp = 127.0.0.1:0\nreport.* = 2\ntrace_output.* = file\ntrace_file_kib.* = 3000\ntrace.* = mixed=info\n' \
     >"$ZOR_ROOT/settings"

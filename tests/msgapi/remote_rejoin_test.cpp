@@ -19,7 +19,7 @@ using testing::ElementsAre;
 
 constexpr uint32_t kType = 0x1234;
 constexpr uint32_t kEvent = 0x2da65;
-constexpr ZOR_MSG_REJOIN kQuick = {10, 10, 0};
+constexpr ZOR_MSG_REJOIN kQuick = {10, 10, 60000};
 
 // What the daemon heard and got, in order.
 std::vector<std::string> history;

@@ -60,7 +60,7 @@ TEST_F(Requests, TakeTheFirstReplyOfTheirTypeAndSetEverythingElseAsideInOrder) {
   for (uint32_t i = 1; i <= 5; ++i) Send(kOther, i);
   Send(kType, 42, "anyone");  // its number is not that of the request
   ZOR_MSG_HEAD request = Request("server", kType | 0x07600000);
-  const Outcome outcome(ZOR_MSG_SendAndRecv, &request, 3000);
+  const Outcome outcome(ZOR_MSG_SendAndRecv, &request, 60000);
   ASSERT_EQ(outcome.status, ZOR_OK);
   EXPECT_EQ(outcome.reply->data, 42u);
   EXPECT_THAT(SetAside(), ElementsAre(1, 2, 3, 4, 5));
@@ -91,15 +91,15 @@ TEST_F(Requests, EndWhenTheServerReportsThatTheirDestinationIsAbsentOrIsGoneItse
   Send(ZOR_MSG_SEND_FAILED_NOTICE, kOther);
   Send(ZOR_MSG_SEND_FAILED_NOTICE, kType, "anyone");
   uint32_t word = 5;
-  EXPECT_EQ(ZOR_MSG_SendAndRecvMsgData("absent", kType, 1, 3000, &word), ZOR_E_PEER_GONE);
+  EXPECT_EQ(ZOR_MSG_SendAndRecvMsgData("absent", kType, 1, 60000, &word), ZOR_E_PEER_GONE);
   EXPECT_EQ(word, 5u);
   EXPECT_THAT(SetAside(), ElementsAre(kOther));
   Send(kType, 6);
-  EXPECT_EQ(ZOR_MSG_SendAndRecvMsgData("there", kType, 1, 3000, &word), ZOR_OK);
+  EXPECT_EQ(ZOR_MSG_SendAndRecvMsgData("there", kType, 1, 60000, &word), ZOR_OK);
   EXPECT_EQ(word, 6u);
   for (int each = 0; each < 2; ++each) EXPECT_EQ(bus_.peer.ReceiveMessage()->header.data, 1u);
   bus_.peer.Close();
-  EXPECT_EQ(Outcome(ZOR_MSG_RecvWithType, kType, 3000).status, ZOR_E_PEER_GONE);
+  EXPECT_EQ(Outcome(ZOR_MSG_RecvWithType, kType, 60000).status, ZOR_E_PEER_GONE);
 }
 
 TEST_F(Requests, ClearTheReplyBeforeTheyRefuseTheirArguments) {
@@ -154,7 +154,7 @@ TEST_F(Requests, TakeTheWayThatTheirNamesPrescribe) {
     way.clear();
     Send(expected.type);
     ZOR_MSG_HEAD request = Request(expected.destination, expected.type);
-    EXPECT_EQ(Outcome(ZOR_MSG_SendAndRecv, &request, 3000).status, ZOR_OK);
+    EXPECT_EQ(Outcome(ZOR_MSG_SendAndRecv, &request, 60000).status, ZOR_OK);
     if (bus_.peer.ReceiveMessage(std::chrono::milliseconds(0))) way += "sent";
     EXPECT_EQ(way, expected.taken);
     EXPECT_EQ(output.Text().find("in mic not allowed.\n") != std::string::npos, expected.warned);
@@ -164,7 +164,7 @@ TEST_F(Requests, TakeTheWayThatTheirNamesPrescribe) {
 
 TEST_F(Requests, AtABarrierCarryTheCutNameAndPostTheWholeOne) {
   Send(ZOR_MSG_SYNC_WAIT, 99);
-  EXPECT_EQ(ZOR_MSG_ZorSyncWait("a-very-long-name", 3000), 0u) << "the request's own data word";
+  EXPECT_EQ(ZOR_MSG_ZorSyncWait("a-very-long-name", 60000), 0u) << "the request's own data word";
   EXPECT_EQ(ZOR_MSG_ZorSyncWait(nullptr, 10), ZOR_E_TIMEOUT);
   EXPECT_EQ(ZOR_MSG_ZorSyncPost("a-very-long-name"), ZOR_OK);
   EXPECT_EQ(ZOR_MSG_ZorSyncPost(nullptr), 1u);

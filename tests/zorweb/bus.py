@@ -11,8 +11,8 @@ import time
 PATIENCE = 60  # seconds; under load everything takes long
 
 
-def until(what, condition):
-    end = time.monotonic() + PATIENCE
+def until(what, condition, patience=PATIENCE):
+    end = time.monotonic() + patience
     while time.monotonic() < end:
         value = condition()
         if value:

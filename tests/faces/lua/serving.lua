@@ -146,11 +146,12 @@ check.equal(told.handles[1].kind, "request", "its kind")
 
 -- An interrupt ends the run, also while nothing happens.
 local process = assert(io.open("/proc/self/stat")):read("*n")
-os.execute(("(sleep 0.1; kill -INT %d) &"):format(process))
+local killer = io.popen(("sleep 1; kill -INT %d"):format(process)) -- os.execute would ignore it meanwhile
 local limit = bus:after(60, function() bus:stop() end)
 local ok, reason = pcall(bus.run, bus)
 check.equal(tostring(ok) .. (reason or ""), "falseinterrupted!", "an interrupt")
 limit:close()
+killer:close()
 
 assert(bus:call("peer", 0x706))
 peer:close()

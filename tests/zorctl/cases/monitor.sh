@@ -28,7 +28,9 @@ await watching '"daemon":"web","directions":2'
 await watching '"daemon":"nobody","directions":3,"first_type":16384'
 await watching '"daemon":"db","directions":1'
 peer db flood web 2
+await grep -q done "$ZOR_ROOT/db.out"
 peer evil flood nobody 1
+await grep -q done "$ZOR_ROOT/evil.out"
 run send DYN_APP_UPDATE web value=3 application=shop
 for each in lines lost json; do
   await gone "$each"
@@ -51,6 +53,7 @@ sed 's/[0-9]* copied/N copied/' "$ZOR_ROOT/file.err"
 background passed monitor --type 0x4000-0x4FFF --limit 3
 await grep -q TIME "$ZOR_ROOT/passed.out"
 peer passer pass "ctl$(running passed)"
+await grep -q 0x4001 "$ZOR_ROOT/passed.out"
 peer last tell passer 0x4002
 await gone passed
 output passed

@@ -9,6 +9,7 @@ run notify cms 0x71 what? --sync
 run notify cms 0x71 what? --sync --json
 run notify 8 0x72 0102ff --as hex
 run notify cms 0x72 1 2 --as u32 --from web --json
+await eval '! zorctl notify --list --json | grep -q "\"socket\":[1-9]"' # the provider has read it
 run notify --list --json
 
 # Faults.

@@ -10,7 +10,7 @@ peer whole flood lamp 1 2040
 peer file_body flood lamp 1 5000
 zorctl send 0x4321 lamp --data 9
 peer evil flood nobody 1
-await grep -q done "$ZOR_ROOT/evil.out"
+for each in db whole file_body evil; do await grep -q done "$ZOR_ROOT/$each.out"; done
 kill -INT "$(running file)"
 await gone file
 cat "$ZOR_ROOT/file.err"

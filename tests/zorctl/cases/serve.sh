@@ -67,6 +67,7 @@ await grep -q serves "$ZOR_ROOT/lossy.err"
 kill -STOP "$(running lossy)"
 peer fickle flood lossy 1 5000
 await grep -q done "$ZOR_ROOT/fickle.out"
+zorctl wait fickle >/dev/null # the server has passed on what came before this request
 rm "$ZOR_ROOT"/var/run/msg/*
 kill -CONT "$(running lossy)"
 await grep -q 'cannot read' "$ZOR_ROOT/lossy.err"

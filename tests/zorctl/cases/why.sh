@@ -42,7 +42,7 @@ await settled one 'one is idle'
 run why one
 tell_each_other here 0x4062 there 0x4063
 # When the system shows that they sleep in their loops, they do not wait; otherwise the verdict names its assumption.
-says here 'here is idle' || says here 'assuming that 0x4062 and 0x4063 are requests' || zorctl why here
+await eval "says here 'here is idle' || says here 'assuming that 0x4062 and 0x4063 are requests'"
 
 # One that does not read, and misses what does not fit its queue.
 peer mute idle
