@@ -41,7 +41,7 @@ run_suite=(ctest --preset dev --no-tests=error)
 # Without these variables the loop's clock and the times of files would be shifted too. Python's sleep() then fails, so
 # tests that start it run with a shifted loop's clock; and where that is shifted, its threads wait without end, so those of
 # its module are left out.
-in_python='^(CollectorTest\.LosesNothingToAFullDisk|zorctl\.top$|Zorgen\.Languages|Zorweb\.|Tutorial\.|Faces\.)'
+in_python='^(CollectorTest\.LosesNothingToAFullDisk|zorctl\.top$|Zorgen\.Languages|Zorweb\.|Tutorial\.|(Vendor\.)?Faces)'
 with_shifted_clock() { # SHIFT
   FAKETIME_DONT_FAKE_MONOTONIC=1 NO_FAKE_STAT=1 faketime -f "$1" "${run_suite[@]}" -E "^Python\.|$in_python" &&
     NO_FAKE_STAT=1 faketime -f "$1" "${run_suite[@]}" -R "$in_python"
