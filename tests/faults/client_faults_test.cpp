@@ -161,6 +161,7 @@ bool Converse(bool patient) {
   const auto onLink = [](uint32_t event, void *) { heard.rejoined = heard.rejoined || event == ZOR_MSG_LINK_REJOINED; };
   bool good = ZOR_MSG_Init("client") == ZOR_OK && g_stMsgCtx.socketFd >= 0;
   if (good) {
+    if (patient) WaitUntil([] { return ZOR_MSG_GetNumOfProcesses("peer") == 1; });
     ZOR_MSG_RegisterMsgProc(ZOR_MSG_DefaultMsgProc);
     good = ZOR_MSG_EnableRejoin(&kQuick) == ZOR_OK && ZOR_MSG_SetLinkProc(onLink, nullptr) == ZOR_OK;
     for (const bool step :
