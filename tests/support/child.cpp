@@ -90,10 +90,12 @@ Child::~Child() {
 
 bool Child::WaitForOutput(const std::string &text, std::chrono::milliseconds deadline) {
   const auto end = Clock::now() + deadline;
-  while (output_.find(text) == std::string::npos) {
+  // Only what is new is searched: outputs may be long.
+  for (size_t from = 0; output_.find(text, from) == std::string::npos;) {
+    from = output_.size() < text.size() ? 0 : output_.size() - text.size() + 1;
     pollfd entry = {fd_, POLLIN, 0};
     if (::poll(&entry, 1, MillisecondsUntil(end)) <= 0) return false;
-    char piece[4096];
+    char piece[65536];
     const ssize_t count = ::read(fd_, piece, sizeof piece);
     if (count <= 0) return false;
     output_.append(piece, static_cast<size_t>(count));
