@@ -3,6 +3,7 @@
 # Usage: functions.pl SOURCE_DIR OUTPUT_DIR VERSION DATE
 use strict;
 use warnings;
+use File::Glob qw(:bsd_glob);  # a directory may have blanks in its name
 use List::Util qw(max min);
 use lib $0 =~ m{(.*)/}s ? $1 : q(.);
 use Headers qw(read_header);

@@ -5,6 +5,7 @@
 # Usage: pages.pl SOURCE_DIR OUTPUT_DIR VERSION DATE
 use strict;
 use warnings;
+use File::Glob qw(:bsd_glob);  # a directory may have blanks in its name
 use lib $0 =~ m{(.*)/}s ? $1 : q(.);
 use Headers qw(read_header);
 use Limits qw(read_limits figure);
