@@ -76,8 +76,8 @@ TEST_F(ZorbridgeRequests, AreAnsweredEachWithItsResult) {
       {"worker/0x4001", R"({"data":-1})", "20", "invalid", "reason"},
       {"worker/NONSENSE", "{}", "20", "invalid", "NONSENSE"},
       {"nobody/0x4001", "{}", "20", "absent", "nobody"},
-      {"worker/0x4002", "{}", "2", "late", "reason"},
-      {"worker/0x4003", "{}", "5", "late", "reason"},  // it has read it, and ends
+      {"worker/0x4002", "{}", "5", "late", "worker"},
+      {"worker/0x4003", "{}", "5", "late", "worker"},  // it has read it, and ends
       {"worker/0x4001", "{}", "20", "absent", "worker"},
   };
   for (const auto &each : kCases) {
