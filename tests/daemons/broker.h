@@ -25,26 +25,21 @@ inline sockaddr_in Loopback(uint16_t port) {
   return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
 }
 
-// Bound to a free port, which it returns.
+// Bound to a free port, which it returns; not one that the kernel gives to others before it is bound again.
 inline UniqueFd BoundSocket(uint16_t *port) {
-  UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address = Loopback(0);
-  socklen_t size = sizeof address;
-  auto *generic = reinterpret_cast<sockaddr *>(&address);
-  EXPECT_TRUE(::bind(socket.get(), generic, size) == 0 && ::getsockname(socket.get(), generic, &size) == 0);
-  *port = ntohs(address.sin_port);
-  return socket;
-}
-
-// Below the ports that the kernel gives to others, since it is bound only later.
-inline uint16_t FreePort() {
   static std::minstd_rand random(static_cast<unsigned>(::getpid()));
   while (true) {
-    const auto port = static_cast<uint16_t>(10000 + random() % 10000);
-    const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr_in address = Loopback(port);
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return port;
+    *port = static_cast<uint16_t>(10000 + random() % 10000);
+    UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = Loopback(*port);
+    if (::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) return socket;
   }
+}
+
+inline uint16_t FreePort() {
+  uint16_t port = 0;
+  BoundSocket(&port);
+  return port;
 }
 
 class Broker {
