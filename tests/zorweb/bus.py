@@ -62,7 +62,6 @@ class Bus:
     def end(self, name, number=signal.SIGTERM):
         process = self.running.pop(name)
         process.send_signal(number)
-        process.send_signal(signal.SIGCONT)
         return process.wait(PATIENCE)
 
     def close(self):
