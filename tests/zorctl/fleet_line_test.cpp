@@ -22,7 +22,7 @@ using testing::HasSubstr;
 class FleetLineTest : public testing::Test {
  protected:
   std::string Write(const std::string &name, const std::string &text, mode_t mode = 0600) const {
-    const std::string path = root_.Path(name);
+    const std::string path = root_.Path("/" + name);
     std::ofstream(path) << text;
     ::chmod(path.c_str(), mode);
     return path;
@@ -65,7 +65,7 @@ TEST_F(FleetLineTest, TrustsOnlyACurrentCertificateOfItsAuthorityForTheBroker) {
   EXPECT_THAT(Problem(authority_.Issue("DNS:other"), options), HasSubstr("is not accepted: IP address mismatch"));
   EXPECT_THAT(Problem(authority_.Issue("IP:127.0.0.1", -1), options), HasSubstr("certificate has expired"));
   EXPECT_THAT(Problem(good_, Trusting(Write("other.pem", Authority().certificate()))), HasSubstr("is not accepted"));
-  EXPECT_EQ(Problem(good_, Trusting(root_.Path("none"))), "the files for TLS cannot be used");
+  EXPECT_EQ(Problem(good_, Trusting(root_.Path("/none"))), "the files for TLS cannot be used");
 }
 
 TEST_F(FleetLineTest, ShowsItsCertificateToABrokerThatWantsOne) {
