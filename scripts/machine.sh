@@ -76,7 +76,7 @@ if [ "${1:-}" = --build-only ]; then
 fi
 
 cmake --preset dev >/dev/null
-cmake --build --preset dev --target msgsvr board_member
+cmake --build --preset dev --target msgsvr notifyserver syslogd cms board_member
 cmake --preset "$machine" -DZOR_MACHINE_EXECUTES=$executes
 "${within[@]}" cmake --build --preset "$machine"
 

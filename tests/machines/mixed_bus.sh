@@ -27,12 +27,28 @@ run() { # BUILD PROGRAM ARGUMENT...
   exec "${prefix[@]}" "${builds[$1]}/$2" "${@:3}"
 }
 
-await() { # TEXT NAME: the output of a process has the text
+has() { grep -qs "$1" "$ZOR_ROOT/$2.out"; } # TEXT NAME: the output of a process has the text
+
+await() { # TEXT NAME
   local end=$((SECONDS + 120))
-  until grep -qs "$1" "$ZOR_ROOT/$2.out"; do
+  until has "$@"; do
     [ "$SECONDS" -lt "$end" ] || fail "$2 did not print: $1"
     sleep 0.02
   done
+}
+
+start() { # BUILD READY NAME ARGUMENT...: a server, until its output has the text
+  (run "$1" "daemons/$3/$3" "${@:4}") >"$ZOR_ROOT/$3.out" 2>&1 &
+  servers+=($!)
+  pids+=($!)
+  await "$2" "$3"
+}
+
+# What they have understood of records that the consumer has converted, and not of the others.
+check_records() {
+  has 'User worker reboot the device' syslogd || fail 'the log record was not kept'
+  ! has 'User raw' syslogd || fail 'a log record of the other order was kept'
+  [[ $(grep 'restore for' "$ZOR_ROOT/cms.out" | tail -n 1) == *'result 0x10002' ]] || fail 'the user was not understood'
 }
 
 talk() { # SERVER'S-BUILD PROVIDER'S-BUILD PROVIDER'S-PLACE CONSUMER'S-BUILD CONSUMER'S-PLACE
@@ -42,24 +58,28 @@ talk() { # SERVER'S-BUILD PROVIDER'S-BUILD PROVIDER'S-PLACE CONSUMER'S-BUILD CON
   mkdir -p "$ZOR_ROOT/online/log"
   printf 'tcp = 127.0.0.1:0\nreport.* = 2\ntrace_output.* = file\ntrace_file_kib.* = 3000\ntrace.* = mixed=info\n' \
     >"$ZOR_ROOT/settings"
-  (run "$1" daemons/msgsvr/msgsvr --settings "$ZOR_ROOT/settings") >"$ZOR_ROOT/server.out" 2>&1 &
-  pids+=($!)
-  local server=$! port
-  await 'listening on 127' server
-  port=$(sed -n 's/.*127\.0\.0\.1:\([0-9]*\).*/\1/p' "$ZOR_ROOT/server.out")
+  local servers=() port server
+  start "$1" 'listening on 127' msgsvr --settings "$ZOR_ROOT/settings"
+  port=$(sed -n 's/.*127\.0\.0\.1:\([0-9]*\).*/\1/p' "$ZOR_ROOT/msgsvr.out")
+  start "$1" listening notifyserver
+  start "$1" 'on the bus' syslogd --verbose
+  start "$1" 'on the bus' cms
   (run "$2" tests/machines/board_member provider "${3/board/$port}" serve) >"$ZOR_ROOT/provider.out" 2>&1 &
   pids+=($!)
   local provider=$!
   await ready provider
   (run "$4" tests/machines/board_member consumer "${5/board/$port}" ask provider) || fail 'not all was as it should be'
   wait "$provider" || fail 'the provider failed'
-  kill -TERM "$server"
-  wait "$server" || fail 'the server failed'
+  check_records
+  for server in 3 2 1 0; do
+    kill -TERM "${servers[server]}"
+    wait "${servers[server]}" || fail 'a server failed'
+  done
 }
 
-servers=(1 2)
-[ "${builds[1]}" != "${builds[2]}" ] || servers=(1)
-for one in "${servers[@]}"; do
+both=(1 2)
+[ "${builds[1]}" != "${builds[2]}" ] || both=(1)
+for one in "${both[@]}"; do
   other=$((3 - one))
   talk "$one" "$other" board "$one" 'local'
   talk "$one" "$one" 'local' "$other" board

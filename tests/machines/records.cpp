@@ -1,6 +1,9 @@
 #include "records.h"
 
+#include <zor/config_wire.h>
 #include <zor/dmmsg.h>
+#include <zor/kiva_wire.h>
+#include <zor/log_wire.h>
 #include <zor/msg.h>
 #include <zor/status.h>
 
@@ -17,6 +20,7 @@ namespace {
 
 constexpr std::uint32_t kSubType = 0x0203;
 constexpr std::uint32_t kKind = 0x01020304;
+constexpr std::uint32_t kReboot = 0x1E080001;  // an item of the log
 
 using Management = std::unique_ptr<ZOR_DMMSG_HEAD, decltype(&ZOR_DMMSG_Free)>;
 
@@ -110,6 +114,11 @@ void Reverse(thermo::EveryMessage &message) {
   Reverse(message.class_);
 }
 
+template <class Record>
+std::string BytesOf(const Record &record) {
+  return {reinterpret_cast<const char *>(&record), sizeof record};
+}
+
 template <class Message>
 std::string Encoded(const Message &message) {
   std::string body;
@@ -177,6 +186,32 @@ std::string MakeRecord() {
 
 bool IsRecordAnswered(const std::string &reply) {
   return reply == AnswerTo<thermo::EveryMessage>();
+}
+
+std::string MakeLogRecord(const std::string &user, bool isReversed) {
+  ZOR_LOG_RECORD record = {};
+  record.index = kReboot;
+  record.parameterCount = 1;
+  record.usedLength = sizeof record.parameters;
+  user.copy(record.parameters, sizeof record.parameters - 1);
+  if (isReversed) Reverse(record.index), Reverse(record.parameterCount), Reverse(record.usedLength);
+  return BytesOf(record);
+}
+
+std::string MakeRestoration(std::uint32_t user, bool isReversed) {
+  ZOR_CFG_RESTORE body = {ZOR_CFG_RESTORE_SAVED, user};
+  if (isReversed) Reverse(body.mode), Reverse(body.user);
+  return BytesOf(body);
+}
+
+std::string MakeDevice(const std::string &mac, std::uint32_t state, std::uint32_t loaded, bool isReversed) {
+  kiva_info_status status = {};
+  status.state = state;
+  status.dlSize = loaded;
+  std::string body = BytesOf(status);
+  if (isReversed) ReverseWords(body, 0, body.size() / 4);
+  const std::string noText(1, '\0');
+  return body + mac + noText + noText + noText;
 }
 
 std::string AnswerJson(const std::string &request) {

@@ -24,7 +24,15 @@ std::string MakeRecord();
 // Whether it is the reply to that.
 bool IsRecordAnswered(const std::string &reply);
 
-// The same as JSON, which has no byte order.
+// Requests to the servers, in the order of this machine or reversed. A record for the log, with a user's name, whose
+// sender waits until it is kept.
+std::string MakeLogRecord(const std::string &user, bool isReversed);
+// Restores the configuration that a user has saved.
+std::string MakeRestoration(std::uint32_t user, bool isReversed);
+// Adds a device to the KIVA list, with its state and what it has loaded.
+std::string MakeDevice(const std::string &mac, std::uint32_t state, std::uint32_t loaded, bool isReversed);
+
+// A generated record as JSON, which has no byte order.
 std::string AnswerJson(const std::string &request);
 std::string MakeJson();
 bool IsJsonAnswered(const std::string &reply);
