@@ -20,6 +20,7 @@
 #include "programs/keeper_notices.h"
 #include "programs/keeper_store.h"
 #include "programs/recorder/reader.h"
+#include "support/preload.h"
 
 namespace zor::test {
 namespace {
@@ -348,9 +349,10 @@ TEST_F(CrashTest, GivesConnectionsTimeToRegisterOnceMore) {
 
 #ifdef CRASH_LIBRARY
 TEST_F(CrashTest, DropsAMessageAtWhichItCrashesTwice) {
-  ::setenv("LD_PRELOAD", CRASH_LIBRARY, 1);
-  StartKept();
-  ::unsetenv("LD_PRELOAD");
+  {
+    const Preload crashes(root_, CRASH_LIBRARY);
+    StartKept();
+  }
   const std::string path = MakeFile("content", "msg_file_crash");
   sender_.Send(MakeMessage(kType, "", "receiver", 1).Bytes() + MakeFileMessage(0x77, "receiver", path).Bytes() +
                MakeMessage(kType, "", "receiver", 2).Bytes());

@@ -29,6 +29,7 @@
 #include "support/capture.h"
 #include "support/child.h"
 #include "support/notify_frame.h"
+#include "support/preload.h"
 #include "support/temp_root.h"
 #include "support/wire_client.h"
 
@@ -248,9 +249,10 @@ bool ServerFaults::SurvivesCall(long nth) {
   const size_t logged = lines_.Text().size();
   ::setenv("FAULT_NTH", std::to_string(nth).c_str(), 1);
   ::setenv("FAULT_FILE", reached.c_str(), 1);
-  ::setenv("LD_PRELOAD", FAULT_LIBRARY, 1);
-  Child server = Child::Program({server_.program});
-  ::unsetenv("LD_PRELOAD");
+  Child server = [&] {
+    const Preload faults(root, FAULT_LIBRARY);
+    return Child::Program({server_.program});
+  }();
   if (!server.WaitForOutput(server_.ready)) {
     const int status = server.Wait();
     EXPECT_TRUE(fs::exists(reached) && status > 0 && status < 128) << "call " << nth << " at start: status " << status;

@@ -71,7 +71,7 @@ class PcapngTest : public testing::Test {
   std::string Dissect(const std::string &options) {
     const std::string output = root_.Path("/output");
     const std::string command =
-        "tshark -Q -X lua_script:" ZORBUS_LUA " -r " + path_ + " " + options + " >" + output + " 2>&1 </dev/null";
+        "tshark -Q -X 'lua_script:" ZORBUS_LUA "' -r " + path_ + " " + options + " >" + output + " 2>&1 </dev/null";
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
     std::ostringstream text;
     text << std::ifstream(output).rdbuf();
