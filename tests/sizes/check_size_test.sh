@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Tries the size check on a made-up build. Usage: check_size_test.sh CHECK-SIZE
 set -euo pipefail
+umask 022 # which dpkg-deb demands
 
 check_size=$1
 work=$(mktemp -d)
