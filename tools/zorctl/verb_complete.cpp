@@ -21,12 +21,8 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// Completion must not block the shell.
-constexpr Milliseconds kPatience{500};
-
-Words Names() {
+Words Names(const Deadline &deadline) {
   Words words;
-  const Deadline deadline(kPatience);
   Bus bus(deadline);
   const nlohmann::json reply = bus.ControlJson(ZOR_MSG_CONTROL_LIST, "", deadline);
   for (const auto &client : reply.value("clients", nlohmann::json::array())) {
@@ -35,7 +31,7 @@ Words Names() {
   return words;
 }
 
-Words Types() {
+Words Types(const Deadline &) {
   Words words;
   for (const types::Type *type : types::TypeBook::Installed().All()) {
     if (!type->isRange()) words.push_back(messages::TypeText(*type));
@@ -43,7 +39,11 @@ Words Types() {
   return words;
 }
 
-Words VerbNames() {
+Words Modules(const Deadline &) {
+  return messages::EventModules();
+}
+
+Words VerbNames(const Deadline &) {
   Words words;
   for (const VerbRow &row : Verbs()) words.emplace_back(row.name);
   return words;
@@ -51,11 +51,10 @@ Words VerbNames() {
 
 struct Source {
   std::string_view what;
-  Words (*list)();
+  Words (*list)(const Deadline &);
 };
 
-constexpr Source kSources[] = {
-    {"names", Names}, {"types", Types}, {"modules", messages::EventModules}, {"verbs", VerbNames}};
+constexpr Source kSources[] = {{"names", Names}, {"types", Types}, {"modules", Modules}, {"verbs", VerbNames}};
 
 // Shells distinguish cases, users do not.
 Words InLowerCase(Words words) {
@@ -66,11 +65,11 @@ Words InLowerCase(Words words) {
   return words;
 }
 
-Words LevelNames() {
+Words LevelNames(const Deadline &) {
   return InLowerCase(messages::LogLevelNames());
 }
 
-Words TypeNames() {
+Words TypeNames(const Deadline &) {
   return InLowerCase(messages::LogTypeNames());
 }
 
@@ -78,7 +77,7 @@ Words TypeNames() {
 struct OptionSource {
   std::string_view verb;  // empty: any
   std::string_view option;
-  Words (*list)();
+  Words (*list)(const Deadline &);
 };
 
 constexpr OptionSource kOptionSources[] = {
@@ -94,10 +93,10 @@ Words SplitAtBars(std::string_view list) {
   }
 }
 
-Words ListOf(std::string_view what) {
+Words ListOf(std::string_view what, const Deadline &deadline) {
   if (what.find('|') != what.npos) return SplitAtBars(what);
   for (const Source &source : kSources) {
-    if (source.what == what) return source.list();
+    if (source.what == what) return source.list(deadline);
   }
   return {};
 }
@@ -129,23 +128,25 @@ Words WithoutFleetOptions(const Words &typed) {
   return line;
 }
 
-Words ValuesOf(const VerbRow &row, const VerbWords &verb, const std::string &option) {
+Words ValuesOf(const VerbRow &row, const VerbWords &verb, const std::string &option, const Deadline &deadline) {
   if (const Words choices = verb.ChoicesOf(option); !choices.empty()) return choices;
   for (const OptionSource &each : kOptionSources) {
-    if (each.option == option && (each.verb.empty() || each.verb == row.name)) return each.list();
+    if (each.option == option && (each.verb.empty() || each.verb == row.name)) return each.list(deadline);
   }
   return {};
 }
 
 // Candidates for the last word of a command line, whose first words are a verb, perhaps after options of a fleet.
-Words CandidatesFor(const Words &typed) {
+Words CandidatesFor(const Words &typed, const Deadline &deadline) {
   const Words line = WithoutFleetOptions(typed);
   if (line.empty() && !typed.empty()) return {};
-  if (line.size() < 2) return VerbNames();
+  if (line.size() < 2) return VerbNames(deadline);
   const VerbRow *row = FindVerb(line[0]);
   if (row == nullptr) return {};
   const VerbWords verb(*row);
-  if (line.size() > 2 && verb.TakesNext(line[line.size() - 2])) return ValuesOf(*row, verb, line[line.size() - 2]);
+  if (line.size() > 2 && verb.TakesNext(line[line.size() - 2])) {
+    return ValuesOf(*row, verb, line[line.size() - 2], deadline);
+  }
   if (line.back().starts_with('-')) return verb.OptionNames();
   size_t place = 0;
   for (size_t i = 1; i + 1 < line.size(); ++i) {
@@ -156,7 +157,7 @@ Words CandidatesFor(const Words &typed) {
     }
   }
   const Words choices = verb.ChoicesAt(place);
-  return choices.empty() ? ListOf(SourceAt(*row, place)) : choices;
+  return choices.empty() ? ListOf(SourceAt(*row, place), deadline) : choices;
 }
 
 // For the shells' scripts and for users who look for a name. Errors leave the list empty: a shell has no place to show
@@ -174,7 +175,8 @@ class CompleteVerb : public Verb {
     }
     Words words;
     try {
-      words = what_ == "line" ? CandidatesFor(line_) : ListOf(what_);
+      const Deadline deadline = common.deadline();
+      words = what_ == "line" ? CandidatesFor(line_, deadline) : ListOf(what_, deadline);
     } catch (const Failure &) {
     }
     if (common.json) {

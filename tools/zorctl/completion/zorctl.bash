@@ -1,4 +1,5 @@
 # Completion of zorctl for bash. The tool itself lists the candidates, with the names on the bus.
+# A server that does not reply must not hold up the shell.
 # Names come from the bus, so nothing here may expand them: compgen would.
 _zorctl() {
   local word rest line=$COMP_LINE current=${COMP_WORDS[COMP_CWORD]} words=()
@@ -12,7 +13,7 @@ _zorctl() {
   COMPREPLY=()
   while IFS= read -r word; do
     [[ $word == "${words[-1]}"* ]] && COMPREPLY+=("$(printf '%q' "${word#"${words[-1]%"$current"}"}")")
-  done < <(zorctl complete -- line "${words[@]:1}" 2>/dev/null)
+  done < <(zorctl complete --timeout 0.5 -- line "${words[@]:1}" 2>/dev/null)
   return 0
 }
 complete -o default -F _zorctl zorctl
