@@ -57,14 +57,14 @@ class Asker {
   Block Ask(uint32_t type, uint32_t data, const std::string &body, uint32_t *status = nullptr) {
     return Ask(MakeMessage(peer_, type, data, body), status);
   }
-  static bool AskServer(const char *name, uint32_t type, uint32_t data, const std::string &body,
-                        uint32_t expected = 0) {
+  // Whether the reply has the data word.
+  static bool AnswersWith(uint32_t expected, const char *name, uint32_t type, uint32_t data, const std::string &body) {
     const Block reply = Ask(MakeMessage(name, type, data, body));
     return reply && reply->data == expected;
   }
   static void Tell(const char *name, uint32_t type, const std::string &body) {
     const Block message = MakeMessage(name, type, 0, body);
-    ZOR_MSG_Send(message.get());
+    Check(ZOR_MSG_Send(message.get()) == ZOR_OK, "a message");
   }
   uint32_t Word(uint32_t type) {
     const Block reply = Ask(type, 0, "");
@@ -135,33 +135,40 @@ class Asker {
   }
 
   void AskRestful(bool sameOrder) {
-    const uint32_t theirs = sameOrder ? kWord : __builtin_bswap32(kWord);
+    const auto theirs = [=](uint32_t word) { return sameOrder ? word : __builtin_bswap32(word); };
     std::array<char, 64> expected{};
-    std::snprintf(expected.data(), expected.size(), "%08x %08x text", theirs, theirs);
-    const Block reply = Ask(Block(ZOR_MSG_BuildRestfulReqMsg(kWord, kWord, kPath, kName, "text", 4)));
+    std::snprintf(expected.data(), expected.size(), "%08x %08x text", theirs(kWord), theirs(kWord + 1));
+    const Block reply = Ask(Block(ZOR_MSG_BuildRestfulReqMsg(kWord, kWord + 1, kPath, kName, "text", 4)));
     Check(reply && BodyOf(*reply) == std::string(expected.data()) + '\0', "a restful request");
   }
 
   // Servers that take records, on the machine of the message server, whose order those have to have. mixed_bus.sh
   // checks what they have understood.
   void AskServersOfRecords() {
-    constexpr uint32_t kSaver = 3, kNobody = 4;
-    constexpr char kMac[] = "0123456789AB";
     const bool isReversed = (g_stMsgCtx.flags & ZOR_MSG_FLAG_SWAP) != 0;
+    if (isReversed) std::puts("the records for the servers are converted");
     if (isReversed) Tell(ZOR_LOG_DAEMON_NAME, ZOR_LOG_MSG_RECORD, MakeLogRecord("raw", false));
-    Check(AskServer(ZOR_LOG_DAEMON_NAME, ZOR_LOG_MSG_RECORD, 0, MakeLogRecord("worker", isReversed)), "a log record");
-    if (isReversed) Tell("", ZOR_MSG_RESTORE_DEFAULT, MakeRestoration(kNobody, false));
-    Tell("", ZOR_MSG_RESTORE_DEFAULT, MakeRestoration(kNobody, isReversed));
-    Check(AskServer("", ZOR_MSG_DB_SAVE_SYNC, kSaver, ""), "a saved configuration");
-    const std::string path("/exported\0", 10);
-    Check(AskServer("", ZOR_MSG_EXPORT_CFG_FILE, kSaver, path), "its export");
-    Check(AskServer("", ZOR_MSG_EXPORT_CFG_FILE, kNobody, path, ZOR_STORE_E_NOT_FOUND), "an export of nothing");
-    Check(AskServer(ZOR_KIVA_DAEMON_NAME, ZOR_MSG_KIVA_ADD_SYNC, 0, MakeDevice(kMac, 7, kWord, isReversed)),
+    Check(AnswersWith(0, ZOR_LOG_DAEMON_NAME, ZOR_LOG_MSG_RECORD, 0, MakeLogRecord("worker", isReversed)),
+          "a log record");
+    AskForConfigurations(isReversed);
+    constexpr char kMac[] = "0123456789AB";
+    Check(AnswersWith(0, ZOR_KIVA_DAEMON_NAME, ZOR_MSG_KIVA_ADD_SYNC, 0, MakeDevice(kMac, 7, kWord, isReversed)),
           "a device");
     dev_kiva_info *const device = ZOR_UPG_GetKivaInfoByMac(kMac);
     Check(device != nullptr && device->status.state == 7 && device->status.dlSize == kWord, "the list of devices");
     ZOR_UPG_DestroyKivaInfo(device);
     std::free(device);
+  }
+
+  static void AskForConfigurations(bool isReversed) {
+    constexpr uint32_t kSaver = 3, kNobody = 4;
+    const std::string path("/exported\0", 10);
+    Check(AnswersWith(0, "", ZOR_MSG_DB_SAVE_SYNC, kSaver, ""), "a saved configuration");
+    if (isReversed) Tell("", ZOR_MSG_RESTORE_DEFAULT, MakeRestoration(kSaver, false));
+    Tell("", ZOR_MSG_RESTORE_DEFAULT, MakeRestoration(kSaver, isReversed));
+    Tell("", ZOR_MSG_RESTORE_DEFAULT, MakeRestoration(kNobody, isReversed));
+    Check(AnswersWith(0, "", ZOR_MSG_EXPORT_CFG_FILE, kSaver, path), "its export");
+    Check(AnswersWith(ZOR_STORE_E_NOT_FOUND, "", ZOR_MSG_EXPORT_CFG_FILE, kNobody, path), "an export of nothing");
   }
 
   // Messages as they arrive, converted by the library and not.
