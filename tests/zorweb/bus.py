@@ -60,9 +60,10 @@ class Bus:
         return self.start(name, [self.programs["peer"], arguments[0], name, *arguments[1:]], "ready")
 
     def end(self, name, number=signal.SIGTERM):
-        process = self.running.pop(name)
-        process.send_signal(number)
-        return process.wait(PATIENCE)
+        self.running[name].send_signal(number)
+        status = self.running[name].wait(PATIENCE)
+        del self.running[name]
+        return status
 
     def close(self):
         for name in reversed(list(self.running)):

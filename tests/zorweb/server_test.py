@@ -193,7 +193,7 @@ class Pages(unittest.TestCase):
             browser = socket.create_connection(("127.0.0.1", self.bus.port))
             self.addCleanup(browser.close)
             browser.sendall(f"GET {path} HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n".encode())
-        # It stands still until SIGCONT, which during a sanitizer's search for leaks would stop that for ever.
+        # It stays stopped until SIGCONT. Sent later, that could reach a sanitizer's search for leaks, which would never end.
         self.bus.running["zorweb"].send_signal(signal.SIGTERM)
         self.assertEqual(self.bus.end("zorweb", signal.SIGCONT), 0)
 
