@@ -2,8 +2,12 @@ completion=$source/tools/zorctl/completion/zorctl.bash
 # shellcheck source=/dev/null
 . "$completion"
 
-# A user's patience is not what this is about.
-zorctl() { "${emulator[@]}" "$build/tools/zorctl/zorctl" "${@/#0.5/60}"; }
+# Patient, where a user's patience is not what it is about.
+patience=60
+zorctl() {
+  [ "$1 $2 $3" = 'complete --timeout 1' ] || fail "not for a shell that waits: $*"
+  "${emulator[@]}" "$build/tools/zorctl/zorctl" complete --timeout "$patience" "${@:4}"
+}
 
 # The completions that bash would offer for the last word. It splits words at colons and equals signs too.
 offers() {
@@ -62,3 +66,8 @@ offers log --type --follow --co
 offers help mon
 offers nonsense ''
 test ! -e x
+
+# A server that does not reply does not hold up the shell.
+patience=1
+kill -STOP "$(running msgsvr)"
+offers exit ''

@@ -129,7 +129,7 @@ flood() { # TOPIC
   pids[flood]=$!
   disown $!
 }
-limited() { report timeout 60 "${emulator[@]}" "$build/tools/zorctl/zorctl" "$@" >"$work/limited"; tail -n 1 "$work/limited"; }
+limited() { report timeout -s KILL 60 "${emulator[@]}" "$build/tools/zorctl/zorctl" "$@" >"$work/limited"; tail -n 1 "$work/limited"; }
 flood status
 limited gateways --gateway gw0001
 flood event/lan/x

@@ -13,7 +13,7 @@ _zorctl() {
   COMPREPLY=()
   while IFS= read -r word; do
     [[ $word == "${words[-1]}"* ]] && COMPREPLY+=("$(printf '%q' "${word#"${words[-1]%"$current"}"}")")
-  done < <(zorctl complete --timeout 0.5 -- line "${words[@]:1}" 2>/dev/null)
+  done < <(zorctl complete --timeout 1 -- line "${words[@]:1}" 2>/dev/null)
   return 0
 }
 complete -o default -F _zorctl zorctl
