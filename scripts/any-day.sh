@@ -12,7 +12,8 @@ declare -A describe=([plus-400-days]='the clock 400 days ahead' [plus-830-days]=
   [leap-day]='on the next 29 February' [new-year]='across the next turn of the year'
   [east-of-the-date-line]='TZ=Pacific/Kiritimati, 14 hours ahead' [half-hour-zone]='TZ=Pacific/Marquesas, 9.5 hours behind'
   [plain-locale]='LC_ALL=C' [other-host]='another host name' [no-terminal]='no terminal, nothing to read'
-  [long-path]='a folder of 100 characters with a blank' [ordinary-user]='the user nobody, umask 077')
+  [long-path]='a folder of 100 characters with a blank, which init scripts do not take'
+  [ordinary-user]='the user nobody, umask 077')
 
 if [ "${1:-}" = --list ]; then
   for row in "${rows[@]}"; do printf '%-22s %s\n' "$row" "${describe[$row]}"; done
@@ -33,8 +34,8 @@ mkdir -p "$logs"
 elsewhere=$(mktemp -d)
 trap 'rm -rf "$elsewhere"' EXIT
 chmod 755 "$elsewhere"
-copy=$elsewhere/'a folder with a blank and a name of length '
-copy+=$(printf '%0*d' $((100 - ${#copy})) 0)
+long_path=$elsewhere/'a folder with a blank and a name of length '
+long_path+=$(printf '%0*d' $((100 - ${#long_path})) 0)
 
 run_suite=(ctest --preset dev --no-tests=error)
 
@@ -76,18 +77,11 @@ as_ordinary_user() {
 build() { cmake --preset dev && cmake --build --preset dev; }
 export -f build
 
-# The ordinary user builds in a copy, since the tests write beside the programs.
-make_copy() {
-  mkdir -p "$copy" &&
-    scripts/files.sh | tar -c --null --files-from=- | tar -x -C "$copy" &&
-    { [ "$(id -u)" -ne 0 ] || chown -R nobody "$elsewhere"; } &&
-    cd "$copy" && as_ordinary_user bash -c build && touch "$elsewhere/built"
-}
-
-in_copy_of() { # USER: whoever ran the tests there before has left files
-  [ -e "$elsewhere/built" ] || (make_copy) || return
-  [ "$(id -u)" -ne 0 ] || chown -R "$1" "$elsewhere" || return
-  cd "$copy"
+# In a copy, since the build and the tests write beside the sources and the programs.
+build_and_test_in() { # FOLDER [COMMAND...: for another user]
+  mkdir -p "$1" && scripts/files.sh | tar -c --null --files-from=- | tar -x -C "$1" || return
+  [ $# -eq 1 ] || [ "$(id -u)" -ne 0 ] || chown -R nobody "$elsewhere" || return
+  cd "$1" && "${@:2}" bash -c build && "${@:2}" "${run_suite[@]}"
 }
 
 run_row() {
@@ -101,8 +95,8 @@ run_row() {
     plain-locale) LC_ALL=C "${run_suite[@]}" ;;
     other-host) on_another_host "${run_suite[@]}" ;;
     no-terminal) setsid --wait "${run_suite[@]}" </dev/null ;;
-    long-path) in_copy_of root && "${run_suite[@]}" ;;
-    ordinary-user) in_copy_of nobody && as_ordinary_user "${run_suite[@]}" ;;
+    long-path) build_and_test_in "$long_path" ;;
+    ordinary-user) build_and_test_in "$elsewhere/copy" as_ordinary_user ;;
   esac
 }
 
