@@ -81,9 +81,6 @@ endfunction()
 # each other in ZOR_INIT_DIRECTORY, for the servers in ZOR_INIT_SBIN, for users and directories in ZOR_INIT_SYSUSERS and
 # ZOR_INIT_TMPFILES, lists of files.
 function(zor_make_init_scripts folder)
-  if("${ZOR_INIT_DIRECTORY}${ZOR_INIT_SBIN}" MATCHES "[ \t]")
-    message(FATAL_ERROR "Scripts for init systems take no blank in a path: ${ZOR_INIT_DIRECTORY}, ${ZOR_INIT_SBIN}")
-  endif()
   set(packaging ${PROJECT_SOURCE_DIR}/packaging)
   set(program FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
   configure_file(${packaging}/init.d/zor-functions.in ${folder}/init/zor-functions @ONLY)
@@ -108,6 +105,9 @@ function(zor_make_init_scripts folder)
 endfunction()
 
 if(ZOR_INIT)
+  if("${CMAKE_INSTALL_PREFIX}${CMAKE_INSTALL_FULL_DATADIR}${CMAKE_INSTALL_FULL_SBINDIR}" MATCHES "[ \t]")
+    message(FATAL_ERROR "ZOR_INIT: the scripts take no blank in a path, as in ${CMAKE_INSTALL_PREFIX}")
+  endif()
   set(ZOR_INIT_DIRECTORY ${CMAKE_INSTALL_FULL_DATADIR}/zor/init)
   set(ZOR_INIT_SBIN ${CMAKE_INSTALL_FULL_SBINDIR})
   set(ZOR_INIT_SYSUSERS
