@@ -6,7 +6,8 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh lint
 # Without precompiled headers: clang-tidy does not read those of another version of clang.
 cmake --preset dev -B build/lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
-cmake --build build/lint --target log_item_table # a generated source
+# Generated sources.
+ninja -C build/lint -t targets all | sed -n 's/^\([^/].*[.]inc\): CUSTOM_COMMAND$/\1/p' | xargs ninja -C build/lint
 if [ $# -eq 0 ]; then
   mapfile -td '' files < <(scripts/files.sh {platform,libraries,serviceapi,programs,daemons,tools}'/*.cpp')
   set -- "${files[@]}"
