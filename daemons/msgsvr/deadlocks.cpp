@@ -93,6 +93,7 @@ Deadlocks::Circle &Deadlocks::FindCircle(const Members &members) {
 bool Deadlocks::Name(const std::vector<const Edge *> &circle) {
   if (!kernel_) kernel_.emplace();
   std::vector<daemon::Daemon> daemons;
+  daemons.reserve(circle.size());
   for (const Edge *edge : circle) daemons.push_back(Describe(*edge));
   const daemon::WaitChain chain = daemon::FollowWaits(daemons, daemons.front());
   if (!chain.cycle) return false;

@@ -49,7 +49,7 @@ void KeepRecorder(Bus &bus, UniqueFd crashed) {
   bus.Try([&] {
     const auto recording = RecordingIn(crashed, bus.log);
     if (!recording || recording->slots.empty()) return;
-    Save(*recording, daemon::FixedPath(bus.settings.recorderFile.c_str()), bus.log);
+    Save(*recording, daemon::FixedPath(bus.settings.recorderFile), bus.log);
   });
 }
 

@@ -20,7 +20,6 @@ using daemon::JournalContent;
 using daemon::JournalMessage;
 using daemon::JournalTurn;
 using daemon::PassedDescriptor;
-using daemon::journal::kNone;
 
 constexpr size_t kDescriptorFrameSize = 2;
 

@@ -256,6 +256,7 @@ void Server::EndLargest() {
     if (client.ended || client.peer.uid != user) continue;
     if (largest == nullptr || client.charge.bytes() > largest->charge.bytes()) largest = &client;
   }
+  if (largest == nullptr) return;
   bus_.CutOff(*largest, bus_.accounts.IsOver(user) ? "it holds most of its user's memory, which exceeds user_bytes"
                                                    : "it holds most of the memory, which exceeds memory_bytes");
 }

@@ -35,7 +35,7 @@ bool ReadFrom(const std::vector<daemon::Field> &records, ServerState &state) {
     if (field.tag == kServerTag) {
       auto server = daemon::ReadRecord<ServerRecord>(field.bytes);
       if (!server) return false;
-      state.server = std::move(*server);
+      state.server = *server;
       hasServer = true;
     } else if (field.tag == kOwedTag) {
       state.owed = daemon::ReadRecord<OwedReplyRecord>(field.bytes);

@@ -12,7 +12,7 @@
 namespace zor::bridge {
 
 // Of a request's payload.
-inline constexpr std::size_t kMostCallBytes = 256 * 1024;
+inline constexpr std::size_t kMostCallBytes = std::size_t{256} * 1024;
 
 struct Call {
   uint32_t type = 0;

@@ -158,7 +158,7 @@ void ReadBrokers(daemon::Settings &settings, BridgeSettings &result) {
     if (const auto address = BrokerAddress::Parse(url, &problem)) {
       result.brokers.push_back(*address);
     } else {
-      settings.AddMistake("broker: " + url + ": " + problem);
+      settings.AddMistake(std::string("broker: ").append(url).append(": ").append(problem));
     }
   }
   if (result.brokers.empty()) settings.AddMistake("broker must be set");

@@ -78,7 +78,7 @@ void Status::Publish() {
   Make([this](std::string document) { uplink_.Document("status", std::move(document)); });
 }
 
-void Status::Make(std::function<void(std::string document)> then) {
+void Status::Make(const std::function<void(std::string document)> &then) {
   const auto onList = [this, then](const ZOR_MSG_HEAD *reply, daemon::NoReply) {
     const auto problem = ProblemOf(reply);
     then(Document(problem ? Json() : BusOf(daemon::BodyOf(*reply)), problem));
@@ -87,7 +87,7 @@ void Status::Make(std::function<void(std::string document)> then) {
   daemon::AskBus({"", ZOR_MSG_CONTROL_LIST, 0, ""}, kListTime, onList);
 }
 
-std::string Status::Document(const Json &bus, std::optional<std::string> problem) const {
+std::string Status::Document(const Json &bus, const std::optional<std::string> &problem) const {
   const auto uptime = std::chrono::steady_clock::now() - started_;
   const Outbox::Figures queue = outbox_.figures();
   const BrokerLink::Figures &line = link_.figures();

@@ -31,7 +31,7 @@ class Status {
   bool Start();
   void Publish();
   // Makes the document; `then` is called once, now or later.
-  void Make(std::function<void(std::string document)> then);
+  void Make(const std::function<void(std::string document)> &then);
 
   void OnBusLost();
   void OnRejoined();
@@ -43,7 +43,7 @@ class Status {
  private:
   using Json = nlohmann::ordered_json;
 
-  std::string Document(const Json &bus, std::optional<std::string> problem) const;
+  std::string Document(const Json &bus, const std::optional<std::string> &problem) const;
   std::vector<std::string> Unwell(const Json &bus, const std::optional<std::string> &problem) const;
 
   const BridgeSettings &settings_;

@@ -52,7 +52,7 @@ void Fail(const Requests::Own &request, const ZOR_MSG_HEAD *reply, daemon::NoRep
 }
 
 // What a request asks for; nothing for anything else.
-struct Asked {
+struct Asked {  // NOLINT(bugprone-exception-escape): what moves JSON does not throw
   std::string daemon;
   Json levels;
   uint32_t seconds = kDefaultSeconds;

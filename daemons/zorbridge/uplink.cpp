@@ -66,7 +66,7 @@ std::string Uplink::Envelope(const Members &members) const {
   return Head() + R"("time":")" + TimeText(UnixMs()) + "\"," + members + '}';
 }
 
-void Uplink::Record(Keeping keeping, std::string topic, std::string_view group, const Members &members) {
+void Uplink::Record(Keeping keeping, const std::string &topic, std::string_view group, const Members &members) {
   switch (keeping) {
     case Keeping::kOff:
       return;
@@ -89,7 +89,7 @@ void Uplink::DropOrSend(std::string topic, const Members &members) {
   AddSoon(std::move(publication));
 }
 
-void Uplink::Document(std::string topic, std::string payload) {
+void Uplink::Document(const std::string &topic, std::string payload) {
   AddLatest(base_ + '/' + topic, std::move(payload), true);
 }
 

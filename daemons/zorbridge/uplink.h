@@ -42,9 +42,9 @@ class Uplink {
   bool Start(BrokerLink &link);
 
   // A record below the gateway's topics. `group` is what a gap counts it under.
-  void Record(Keeping keeping, std::string topic, std::string_view group, const Members &members);
+  void Record(Keeping keeping, const std::string &topic, std::string_view group, const Members &members);
   // A document that replaces the one before, and stays at the broker.
-  void Document(std::string topic, std::string payload);
+  void Document(const std::string &topic, std::string payload);
   // A reply to a request from outside. It is lost with the line that the request came by.
   void Reply(std::string topic, std::string correlation, const Members &members);
 

@@ -51,7 +51,7 @@ ResponsePtr StreamResponse(const std::shared_ptr<EventStream> &stream) {
   auto owner = std::make_unique<std::shared_ptr<EventStream>>(stream);
   ResponsePtr response(
       MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kBlock, ReadStream, owner.get(), ReleaseStream));
-  if (response != nullptr) owner.release();
+  if (response != nullptr) static_cast<void>(owner.release());
   return response;
 }
 

@@ -127,7 +127,7 @@ bool PageSite::Admits(const std::string &session) const {
 bool PageSite::HasToken(const Exchange &exchange) {
   const std::string header = exchange.Header(MHD_HTTP_HEADER_AUTHORIZATION);
   if (token_.empty() || !header.starts_with(kBearer)) return false;
-  if (IsSame(token_, std::string_view(header).substr(sizeof kBearer - 1))) return true;
+  if (IsSame(token_, header.substr(sizeof kBearer - 1))) return true;
   const auto now = Attempts::Clock::now();
   if (!attempts_.MayTry(exchange.peer(), now)) return false;
   attempts_.OnFailure(exchange.peer(), now);

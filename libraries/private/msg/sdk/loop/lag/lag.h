@@ -25,7 +25,7 @@ class Span {
   template <class Result, class... Arguments>
   Span(std::uint32_t kind, Result (*function)(Arguments...), const ZOR_MSG_HEAD *msg = nullptr) noexcept
       : meter_(meter) {
-    if (meter_ != nullptr) [[unlikely]]
+    if (meter_ != nullptr) [[unlikely]]  // NOLINT(clang-analyzer-optin.cplusplus.UninitializedObject): on purpose
       Begin(kind, reinterpret_cast<const void *>(function), msg);
   }
   ~Span() {
