@@ -20,7 +20,8 @@ constexpr int kMostLinks = 40;  // as the kernel's own limit
 std::string OwnPath() {
   std::array<char, PATH_MAX> text;
   const ssize_t length = ::readlink(kOwnProgram, text.data(), text.size());
-  return length > 0 && static_cast<size_t>(length) < text.size() ? std::string(text.data(), size_t(length)) : "";
+  return length > 0 && static_cast<size_t>(length) < text.size() ? std::string(text.data(), static_cast<size_t>(length))
+                                                                 : "";
 }
 
 // Whether only root and this user can replace or change it. In a sticky directory others can change only their own.

@@ -49,7 +49,7 @@ std::string UnreadText(const Daemon &daemon) {
 std::string Trouble(const Daemon &daemon) {
   const ProcessStateText *state = FindState(daemon.state);
   if (state != nullptr && !state->verdict.empty()) {
-    const std::string verdict(state->verdict);
+    std::string verdict(state->verdict);
     if (daemon.unread == 0) return verdict;
     return verdict + ": " + UnreadText(daemon) + ", the oldest " + AgeText(daemon.unreadMs) + " old";
   }

@@ -36,7 +36,7 @@ struct Key {
   uint64_t since;
   size_t place = 0;  // among those that are equal otherwise
 
-  friend auto operator<=>(const Key &, const Key &) = default;
+  friend auto operator<=>(const Key &, const Key &) = default;  // NOLINT(modernize-use-nullptr): there is none
 };
 
 class Keys {

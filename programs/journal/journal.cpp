@@ -18,7 +18,7 @@ using journal::Geometry;
 
 // A part of a message that has been sent must be followed by its rest, also when the blocks are used up.
 constexpr uint32_t kReservedBlocks = 32;
-constexpr size_t kLeastBlocks = 4 * kReservedBlocks;
+constexpr size_t kLeastBlocks = size_t{4} * kReservedBlocks;
 // The longest records need about 70 small blocks, nearly all of them one.
 constexpr size_t kRecordBlocks = 4;
 constexpr size_t kLongRecordBlocks = 16384;

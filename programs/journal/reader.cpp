@@ -12,8 +12,6 @@
 namespace zor::daemon {
 namespace {
 
-using journal::Chain;
-using journal::Geometry;
 using journal::Head;
 using journal::kNone;
 using journal::Regions;

@@ -33,7 +33,7 @@ Invalid DoesNotFit(const Field &field, const std::string &what) {
 Json NumberOf(const Field &field, std::string_view text) {
   if (field.kind == FieldKind::kUnsigned && field.size <= sizeof(uint32_t)) return RequireUint32(text, field.name);
   if (field.kind == FieldKind::kReal) {
-    const Json number = ParseJson(text);
+    Json number = ParseJson(text);
     if (number.is_number()) return number;
     throw Invalid(field.name + " is not a number: " + Escape(text), "write 42 or 0.5");
   }

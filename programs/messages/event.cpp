@@ -28,7 +28,7 @@ std::string ItemText(uint32_t type, std::string_view body) {
   head.bodyLength = static_cast<uint32_t>(body.size());
   // Whole words, with zeros after the body: like a received message, which has such slack, since the library tolerates
   // items that reach a little beyond the body.
-  constexpr std::size_t kBeyond = 2 * ZOR_DMMSG_ITEM_HEAD_SIZE + sizeof(uint32_t);
+  constexpr std::size_t kBeyond = std::size_t{2} * ZOR_DMMSG_ITEM_HEAD_SIZE + sizeof(uint32_t);
   std::vector<uint32_t> block((sizeof head + body.size() + kBeyond) / sizeof(uint32_t) + 1);
   std::memcpy(block.data(), &head, sizeof head);
   std::memcpy(reinterpret_cast<char *>(block.data()) + sizeof head, body.data(), body.size());
@@ -88,7 +88,7 @@ std::string EventText(uint32_t type, std::string_view body) {
 
 nlohmann::ordered_json EventJson(uint32_t type, std::string_view body) {
   const std::string text = EventText(type, body);
-  const Json value = ParsePayload(text);
+  Json value = ParsePayload(text);
   if (!value.is_discarded()) return value;
   const std::string module = EventModuleOf(type);
   return {{"Module", module.empty() ? Json() : Json(module)}, {"Type", type}, {"Text", text}};

@@ -56,7 +56,7 @@ std::string HexDump(std::string_view bytes) {
       characters += each >= ' ' && each <= '~' ? each : '.';
     }
     digits.resize(kRow * 3, ' ');
-    dump += offset.data() + digits + "  " + characters + "\n";
+    dump.append(offset.data()).append(digits).append("  ").append(characters).append("\n");
   }
   return dump;
 }

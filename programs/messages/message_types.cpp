@@ -44,6 +44,7 @@ uint32_t NumberNamed(std::string_view text, const std::vector<const Type *> &nam
   const bool clear = std::all_of(named.begin(), named.end(), [=](const Type *each) { return each->first == number; });
   if (clear) return number;
   std::vector<std::string> names;
+  names.reserve(named.size());
   for (const Type *each : named) names.push_back(each->fullName());
   throw Invalid(Escape(text) + " is more than one type", "write " + Join(names, " or "));
 }

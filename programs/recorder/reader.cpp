@@ -54,9 +54,10 @@ std::optional<Recording> ReadRecording(std::span<const std::byte> bytes, std::st
   }
   if (!bytes.empty()) ++recording.damaged;
   std::ranges::stable_sort(recording.slots, {}, &Slot::number);
-  const auto doubles = std::ranges::unique(recording.slots, {}, &Slot::number);
-  recording.damaged += doubles.size();
-  recording.slots.erase(doubles.begin(), doubles.end());
+  const auto isSame = [](const Slot &one, const Slot &other) { return one.number == other.number; };
+  const auto doubles = std::unique(recording.slots.begin(), recording.slots.end(), isSame);
+  recording.damaged += static_cast<size_t>(recording.slots.end() - doubles);
+  recording.slots.erase(doubles, recording.slots.end());
   return recording;
 }
 

@@ -91,7 +91,7 @@ std::optional<FleetPlace> Fleet::PlaceOf(std::string_view topic) const {
   if (!topic.starts_with(access_.prefix + "/")) return std::nullopt;
   topic.remove_prefix(access_.prefix.size() + 1);
   const size_t end = topic.find('/');
-  if (end == topic.npos || end > fleet::kMostLevelBytes) return std::nullopt;  // no gateway has a longer name
+  if (end > fleet::kMostLevelBytes) return std::nullopt;  // no name ends there, or it is longer than a gateway's
   const std::string_view level = topic.substr(0, end);
   const std::string name = fleet::NameOf(level).value_or(std::string(level));
   const bool wanted = scope_.gateways.empty() || std::any_of(scope_.gateways.begin(), scope_.gateways.end(),
@@ -158,6 +158,7 @@ std::vector<Gateway> Fleet::Survey(Need need) {
     progress.Show(found.size(), 0, "gateways");
   }
   std::vector<Gateway> gateways;
+  gateways.reserve(found.size());
   for (auto &[name, gateway] : found) gateways.push_back(std::move(gateway));
   return gateways;
 }

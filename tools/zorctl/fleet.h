@@ -22,7 +22,7 @@ struct FleetScope {
 };
 
 // A gateway, as its retained messages describe it.
-struct Gateway {
+struct Gateway {  // NOLINT(bugprone-exception-escape): what moves JSON does not throw
   std::string name;
   ForeignJson presence;  // null: none
   ForeignJson status;

@@ -47,7 +47,7 @@ std::optional<MlogImage> MlogImage::Of(std::string bytes) {
 }
 
 std::string_view MlogImage::Front() const {
-  return std::string_view(bytes).substr(ZOR_MLOG_FILE_HEADER_SIZE, header.offset - ZOR_MLOG_FILE_HEADER_SIZE);
+  return all().substr(ZOR_MLOG_FILE_HEADER_SIZE, header.offset - ZOR_MLOG_FILE_HEADER_SIZE);
 }
 
 std::vector<std::string> MlogImage::Lines() const {
@@ -61,9 +61,9 @@ MlogImage::News MlogImage::Since(const MlogImage &before) const {
   News news;
   const MlogHeader &now = header, &then = before.header;
   if (now.overturn == then.overturn && now.offset >= then.offset) {
-    AppendLines(news.lines, std::string_view(bytes).substr(then.offset, now.offset - then.offset));
+    AppendLines(news.lines, all().substr(then.offset, now.offset - then.offset));
   } else if (now.overturn == then.overturn + 1 && now.offset <= then.offset && bytes.size() >= then.offset) {
-    AppendLines(news.lines, Changed(before.Remnant(), std::string_view(bytes).substr(then.offset)));
+    AppendLines(news.lines, Changed(before.Remnant(), all().substr(then.offset)));
     AppendLines(news.lines, Front());
   } else {
     news = {Lines(), true};

@@ -31,8 +31,9 @@ struct MlogImage {
   News Since(const MlogImage &before) const;
 
  private:
+  std::string_view all() const { return bytes; }
   // What the round before this one has left behind the newest line.
-  std::string_view Remnant() const { return std::string_view(bytes).substr(header.offset); }
+  std::string_view Remnant() const { return all().substr(header.offset); }
   std::string_view Front() const;
 };
 

@@ -69,7 +69,7 @@ std::optional<int64_t> ParseAgo(const std::string &text) {
   constexpr std::array kUnits = {Unit{'s', 1000}, Unit{'m', 60'000}, Unit{'h', 3'600'000}, Unit{'d', 86'400'000}};
   constexpr int64_t kMost = 100'000'000;
   if (text.empty()) return std::nullopt;
-  const auto number = NumberOf(std::string_view(text).substr(0, text.size() - 1));
+  const auto number = NumberOf(text.substr(0, text.size() - 1));
   if (!number || *number > kMost) return std::nullopt;
   for (const Unit &unit : kUnits) {
     if (unit.letter == text.back()) return *number * unit.ms;

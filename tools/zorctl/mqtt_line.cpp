@@ -93,6 +93,7 @@ class MqttLine : public FleetLine {
 
   void Subscribe(const std::vector<std::string> &filters, int qos, const Deadline &deadline) override {
     std::vector<char *> list;
+    list.reserve(filters.size());
     for (const std::string &filter : filters) list.push_back(const_cast<char *>(filter.c_str()));
     const int status = ::mosquitto_subscribe_multiple(session_.get(), &awaited_, static_cast<int>(list.size()),
                                                       list.data(), qos, 0, nullptr);

@@ -26,7 +26,7 @@ constexpr uint16_t kInterfaceResolution = 9;
 constexpr uint16_t kPacketDropCount = 4;
 
 constexpr std::byte kMicroseconds{6};
-constexpr size_t kFlushSize = 256 * 1024;
+constexpr size_t kFlushSize = size_t{256} * 1024;
 
 template <typename T>
 void Put(Bytes &bytes, T value) {

@@ -1,6 +1,7 @@
 #include "zorctl/screen_line.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "zorctl/text.h"
 
@@ -25,9 +26,11 @@ std::string TextOfLine(const Line &line) {
 std::string JoinFitting(const std::vector<std::string> &texts, std::string_view separator, size_t columns) {
   std::string joined;
   for (const std::string &text : texts) {
-    const std::string longer = joined.empty() ? text : joined + std::string(separator) + text;
+    std::string longer = joined;
+    if (!joined.empty()) longer.append(separator);
+    longer.append(text);
     if (!joined.empty() && Width(longer) > columns) break;
-    joined = longer;
+    joined = std::move(longer);
   }
   return joined;
 }

@@ -98,7 +98,7 @@ std::string AskStatistic(const std::string &name, const Deadline &deadline) {
                   "use a daemon and a tool of the same version");
   }
   std::memcpy(&stat, reply.data, sizeof stat);
-  const std::string value(FieldText(stat.value, sizeof stat.value));
+  std::string value(FieldText(stat.value, sizeof stat.value));
   if (!value.empty()) return value;
   throw Failure(kExitNotFound, std::string(kServer) + " has no statistic " + Escape(name),
                 "a daemon must have set it since mlogserver was started");

@@ -129,7 +129,7 @@ Words WithoutFleetOptions(const Words &typed) {
 }
 
 Words ValuesOf(const VerbRow &row, const VerbWords &verb, const std::string &option, const Deadline &deadline) {
-  if (const Words choices = verb.ChoicesOf(option); !choices.empty()) return choices;
+  if (Words choices = verb.ChoicesOf(option); !choices.empty()) return choices;
   for (const OptionSource &each : kOptionSources) {
     if (each.option == option && (each.verb.empty() || each.verb == row.name)) return each.list(deadline);
   }

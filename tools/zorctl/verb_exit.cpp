@@ -27,8 +27,8 @@ class ExitVerb : public Verb {
     if (before == 0) throw bus.NoSuchDaemon(name_);
     bus.Send({ZOR_MSG_SAFE_EXIT, name_, 0, ""}, deadline);
     bus.Send({ZOR_MSG_SAFE_EXIT, "", 0, field}, deadline);  // ends the subscriptions that others made for it
-    uint32_t left = before;
-    while ((left = bus.CountProcesses(name_, deadline)) >= before) {
+    uint32_t left = bus.CountProcesses(name_, deadline);
+    for (; left >= before; left = bus.CountProcesses(name_, deadline)) {
       TakeReply(bus, deadline.Within(kPollEvery));
       if (deadline.over()) throw StillThere(common);
     }

@@ -61,6 +61,7 @@ class MlogVerb : public Verb {
  public:
   void Declare(Options &options) override {
     std::vector<std::string> levels;
+    levels.reserve(std::size(kLevels));
     for (const LevelName &level : kLevels) levels.emplace_back(level.name);
     options.Add("--daemon", daemons_, "Only lines of these daemons, by the names that they write")
         .Separated(',')
@@ -117,6 +118,7 @@ class MlogVerb : public Verb {
   void Write(const std::vector<std::string> &texts, size_t count) {
     const MlogClock clock = MlogClock::Now();
     std::vector<MlogLine> lines;
+    lines.reserve(texts.size());
     for (const std::string &text : texts) lines.push_back(ParseMlogLine(text));
     MarkEarlier(lines, clock.bootMs);
     std::erase_if(lines, [&](const MlogLine &line) { return !IsWanted(line, clock); });

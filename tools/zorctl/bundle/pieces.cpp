@@ -156,7 +156,7 @@ std::function<void()> ByFile(const std::string &fixedPath) {
 // Where msgsvr saves what it has recorded before a crash; its settings are those that it reads by default.
 std::string RecorderFile() {
   auto settings = daemon::Settings::FromFile(daemon::FixedPath("/etc/zor/msgsvr.conf"), false);
-  return daemon::FixedPath(settings.Path("recorder_file", recorder::kSavedPath).c_str());
+  return daemon::FixedPath(settings.Path("recorder_file", recorder::kSavedPath));
 }
 
 // The latest crash first. Nothing for what was not saved, but what cannot be looked at is a piece that fails.

@@ -103,7 +103,7 @@ std::string WithoutPassword(std::string line) {
   constexpr std::string_view kStart = "://";
   for (size_t at = line.find(kStart); at != line.npos; at = line.find(kStart, at + 1)) {
     const size_t begin = at + kStart.size(), end = std::min(line.find_first_of(" /\t\"'", begin), line.size());
-    const size_t host = std::string_view(line).substr(0, end).rfind('@');
+    const size_t host = line.rfind('@', end - 1);
     const size_t colon = line.find(':', begin);
     if (host == line.npos || host < begin || colon >= host) continue;
     line.replace(colon + 1, host - colon - 1, kLeftOut);

@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uintmax_t kMostBytes = 256 * 1024;
+constexpr uintmax_t kMostBytes = uintmax_t{256} * 1024;
 constexpr size_t kMostFiles = 1000;
 
 struct SettingsFile {

@@ -58,7 +58,7 @@ class Span {
 class Pause {
  public:
   explicit Pause(const UvLoop &loop) noexcept : meter_(meter) {
-    if (meter_ != nullptr) [[unlikely]]
+    if (meter_ != nullptr) [[unlikely]]  // NOLINT(clang-analyzer-optin.cplusplus.UninitializedObject): on purpose
       Begin(loop);
   }
   ~Pause() {
