@@ -34,7 +34,7 @@ Json DecodeInteger(std::string_view bytes) {
   const auto take = [&](auto number) {
     if (sizeof number != bytes.size()) return;
     std::memcpy(&number, bytes.data(), sizeof number);
-    wide = static_cast<Wide>(number);
+    wide = number;  // NOLINT(bugprone-signed-char-misuse): it keeps its sign
   };
   (take(Sizes{}), ...);
   return wide;
