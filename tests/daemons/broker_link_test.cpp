@@ -158,11 +158,13 @@ TEST_F(BrokerLinkTest, NamesWhatIsWrongWithABrokerOnceAndTakesTheNext) {
   Broker unknown = WithTls(stranger.Issue("DNS:localhost"));
   Broker refusing(root_.Path(""), "allow_anonymous false\n");
   const test::FakeBroker silent("");
+  uint16_t closed = 0;
+  const UniqueFd nobodyListens = test::BoundSocket(&closed);
   const auto url = [](const std::string &scheme, uint16_t port) {
     return scheme + "://localhost:" + std::to_string(port);
   };
   const std::pair<std::string, std::string> kCases[] = {
-      {url("mqtt", test::FreePort()), "cannot connect: Connection refused"},
+      {url("mqtt", closed), "cannot connect: Connection refused"},
       {url("mqtt", silent.port()), "it does not answer"},
       {"mqtt://name.invalid", "its name cannot be looked up"},
       {url("mqtt", refusing.port()), "the broker refuses this gateway: Not authorized"},
