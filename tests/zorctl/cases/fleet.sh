@@ -12,6 +12,7 @@ broker() { # LINE...: of its configuration; on a free port
     port=$((RANDOM % 12000 + 20000))
     printf '%s\n' "listener $port 127.0.0.1" "$@" >"$work/broker.conf"
     [ "$(id -u)" -ne 0 ] || echo 'user root' >>"$work/broker.conf"
+    : >"$ZOR_ROOT/broker.out" # what an earlier one has said does not count
     /usr/sbin/mosquitto -c "$work/broker.conf" >"$ZOR_ROOT/broker.out" 2>&1 &
     pids[broker]=$!
     disown $!
