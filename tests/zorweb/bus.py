@@ -68,7 +68,9 @@ class Bus:
     def close(self):
         for name in reversed(list(self.running)):
             self.end(name, signal.SIGKILL)
-        shutil.rmtree(self.root)
+        # A browser that has ended may still write there for a moment.
+        until("its files are gone",
+              lambda: shutil.rmtree(self.root, ignore_errors=True) or not os.path.exists(self.root))
 
     def ask(self, path, method="GET", body=None, source="127.0.0.1", **headers):
         options = {"timeout": PATIENCE, "source_address": (source, 0)}
