@@ -20,7 +20,7 @@ export ZOR_ROOT=$work/root
 export PKG_CONFIG_PATH=$work/prefix/$libdir/pkgconfig PKG_CONFIG_OPTIONS=--define-variable=prefix=$work/prefix
 export CMAKE_PREFIX_PATH=$work/prefix LD_LIBRARY_PATH=$work/prefix/$libdir
 export CMAKE_GENERATOR=Ninja # as for the project itself: there may be no make
-exec {ready}< <("$build/daemons/msgsvr/msgsvr" & echo $!; wait)
+exec {ready}< <(echo "$BASHPID" && exec "$build/daemons/msgsvr/msgsvr")
 read -r server <&"$ready"
 read -r line <&"$ready"
 echo "ok $line"
